@@ -1,0 +1,29 @@
+// Packet records that come back from the application and go out again with the next packet.
+// The receive thread takes, any thread gives back; no lock: a push list that the taker empties at once.
+// A record is one malloc block, so where its stream is gone it can simply be freed.
+#pragma once
+
+#include "rtsptap.h"
+
+#include <atomic>
+
+namespace rtsptap {
+
+struct PacketPool {
+    std::atomic<RTPStreamData *> returned{nullptr}; // pushed by whoever frees
+    RTPStreamData *ready = nullptr;                 // receive thread only
+};
+
+// A cleared record with its RTPHeader attached, or null when memory is short.
+RTPStreamData *TakePacketRecord(PacketPool &pool);
+
+// Frees the extension copy and keeps the record for the next packet.
+void ReturnPacketRecord(PacketPool &pool, RTPStreamData *packet);
+
+// Frees a record for good, with its extension copy.
+void FreePacketRecord(RTPStreamData *packet);
+
+// Frees every record in the pool. No other thread may use it any more.
+void DrainPacketPool(PacketPool &pool);
+
+} // namespace rtsptap

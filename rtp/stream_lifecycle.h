@@ -1,0 +1,34 @@
+// Making a stream record and its locks, finding a stream, releasing everything a stream owns.
+// Application thread, except the look-ups, which any thread may use.
+#pragma once
+
+#include <cstdint>
+
+namespace rtsptap {
+
+struct RTSPClient;
+struct RTSPStreamInfo;
+
+// A new record at the tail of the client's streamList, counted in streamCount, its client set;
+// null when memory is short. Its locks are still to be made.
+RTSPStreamInfo *AppendStream(RTSPClient &client);
+
+enum class StreamLock { kNone, kPacketList, kSignal, kCondition };
+
+// Makes packetListLock, signalLock and dataCondition, in that order. Returns the one that could not be
+// made (those before it are destroyed again), or kNone.
+StreamLock CreateStreamLocks(RTSPStreamInfo &stream);
+void DestroyStreamLocks(RTSPStreamInfo &stream);
+
+// Frees the record and all it owns: lines, queued packets, pool, ring, codec configuration, locks.
+// Its threads have been joined and its sockets closed.
+void ReleaseStream(RTSPStreamInfo *stream);
+
+// Stream number 1 and up in description order; null when the list is shorter.
+RTSPStreamInfo *FindStreamByNumber(const RTSPClient &client, int32_t number);
+// The first of the client's streamCount streams with that codec; null when there is none.
+RTSPStreamInfo *FindStreamByCodec(const RTSPClient &client, int32_t codecType);
+
+bool IsCodecType(int32_t codecType);
+
+} // namespace rtsptap

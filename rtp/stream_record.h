@@ -1,0 +1,89 @@
+// One media stream of a client: a media section of the description, or a port of the standalone receiver.
+// Fields are grouped by the threads that touch them. Released by ReleaseStream (stream_lifecycle.cpp).
+#pragma once
+
+#include "rtp/packet_pool.h"
+#include "rtp/receive_ring.h"
+#include "rtsptap.h"
+
+#include <atomic>
+#include <cstdint>
+#include <netinet/in.h>
+
+namespace rtsptap {
+
+struct RTSPClient;
+struct SDPField;
+struct StreamThread;
+
+inline constexpr uint32_t kStreamPlaying = CLIENT_PLAYING_STATE; // streamState shares the client's numbers
+inline constexpr uint32_t kStreamPaused = CLIENT_PAUSE_STATE;
+
+struct RTSPStreamInfo {
+    // ---- Application thread only ----
+    RTSPStreamDescription description = {}; // handed out; fmtp, sps, pps, aacConfig owned, free()
+    char controlUrl[257] = {};              // request URI of SETUP, PLAY and PAUSE when not empty
+    SDPField *sdpFieldList = nullptr;       // owned: this media section's lines
+    uint16_t clientPort = 0;                // local RTP port, host order
+    StreamThread *rtpThread = nullptr;      // owned; the serving receive thread
+    StreamThread *rtcpThread = nullptr;     // owned
+    bool locksReady = false;                // packetListLock, signalLock and dataCondition exist
+
+    // ---- Written by the application thread while no thread of the stream lives ----
+    int32_t rtpSocket = -1;
+    int32_t rtcpSocket = -1;
+    RTSPClient *client = nullptr; // owner; constant
+
+    // ---- Written by the application thread, read by the receive threads ----
+    std::atomic<uint32_t> streamState{0};        // kStreamPlaying, kStreamPaused or 0
+    std::atomic<uint32_t> interleavedChannel{0}; // RTP channel; RTCP uses the next one
+    std::atomic<uint16_t> serverPort{0};         // server's RTP port, host order
+    std::atomic<int32_t> codecType{0};           // RTPCodecType, 0 when unknown
+    std::atomic<uint8_t> isVideo{0};             // chooses the ring size
+    std::atomic<RTSPStreamInfo *> next{nullptr};
+
+    // ---- Written by the receive thread, read by others ----
+    std::atomic<uint32_t> remoteSsrc{0};     // 0 until the first packet
+    std::atomic<uint32_t> localSsrc{0};      // ours, in receiver reports; set by the thread that reports
+    std::atomic<uint16_t> lastSeqNum{0};     // of the last parsed packet, late ones included
+    std::atomic<int32_t> baseSeqNum{-1};     // first sequence number; -1 before the first packet
+    std::atomic<uint32_t> cumulativeLost{0}; // the process-wide loss count at this stream's last gap
+
+    // ---- Receive thread only ----
+    sockaddr_in rtpAddr = {}; // source of the last RTP datagram
+
+    // ---- The thread that handles RTCP only ----
+    sockaddr_in rtcpAddr = {};       // source of the last RTCP datagram
+    uint32_t srHeader = 0;           // the last sender report (RFC 3550, 6.4.1), word by word
+    uint32_t srSenderSsrc = 0;
+    uint32_t srNtpMsw = 0;
+    uint32_t srNtpLsw = 0;
+    std::atomic<uint32_t> srRtpTimestamp{0}; // the application reads it for RTPClientGetTSOffset
+    uint32_t srPacketCount = 0;
+    uint32_t srOctetCount = 0;
+    uint16_t seqCycles = 0;          // sequence number wraps
+    uint32_t seqWrapPending = 0;     // 1 while a wrap is expected
+    uint32_t prevCumulativeLost = 0; // cumulativeLost at the previous report
+
+    // ---- Receive ring: see receive_ring.h for who moves what ----
+    ReceiveRing ring;
+    std::atomic<bool> receiving{false};     // a thread has the ring in use (its view of the buffer)
+    std::atomic<int32_t> outstanding{0};    // packets the application holds
+    PacketPool pool;
+
+    // ---- Packet queue: links and counts change under packetListLock ----
+    pthread_mutex_t packetListLock;                     // guards the queue; a leaf, nothing is printed under it
+    std::atomic<RTPStreamData *> packetListHead{nullptr}; // oldest; peeked without the lock before waiting
+    RTPStreamData *packetListTail = nullptr;            // newest; null when the head is null
+    std::atomic<int32_t> packetCount{0};                // as counted; see InsertPacket; read without the lock
+    RTPStreamData *peekedPacket = nullptr;              // last packet shown by Peek and still queued
+    RTPStreamData *deferredPacket = nullptr;            // a shown packet that left the queue; freed at the next look
+    uint32_t buffering = 0;                             // 1 while delivery is held back for underflow
+
+    // ---- New-data signal ----
+    pthread_mutex_t signalLock;               // belongs to dataCondition; never held with packetListLock
+    pthread_cond_t dataCondition;             // a datagram or frame was handled
+    std::atomic<int32_t> waitingReaders{0};   // readers inside the wait; nobody is signalled while 0
+};
+
+} // namespace rtsptap

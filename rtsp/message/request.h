@@ -1,0 +1,27 @@
+// A request under construction. Application thread only.
+#pragma once
+
+#include "rtsp/message/header_slots.h"
+
+#include <array>
+#include <cstdint>
+
+namespace rtsptap {
+
+inline constexpr std::size_t kUriBytes = 367;
+inline constexpr std::size_t kVersionBytes = 9;
+
+struct RequestMsg {
+    uint32_t method = 0;      // RTSPMethod
+    uint32_t cSeq = 0;
+    uint32_t headerCount = 0; // used slots, 0 to kHeaderSlots
+    char *uri = nullptr;      // owned, free(): kUriBytes
+    char *version = nullptr;  // owned, free(): "RTSP/1.0"
+    std::array<RTSPHeaderStruct, kHeaderSlots> headers = {};
+};
+
+// 0; RTSP_FAILURE on a null argument, a full message or no memory for the name; RTSP_NO_MEMORY for the value.
+int32_t AddRequestHeader(RequestMsg *requestMsg, const char *headerName, const char *headerValue);
+void freeRequestMsg(RequestMsg *requestMsg);
+
+} // namespace rtsptap

@@ -1,0 +1,26 @@
+// A parsed response. Application thread only.
+#pragma once
+
+#include "rtsp/message/header_slots.h"
+
+#include <array>
+#include <cstdint>
+
+namespace rtsptap {
+
+struct ResponseMsg {
+    int32_t statusCode = 0;
+    uint32_t cSeq = 0;            // 0 when the response has none
+    uint32_t headerCount = 0;     // used slots, 0 to kHeaderSlots
+    char *reasonPhrase = nullptr; // owned by whoever releases the response, free()
+    char *version = nullptr;      // owned, free()
+    std::array<RTSPHeaderStruct, kHeaderSlots> headers = {};
+};
+
+// The value of the first header of that name, ignoring case, or null. The text may be cut up in place.
+char *GetResponseHeader(ResponseMsg *responseMsg, const char *headerName);
+
+// Releases slots, version and record; the reason phrase is released by the caller, just before.
+void freeResponseMsg(ResponseMsg *responseMsg);
+
+} // namespace rtsptap
