@@ -99,13 +99,12 @@ void DropHead(RTSPStreamInfo &stream) {
     stream.outstanding.fetch_add(1, std::memory_order_relaxed);
 }
 
-// True when the queue spanned more than overflowLimit and was cut down to targetLatency.
+// True when the queue spanned more than overflowLimit, which is not below targetLatency, and was cut down to that.
 bool TrimForLatency(RTSPStreamInfo &stream, const RTPStreamData &packet) {
     const int64_t target = stream.client->targetLatency.load(std::memory_order_relaxed) * kTicksPerMs;
     const int64_t overflow = stream.client->overflowLimit.load(std::memory_order_relaxed) * kTicksPerMs;
     if (target == 0 || TimestampSpan(packet, *HeadOf(stream)) <= overflow) return false;
-    do DropHead(stream);
-    while (HeadOf(stream) != nullptr && TimestampSpan(packet, *HeadOf(stream)) > target);
+    while (HeadOf(stream) != nullptr && TimestampSpan(packet, *HeadOf(stream)) > target) DropHead(stream);
     return true;
 }
 
