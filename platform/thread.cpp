@@ -9,7 +9,7 @@ int ThreadCreate(pthread_t *threadId, void *(*startRoutine)(void *), void *argum
 }
 
 // Ending a thread unwinds its frames by force: this one holds nothing and must not become noexcept.
-// Kept: the status is not handed on; no joiner may read an exit value.
+// The status is not handed on: nobody joins for a value.
 void ThreadExit(int /*status*/) { pthread_exit(nullptr); }
 
 int ThreadDetach(pthread_t threadId) {

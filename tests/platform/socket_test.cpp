@@ -89,6 +89,7 @@ TEST(Socket, AnInterruptedReceiveIsRetriedWithALine) {
 
 TEST(SocketDeathTest, Error29IsRetriedLikeAnInterruption) {
     const auto receiveForEver = [](auto receive) {
+        if (freopen("/dev/null", "w", stdout) == nullptr) std::abort(); // thousands of lines
         FailReceivesWith(ESPIPE);
         ualarm(50000, 0);
         receive();
