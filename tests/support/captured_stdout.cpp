@@ -1,5 +1,7 @@
 #include "tests/support/captured_stdout.h"
 
+#include <gtest/gtest.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <sys/mman.h>
@@ -13,8 +15,10 @@ CapturedStdout::CapturedStdout() {
 }
 
 CapturedStdout::~CapturedStdout() {
-    std::fflush(stdout);
+    const std::string text = Text();
     dup2(savedFd_, STDOUT_FILENO);
+    if (testing::Test::HasFailure())
+        std::fputs(text.c_str(), stdout); // failed checks report on standard output too
     close(savedFd_);
     close(memoryFd_);
 }
