@@ -27,26 +27,65 @@ template <auto function> int32_t OfStreamOne(intptr_t client, intptr_t list, cha
 }
 
 const Method kMethods[] = {
-    {"OPTIONS", "RTSPClientSendOptionsRequest", "OPTIONS {base} ", "Options", "",
-     CLIENT_READY_STATE, CLIENT_INIT_STATE, {0, 1, 2, 3, 4, 5}, RTSPClientSendOptionsRequest},
-    {"DESCRIBE", "RTSPClientSendDescribeRequest", "DESCRIBE {base} ", "Describe",
+    {"OPTIONS",
+     "RTSPClientSendOptionsRequest",
+     "OPTIONS {base} ",
+     "Options",
+     "",
+     CLIENT_READY_STATE,
+     CLIENT_INIT_STATE,
+     {0, 1, 2, 3, 4, 5},
+     RTSPClientSendOptionsRequest},
+    {"DESCRIBE",
+     "RTSPClientSendDescribeRequest",
+     "DESCRIBE {base} ",
+     "Describe",
      " :Client State is Not Valid for DESCRIBE Method.\n",
-     CLIENT_OPTIONS_SENT_STATE, CLIENT_DESCRIBE_SENT_STATE, {0, 1}, RTSPClientSendDescribeRequest},
-    {"SETUP", "RTSPClientSendSetupRequest", "SETUP {base}/track1 ", "Setup",
+     CLIENT_OPTIONS_SENT_STATE,
+     CLIENT_DESCRIBE_SENT_STATE,
+     {0, 1},
+     RTSPClientSendDescribeRequest},
+    {"SETUP",
+     "RTSPClientSendSetupRequest",
+     "SETUP {base}/track1 ",
+     "Setup",
      " :Client State is Not Valid for SETUP Method.\n",
-     CLIENT_DESCRIBE_SENT_STATE, CLIENT_READY_STATE, {2, 3}, OfStreamOne<RTSPClientSendSetupRequest>},
-    {"PLAY", "RTSPClientSendPlayRequest", "PLAY {base}/track1 ", "Play",
+     CLIENT_DESCRIBE_SENT_STATE,
+     CLIENT_READY_STATE,
+     {2, 3},
+     OfStreamOne<RTSPClientSendSetupRequest>},
+    {"PLAY",
+     "RTSPClientSendPlayRequest",
+     "PLAY {base}/track1 ",
+     "Play",
      " :Client State is Not Valid for PLAY Method.\n",
-     CLIENT_READY_STATE, CLIENT_PLAYING_STATE, {3, 4, 5}, OfStreamOne<RTSPClientSendPlayRequest>},
-    {"PAUSE", "RTSPClientSendPauseRequest", "PAUSE {base}/track1 ", "Pause",
+     CLIENT_READY_STATE,
+     CLIENT_PLAYING_STATE,
+     {3, 4, 5},
+     OfStreamOne<RTSPClientSendPlayRequest>},
+    {"PAUSE",
+     "RTSPClientSendPauseRequest",
+     "PAUSE {base}/track1 ",
+     "Pause",
      " :Client State is Not Valid for PAUSE Method.\n",
-     CLIENT_PLAYING_STATE, CLIENT_PLAYING_STATE, {4}, OfStreamOne<RTSPClientSendPauseRequest>},
-    {"TEARDOWN", "RTSPClientSendTeardownRequest", "TEARDOWN {base} ", "TearDown",
+     CLIENT_PLAYING_STATE,
+     CLIENT_PLAYING_STATE,
+     {4},
+     OfStreamOne<RTSPClientSendPauseRequest>},
+    {"TEARDOWN",
+     "RTSPClientSendTeardownRequest",
+     "TEARDOWN {base} ",
+     "TearDown",
      " : Client State is Not Valid for TEARDOWN Method.\n",
-     CLIENT_PAUSE_STATE, RTSP_NOT_CONNECTED, {4, 5}, RTSPClientSendTeardownRequest},
+     CLIENT_PAUSE_STATE,
+     RTSP_NOT_CONNECTED,
+     {4, 5},
+     RTSPClientSendTeardownRequest},
 };
 
-std::string Exit(const Method &method, const std::string &rest) { return "EXIT : " + std::string(method.function) + rest; }
+std::string Exit(const Method &method, const std::string &rest) {
+    return "EXIT : " + std::string(method.function) + rest;
+}
 
 std::string ReplyOf(const Method &method) {
     return method.call == RTSPClientSendDescribeRequest ? WithBody(kDescription)[0].bytes : Ok()[0].bytes;
@@ -60,7 +99,8 @@ TEST(Exchange, MethodsAreRefusedOutsideTheirStates) {
         Session session(DATA_PROTO_UDP, static_cast<RTSPClientState>(state));
         for (const Method &method : kMethods) {
             const bool allowed = std::count(method.allowedStates.begin(), method.allowedStates.end(), state) > 0;
-            const std::string badList = " :HeaderList of " + std::string(method.listName) + " method is not valid\n";
+            const std::string badList =
+                " :HeaderList of " + std::string(method.listName) + " method is not valid\n";
             ExpectRefusals({{method.name, [&] { return method.call(session.client, unknown, nullptr, nullptr); },
                              allowed ? RTSP_INVALID_HEADER_LIST : RTSP_INVALID_STATE,
                              Exit(method, allowed ? badList : method.badState)}});
@@ -81,8 +121,8 @@ TEST(Exchange, MethodsNeedALiveAndConnectedClient) {
              Exit(method, " :Invalid client handle\n")},
             {"unconnected", [&] { return method.call(client, 0, nullptr, nullptr); },
              pause ? RTSP_INVALID_ARGUMENT : RTSP_NOT_CONNECTED,
-             Exit(method, pause ? " :Invalid Stream Number\n"
-                                : " :Client is created but is not connected to server\n")},
+             Exit(method,
+                  pause ? " :Invalid Stream Number\n" : " :Client is created but is not connected to server\n")},
         });
     }
 }
@@ -135,12 +175,13 @@ TEST(Exchange, StatusClassesDecideAndLeaveTheStateAlone) {
     };
     for (const Method &method : kMethods) {
         Script script;
-        for (const auto &row : kClasses) script.push_back({method.request, Status(row.status, "Why", "Session: {session}")});
+        for (const auto &row : kClasses)
+            script.push_back({method.request, Status(row.status, "Why", "Session: {session}")});
         Session session(DATA_PROTO_UDP, method.from, script);
         const int32_t before = ObservedState(session.client);
         for (const auto &row : kClasses) {
-            ExpectRefusals({{method.name, [&] { return method.call(session.client, 0, nullptr, nullptr); }, row.code,
-                             row.code == 0 ? "" : Exit(method, row.text)}});
+            ExpectRefusals({{method.name, [&] { return method.call(session.client, 0, nullptr, nullptr); },
+                             row.code, row.code == 0 ? "" : Exit(method, row.text)}});
             EXPECT_EQ(ObservedState(session.client), before) << method.name << " " << row.status;
         }
     }
@@ -149,7 +190,8 @@ TEST(Exchange, StatusClassesDecideAndLeaveTheStateAlone) {
 TEST(Exchange, OnlyOptionsAndDescribeTakeUpAChallenge) {
     for (const Method &method : kMethods) {
         const bool takes = method.from < CLIENT_DESCRIBE_SENT_STATE || method.call == RTSPClientSendOptionsRequest;
-        const Reply refusal = Status(401, "Unauthorized", "Session: {session}", "WWW-Authenticate: Digest realm=\"r\"");
+        const Reply refusal =
+            Status(401, "Unauthorized", "Session: {session}", "WWW-Authenticate: Digest realm=\"r\"");
         Session session(DATA_PROTO_UDP, method.from,
                         {{method.request, refusal},
                          {{method.request, takes ? "\r\nAuthorization: Digest " : "!Authorization"}, refusal}});
@@ -184,9 +226,9 @@ TEST(Exchange, SmallBufferFailsAfterTheStateHasMoved) {
             Session session(DATA_PROTO_UDP, method.from, {{method.request, Text(ReplyOf(method))}});
             char buffer[16] = {};
             int32_t size = capacity;
-            ExpectRefusals({{method.name, [&] { return method.call(session.client, 0, buffer, &size); },
-                             RTSP_SMALL_BUFFER,
-                             Exit(method, " :Small Buffer received from Application for Response\n")}});
+            ExpectRefusals(
+                {{method.name, [&] { return method.call(session.client, 0, buffer, &size); }, RTSP_SMALL_BUFFER,
+                  Exit(method, " :Small Buffer received from Application for Response\n")}});
             EXPECT_GT(size, 20) << method.name;
             EXPECT_EQ(buffer[0], '\0');
             // DESCRIBE looks at the buffer before anything else.
