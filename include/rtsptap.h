@@ -536,8 +536,9 @@ RTSPTAP_API int32_t RTSPClientSendTeardownRequest(intptr_t clientHandle, intptr_
  * there or destroyed. The failed step has printed its own line.
  *
  * @param username, password  at most 127 characters each, the rest is cut; null stands for an empty text
- * @return 0; RTSP_INVALID_ARGUMENT bad handle, address, port, session name or dataProto;
- *         RTSP_NOT_CONNECTED the connection failed; RTSP_SEND_FAILED any later step failed
+ * @return 0; RTSP_INVALID_ARGUMENT bad handle or dataProto, null address or session name, port 0;
+ *         RTSP_NOT_CONNECTED connecting failed, for any reason that RTSPClientConnect has; RTSP_SEND_FAILED any
+ *         later step failed
  */
 RTSPTAP_API int32_t RTSPClientAutoRTSPConnect(intptr_t clientHandle, const char *serverIp, uint16_t serverPort,
                                               const char *sessionName, const char *username, const char *password,
