@@ -1,0 +1,97 @@
+#include "rtp/stream_thread.h"
+
+#include "platform/printers.h"
+#include "rtp/stream_record.h"
+#include "rtsp/client/client_record.h"
+
+#include <memory>
+#include <new>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+namespace rtsptap {
+namespace {
+
+struct StreamThreadDeleter {
+    void operator()(StreamThread *thread) const {
+        if (thread->wake >= 0) close(thread->wake);
+        delete thread;
+    }
+};
+using StreamThreadPtr = std::unique_ptr<StreamThread, StreamThreadDeleter>;
+
+void Wake(const StreamThread &thread) {
+    const uint64_t one = 1;
+    if (write(thread.wake, &one, sizeof one) < 0) DebugPrint(kDebugEntry, "\tthe wake-up is already set\n");
+}
+
+// Ends and frees the thread that served before; what it left in the stream and client is ours from here on.
+void TakeOver(StreamThread &thread) {
+    if (const StreamThreadPtr predecessor(thread.predecessor); predecessor != nullptr) {
+        predecessor->yield.store(true, std::memory_order_release);
+        Wake(*predecessor);
+        WaitForThreadCompletion(predecessor->handle);
+    }
+    thread.predecessor = nullptr;
+    thread.tookOver.store(true, std::memory_order_release);
+    thread.tookOver.notify_all();
+}
+
+void RunBody(StreamThread &thread) {
+    TakeOver(thread);
+    thread.body(thread);
+    thread.ended.store(true, std::memory_order_release);
+}
+
+StreamThreadPtr CreateThreadRecord(RTSPStreamInfo &stream, void (*body)(StreamThread &)) {
+    StreamThreadPtr thread(new (std::nothrow) StreamThread{});
+    if (thread == nullptr) return nullptr;
+    thread->stream = &stream;
+    thread->body = body;
+    thread->dataProto = stream.client->dataProto;
+    thread->wake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (thread->wake < 0) return nullptr;
+    return thread;
+}
+
+} // namespace
+
+// The outermost frame of every library thread. It holds nothing when it leaves through ThreadExit.
+extern "C" {
+static void *StreamThreadMain(void *argument) {
+    RunBody(*static_cast<StreamThread *>(argument));
+    ThreadExit(RTSP_FAILURE);
+}
+}
+
+bool IsServing(const StreamThread *thread) {
+    return thread != nullptr && !thread->ended.load(std::memory_order_acquire);
+}
+
+void StartStreamThread(StreamThread *&slot, RTSPStreamInfo &stream, void (*body)(StreamThread &)) {
+    if (slot != nullptr) slot->tookOver.wait(false, std::memory_order_acquire);
+    StreamThreadPtr thread = CreateThreadRecord(stream, body);
+    if (thread == nullptr) return;
+    thread->predecessor = slot;
+    if (ThreadCreate(&thread->handle, StreamThreadMain, thread.get()) != RTSP_SUCCESS) return;
+    slot = thread.release();
+}
+
+void StopStreamThread(StreamThread *&slot, int socket) {
+    const StreamThreadPtr thread(slot);
+    slot = nullptr;
+    if (thread == nullptr) return;
+    DebugPrint(kDebugEntry, "\tStopping Thread by closing the socket\n");
+    thread->stop.store(true, std::memory_order_release);
+    if (socket >= 0) shutdown(socket, SHUT_RDWR);
+    Wake(*thread);
+    WaitForThreadCompletion(thread->handle);
+}
+
+void StopAndClose(StreamThread *&slot, int32_t &socket) {
+    StopStreamThread(slot, socket);
+    CloseSock(socket);
+    socket = -1;
+}
+
+} // namespace rtsptap

@@ -1,0 +1,55 @@
+// A started receive thread and what its starter and its successor tell it.
+// Control functions run on the application's thread. A thread body tests its control block on every pass.
+//
+// Starting where a thread already serves is a hand-over: the new thread asks the old one to yield, joins it
+// and goes on where it stopped, so that a socket or ring never has two readers and nothing is lost.
+#pragma once
+
+#include "rtsptap.h"
+
+#include <atomic>
+#include <cstdint>
+
+namespace rtsptap {
+
+struct RTSPStreamInfo;
+
+struct StreamThread {
+    // ---- Constant once the thread runs ----
+    RTSPStreamInfo *stream = nullptr;
+    void (*body)(StreamThread &) = nullptr;
+    uint32_t dataProto = DATA_PROTO_UDP; // how the client receives, taken once
+    int wake = -1;                       // eventfd, readable once the thread has been told to end
+
+    // ---- Starting thread, then the new thread, which joins and frees it ----
+    StreamThread *predecessor = nullptr;
+
+    // ---- Control thread only ----
+    pthread_t handle = {};
+
+    // ---- Written by one, read by the other ----
+    std::atomic<bool> stop{false};      // the session ends
+    std::atomic<bool> yield{false};     // a successor waits to take over
+    std::atomic<bool> tookOver{false};  // the predecessor has been joined
+    std::atomic<bool> ended{false};     // the body has returned
+};
+
+inline bool MustEnd(const StreamThread &thread) {
+    return thread.stop.load(std::memory_order_acquire) || thread.yield.load(std::memory_order_acquire);
+}
+
+// True while a thread was started and its body has not returned.
+bool IsServing(const StreamThread *thread);
+
+// Starts `body` for the stream, taking over from the thread in `slot` if there is one; the slot then holds
+// the new thread. When no thread can be created the slot keeps what it had. At most two threads of a slot
+// are alive: a hand-over still under way is waited for first.
+void StartStreamThread(StreamThread *&slot, RTSPStreamInfo &stream, void (*body)(StreamThread &));
+
+// Tells the thread to end, shuts `socket` down to wake it, joins it and clears the slot. The socket stays open.
+void StopStreamThread(StreamThread *&slot, int socket);
+
+// StopStreamThread, then closes the socket and sets it to -1.
+void StopAndClose(StreamThread *&slot, int32_t &socket);
+
+} // namespace rtsptap
