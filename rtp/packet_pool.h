@@ -14,6 +14,17 @@ struct PacketPool {
     RTPStreamData *ready = nullptr;                 // receive thread only
 };
 
+// The bytes of the receive ring that a packet gives back when it is freed. Packets are freed in the order
+// of the queue, which after reordering is not that of the ring: a packet that was moved ahead gives back
+// nothing, and the last one behind it gives back its bytes as well.
+struct RingClaim {
+    const uint8_t *begin = nullptr;
+    const uint8_t *end = nullptr;
+};
+
+// The claim of a record that came from TakePacketRecord.
+RingClaim &ClaimOf(RTPStreamData &packet);
+
 // A cleared record with its RTPHeader attached, or null when memory is short.
 RTPStreamData *TakePacketRecord(PacketPool &pool);
 

@@ -1,0 +1,69 @@
+// Receiving with retry, and closing. A failed receive leaves its errno to the caller, whatever was printed.
+#include "rtsptap.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <unistd.h>
+
+namespace {
+
+// Kept: 29 (ESPIPE) is retried like an interruption.
+bool IsRetried(int error) { return error == EINTR || error == ESPIPE; }
+
+// Printing may change errno, which holds the error to be told.
+void PrintSystemError(int error) {
+    errno = error;
+    std::perror(nullptr);
+}
+
+} // namespace
+
+int UDPSockRecv(int sockfd, void *buf, int len, struct sockaddr *srcAddr, socklen_t *srcAddrLen) {
+    if (len < 0) {
+        errno = EINVAL;
+        return RTSP_FAILURE;
+    }
+    for (;;) {
+        // MSG_TRUNC: the datagram's own size, also when it does not fit.
+        const int result =
+            static_cast<int>(recvfrom(sockfd, buf, static_cast<size_t>(len), MSG_TRUNC, srcAddr, srcAddrLen));
+        const int error = errno;
+        if (result < 0 && IsRetried(error)) {
+            RtpRtspInfoPrint("UDP recv function error in linux: Err :%d Retval: %d \n", error, result);
+            PrintSystemError(error);
+            continue;
+        }
+        if (result > len)
+            RtpRtspInfoPrint("Received data packet is greater than MTU size so changing MTU size; "
+                             "retValue:%d, dataSize:%d\n",
+                             result, len);
+        return result;
+    }
+}
+
+int TCPSockRecv(int sockfd, void *buf, int len) {
+    int result = RTSP_FAILURE;
+    int error = EINVAL; // a negative length
+    while (len >= 0) {
+        result = static_cast<int>(recv(sockfd, buf, static_cast<size_t>(len), 0));
+        error = errno;
+        if (result >= 0 || !IsRetried(error)) break;
+        RtpRtspInfoPrint("TCP recv function error in linux: Err :%d Retval: %d \n", error, result);
+        PrintSystemError(error);
+    }
+    if (result == 0) RtpRtspInfoPrint("Connection was closed by server\n");
+    if (result < 0) RtpRtspInfoPrint("Connection error %d\n", result);
+    errno = error;
+    return result;
+}
+
+void CloseSock(int fd) {
+    if (fd == -1) return;
+    shutdown(fd, SHUT_RDWR); // wakes a thread that is blocked on it, which close alone does not
+    close(fd);
+}
+
+int CloseServerSock(int fd) {
+    CloseSock(fd);
+    return RTSP_SUCCESS;
+}

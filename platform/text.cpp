@@ -1,0 +1,103 @@
+#include "platform/text.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+
+namespace rtsptap {
+
+namespace {
+
+constexpr std::string_view kLineEnds = "\r\n";
+constexpr std::string_view kWhiteSpace = " \t\n\v\f\r";
+
+bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+
+char LowerCase(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+
+std::string_view WithoutLeading(std::string_view text, std::string_view characters) {
+    text.remove_prefix(std::min(text.find_first_not_of(characters), text.size()));
+    return text;
+}
+
+// Takes an optional sign off the front; true for a minus.
+bool TakeMinus(std::string_view &text) {
+    const bool minus = text.starts_with('-');
+    if (minus || text.starts_with('+')) text.remove_prefix(1);
+    return minus;
+}
+
+} // namespace
+
+void FreeDeleter::operator()(void *block) const { std::free(block); }
+
+bool NextLine(std::string_view &text, std::string_view &line) {
+    text = WithoutLeading(text, kLineEnds);
+    if (text.empty()) return false;
+    line = text.substr(0, text.find_first_of(kLineEnds));
+    text.remove_prefix(line.size());
+    return true;
+}
+
+bool Until(std::string_view &text, char separator, std::string_view &token) {
+    const auto end = text.find(separator);
+    if (end == text.npos) return false;
+    token = text.substr(0, end);
+    text.remove_prefix(end + 1);
+    return true;
+}
+
+int32_t LeadingNumber(std::string_view text) {
+    constexpr int64_t kMax = std::numeric_limits<int64_t>::max();
+    constexpr int64_t kMin = std::numeric_limits<int64_t>::min();
+    text = WithoutLeading(text, kWhiteSpace);
+    const bool minus = TakeMinus(text);
+    int64_t number = 0; // counted downwards for a minus, because the smallest number has no positive twin
+    for (; !text.empty() && IsDigit(text.front()); text.remove_prefix(1)) {
+        const int digit = text.front() - '0';
+        if (minus)
+            number = number < (kMin + digit) / 10 ? kMin : number * 10 - digit;
+        else
+            number = number > (kMax - digit) / 10 ? kMax : number * 10 + digit;
+    }
+    return static_cast<int32_t>(number);
+}
+
+double LeadingFraction(std::string_view text) {
+    text = WithoutLeading(text, kWhiteSpace);
+    const bool minus = TakeMinus(text);
+    // "inf" and "nan" are words here, and a second sign ends the number before it began.
+    if (text.empty() || !(IsDigit(text.front()) || text.front() == '.')) return 0.0;
+    double value = 0.0;
+    const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (result.ec != std::errc{} || !std::isfinite(value)) return 0.0;
+    return minus ? -value : value;
+}
+
+bool EqualIgnoringCase(std::string_view a, std::string_view b) {
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                      [](char left, char right) { return LowerCase(left) == LowerCase(right); });
+}
+
+std::string_view After(std::string_view text, std::string_view part) {
+    const auto at = text.find(part);
+    return at == text.npos ? std::string_view() : text.substr(at + part.size());
+}
+
+void CopyText(char *field, std::size_t fieldSize, std::string_view text) {
+    if (fieldSize == 0) return;
+    const std::size_t length = std::min(text.size(), fieldSize - 1);
+    std::copy_n(text.data(), length, field);
+    std::fill(field + length, field + fieldSize, '\0');
+}
+
+HeapText DuplicateText(std::string_view text) {
+    HeapText copy(static_cast<char *>(std::malloc(text.size() + 1)));
+    if (copy) CopyText(copy.get(), text.size() + 1, text);
+    return copy;
+}
+
+} // namespace rtsptap

@@ -1,0 +1,25 @@
+// Threads, and the one signal the library cares about.
+#include "rtsptap.h"
+
+#include <csignal>
+
+int ThreadCreate(pthread_t *threadId, void *(*startRoutine)(void *), void *argument) {
+    if (threadId == nullptr || startRoutine == nullptr) return RTSP_FAILURE;
+    return pthread_create(threadId, nullptr, startRoutine, argument) == 0 ? RTSP_SUCCESS : RTSP_FAILURE;
+}
+
+// Ending a thread unwinds its frames by force: this one holds nothing and must not become noexcept.
+// The status is not handed on: nobody joins for a value.
+void ThreadExit(int /*status*/) { pthread_exit(nullptr); }
+
+int ThreadDetach(pthread_t threadId) {
+    if (threadId == 0) return RTSP_FAILURE;
+    return pthread_detach(threadId) == 0 ? RTSP_SUCCESS : RTSP_FAILURE;
+}
+
+int WaitForThreadCompletion(pthread_t threadId) {
+    if (threadId == 0) return RTSP_FAILURE;
+    return pthread_join(threadId, nullptr) == 0 ? RTSP_SUCCESS : RTSP_FAILURE;
+}
+
+void HandleSignal(void) { std::signal(SIGPIPE, SIG_IGN); }

@@ -1,0 +1,71 @@
+#include "rtp/packet_pool.h"
+
+#include <cstdlib>
+#include <type_traits>
+
+namespace rtsptap {
+
+namespace {
+
+// One allocation: the record comes first, so a pointer to it is a pointer to the block.
+struct PacketBlock {
+    RTPStreamData record;
+    RTPHeader header;
+    RingClaim claim;
+};
+static_assert(std::is_standard_layout_v<PacketBlock>);
+
+PacketBlock *BlockOf(RTPStreamData *packet) { return reinterpret_cast<PacketBlock *>(packet); }
+
+RTPStreamData *NewOrReturned(PacketPool &pool) {
+    // Taking the whole list at once leaves no room for the ABA problem of popping single records.
+    if (pool.ready == nullptr) pool.ready = pool.returned.exchange(nullptr, std::memory_order_acquire);
+    if (pool.ready == nullptr) return static_cast<RTPStreamData *>(std::malloc(sizeof(PacketBlock)));
+    RTPStreamData *const packet = pool.ready;
+    pool.ready = packet->next;
+    return packet;
+}
+
+void FreeList(RTPStreamData *packet) {
+    while (packet != nullptr) {
+        RTPStreamData *const following = packet->next;
+        FreePacketRecord(packet);
+        packet = following;
+    }
+}
+
+} // namespace
+
+RingClaim &ClaimOf(RTPStreamData &packet) { return BlockOf(&packet)->claim; }
+
+RTPStreamData *TakePacketRecord(PacketPool &pool) {
+    RTPStreamData *const packet = NewOrReturned(pool);
+    if (packet == nullptr) return nullptr;
+    PacketBlock *const block = BlockOf(packet);
+    *block = PacketBlock{};
+    block->record.rtpHeader = &block->header;
+    return packet;
+}
+
+void ReturnPacketRecord(PacketPool &pool, RTPStreamData *packet) {
+    std::free(packet->extensionData);
+    packet->extensionData = nullptr;
+    packet->next = pool.returned.load(std::memory_order_relaxed);
+    while (!pool.returned.compare_exchange_weak(packet->next, packet, std::memory_order_release,
+                                                std::memory_order_relaxed)) {
+    }
+}
+
+void FreePacketRecord(RTPStreamData *packet) {
+    if (packet == nullptr) return;
+    std::free(packet->extensionData);
+    std::free(packet);
+}
+
+void DrainPacketPool(PacketPool &pool) {
+    FreeList(pool.returned.exchange(nullptr, std::memory_order_acquire));
+    FreeList(pool.ready);
+    pool.ready = nullptr;
+}
+
+} // namespace rtsptap

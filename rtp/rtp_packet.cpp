@@ -1,0 +1,144 @@
+#include "rtp/rtp_packet.h"
+
+#include "platform/call_trace.h"
+#include "platform/wire.h"
+#include "rtp/loss_accounting.h"
+#include "rtp/packet_pool.h"
+#include "rtp/stream_record.h"
+#include "rtsp/client/client_record.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <span>
+
+namespace rtsptap {
+
+namespace {
+
+// RFC 3550, 5.1 and 5.3.1:
+//
+//      0                   1                   2                   3
+//      0 1 2 3 4 5 6 7 8 9 0 1 2 3 4 5 6 7 8 9 0 1 2 3 4 5 6 7 8 9 0 1
+//     +-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+
+//   0 |V=2|P|X|  CC   |M|     PT      |       sequence number         |
+//   4 |                           timestamp                           |
+//   8 |                             SSRC                              |
+//  12 |                      CSRC, CC times                           |
+//   H |      extension profile        |    length in 32-bit words     |  when X is set
+// H+4 |                      extension body                           |
+//   O |                         payload                               |
+//     |                               padding         | padding count |  when P is set
+//     +-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+
+constexpr uint8_t kRtpVersion = 2;
+constexpr uint32_t kFixedWords = 3;
+constexpr uint32_t kExtensionHeader = 4;         // bytes
+constexpr uint16_t kExtensionWordsMask = 0x3FFF; // an extension is shorter than 65536 bytes
+
+constexpr std::array<uint8_t, 7> kStaticPayloadTypes{0, 8, 10, 11, 14, 26, 33};
+constexpr uint8_t kFirstDynamicPayloadType = 96;
+
+struct ReturnToPool {
+    PacketPool *pool;
+    void operator()(RTPStreamData *packet) const { ReturnPacketRecord(*pool, packet); }
+};
+using PooledPacket = std::unique_ptr<RTPStreamData, ReturnToPool>;
+
+void ReadFlags(const wire::ReceivedBytes &bytes, RTPHeader &header) {
+    const uint32_t first = bytes.U8(0);
+    const uint32_t second = bytes.U8(1);
+    header.version = first >> 6 & 0x03;
+    header.padding = first >> 5 & 0x01;
+    header.extension = first >> 4 & 0x01;
+    header.csrcCount = first & 0x0F;
+    header.marker = second >> 7 & 0x01;
+    header.payloadType = second & 0x7F;
+}
+
+uint32_t HeaderSize(const RTPHeader &header) { return (header.csrcCount + kFixedWords) * 4; }
+
+bool CopyExtension(std::span<const uint8_t> packetBytes, RTPStreamData &packet) {
+    const wire::ReceivedBytes bytes(packetBytes);
+    const uint32_t at = HeaderSize(*packet.rtpHeader);
+    packet.extensionProfile = bytes.U16(at);
+    packet.extensionLength = static_cast<uint16_t>((bytes.U16(at + 2) & kExtensionWordsMask) * 4);
+    packet.extensionData = static_cast<uint8_t *>(std::calloc(std::max<std::size_t>(packet.extensionLength, 1), 1));
+    if (packet.extensionData == nullptr) return false;
+    const std::size_t body = at + kExtensionHeader;
+    if (body < packetBytes.size()) // what the extension claims beyond the packet stays 0
+        std::memcpy(packet.extensionData, packetBytes.data() + body,
+                    std::min<std::size_t>(packet.extensionLength, packetBytes.size() - body));
+    return true;
+}
+
+void ReadNumbers(const wire::ReceivedBytes &bytes, RTPHeader &header) {
+    header.sequenceNumber = bytes.U16(2);
+    header.timestamp = bytes.U32(4);
+    header.ssrc = bytes.U32(8);
+    for (uint32_t i = 0; i < header.csrcCount; ++i) header.csrc[i] = bytes.U32(12 + 4 * i);
+}
+
+// The payload may lie beyond the bytes that arrived, never beyond the ring's slack. Its length is what the
+// formula says: a packet that claims more than it holds wraps it.
+void LocatePayload(const RTPDataBuffer &buffer, RTPStreamData &packet) {
+    const RTPHeader &header = *packet.rtpHeader;
+    uint32_t offset = HeaderSize(header);
+    if (header.extension) offset += kExtensionHeader + packet.extensionLength;
+    const uint32_t padding = header.padding ? buffer.data[buffer.length - 1] : 0;
+    packet.payloadLength = buffer.length - offset - padding;
+    packet.payload = buffer.data + offset;
+    packet.packetLength = buffer.length;
+    packet.packetData = buffer.data;
+    ClaimOf(packet) = {buffer.data, buffer.data + buffer.length};
+}
+
+// From here on the packet is accepted: the stream's and the client's figures change.
+void CountPacket(RTSPStreamInfo &stream, RTPStreamData &packet) {
+    RTSPClient &client = *stream.client;
+    const RTPHeader &header = *packet.rtpHeader;
+    packet.codecType = stream.codecType.load(std::memory_order_relaxed);
+    if (client.dataProto.load(std::memory_order_relaxed) == DATA_PROTO_UDP)
+        packet.lossFlag = CountGap(stream, header.sequenceNumber) ? 1 : 0;
+    NoteSequenceNumber(stream, header.sequenceNumber);
+    if (stream.remoteSsrc.load(std::memory_order_relaxed) == 0)
+        stream.remoteSsrc.store(header.ssrc, std::memory_order_relaxed);
+    packet.packetIndex = client.packetCounter.fetch_add(1, std::memory_order_relaxed) + 1;
+}
+
+} // namespace
+
+bool IsAcceptedPayloadType(uint8_t payloadType) {
+    if (payloadType >= kFirstDynamicPayloadType) return true;
+    return std::ranges::find(kStaticPayloadTypes, payloadType) != kStaticPayloadTypes.end();
+}
+
+RTPStreamData *ParseRTPData(const RTPDataBuffer *rtpDataBuffer, RTSPStreamInfo *rtspStreamInfo) {
+    const CallTrace trace(__func__);
+    DebugPrint(kDebugEntry, "\t  Input: rtpDataBuffer : %d \n", PrintableHandle(rtpDataBuffer));
+    DebugPrint(kDebugEntry, "\t  Input: rtspStreamInfo: %d \n", PrintableHandle(rtspStreamInfo));
+    if (rtpDataBuffer == nullptr || rtspStreamInfo == nullptr)
+        return trace.Fail(nullptr, "\tEXIT : %s : Invalid input argument\n");
+
+    PooledPacket packet(TakePacketRecord(rtspStreamInfo->pool), {&rtspStreamInfo->pool});
+    if (packet == nullptr) return trace.Fail(nullptr, "\tEXIT : %s: Memory Allocation Failed\n");
+
+    const std::span<const uint8_t> packetBytes(rtpDataBuffer->data, rtpDataBuffer->length);
+    const wire::ReceivedBytes bytes(packetBytes);
+    RTPHeader &header = *packet->rtpHeader;
+    ReadFlags(bytes, header);
+    if (header.version != kRtpVersion) return trace.Fail(nullptr, "\tEXIT : %s: RTP Version Invalid Found\n");
+    if (header.extension && !CopyExtension(packetBytes, *packet))
+        return trace.Fail(nullptr, "\tEXIT : %s: Memory Allocation Failed\n");
+    if (!IsAcceptedPayloadType(header.payloadType)) {
+        RtpRtspErrorPrint("\tEXIT : %s: RTP Payload Type %d unsupported\n", trace.Function(), header.payloadType);
+        return nullptr;
+    }
+    ReadNumbers(bytes, header);
+    LocatePayload(*rtpDataBuffer, *packet);
+    CountPacket(*rtspStreamInfo, *packet);
+    return packet.release();
+}
+
+} // namespace rtsptap

@@ -1,0 +1,33 @@
+#!/bin/sh
+# Folders include one way: rtsp/client -> rtsp/message and sdp -> rtp -> platform. Upwards they meet in records
+# only, named below. Programs see nothing but the public header.
+# Usage: include_graph.sh SOURCE_DIRECTORY
+cd "$1" || exit 2
+rooms="platform rtp sdp rtsp digest"
+for folder in tools examples; do
+    [ -d "$folder" ] && rooms="$rooms $folder"
+done
+grep -rn --include='*.h' --include='*.cpp' --include='*.c' '^#include "' $rooms | awk -F'[:"]' '
+function height(path) {
+    if (path ~ /^platform\//) return 1
+    if (path ~ /^rtp\//) return 2
+    if (path ~ /^sdp\// || path ~ /^rtsp\/message\//) return 3
+    if (path ~ /^rtsp\/client\//) return 4
+    return 0
+}
+BEGIN {
+    record["rtsp/client/client_record.h"] = record["rtsp/client/registry.h"] = 1
+    record["rtsp/message/recv_buffer.h"] = record["sdp/sdp_field.h"] = 1
+}
+{
+    lines++
+    # fields: file, line, "#include ", the included path
+    if (height($4) > height($1) && !($4 in record && height($1) > 0)) {
+        print $1 ":" $2 ": must not include " $4
+        failures++
+    }
+}
+END {
+    if (lines == 0) print "no include line found"
+    exit failures > 0 || lines == 0
+}'

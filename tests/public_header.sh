@@ -1,0 +1,38 @@
+#!/bin/sh
+# The public header compiles alone as C99 and as C++20, the shared library exports exactly the functions that
+# it declares, imports the host's digest function, and needs nothing beyond the C and C++ run-time libraries.
+# Usage: public_header.sh CC CXX NM INCLUDE_DIRECTORY SHARED_LIBRARY
+set -u
+cc=$1 cxx=$2 nm=$3 include=$4 library=$5
+failures=0
+fail() {
+    echo "FAILED: $*"
+    failures=$((failures + 1))
+}
+
+warnings="-pedantic -Wall -Wextra -Werror"
+"$cc" -x c -std=c99 $warnings -fsyntax-only "$include/rtsptap.h" || fail "not C99"
+"$cxx" -x c++ -std=c++20 $warnings -fsyntax-only "$include/rtsptap.h" || fail "not C++20"
+
+# A declaration begins with the export mark; its name stands before the first parenthesis that follows.
+declared=$("$cc" -x c -E -P "$include/rtsptap.h" | tr '\n' ' ' |
+    sed 's/__attribute__ *((visibility("default")))/\n@/g' |
+    sed -n 's/^@[^(]*[ *]\([A-Za-z0-9_]*\)(.*/\1/p' | sort)
+exported=$("$nm" -D --defined-only "$library" | awk '{ print $NF }' | sort)
+[ -n "$declared" ] || fail "no declaration found"
+for name in $declared; do
+    echo "$exported" | grep -qx "$name" || fail "declared but not exported: $name"
+done
+for name in $exported; do
+    echo "$declared" | grep -qx "$name" || fail "exported but not declared: $name"
+done
+
+"$nm" -D --undefined-only "$library" | grep -qw GenerateDigestResponse || fail "GenerateDigestResponse is not imported"
+"$nm" -D --undefined-only "$library" | grep 'N7rtsptap' && fail "functions of the library itself are missing"
+for needed in $(readelf -d "$library" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p'); do
+    case $needed in
+        libc.so.* | libm.so.* | libstdc++.so.* | libgcc_s.so.* | ld-linux* | lib?san.so.* | libubsan.so.*) ;;
+        *) fail "needs $needed" ;;
+    esac
+done
+exit "$failures"
