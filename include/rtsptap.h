@@ -234,10 +234,15 @@ RTSPTAP_API int Base64Encode(const uint8_t *data, int32_t length, char **encoded
 
 /* ---- supplied by the host process ---- */
 
+/* Visible whatever the host compiles with: the library looks it up in the host's executable. */
+#pragma GCC visibility push(default)
+
 /** Computes a digest response (RFC 2617); rtsptap::digest has a default. Not defined by this library. */
 int GenerateDigestResponse(const char *nonce, const char *cnonce, const char *username, const char *realm,
                            const char *password, const char *algorithm, const char *nonceCount, const char *method,
                            const char *qop, const char *uri, char *response);
+
+#pragma GCC visibility pop
 
 #ifdef __cplusplus
 }
