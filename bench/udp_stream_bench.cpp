@@ -126,6 +126,7 @@ Measurement Measure(Measurement (*receive)(uint16_t, int), double seconds) {
     uint16_t port = 0;
     close(BoundSocket(port));
     int pipeEnds[2] = {};
+    std::fflush(stdout); // or the children print it again
     if (pipe(pipeEnds) != 0) std::exit(1);
     if (fork() == 0) {
         if (std::freopen("/dev/null", "w", stdout) == nullptr) _exit(1);
