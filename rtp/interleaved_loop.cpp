@@ -13,7 +13,6 @@
 #include "rtp/stream_record.h"
 #include "rtp/stream_thread.h"
 #include "rtsp/client/client_record.h"
-#include "rtsp/message/response_read.h"
 
 #include <algorithm>
 #include <array>
