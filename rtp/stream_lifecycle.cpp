@@ -74,7 +74,8 @@ void ReleaseStream(RTSPStreamInfo *stream) {
 RTSPStreamInfo *FindStreamByNumber(const RTSPClient &client, int32_t number) {
     if (number < 1) return nullptr;
     RTSPStreamInfo *stream = client.streamList.load(std::memory_order_acquire);
-    for (int32_t at = 1; stream != nullptr && at < number; ++at) stream = stream->next.load(std::memory_order_acquire);
+    for (int32_t at = 1; stream != nullptr && at < number; ++at)
+        stream = stream->next.load(std::memory_order_acquire);
     return stream;
 }
 

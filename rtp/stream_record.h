@@ -67,7 +67,8 @@ struct RTSPStreamInfo {
 
     // ---- Receive ring: see receive_ring.h for who moves what ----
     ReceiveRing ring;
-    std::atomic<bool> receiving{false};     // a thread has the ring in use (its view of the buffer)
+    std::atomic<bool> receiving{false};     // interleaved: the ring is open and frames are taken
+    bool signalDue = false;                 // interleaved, serving thread only: new data since the last signal
     std::atomic<int32_t> outstanding{0};    // packets the application holds
     PacketPool pool;
 

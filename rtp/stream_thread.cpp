@@ -20,16 +20,11 @@ struct StreamThreadDeleter {
 };
 using StreamThreadPtr = std::unique_ptr<StreamThread, StreamThreadDeleter>;
 
-void Wake(const StreamThread &thread) {
-    const uint64_t one = 1;
-    if (write(thread.wake, &one, sizeof one) < 0) DebugPrint(kDebugEntry, "\tthe wake-up is already set\n");
-}
-
 // Ends and frees the thread that served before; what it left in the stream and client is ours from here on.
 void TakeOver(StreamThread &thread) {
     if (const StreamThreadPtr predecessor(thread.predecessor); predecessor != nullptr) {
         predecessor->yield.store(true, std::memory_order_release);
-        Wake(*predecessor);
+        WakeStreamThread(*predecessor);
         WaitForThreadCompletion(predecessor->handle);
     }
     thread.predecessor = nullptr;
@@ -77,6 +72,11 @@ void StartStreamThread(StreamThread *&slot, RTSPStreamInfo &stream, void (*body)
     slot = thread.release();
 }
 
+void WakeStreamThread(const StreamThread &thread) {
+    const uint64_t one = 1;
+    if (write(thread.wake, &one, sizeof one) < 0) DebugPrint(kDebugEntry, "\tthe wake-up is already set\n");
+}
+
 void StopStreamThread(StreamThread *&slot, int socket) {
     const StreamThreadPtr thread(slot);
     slot = nullptr;
@@ -84,7 +84,7 @@ void StopStreamThread(StreamThread *&slot, int socket) {
     DebugPrint(kDebugEntry, "\tStopping Thread by closing the socket\n");
     thread->stop.store(true, std::memory_order_release);
     if (socket >= 0) shutdown(socket, SHUT_RDWR);
-    Wake(*thread);
+    WakeStreamThread(*thread);
     WaitForThreadCompletion(thread->handle);
 }
 

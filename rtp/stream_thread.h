@@ -14,12 +14,14 @@ namespace rtsptap {
 
 struct RTSPStreamInfo;
 
+inline constexpr uint32_t kPausedSleepMs = 10; // how often a thread of a paused stream looks at its orders
+
 struct StreamThread {
     // ---- Constant once the thread runs ----
     RTSPStreamInfo *stream = nullptr;
     void (*body)(StreamThread &) = nullptr;
     uint32_t dataProto = DATA_PROTO_UDP; // how the client receives, taken once
-    int wake = -1;                       // eventfd, readable once the thread has been told to end
+    int wake = -1;                       // eventfd, readable when the thread is to look around
 
     // ---- Starting thread, then the new thread, which joins and frees it ----
     StreamThread *predecessor = nullptr;
@@ -28,10 +30,10 @@ struct StreamThread {
     pthread_t handle = {};
 
     // ---- Written by one, read by the other ----
-    std::atomic<bool> stop{false};      // the session ends
-    std::atomic<bool> yield{false};     // a successor waits to take over
-    std::atomic<bool> tookOver{false};  // the predecessor has been joined
-    std::atomic<bool> ended{false};     // the body has returned
+    std::atomic<bool> stop{false};     // the session ends
+    std::atomic<bool> yield{false};    // a successor waits to take over
+    std::atomic<bool> tookOver{false}; // the predecessor has been joined
+    std::atomic<bool> ended{false};    // the body has returned
 };
 
 inline bool MustEnd(const StreamThread &thread) {
@@ -45,6 +47,9 @@ bool IsServing(const StreamThread *thread);
 // the new thread. When no thread can be created the slot keeps what it had. At most two threads of a slot
 // are alive: a hand-over still under way is waited for first.
 void StartStreamThread(StreamThread *&slot, RTSPStreamInfo &stream, void (*body)(StreamThread &));
+
+// Makes a thread that waits look around: what it waits on has changed.
+void WakeStreamThread(const StreamThread &thread);
 
 // Tells the thread to end, shuts `socket` down to wake it, joins it and clears the slot. The socket stays open.
 void StopStreamThread(StreamThread *&slot, int socket);

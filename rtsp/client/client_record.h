@@ -22,23 +22,23 @@ inline constexpr uint32_t kDefaultMtuSize = 33000; // bytes; connect and the sta
 
 struct RTSPClient {
     // ---- Application thread only ----
-    char sessionName[64] = {};    // path of the aggregate URI
-    char serverIp[32] = {};       // dotted IPv4 text
-    char sessionId[33] = {};      // from the SETUP reply, at most 32 characters
-    char multicastIp[33] = {};    // destination of a multicast SETUP reply
-    uint16_t multicastPort = 0;   // host order
-    uint16_t serverPort = 0;      // RTSP port of the server, host order
-    uint32_t cSeq = 0;            // CSeq of the last generated request
-    RequestMsg *requestMsg = nullptr;   // owned; null between exchanges
-    ResponseMsg *responseMsg = nullptr; // owned; null between exchanges
-    char *receivedSDP = nullptr;        // owned, free()
-    SDPField *sdpFieldList = nullptr;   // owned: the session-level lines
+    char sessionName[64] = {};                // path of the aggregate URI
+    char serverIp[32] = {};                   // dotted IPv4 text
+    char sessionId[33] = {};                  // from the SETUP reply, at most 32 characters
+    char multicastIp[33] = {};                // destination of a multicast SETUP reply
+    uint16_t multicastPort = 0;               // host order
+    uint16_t serverPort = 0;                  // RTSP port of the server, host order
+    uint32_t cSeq = 0;                        // CSeq of the last generated request
+    RequestMsg *requestMsg = nullptr;         // owned; null between exchanges
+    ResponseMsg *responseMsg = nullptr;       // owned; null between exchanges
+    char *receivedSDP = nullptr;              // owned, free()
+    SDPField *sdpFieldList = nullptr;         // owned: the session-level lines
     RTSPStreamInfo *retiredStreams = nullptr; // owned: records of an earlier description, kept for their readers
-    intptr_t mtuCallBack = 0;     // stored, never called
-    uint32_t authRequired = 0;    // 1 after a 401: every request carries Authorization
+    intptr_t mtuCallBack = 0;                 // stored, never called
+    uint32_t authRequired = 0;                // 1 after a 401: every request carries Authorization
     char username[128] = {};
     char password[128] = {};
-    char authType[128] = {};      // scheme word of the last challenge
+    char authType[128] = {}; // scheme word of the last challenge
     char nonce[128] = {};
     char realm[256] = {};
     int32_t *supersededSockets = nullptr; // owned, free(): earlier RTSP sockets, open until Destroy
@@ -47,27 +47,27 @@ struct RTSPClient {
     // ---- Written by the application thread, read by the receive threads ----
     std::atomic<uint32_t> connected{0};
     std::atomic<uint32_t> state{CLIENT_INIT_STATE};
-    std::atomic<int32_t> streamCount{0};     // streams of the description in force
-    std::atomic<uint32_t> mtuSize{0};        // bytes; largest packet received in one piece
+    std::atomic<int32_t> streamCount{0}; // streams of the description in force
+    std::atomic<uint32_t> mtuSize{0};    // bytes; largest packet received in one piece
     std::atomic<int32_t> rtspSocket{-1};
-    std::atomic<uint32_t> serverAddress{0};  // serverIp in network order
+    std::atomic<uint32_t> serverAddress{0}; // serverIp in network order
     std::atomic<uint32_t> dataProto{DATA_PROTO_UDP};
-    std::atomic<int32_t> targetLatency{0};   // ms; 0 switches latency control off
-    std::atomic<int32_t> underflowLimit{0};  // ms
-    std::atomic<int32_t> overflowLimit{0};   // ms
-    std::atomic<int32_t> videoBufferSize{0}; // bytes of a video stream's receive ring
-    std::atomic<int32_t> audioBufferSize{0}; // bytes of an audio stream's receive ring
-    std::atomic<bool> awaitingReply{false};  // an exchange waits: a paused interleaved thread reads on
+    std::atomic<int32_t> targetLatency{0};             // ms; 0 switches latency control off
+    std::atomic<int32_t> underflowLimit{0};            // ms
+    std::atomic<int32_t> overflowLimit{0};             // ms
+    std::atomic<int32_t> videoBufferSize{0};           // bytes of a video stream's receive ring
+    std::atomic<int32_t> audioBufferSize{0};           // bytes of an audio stream's receive ring
+    std::atomic<bool> awaitingReply{false};            // an exchange waits: a paused interleaved thread reads on
     std::atomic<RTSPStreamInfo *> streamList{nullptr}; // append-only while threads live; owned
 
     // ---- Written by the receive threads ----
-    std::atomic<uint32_t> packetCounter{0};        // RTP packets parsed over all streams
-    std::atomic<RecvBuffer *> recvData{nullptr};   // a reply on its way to the exchange; changes owner by exchange()
+    std::atomic<uint32_t> packetCounter{0};      // RTP packets parsed over all streams
+    std::atomic<RecvBuffer *> recvData{nullptr}; // a reply on its way to the exchange; changes owner by exchange()
 
     // ---- Interleaved connection ----
     InterleavedReader *interleaved = nullptr; // owned; entered only by the thread that serves the connection
-    pthread_mutex_t sendLock = PTHREAD_MUTEX_INITIALIZER;  // guards writing to rtspSocket; a leaf
-    pthread_mutex_t replyLock = PTHREAD_MUTEX_INITIALIZER; // belongs to replyCondition; a leaf
+    pthread_mutex_t sendLock = PTHREAD_MUTEX_INITIALIZER;     // guards writing to rtspSocket; a leaf
+    pthread_mutex_t replyLock = PTHREAD_MUTEX_INITIALIZER;    // belongs to replyCondition; a leaf
     pthread_cond_t replyCondition = PTHREAD_COND_INITIALIZER; // recvData was set
 
     // ---- Guarded by the registry lock ----

@@ -8,6 +8,7 @@
 namespace rtsptap {
 
 inline constexpr uint32_t kReplyBytes = 33792; // the most that one reply may hold
+inline constexpr int kReplyTimeoutMs = 25000; // how long a reply is waited for
 
 struct RecvBuffer {
     int32_t length = 0;    // bytes received

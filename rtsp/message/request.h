@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
 
 namespace rtsptap {
 
@@ -12,7 +13,7 @@ inline constexpr std::size_t kUriBytes = 367;
 inline constexpr std::size_t kVersionBytes = 9;
 
 struct RequestMsg {
-    uint32_t method = 0;      // RTSPMethod
+    uint32_t method = 0; // RTSPMethod
     uint32_t cSeq = 0;
     uint32_t headerCount = 0; // used slots, 0 to kHeaderSlots
     char *uri = nullptr;      // owned, free(): kUriBytes
@@ -23,5 +24,13 @@ struct RequestMsg {
 // 0; RTSP_FAILURE on a null argument, a full message or no memory for the name; RTSP_NO_MEMORY for the value.
 int32_t AddRequestHeader(RequestMsg *requestMsg, const char *headerName, const char *headerValue);
 void freeRequestMsg(RequestMsg *requestMsg);
+
+struct RequestMsgDeleter {
+    void operator()(RequestMsg *requestMsg) const { freeRequestMsg(requestMsg); }
+};
+using RequestMsgPtr = std::unique_ptr<RequestMsg, RequestMsgDeleter>;
+
+// A request without headers, its URI still empty; null when memory is short.
+RequestMsgPtr CreateRequestMsg(uint32_t method);
 
 } // namespace rtsptap

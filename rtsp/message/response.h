@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
 
 namespace rtsptap {
 
@@ -22,5 +23,11 @@ char *GetResponseHeader(ResponseMsg *responseMsg, const char *headerName);
 
 // Releases slots, version and record; the reason phrase is released by the caller, just before.
 void freeResponseMsg(ResponseMsg *responseMsg);
+
+// Releases a whole response, the reason phrase included.
+struct ResponseMsgDeleter {
+    void operator()(ResponseMsg *responseMsg) const;
+};
+using ResponseMsgPtr = std::unique_ptr<ResponseMsg, ResponseMsgDeleter>;
 
 } // namespace rtsptap

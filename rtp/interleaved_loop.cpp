@@ -1,0 +1,262 @@
+#include "rtp/interleaved_loop.h"
+
+#include "platform/call_trace.h"
+#include "platform/clock.h"
+#include "platform/wire.h"
+#include "rtp/interleaved_reader.h"
+#include "rtp/interleaved_reply.h"
+#include "rtp/packet_queue.h"
+#include "rtp/receive_thread.h"
+#include "rtp/receiver_report.h"
+#include "rtp/rtcp_packet.h"
+#include "rtp/rtcp_send.h"
+#include "rtp/stream_record.h"
+#include "rtp/stream_thread.h"
+#include "rtsp/client/client_record.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <span>
+
+namespace rtsptap {
+namespace {
+
+// An interleaved frame (RFC 2326, 10.12):
+//
+//     0        1         2          3
+//     | '$'    | channel | body length, big-endian | body ...
+struct Frame {
+    uint8_t channel = 0;
+    std::span<const uint8_t> body;
+    bool followedReply = false; // came whole, and more behind it, in one read with a reply
+};
+
+struct Route {
+    RTSPStreamInfo *stream = nullptr;
+    bool isRtcp = false;
+};
+
+enum class Unit { kHandled, kIncomplete, kNoMemory };
+
+// The first stream in description order that has the channel for RTP or, one above, for RTCP.
+Route FindRoute(const RTSPClient &client, uint32_t channel) {
+    RTSPStreamInfo *stream = client.streamList.load(std::memory_order_acquire);
+    for (; stream != nullptr; stream = stream->next.load(std::memory_order_acquire)) {
+        const uint32_t rtpChannel = stream->interleavedChannel;
+        if (rtpChannel == channel) return {stream, false};
+        if (rtpChannel + 1 == channel) return {stream, true};
+    }
+    return {};
+}
+
+void AnswerRtcp(RTSPStreamInfo &stream, std::span<const uint8_t> packet) {
+    if (ParseRtcpPacket(&stream, packet.data(), static_cast<int32_t>(packet.size())) != RTSP_SUCCESS) return;
+    std::array<uint8_t, 512> report = {};
+    const int32_t length = CreateRRPacket(&stream, report.data(), static_cast<int32_t>(report.size()));
+    if (length > 0) SendRtcpPacketTCP(&stream, report.data(), length);
+}
+
+// Tells why a frame finds no room, or that the ring went back to its start.
+void PrintRing(RingRoom verdict, const ReceiveRing &ring, int64_t writeIndex, uint32_t channel) {
+    const auto reader = static_cast<uint32_t>(ring.readIndex.load(std::memory_order_relaxed));
+    const auto writer = static_cast<uint32_t>(writeIndex);
+    switch (verdict) {
+    case RingRoom::kReady:
+        break;
+    case RingRoom::kWrapped:
+        printf("TCP read buffer reset wr (2) rd:%u  wr:%u stream:%u\n", reader, writer, channel);
+        break;
+    case RingRoom::kFullBehind:
+        printf("TCP read buffer full (1) rd:%u  wr:%u stream:%u\n", reader, writer, channel);
+        break;
+    case RingRoom::kFullAtEnd:
+        printf("Data full reset to 0 location, %u, %u, %u   stream:%u\n", static_cast<uint32_t>(ring.bufferEnd),
+               writer, reader, channel);
+        break;
+    }
+}
+
+bool FindFrameRoom(RTSPStreamInfo &stream, const Frame &frame) {
+    const uint32_t mtu = stream.client->mtuSize;
+    const auto needed = static_cast<int64_t>(frame.body.size());
+    const int64_t writeIndex = stream.ring.writeIndex;
+    RingPlace place = PlaceNextPacket(stream.ring, mtu);
+    if (place.room < needed && NothingInUse(stream)) {
+        EmptyRing(stream.ring);
+        place = PlaceNextPacket(stream.ring, mtu);
+    }
+    const bool fits = place.room >= needed;
+    if (!fits && place.verdict != RingRoom::kFullAtEnd) place.verdict = RingRoom::kFullBehind;
+    PrintRing(place.verdict, stream.ring, writeIndex, frame.channel);
+    return fits;
+}
+
+void AcceptFrame(RTSPStreamInfo &stream, const Frame &frame) {
+    if (!frame.body.empty())
+        memcpy(stream.ring.storage + stream.ring.writeIndex, frame.body.data(), frame.body.size());
+    const ArrivalRules rules{.reorder = false, .announceDrops = frame.followedReply, .channel = frame.channel};
+    AcceptPacket(stream, static_cast<uint32_t>(frame.body.size()), rules,
+                 frame.followedReply ? FailureText("%s :Invalid packet received ignoring\n")
+                                     : FailureText("%s: Invalid packet received ignoring\n"));
+    stream.signalDue = true;
+}
+
+// A header that leads nowhere is dropped alone: the bytes behind it are looked at four by four until a
+// header lines up again.
+Unit DropHeader(InterleavedReader &reader) {
+    Consume(reader, kFrameHeaderBytes);
+    return Unit::kHandled;
+}
+
+Unit TakeFrame(RTSPClient &client, InterleavedReader &reader) {
+    const uint8_t *const header = reader.bytes + reader.begin;
+    if (header[0] != '$') {
+        puts("Error: corrupted stream ($/RTSP not found)");
+        return DropHeader(reader);
+    }
+    const std::size_t length = wire::U16(header + 2);
+    if (length > client.mtuSize) {
+        printf("Error: interleaved frame in RTP stream is too large (%u)\n", static_cast<unsigned>(length));
+        return DropHeader(reader);
+    }
+    const Route route = FindRoute(client, header[1]);
+    if (route.stream == nullptr || (!route.isRtcp && !route.stream->receiving)) return DropHeader(reader);
+    const std::size_t whole = kFrameHeaderBytes + length;
+    if (Buffered(reader) < whole) return Unit::kIncomplete;
+
+    const Frame frame{header[1], {header + kFrameHeaderBytes, length}, whole < reader.replyTail};
+    if (route.isRtcp)
+        AnswerRtcp(*route.stream, frame.body);
+    else if (FindFrameRoom(*route.stream, frame))
+        AcceptFrame(*route.stream, frame);
+    else
+        return DropHeader(reader);
+    Consume(reader, whole);
+    return Unit::kHandled;
+}
+
+Unit TakeReplyUnit(RTSPClient &client, InterleavedReader &reader, ReplyEnd rule, bool final) {
+    switch (TakeReply(client, reader, rule, final)) {
+    case ReplyStatus::kTaken:
+        return Unit::kHandled;
+    case ReplyStatus::kIncomplete:
+        return Unit::kIncomplete;
+    case ReplyStatus::kNoMemory:
+        break;
+    }
+    RtpRtspErrorPrint("EXIT : %s : %d Memory Allocation Failed\n", "RTPDataReceiveThread", __LINE__);
+    return Unit::kNoMemory;
+}
+
+bool ReplyStandsNext(const InterleavedReader &reader, ReplyEnd rule) {
+    const std::string_view text = BufferedText(reader);
+    if (rule == ReplyEnd::kBlankLine) return !text.empty() && !text.starts_with('$'); // a reply is what is awaited
+    return text.starts_with("RTSP");
+}
+
+void SignalDueStreams(const RTSPClient &client) {
+    RTSPStreamInfo *stream = client.streamList.load(std::memory_order_acquire);
+    for (; stream != nullptr; stream = stream->next.load(std::memory_order_acquire)) {
+        if (!stream->signalDue) continue;
+        stream->signalDue = false;
+        SignalReaders(*stream);
+    }
+}
+
+// Handles what lies complete in the reader. Readers are signalled once for all of it.
+Unit TakeBufferedUnits(RTSPClient &client, InterleavedReader &reader, ReplyEnd rule, bool final) {
+    Unit unit = Unit::kHandled;
+    while (unit == Unit::kHandled) {
+        if (ReplyStandsNext(reader, rule)) {
+            unit = TakeReplyUnit(client, reader, rule, final);
+            if (rule == ReplyEnd::kBlankLine) break;
+        } else if (Buffered(reader) >= kFrameHeaderBytes) {
+            unit = TakeFrame(client, reader);
+        } else {
+            break;
+        }
+    }
+    SignalDueStreams(client);
+    return unit;
+}
+
+// Rings for every stream. A stream described later has none and gets no frames.
+bool OpenRings(const RTSPClient &client) {
+    RTSPStreamInfo *stream = client.streamList.load(std::memory_order_acquire);
+    for (; stream != nullptr; stream = stream->next.load(std::memory_order_acquire)) {
+        if (!OpenRing(*stream)) return false;
+        stream->receiving = true;
+        stream->localSsrc = ChooseSsrc(*stream);
+    }
+    return true;
+}
+
+void CloseRings(const RTSPClient &client) {
+    RTSPStreamInfo *stream = client.streamList.load(std::memory_order_acquire);
+    for (; stream != nullptr; stream = stream->next.load(std::memory_order_acquire)) stream->receiving = false;
+}
+
+bool AnyStreamPlays(const RTSPClient &client) {
+    const RTSPStreamInfo *stream = client.streamList.load(std::memory_order_acquire);
+    while (stream != nullptr && stream->streamState != kStreamPlaying)
+        stream = stream->next.load(std::memory_order_acquire);
+    return stream != nullptr;
+}
+
+// One pass over an open connection: what is there is handled, then more is waited for. False ends the thread.
+bool ServeOnce(RTSPClient &client, int wake) {
+    InterleavedReader *const reader = OpenReader(client);
+    if (reader == nullptr || reader->socket < 0) return false;
+    if (TakeBufferedUnits(client, *reader, ReplyEnd::kFirstDollar, false) == Unit::kNoMemory) return false;
+    if (FillReader(*reader, wake, ReplyGraceLeft(*reader)) != Fill::kClosed) return true;
+    DebugPrint(kDebugEntry, "Stopping Thread \n");
+    TakeBufferedUnits(client, *reader, ReplyEnd::kFirstDollar, true);
+    return false;
+}
+
+} // namespace
+
+void ServeInterleavedConnection(StreamThread &thread) {
+    const CallTrace trace("RTPDataReceiveThread");
+    RTSPClient &client = *thread.stream->client;
+    thread.stream->baseSeqNum = -1;
+    if (!OpenRings(client)) {
+        RtpRtspErrorPrint("EXIT : %s : %d Memory Allocation Failed\n", trace.Function(), __LINE__);
+        return CloseRings(client);
+    }
+    while (!MustEnd(thread)) {
+        if (AnyStreamPlays(client) || client.awaitingReply) {
+            if (!ServeOnce(client, thread.wake)) break;
+        } else if (client.state == CLIENT_INIT_STATE) {
+            break;
+        } else {
+            MSecDelay(kPausedSleepMs);
+        }
+    }
+    CloseRings(client);
+}
+
+RecvBufferPtr ReceiveReplyAmongFrames(RTSPClient &client, int32_t &failure) {
+    const CallTrace trace("ClientReadMessage");
+    failure = RTSP_NO_RESPONSE;
+    InterleavedReader *const reader = OpenReader(client);
+    if (reader == nullptr || !OpenRings(client)) return nullptr;
+    const uint64_t deadline = MonotonicMs() + kReplyTimeoutMs;
+    bool closed = false;
+    while (client.recvData == nullptr) {
+        if (TakeBufferedUnits(client, *reader, ReplyEnd::kBlankLine, closed) == Unit::kNoMemory || closed) break;
+        if (client.recvData != nullptr) break;
+        const uint64_t now = MonotonicMs();
+        if (now >= deadline) {
+            failure = trace.Fail(RTSP_RESPONSE_TIMEOUT, "\tEXIT : %s :No data received and timeout the session\n");
+            break;
+        }
+        const int grace = ReplyGraceLeft(*reader);
+        closed = FillReader(*reader, -1, grace >= 0 ? grace : static_cast<int>(deadline - now)) == Fill::kClosed;
+    }
+    return RecvBufferPtr(client.recvData.exchange(nullptr));
+}
+
+} // namespace rtsptap

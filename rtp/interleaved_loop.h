@@ -1,0 +1,22 @@
+// Serving an interleaved connection: frames to their streams, RTCP answered, replies handed over.
+// Entered by the thread that PLAY starts on the client's first stream; while none runs, by the method
+// function that waits for the reply to PLAY.
+#pragma once
+
+#include "rtsp/message/recv_buffer.h"
+
+#include <cstdint>
+
+namespace rtsptap {
+
+struct RTSPClient;
+struct StreamThread;
+
+// Thread body: serves all streams of the client until it is told to end or the connection fails.
+void ServeInterleavedConnection(StreamThread &thread);
+
+// The next reply on a connection that no thread serves. Frames before it are delivered, bytes behind it stay
+// for the thread. Null with RTSP_RESPONSE_TIMEOUT or RTSP_NO_RESPONSE in `failure`.
+RecvBufferPtr ReceiveReplyAmongFrames(RTSPClient &client, int32_t &failure);
+
+} // namespace rtsptap

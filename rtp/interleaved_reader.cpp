@@ -1,0 +1,76 @@
+#include "rtp/interleaved_reader.h"
+
+#include "rtsp/client/client_record.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <new>
+#include <poll.h>
+#include <unistd.h>
+
+namespace rtsptap {
+namespace {
+
+void StartAfresh(InterleavedReader &reader, int32_t socket) {
+    reader.socket = socket;
+    reader.begin = reader.end = reader.replyTail = 0;
+    reader.replySinceMs = 0;
+}
+
+// Moves what is left to the front when a whole read no longer fits behind it.
+void MakeRoom(InterleavedReader &reader) {
+    if (kReaderBytes - reader.end >= kReadAheadBytes) return;
+    memmove(reader.bytes, reader.bytes + reader.begin, Buffered(reader));
+    reader.end -= reader.begin;
+    reader.begin = 0;
+}
+
+void DrainWake(int wake) {
+    uint64_t count = 0;
+    while (read(wake, &count, sizeof count) < 0 && errno == EINTR) {
+    }
+}
+
+} // namespace
+
+InterleavedReader *OpenReader(RTSPClient &client) {
+    if (client.interleaved == nullptr) client.interleaved = new (std::nothrow) InterleavedReader{};
+    InterleavedReader *const reader = client.interleaved;
+    const int32_t socket = client.rtspSocket;
+    if (reader != nullptr && reader->socket != socket) StartAfresh(*reader, socket);
+    return reader;
+}
+
+void ReleaseReader(InterleavedReader *reader) { delete reader; }
+
+std::size_t Buffered(const InterleavedReader &reader) { return reader.end - reader.begin; }
+
+std::string_view BufferedText(const InterleavedReader &reader) {
+    return {reinterpret_cast<const char *>(reader.bytes + reader.begin), Buffered(reader)};
+}
+
+void Consume(InterleavedReader &reader, std::size_t count) {
+    reader.begin += count;
+    reader.replyTail -= std::min(reader.replyTail, count);
+    if (reader.begin == reader.end) reader.begin = reader.end = 0;
+}
+
+Fill FillReader(InterleavedReader &reader, int wake, int timeoutMs) {
+    pollfd waits[] = {{reader.socket, POLLIN, 0}, {wake, POLLIN, 0}};
+    const int ready = poll(waits, 2, timeoutMs);
+    if (ready < 0) return errno == EINTR ? Fill::kNothing : Fill::kClosed;
+    if (waits[1].revents != 0) {
+        DrainWake(wake);
+        return Fill::kWoken;
+    }
+    if (ready == 0) return Fill::kNothing;
+    MakeRoom(reader);
+    const std::size_t room = std::min(kReadAheadBytes, kReaderBytes - reader.end);
+    const int received = TCPSockRecv(reader.socket, reader.bytes + reader.end, static_cast<int>(room));
+    if (received < 1) return Fill::kClosed;
+    reader.end += static_cast<std::size_t>(received);
+    return Fill::kBytes;
+}
+
+} // namespace rtsptap

@@ -1,0 +1,32 @@
+// RTSP text among the frames of an interleaved connection: where a reply ends, and its hand-over to the
+// method function that waits for it.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+namespace rtsptap {
+
+struct InterleavedReader;
+struct RTSPClient;
+
+// Where a reply ends that stands at the front of `text`.
+enum class ReplyEnd {
+    kFirstDollar, // at the first '$', or with what has been received
+    kBlankLine    // behind its blank line and body, when a frame or another reply follows there
+};
+
+enum class ReplyStatus { kTaken, kIncomplete, kNoMemory };
+
+// Hands the reply at the front of the reader over in the client's recvData. An incomplete one is left where
+// it is until its rest has come, or until kReplyGraceMs later, or when `final` says that nothing more comes.
+ReplyStatus TakeReply(RTSPClient &client, InterleavedReader &reader, ReplyEnd rule, bool final);
+
+// How long the rest of a reply may take that came in pieces, in ms.
+inline constexpr int kReplyGraceMs = 200;
+
+// The time in ms until an incomplete reply is handed over as it is; -1 when none waits.
+int ReplyGraceLeft(const InterleavedReader &reader);
+
+} // namespace rtsptap

@@ -1,0 +1,33 @@
+// Receiving RTP over UDP: the thread body of one stream, and what it shares with the interleaved one:
+// opening the ring, and what becomes of a packet that lies in it.
+#pragma once
+
+#include "platform/call_trace.h"
+
+#include <cstdint>
+
+namespace rtsptap {
+
+struct ArrivalRules;
+struct RTSPStreamInfo;
+struct StreamThread;
+
+// Thread body: receives datagrams into the stream's ring and queues them until it is told to end, its
+// socket fails or delivers nothing, or the session is over.
+void ReceiveRtp(StreamThread &thread);
+
+// Makes the stream's ring ready, keeping the storage while packets in it are queued or held. False when
+// memory is short.
+bool OpenRing(RTSPStreamInfo &stream);
+
+// True when no packet of the stream is queued or held by the application.
+bool NothingInUse(const RTSPStreamInfo &stream);
+
+// Parses and queues the `length` bytes at the ring's writeIndex and moves it behind them. Signals nobody.
+void AcceptPacket(RTSPStreamInfo &stream, uint32_t length, const ArrivalRules &rules,
+                  FailureText invalidPacketText);
+
+// A new SSRC for our receiver reports (RFC 3550, 8.1).
+uint32_t ChooseSsrc(const RTSPStreamInfo &stream);
+
+} // namespace rtsptap

@@ -1,0 +1,151 @@
+// Receiving RTP on ports that the application names, without RTSP. Application thread.
+#include "platform/call_trace.h"
+#include "platform/scope.h"
+#include "rtp/receive_thread.h"
+#include "rtp/stream_lifecycle.h"
+#include "rtp/stream_record.h"
+#include "rtp/stream_thread.h"
+#include "rtsp/client/client_record.h"
+#include "rtsp/client/registry.h"
+
+#include <netinet/in.h>
+
+using namespace rtsptap;
+
+namespace {
+
+// What adVdFlag asks for; any other value stands for both media.
+enum MediaFlag : int32_t { kBothMedia = 0, kVideoOnly = 1, kAudioOnly = 2, kTransportStreamOnly = 3 };
+
+bool IsMedium(uint16_t port, int32_t bufferSize, int32_t codec, int32_t firstCodec, int32_t lastCodec) {
+    return port != 0 && bufferSize >= 1 && codec >= firstCodec && codec <= lastCodec;
+}
+
+struct Request {
+    int32_t flag;
+    bool videoIsValid;
+    bool audioIsValid;
+    bool transportStreamIsValid;
+};
+
+int32_t CheckMedia(const CallTrace &trace, const Request &request) {
+    const bool videoAsked = request.flag != kAudioOnly && request.flag != kTransportStreamOnly;
+    const bool audioAsked = request.flag != kVideoOnly && request.flag != kTransportStreamOnly;
+    if (request.flag == kTransportStreamOnly && !request.transportStreamIsValid)
+        return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s : TS port or TS name invalid\n");
+    if (videoAsked && !request.videoIsValid)
+        return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s : Video port or Codec name invalid\n");
+    if (audioAsked && !request.audioIsValid)
+        return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Audio port or Codec name invalid\n");
+    return RTSP_SUCCESS;
+}
+
+// A stream that could not be finished stays linked and counted, but is nobody's codec and holds nothing.
+void AbandonStream(RTSPStreamInfo &stream) {
+    stream.codecType = 0;
+    stream.description.codecType = 0;
+    DestroyStreamLocks(stream);
+}
+
+int32_t MakeLocks(const CallTrace &trace, RTSPStreamInfo &stream) {
+    switch (CreateStreamLocks(stream)) {
+    case StreamLock::kNone:
+        break;
+    case StreamLock::kPacketList:
+        return trace.Fail(RTSP_FAILURE, "EXIT : %s: Can not create mutex to lock RTP Data List.\n");
+    case StreamLock::kSignal:
+        return trace.Fail(RTSP_MUTEX_FAILED, "EXIT : %s: Can not create mutex to lock condition variable.\n");
+    case StreamLock::kCondition:
+        return trace.Fail(RTSP_FAILURE, "EXIT : %s: Can not create mutex to lock condition variable.\n");
+    }
+    return RTSP_SUCCESS;
+}
+
+void Describe(RTSPStreamInfo &stream, int32_t codecType, uint16_t port, uint8_t isVideo) {
+    stream.clientPort = port;
+    stream.streamState = kStreamPlaying;
+    stream.description.isVideo = isVideo;
+    stream.isVideo = isVideo;
+    stream.description.codecType = codecType;
+    stream.codecType = codecType; // last: from here on the stream is found by it
+}
+
+int32_t OpenPort(const CallTrace &trace, RTSPStreamInfo &stream, uint16_t port) {
+    UniqueSocket rtpSocket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP));
+    if (!rtpSocket.IsOpen()) return trace.Fail(RTSP_FAILURE, "EXIT : %s :RTSP Client socket creation failed\n");
+    stream.rtpAddr.sin_family = AF_INET;
+    stream.rtpAddr.sin_addr.s_addr = htonl(INADDR_ANY);
+    stream.rtpAddr.sin_port = htons(port);
+    if (bind(rtpSocket.Get(), reinterpret_cast<const sockaddr *>(&stream.rtpAddr), sizeof stream.rtpAddr) != 0)
+        return trace.Fail(RTSP_FAILURE, "EXIT : %s :Unable to bind on specified port \n");
+    stream.rtpSocket = rtpSocket.Release();
+    return RTSP_SUCCESS;
+}
+
+int32_t StartStream(const CallTrace &trace, intptr_t clientHandle, const char *milestone, int32_t codecType,
+                    uint16_t port, uint8_t isVideo) {
+    RtpRtspInfoPrint("%s", milestone);
+    if (CreateRTPStream(clientHandle, codecType, port, isVideo) >= 0) return RTSP_SUCCESS;
+    return trace.Fail(RTSP_FAILURE, "EXIT : %s :Unable to create RTP Stream\n");
+}
+
+} // namespace
+
+int32_t StartThirdPartyClient(intptr_t clientHandle, int32_t adVdFlag, int32_t videoOrTsCodecName,
+                              uint16_t videoOrTsPort, int32_t videoBufferSize, int32_t audioCodecName,
+                              uint16_t audioPort, int32_t audioBufferSize, int32_t tLInMS, int32_t uFInMS,
+                              int32_t oFInMS) {
+    const CallTrace trace(__func__);
+    DebugPrint(kDebugEntry, "Input: clientHandle      : %d\n", PrintableHandle(clientHandle));
+    DebugPrint(kDebugEntry, "Input: adVdFlag      : %d\n", adVdFlag);
+    DebugPrint(kDebugEntry, "Input: videoOrTsCodecName      : %d\n", videoOrTsCodecName);
+    DebugPrint(kDebugEntry, "Input: videoOrTsPort      : %d\n", videoOrTsPort);
+    DebugPrint(kDebugEntry, "Input: audioCodecName      : %d\n", audioCodecName);
+    DebugPrint(kDebugEntry, "Input: audioPort      : %d\n", audioPort);
+    if (clientHandle == 0) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid Input Arguments\n");
+    const Request request{
+        adVdFlag, IsMedium(videoOrTsPort, videoBufferSize, videoOrTsCodecName, RTP_CODEC_H264, RTP_CODEC_JPEG),
+        IsMedium(audioPort, audioBufferSize, audioCodecName, RTP_CODEC_PCMA, RTP_CODEC_MPA),
+        IsMedium(videoOrTsPort, videoBufferSize, videoOrTsCodecName, RTP_CODEC_MP2T, RTP_CODEC_MP2T)};
+    if (const int32_t result = CheckMedia(trace, request); result != RTSP_SUCCESS) return result;
+    RTSPClient *const client = LiveClient(clientHandle);
+    if (client == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid client handle\n");
+
+    client->dataProto = DATA_PROTO_UDP;
+    client->mtuSize = kDefaultMtuSize;
+    if (RTPClientConfigLatency(clientHandle, tLInMS, uFInMS, oFInMS) < 0)
+        return trace.Fail(RTSP_FAILURE, "EXIT :: %s : Unable to set the target latency values\n");
+    const int32_t usedAudioSize = adVdFlag == kTransportStreamOnly ? 0 : audioBufferSize;
+    if (RTPClientSetAudioVideoBufferSize(clientHandle, videoBufferSize, usedAudioSize) < 0)
+        return trace.Fail(RTSP_FAILURE, "EXIT : %s :Unable to set Audio and Video Buffer Size \n");
+
+    // Kept: a flag other than 0 to 3 is checked like 0 but creates no stream.
+    int32_t result = RTSP_SUCCESS;
+    if (adVdFlag == kBothMedia || adVdFlag == kVideoOnly)
+        result =
+            StartStream(trace, clientHandle, "Creating RTP Video Stream \n", videoOrTsCodecName, videoOrTsPort, 1);
+    if (result == RTSP_SUCCESS && (adVdFlag == kBothMedia || adVdFlag == kAudioOnly))
+        result = StartStream(trace, clientHandle, "Creating RTP Audio Stream \n", audioCodecName, audioPort, 0);
+    if (adVdFlag == kTransportStreamOnly) {
+        RtpRtspInfoPrint("Creating RTP Transport Stream \n");
+        CreateRTPStream(clientHandle, videoOrTsCodecName, videoOrTsPort, 1); // Kept: its result is not looked at
+    }
+    return result;
+}
+
+int32_t CreateRTPStream(intptr_t clientHandle, int32_t codecType, uint16_t port, uint8_t isVideo) {
+    const CallTrace trace(__func__);
+    RTSPClient *const client = LiveClient(clientHandle);
+    if (client == nullptr || port == 0)
+        return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid Input Arguments\n");
+    RTSPStreamInfo *const stream = AppendStream(*client);
+    if (stream == nullptr) return trace.Fail(RTSP_FAILURE, "\tEXIT : %s :Memory Allocation Failed\n");
+    if (const int32_t result = MakeLocks(trace, *stream); result != RTSP_SUCCESS) return result;
+    ScopeExit abandon([stream] { AbandonStream(*stream); });
+    Describe(*stream, codecType, port, isVideo);
+    if (const int32_t result = OpenPort(trace, *stream, port); result != RTSP_SUCCESS) return result;
+    abandon.Dismiss();
+    RtpRtspInfoPrint("Creating RTP Data Receive thread for third party client to receive RTP data \n");
+    StartStreamThread(stream->rtpThread, *stream, ReceiveRtp); // without a thread the stream stays silent
+    return RTSP_SUCCESS;
+}

@@ -1,0 +1,60 @@
+#include "rtsp/client/challenge.h"
+
+#include "platform/text.h"
+#include "rtsp/client/client_record.h"
+#include "rtsp/message/response.h"
+
+#include <algorithm>
+#include <string_view>
+
+namespace rtsptap {
+
+namespace {
+
+// WWW-Authenticate: Digest realm="camera", nonce="b52c", algorithm=MD5
+// The scheme ends at a space or comma, every parameter at a comma.
+constexpr std::string_view kSchemeEnds = " ,";
+constexpr std::string_view kParameterEnds = ",";
+
+// Takes the next token off the front; separators before it are skipped, so none is empty.
+// Kept: a comma inside the quotes ends the token too.
+bool NextToken(std::string_view &text, std::string_view separators, std::string_view &token) {
+    text.remove_prefix(std::min(text.find_first_not_of(separators), text.size()));
+    token = text.substr(0, text.find_first_of(separators));
+    text.remove_prefix(token.size());
+    return !token.empty();
+}
+
+// What stands between the quotes: both names have five letters, and with equals sign and quote they make seven
+// characters. The last character is the closing quote. Empty when the token is too short for one.
+std::string_view QuotedValue(std::string_view token) {
+    constexpr std::size_t kOpening = 7;
+    constexpr std::size_t kClosing = 1;
+    if (token.size() <= kOpening + kClosing) return {};
+    return token.substr(kOpening, token.size() - kOpening - kClosing);
+}
+
+} // namespace
+
+void StoreChallenge(RTSPClient &client, ResponseMsg &response) {
+    const char *const value = GetResponseHeader(&response, "WWW-Authenticate");
+    if (value == nullptr) return;
+    RtpRtspInfoPrint("WWW_Authenticate: %s\n", value);
+    std::string_view rest = value;
+    std::string_view token;
+    if (!NextToken(rest, kSchemeEnds, token)) return;
+    CopyText(client.authType, token);
+    while (NextToken(rest, kParameterEnds, token)) {
+        token.remove_prefix(std::min(token.find_first_not_of(' '), token.size()));
+        if (token.starts_with("realm"))
+            CopyText(client.realm, QuotedValue(token));
+        else if (token.starts_with("nonce"))
+            CopyText(client.nonce, QuotedValue(token));
+    }
+    RtpRtspInfoPrint("Type: %s\n", client.authType);
+    RtpRtspInfoPrint("Realm: %s\n", client.realm);
+    RtpRtspInfoPrint("Nonce: %s\n", client.nonce);
+    client.authRequired = 1;
+}
+
+} // namespace rtsptap

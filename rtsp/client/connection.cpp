@@ -1,0 +1,81 @@
+// Opening the control connection. Application thread.
+#include "platform/call_trace.h"
+#include "platform/scope.h"
+#include "platform/text.h"
+#include "rtp/stream_record.h"
+#include "rtp/stream_thread.h"
+#include "rtsp/client/client_record.h"
+#include "rtsp/client/registry.h"
+
+#include <arpa/inet.h>
+#include <cstdlib>
+#include <cstring>
+#include <netinet/in.h>
+
+using namespace rtsptap;
+
+namespace {
+
+bool AreArgumentsValid(intptr_t clientHandle, const char *serverIp, uint16_t serverPort, const char *sessionName,
+                       uint32_t dataProto) {
+    return clientHandle != 0 && serverIp != nullptr && serverPort != 0 && sessionName != nullptr &&
+           dataProto <= DATA_PROTO_TCP && strlen(serverIp) < sizeof(RTSPClient::serverIp) &&
+           strlen(sessionName) < sizeof(RTSPClient::sessionName);
+}
+
+// An earlier connection stays open until Destroy.
+void KeepSuperseded(RTSPClient &client, int32_t socket) {
+    if (socket < 0) return;
+    const std::size_t bytes = (client.supersededCount + 1) * sizeof socket;
+    auto *const grown = static_cast<int32_t *>(realloc(client.supersededSockets, bytes));
+    if (grown == nullptr) return CloseSock(socket);
+    client.supersededSockets = grown;
+    grown[client.supersededCount++] = socket;
+}
+
+// A thread that serves the old connection goes on with the new one.
+void AdoptSocket(RTSPClient &client, int32_t socket) {
+    KeepSuperseded(client, client.rtspSocket.exchange(socket));
+    const RTSPStreamInfo *const first = client.streamList;
+    if (first != nullptr && first->rtpThread != nullptr) WakeStreamThread(*first->rtpThread);
+}
+
+} // namespace
+
+int32_t RTSPClientConnect(intptr_t clientHandle, const char *serverIp, uint16_t serverPort, const char *sessionName,
+                          uint32_t dataProto, intptr_t mtuCallBack) {
+    const CallTrace trace(__func__);
+    DebugPrint(kDebugEntry, "\tInput: clientHandle : %d\n", PrintableHandle(clientHandle));
+    DebugPrint(kDebugEntry, "\tInput: serverIp : %s\n", serverIp == nullptr ? "" : serverIp);
+    DebugPrint(kDebugEntry, "\tInput: serverPort : %d\n", serverPort);
+    DebugPrint(kDebugEntry, "\tInput: sessionName : %s\n", sessionName == nullptr ? "" : sessionName);
+    DebugPrint(kDebugEntry, "\tInput: dataProto : %d \n", static_cast<int>(dataProto));
+    if (!AreArgumentsValid(clientHandle, serverIp, serverPort, sessionName, dataProto))
+        return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s: Invalid input argument\n");
+    RTSPClient *const client = LiveClient(clientHandle);
+    if (client == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid client handle\n");
+    if (client->audioBufferSize < 1 || client->videoBufferSize < 1)
+        return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s : Please set Audio and Video buffer sizes\n");
+
+    UniqueSocket connection(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP));
+    if (!connection.IsOpen())
+        return trace.Fail(RTSP_SOCKET_FAILED, "EXIT : %s :RTSP Client socket creation failed\n");
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = inet_addr(serverIp); // a text that is no address becomes one that refuses
+    address.sin_port = htons(serverPort);
+    if (connect(connection.Get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
+        return trace.Fail(RTSP_CONNECT_FAILED, "EXIT : %s :Connection Error \n");
+
+    CopyText(client->sessionName, sessionName);
+    CopyText(client->serverIp, serverIp);
+    client->serverAddress = address.sin_addr.s_addr;
+    client->serverPort = serverPort;
+    client->dataProto = dataProto;
+    client->mtuSize = kDefaultMtuSize;
+    client->mtuCallBack = mtuCallBack;
+    client->packetCounter = 1;
+    AdoptSocket(*client, connection.Release());
+    client->connected = 1;
+    return RTSP_SUCCESS;
+}

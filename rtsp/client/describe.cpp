@@ -1,0 +1,159 @@
+// DESCRIBE: fetches the description, in one piece or two, and hands it to the parser. Application thread.
+#include "rtp/stream_record.h"
+#include "rtsp/client/checks.h"
+#include "rtsp/client/client_record.h"
+#include "rtsp/client/reply_status.h"
+#include "rtsp/message/response.h"
+#include "sdp/sdp_field.h"
+#include "sdp/sdp_parser.h"
+
+#include <cstdlib>
+#include <cstring>
+
+namespace rtsptap {
+namespace {
+
+std::string_view TextOf(const RecvBufferPtr &reply) {
+    return reply == nullptr ? std::string_view()
+                            : std::string_view(reply->data, static_cast<std::size_t>(reply->length));
+}
+
+// What the first reply carries of the description, from its first "v=0" on.
+int32_t TakeSdpPart(Exchange &exchange) {
+    const std::string_view text = TextOf(exchange.reply);
+    const std::size_t start = text.find("v=0");
+    if (start == text.npos) return RTSP_SUCCESS;
+    DebugPrint(kDebugEntry, "\tSDP received in the response string\n");
+    exchange.sdpPart = DuplicateText(text.substr(start));
+    if (exchange.sdpPart == nullptr)
+        return exchange.trace.Fail(RTSP_NO_MEMORY, "EXIT : %s : Memory allocation failed for SDP data \n");
+    exchange.sdpPartLength = static_cast<int32_t>(text.size() - start);
+    return RTSP_SUCCESS;
+}
+
+// The size that the caller's buffer has is looked at here, but written only at the end or when it is too small.
+int32_t CopyFirstReply(Exchange &exchange) {
+    int32_t *const size = exchange.arguments.responseSize;
+    if (size == nullptr) return RTSP_SUCCESS;
+    const int32_t capacity = *size;
+    const int32_t result = CopyReply(exchange);
+    if (result != RTSP_SUCCESS) return result;
+    exchange.firstReplyLength = *size;
+    *size = capacity;
+    return RTSP_SUCCESS;
+}
+
+// Kept: the state stands even when a later step fails.
+int32_t EnterDescribed(Exchange &exchange) {
+    DebugPrint(kDebugEntry, "\tSetting State of client to 'CLIENT_DESCRIBE_SENT_STATE' \n");
+    exchange.reply = nullptr;
+    exchange.client->state = CLIENT_DESCRIBE_SENT_STATE;
+    return RTSP_SUCCESS;
+}
+
+// The rest of the body is one more message, however long it is.
+int32_t ReceiveSecondPart(Exchange &exchange) {
+    int32_t contentLength = 0;
+    if (const char *const value = GetResponseHeader(exchange.client->responseMsg, "Content-Length")) {
+        contentLength = LeadingNumber(value);
+        if (contentLength < 1)
+            return exchange.trace.Fail(RTSP_BAD_NUMBER,
+                                       "EXIT : %s :Problem in converting Ascii to Integer value of "
+                                       "Content-Length invalid Content Length value\n");
+    }
+    return contentLength > exchange.sdpPartLength ? ReceiveReply(exchange) : RTSP_SUCCESS;
+}
+
+int32_t StoreDescription(Exchange &exchange) {
+    const std::string_view second = TextOf(exchange.reply);
+    const auto first = static_cast<std::size_t>(exchange.sdpPartLength);
+    auto *const text = static_cast<char *>(calloc(first + second.size() + 1, 1));
+    if (text == nullptr)
+        return exchange.trace.Fail(RTSP_NO_MEMORY, "EXIT : %s : Memory allocation failed for SDP data \n");
+    if (first > 0) memcpy(text, exchange.sdpPart.get(), first);
+    if (!second.empty()) memcpy(text + first, second.data(), second.size());
+    free(exchange.client->receivedSDP);
+    exchange.client->receivedSDP = text;
+    return RTSP_SUCCESS;
+}
+
+// After a TEARDOWN the streams of the last session are kept for those who hold their packets or descriptions.
+// A new description starts with stream 1 again, so they leave the list.
+void RetireEndedSession(RTSPClient &client) {
+    RTSPStreamInfo *const first = client.streamList;
+    if (client.streamCount != 0 || first == nullptr) return;
+    RTSPStreamInfo *last = first;
+    while (last->next != nullptr) last = last->next;
+    last->next = client.retiredStreams;
+    client.retiredStreams = first;
+    client.streamList = nullptr;
+    ReleaseSdpFields(client.sdpFieldList);
+}
+
+int32_t ParseDescription(Exchange &exchange) {
+    DebugPrint(kDebugEntry, "\tParsing Received SDP by calling 'ParseReceivedSDP' function\n");
+    RetireEndedSession(*exchange.client);
+    // Kept: other failures of the parser are no failure here.
+    if (ParseReceivedSDP(exchange.client) == RTSP_FAILURE)
+        return exchange.trace.Fail(RTSP_BAD_RESPONSE, "EXIT : %s : Problem occured while parsing SDP data \n");
+    RtpRtspInfoPrint("SDP received from server and parsed successfully .... \n");
+    return RTSP_SUCCESS;
+}
+
+// The second part goes behind the first reply. After a status other than 200 the first reply stands in for it.
+int32_t DeliverSecondPart(Exchange &exchange) {
+    const ExchangeArguments &to = exchange.arguments;
+    if (to.responseSize == nullptr) return RTSP_SUCCESS;
+    const std::string_view second = TextOf(exchange.reply);
+    const int32_t first = exchange.firstReplyLength;
+    const int32_t sum = first + static_cast<int32_t>(second.size());
+    const bool fits = sum <= *to.responseSize;
+    *to.responseSize = sum;
+    if (!fits)
+        return exchange.trace.Fail(RTSP_SMALL_BUFFER,
+                                   "EXIT : %s :Small Buffer received from Application for Response \n");
+    if (to.responseBuff != nullptr && !second.empty())
+        memcpy(to.responseBuff + first, second.data(), second.size());
+    return RTSP_SUCCESS;
+}
+
+constexpr Step kChecks[] = {CheckHandle, CheckConnected, CheckState, CheckHeaderList};
+constexpr Step kSteps[] = {GenerateRequest,
+                           SendRequest,
+                           ReceiveReply,
+                           TakeSdpPart,
+                           ParseReply,
+                           ClassifyStatus,
+                           OnOk<CopyFirstReply>,
+                           OnOk<EnterDescribed>,
+                           OnOk<ReceiveSecondPart>,
+                           OnOk<StoreDescription>,
+                           OnOk<ParseDescription>,
+                           DeliverSecondPart};
+
+constexpr MethodDescriptor kDescribe{
+    .functionName = "RTSPClientSendDescribeRequest",
+    .method = RTSP_DESCRIBE,
+    .allowedStates = States({CLIENT_INIT_STATE, CLIENT_OPTIONS_SENT_STATE}),
+    .answersChallenge = true,
+    .checks = kChecks,
+    .steps = kSteps,
+    .sending = "Client generating and sending DESCRIBE request message \n",
+    .badState = "EXIT : %s :Client State is Not Valid for DESCRIBE Method.\n",
+    .badHeaderList = "EXIT : %s :HeaderList of Describe method is not valid\n",
+    .notGenerated = "EXIT : %s :Request Message for DESCRIBE not generated \n",
+};
+
+} // namespace
+} // namespace rtsptap
+
+using namespace rtsptap;
+
+int32_t RTSPClientSendDescribeRequest(intptr_t clientHandle, intptr_t describeHeaderList, char *responseBuff,
+                                      int32_t *responseSize) {
+    Exchange exchange(kDescribe, {.clientHandle = clientHandle,
+                                  .headerList = describeHeaderList,
+                                  .responseBuff = responseBuff,
+                                  .responseSize = responseSize});
+    return RunExchange(exchange);
+}

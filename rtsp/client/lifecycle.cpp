@@ -1,0 +1,106 @@
+// A client from creation to destruction, and its MTU size. Application thread.
+#include "platform/call_trace.h"
+#include "platform/scope.h"
+#include "rtp/interleaved_reader.h"
+#include "rtp/stream_lifecycle.h"
+#include "rtp/stream_record.h"
+#include "rtsp/client/client_record.h"
+#include "rtsp/client/exchange.h"
+#include "rtsp/client/registry.h"
+#include "rtsp/client/stream_threads.h"
+#include "rtsp/message/recv_buffer.h"
+#include "rtsp/message/request.h"
+#include "sdp/sdp_field.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <new>
+
+using namespace rtsptap;
+
+namespace {
+
+constexpr uint32_t kLargestRefusedMtu = 100; // bytes
+
+// Writing to a connection that the server closed must return an error, not end the process.
+void IgnoreBrokenPipesOnce() {
+    static pthread_once_t once = PTHREAD_ONCE_INIT;
+    pthread_once(&once, HandleSignal);
+}
+
+void ReleaseStreams(RTSPStreamInfo *stream) {
+    while (stream != nullptr) {
+        RTSPStreamInfo *const next = stream->next;
+        ReleaseStream(stream);
+        stream = next;
+    }
+}
+
+void CloseSupersededSockets(RTSPClient &client) {
+    for (std::size_t i = 0; i < client.supersededCount; ++i) CloseSock(client.supersededSockets[i]);
+    free(client.supersededSockets);
+}
+
+// The threads have ended and nobody finds the client any more.
+void ReleaseClient(RTSPClient *client) {
+    freeRequestMsg(client->requestMsg);
+    ReleaseResponse(*client);
+    ReleaseRecvBuffer(client->recvData.exchange(nullptr));
+    ReleaseReader(client->interleaved);
+    free(client->receivedSDP);
+    ReleaseSdpFields(client->sdpFieldList);
+    ReleaseStreams(client->streamList);
+    ReleaseStreams(client->retiredStreams);
+    CloseSupersededSockets(*client);
+    explicit_bzero(client->password, sizeof client->password);
+    delete client;
+}
+
+int32_t FailCreation(const CallTrace &trace, int32_t result) {
+    switch (result) {
+    case RTSP_MUTEX_FAILED:
+        return trace.Fail(result, "EXIT : %s: Can not create mutex to lock RTSP client list.\n");
+    case RTSP_LOCK_FAILED:
+        return trace.Fail(result, "EXIT : %s: Unable to Lock Global RTSP Client List \n");
+    default:
+        return trace.Fail(result, "EXIT : %s: Unable to UnLock Global RTSP Client List \n");
+    }
+}
+
+} // namespace
+
+intptr_t RTSPClientCreate(void) {
+    const CallTrace trace(__func__);
+    IgnoreBrokenPipesOnce();
+    std::unique_ptr<RTSPClient> client(new (std::nothrow) RTSPClient{});
+    if (client == nullptr) return trace.Fail(RTSP_NO_MEMORY, "EXIT : %s : Memory Allocation Failed\n");
+    if (const int32_t result = LinkClient(client.get()); result != RTSP_SUCCESS) return FailCreation(trace, result);
+    RtpRtspInfoPrint("New Client Created Successfully .... \n");
+    return reinterpret_cast<intptr_t>(client.release());
+}
+
+int32_t RTSPClientDestroy(intptr_t clientHandle) {
+    const CallTrace trace(__func__);
+    if (clientHandle == 0) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid input argument\n");
+    auto *const client = reinterpret_cast<RTSPClient *>(clientHandle);
+    // Unlinked first: from here on no other call finds the client.
+    if (!UnlinkClient(client)) return trace.Fail(RTSP_NO_SUCH_CLIENT, "EXIT : %s :No such client found\n");
+    CloseConnectionAndStreams(*client);
+    DebugPrint(kDebugEntry, "\tFreeing Client Memory \n");
+    ReleaseClient(client);
+    RtpRtspInfoPrint("\tClient Destroyed Successfully .... \n");
+    return RTSP_SUCCESS;
+}
+
+int32_t RTSPClientSetMTUSize(intptr_t clientHandle, uint32_t mtuSize) {
+    const CallTrace trace(__func__);
+    if (clientHandle == 0 || mtuSize <= kLargestRefusedMtu) {
+        RtpRtspErrorPrint("EXIT : %s :Invalid input argument : %d\n", trace.Function(), static_cast<int>(mtuSize));
+        return RTSP_INVALID_ARGUMENT;
+    }
+    RTSPClient *const client = LiveClient(clientHandle);
+    if (client == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid client handle\n");
+    client->mtuSize = mtuSize;
+    return RTSP_SUCCESS;
+}
