@@ -99,7 +99,8 @@ TEST_F(Rtcp, CountsSequenceNumberCycles) {
                  {16382, 2 * 65536 + 16382}};
     for (const auto &look : looks) {
         stream->lastSeqNum = look.last;
-        EXPECT_EQ(wire::U32(&Report()[16]), look.extended) << look.last;
+        const Bytes report = Report();
+        EXPECT_EQ(test::Word32(std::string(report.begin(), report.end()), 16), look.extended) << look.last;
     }
 }
 
@@ -118,17 +119,13 @@ TEST_F(Rtcp, ReportsTheFractionLost) {
 }
 
 TEST_F(Rtcp, SendsDatagramsToThePortAboveTheServers) {
-    const int server = socket(AF_INET, SOCK_DGRAM, 0);
-    sockaddr_in address = {};
-    socklen_t length = sizeof address;
-    ASSERT_EQ(bind(server, reinterpret_cast<sockaddr *>(&address), length), 0);
-    ASSERT_EQ(getsockname(server, reinterpret_cast<sockaddr *>(&address), &length), 0);
+    const test::UdpPeer server;
     stream->rtcpSocket = socket(AF_INET, SOCK_DGRAM, 0);
-    stream->serverPort = static_cast<uint16_t>(ntohs(address.sin_port) - 1);
+    stream->serverPort = static_cast<uint16_t>(server.Port() - 1);
     client.serverAddress = htonl(INADDR_LOOPBACK);
-    Bytes packet(100);
+    const Bytes packet(52, 7);
     EXPECT_EQ(SendRtcpPacket(stream, packet.data(), 52), 0);
-    EXPECT_EQ(recv(server, packet.data(), packet.size(), 0), 52);
+    EXPECT_EQ(server.Receive(), std::string(52, 7));
     EXPECT_EQ(SendRtcpPacket(stream, packet.data(), 0), -1);
     EXPECT_EQ(SendRtcpPacket(nullptr, packet.data(), 52), 0);
     client.dataProto = DATA_PROTO_TCP;
@@ -136,7 +133,6 @@ TEST_F(Rtcp, SendsDatagramsToThePortAboveTheServers) {
     EXPECT_EQ(out.Text(), "!!!ERROR!!! : Error in Sending RTCP Data\n"
                           "!!!ERROR!!! : EXIT : SendRtcpPacket :Null Pointer Assignment \n");
     close(stream->rtcpSocket);
-    close(server);
 }
 
 TEST_F(Rtcp, SendsFramesWithoutEverWaiting) {

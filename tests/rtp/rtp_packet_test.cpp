@@ -13,8 +13,9 @@ protected:
 };
 
 TEST_F(RtpPacket, ReadsEveryFieldOfTheHeader) {
-    Bytes bytes = Packet(0xF00D, 0xDEADBEEF, 0x80 | 97, 0xB2); // padding, extension, two CSRCs, marker
+    Bytes bytes = Packet(0xF00D, 0xDEADBEEF, 0x80 | 97); // marker
     bytes.resize(12);
+    bytes[0] = 0xB2;                                              // padding, extension, two CSRCs
     bytes.insert(bytes.end(), {0, 0, 0, 1, 0xFF, 0, 0, 2});       // CSRCs
     bytes.insert(bytes.end(), {0xBE, 0xDE, 0xC0, 1, 9, 8, 7, 6}); // only 14 bits of the length count
     bytes.insert(bytes.end(), {'d', 'a', 't', 'a', 0, 2});
@@ -42,7 +43,7 @@ TEST_F(RtpPacket, AcceptsTheKnownPayloadTypesOnly) {
     const std::set<int> accepted = {0, 8, 10, 11, 14, 26, 33};
     client.dataProto = DATA_PROTO_TCP; // no gaps
     for (int type = 0; type < 128; ++type) {
-        RTPStreamData *const packet = Parse(Packet(7, 0, static_cast<uint8_t>(type)));
+        RTPStreamData *const packet = Parse(Packet(7, 0, static_cast<unsigned>(type)));
         EXPECT_EQ(packet != nullptr, type >= 96 || accepted.contains(type)) << type;
         FreePacketRecord(packet);
     }
@@ -50,7 +51,8 @@ TEST_F(RtpPacket, AcceptsTheKnownPayloadTypesOnly) {
 }
 
 TEST_F(RtpPacket, LeavesTheStreamAloneWhenItIsRefused) {
-    for (const Bytes &refused : {Bytes{}, Packet(9, 0, 96, 0x40), Packet(9, 0, 34), Packet(9, 0, 9, 0x90)})
+    const Bytes withExtension = {0x90, 9, 0, 9, 0, 0, 0, 1, 0, 0, 0, 2, 0, 0, 0, 1, 1, 2, 3, 4};
+    for (const Bytes &refused : {Bytes{}, Bytes{0x40, 96}, Packet(9, 0, 34), withExtension})
         EXPECT_EQ(Parse(refused), nullptr);
     EXPECT_EQ(ParseRTPData(nullptr, stream), nullptr);
     EXPECT_EQ(stream->remoteSsrc + stream->lastSeqNum + client.packetCounter, 0u);

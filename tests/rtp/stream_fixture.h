@@ -1,13 +1,13 @@
 // A live client with one stream and no threads: a test delivers packets the way a receive thread does.
 #pragma once
 
-#include "platform/wire.h"
 #include "rtp/packet_queue.h"
 #include "rtp/rtp_packet.h"
 #include "rtp/stream_lifecycle.h"
 #include "rtp/stream_record.h"
 #include "rtsp/client/client_record.h"
 #include "rtsp/client/registry.h"
+#include "tests/support/packet_builder.h"
 
 #include <gtest/gtest.h>
 
@@ -18,15 +18,10 @@ namespace rtsptap {
 
 using Bytes = std::vector<uint8_t>;
 
-// A packet with ten bytes of payload, as sent.
-inline Bytes Packet(int number, uint32_t timestamp = 0, uint8_t payloadType = 96, uint8_t flags = 0x80) {
-    Bytes bytes(22, 0xAB);
-    bytes[0] = flags;
-    bytes[1] = payloadType;
-    wire::PutU16(&bytes[2], static_cast<uint32_t>(number));
-    wire::PutU32(&bytes[4], timestamp);
-    wire::PutU32(&bytes[8], 0x11223344);
-    return bytes;
+inline Bytes Packet(int number, uint32_t timestamp = 0, unsigned payloadType = 96) {
+    const std::string bytes = test::Bytes(test::RtpPacket{
+        .payloadType = payloadType, .sequenceNumber = static_cast<uint16_t>(number), .timestamp = timestamp});
+    return {bytes.begin(), bytes.end()};
 }
 
 class StreamFixture : public testing::Test {
@@ -49,6 +44,7 @@ protected:
         return added;
     }
 
+    // Null when the packet is refused.
     RTPStreamData *Parse(const Bytes &packet) {
         const auto length = static_cast<uint32_t>(packet.size());
         EXPECT_GE(PlaceNextPacket(stream->ring, client.mtuSize).room, length);
