@@ -816,6 +816,9 @@ RTSPTAP_API int Base64Encode(const uint8_t *data, int32_t length, char **encoded
 
 /* ---- supplied by the host process ---- */
 
+/* Visible whatever the host compiles with: the library looks it up in the host's executable. */
+#pragma GCC visibility push(default)
+
 /**
  * Computes the response to a digest challenge (RFC 2617, 3.2.2). The library imports this function;
  * rtsptap::digest has a default for it, a definition in the program goes before it.
@@ -837,6 +840,8 @@ RTSPTAP_API int Base64Encode(const uint8_t *data, int32_t length, char **encoded
 int GenerateDigestResponse(const char *nonce, const char *cnonce, const char *username, const char *realm,
                            const char *password, const char *algorithm, const char *nonceCount, const char *method,
                            const char *qop, const char *uri, char *response);
+
+#pragma GCC visibility pop
 
 #ifdef __cplusplus
 }
