@@ -68,10 +68,13 @@ TEST_P(RealSender, IsReceivedInOrderAndMakesSense) {
         EXPECT_EQ(0, reader.OutOfOrder());
         const Decoded decoded = isVideo ? DecodeH264(reader.Video().Stream()) : Decoded{};
         EXPECT_EQ("", decoded.errors);
+        EXPECT_EQ(reader.Video().Pictures(), decoded.pictures);
         EXPECT_TRUE(isVideo ? decoded.pictures > 5 : SoundsLikeATone(reader.Payloads()));
     }
     EXPECT_EQ(RTSP_SUCCESS, RTSPClientDestroy(client));
 }
+
+void PrintTo(const Sender &sender, std::ostream *out) { *out << sender.command; }
 
 INSTANTIATE_TEST_SUITE_P(Program, RealSender, testing::ValuesIn(kSenders),
                          [](const auto &test) { return test.param.name; });
