@@ -23,7 +23,7 @@ constexpr Sender kSenders[] = {
      "baseline -tune zerolatency -g 25 -f rtp rtp://127.0.0.1:PORT"},
     {"GstreamerH264", RTP_CODEC_H264,
      "gst-launch-1.0 -q videotestsrc is-live=true ! video/x-raw,width=320,height=240,framerate=25/1 ! x264enc "
-     "tune=zerolatency key-int-max=25 ! video/x-h264,profile=constrained-baseline ! rtph264pay config-interval=-1 "
+     "tune=zerolatency key-int-max=25 ! video/x-h264,profile=constrained-baseline ! rtph264pay config-interval=1 "
      "pt=96 ! udpsink host=127.0.0.1 port=PORT"},
     {"FfmpegPcmu", RTP_CODEC_PCMU,
      "ffmpeg -nostdin -v error -re -f lavfi -i sine=frequency=440:sample_rate=8000 -c:a pcm_mulaw -f rtp "
