@@ -35,7 +35,7 @@ TEST(StandaloneReceiver, DeliversBothMediaUntilDestroy) {
     EXPECT_EQ(Begin(client, {.videoPort = videoPort, .audioPort = audioPort}), 0);
     {
         const UdpPeer sender;
-        for (const uint16_t number : {10, 12, 11}) sender.SendTo(videoPort, Rtp(number));
+        for (const uint16_t number : std::vector<uint16_t>{10, 12, 11}) sender.SendTo(videoPort, Rtp(number));
         ASSERT_TRUE(Eventually([&] { return RTPClientGetNbOfPktInBuffer(client, RTP_CODEC_H264) == 3; }));
         sender.SendTo(audioPort, Bytes(RtpPacket{.payloadType = 0, .sequenceNumber = 7}));
     }

@@ -26,8 +26,8 @@ sockaddr_in Address(uint16_t port, const char *ip = "127.0.0.1") {
 } // namespace
 
 std::string Bytes(const RtpPacket &packet) {
-    const unsigned first = packet.version << 6 | (packet.padding > 0 ? 0x20U : 0U) | (packet.extension ? 0x10U : 0U) |
-                           static_cast<unsigned>(packet.csrc.size());
+    const unsigned first = packet.version << 6 | (packet.padding > 0 ? 0x20U : 0U) |
+                           (packet.extension ? 0x10U : 0U) | static_cast<unsigned>(packet.csrc.size());
     std::string bytes = Big(first, 1) + Big((packet.marker ? 0x80U : 0U) | packet.payloadType, 1) +
                         Big(packet.sequenceNumber, 2) + Big(packet.timestamp, 4) + Big(packet.ssrc, 4);
     for (const uint32_t source : packet.csrc) bytes += Big(source, 4);
@@ -40,7 +40,8 @@ std::string Bytes(const RtpPacket &packet) {
 }
 
 std::string Rtp(uint16_t sequenceNumber, const std::string &payload) {
-    return Bytes(RtpPacket{.sequenceNumber = sequenceNumber, .timestamp = sequenceNumber * 3000U, .payload = payload});
+    return Bytes(
+        RtpPacket{.sequenceNumber = sequenceNumber, .timestamp = sequenceNumber * 3000U, .payload = payload});
 }
 
 std::string RtcpPacket(unsigned type, const std::vector<uint32_t> &words) {

@@ -28,7 +28,8 @@ std::string HeaderValue(const std::string &message, const std::string &name) {
 }
 
 // The first text that the request does not meet; empty when it meets all.
-std::string FirstUnmet(const std::vector<std::string> &texts, const ScriptedServer &server, const std::string &request) {
+std::string FirstUnmet(const std::vector<std::string> &texts, const ScriptedServer &server,
+                       const std::string &request) {
     for (const std::string &text : texts) {
         const bool absent = text.starts_with('!');
         const bool found = request.find(server.Expand(absent ? text.substr(1) : text)) != std::string::npos;
@@ -149,8 +150,10 @@ void ScriptedServer::Serve() {
         if (poll(waits, 3, -1) < 0) continue;
         if (waits[0].revents != 0 && !TakeWish()) return;
         if (waits[2].revents != 0 && connection >= 0) {
-            if (TakeBytes()) TakeMessages();
-            else EndConnection(false);
+            if (TakeBytes())
+                TakeMessages();
+            else
+                EndConnection(false);
         }
         if (waits[1].revents != 0) TakeConnection();
     }

@@ -42,14 +42,16 @@ Reply Do(std::function<void()> run);
 // The parts of the bytes between the cuts, each in a write of its own.
 Reply Pieces(const std::string &bytes, const std::vector<std::size_t> &cuts, int pauseMs);
 
-std::string ReplyText(const std::string &statusLine, std::initializer_list<std::string> headers, const std::string &body);
+std::string ReplyText(const std::string &statusLine, std::initializer_list<std::string> headers,
+                      const std::string &body);
 
 template <typename... Lines> Reply Status(int code, const std::string &reason, Lines... headers) {
     return Text(ReplyText(std::to_string(code) + " " + reason, {std::string(headers)...}, ""));
 }
 template <typename... Lines> Reply Ok(Lines... headers) { return Status(200, "OK", headers...); }
 template <typename... Lines> Reply WithBody(const std::string &sdp, Lines... headers) {
-    return Text(ReplyText("200 OK", {std::string(headers)..., "Content-Length: " + std::to_string(sdp.size())}, sdp));
+    return Text(
+        ReplyText("200 OK", {std::string(headers)..., "Content-Length: " + std::to_string(sdp.size())}, sdp));
 }
 
 // Texts that the request must contain; one that begins with '!' must be absent.
@@ -101,7 +103,7 @@ private:
     uint16_t port = 0;
     int listener = -1;
     int wakeRead = -1;
-    int wakeWrite = -1; // a byte asks for a hang-up; closed to end the server's thread
+    int wakeWrite = -1;       // a byte asks for a hang-up; closed to end the server's thread
     std::vector<int> earlier; // superseded connections; server's thread only
     std::string received;     // not yet a whole message; server's thread only
 

@@ -1,5 +1,6 @@
 #include "tests/support/session.h"
 
+#include "rtsp/client/udp_ports.h"
 #include "tests/support/captured_stdout.h"
 
 #include <gtest/gtest.h>
@@ -22,6 +23,13 @@ std::size_t CountEntries(const char *directory) {
     return count;
 }
 
+// Test processes run side by side; each begins with ports of its own.
+void SpreadPorts() {
+    static const uint16_t first = gblClientRtspUdpPort =
+        static_cast<uint16_t>(4000 + static_cast<unsigned>(getpid()) * 7919 % 500 * 56);
+    (void)first;
+}
+
 } // namespace
 
 const char kDescription[] = "v=0\r\no=- 1 1 IN IP4 127.0.0.1\r\ns=Tone and picture\r\nt=0 0\r\n"
@@ -33,7 +41,9 @@ Client::Client(int32_t ringBytes) : handle(RTSPClientCreate()) {
 }
 
 Client::~Client() {
-    if (handle != 0) EXPECT_EQ(Destroy(), 0);
+    if (handle != 0) {
+        EXPECT_EQ(Destroy(), 0);
+    }
 }
 
 int32_t Client::Destroy() { return RTSPClientDestroy(std::exchange(handle, 0)); }
@@ -47,7 +57,8 @@ HeaderList::~HeaderList() { EXPECT_EQ(RTSPDestroyHeaderList(handle), 0); }
 
 Reply SetupReply(int32_t stream, uint32_t proto, uint16_t rtcpPort) {
     if (proto == DATA_PROTO_UDP)
-        return Ok("Session: {session};timeout=60", "Transport: RTP/AVP;unicast;server_port=1-" + std::to_string(rtcpPort));
+        return Ok("Session: {session};timeout=60",
+                  "Transport: RTP/AVP;unicast;server_port=1-" + std::to_string(rtcpPort));
     const std::string channel = std::to_string(2 * stream - 2) + "-" + std::to_string(2 * stream - 1);
     return Ok("Session: {session}", "Transport: RTP/AVP/TCP;unicast;interleaved=" + channel);
 }
@@ -65,14 +76,19 @@ Script StepsTo(RTSPClientState state, uint32_t proto, uint16_t rtcpPort1, uint16
 }
 
 Session::Session(uint32_t dataProto, RTSPClientState state, const Script &further, int32_t ringBytes)
-    : proto(dataProto), server(StepsTo(state, dataProto, rtcp[0].Port(), rtcp[1].Port()) + further), client(ringBytes) {
-    EXPECT_EQ(Connect(), 0);
-    if (state == CLIENT_OPTIONS_SENT_STATE) EXPECT_EQ(Options(), 0);
-    if (state >= CLIENT_DESCRIBE_SENT_STATE) EXPECT_EQ(Describe(), 0);
-    if (state >= CLIENT_READY_STATE) EXPECT_EQ(Setup(1), 0);
-    if (state >= CLIENT_READY_STATE) EXPECT_EQ(Setup(2), 0);
-    if (state >= CLIENT_PLAYING_STATE) EXPECT_EQ(Play(), 0);
-    if (state >= CLIENT_PAUSE_STATE) EXPECT_EQ(Pause(), 0);
+    : proto(dataProto), server(StepsTo(state, dataProto, rtcp[0].Port(), rtcp[1].Port()) + further),
+      client(ringBytes) {
+    SpreadPorts();
+    const std::pair<RTSPClientState, std::function<int32_t()>> calls[] = {
+        {CLIENT_INIT_STATE, [this] { return Connect(); }},
+        {CLIENT_DESCRIBE_SENT_STATE, [this] { return Describe(); }},
+        {CLIENT_READY_STATE, [this] { return Setup(1); }},
+        {CLIENT_READY_STATE, [this] { return Setup(2); }},
+        {CLIENT_PLAYING_STATE, [this] { return Play(); }},
+        {CLIENT_PAUSE_STATE, [this] { return Pause(); }},
+    };
+    for (const auto &[reached, call] : calls) EXPECT_EQ(state >= reached ? call() : 0, 0) << reached;
+    EXPECT_EQ(state == CLIENT_OPTIONS_SENT_STATE ? Options() : 0, 0);
 }
 
 int32_t Session::Connect() { return RTSPClientConnect(client, "127.0.0.1", server.Port(), "live", proto, 0); }
@@ -142,7 +158,9 @@ void ExpectRefusals(const std::vector<Refusal> &refusals) {
         EXPECT_EQ(code, refusal.code) << refusal.name;
         if (refusal.text.empty()) continue;
         const std::string wanted = "!!!ERROR!!! : " + refusal.text;
-        EXPECT_TRUE(printed.ends_with(wanted)) << refusal.name << " printed:\n" << printed << "not, at its end:\n" << wanted;
+        EXPECT_TRUE(printed.ends_with(wanted)) << refusal.name << " printed:\n"
+                                               << printed << "not, at its end:\n"
+                                               << wanted;
     }
 }
 

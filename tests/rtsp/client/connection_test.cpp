@@ -88,23 +88,26 @@ TEST(Connection, ChallengesAreCutUpAsReceived) {
         const std::string uri = session.server.Expand("{base}");
         CapturedStdout out;
         EXPECT_EQ(session.Options(), RTSP_UNAUTHORIZED);
-        EXPECT_NE(out.Text().find("!!!INFO!!! : WWW_Authenticate: " + row.challenge.substr(0, 900)), std::string::npos);
+        EXPECT_NE(out.Text().find("!!!INFO!!! : WWW_Authenticate: " + row.challenge.substr(0, 900)),
+                  std::string::npos);
         EXPECT_TRUE(out.Text().ends_with("!!!INFO!!! : Type: " + row.scheme + "\n!!!INFO!!! : Realm: " + row.realm +
                                          "\n!!!INFO!!! : Nonce: " + row.nonce + "\n"));
         EXPECT_EQ(session.Options(), 0);
         char digest[256] = {};
         GenerateDigestResponse(row.nonce.c_str(), nullptr, "", row.realm.c_str(), "", "md5", "", "OPTIONS", nullptr,
                                uri.c_str(), digest);
-        EXPECT_NE(session.server.LastRequest().find(
-                      "\r\nUser-Agent: Rtp Rtsp Client\r\nAuthorization: " + row.scheme + " username=\"\", realm=\"" +
-                      row.realm + "\", nonce=\"" + row.nonce + "\", uri=\"" + uri + "\", response=\"" + digest + "\"\r\n\r\n"),
-                  std::string::npos)
+        EXPECT_NE(
+            session.server.LastRequest().find("\r\nUser-Agent: Rtp Rtsp Client\r\nAuthorization: " + row.scheme +
+                                              " username=\"\", realm=\"" + row.realm + "\", nonce=\"" + row.nonce +
+                                              "\", uri=\"" + uri + "\", response=\"" + digest + "\"\r\n\r\n"),
+            std::string::npos)
             << session.server.LastRequest();
     }
 }
 
 TEST(Connection, UnauthorizedWithoutAChallengeIsSurvived) {
-    Session session(DATA_PROTO_UDP, CLIENT_INIT_STATE, {{"OPTIONS ", Status(401, "Unauthorized")}, {"OPTIONS ", Ok()}});
+    Session session(DATA_PROTO_UDP, CLIENT_INIT_STATE,
+                    {{"OPTIONS ", Status(401, "Unauthorized")}, {"OPTIONS ", Ok()}});
     EXPECT_EQ(session.Options(), RTSP_UNAUTHORIZED);
     EXPECT_EQ(session.Options(), 0);
 }

@@ -37,7 +37,8 @@ TEST(Interleaved, FramesReachTheStreamOfTheirChannelInOrderOfArrival) {
                      {"PLAY ", Ok()}});
     CapturedStdout out;
     EXPECT_EQ(session.Setup(1), 0);
-    EXPECT_NE(out.Text().find("!!!INFO!!! : RTSPClientSendSetupRequest(2534) Interleaved: 0x04\n"), std::string::npos);
+    EXPECT_NE(out.Text().find("!!!INFO!!! : RTSPClientSendSetupRequest(2534) Interleaved: 0x04\n"),
+              std::string::npos);
     EXPECT_EQ(session.Setup(2), 0);
     EXPECT_EQ(session.Play(), 0);
     session.server.Send(Frame(4, Rtp(5)) + Frame(2, Rtp(100)) + Frame(4, Rtp(3)) + Frame(4, Rtp(9)));
@@ -52,10 +53,10 @@ TEST(Interleaved, FramesReachTheStreamOfTheirChannelInOrderOfArrival) {
 
 TEST(Interleaved, FramesInTheSameWriteAsTheFirstPlayReplyAreKept) {
     const std::string last = Frames(6, 6);
-    for (const uint16_t whole : {0, 1, 2, 5}) {
+    for (const uint16_t whole : std::vector<uint16_t>{0, 1, 2, 5}) {
         for (const std::size_t cut : {std::size_t{1}, std::size_t{3}, std::size_t{4}, std::size_t{9}}) {
-            const Reply reply = Ok() + SendBytes(Frames(1, whole) + last.substr(0, cut)) + Delay(20) +
-                                SendBytes(last.substr(cut));
+            const Reply reply =
+                Ok() + SendBytes(Frames(1, whole) + last.substr(0, cut)) + Delay(20) + SendBytes(last.substr(cut));
             Session session(DATA_PROTO_TCP, CLIENT_READY_STATE, {{"PLAY ", reply}});
             char buffer[256] = {};
             int32_t size = sizeof buffer;
@@ -63,8 +64,48 @@ TEST(Interleaved, FramesInTheSameWriteAsTheFirstPlayReplyAreKept) {
             EXPECT_STREQ(buffer, "RTSP/1.0 200 OK\r\nCSeq: 4\r\n\r\n");
             std::vector<uint16_t> expected = Numbers(1, whole);
             expected.push_back(6);
-            EXPECT_EQ(TakeSequenceNumbers(session.client, kVideo, expected.size()), expected) << whole << " " << cut;
+            EXPECT_EQ(TakeSequenceNumbers(session.client, kVideo, expected.size()), expected)
+                << whole << " " << cut;
         }
+    }
+}
+
+TEST(Interleaved, FramesBeforeTheFirstPlayReplyAreKept) {
+    Session session(DATA_PROTO_TCP, CLIENT_READY_STATE,
+                    {{"PLAY ", SendBytes(Frames(1, 2)) + Delay(20) + SendBytes(Frames(3, 3)) + Ok()}});
+    char buffer[64] = {};
+    int32_t size = sizeof buffer;
+    EXPECT_EQ(RTSPClientSendPlayRequest(session.client, 0, 0, buffer, &size), 0);
+    EXPECT_STREQ(buffer, "RTSP/1.0 200 OK\r\nCSeq: 4\r\n\r\n");
+    EXPECT_EQ(TakeSequenceNumbers(session.client, kVideo, 3), Numbers(1, 3));
+}
+
+TEST(Interleaved, RepliesMaySplitAnywhere) {
+    const std::string reply = "RTSP/1.0 200 OK\r\nSession: 12345678\r\n\r\n";
+    Script repeated;
+    for (std::size_t cut = 1; cut < reply.size(); ++cut) {
+        const auto number = static_cast<uint16_t>(cut);
+        const Step step = {"PLAY ", Pieces(reply + Frames(number, number), {cut}, 2)};
+        Session first(DATA_PROTO_TCP, CLIENT_READY_STATE, {step});
+        EXPECT_EQ(first.Play(), 0) << cut;
+        EXPECT_EQ(TakeSequenceNumbers(first.client, kVideo, 1), Numbers(number, number));
+        repeated.push_back(step);
+    }
+    Session session(DATA_PROTO_TCP, CLIENT_PLAYING_STATE, repeated);
+    for (std::size_t cut = 1; cut < reply.size(); ++cut) {
+        char buffer[64] = {};
+        int32_t size = sizeof buffer;
+        EXPECT_EQ(RTSPClientSendPlayRequest(session.client, 0, 0, buffer, &size), 0) << cut;
+        EXPECT_EQ(buffer, reply);
+    }
+    EXPECT_EQ(TakeSequenceNumbers(session.client, kVideo, reply.size() - 1),
+              Numbers(1, static_cast<uint16_t>(reply.size() - 1)));
+}
+
+TEST(Interleaved, UnfinishedReplyIsTakenAsFarAsItCame) {
+    for (const auto state : {CLIENT_READY_STATE, CLIENT_PLAYING_STATE}) {
+        Session session(DATA_PROTO_TCP, state, {{"PLAY ", SendBytes("RTSP/1.0 200 OK\r\nSess")}});
+        EXPECT_LT(SecondsOf([&] { EXPECT_EQ(session.Play(), 0); }), 2);
     }
 }
 
@@ -86,10 +127,13 @@ TEST(Interleaved, FramesMaySplitAnywhere) {
 
 TEST(Interleaved, RepliesAreFoundAmongFrames) {
     const std::string partial = Frames(9, 9);
-    const Reply first = SendBytes(Frames(1, 2)) + Ok("Session: {session}") + SendBytes(Frames(3, 3) + Frame(1, Bytes(SenderReport{})) +
-                        Frames(4, 8) + partial.substr(0, 7)) + Delay(20) + SendBytes(partial.substr(7));
+    const Reply first =
+        SendBytes(Frames(1, 2)) + Ok("Session: {session}") +
+        SendBytes(Frames(3, 3) + Frame(1, Bytes(SenderReport{})) + Frames(4, 8) + partial.substr(0, 7)) +
+        Delay(20) + SendBytes(partial.substr(7));
     const Reply second = SendBytes(Frames(10, 10)) + Delay(10) + Ok() + SendBytes(Frames(11, 11));
-    Session session(DATA_PROTO_TCP, CLIENT_PLAYING_STATE, {{"PLAY ", first}, {"PLAY ", second}, {"TEARDOWN ", first}});
+    Session session(DATA_PROTO_TCP, CLIENT_PLAYING_STATE,
+                    {{"PLAY ", first}, {"PLAY ", second}, {"TEARDOWN ", first}});
     EXPECT_EQ(session.Play(), 0);
     EXPECT_EQ(session.Play(), 0);
     EXPECT_EQ(TakeSequenceNumbers(session.client, kVideo, 11), Numbers(1, 11));
@@ -117,8 +161,11 @@ TEST(Interleaved, PauseAndResumeWithMediaFlowingLoseNothing) {
 
 TEST(Interleaved, PauseOfOneStreamLeavesTheConnectionServed) {
     Session session(DATA_PROTO_TCP, CLIENT_PLAYING_STATE,
-                    {{"PAUSE {base}/track1 ", Ok()}, {"PLAY {base}/track1 ", Ok()}, {"PAUSE {base}/track1 ", Ok()},
-                     {"PAUSE {base}/track2 ", Ok()}, {"TEARDOWN ", Ok()}});
+                    {{"PAUSE {base}/track1 ", Ok()},
+                     {"PLAY {base}/track1 ", Ok()},
+                     {"PAUSE {base}/track1 ", Ok()},
+                     {"PAUSE {base}/track2 ", Ok()},
+                     {"TEARDOWN ", Ok()}});
     EXPECT_EQ(session.Pause(1), 0);
     session.server.Send(Frames(1, 2, 2));
     EXPECT_EQ(TakeSequenceNumbers(session.client, kAudio, 2), Numbers(1, 2));
@@ -139,13 +186,36 @@ TEST(Interleaved, PlayOfTheSecondStreamAloneIsServed) {
 }
 
 TEST(Interleaved, OptionsWhilePlayingIsAnsweredThroughTheReceiveThread) {
-    Session session(DATA_PROTO_TCP, CLIENT_PLAYING_STATE, {{"OPTIONS ", Ok()}, {"OPTIONS ", Ok() + SendBytes(Frames(3, 3))}});
+    Session session(
+        DATA_PROTO_TCP, CLIENT_PLAYING_STATE,
+        {{"OPTIONS ", Ok()}, {"OPTIONS ", Ok() + SendBytes(Frames(3, 3))}, {"DESCRIBE ", WithBody(kDescription)}});
     for (uint16_t i = 1; i <= 2; ++i) {
         session.server.Send(Frames(i, i));
         EXPECT_EQ(session.Options(), 0);
     }
     EXPECT_EQ(TakeSequenceNumbers(session.client, kVideo, 3), Numbers(1, 3));
     EXPECT_EQ(session.Pause(), RTSP_INVALID_STATE);
+    EXPECT_EQ(session.Describe(), 0); // allowed again; its streams follow those that play
+    EXPECT_EQ(RTSPClientGetNbStreams(session.client), 4);
+    session.server.Send(Frames(4, 4));
+    EXPECT_EQ(TakeSequenceNumbers(session.client, kVideo, 1), Numbers(4, 4));
+}
+
+TEST(Interleaved, ConnectingAgainLeavesNothingOfTheOldConnection) {
+    const Script connected = StepsTo(CLIENT_PLAYING_STATE, DATA_PROTO_TCP);
+    const std::string partial = Frames(9, 9).substr(0, 9);
+    Session session(DATA_PROTO_TCP, CLIENT_PLAYING_STATE,
+                    Script{{"TEARDOWN ", Ok() + SendBytes(partial)}} + connected + Script{{"PAUSE ", Ok()}});
+    EXPECT_EQ(session.Teardown(), 0);
+    EXPECT_EQ(session.Connect(), 0);
+    EXPECT_EQ(session.Describe(), 0);
+    EXPECT_EQ(session.Setup(1), 0);
+    EXPECT_EQ(session.Setup(2), 0);
+    EXPECT_LT(SecondsOf([&] { EXPECT_EQ(session.Play(), 0); }), 2);
+    session.server.Send(Frames(1, 1) + partial);
+    EXPECT_EQ(TakeSequenceNumbers(session.client, kVideo, 1), Numbers(1, 1));
+    EXPECT_EQ(session.Connect(), 0); // while playing: the thread goes on with the new connection
+    EXPECT_LT(SecondsOf([&] { EXPECT_EQ(session.Pause(), 0); }), 2);
 }
 
 TEST(Interleaved, RepliesNobodyAskedForAreDropped) {
@@ -165,8 +235,8 @@ TEST(Interleaved, RepeatedPlayLosesNoByteAndCostsNothing) {
     for (uint16_t i = 1; i <= kTimes; ++i) {
         const std::string frame = Frames(i, i);
         const std::size_t cut = i % frame.size(); // the thread changes anywhere inside a frame
-        script.push_back({"PLAY {base} ",
-                          Ok() + SendBytes(frame.substr(0, cut)) + Delay(i % 3) + SendBytes(frame.substr(cut))});
+        script.push_back(
+            {"PLAY {base} ", Ok() + SendBytes(frame.substr(0, cut)) + Delay(i % 3) + SendBytes(frame.substr(cut))});
     }
     Session session(DATA_PROTO_TCP, CLIENT_PLAYING_STATE, script);
     const std::size_t threads = CountThreads();
@@ -203,7 +273,7 @@ TEST(Interleaved, FramingErrorsAreReportedAndRecoveredFrom) {
         session.server.Send(row.bytes + Frames(number, number));
         EXPECT_EQ(TakeSequenceNumbers(session.client, kVideo, 1), Numbers(number, number)) << row.name;
         EXPECT_EQ(CountOf(out.Text(), kCorrupted), row.corrupted) << row.name;
-        if (!row.line.empty()) EXPECT_EQ(CountOf(out.Text(), row.line), 1U) << row.name;
+        EXPECT_TRUE(row.line.empty() || CountOf(out.Text(), row.line) == 1) << row.name;
     }
 }
 
@@ -231,7 +301,9 @@ TEST(Interleaved, ServerMayCloseAnywhere) {
             session.server.Send(bytes.substr(0, cut));
             session.server.Hangup(reset);
             EXPECT_TRUE(Eventually([&] { return CountThreads() == threads - 1; })) << cut;
-            if (cut >= 24 && !reset) EXPECT_EQ(TakeSequenceNumbers(session.client, kVideo, 1), Numbers(1, 1));
+            // What had arrived is still there; a reset throws away what was not read yet.
+            const std::size_t whole = cut >= Frames(1, 1).size() && !reset ? 1 : 0;
+            EXPECT_EQ(TakeSequenceNumbers(session.client, kVideo, whole).size(), whole);
             EXPECT_LT(SecondsOf([&] { EXPECT_EQ(session.client.Destroy(), 0); }), 2);
         }
     }
@@ -241,7 +313,8 @@ TEST(Interleaved, ReceiverReportsGoIntoFramesOfTheSameConnection) {
     Session session(DATA_PROTO_TCP, CLIENT_PLAYING_STATE);
     CapturedStdout out;
     session.server.Send(Frame(2, Rtp(40000)) + Frame(3, RtcpPacket(201, {1})) + Frame(1, RtcpPacket(202, {1})) +
-                        Frame(3, Bytes(SenderReport{.ntpMsw = 1, .ntpLsw = 0x80000000})) + Frame(1, RtcpPacket(203, {1})));
+                        Frame(3, Bytes(SenderReport{.ntpMsw = 1, .ntpLsw = 0x80000000})) +
+                        Frame(1, RtcpPacket(203, {1})));
     const std::vector<std::string> frames = session.server.WaitForFrames(3);
     ASSERT_EQ(frames.size(), 3U); // none for the description of the source
     EXPECT_EQ(frames[0].substr(0, 2), "$\x03");

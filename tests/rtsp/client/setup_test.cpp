@@ -59,8 +59,8 @@ bool EnterOwnNetwork() {
 }
 
 void PlayMulticast() {
-    const Reply reply = Ok("Session: {session}",
-                           "Transport: RTP/AVP;multicast;destination=232.1.1.1;port=5000-5001;ttl=16");
+    const Reply reply =
+        Ok("Session: {session}", "Transport: RTP/AVP;multicast;destination=232.1.1.1;port=5000-5001;ttl=16");
     Session session(DATA_PROTO_UDP, CLIENT_DESCRIBE_SENT_STATE,
                     {{{"SETUP ", "Transport: RTP/AVP/UDP;unicast;client_port="}, reply}, {"PLAY ", Ok()}});
     EXPECT_EQ(session.Setup(1), 0);
@@ -79,8 +79,8 @@ TEST(Setup, PortsGoUpInPairs) {
                      {"SETUP ", Ok()}});
     const uint16_t first = session.ClientPort(2);
     EXPECT_EQ(first % 2, 0);
-    EXPECT_EQ(UdpPeer(first).Port(), 0);                             // bound
-    EXPECT_EQ(UdpPeer(static_cast<uint16_t>(first + 1)).Port(), 0);  // bound
+    EXPECT_EQ(UdpPeer(first).Port(), 0);                            // bound
+    EXPECT_EQ(UdpPeer(static_cast<uint16_t>(first + 1)).Port(), 0); // bound
     const UdpPeer rtpTaken(static_cast<uint16_t>(first + 2));
     const UdpPeer rtcpTaken(static_cast<uint16_t>(first + 7));
     EXPECT_EQ(session.Setup(1), 0);
@@ -89,7 +89,8 @@ TEST(Setup, PortsGoUpInPairs) {
                      kExit + "Can not bind to the user given client port of Transport header (RTCP)\n"}});
     EXPECT_EQ(session.Setup(2), 0);
     EXPECT_EQ(session.ClientPort(2), first + 8);
-    const std::string ports = "\r\nTransport: RTP/AVP/UDP;unicast;" + ClientPorts(session.ClientPort(2)) + "\r\n\r\n";
+    const std::string ports =
+        "\r\nTransport: RTP/AVP/UDP;unicast;" + ClientPorts(session.ClientPort(2)) + "\r\n\r\n";
     EXPECT_NE(session.server.Requests()[4].find(ports), std::string::npos);
     EXPECT_EQ(session.Setup(1), 0); // the stream's earlier sockets are given back
     EXPECT_EQ(UdpPeer(static_cast<uint16_t>(first + 4)).Port(), first + 4);
@@ -114,8 +115,9 @@ TEST(SetupDeathTest, FreshProcessBeginsAt2002) {
 TEST(Setup, PortAfter59999Is2000) {
     if (UdpPeer(59998).Port() == 0 || UdpPeer(59999).Port() == 0) GTEST_SKIP() << "the last pair of ports is taken";
     HeaderList list({{"Transport", "RTP/AVP;unicast;client_port=59998-59999"}});
-    Session session(DATA_PROTO_UDP, CLIENT_DESCRIBE_SENT_STATE,
-                    {{{"SETUP ", "Transport: RTP/AVP;unicast;client_port=59998-59999\r\n\r\n"}, Ok()}, {"SETUP ", Ok()}});
+    Session session(
+        DATA_PROTO_UDP, CLIENT_DESCRIBE_SENT_STATE,
+        {{{"SETUP ", "Transport: RTP/AVP;unicast;client_port=59998-59999\r\n\r\n"}, Ok()}, {"SETUP ", Ok()}});
     uint16_t expected = 2000;
     while (UdpPeer(expected).Port() == 0) expected = static_cast<uint16_t>(expected + 2);
     EXPECT_EQ(SetupWith(session, 1, list), 0);
@@ -127,8 +129,9 @@ TEST(Setup, UserTransportIsSentAndTakenOutOfTheList) {
     const uint16_t port = FreePair();
     const std::string value = "RTP/AVP;unicast;" + ClientPorts(port) + ";x";
     HeaderList list({{"Require", "a"}, {"Transport", value.c_str()}, {"Blocksize", "9"}});
-    Session session(DATA_PROTO_UDP, CLIENT_DESCRIBE_SENT_STATE,
-                    {{"\r\nRequire: a\r\nBlocksize: 9\r\nTransport: " + value + "\r\n\r\n", Ok()}, {"SETUP ", Ok()}});
+    Session session(
+        DATA_PROTO_UDP, CLIENT_DESCRIBE_SENT_STATE,
+        {{"\r\nRequire: a\r\nBlocksize: 9\r\nTransport: " + value + "\r\n\r\n", Ok()}, {"SETUP ", Ok()}});
     EXPECT_EQ(SetupWith(session, 1, list), 0);
     EXPECT_EQ(RTSPRemoveHeaderFromList(list, "Transport"), 0); // absent from a list that is not empty
     EXPECT_EQ(UdpPeer(port).Port(), 0);
@@ -148,7 +151,8 @@ TEST(Setup, UnusableUserTransportsAreRefusedBeforeAnythingIsSent) {
     const UdpPeer rtcpTaken(static_cast<uint16_t>(pair + 1));
     const std::string takenRtcp = "RTP/AVP;unicast;" + ClientPorts(pair);
     const std::string noBind = kExit + "Can not bind to the user given client port of Transport header \n";
-    const std::string noRtcpBind = kExit + "Can not bind to the user given client port of Transport header (RTCP)\n";
+    const std::string noRtcpBind =
+        kExit + "Can not bind to the user given client port of Transport header (RTCP)\n";
     const std::string badNumber = kExit + "Problem in converting Ascii to Integer value of client_port\n";
     const std::string badHeader = kExit + "Transport header of HeaderList is not valid\n";
     const struct {
@@ -159,7 +163,7 @@ TEST(Setup, UnusableUserTransportsAreRefusedBeforeAnythingIsSent) {
     } kCases[] = {
         {DATA_PROTO_UDP, "RTP/AVP;client_port=5000", -96, kExit + "HeaderList of Setup method is not valid\n"},
         {DATA_PROTO_UDP, "RTP/AVP;unicast;client_port=abc", -73, badNumber},
-        {DATA_PROTO_UDP, "RTP/AVP;unicast;client_port=65536", -73, badNumber}, // 16 bits
+        {DATA_PROTO_UDP, "RTP/AVP;unicast;client_port=65536", -73, badNumber},  // 16 bits
         {DATA_PROTO_UDP, "RTP/AVP;unicast;client_port=65535", -96, noRtcpBind}, // no port above it for RTCP
         {DATA_PROTO_UDP, takenPort, -96, noBind},
         {DATA_PROTO_UDP, takenRtcp, -96, noRtcpBind},
@@ -179,7 +183,8 @@ TEST(Setup, UnusableUserTransportsAreRefusedBeforeAnythingIsSent) {
 TEST(Setup, RunningOutOfDescriptorsIsReported) {
     const std::string rtcp = kExit + "RTCP Client receive socket creation failed\n";
     Session session(DATA_PROTO_UDP, CLIENT_DESCRIBE_SENT_STATE);
-    for (const auto &[spare, text] : {std::pair(0, kExit + "RTSP Client socket creation failed\n"), std::pair(1, rtcp)})
+    for (const auto &[spare, text] :
+         {std::pair(0, kExit + "RTSP Client socket creation failed\n"), std::pair(1, rtcp)})
         ExpectRefusals({{"limit",
                          [&, room = spare] {
                              const DescriptorLimit limit(static_cast<std::size_t>(room));
@@ -219,13 +224,15 @@ TEST(Setup, RepliesAreUnderstood) {
         {multicast + "=232.1.1.1;port=x", -71, noPort},
         {multicast + "=" + digits33 + ";port=5000", -90, longAddress},
         {multicast + "=" + digits33, -90, longAddress},
-        {multicast + "=232.1.1.1;port=" + std::to_string(taken.Port()), -71, kExit + "Can not bind to multicast port\n"},
+        {multicast + "=232.1.1.1;port=" + std::to_string(taken.Port()), -71,
+         kExit + "Can not bind to multicast port\n"},
         {multicast + "=10.0.0.1;port=" + std::to_string(FreePair()), -71, kExit + "Unable to add membership \n"},
     };
     for (const auto &row : kCases) {
         Session session(DATA_PROTO_UDP, CLIENT_DESCRIBE_SENT_STATE, {{"SETUP ", Ok(row.header)}});
         ExpectRefusals({{row.header.c_str(), [&] { return session.Setup(1); }, row.code, row.text}});
-        EXPECT_EQ(ObservedState(session.client), CLIENT_READY_STATE) << row.header; // before the headers are looked at
+        EXPECT_EQ(ObservedState(session.client), CLIENT_READY_STATE)
+            << row.header; // before the headers are looked at
         const UdpPeer again(session.ClientPort(1));
         EXPECT_EQ(again.Port() != 0, row.code != 0) << row.header << ": the RTP socket is closed by a failure only";
     }

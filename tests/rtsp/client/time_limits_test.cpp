@@ -24,7 +24,8 @@ void ReadOfAReply() {
 
 // The reply that comes too late is not taken for the next one.
 void WaitForAReplyAmongFrames() {
-    Session session(DATA_PROTO_TCP, CLIENT_PLAYING_STATE, {{"PAUSE ", Stall()}, {"PAUSE ", Ok()}, {"TEARDOWN ", Ok()}});
+    Session session(DATA_PROTO_TCP, CLIENT_PLAYING_STATE,
+                    {{"PAUSE ", Stall()}, {"PAUSE ", Ok()}, {"TEARDOWN ", Ok()}});
     ExpectAbout25Seconds([&] { EXPECT_EQ(session.Pause(), RTSP_RESPONSE_TIMEOUT); });
     session.server.Send("RTSP/1.0 500 Late\r\n\r\n");
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
@@ -41,8 +42,9 @@ void ReportAfterSilence() {
 }
 
 void SecondPartOfADescription() {
-    Session session(DATA_PROTO_UDP, CLIENT_INIT_STATE,
-                    {{"DESCRIBE ", Text("RTSP/1.0 200 OK\r\nContent-Length: 9999\r\n\r\n") + SendBytes(kDescription)}});
+    Session session(
+        DATA_PROTO_UDP, CLIENT_INIT_STATE,
+        {{"DESCRIBE ", Text("RTSP/1.0 200 OK\r\nContent-Length: 9999\r\n\r\n") + SendBytes(kDescription)}});
     ExpectAbout25Seconds([&] { EXPECT_EQ(session.Describe(), RTSP_RESPONSE_TIMEOUT); });
     EXPECT_EQ(ObservedState(session.client), CLIENT_DESCRIBE_SENT_STATE);
 }
@@ -55,9 +57,10 @@ TEST(TimeLimits, EndAfter25Seconds) {
     for (const auto body : {ReadOfAReply, WaitForAReplyAmongFrames, ReportAfterSilence, SecondPartOfADescription})
         threads.emplace_back(body);
     for (std::thread &thread : threads) thread.join();
-    for (const char *line : {"!!!ERROR!!! : \tEXIT : ClientReadMessage :No data received and timeout the session\n",
-                             "!!!ERROR!!! : EXIT : RTSPClientSendPlayRequest : No RTSP response received from server \n",
-                             "!!!ERROR!!! : EXIT : RTSPClientSendPauseRequest : No RTSP response received from server \n",
-                             "!!!ERROR!!! : EXIT : RTSPClientSendDescribeRequest : No RTSP response received from server \n"})
+    for (const char *line :
+         {"!!!ERROR!!! : \tEXIT : ClientReadMessage :No data received and timeout the session\n",
+          "!!!ERROR!!! : EXIT : RTSPClientSendPlayRequest : No RTSP response received from server \n",
+          "!!!ERROR!!! : EXIT : RTSPClientSendPauseRequest : No RTSP response received from server \n",
+          "!!!ERROR!!! : EXIT : RTSPClientSendDescribeRequest : No RTSP response received from server \n"})
         EXPECT_NE(out.Text().find(line), std::string::npos) << line;
 }
