@@ -1,5 +1,6 @@
 #include "tests/support/session.h"
 
+#include "rtsp/client/udp_ports.h"
 #include "tests/support/captured_stdout.h"
 
 #include <gtest/gtest.h>
@@ -20,6 +21,13 @@ std::size_t CountEntries(const char *directory) {
     std::size_t count = 0;
     for (const auto &entry : std::filesystem::directory_iterator(directory)) count += !entry.path().empty();
     return count;
+}
+
+// Test processes run side by side; each begins with ports of its own.
+void SpreadPorts() {
+    static const uint16_t first = gblClientRtspUdpPort =
+        static_cast<uint16_t>(4000 + static_cast<unsigned>(getpid()) * 7919 % 500 * 56);
+    (void)first;
 }
 
 } // namespace
@@ -70,6 +78,7 @@ Script StepsTo(RTSPClientState state, uint32_t proto, uint16_t rtcpPort1, uint16
 Session::Session(uint32_t dataProto, RTSPClientState state, const Script &further, int32_t ringBytes)
     : proto(dataProto), server(StepsTo(state, dataProto, rtcp[0].Port(), rtcp[1].Port()) + further),
       client(ringBytes) {
+    SpreadPorts();
     const std::pair<RTSPClientState, std::function<int32_t()>> calls[] = {
         {CLIENT_INIT_STATE, [this] { return Connect(); }},
         {CLIENT_DESCRIBE_SENT_STATE, [this] { return Describe(); }},

@@ -70,6 +70,45 @@ TEST(Interleaved, FramesInTheSameWriteAsTheFirstPlayReplyAreKept) {
     }
 }
 
+TEST(Interleaved, FramesBeforeTheFirstPlayReplyAreKept) {
+    Session session(DATA_PROTO_TCP, CLIENT_READY_STATE,
+                    {{"PLAY ", SendBytes(Frames(1, 2)) + Delay(20) + SendBytes(Frames(3, 3)) + Ok()}});
+    char buffer[64] = {};
+    int32_t size = sizeof buffer;
+    EXPECT_EQ(RTSPClientSendPlayRequest(session.client, 0, 0, buffer, &size), 0);
+    EXPECT_STREQ(buffer, "RTSP/1.0 200 OK\r\nCSeq: 4\r\n\r\n");
+    EXPECT_EQ(TakeSequenceNumbers(session.client, kVideo, 3), Numbers(1, 3));
+}
+
+TEST(Interleaved, RepliesMaySplitAnywhere) {
+    const std::string reply = "RTSP/1.0 200 OK\r\nSession: 12345678\r\n\r\n";
+    Script repeated;
+    for (std::size_t cut = 1; cut < reply.size(); ++cut) {
+        const auto number = static_cast<uint16_t>(cut);
+        const Step step = {"PLAY ", Pieces(reply + Frames(number, number), {cut}, 2)};
+        Session first(DATA_PROTO_TCP, CLIENT_READY_STATE, {step});
+        EXPECT_EQ(first.Play(), 0) << cut;
+        EXPECT_EQ(TakeSequenceNumbers(first.client, kVideo, 1), Numbers(number, number));
+        repeated.push_back(step);
+    }
+    Session session(DATA_PROTO_TCP, CLIENT_PLAYING_STATE, repeated);
+    for (std::size_t cut = 1; cut < reply.size(); ++cut) {
+        char buffer[64] = {};
+        int32_t size = sizeof buffer;
+        EXPECT_EQ(RTSPClientSendPlayRequest(session.client, 0, 0, buffer, &size), 0) << cut;
+        EXPECT_EQ(buffer, reply);
+    }
+    EXPECT_EQ(TakeSequenceNumbers(session.client, kVideo, reply.size() - 1),
+              Numbers(1, static_cast<uint16_t>(reply.size() - 1)));
+}
+
+TEST(Interleaved, UnfinishedReplyIsTakenAsFarAsItCame) {
+    for (const auto state : {CLIENT_READY_STATE, CLIENT_PLAYING_STATE}) {
+        Session session(DATA_PROTO_TCP, state, {{"PLAY ", SendBytes("RTSP/1.0 200 OK\r\nSess")}});
+        EXPECT_LT(SecondsOf([&] { EXPECT_EQ(session.Play(), 0); }), 2);
+    }
+}
+
 TEST(Interleaved, FramesMaySplitAnywhere) {
     Session session(DATA_PROTO_TCP, CLIENT_PLAYING_STATE);
     const std::size_t length = Frames(1, 2).size();
@@ -147,14 +186,36 @@ TEST(Interleaved, PlayOfTheSecondStreamAloneIsServed) {
 }
 
 TEST(Interleaved, OptionsWhilePlayingIsAnsweredThroughTheReceiveThread) {
-    Session session(DATA_PROTO_TCP, CLIENT_PLAYING_STATE,
-                    {{"OPTIONS ", Ok()}, {"OPTIONS ", Ok() + SendBytes(Frames(3, 3))}});
+    Session session(
+        DATA_PROTO_TCP, CLIENT_PLAYING_STATE,
+        {{"OPTIONS ", Ok()}, {"OPTIONS ", Ok() + SendBytes(Frames(3, 3))}, {"DESCRIBE ", WithBody(kDescription)}});
     for (uint16_t i = 1; i <= 2; ++i) {
         session.server.Send(Frames(i, i));
         EXPECT_EQ(session.Options(), 0);
     }
     EXPECT_EQ(TakeSequenceNumbers(session.client, kVideo, 3), Numbers(1, 3));
     EXPECT_EQ(session.Pause(), RTSP_INVALID_STATE);
+    EXPECT_EQ(session.Describe(), 0); // allowed again; its streams follow those that play
+    EXPECT_EQ(RTSPClientGetNbStreams(session.client), 4);
+    session.server.Send(Frames(4, 4));
+    EXPECT_EQ(TakeSequenceNumbers(session.client, kVideo, 1), Numbers(4, 4));
+}
+
+TEST(Interleaved, ConnectingAgainLeavesNothingOfTheOldConnection) {
+    const Script connected = StepsTo(CLIENT_PLAYING_STATE, DATA_PROTO_TCP);
+    const std::string partial = Frames(9, 9).substr(0, 9);
+    Session session(DATA_PROTO_TCP, CLIENT_PLAYING_STATE,
+                    Script{{"TEARDOWN ", Ok() + SendBytes(partial)}} + connected + Script{{"PAUSE ", Ok()}});
+    EXPECT_EQ(session.Teardown(), 0);
+    EXPECT_EQ(session.Connect(), 0);
+    EXPECT_EQ(session.Describe(), 0);
+    EXPECT_EQ(session.Setup(1), 0);
+    EXPECT_EQ(session.Setup(2), 0);
+    EXPECT_LT(SecondsOf([&] { EXPECT_EQ(session.Play(), 0); }), 2);
+    session.server.Send(Frames(1, 1) + partial);
+    EXPECT_EQ(TakeSequenceNumbers(session.client, kVideo, 1), Numbers(1, 1));
+    EXPECT_EQ(session.Connect(), 0); // while playing: the thread goes on with the new connection
+    EXPECT_LT(SecondsOf([&] { EXPECT_EQ(session.Pause(), 0); }), 2);
 }
 
 TEST(Interleaved, RepliesNobodyAskedForAreDropped) {

@@ -16,8 +16,8 @@ intptr_t DestroyedClient() { return Client(); }
 } // namespace
 
 TEST(Lifecycle, RefusesWhatIsNotALiveClient) {
-    const intptr_t gone = DestroyedClient();
     const Client client;
+    const intptr_t gone = DestroyedClient();
     ExpectRefusals({
         {"destroy null", [] { return RTSPClientDestroy(0); }, -99,
          "EXIT : RTSPClientDestroy :Invalid input argument\n"},
