@@ -39,7 +39,7 @@ TEST(HeaderLists, AdditionComparesTheFirstNameAlwaysAndTheLastOfSeveralNever) {
         const HeaderList list({});
         CapturedStdout output;
         std::string expected;
-        for (const char *name : names) {
+        for (const char *const &name : names) {
             const int32_t wanted = &name == &names.back() ? result : 0;
             EXPECT_EQ(RTSPAddHeaderToList(list, name, "1", 0), wanted) << expected << name;
             if (wanted == 0) expected += std::string(name) + "=1 ";
