@@ -1,4 +1,6 @@
 // Receiving with retry, and closing. A failed receive leaves its errno to the caller, whatever was printed.
+#include "platform/socket.h"
+
 #include "rtsptap.h"
 
 #include <cerrno>
@@ -18,15 +20,15 @@ void PrintSystemError(int error) {
 
 } // namespace
 
-int UDPSockRecv(int sockfd, void *buf, int len, struct sockaddr *srcAddr, socklen_t *srcAddrLen) {
+int rtsptap::ReceiveDatagram(int sockfd, void *buf, int len, int flags, sockaddr *srcAddr, socklen_t *srcAddrLen) {
     if (len < 0) {
         errno = EINVAL;
         return RTSP_FAILURE;
     }
     for (;;) {
         // MSG_TRUNC: the datagram's own size, also when it does not fit.
-        const int result =
-            static_cast<int>(recvfrom(sockfd, buf, static_cast<size_t>(len), MSG_TRUNC, srcAddr, srcAddrLen));
+        const auto result = static_cast<int>(
+            recvfrom(sockfd, buf, static_cast<size_t>(len), MSG_TRUNC | flags, srcAddr, srcAddrLen));
         const int error = errno;
         if (result < 0 && IsRetried(error)) {
             RtpRtspInfoPrint("UDP recv function error in linux: Err :%d Retval: %d \n", error, result);
@@ -39,6 +41,10 @@ int UDPSockRecv(int sockfd, void *buf, int len, struct sockaddr *srcAddr, sockle
                              result, len);
         return result;
     }
+}
+
+int UDPSockRecv(int sockfd, void *buf, int len, struct sockaddr *srcAddr, socklen_t *srcAddrLen) {
+    return rtsptap::ReceiveDatagram(sockfd, buf, len, 0, srcAddr, srcAddrLen);
 }
 
 int TCPSockRecv(int sockfd, void *buf, int len) {

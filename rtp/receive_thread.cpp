@@ -1,6 +1,7 @@
 #include "rtp/receive_thread.h"
 
 #include "platform/call_trace.h"
+#include "platform/socket.h"
 #include "rtp/packet_queue.h"
 #include "rtp/rtp_packet.h"
 #include "rtp/stream_record.h"
@@ -12,6 +13,7 @@
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
+#include <utility>
 
 namespace rtsptap {
 namespace {
@@ -36,17 +38,45 @@ RingPlace FindRoom(RTSPStreamInfo &stream) {
 
 enum class Pass { kGoOn, kStop };
 
-Pass ReceiveDatagram(StreamThread &thread, RTSPStreamInfo &stream) {
+// Packets queued since the readers were last signalled. Waking a reader costs several times what receiving a
+// datagram does, so it is done once for all that arrived together.
+struct Arrivals {
+    static constexpr int kMost = 16; // without a pause between them, so that no reader waits for the end of a flood
+    int unsignalled = 0;
+};
+
+void SignalArrivals(RTSPStreamInfo &stream, Arrivals &arrivals) {
+    if (std::exchange(arrivals.unsignalled, 0) > 0) SignalReaders(stream);
+}
+
+int Receive(RTSPStreamInfo &stream, int room, int flags) {
+    socklen_t addressLength = sizeof stream.rtpAddr;
+    return ReceiveDatagram(stream.rtpSocket, stream.ring.storage + stream.ring.writeIndex, room, flags,
+                           reinterpret_cast<sockaddr *>(&stream.rtpAddr), &addressLength);
+}
+
+bool NothingArrived(int received) { return received < 0 && errno == EAGAIN; }
+
+// The next datagram. Readers hear of those before it before this thread waits.
+int ReceiveNext(RTSPStreamInfo &stream, int room, Arrivals &arrivals) {
+    if (arrivals.unsignalled > 0) {
+        const int received = Receive(stream, room, MSG_DONTWAIT);
+        if (!NothingArrived(received)) return received;
+        SignalArrivals(stream, arrivals);
+    }
+    return Receive(stream, room, 0);
+}
+
+Pass ServeDatagram(StreamThread &thread, RTSPStreamInfo &stream, Arrivals &arrivals) {
     const RingPlace place = FindRoom(stream);
     if (place.room <= 0) { // no packet is lost by waiting: the kernel keeps what comes
+        SignalArrivals(stream, arrivals);
         MSecDelay(kFullSleepMs);
         return Pass::kGoOn;
     }
     const int room = static_cast<int>(std::min<int64_t>(place.room, INT_MAX));
-    socklen_t addressLength = sizeof stream.rtpAddr;
-    const int received = UDPSockRecv(stream.rtpSocket, stream.ring.storage + stream.ring.writeIndex, room,
-                                     reinterpret_cast<sockaddr *>(&stream.rtpAddr), &addressLength);
-    if (received < 0 && errno == EAGAIN) return Pass::kGoOn;
+    const int received = ReceiveNext(stream, room, arrivals);
+    if (NothingArrived(received)) return Pass::kGoOn;
     if (received < 1) {
         DebugPrint(kDebugEntry, " %s : Stopping Thread \n", __func__);
         if (!MustEnd(thread)) perror("Exiting:");
@@ -55,12 +85,13 @@ Pass ReceiveDatagram(StreamThread &thread, RTSPStreamInfo &stream) {
     constexpr ArrivalRules kUdpRules{.reorder = true};
     AcceptPacket(stream, static_cast<uint32_t>(std::min(received, room)), kUdpRules,
                  "%s: Invalid packet received ignoring\n");
-    SignalReaders(stream);
+    if (++arrivals.unsignalled >= Arrivals::kMost) SignalArrivals(stream, arrivals);
     return Pass::kGoOn;
 }
 
 // A paused stream keeps its thread, which receives nothing and leaves when the session is over.
-Pass WaitWhilePaused(const RTSPStreamInfo &stream) {
+Pass WaitWhilePaused(RTSPStreamInfo &stream, Arrivals &arrivals) {
+    SignalArrivals(stream, arrivals);
     if (stream.client->state == CLIENT_INIT_STATE) return Pass::kStop;
     MSecDelay(kPausedSleepMs);
     return Pass::kGoOn;
@@ -108,9 +139,12 @@ void ReceiveRtp(StreamThread &thread) {
         return;
     }
     LimitReceiveWait(stream.rtpSocket);
+    Arrivals arrivals;
     Pass pass = Pass::kGoOn;
     while (pass == Pass::kGoOn && !MustEnd(thread))
-        pass = stream.streamState == kStreamPlaying ? ReceiveDatagram(thread, stream) : WaitWhilePaused(stream);
+        pass = stream.streamState == kStreamPlaying ? ServeDatagram(thread, stream, arrivals)
+                                                    : WaitWhilePaused(stream, arrivals);
+    SignalArrivals(stream, arrivals);
 }
 
 } // namespace rtsptap

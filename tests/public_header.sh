@@ -1,6 +1,7 @@
 #!/bin/sh
-# The public header compiles alone as C99 and as C++20, the shared library exports exactly the functions that
-# it declares, imports the host's digest function, and needs nothing beyond the C and C++ run-time libraries.
+# The public header compiles alone as C99 and as C++20 and explains every function; the shared library exports
+# exactly the functions that it declares, imports the host's digest function, and needs nothing beyond the C and
+# C++ run-time libraries.
 # Usage: public_header.sh CC CXX NM INCLUDE_DIRECTORY SHARED_LIBRARY
 set -u
 cc=$1 cxx=$2 nm=$3 include=$4 library=$5
@@ -13,6 +14,9 @@ fail() {
 warnings="-pedantic -Wall -Wextra -Werror"
 "$cc" -x c -std=c99 $warnings -fsyntax-only "$include/rtsptap.h" || fail "not C99"
 "$cxx" -x c++ -std=c++20 $warnings -fsyntax-only "$include/rtsptap.h" || fail "not C++20"
+
+undocumented=$(awk '/^RTSPTAP_API/ && previous !~ /\*\/$/ { print } { previous = $0 }' "$include/rtsptap.h")
+[ -z "$undocumented" ] || fail "no manual entry: $undocumented"
 
 # A declaration begins with the export mark; its name stands before the first parenthesis that follows.
 declared=$("$cc" -x c -E -P "$include/rtsptap.h" | tr '\n' ' ' |

@@ -3,8 +3,6 @@
 #include "rtsp/client/client_record.h"
 #include "rtsp/client/reply_source.h"
 #include "rtsp/client/stream_threads.h"
-#include "rtsp/message/header_list.h"
-#include "rtsp/message/header_slots.h"
 #include "rtsp/message/request.h"
 #include "rtsp/message/request_build.h"
 #include "rtsp/message/request_send.h"
@@ -37,12 +35,6 @@ void CloseUndoneSockets(const Exchange &exchange) {
     CloseRtpSocket(*exchange.stream);
     if (exchange.undo == Undo::kBothSockets && exchange.client->dataProto == DATA_PROTO_UDP)
         CloseRtcpSocket(*exchange.stream);
-}
-
-// Marks that a request left behind would drop the entries from the next one.
-void ClearUsedMarks(intptr_t headerList) {
-    for (RTSPHeaderStruct *header = FirstHeader(headerList); header != nullptr; header = header->next)
-        header->isUsed = 0;
 }
 
 } // namespace
@@ -78,7 +70,6 @@ int32_t GenerateRequest(Exchange &exchange) {
     exchange.client->requestMsg =
         GenerateRequestMessage(exchange.client, method, exchange.arguments.headerList, streamIndex);
     if (exchange.client->requestMsg != nullptr) return RTSP_SUCCESS;
-    ClearUsedMarks(exchange.arguments.headerList);
     return exchange.trace.Fail(RTSP_REQUEST_NOT_BUILT, exchange.method.notGenerated);
 }
 

@@ -3,6 +3,7 @@
 #include "platform/call_trace.h"
 #include "platform/scope.h"
 #include "platform/text.h"
+#include "rtp/stream_lifecycle.h"
 #include "rtp/stream_record.h"
 #include "rtsp/client/client_record.h"
 #include "rtsp/message/authorization.h"
@@ -68,12 +69,6 @@ struct Build {
     int32_t stream;    // 0-based, negative for the whole session
 };
 
-const RTSPStreamInfo *FindStream(const RTSPClient &client, int32_t index) {
-    const RTSPStreamInfo *stream = client.streamList.load(std::memory_order_acquire);
-    for (; stream != nullptr && index > 0; --index) stream = stream->next.load(std::memory_order_acquire);
-    return stream;
-}
-
 void WriteUri(const Build &build) {
     const RTSPClient &client = build.client;
     const uint32_t method = build.request.method;
@@ -82,7 +77,7 @@ void WriteUri(const Build &build) {
 
     const bool addressesStream = method == RTSP_SETUP || method == RTSP_PLAY || method == RTSP_PAUSE;
     if (!addressesStream || client.streamCount < 1 || build.stream < 0) return;
-    const RTSPStreamInfo *const stream = FindStream(client, build.stream);
+    const RTSPStreamInfo *const stream = FindStreamByNumber(client, build.stream + 1);
     if (stream != nullptr && stream->controlUrl[0] != '\0') {
         CopyText(uri, kUriBytes, stream->controlUrl);
         return;

@@ -116,7 +116,7 @@ TEST(Socket, AnEndedStreamAndAFailedReceiveAreToldAndKeepTheirError) {
                                "!!!INFO!!! : Connection error -1\n!!!INFO!!! : Connection error -1\n");
 }
 
-TEST(Socket, ClosingWakesABlockedReaderAndIgnoresNoSocket) {
+TEST(Socket, ClosingReachesThePeerAndIgnoresNoSocket) {
     SocketPair pair(SOCK_STREAM);
     char byte;
     CloseSock(-1);

@@ -1,0 +1,11 @@
+// Receiving a datagram with flags of the caller's; the rest of the socket wrappers is exported.
+#pragma once
+
+#include <sys/socket.h>
+
+namespace rtsptap {
+
+// UDPSockRecv with further flags of recvfrom(2), such as MSG_DONTWAIT.
+int ReceiveDatagram(int sockfd, void *buf, int len, int flags, sockaddr *srcAddr, socklen_t *srcAddrLen);
+
+} // namespace rtsptap

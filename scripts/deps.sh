@@ -1,0 +1,29 @@
+#!/usr/bin/env bash
+# Installs the Debian packages that are missing; does nothing, and needs no rights, when none is.
+#   scripts/deps.sh [GROUP...]      groups: build demo test; default: all of them
+set -euo pipefail
+
+declare -A packages=(
+    [build]="g++ cmake ninja-build pkg-config libssl-dev libcli11-dev libgtest-dev libbenchmark-dev"
+    [demo]="libgstrtspserver-1.0-dev gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad
+            gstreamer1.0-plugins-ugly gstreamer1.0-x"
+    [test]="ffmpeg gstreamer1.0-tools"
+)
+
+[ $# -gt 0 ] || set -- build demo test
+missing=()
+for group in "$@"; do
+    for package in ${packages[$group]}; do
+        dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q ' installed$' || missing+=("$package")
+    done
+done
+[ ${#missing[@]} -gt 0 ] || exit 0
+
+echo "installing: ${missing[*]}"
+as_root=()
+if [ "$(id -u)" -ne 0 ]; then
+    command -v sudo >/dev/null || { echo "root or sudo is needed to install them" >&2; exit 1; }
+    as_root=(sudo)
+fi
+"${as_root[@]}" apt-get update -q
+"${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -q -y --no-install-recommends "${missing[@]}" </dev/null

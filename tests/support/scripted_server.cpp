@@ -1,0 +1,274 @@
+#include "tests/support/scripted_server.h"
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+
+namespace rtsptap::test {
+
+namespace {
+
+constexpr auto kPatience = std::chrono::seconds(10);
+
+void ReplaceAll(std::string &text, const std::string &mark, const std::string &value) {
+    for (std::size_t at = text.find(mark); at != std::string::npos; at = text.find(mark, at + value.size()))
+        text.replace(at, mark.size(), value);
+}
+
+std::string HeaderValue(const std::string &message, const std::string &name) {
+    const std::size_t at = message.find("\r\n" + name + ": ");
+    if (at == std::string::npos) return "";
+    const std::size_t from = at + name.size() + 4;
+    return message.substr(from, message.find("\r\n", from) - from);
+}
+
+// The first text that the request does not meet; empty when it meets all.
+std::string FirstUnmet(const std::vector<std::string> &texts, const ScriptedServer &server,
+                       const std::string &request) {
+    for (const std::string &text : texts) {
+        const bool absent = text.starts_with('!');
+        const bool found = request.find(server.Expand(absent ? text.substr(1) : text)) != std::string::npos;
+        if (found == absent) return text;
+    }
+    return "";
+}
+
+Reply One(Action::Kind kind, std::string bytes = {}, int milliseconds = 0, std::function<void()> run = {}) {
+    return {Action{kind, std::move(bytes), milliseconds, std::move(run)}};
+}
+
+} // namespace
+
+Reply operator+(Reply first, const Reply &second) {
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
+
+Script operator+(Script first, const Script &second) {
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
+
+Script Times(std::size_t count, const Step &step) { return Script(count, step); }
+
+Reply Text(std::string text) { return One(Action::Kind::kText, std::move(text)); }
+Reply SendBytes(std::string bytes) { return One(Action::Kind::kBytes, std::move(bytes)); }
+Reply Delay(int milliseconds) { return One(Action::Kind::kDelay, {}, milliseconds); }
+Reply Close() { return One(Action::Kind::kClose); }
+Reply Reset() { return One(Action::Kind::kReset); }
+Reply Stall() { return {}; }
+Reply Do(std::function<void()> run) { return One(Action::Kind::kRun, {}, 0, std::move(run)); }
+
+Reply Pieces(const std::string &bytes, const std::vector<std::size_t> &cuts, int pauseMs) {
+    Reply reply;
+    std::size_t from = 0;
+    for (const std::size_t cut : cuts) {
+        reply = reply + SendBytes(bytes.substr(from, cut - from)) + Delay(pauseMs);
+        from = cut;
+    }
+    return reply + SendBytes(bytes.substr(from));
+}
+
+std::string ReplyText(const std::string &statusLine, std::initializer_list<std::string> headers,
+                      const std::string &body) {
+    std::string text = "RTSP/1.0 " + statusLine + "\r\nCSeq: {cseq}\r\n";
+    for (const std::string &header : headers) text += header + "\r\n";
+    return text + "\r\n" + body;
+}
+
+ScriptedServer::ScriptedServer(Script steps) : script(std::move(steps)) {
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    int ends[2] = {-1, -1};
+    if (bind(listener, reinterpret_cast<sockaddr *>(&address), length) != 0 || listen(listener, 8) != 0 ||
+        getsockname(listener, reinterpret_cast<sockaddr *>(&address), &length) != 0 || pipe(ends) != 0)
+        ADD_FAILURE() << "the scripted server cannot listen";
+    port = ntohs(address.sin_port);
+    wakeRead = ends[0];
+    wakeWrite = ends[1];
+    thread = std::thread([this] { Serve(); });
+}
+
+ScriptedServer::~ScriptedServer() {
+    close(wakeWrite);
+    thread.join();
+    EndConnection(false);
+    for (const int fd : earlier) close(fd);
+    close(listener);
+    close(wakeRead);
+    for (std::size_t i = requests.size(); i < script.size(); ++i)
+        ADD_FAILURE() << "the client never sent request " << i + 1 << ": " << Expand(script[i].expect.texts[0]);
+}
+
+std::string ScriptedServer::Expand(std::string text) const {
+    ReplaceAll(text, "{base}", "rtsp://127.0.0.1:{port}/live");
+    ReplaceAll(text, "{port}", std::to_string(port));
+    ReplaceAll(text, "{session}", kSessionId);
+    return text;
+}
+
+void ScriptedServer::Send(const std::string &bytes) { Write(bytes); }
+
+void ScriptedServer::Hangup(bool reset) {
+    const char wish = reset ? 'r' : 'c';
+    if (write(wakeWrite, &wish, 1) != 1) ADD_FAILURE() << "the scripted server cannot be woken";
+}
+
+std::vector<std::string> ScriptedServer::Requests() const {
+    const std::lock_guard<std::mutex> guard(lock);
+    return requests;
+}
+
+std::string ScriptedServer::LastRequest() const {
+    const std::lock_guard<std::mutex> guard(lock);
+    return requests.empty() ? "" : requests.back();
+}
+
+std::vector<std::string> ScriptedServer::WaitForFrames(std::size_t count) const {
+    std::unique_lock<std::mutex> guard(lock);
+    changed.wait_for(guard, kPatience, [&] { return frames.size() >= count; });
+    return frames;
+}
+
+bool ScriptedServer::WaitForClose() const {
+    std::unique_lock<std::mutex> guard(lock);
+    return changed.wait_for(guard, kPatience, [&] { return closedByClient; });
+}
+
+void ScriptedServer::Serve() {
+    for (;;) {
+        // A connection that has ended is -1 here, which poll passes over.
+        pollfd waits[] = {{wakeRead, POLLIN, 0}, {listener, POLLIN, 0}, {connection, POLLIN, 0}};
+        if (poll(waits, 3, -1) < 0) continue;
+        if (waits[0].revents != 0 && !TakeWish()) return;
+        if (waits[2].revents != 0 && connection >= 0) {
+            if (TakeBytes())
+                TakeMessages();
+            else
+                EndConnection(false);
+        }
+        if (waits[1].revents != 0) TakeConnection();
+    }
+}
+
+bool ScriptedServer::TakeWish() {
+    char wish = 0;
+    if (read(wakeRead, &wish, 1) != 1) return false;
+    EndConnection(wish == 'r');
+    return true;
+}
+
+void ScriptedServer::TakeConnection() {
+    const int fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+    const int on = 1;
+    setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    const std::lock_guard<std::mutex> guard(lock);
+    if (connection >= 0) earlier.push_back(connection);
+    connection = fd;
+    closedByClient = false;
+    received.clear();
+}
+
+bool ScriptedServer::TakeBytes() {
+    char bytes[65536];
+    const ssize_t count = recv(connection, bytes, sizeof bytes, 0);
+    if (count > 0) {
+        received.append(bytes, static_cast<std::size_t>(count));
+        return true;
+    }
+    const std::lock_guard<std::mutex> guard(lock);
+    closedByClient = true;
+    changed.notify_all();
+    return false;
+}
+
+void ScriptedServer::TakeMessages() {
+    for (;;) {
+        std::size_t length = 0;
+        if (received.starts_with('$')) {
+            if (received.size() < 4) return;
+            length = 4U + static_cast<uint8_t>(received[2]) * 256U + static_cast<uint8_t>(received[3]);
+        } else {
+            length = received.find("\r\n\r\n");
+            if (length == std::string::npos) return;
+            length += 4;
+        }
+        if (received.size() < length) return;
+        const std::string message = received.substr(0, length);
+        received.erase(0, length);
+        if (!message.starts_with('$')) Answer(message);
+        const std::lock_guard<std::mutex> guard(lock);
+        if (message.starts_with('$')) frames.push_back(message);
+        changed.notify_all();
+    }
+}
+
+void ScriptedServer::Answer(const std::string &request) {
+    std::size_t index = 0;
+    {
+        const std::lock_guard<std::mutex> guard(lock);
+        index = requests.size();
+        requests.push_back(request);
+    }
+    if (index >= script.size()) {
+        ADD_FAILURE() << "request " << index + 1 << " comes after the script's end:\n" << request;
+        return EndConnection(false);
+    }
+    if (const std::string unmet = FirstUnmet(script[index].expect.texts, *this, request); !unmet.empty()) {
+        ADD_FAILURE() << "request " << index + 1 << " does not meet \"" << Expand(unmet) << "\":\n" << request;
+        return EndConnection(false);
+    }
+    Perform(script[index].reply, request);
+}
+
+void ScriptedServer::Perform(const Reply &reply, const std::string &request) {
+    std::string together;
+    for (const Action &action : reply) {
+        if (action.kind == Action::Kind::kText) {
+            std::string text = Expand(action.bytes);
+            ReplaceAll(text, "{cseq}", HeaderValue(request, "CSeq"));
+            together += text;
+            continue;
+        }
+        if (action.kind == Action::Kind::kBytes) {
+            together += action.bytes;
+            continue;
+        }
+        Write(together);
+        together.clear();
+        pollfd wake = {wakeRead, POLLIN, 0};
+        if (action.kind == Action::Kind::kDelay && poll(&wake, 1, action.milliseconds) > 0) return;
+        if (action.kind == Action::Kind::kRun) action.run();
+        if (action.kind == Action::Kind::kClose || action.kind == Action::Kind::kReset)
+            EndConnection(action.kind == Action::Kind::kReset);
+    }
+    Write(together);
+}
+
+void ScriptedServer::Write(const std::string &bytes) {
+    const std::lock_guard<std::mutex> guard(lock);
+    for (std::size_t sent = 0; connection >= 0 && sent < bytes.size();) {
+        const ssize_t count = send(connection, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
+        if (count < 0) return; // the client has gone; the test sees it in the results
+        sent += static_cast<std::size_t>(count);
+    }
+}
+
+void ScriptedServer::EndConnection(bool reset) {
+    const std::lock_guard<std::mutex> guard(lock);
+    if (connection < 0) return;
+    const linger abrupt = {1, 0};
+    if (reset) setsockopt(connection, SOL_SOCKET, SO_LINGER, &abrupt, sizeof abrupt);
+    close(connection);
+    connection = -1;
+}
+
+} // namespace rtsptap::test

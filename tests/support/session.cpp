@@ -1,0 +1,193 @@
+#include "tests/support/session.h"
+
+#include "rtsp/client/udp_ports.h"
+#include "tests/support/captured_stdout.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <filesystem>
+#include <thread>
+#include <unistd.h>
+#include <utility>
+
+namespace rtsptap::test {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+std::size_t CountEntries(const char *directory) {
+    std::size_t count = 0;
+    for (const auto &entry : std::filesystem::directory_iterator(directory)) count += !entry.path().empty();
+    return count;
+}
+
+// Test processes run side by side; each begins with ports of its own.
+void SpreadPorts() {
+    static const uint16_t first = gblClientRtspUdpPort =
+        static_cast<uint16_t>(4000 + static_cast<unsigned>(getpid()) * 7919 % 500 * 56);
+    (void)first;
+}
+
+} // namespace
+
+const char kDescription[] = "v=0\r\no=- 1 1 IN IP4 127.0.0.1\r\ns=Tone and picture\r\nt=0 0\r\n"
+                            "m=video 0 RTP/AVP 96\r\na=rtpmap:96 H264/90000\r\na=control:track1\r\n"
+                            "m=audio 0 RTP/AVP 97\r\na=rtpmap:97 mpeg4-generic/44100/2\r\na=control:track2\r\n";
+
+Client::Client(int32_t ringBytes) : handle(RTSPClientCreate()) {
+    EXPECT_EQ(RTPClientSetAudioVideoBufferSize(handle, ringBytes, ringBytes), 0);
+}
+
+Client::~Client() {
+    if (handle != 0) {
+        EXPECT_EQ(Destroy(), 0);
+    }
+}
+
+int32_t Client::Destroy() { return RTSPClientDestroy(std::exchange(handle, 0)); }
+
+HeaderList::HeaderList(std::initializer_list<std::pair<const char *, const char *>> headers, uint8_t isCustom)
+    : handle(RTSPCreateHeaderList()) {
+    for (const auto &[name, value] : headers) EXPECT_EQ(RTSPAddHeaderToList(handle, name, value, isCustom), 0);
+}
+
+HeaderList::~HeaderList() { EXPECT_EQ(RTSPDestroyHeaderList(handle), 0); }
+
+Reply SetupReply(int32_t stream, uint32_t proto, uint16_t rtcpPort) {
+    if (proto == DATA_PROTO_UDP)
+        return Ok("Session: {session};timeout=60",
+                  "Transport: RTP/AVP;unicast;server_port=1-" + std::to_string(rtcpPort));
+    const std::string channel = std::to_string(2 * stream - 2) + "-" + std::to_string(2 * stream - 1);
+    return Ok("Session: {session}", "Transport: RTP/AVP/TCP;unicast;interleaved=" + channel);
+}
+
+Script StepsTo(RTSPClientState state, uint32_t proto, uint16_t rtcpPort1, uint16_t rtcpPort2) {
+    Script steps;
+    if (state == CLIENT_OPTIONS_SENT_STATE) steps = steps + Script{{"OPTIONS {base} ", Ok()}};
+    if (state >= CLIENT_DESCRIBE_SENT_STATE) steps = steps + Script{{"DESCRIBE {base} ", WithBody(kDescription)}};
+    if (state >= CLIENT_READY_STATE)
+        steps = steps + Script{{"SETUP {base}/track1 ", SetupReply(1, proto, rtcpPort1)},
+                               {"SETUP {base}/track2 ", SetupReply(2, proto, rtcpPort2)}};
+    if (state >= CLIENT_PLAYING_STATE) steps = steps + Script{{"PLAY {base} ", Ok("Session: {session}")}};
+    if (state >= CLIENT_PAUSE_STATE) steps = steps + Script{{"PAUSE {base} ", Ok()}};
+    return steps;
+}
+
+Session::Session(uint32_t dataProto, RTSPClientState state, const Script &further, int32_t ringBytes)
+    : proto(dataProto), server(StepsTo(state, dataProto, rtcp[0].Port(), rtcp[1].Port()) + further),
+      client(ringBytes) {
+    SpreadPorts();
+    const std::pair<RTSPClientState, std::function<int32_t()>> calls[] = {
+        {CLIENT_INIT_STATE, [this] { return Connect(); }},
+        {CLIENT_DESCRIBE_SENT_STATE, [this] { return Describe(); }},
+        {CLIENT_READY_STATE, [this] { return Setup(1); }},
+        {CLIENT_READY_STATE, [this] { return Setup(2); }},
+        {CLIENT_PLAYING_STATE, [this] { return Play(); }},
+        {CLIENT_PAUSE_STATE, [this] { return Pause(); }},
+    };
+    for (const auto &[reached, call] : calls) EXPECT_EQ(state >= reached ? call() : 0, 0) << reached;
+    EXPECT_EQ(state == CLIENT_OPTIONS_SENT_STATE ? Options() : 0, 0);
+}
+
+int32_t Session::Connect() { return RTSPClientConnect(client, "127.0.0.1", server.Port(), "live", proto, 0); }
+
+uint16_t Session::ClientPort(int32_t stream) const {
+    const std::string target = server.Expand("SETUP {base}/track" + std::to_string(stream));
+    uint16_t port = 0;
+    for (const std::string &request : server.Requests()) {
+        const std::size_t at = request.find("client_port=");
+        if (request.starts_with(target) && at != std::string::npos)
+            port = static_cast<uint16_t>(std::stoi(request.substr(at + 12)));
+    }
+    return port;
+}
+
+int32_t ObservedState(intptr_t client) {
+    // The state is checked before the header list, and this list is never acceptable.
+    const HeaderList refused({{"X-Unknown", "1"}});
+    const int32_t pause = RTSPClientSendPauseRequest(client, 0, refused, nullptr, nullptr);
+    if (pause == RTSP_NOT_CONNECTED) return pause;
+    if (pause == RTSP_INVALID_HEADER_LIST) return CLIENT_PLAYING_STATE;
+    if (RTSPClientSendTeardownRequest(client, refused, nullptr, nullptr) == RTSP_INVALID_HEADER_LIST)
+        return CLIENT_PAUSE_STATE;
+    if (RTSPClientSendPlayRequest(client, 0, refused, nullptr, nullptr) == RTSP_INVALID_HEADER_LIST)
+        return CLIENT_READY_STATE;
+    const int32_t describe = RTSPClientSendDescribeRequest(client, refused, nullptr, nullptr);
+    return describe == RTSP_INVALID_HEADER_LIST ? CLIENT_INIT_STATE : CLIENT_DESCRIBE_SENT_STATE;
+}
+
+RTPStreamData *TakePacket(intptr_t client, int32_t codec) {
+    RTPStreamData *packet = nullptr;
+    // A wait ends with every datagram, also with one of another kind; only a quiet stream is given up.
+    for (int quiet = 0; quiet < 20; ++quiet) {
+        const auto begin = Clock::now();
+        if (RTPClientGetRTPStreamData(client, &packet, codec) == 0) return packet;
+        if (Clock::now() - begin > std::chrono::seconds(4)) return nullptr;
+    }
+    return nullptr;
+}
+
+std::vector<uint16_t> TakeSequenceNumbers(intptr_t client, int32_t codec, std::size_t count) {
+    std::vector<uint16_t> numbers;
+    while (numbers.size() < count) {
+        RTPStreamData *packet = TakePacket(client, codec);
+        if (packet == nullptr) break;
+        numbers.push_back(packet->rtpHeader->sequenceNumber);
+        EXPECT_EQ(RTPClientFreeRTPStreamData(client, packet, codec), 0);
+    }
+    return numbers;
+}
+
+std::vector<uint16_t> Numbers(uint16_t first, uint16_t last) {
+    std::vector<uint16_t> numbers;
+    for (unsigned number = first; number <= last; ++number) numbers.push_back(static_cast<uint16_t>(number));
+    return numbers;
+}
+
+void ExpectRefusals(const std::vector<Refusal> &refusals) {
+    for (const Refusal &refusal : refusals) {
+        std::string printed;
+        int32_t code = 0;
+        {
+            CapturedStdout out;
+            code = refusal.call();
+            printed = out.Text();
+        }
+        EXPECT_EQ(code, refusal.code) << refusal.name;
+        if (refusal.text.empty()) continue;
+        const std::string wanted = "!!!ERROR!!! : " + refusal.text;
+        EXPECT_TRUE(printed.ends_with(wanted)) << refusal.name << " printed:\n"
+                                               << printed << "not, at its end:\n"
+                                               << wanted;
+    }
+}
+
+DescriptorLimit::DescriptorLimit(rlim_t spare) {
+    getrlimit(RLIMIT_NOFILE, &saved);
+    const int next = dup(0);
+    close(next);
+    const rlimit tight = {static_cast<rlim_t>(next) + spare, saved.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &tight);
+}
+
+std::size_t CountThreads() { return CountEntries("/proc/self/task"); }
+std::size_t CountDescriptors() { return CountEntries("/proc/self/fd"); }
+
+bool Eventually(const std::function<bool()> &condition, int patienceMs) {
+    const auto end = Clock::now() + std::chrono::milliseconds(patienceMs);
+    while (!condition()) {
+        if (Clock::now() > end) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return true;
+}
+
+double SecondsOf(const std::function<void()> &action) {
+    const auto begin = Clock::now();
+    action();
+    return std::chrono::duration<double>(Clock::now() - begin).count();
+}
+
+} // namespace rtsptap::test

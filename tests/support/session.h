@@ -1,0 +1,107 @@
+// A client and its scripted server, driven to the state that a test is about, and what can be asked of a client
+// from outside.
+#pragma once
+
+#include "rtsptap.h"
+#include "tests/support/packet_builder.h"
+#include "tests/support/scripted_server.h"
+
+#include <functional>
+#include <string>
+#include <sys/resource.h>
+#include <vector>
+
+namespace rtsptap::test {
+
+// Two streams: H.264 (control URL {base}/track1) and AAC (codec 203, {base}/track2).
+extern const char kDescription[];
+
+// A created client whose buffer sizes are set; destroyed at the end.
+class Client {
+public:
+    explicit Client(int32_t ringBytes = 1 << 20);
+    ~Client();
+    Client(const Client &) = delete;
+    Client &operator=(const Client &) = delete;
+    operator intptr_t() const { return handle; }
+    int32_t Destroy(); // now, instead of at the end
+
+private:
+    intptr_t handle;
+};
+
+// A header list with the given headers; destroyed at the end.
+class HeaderList {
+public:
+    HeaderList(std::initializer_list<std::pair<const char *, const char *>> headers, uint8_t isCustom = 0);
+    ~HeaderList();
+    HeaderList(const HeaderList &) = delete;
+    HeaderList &operator=(const HeaderList &) = delete;
+    operator intptr_t() const { return handle; }
+
+private:
+    intptr_t handle;
+};
+
+// The server of a session over `proto` whose client is to reach `state` before `further` begins.
+class Session {
+public:
+    Session(uint32_t proto, RTSPClientState state, const Script &further = {}, int32_t ringBytes = 1 << 20);
+
+    int32_t Options() { return RTSPClientSendOptionsRequest(client, 0, nullptr, nullptr); }
+    int32_t Describe() { return RTSPClientSendDescribeRequest(client, 0, nullptr, nullptr); }
+    int32_t Setup(int32_t stream) { return RTSPClientSendSetupRequest(client, stream, 0, nullptr, nullptr); }
+    int32_t Play(int32_t stream = 0) { return RTSPClientSendPlayRequest(client, stream, 0, nullptr, nullptr); }
+    int32_t Pause(int32_t stream = 0) { return RTSPClientSendPauseRequest(client, stream, 0, nullptr, nullptr); }
+    int32_t Teardown() { return RTSPClientSendTeardownRequest(client, 0, nullptr, nullptr); }
+    int32_t Connect();
+
+    // The local RTP port that the client chose for a stream (1 and up), read from its SETUP request.
+    uint16_t ClientPort(int32_t stream) const;
+    void SendRtp(int32_t stream, const std::string &packet) const { media.SendTo(ClientPort(stream), packet); }
+
+    const uint32_t proto;
+    UdpPeer media;   // sends RTP over UDP
+    UdpPeer rtcp[2]; // the server's RTCP ports of streams 1 and 2
+    ScriptedServer server;
+    Client client;
+};
+
+// The steps that bring a client of `proto` to `state`; RTCP ports are what the SETUP replies name.
+Script StepsTo(RTSPClientState state, uint32_t proto, uint16_t rtcpPort1 = 0, uint16_t rtcpPort2 = 0);
+Reply SetupReply(int32_t stream, uint32_t proto, uint16_t rtcpPort);
+
+// The client's state as its refusals show it, without sending anything: CLIENT_INIT_STATE stands for
+// CLIENT_OPTIONS_SENT_STATE too. A client that is not connected gives RTSP_NOT_CONNECTED.
+int32_t ObservedState(intptr_t client);
+
+// Takes and frees packets until `count` came or none comes any more; their sequence numbers, in order.
+std::vector<uint16_t> TakeSequenceNumbers(intptr_t client, int32_t codec, std::size_t count);
+std::vector<uint16_t> Numbers(uint16_t first, uint16_t last);
+RTPStreamData *TakePacket(intptr_t client, int32_t codec); // null when none comes
+
+// One row of a table of refusals: the code, and the failure text that is the last thing printed.
+struct Refusal {
+    const char *name;
+    std::function<int32_t()> call;
+    int32_t code;
+    std::string text; // without the printer's prefix
+};
+void ExpectRefusals(const std::vector<Refusal> &refusals);
+
+// Refuses the process any new descriptor but the next `spare`, while it lives.
+class DescriptorLimit {
+public:
+    explicit DescriptorLimit(rlim_t spare);
+    ~DescriptorLimit() { setrlimit(RLIMIT_NOFILE, &saved); }
+
+private:
+    rlimit saved = {};
+};
+
+std::size_t CountThreads();
+std::size_t CountDescriptors();
+bool Eventually(const std::function<bool()> &condition, int patienceMs = 5000);
+double SecondsOf(const std::function<void()> &action);
+
+} // namespace rtsptap::test

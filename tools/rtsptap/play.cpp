@@ -1,0 +1,62 @@
+#include "play.h"
+
+#include "reception.h"
+#include "session.h"
+#include "url.h"
+
+#include <cstdlib>
+#include <optional>
+
+namespace tool {
+namespace {
+
+constexpr auto kReplyLimit = std::chrono::seconds(25);   // the library waits so long for each reply
+constexpr auto kSilenceLimit = std::chrono::seconds(10); // a server that sends nothing for so long has ended
+
+Outcome FindTarget(const PlaySettings &settings, Target &target) {
+    Url url;
+    if (Outcome refused = ParseUrl(settings.url, url); !refused.IsOk()) return refused;
+    target.port = url.port;
+    target.path = url.path;
+    target.transport = settings.transport;
+    target.user = settings.user.empty() ? url.user : settings.user;
+    const char *password = std::getenv("RTSPTAP_PASSWORD");
+    target.password = url.password.empty() && password != nullptr ? password : url.password;
+    return ResolveHost(url.host, target.address);
+}
+
+// The one call says only that a step failed. The same steps one by one on a fresh connection tell which and why;
+// they can also succeed, since they leave out streams that cannot be received. Not after a time-out: the server has
+// had its 25 seconds.
+Outcome Open(const Target &target, std::optional<Session> &session) {
+    const Clock::time_point begin = Clock::now();
+    const Outcome atOnce = session.emplace().PlayAtOnce(target);
+    if (atOnce.IsOk() || atOnce.code == ExitCode::kUsage) return atOnce;
+    if (Clock::now() - begin >= kReplyLimit) return OutcomeOfCall("connection", RTSP_RESPONSE_TIMEOUT);
+    session.reset();
+    return session.emplace().PlayStepByStep(target);
+}
+
+} // namespace
+
+Outcome Play(const PlaySettings &settings, const LibraryOutput &output, Interruption &interruption) {
+    Target target;
+    if (Outcome failed = FindTarget(settings, target); !failed.IsOk()) return failed;
+    std::optional<Session> session;
+    if (Outcome failed = Open(target, session); !failed.IsOk()) return failed;
+
+    const std::vector<Stream> streams = session->Streams();
+    for (const Stream &stream : streams)
+        if (!stream.isReadable)
+            std::fprintf(stderr, "rtsptap: stream %d (%s) is left out: %s\n", stream.number, stream.codec.c_str(),
+                         stream.codecType == 0 ? "its codec is not supported"
+                                               : "an earlier one has the same codec");
+    Reception reception(*session, streams);
+    const Outcome outcome =
+        ReceiveAndReport(reception, {settings.duration, kSilenceLimit}, output.Data(), interruption);
+    reception.Stop(); // while media flows: a reader that waits is woken by the next packet only
+    session->Teardown();
+    return outcome;
+}
+
+} // namespace tool

@@ -1,0 +1,53 @@
+// Takes the packets of a session's streams, one reading thread per stream, and counts them.
+#pragma once
+
+#include "interruption.h"
+#include "report.h"
+#include "session.h"
+#include "statistics.h"
+
+#include <atomic>
+#include <cstdio>
+#include <list>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace tool {
+
+class Reception {
+public:
+    Reception(const Session &session, const std::vector<Stream> &streams); // unreadable streams are passed over
+    ~Reception() { Stop(); }
+    Reception(const Reception &) = delete;
+    Reception &operator=(const Reception &) = delete;
+
+    std::vector<StreamReport> Report() const;         // at any time
+    bool IsSilentFor(Clock::duration duration) const; // no stream has delivered anything for so long
+    void Stop();                                      // takes up to five seconds while a stream is silent
+
+private:
+    struct Reader {
+        Stream stream;
+        mutable std::mutex lock; // guards statistics
+        StreamStatistics statistics;
+        std::thread thread;
+    };
+    void Read(Reader &reader) const;
+
+    const Session &session_;
+    const Clock::time_point begin_ = Clock::now();
+    std::atomic<bool> stop_{false};
+    std::list<Reader> readers_;
+};
+
+struct ReceptionLimits {
+    std::chrono::milliseconds duration{0}; // 0: until interrupted
+    std::chrono::milliseconds silence{0};  // ends when nothing has arrived for so long; 0: waits on
+};
+
+// Lets the reception go on up to its limits, then prints and judges what arrived.
+Outcome ReceiveAndReport(const Reception &reception, const ReceptionLimits &limits, FILE *out,
+                         Interruption &interruption);
+
+} // namespace tool

@@ -1,0 +1,24 @@
+// What arrived, as a table, and whether it was enough.
+#pragma once
+
+#include "outcome.h"
+#include "session.h"
+#include "statistics.h"
+
+#include <cstdio>
+#include <vector>
+
+namespace tool {
+
+struct StreamReport {
+    Stream stream;
+    StreamStatistics statistics;
+};
+
+// One line per stream, columns aligned.
+void PrintReport(FILE *out, const std::vector<StreamReport> &report);
+
+// Ok only when every stream delivered.
+Outcome JudgeReport(const std::vector<StreamReport> &report);
+
+} // namespace tool
