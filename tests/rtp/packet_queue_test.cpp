@@ -52,9 +52,13 @@ TEST_F(PacketQueue, PrintsEveryStepOfAReordering) {
     EXPECT_EQ(out.Text(), lines);
 }
 
+// Kept: a taken packet keeps its links, and the new head its prev, which points to a packet that is gone.
 TEST_F(PacketQueue, LooksNoFurtherThanTheHeadForALatePacket) {
     ArriveInOrder(10, 12);
-    Free(Get()); // the head's prev now points to a packet that is gone
+    RTPStreamData *const taken = Get();
+    EXPECT_EQ(taken->next, stream->packetListHead);
+    EXPECT_EQ(taken->next->prev, taken);
+    Free(taken);
     Arrive(Packet(9));
     EXPECT_EQ(Queued(), Numbers({9, 11, 12}));
 }

@@ -133,6 +133,9 @@ TEST_F(Rtcp, SendsDatagramsToThePortAboveTheServers) {
     EXPECT_EQ(out.Text(), "!!!ERROR!!! : Error in Sending RTCP Data\n"
                           "!!!ERROR!!! : EXIT : SendRtcpPacket :Null Pointer Assignment \n");
     close(stream->rtcpSocket);
+    stream->rtcpSocket = -1;
+    client.dataProto = DATA_PROTO_UDP;
+    EXPECT_EQ(SendRtcpPacket(stream, packet.data(), 52), 0); // Kept: sendto failed
 }
 
 TEST_F(Rtcp, SendsFramesWithoutEverWaiting) {
