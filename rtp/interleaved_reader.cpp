@@ -42,6 +42,10 @@ InterleavedReader *OpenReader(RTSPClient &client) {
     return reader;
 }
 
+void ForgetConnection(RTSPClient &client) {
+    if (client.interleaved != nullptr) StartAfresh(*client.interleaved, -1);
+}
+
 void ReleaseReader(InterleavedReader *reader) { delete reader; }
 
 std::size_t Buffered(const InterleavedReader &reader) { return reader.end - reader.begin; }

@@ -26,6 +26,8 @@ struct InterleavedReader {
 
 // The client's reader, made at first use; null when memory is short. Starts afresh on another connection.
 InterleavedReader *OpenReader(RTSPClient &client);
+// The connection is closed and no thread serves it: the next one may get the same descriptor.
+void ForgetConnection(RTSPClient &client);
 void ReleaseReader(InterleavedReader *reader);
 
 std::size_t Buffered(const InterleavedReader &reader);

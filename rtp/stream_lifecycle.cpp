@@ -11,8 +11,8 @@
 namespace rtsptap {
 namespace {
 
-std::atomic<RTSPStreamInfo *> &TailLink(RTSPClient &client) {
-    std::atomic<RTSPStreamInfo *> *link = &client.streamList;
+std::atomic<RTSPStreamInfo *> &TailLink(RTSPClient &client, RTSPStreamInfo *last) {
+    std::atomic<RTSPStreamInfo *> *link = last != nullptr ? &last->next : &client.streamList;
     while (RTSPStreamInfo *stream = link->load(std::memory_order_relaxed)) link = &stream->next;
     return *link;
 }
@@ -29,11 +29,11 @@ void FreeQueuedPackets(RTSPStreamInfo &stream) {
 
 } // namespace
 
-RTSPStreamInfo *AppendStream(RTSPClient &client) {
+RTSPStreamInfo *AppendStream(RTSPClient &client, RTSPStreamInfo *last) {
     auto *const stream = new (std::nothrow) RTSPStreamInfo{};
     if (stream == nullptr) return nullptr;
     stream->client = &client;
-    TailLink(client).store(stream, std::memory_order_release);
+    TailLink(client, last).store(stream, std::memory_order_release);
     client.streamCount.fetch_add(1, std::memory_order_release);
     return stream;
 }

@@ -10,8 +10,9 @@ struct RTSPClient;
 struct RTSPStreamInfo;
 
 // A new record at the tail of the client's streamList, counted in streamCount, its client set;
-// null when memory is short. Its locks are still to be made.
-RTSPStreamInfo *AppendStream(RTSPClient &client);
+// null when memory is short. Its locks are still to be made. A caller that appends many names the stream it
+// appended last, from which the tail is looked for: a description may open tens of thousands of sections.
+RTSPStreamInfo *AppendStream(RTSPClient &client, RTSPStreamInfo *last = nullptr);
 
 enum class StreamLock { kNone, kPacketList, kSignal, kCondition };
 

@@ -6,9 +6,9 @@
 namespace rtsptap {
 
 struct SDPField {
-    char name[2] = {};         // type letter and terminator
-    char *value = nullptr;     // owned, free(): the line from its third character on
-    SDPField *next = nullptr;  // next line of the same list
+    char name[2] = {};        // type letter and terminator
+    char *value = nullptr;    // owned, free(): the line from its third character on
+    SDPField *next = nullptr; // next line of the same list
 };
 
 // Frees every line of the list and clears the head.

@@ -23,19 +23,19 @@ bool AreArgumentsValid(intptr_t clientHandle, const char *serverIp, uint16_t ser
            strlen(sessionName) < sizeof(RTSPClient::sessionName);
 }
 
-// An earlier connection stays open until Destroy.
-void KeepSuperseded(RTSPClient &client, int32_t socket) {
-    if (socket < 0) return;
-    const std::size_t bytes = (client.supersededCount + 1) * sizeof socket;
+// An earlier connection stays open until Destroy. Room for its descriptor is made before a new one is opened.
+bool ReserveSuperseded(RTSPClient &client) {
+    const std::size_t bytes = (client.supersededCount + 1) * sizeof(int32_t);
     auto *const grown = static_cast<int32_t *>(realloc(client.supersededSockets, bytes));
-    if (grown == nullptr) return CloseSock(socket);
+    if (grown == nullptr) return false;
     client.supersededSockets = grown;
-    grown[client.supersededCount++] = socket;
+    return true;
 }
 
 // A thread that serves the old connection goes on with the new one.
 void AdoptSocket(RTSPClient &client, int32_t socket) {
-    KeepSuperseded(client, client.rtspSocket.exchange(socket));
+    const int32_t earlier = client.rtspSocket.exchange(socket);
+    if (earlier >= 0) client.supersededSockets[client.supersededCount++] = earlier;
     const RTSPStreamInfo *const first = client.streamList;
     if (first != nullptr && first->rtpThread != nullptr) WakeStreamThread(*first->rtpThread);
 }
@@ -64,7 +64,8 @@ int32_t RTSPClientConnect(intptr_t clientHandle, const char *serverIp, uint16_t 
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = inet_addr(serverIp); // a text that is no address becomes one that refuses
     address.sin_port = htons(serverPort);
-    if (connect(connection.Get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
+    if (!ReserveSuperseded(*client) ||
+        connect(connection.Get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
         return trace.Fail(RTSP_CONNECT_FAILED, "EXIT : %s :Connection Error \n");
 
     CopyText(client->sessionName, sessionName);

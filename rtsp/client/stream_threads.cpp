@@ -2,6 +2,7 @@
 
 #include "platform/printers.h"
 #include "rtp/interleaved_loop.h"
+#include "rtp/interleaved_reader.h"
 #include "rtp/receive_thread.h"
 #include "rtp/rtcp_thread.h"
 #include "rtp/stream_record.h"
@@ -34,6 +35,7 @@ void CloseConnectionAndStreams(RTSPClient &client) {
         if (ServesConnection(stream->rtpThread)) StopStreamThread(stream->rtpThread, rtspSocket);
     client.rtspSocket = -1;
     CloseSock(rtspSocket);
+    ForgetConnection(client);
     for (RTSPStreamInfo *stream = client.streamList; stream != nullptr; stream = stream->next) {
         DebugPrint(kDebugEntry, "\tWaiting for Stream Receive Thread Completion\n");
         StopAndClose(stream->rtpThread, stream->rtpSocket);

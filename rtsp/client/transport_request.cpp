@@ -44,7 +44,7 @@ void AddOwnTransport(Exchange &exchange) {
 int32_t TakeUserTransport(Exchange &exchange) {
     if (exchange.arguments.headerList == 0) return RTSP_SUCCESS;
     RTSPHeaderStruct *const header = GetUserAddedHeaderValue(exchange.arguments.headerList, kTransport);
-    if (header == nullptr) return RTSP_SUCCESS;
+    if (header == nullptr || header->headerValue == nullptr) return RTSP_SUCCESS;
     const std::string_view value = header->headerValue;
     if (exchange.client->dataProto == DATA_PROTO_TCP && !Contains(value, "interleaved="))
         return exchange.trace.Fail(RTSP_INVALID_HEADER_LIST,

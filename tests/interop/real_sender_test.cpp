@@ -23,7 +23,7 @@ constexpr Sender kSenders[] = {
      "baseline -tune zerolatency -g 25 -f rtp rtp://127.0.0.1:PORT"},
     {"GstreamerH264", RTP_CODEC_H264,
      "gst-launch-1.0 -q videotestsrc is-live=true ! video/x-raw,width=320,height=240,framerate=25/1 ! x264enc "
-     "tune=zerolatency key-int-max=25 ! video/x-h264,profile=constrained-baseline ! rtph264pay config-interval=-1 "
+     "tune=zerolatency key-int-max=25 ! video/x-h264,profile=constrained-baseline ! rtph264pay config-interval=1 "
      "pt=96 ! udpsink host=127.0.0.1 port=PORT"},
     {"FfmpegPcmu", RTP_CODEC_PCMU,
      "ffmpeg -nostdin -v error -re -f lavfi -i sine=frequency=440:sample_rate=8000 -c:a pcm_mulaw -f rtp "
@@ -68,10 +68,13 @@ TEST_P(RealSender, IsReceivedInOrderAndMakesSense) {
         EXPECT_EQ(0, reader.OutOfOrder());
         const Decoded decoded = isVideo ? DecodeH264(reader.Video().Stream()) : Decoded{};
         EXPECT_EQ("", decoded.errors);
+        EXPECT_EQ(reader.Video().Pictures(), decoded.pictures);
         EXPECT_TRUE(isVideo ? decoded.pictures > 5 : SoundsLikeATone(reader.Payloads()));
     }
     EXPECT_EQ(RTSP_SUCCESS, RTSPClientDestroy(client));
 }
+
+void PrintTo(const Sender &sender, std::ostream *out) { *out << sender.command; }
 
 INSTANTIATE_TEST_SUITE_P(Program, RealSender, testing::ValuesIn(kSenders),
                          [](const auto &test) { return test.param.name; });

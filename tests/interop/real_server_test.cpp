@@ -39,17 +39,20 @@ TEST_P(RealServer, DeliversEveryPacketInOrderAndPicturesThatDecode) {
     EXPECT_EQ(RTSP_SUCCESS, RTSPClientSendTeardownRequest(client, 0, nullptr, nullptr));
     EXPECT_EQ(0, video.OutOfOrder());
     EXPECT_EQ(0, audio.OutOfOrder());
-    EXPECT_EQ(0U, video.Video().Malformed());
+    EXPECT_EQ(0, video.Video().Malformed());
     const Decoded decoded = DecodeH264(video.Video().Stream());
     EXPECT_EQ("", decoded.errors);
-    EXPECT_GE(decoded.pictures, 50);
-    EXPECT_NEAR(static_cast<double>(video.Video().Pictures()), decoded.pictures, 1);
+    EXPECT_GE(decoded.pictures, 25);
+    EXPECT_EQ(video.Video().Pictures(), decoded.pictures);
 }
 
 TEST_P(RealServer, PausesAndResumesWithMediaFlowing) {
     ASSERT_EQ(RTSP_SUCCESS, Connect(DemoServer::kPassword));
     StreamReader video(client, RTP_CODEC_H264);
     StreamReader audio(client, RTP_CODEC_PCMU);
+    // The default range would seek back to the beginning, which a live source cannot do.
+    const intptr_t onwards = RTSPCreateHeaderList();
+    ASSERT_EQ(RTSP_SUCCESS, RTSPAddHeaderToList(onwards, "Range", "npt=now-", 0));
     for (int round = 0; round < 3; ++round) {
         EXPECT_TRUE(video.WaitForPackets(video.Packets() + 50, 20s));
         ASSERT_EQ(RTSP_SUCCESS, RTSPClientSendPauseRequest(client, 0, 0, nullptr, nullptr));
@@ -57,9 +60,12 @@ TEST_P(RealServer, PausesAndResumesWithMediaFlowing) {
         const int atRest = video.Packets() + audio.Packets();
         std::this_thread::sleep_for(500ms);
         EXPECT_EQ(atRest, video.Packets() + audio.Packets());
-        ASSERT_EQ(RTSP_SUCCESS, RTSPClientSendPlayRequest(client, 0, 0, nullptr, nullptr));
+        ASSERT_EQ(RTSP_SUCCESS, RTSPClientSendPlayRequest(client, 0, onwards, nullptr, nullptr));
         EXPECT_TRUE(audio.WaitForPackets(audio.Packets() + 20, 20s));
     }
+    video.Stop();
+    audio.Stop();
+    EXPECT_EQ(RTSP_SUCCESS, RTSPDestroyHeaderList(onwards));
     EXPECT_EQ(RTSP_SUCCESS, RTSPClientSendTeardownRequest(client, 0, nullptr, nullptr));
 }
 

@@ -4,6 +4,7 @@ namespace rtsptap::test {
 namespace {
 
 constexpr uint8_t kTypeMask = 0x1F;
+constexpr uint8_t kKeyFrame = 5;
 constexpr uint8_t kStapA = 24;
 constexpr uint8_t kFuA = 28;
 constexpr uint8_t kFuStart = 0x80;
@@ -21,12 +22,21 @@ void H264Depacketizer::Take(std::span<const uint8_t> payload, bool marker) {
         TakeFragment(payload);
     else
         ++malformed_;
-    if (marker) ++pictures_;
+    if (marker) EndPicture();
 }
 
 void H264Depacketizer::Append(std::span<const uint8_t> unit) {
-    stream_.insert(stream_.end(), {0, 0, 0, 1});
-    stream_.insert(stream_.end(), unit.begin(), unit.end());
+    picture_.insert(picture_.end(), {0, 0, 0, 1});
+    picture_.insert(picture_.end(), unit.begin(), unit.end());
+    if ((unit[0] & kTypeMask) == kKeyFrame) started_ = true;
+}
+
+void H264Depacketizer::EndPicture() {
+    if (started_) {
+        stream_.insert(stream_.end(), picture_.begin(), picture_.end());
+        ++pictures_;
+    }
+    picture_.clear();
 }
 
 // +----------+-----------+----------+-----------+---

@@ -22,12 +22,12 @@ struct Settings {
     int seconds = 0; // 0: no limit
 };
 
-// One key frame a second, with its parameter sets: a player that joins late has a picture at once. Both streams
-// are cut to the size of one datagram. Zero latency keeps the encoder's queue empty.
+// One key frame a second, with its parameter sets: a player that joins late has a picture soon. The payloader is
+// asked for them by interval; asked for them at every key frame, it puts them between the slices of one picture.
 constexpr const char *kPipeline =
     "( videotestsrc is-live=true ! video/x-raw,width=640,height=360,framerate=25/1 ! timeoverlay ! "
     "x264enc tune=zerolatency speed-preset=ultrafast bitrate=1500 key-int-max=25 ! "
-    "video/x-h264,profile=constrained-baseline ! rtph264pay name=pay0 pt=96 config-interval=-1 "
+    "video/x-h264,profile=constrained-baseline ! rtph264pay name=pay0 pt=96 config-interval=1 "
     "audiotestsrc is-live=true wave=sine freq=440 volume=0.2 ! audio/x-raw,rate=8000,channels=1 ! "
     "mulawenc ! rtppcmupay name=pay1 pt=0 max-ptime=20000000 )";
 

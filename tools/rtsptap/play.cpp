@@ -54,8 +54,8 @@ Outcome Play(const PlaySettings &settings, const LibraryOutput &output, Interrup
     Reception reception(*session, streams);
     const Outcome outcome =
         ReceiveAndReport(reception, {settings.duration, kSilenceLimit}, output.Data(), interruption);
+    reception.Stop(); // while media flows: a reader that waits is woken by the next packet only
     session->Teardown();
-    reception.Stop();
     return outcome;
 }
 

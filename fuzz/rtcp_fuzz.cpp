@@ -1,0 +1,43 @@
+// A hostile RTCP packet, then the report that answers it. Input: ten bytes of sequence and loss figures, buffer
+// size and host-name length, then the packet.
+#include "rtp/receiver_report.h"
+#include "rtp/rtcp_packet.h"
+#include "rtp/stream_record.h"
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+using namespace rtsptap;
+
+extern "C" int LLVMFuzzerInitialize(int *, char ***) { return std::freopen("/dev/null", "w", stdout) == nullptr; }
+
+static void Require(bool holds) {
+    if (!holds) __builtin_trap();
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
+    constexpr std::size_t kFigures = 10;
+    if (size < kFigures) return 0;
+    RTSPStreamInfo stream;
+    stream.baseSeqNum = data[0] - 1;
+    stream.lastSeqNum = static_cast<uint16_t>(data[1] << 8 | data[2]);
+    stream.seqCycles = static_cast<uint16_t>(data[3] * 257);
+    stream.seqWrapPending = data[4] & 1u;
+    stream.cumulativeLost = data[5] * 0x01010101u;
+    stream.prevCumulativeLost = data[6] * 0x01010101u;
+    const std::string hostName(data[7] % 28, 'h');
+    std::vector<uint8_t> report(data[8]); // exactly as large as the report is told
+
+    const std::vector<uint8_t> packet(data + kFigures, data + size);
+    const int32_t accepted = ParseRtcpPacket(&stream, packet.data(), static_cast<int32_t>(packet.size()));
+    const bool answered = !packet.empty() && packet.size() > 1 &&
+                          (packet[1] == 100 || packet[1] == 200 || packet[1] == 201 || packet[1] == 203);
+    Require((accepted == 0) == (answered && packet[0] >> 6 == 2));
+
+    const int32_t written = WriteReceiverReport(stream, report.data(), data[8], hostName);
+    Require(written == -1 || (written <= data[8] && written % 4 == 0));
+    Require(written != -1 || data[8] < 72);
+    if (written > 32) Require(report[35] * 4 + 4 + 32 == written && report[41] == hostName.size() + 1);
+    return 0;
+}

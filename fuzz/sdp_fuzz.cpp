@@ -1,0 +1,19 @@
+// A hostile session description: parse it, ask for every line of every stream, release it all.
+#include "tests/support/described_client.h"
+
+#include <algorithm>
+
+using rtsptap::test::DescribedClient;
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
+    const std::string_view input(reinterpret_cast<const char *>(data), size);
+    DescribedClient described(input, input.substr(0, 80));
+    const int32_t streams = std::min(RTSPClientGetNbStreams(described.handle), 3);
+    for (int32_t stream = 0; stream <= streams; ++stream)
+        for (const char *name : {"a", "a=fmtp", "m="}) {
+            char value[64];
+            uint32_t valueSize = sizeof value;
+            RTSPClientGetSDPFieldInfo(described.handle, stream, name, value, &valueSize);
+        }
+    return 0;
+}

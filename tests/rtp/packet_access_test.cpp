@@ -1,0 +1,132 @@
+#include "tests/rtp/stream_fixture.h"
+#include "tests/support/captured_stdout.h"
+
+#include <thread>
+
+namespace rtsptap {
+namespace {
+
+class PacketAccess : public StreamFixture {
+protected:
+    CapturedStdout out;
+};
+
+TEST_F(PacketAccess, ChecksItsArgumentsInOrder) {
+    const intptr_t live = Handle();
+    const intptr_t dead = live + 1;
+    RTPStreamData record = {};
+    RTPStreamData *packet = nullptr;
+    uint32_t offset = 0;
+    std::string expected;
+    const auto check = [&expected](int32_t result, int32_t code, const std::string &text) {
+        EXPECT_EQ(result, code) << text;
+        if (!text.empty()) expected += "!!!ERROR!!! : EXIT : RTPClient" + text + "\n";
+    };
+    const std::string stale = " : Argument error. Invalid handle in stack.";
+    check(RTPClientGetRTPStreamData(0, nullptr, 104), -99, "GetRTPStreamData :Invalid Client Handle");
+    check(RTPClientGetRTPStreamData(dead, nullptr, 104), -99, "GetRTPStreamData :Invalid Client Handle");
+    check(RTPClientPeekRTPStreamData(dead, nullptr, 100), -99, "PeekRTPStreamData" + stale);
+    check(RTPClientPeekRTPStreamData(live, nullptr, 100), -99, "PeekRTPStreamData : NULL RTPStreamData ");
+    check(RTPClientGetRTPStreamData(live, &packet, 205), 0, "");
+    check(RTPClientFreeRTPStreamData(dead, nullptr, 100), -99, "FreeRTPStreamData :Invalid Client Handle");
+    check(RTPClientFreeRTPStreamData(dead, &record, 100), -99, "FreeRTPStreamData" + stale);
+    check(RTPClientGetTSOffset(dead, 206, &offset, 1), -99, "GetTSOffset :Invalid Client Handle");
+    check(RTPClientGetTSOffset(live, 203, nullptr, 1), -99, "GetTSOffset :Invalid input argument");
+    check(RTPClientGetNbOfPktInBuffer(0, 1), -99, "GetNbOfPktInBuffer :Invalid Client Handle ");
+    check(RTPClientGetNbOfPktInBuffer(dead, 104), -99, "GetNbOfPktInBuffer :Invalid Codec Type ");
+    check(RTPClientGetNbOfPktInBuffer(live, 101), -1, "");
+    check(RTPClientGetStreamPktCount(dead, 199), 0, "GetStreamPktCount :Invalid Codec Type ");
+    check(RTPClientGetStreamPktCount(dead, 100), 0, "GetStreamPktCount" + stale);
+    check(RTPClientConfigLatency(0, 100, 150, 200), -99, "ConfigLatency :Invalid Input arguments");
+    check(RTPClientConfigLatency(live, 100, 50, 99), -99, "ConfigLatency :Invalid Input arguments");
+    check(RTPClientConfigLatency(live, -1, -1, -1), -99, "ConfigLatency :Invalid Input arguments");
+    check(RTPClientConfigLatency(0, 0, 0, 0), -99, "ConfigLatency :Invalid client handle");
+    check(RTPClientSetAudioVideoBufferSize(live, 0, -1), -99, "SetAudioVideoBufferSize :Invalid Client Handle");
+    check(RTPClientSetAudioVideoBufferSize(dead, 0, 0), -99, "SetAudioVideoBufferSize" + stale);
+    EXPECT_EQ(out.Text(), expected);
+    EXPECT_EQ(packet, nullptr);
+}
+
+TEST_F(PacketAccess, StoresTheSettings) {
+    EXPECT_EQ(RTPClientConfigLatency(Handle(), 100, 50, 200), 0);
+    EXPECT_EQ(RTPClientSetAudioVideoBufferSize(Handle(), 5000, 0), 0);
+    EXPECT_EQ(out.Text(), "!!!INFO!!! : Target Latency : 100 \n!!!INFO!!! : Underflow Condition : 50 \n"
+                          "!!!INFO!!! : Overflow  Condition : 200 \n"
+                          "!!!INFO!!! : Setting Video Buffer Size : 5000 and Audio Buffer Size : 0 \n");
+    EXPECT_EQ(client.targetLatency + client.underflowLimit + client.overflowLimit, 350);
+    EXPECT_EQ(client.videoBufferSize - client.audioBufferSize, 5000);
+}
+
+TEST_F(PacketAccess, CountsWhatItHolds) {
+    client.packetCounter = 40;
+    EXPECT_EQ(RTPClientGetStreamPktCount(Handle(), RTP_CODEC_H264), 0);
+    for (const int number : {1, 2, 3}) Arrive(Packet(number));
+    EXPECT_EQ(RTPClientGetNbOfPktInBuffer(Handle(), RTP_CODEC_H264), 3);
+    EXPECT_EQ(RTPClientGetStreamPktCount(Handle(), RTP_CODEC_H264), 41);
+}
+
+// Kept: reaching the target latency does not release the queue, only exceeding the underflow limit does.
+TEST_F(PacketAccess, HoldsPacketsBackUpToTheUnderflowLimit) {
+    ASSERT_EQ(RTPClientConfigLatency(Handle(), 50, 50, 200), 0);
+    RTPStreamData *packet = nullptr;
+    Arrive(Packet(1, 1000));
+    Arrive(Packet(2, 1000 + 50 * 90));
+    EXPECT_EQ(RTPClientGetRTPStreamData(Handle(), &packet, RTP_CODEC_H264), -1);
+    EXPECT_EQ(RTPClientPeekRTPStreamData(Handle(), &packet, RTP_CODEC_H264), -1);
+    Arrive(Packet(3, 1000 + 50 * 90 + 1));
+    EXPECT_EQ(RTPClientGetRTPStreamData(Handle(), &packet, RTP_CODEC_H264), 0);
+    Free(packet);
+}
+
+TEST_F(PacketAccess, WaitsForTheNextDatagramWhateverItIs) {
+    for (const unsigned payloadType : {96u, 34u}) {
+        std::thread sender([this, payloadType] {
+            while (stream->waitingReaders == 0) std::this_thread::yield();
+            Arrive(Packet(5, 0, payloadType));
+        });
+        RTPStreamData *packet = nullptr;
+        EXPECT_EQ(RTPClientGetRTPStreamData(Handle(), &packet, RTP_CODEC_H264), payloadType == 96 ? 0 : -1);
+        sender.join();
+        if (packet != nullptr) Free(packet);
+    }
+    EXPECT_EQ(out.Text().find("No data received"), std::string::npos);
+}
+
+TEST_F(PacketAccess, FreesAPacketThroughAnyStreamButMovesOnlyItsOwn) {
+    const RTSPStreamInfo &other = AddStream(RTP_CODEC_PCMA);
+    for (const int number : {1, 2, 3}) Arrive(Packet(number));
+    EXPECT_EQ(RTPClientFreeRTPStreamData(Handle(), Get(), RTP_CODEC_PCMA), 0);
+    EXPECT_EQ(RTPClientFreeRTPStreamData(Handle(), Get(), RTP_CODEC_G726), 0);
+    EXPECT_EQ(other.ring.readIndex + other.outstanding + stream->ring.readIndex, 0);
+    Free(Get());
+    EXPECT_EQ(stream->ring.readIndex, 3 * 20);
+    EXPECT_EQ(stream->outstanding, 2);
+}
+
+TEST_F(PacketAccess, ComputesTheTimestampOffset) {
+    uint32_t offset = 77;
+    stream->srRtpTimestamp = 1000;
+    for (const int32_t codecType : {RTP_CODEC_MPEG4_GENERIC, RTP_CODEC_H264})
+        EXPECT_EQ(RTPClientGetTSOffset(Handle(), codecType, &offset, 8000), -1) << "no audio stream";
+    AddStream(RTP_CODEC_MPEG4_GENERIC);
+    RTSPStreamInfo &audio = AddStream(RTP_CODEC_MPEG4_GENERIC); // of several the last one counts
+    for (const int32_t codecType : {RTP_CODEC_PCMA, RTP_CODEC_H264})
+        EXPECT_EQ(RTPClientGetTSOffset(Handle(), codecType, &offset, 8000), 0);
+    EXPECT_EQ(offset, 77u);
+    const struct {
+        uint32_t audioTimestamp;
+        int32_t clockRate;
+        uint32_t audioTicks;
+    } cases[] = {{16000, 8000, 180000},
+                 {16000, 0, 0},
+                 {50000, 44100, 4649}, // 4500000000 has wrapped
+                 {134217728, -1, 0x80000000}};
+    for (const auto &at : cases) {
+        audio.srRtpTimestamp = at.audioTimestamp;
+        EXPECT_EQ(RTPClientGetTSOffset(Handle(), RTP_CODEC_MPEG4_GENERIC, &offset, at.clockRate), 0);
+        EXPECT_EQ(offset, at.audioTicks - 1000) << at.audioTimestamp;
+    }
+}
+
+} // namespace
+} // namespace rtsptap

@@ -1,0 +1,87 @@
+// A live client with one stream and no threads: a test delivers packets the way a receive thread does.
+#pragma once
+
+#include "rtp/packet_queue.h"
+#include "rtp/rtp_packet.h"
+#include "rtp/stream_lifecycle.h"
+#include "rtp/stream_record.h"
+#include "rtsp/client/client_record.h"
+#include "rtsp/client/registry.h"
+#include "tests/support/packet_builder.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <vector>
+
+namespace rtsptap {
+
+using Bytes = std::vector<uint8_t>;
+
+inline Bytes Packet(int number, uint32_t timestamp = 0, unsigned payloadType = 96) {
+    const std::string bytes = test::Bytes(test::RtpPacket{
+        .payloadType = payloadType, .sequenceNumber = static_cast<uint16_t>(number), .timestamp = timestamp});
+    return {bytes.begin(), bytes.end()};
+}
+
+class StreamFixture : public testing::Test {
+protected:
+    StreamFixture() : stream(&AddStream(RTP_CODEC_H264)) {
+        EXPECT_EQ(LinkClient(&client), 0);
+        client.mtuSize = 1500;
+    }
+    ~StreamFixture() override {
+        UnlinkClient(&client);
+        for (RTSPStreamInfo *at = client.streamList; at != nullptr;)
+            ReleaseStream(std::exchange(at, at->next.load()));
+    }
+
+    RTSPStreamInfo &AddStream(int32_t codecType) {
+        RTSPStreamInfo &added = *AppendStream(client);
+        EXPECT_EQ(CreateStreamLocks(added), StreamLock::kNone);
+        EXPECT_TRUE(AllocateRing(added.ring, 100000));
+        added.codecType = codecType;
+        return added;
+    }
+
+    // Null when the packet is refused.
+    RTPStreamData *Parse(const Bytes &packet) {
+        const auto length = static_cast<uint32_t>(packet.size());
+        EXPECT_GE(PlaceNextPacket(stream->ring, client.mtuSize).room, length);
+        const RTPDataBuffer buffer{length, stream->ring.storage + stream->ring.writeIndex};
+        std::ranges::copy(packet, buffer.data);
+        stream->ring.writeIndex += length;
+        return ParseRTPData(&buffer, stream);
+    }
+    void Arrive(const Bytes &packet) {
+        if (RTPStreamData *const parsed = Parse(packet); parsed != nullptr) InsertPacket(*stream, parsed, rules);
+        SignalReaders(*stream);
+    }
+
+    intptr_t Handle() { return reinterpret_cast<intptr_t>(&client); }
+    RTPStreamData *Get() {
+        RTPStreamData *packet = nullptr;
+        RTPClientGetRTPStreamData(Handle(), &packet, RTP_CODEC_H264);
+        return packet;
+    }
+    void Free(RTPStreamData *packet) { EXPECT_EQ(RTPClientFreeRTPStreamData(Handle(), packet, RTP_CODEC_H264), 0); }
+    void Drain() {
+        while (stream->packetListHead != nullptr) Free(Get());
+    }
+
+    // The queue's numbers from head to tail; the tail must be the last one.
+    std::vector<int> Queued() const {
+        std::vector<int> numbers;
+        const RTPStreamData *last = nullptr;
+        for (const RTPStreamData *at = stream->packetListHead; at != nullptr; last = at, at = at->next)
+            numbers.push_back(at->rtpHeader->sequenceNumber);
+        EXPECT_EQ(stream->packetListTail, last);
+        return numbers;
+    }
+
+    RTSPClient client;
+    RTSPStreamInfo *stream;
+    ArrivalRules rules{.reorder = true};
+};
+
+} // namespace rtsptap

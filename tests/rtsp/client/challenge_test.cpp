@@ -1,0 +1,80 @@
+#include "platform/text.h"
+#include "rtsp/client/challenge.h"
+#include "rtsp/client/client_record.h"
+#include "rtsp/message/authorization.h"
+#include "rtsp/message/recv_buffer.h"
+#include "rtsp/message/response.h"
+#include "rtsp/message/response_parse.h"
+#include "tests/support/captured_stdout.h"
+
+#include <gtest/gtest.h>
+
+using namespace rtsptap;
+
+namespace {
+
+void StoreFrom(RTSPClient &client, const std::string &header) {
+    std::string text = "RTSP/1.0 401 Unauthorized\r\n" + header + "\r\n\r\n";
+    const RecvBuffer buffer{static_cast<int32_t>(text.size()), text.data()};
+    const ResponseMsgPtr response(ClientParseMessage(&buffer));
+    StoreChallenge(client, *response);
+}
+
+std::string Authorization(RTSPClient &client, uint32_t method) {
+    const HeapText value(GenerateRTSPAuthenticationRequest(&client, "rtsp://10.0.0.5:554/live", method));
+    return value.get();
+}
+
+} // namespace
+
+TEST(Challenge, ReplacesWhatItNamesAndNothingElse) {
+    const struct {
+        const char *header, *type, *realm, *nonce;
+        uint32_t authRequired;
+    } cases[] = {
+        {"www-authenticate: Digest,nonce=\"12\",  realm=\"a b\"", "Digest", "a b", "12", 1},
+        {"WWW-Authenticate:  ,Basic realm=\"cam\"", "Basic", "cam", "old", 1},
+        {"WWW-Authenticate: Digest realm=\"front, back\"", "Digest", "fron", "old", 1},
+        {"WWW-Authenticate: Digest realm=cam, nonce=\"\"", "Digest", "a", "", 1},
+        {"WWW-Authenticate: Digest Realm=\"cam\", xnonce=\"1\"", "Digest", "old", "old", 1},
+        {"WWW-Authenticate:", "old", "old", "old", 0},
+        {"WWW-Authenticate: , ,", "old", "old", "old", 0},
+        {"CSeq: 1", "old", "old", "old", 0},
+    };
+    for (const auto &[header, type, realm, nonce, authRequired] : cases) {
+        RTSPClient client{};
+        for (char *field : {client.authType, client.realm, client.nonce}) CopyText(field, 128, "old");
+        StoreFrom(client, header);
+        EXPECT_STREQ(client.authType, type) << header;
+        EXPECT_STREQ(client.realm, realm) << header;
+        EXPECT_STREQ(client.nonce, nonce) << header;
+        EXPECT_EQ(client.authRequired, authRequired) << header;
+    }
+}
+
+TEST(Authorization, AnswersAnyChallengeWithTheDigestForm) {
+    RTSPClient client{};
+    StoreFrom(client, "WWW-Authenticate: Basic realm=\"testrealm@host.com\", "
+                      "nonce=\"dcd98b7102dd2f0e8b11d0f600bfb0c093\"");
+    CopyText(client.username, "Mufasa");
+    CopyText(client.password, "Circle Of Life");
+    const struct {
+        uint32_t method;
+        const char *response, *printed;
+    } cases[] = {
+        {RTSP_DESCRIBE, "616ff1f00b416b827a77e87bd07a054d", ""},
+        {RTSP_TEARDOWN, "2efb17bb01d5be5aa7f6808adb0f1771", ""},
+        {RTSP_PAUSE, "931348967b08e0fcb558122a6329e2c9", ""},
+        {RTSP_GET_PARAMETER, "5d0ceec039aaa2c42e3f94f790e6cac6", ""},
+        {6, "3c79159407c3e8b6e6acec7982d47583", "!!!ERROR!!! : Invalid Method\n"}, // digest of no method
+    };
+    for (const auto &[method, response, printed] : cases) {
+        CapturedStdout output;
+        EXPECT_EQ(Authorization(client, method),
+                  std::string("Basic username=\"Mufasa\", realm=\"testrealm@host.com\", "
+                              "nonce=\"dcd98b7102dd2f0e8b11d0f600bfb0c093\", "
+                              "uri=\"rtsp://10.0.0.5:554/live\", response=\"") +
+                      response + "\"");
+        EXPECT_EQ(output.Text(), printed);
+    }
+}

@@ -1,0 +1,148 @@
+#include "rtsp/client/client_record.h"
+#include "rtsp/message/recv_buffer.h"
+#include "rtsp/message/response.h"
+#include "rtsp/message/response_parse.h"
+#include "rtsp/message/response_read.h"
+#include "tests/support/captured_stdout.h"
+
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+using namespace rtsptap;
+
+namespace {
+
+ResponseMsgPtr Parse(const std::string &text) {
+    const RecvBufferPtr buffer(CreateRecvBuffer(static_cast<uint32_t>(text.size())));
+    text.copy(buffer->data, text.size());
+    buffer->length = static_cast<int32_t>(text.size());
+    return ResponseMsgPtr(ClientParseMessage(buffer.get()));
+}
+
+// "version status reason cSeq [name=value]..."
+std::string Summary(const std::string &text) {
+    const ResponseMsgPtr response = Parse(text);
+    if (!response) return "none";
+    std::string summary = std::string(response->version) + " " + std::to_string(response->statusCode) + " " +
+                          response->reasonPhrase + " " + std::to_string(response->cSeq);
+    for (uint32_t i = 0; i < response->headerCount; ++i)
+        summary +=
+            std::string(" [") + response->headers[i].headerName + "=" + response->headers[i].headerValue + "]";
+    return summary;
+}
+
+// A client whose server is the test.
+struct Connection {
+    Connection() {
+        if (socketpair(AF_UNIX, SOCK_STREAM, 0, fds) != 0) std::abort();
+        client.rtspSocket = fds[0];
+    }
+    ~Connection() {
+        close(fds[0]);
+        if (fds[1] >= 0) close(fds[1]);
+    }
+    RecvBufferPtr Read(uint32_t readSize) { return RecvBufferPtr(ClientReadMessage(&client, readSize, &errCode)); }
+
+    RTSPClient client{};
+    int fds[2];
+    int32_t errCode = 7;
+};
+
+} // namespace
+
+TEST(Response, IsReadLineByLine) {
+    const struct {
+        std::string text;
+        const char *summary;
+    } cases[] = {
+        {"RTSP/1.0 200 OK\r\nCSeq: 3\r\nPublic: OPTIONS, DESCRIBE\r\n\r\n",
+         "RTSP/1.0 200 OK 3 [CSeq=3] [Public=OPTIONS, DESCRIBE]"},
+        {"\r\n\nHTTP 404 Not Found here", "HTTP 404 Not Found here 0"},
+        {" 9x ", " 9  0"},
+        {"RTSP/1.0  401  ", "RTSP/1.0 401 401   0"},
+        {"RTSP/1.0 -1 \ncSeq: 0\nCSeq: 4294967297 x", "RTSP/1.0 -1  1 [cSeq=0] [CSeq=4294967297 x]"},
+        // One character behind the colon is always skipped; nothing there is an empty value.
+        {"R 1 a\nSession:abc\nX:  b \nY:\nZ: ", "R 1 a 0 [Session=bc] [X= b ] [Y=] [Z=]"},
+        // Lines of a body are headers too; lines without a colon are none.
+        {"R 1 a\nA: b\n\nv=0\r\na=rtpmap:96 H264/90000\r\n", "R 1 a 0 [A=b] [a=rtpmap=6 H264/90000]"},
+        {std::string("R 1 a\nA: b\0c\nCSeq: 0", 20), "R 1 a 0 [A=b]"},
+    };
+    for (const auto &[text, summary] : cases) EXPECT_EQ(Summary(text), summary) << text;
+}
+
+TEST(Response, WhatIsNoneIsRefusedWithItsReason) {
+    const struct {
+        const char *text;
+        std::string line;
+    } cases[] = {
+        {"", "\tEXIT : ClientParseMessage : RTSP version not found in response buffer\n"},
+        {"\r\n\r\n\r\n", "\tEXIT : ClientParseMessage : RTSP version not found in response buffer\n"},
+        {"RTSP/1.0\r\nA: b", "\tEXIT : ClientParseMessage : RTSP version not found in response buffer\n"},
+        {"RTSP/1.00 200 OK", "\tEXIT : ClientParseMessage : Invalid RTSP version found in response buffer\n"},
+        {"RTSP/1.0 200\r\nA: b c", "\tEXIT : ClientParseMessage : RTSP Status not found in response buffer\n"},
+        {"RTSP/1.0 0 OK", "EXIT : ClientParseMessage :Problem in converting Ascii to Integer value \n"},
+        {"RTSP/1.0 OK 200", "EXIT : ClientParseMessage :Problem in converting Ascii to Integer value \n"},
+        {"R 200 OK\nCSeq: 0", "EXIT : ClientParseMessage :Problem in converting Ascii to Integer value \n"},
+        {"R 200 OK\nCSeq: x1", "EXIT : ClientParseMessage :Problem in converting Ascii to Integer value \n"},
+        {"R 200 OK\nCSeq:", "EXIT : ClientParseMessage :Problem in converting Ascii to Integer value \n"},
+    };
+    for (const auto &[text, line] : cases) {
+        CapturedStdout output;
+        EXPECT_EQ(Summary(text), "none") << text;
+        EXPECT_EQ(output.Text(), "!!!ERROR!!! : " + line) << text;
+    }
+    CapturedStdout output;
+    EXPECT_EQ(ClientParseMessage(nullptr), nullptr);
+    EXPECT_EQ(output.Text(), "!!!ERROR!!! : \tEXIT : ClientParseMessage :Invalid input argument\n");
+}
+
+TEST(Response, MoreThan32HeadersAreNotLookedAt) {
+    std::string text = "R 200 OK\n";
+    for (int i = 0; i < 40; ++i) text += "H" + std::to_string(i) + ": v\n";
+    const ResponseMsgPtr response = Parse(text + "CSeq: 0");
+    ASSERT_TRUE(response);
+    EXPECT_EQ(response->headerCount, kHeaderSlots);
+    EXPECT_STREQ(response->headers.back().headerName, "H31");
+}
+
+TEST(Response, HeadersAreFoundIgnoringCaseTheFirstFirst) {
+    const ResponseMsgPtr response = Parse("R 200 OK\nPublic: a\nPUBLIC: b\nPublicity: c");
+    CapturedStdout output;
+    EXPECT_STREQ(GetResponseHeader(response.get(), "public"), "a");
+    EXPECT_EQ(output.Text(), "");
+    EXPECT_EQ(GetResponseHeader(response.get(), "Publi"), nullptr);
+    EXPECT_EQ(GetResponseHeader(nullptr, "Public"), nullptr);
+    const std::string line = "!!!ERROR!!! : \tEXIT : GetResponseHeader :Null Pointer Assignment\n";
+    EXPECT_EQ(output.Text(), line + line);
+    freeResponseMsg(nullptr);
+}
+
+TEST(Response, OneReceiveIsOneMessage) {
+    Connection connection;
+    ASSERT_EQ(write(connection.fds[1], "RTSP/1.0 200 OK", 15), 15);
+    EXPECT_STREQ(connection.Read(10)->data, "RTSP/1.0 2");
+    const RecvBufferPtr rest = connection.Read(33792);
+    EXPECT_EQ(rest->length, 5);
+    EXPECT_STREQ(rest->data, "00 OK");
+
+    close(std::exchange(connection.fds[1], -1));
+    EXPECT_FALSE(connection.Read(33792));
+    EXPECT_EQ(connection.errCode, 7);
+}
+
+TEST(Response, AMissingSocketFailsAtOnce) {
+    Connection connection;
+    const int open = connection.client.rtspSocket.exchange(-1);
+    CapturedStdout output;
+    EXPECT_FALSE(connection.Read(100));
+    connection.client.rtspSocket = dup(open);
+    close(connection.client.rtspSocket);
+    EXPECT_FALSE(connection.Read(100));
+    EXPECT_EQ(ClientReadMessage(nullptr, 100, &connection.errCode), nullptr);
+    EXPECT_EQ(ClientReadMessage(&connection.client, 100, nullptr), nullptr);
+    const std::string failed = "!!!ERROR!!! : \tEXIT : ClientReadMessage :Socket select call failed\n";
+    const std::string invalid = "!!!ERROR!!! : \tEXIT : ClientReadMessage :Invalid input argument\n";
+    EXPECT_EQ(output.Text(), failed + failed + invalid + invalid);
+    EXPECT_EQ(connection.errCode, 7);
+}

@@ -1,0 +1,33 @@
+// A connected client whose session description has been parsed, without a server.
+#pragma once
+
+#include "platform/text.h"
+#include "rtp/stream_lifecycle.h"
+#include "rtp/stream_record.h"
+#include "rtsp/client/client_record.h"
+#include "sdp/sdp_field.h"
+#include "sdp/sdp_parser.h"
+
+namespace rtsptap::test {
+
+struct DescribedClient {
+    explicit DescribedClient(std::string_view sdp, std::string_view sessionName = "live") {
+        CopyText(client.sessionName, sessionName);
+        CopyText(client.serverIp, "10.0.0.2");
+        client.serverPort = 554;
+        client.connected = 1;
+        client.receivedSDP = DuplicateText(sdp).release();
+        result = ParseReceivedSDP(&client);
+    }
+    ~DescribedClient() { RTSPClientDestroy(handle); }
+    DescribedClient(const DescribedClient &) = delete;
+    DescribedClient &operator=(const DescribedClient &) = delete;
+
+    RTSPStreamInfo &Stream(int32_t number) { return *FindStreamByNumber(client, number); }
+
+    const intptr_t handle = RTSPClientCreate();
+    RTSPClient &client = *reinterpret_cast<RTSPClient *>(handle);
+    int32_t result = 0; // of ParseReceivedSDP
+};
+
+} // namespace rtsptap::test
