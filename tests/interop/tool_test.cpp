@@ -1,9 +1,11 @@
 // The command-line tool, end to end: its report, its exit statuses, and what it must not print.
 #include "tests/interop/peers.h"
+#include "tests/support/packet_builder.h"
 
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <fstream>
 #include <iterator>
 #include <sstream>
 
@@ -69,6 +71,30 @@ TEST_F(Tool, TheFirstSignalFinishesThePlayWithItsReport) {
         ASSERT_EQ(3U, rows.size()) << play.Output() << play.Errors();
         EXPECT_NE("0", rows[1][2]);
     }
+}
+
+void WaitUntilBound(uint16_t port) {
+    char entry[16] = {};
+    std::snprintf(entry, sizeof entry, ":%04X 0000", unsigned{port});
+    for (int attempt = 0; attempt < 1000; ++attempt) {
+        std::ifstream sockets("/proc/net/udp");
+        if (Contains(std::string(std::istreambuf_iterator<char>(sockets), {}), entry)) return;
+        std::this_thread::sleep_for(10ms);
+    }
+}
+
+TEST(ToolWithoutServer, ListenCountsLossAndReorderingAcrossTheWrap) {
+    const uint16_t port = FreeUdpPort();
+    ChildProcess listen({TOOL, "listen", "--video", "h264@" + std::to_string(port), "--duration", "1s"});
+    WaitUntilBound(port);
+    UdpPeer sender;
+    for (const uint16_t number : std::initializer_list<uint16_t>{65533, 65534, 0, 2, 1, 3, 10})
+        sender.SendTo(port, Rtp(number, "payload"));
+    EXPECT_EQ(0, listen.Wait(20s)) << listen.Errors();
+    const std::vector<Row> rows = Rows(listen.Output());
+    ASSERT_EQ(2U, rows.size());
+    const Row expected = {"1", "H264", "7", "133", rows[1][4], "kbit/s", "7", "1", "65533", "10", rows[1][10]};
+    EXPECT_EQ(expected, rows[1]);
 }
 
 TEST_F(Tool, EveryFailureHasItsOwnExitStatus) {

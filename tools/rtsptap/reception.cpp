@@ -73,7 +73,7 @@ Outcome ReceiveAndReport(const Reception &reception, const ReceptionLimits &limi
         over = limits.duration.count() > 0 && Clock::now() - begin >= limits.duration;
     }
     const std::vector<StreamReport> report = reception.Report();
-    PrintReport(out, report);
+    if (!PrintReport(out, report)) return {ExitCode::kOutputFailed, "standard output: the report was not written"};
     if (signal != 0) return OutcomeOfSignal(signal);
     if (Outcome missing = JudgeReport(report); !missing.IsOk()) return missing;
     if (silent) return {ExitCode::kEndedEarly, "the media ended: nothing arrived any more"};
