@@ -3,7 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include <regex>
+#include <cstdio>
+#include <sstream>
 #include <unistd.h>
 
 namespace rtsptap::test {
@@ -77,13 +78,16 @@ TEST_P(RealServer, PausesAndResumesWithMediaFlowing) {
 bool WasReported(const std::string &log, int stream, const StreamReader &reader) {
     char host[28] = {};
     gethostname(host, sizeof host - 1);
-    const std::regex line("report stream=" + std::to_string(stream) + " ssrc=0x[0-9a-f]{8} cname=" + host +
-                          " extended-sequence=([0-9]+) lost=0\n");
     const auto received = static_cast<uint16_t>(reader.LastSequence() - reader.FirstSequence());
     bool found = false;
-    for (std::sregex_iterator match(log.begin(), log.end(), line), end; match != end; ++match) {
-        const auto reported = static_cast<uint16_t>(std::stoul((*match)[1]));
-        found = found || static_cast<uint16_t>(reported - reader.FirstSequence()) <= received;
+    std::istringstream lines(log);
+    for (std::string line; std::getline(lines, line);) {
+        char cname[64] = {};
+        unsigned number = 0;
+        const std::string form =
+            "report stream=" + std::to_string(stream) + " ssrc=%*x cname=%63s extended-sequence=%u lost=0";
+        if (std::sscanf(line.c_str(), form.c_str(), cname, &number) != 2 || std::string(cname) != host) continue;
+        found = found || static_cast<uint16_t>(number - reader.FirstSequence()) <= received;
     }
     return found;
 }

@@ -48,9 +48,9 @@ Client::~Client() {
 
 int32_t Client::Destroy() { return RTSPClientDestroy(std::exchange(handle, 0)); }
 
-HeaderList::HeaderList(std::initializer_list<std::pair<const char *, const char *>> headers)
+HeaderList::HeaderList(std::initializer_list<std::pair<const char *, const char *>> headers, uint8_t isCustom)
     : handle(RTSPCreateHeaderList()) {
-    for (const auto &[name, value] : headers) EXPECT_EQ(RTSPAddHeaderToList(handle, name, value, 0), 0);
+    for (const auto &[name, value] : headers) EXPECT_EQ(RTSPAddHeaderToList(handle, name, value, isCustom), 0);
 }
 
 HeaderList::~HeaderList() { EXPECT_EQ(RTSPDestroyHeaderList(handle), 0); }

@@ -35,10 +35,10 @@ private:
     intptr_t handle;
 };
 
-// A header list with the given headers, none of them custom; destroyed at the end.
+// A header list with the given headers; destroyed at the end.
 class HeaderList {
 public:
-    HeaderList(std::initializer_list<std::pair<const char *, const char *>> headers);
+    HeaderList(std::initializer_list<std::pair<const char *, const char *>> headers, uint8_t isCustom = 0);
     ~HeaderList();
     HeaderList(const HeaderList &) = delete;
     HeaderList &operator=(const HeaderList &) = delete;

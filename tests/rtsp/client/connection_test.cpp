@@ -43,7 +43,9 @@ TEST(Connection, LongestAddressAndNameAreAccepted) {
     ScriptedServer server({{("OPTIONS rtsp://" + ip31 + ":{port}/" + name63 + " RTSP/1.0\r\n"), Ok()}});
     const Client client;
     EXPECT_EQ(RTSPClientConnect(client, ip31.c_str(), server.Port(), name63.c_str(), kUdp, 0), 0);
-    EXPECT_EQ(RTSPClientSendOptionsRequest(client, 0, nullptr, nullptr), 0);
+    int32_t size = 100;
+    EXPECT_EQ(RTSPClientSendOptionsRequest(client, 0, nullptr, &size), 0);
+    EXPECT_EQ(size, 28); // stored without a buffer too
 }
 
 TEST(Connection, ConnectingAgainKeepsTheOldConnectionOpenUntilDestroy) {
@@ -58,42 +60,29 @@ TEST(Connection, ConnectingAgainKeepsTheOldConnectionOpenUntilDestroy) {
         Eventually([&] { return CountDescriptors() == descriptors - 1; })); // the server keeps its first one
 }
 
-TEST(Connection, ChallengesAreCutUpAsReceived) {
-    const std::string long300(300, 'r');
-    const struct {
-        std::string challenge, scheme, realm, nonce;
-    } kCases[] = {
-        {"Digest realm=\"live\", nonce=\"abc123\"", "Digest", "live", "abc123"},
-        {"Digest nonce=\"n\",realm=\"a b\",stale=FALSE, algorithm=MD5", "Digest", "a b", "n"},
-        {"Digest realm=\"a,b\", nonce=\"n\"", "Digest", "", "n"}, // cut at the comma; the last character goes
-        {"Basic realm=\"%s%n\"", "Basic", "%s%n", ""},
-        {"Digest realm=\"" + long300 + "\", nonce=\"" + long300 + "\"", "Digest", long300.substr(0, 255),
-         long300.substr(0, 127)},
-        {long300 + " realm=\"r\"", long300.substr(0, 127), "r", ""},
-        {"Digest realm=, nonce", "Digest", "", ""},
-        {"Digest,realm=\"", "Digest", "", ""},
-    };
-    for (const auto &row : kCases) {
-        const Reply challenge = Status(401, "Unauthorized", "www-authenticate: " + row.challenge);
-        Session session(kUdp, CLIENT_INIT_STATE, {{"!Authorization", challenge}, {"OPTIONS ", Ok()}});
-        const std::string uri = session.server.Expand("{base}");
-        CapturedStdout out;
-        EXPECT_EQ(session.Options(), RTSP_UNAUTHORIZED);
-        EXPECT_EQ(CountOf(out.Text(), "!!!INFO!!! : WWW_Authenticate: " + row.challenge), 1U);
-        EXPECT_TRUE(out.Text().ends_with("!!!INFO!!! : Type: " + row.scheme + "\n!!!INFO!!! : Realm: " + row.realm +
-                                         "\n!!!INFO!!! : Nonce: " + row.nonce + "\n"));
-        EXPECT_EQ(session.Options(), 0);
-        char digest[256] = {};
-        GenerateDigestResponse(row.nonce.c_str(), nullptr, "", row.realm.c_str(), "", "md5", "", "OPTIONS", nullptr,
-                               uri.c_str(), digest);
-        EXPECT_EQ(session.server.LastRequest(),
-                  "OPTIONS " + uri + " RTSP/1.0\r\nCSeq: 2\r\nUser-Agent: Rtp Rtsp Client\r\nAuthorization: " +
-                      row.scheme + " username=\"\", realm=\"" + row.realm + "\", nonce=\"" + row.nonce +
-                      "\", uri=\"" + uri + "\", response=\"" + digest + "\"\r\n\r\n");
-    }
-    Session without(kUdp, CLIENT_INIT_STATE, {{"OPTIONS ", Status(401, "Unauthorized")}, {"OPTIONS ", Ok()}});
-    EXPECT_EQ(without.Options(), RTSP_UNAUTHORIZED);
-    EXPECT_EQ(without.Options(), 0);
+TEST(Connection, ChallengeIsAnsweredFromThenOn) {
+    const std::string long300(300, '%'); // cut at the field's size, and never a format
+    const std::string realm = long300.substr(0, 255);
+    const std::string nonce = long300.substr(0, 127);
+    Session session(kUdp, CLIENT_INIT_STATE,
+                    {{"!Authorization", Status(401, "Unauthorized",
+                                               "www-authenticate: Digest realm=\"" + long300 + "\",  nonce=\"" +
+                                                   long300 + "\", stale=FALSE")},
+                     {"OPTIONS ", Status(401, "Unauthorized")}, // without another challenge
+                     {"OPTIONS ", Ok()}});
+    CapturedStdout out;
+    EXPECT_EQ(session.Options(), RTSP_UNAUTHORIZED);
+    EXPECT_TRUE(out.Text().ends_with("!!!INFO!!! : Type: Digest\n!!!INFO!!! : Realm: " + realm +
+                                     "\n!!!INFO!!! : Nonce: " + nonce + "\n"));
+    EXPECT_EQ(session.Options(), RTSP_UNAUTHORIZED);
+    EXPECT_EQ(session.Options(), 0);
+    const std::string uri = session.server.Expand("{base}");
+    char digest[256] = {};
+    GenerateDigestResponse(nonce.c_str(), nullptr, "", realm.c_str(), "", "md5", "", "OPTIONS", nullptr,
+                           uri.c_str(), digest);
+    EXPECT_TRUE(session.server.LastRequest().ends_with("\r\nAuthorization: Digest username=\"\", realm=\"" + realm +
+                                                       "\", nonce=\"" + nonce + "\", uri=\"" + uri +
+                                                       "\", response=\"" + digest + "\"\r\n\r\n"));
 }
 
 // The whole of a session, byte for byte.

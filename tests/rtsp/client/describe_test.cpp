@@ -51,14 +51,11 @@ TEST(Describe, StateStandsWhenALaterStepFails) {
         std::string text;
     } kCases[] = {
         {"length 0", SendBytes(Headers("0") + kDescription), -73, badLength},
-        {"length text", SendBytes(Headers("many") + kDescription), -73, badLength},
         {"length negative", SendBytes(Headers("-5") + kDescription), -73, badLength},
         {"no second message", SendBytes(Headers("500")) + Delay(50) + Close(), -91,
          " : No RTSP response received from server \n"},
         {"no body", Ok(), -90, badSdp},
-        {"IPv6", WithBody("v=0\r\nc=IN IP6 ::1\r\n"), -90, badSdp},
         {"bandwidth", WithBody(SdpLines("b=AS:0\r\n")), -90, badSdp},
-        {"long control", WithBody(SdpLines("a=control:" + std::string(257, 'c'))), -90, badSdp},
     };
     for (const auto &row : kCases) {
         Session session(kUdp, CLIENT_INIT_STATE, {{"DESCRIBE ", row.reply}});

@@ -195,13 +195,8 @@ TEST(Exchange, UnusableRepliesAreRefused) {
         std::string text;
     } kReplies[] = {
         {"no reason phrase", SendBytes("RTSP/1.0 200\r\n\r\n"), -90, unparsed},
-        {"no version", SendBytes("RTSP/1.0\r\n\r\n"), -90, unparsed},
-        {"long version", SendBytes("RTSP/1.00 200 OK\r\n\r\n"), -90, unparsed},
-        {"status 0", SendBytes("RTSP/1.0 0 OK\r\n\r\n"), -90, unparsed},
         {"CSeq 0", SendBytes("RTSP/1.0 200 OK\r\nCSeq: 0\r\n\r\n"), -90, unparsed},
-        {"only line ends", SendBytes("\r\n\r\n"), -90, unparsed},
         {"a zero byte", SendBytes(std::string(1, '\0')), -90, unparsed},
-        {"binary", SendBytes("\xff\xfe$\x01\x02 \x03"), -90, unparsed},
         {"closed", Close(), -91, silence},
         {"reset", Reset(), -91, silence},
     };
@@ -212,20 +207,6 @@ TEST(Exchange, UnusableRepliesAreRefused) {
             ExpectCall(method, row.name, session.client, row.code, row.text);
             EXPECT_EQ(ObservedState(session.client), before) << method.name << " " << row.name;
         }
-    }
-}
-
-TEST(Exchange, HostileHeadersAreSurvived) {
-    std::string many = "RTSP/1.0 200 OK\r\n";
-    for (int i = 0; i < 200; ++i) many += "Header-" + std::to_string(i) + ": x\r\n";
-    for (const std::string &reply :
-         {many + "\r\n", "RTSP/1.0 200 OK\r\nSession: " + std::string(30000, 'x') + "\r\n\r\n",
-          std::string("RTSP/1.0 200 OK\r\nPublic:\r\n:\r\n::\r\nCSeq\r\n\r\n"),
-          std::string("RTSP/1.0 200 OK\r\nA: b\0c: d\r\n\r\n", 31)}) {
-        Session session(kUdp, CLIENT_INIT_STATE, {{"OPTIONS ", SendBytes(reply)}});
-        int32_t size = 40000;
-        EXPECT_EQ(RTSPClientSendOptionsRequest(session.client, 0, nullptr, &size), 0);
-        EXPECT_EQ(size, static_cast<int32_t>(reply.size())); // stored without a buffer too
     }
 }
 

@@ -268,11 +268,8 @@ TEST(Interleaved, ReceiverReportsGoIntoFramesOfTheSameConnection) {
     EXPECT_EQ(frames[0].substr(0, 2), "$\x03");
     EXPECT_EQ(Word16(frames[0], 2), frames[0].size() - 4);
     EXPECT_EQ(Word32(frames[0], 4), 0x81C90007U);
-    EXPECT_EQ(Word32(frames[0], 12), 0x11223344U);
     EXPECT_EQ(Word32(frames[0], 20), 40000U);
-    EXPECT_EQ(Word32(frames[0], 32), 0U);
-    EXPECT_EQ(Word32(frames[1], 28), 0x18000U);
-    EXPECT_EQ(Word32(frames[1], 32), 1U);
+    EXPECT_EQ(Word32(frames[1], 28), 0x18000U); // of the sender report
     EXPECT_EQ(frames[2].substr(0, 2), "$\x01");
 }
 

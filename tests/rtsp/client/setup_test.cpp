@@ -1,13 +1,11 @@
 #include "tests/support/captured_stdout.h"
 #include "tests/support/session.h"
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <net/if.h>
-#include <net/route.h>
 #include <sched.h>
-#include <sys/ioctl.h>
 #include <unistd.h>
+
+#include <cstdlib>
 
 using namespace rtsptap::test;
 
@@ -39,26 +37,8 @@ std::string ClientPorts(uint16_t port) {
 
 // A network of this process's own, with loopback alone: nothing leaves the machine. False without the right to it.
 bool EnterOwnNetwork() {
-    if (unshare(CLONE_NEWNET) != 0) return false;
-    const int fd = socket(AF_INET, SOCK_DGRAM, 0);
-    ifreq loopback = {};
-    loopback.ifr_name[0] = 'l';
-    loopback.ifr_name[1] = 'o';
-    loopback.ifr_flags = IFF_UP | IFF_RUNNING | IFF_LOOPBACK | IFF_MULTICAST;
-    rtentry route = {};
-    const auto address = [](const char *text) {
-        sockaddr_in in = {};
-        in.sin_family = AF_INET;
-        in.sin_addr.s_addr = inet_addr(text);
-        return *reinterpret_cast<sockaddr *>(&in);
-    };
-    route.rt_dst = address("224.0.0.0");
-    route.rt_genmask = address("240.0.0.0");
-    route.rt_flags = RTF_UP;
-    route.rt_dev = loopback.ifr_name;
-    const bool ready = ioctl(fd, SIOCSIFFLAGS, &loopback) == 0 && ioctl(fd, SIOCADDRT, &route) == 0;
-    close(fd);
-    return ready;
+    return unshare(CLONE_NEWNET) == 0 &&
+           std::system("ip link set lo up multicast on && ip route add 224.0.0.0/4 dev lo") == 0;
 }
 
 void PlayMulticast() {
@@ -267,5 +247,5 @@ TEST(SetupDeathTest, MulticastReplyJoinsTheGroup) {
             _exit(testing::Test::HasFailure() ? 1 : 0);
         },
         delivered, "");
-    if (code == kNoNetwork) GTEST_SKIP() << "needs the right to make a network namespace";
+    if (code == kNoNetwork) GTEST_SKIP() << "needs ip(8) and the right to make a network namespace";
 }
