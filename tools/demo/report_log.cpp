@@ -31,8 +31,7 @@ void LogSource(guint stream, GObject *session, const GstStructure *source) {
                  Cname(session, ssrc).c_str(), sequence, lost);
 }
 
-    void
-    LogSession(guint stream, GObject *session) {
+void LogSession(guint stream, GObject *session) {
     GstStructure *statistics = nullptr;
     GValueArray *sources = nullptr;
     g_object_get(session, "stats", &statistics, nullptr);
