@@ -9,6 +9,12 @@
 namespace rtsptap {
 namespace {
 
+// Before the request, because media may come ahead of the reply.
+int32_t LeaveOtherProtocol(Exchange &exchange) {
+    StopThreadsOfOtherProtocol(*exchange.client);
+    return RTSP_SUCCESS;
+}
+
 void PlayOverUdp(RTSPStreamInfo &stream) {
     if (stream.streamState != kStreamPaused) StartUdpThreads(stream); // the threads of a paused stream still run
     stream.streamState = kStreamPlaying;
@@ -40,8 +46,8 @@ int32_t StartPlaying(Exchange &exchange) {
 }
 
 constexpr Step kChecks[] = {CheckHandleAndSession, CheckConnected, CheckStreamNumber, CheckState, CheckHeaderList};
-constexpr Step kSteps[] = {GenerateRequest, SendRequest,    ReceiveReply,       ParseReply,
-                           CompareSession,  ClassifyStatus, OnOk<StartPlaying>, CopyReply};
+constexpr Step kSteps[] = {LeaveOtherProtocol, GenerateRequest, SendRequest,        ReceiveReply, ParseReply,
+                           CompareSession,     ClassifyStatus,  OnOk<StartPlaying>, CopyReply};
 
 constexpr MethodDescriptor kPlay{
     .functionName = "RTSPClientSendPlayRequest",

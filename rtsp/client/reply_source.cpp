@@ -5,6 +5,7 @@
 #include "rtp/stream_record.h"
 #include "rtp/stream_thread.h"
 #include "rtsp/client/client_record.h"
+#include "rtsp/client/stream_threads.h"
 #include "rtsp/message/response_read.h"
 
 #include <cerrno>
@@ -15,7 +16,7 @@ namespace {
 
 bool ThreadServesConnection(const RTSPClient &client) {
     const RTSPStreamInfo *const first = client.streamList;
-    return first != nullptr && IsServing(first->rtpThread) && first->rtpThread->dataProto == DATA_PROTO_TCP;
+    return first != nullptr && IsServing(first->rtpThread) && ServesConnection(first->rtpThread);
 }
 
 // While playing or paused over TCP replies come from the thread, and also in any other state while one
@@ -26,7 +27,7 @@ bool ThreadHandsOver(const RTSPClient &client) {
     return (client.dataProto == DATA_PROTO_TCP && underWay) || ThreadServesConnection(client);
 }
 
-timespec After(int milliseconds) {
+timespec DeadlineIn(int milliseconds) {
     timespec deadline;
     clock_gettime(CLOCK_MONOTONIC, &deadline);
     deadline.tv_sec += milliseconds / 1000;
@@ -34,7 +35,7 @@ timespec After(int milliseconds) {
 }
 
 RecvBufferPtr WaitForHandOver(RTSPClient &client) {
-    const timespec deadline = After(kReplyTimeoutMs);
+    const timespec deadline = DeadlineIn(kReplyTimeoutMs);
     const ScopedLock lock(client.replyLock);
     for (int waited = 0; waited != ETIMEDOUT;) {
         if (RecvBufferPtr reply(client.recvData.exchange(nullptr)); reply != nullptr) return reply;

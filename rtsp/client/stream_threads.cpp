@@ -12,11 +12,29 @@
 namespace rtsptap {
 namespace {
 
-bool ServesConnection(const StreamThread *thread) {
-    return thread != nullptr && thread->dataProto == DATA_PROTO_TCP;
+constexpr int kNoSocket = -1; // none to shut down: the thread's wake-up is enough
+
+void StopInterleavedThread(RTSPClient &client, int rtspSocket) {
+    for (RTSPStreamInfo *stream = client.streamList; stream != nullptr; stream = stream->next)
+        if (ServesConnection(stream->rtpThread)) StopStreamThread(stream->rtpThread, rtspSocket);
+}
+
+void StopUdpThreads(RTSPClient &client) {
+    for (RTSPStreamInfo *stream = client.streamList; stream != nullptr; stream = stream->next) {
+        if (!ServesConnection(stream->rtpThread)) StopStreamThread(stream->rtpThread, kNoSocket);
+        StopStreamThread(stream->rtcpThread, kNoSocket);
+    }
 }
 
 } // namespace
+
+bool ServesConnection(const StreamThread *thread) {
+    return thread != nullptr && thread->body == ServeInterleavedConnection;
+}
+
+void StopThreadsOfOtherProtocol(RTSPClient &client) {
+    client.dataProto == DATA_PROTO_TCP ? StopUdpThreads(client) : StopInterleavedThread(client, kNoSocket);
+}
 
 void StartUdpThreads(RTSPStreamInfo &stream) {
     StartStreamThread(stream.rtpThread, stream, ReceiveRtp);
@@ -31,8 +49,7 @@ void StartInterleavedThread(RTSPClient &client) {
 void CloseConnectionAndStreams(RTSPClient &client) {
     DebugPrint(kDebugEntry, "\tClosing RTSP Connection Socket \n");
     const int32_t rtspSocket = client.rtspSocket;
-    for (RTSPStreamInfo *stream = client.streamList; stream != nullptr; stream = stream->next)
-        if (ServesConnection(stream->rtpThread)) StopStreamThread(stream->rtpThread, rtspSocket);
+    StopInterleavedThread(client, rtspSocket);
     client.rtspSocket = -1;
     CloseSock(rtspSocket);
     ForgetConnection(client);

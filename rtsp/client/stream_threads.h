@@ -6,6 +6,14 @@ namespace rtsptap {
 
 struct RTSPClient;
 struct RTSPStreamInfo;
+struct StreamThread;
+
+// True for the thread that reads the RTSP connection.
+bool ServesConnection(const StreamThread *thread);
+
+// Ends the threads that are left from before a reconnect with the other protocol: a stream's ring has one
+// writer. Their sockets stay open.
+void StopThreadsOfOtherProtocol(RTSPClient &client);
 
 // Starts the stream's RTP and RTCP threads over UDP, or hands over to new ones where they run.
 void StartUdpThreads(RTSPStreamInfo &stream);

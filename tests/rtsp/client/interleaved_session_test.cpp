@@ -218,6 +218,21 @@ TEST(Interleaved, ConnectingAgainLeavesNothingOfTheOldConnection) {
     EXPECT_LT(SecondsOf([&] { EXPECT_EQ(session.Pause(), 0); }), 2);
 }
 
+TEST(Interleaved, ThreadsOfAnEarlierUdpSessionEndBeforePlay) {
+    Session session(DATA_PROTO_UDP, CLIENT_PLAYING_STATE,
+                    {{"OPTIONS ", Ok()},
+                     {"DESCRIBE ", WithBody(kDescription)},
+                     {"SETUP ", SetupReply(3, DATA_PROTO_TCP, 0)},
+                     {"PLAY ", Ok()}});
+    const std::size_t overUdp = CountThreads();
+    EXPECT_EQ(session.Options(), 0);
+    EXPECT_EQ(RTSPClientConnect(session.client, "127.0.0.1", session.server.Port(), "live", DATA_PROTO_TCP, 0), 0);
+    EXPECT_EQ(session.Describe(), 0);
+    EXPECT_EQ(session.Setup(3), 0); // the streams of the new description come behind the old
+    EXPECT_EQ(session.Play(), 0);
+    EXPECT_TRUE(Eventually([&] { return CountThreads() == overUdp - 4 + 1; }));
+}
+
 TEST(Interleaved, RepliesNobodyAskedForAreDropped) {
     Session session(DATA_PROTO_TCP, CLIENT_PLAYING_STATE, {{"PAUSE ", Ok("Session: {session}")}});
     for (uint16_t i = 1; i <= 3; ++i) {
