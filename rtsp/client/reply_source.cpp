@@ -27,7 +27,7 @@ bool ThreadHandsOver(const RTSPClient &client) {
     return (client.dataProto == DATA_PROTO_TCP && underWay) || ThreadServesConnection(client);
 }
 
-timespec After(int milliseconds) {
+timespec DeadlineIn(int milliseconds) {
     timespec deadline;
     clock_gettime(CLOCK_MONOTONIC, &deadline);
     deadline.tv_sec += milliseconds / 1000;
@@ -35,7 +35,7 @@ timespec After(int milliseconds) {
 }
 
 RecvBufferPtr WaitForHandOver(RTSPClient &client) {
-    const timespec deadline = After(kReplyTimeoutMs);
+    const timespec deadline = DeadlineIn(kReplyTimeoutMs);
     const ScopedLock lock(client.replyLock);
     for (int waited = 0; waited != ETIMEDOUT;) {
         if (RecvBufferPtr reply(client.recvData.exchange(nullptr)); reply != nullptr) return reply;
