@@ -174,21 +174,6 @@ TEST(Interleaved, ConnectingAgainLeavesNothingOfTheOldConnection) {
     EXPECT_TRUE(SucceedsSoon([&] { return session.Pause(); }));
 }
 
-TEST(Interleaved, ThreadsOfAnEarlierUdpSessionEndBeforePlay) {
-    Session session(DATA_PROTO_UDP, CLIENT_PLAYING_STATE,
-                    {{"OPTIONS ", Ok()},
-                     {"DESCRIBE ", WithBody(kDescription)},
-                     {"SETUP ", SetupReply(3, DATA_PROTO_TCP, 0)},
-                     {"PLAY ", Ok()}});
-    const std::size_t overUdp = CountThreads();
-    EXPECT_EQ(session.Options(), 0);
-    EXPECT_EQ(RTSPClientConnect(session.client, "127.0.0.1", session.server.Port(), "live", DATA_PROTO_TCP, 0), 0);
-    EXPECT_EQ(session.Describe(), 0);
-    EXPECT_EQ(session.Setup(3), 0); // the streams of the new description come behind the old
-    EXPECT_EQ(session.Play(), 0);
-    EXPECT_TRUE(Eventually([&] { return CountThreads() == overUdp - 4 + 1; }));
-}
-
 TEST(Interleaved, RepliesNobodyAskedForAreDropped) {
     Session session(kTcp, CLIENT_PLAYING_STATE, {{"PAUSE ", Ok("Session: {session}")}});
     for (int i = 0; i < 3; ++i) {
