@@ -60,8 +60,8 @@
  *
  * Waiting
  *     Connecting and sending block as long as the system lets them. Methods wait up to 25 seconds for a reply,
- *     taking a packet up to about 5 seconds. TEARDOWN and RTSPClientDestroy wait for the library's threads, which
- * are prompt.
+ *     taking a packet up to about 5 seconds. TEARDOWN and RTSPClientDestroy wait for the library's threads,
+ *     which are prompt.
  *
  * Standard output
  *     The library tells what it does on the process's standard output: failures as "!!!ERROR!!! : ...",

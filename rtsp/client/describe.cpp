@@ -78,16 +78,18 @@ int32_t StoreDescription(Exchange &exchange) {
 }
 
 // After a TEARDOWN the streams of the last session are kept for those who hold their packets or descriptions.
-// A new description starts with stream 1 again, so they leave the list.
+// A new description starts with stream 1 again, so they leave the list. The lines of a description that has
+// no streams, or no longer, answer no more queries.
 void RetireEndedSession(RTSPClient &client) {
+    if (client.streamCount != 0) return;
+    ReleaseSdpFields(client.sdpFieldList);
     RTSPStreamInfo *const first = client.streamList;
-    if (client.streamCount != 0 || first == nullptr) return;
+    if (first == nullptr) return;
     RTSPStreamInfo *last = first;
     while (last->next != nullptr) last = last->next;
     last->next = client.retiredStreams;
     client.retiredStreams = first;
     client.streamList = nullptr;
-    ReleaseSdpFields(client.sdpFieldList);
 }
 
 int32_t ParseDescription(Exchange &exchange) {

@@ -9,8 +9,8 @@
 #include "rtsp/message/response.h"
 #include "rtsp/message/response_parse.h"
 
-#include <cstdlib>
 #include <cstring>
+#include <utility>
 
 namespace rtsptap {
 namespace {
@@ -57,10 +57,7 @@ int32_t RunExchange(Exchange &exchange) {
 }
 
 void ReleaseResponse(RTSPClient &client) {
-    if (client.responseMsg == nullptr) return;
-    free(client.responseMsg->reasonPhrase);
-    freeResponseMsg(client.responseMsg);
-    client.responseMsg = nullptr;
+    const ResponseMsgPtr released(std::exchange(client.responseMsg, nullptr));
 }
 
 int32_t GenerateRequest(Exchange &exchange) {

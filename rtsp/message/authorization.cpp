@@ -1,6 +1,7 @@
 #include "rtsp/message/authorization.h"
 
 #include "platform/call_trace.h"
+#include "platform/text.h"
 #include "rtsp/client/client_record.h"
 #include "rtsp/message/method_names.h"
 
@@ -34,11 +35,14 @@ char *GenerateRTSPAuthenticationRequest(RTSPClient *client, const char *uri, uin
 }
 
 int32_t ClientGenAuthResHeader(RTSPClient *client, char *response, const char *uri, uint32_t method) {
-    const char *const methodName = MethodName(method);
+    // The host's function may look at these two as the fixed fields that they are.
+    char methodName[15] = {};
+    const char nonceCount[9] = {};
+    CopyText(methodName, MethodName(method));
     // A method without a name enters the digest as an empty text.
     if (methodName[0] == '\0') RtpRtspErrorPrint("Invalid Method\n");
-    GenerateDigestResponse(client->nonce, nullptr, client->username, client->realm, client->password, "md5", "",
-                           methodName, nullptr, uri, response);
+    GenerateDigestResponse(client->nonce, nullptr, client->username, client->realm, client->password, "md5",
+                           nonceCount, methodName, nullptr, uri, response);
     return RTSP_SUCCESS;
 }
 

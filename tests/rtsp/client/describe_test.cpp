@@ -101,3 +101,17 @@ TEST(Describe, DescriptionAfterReconnectingStartsAnew) {
     EXPECT_EQ(session.Setup(1), 0);
     EXPECT_EQ(session.Play(1), 0);
 }
+
+TEST(Describe, LinesOfADescriptionWithoutStreamsAreForgottenWithTheNext) {
+    Session session(DATA_PROTO_UDP, CLIENT_INIT_STATE,
+                    {{"DESCRIBE ", WithBody("v=0\r\ns=first\r\n")},
+                     {"OPTIONS ", Ok()},
+                     {"DESCRIBE ", WithBody("v=0\r\ns=second\r\n")}});
+    char name[16] = {};
+    uint32_t size = sizeof name;
+    EXPECT_EQ(session.Describe(), 0);
+    EXPECT_EQ(session.Options(), 0); // leads back to where DESCRIBE is allowed
+    EXPECT_EQ(session.Describe(), 0);
+    EXPECT_EQ(RTSPClientGetSDPFieldInfo(session.client, 0, "s", name, &size), 0);
+    EXPECT_STREQ(name, "second");
+}

@@ -174,6 +174,21 @@ TEST(Interleaved, ConnectingAgainLeavesNothingOfTheOldConnection) {
     EXPECT_TRUE(SucceedsSoon([&] { return session.Pause(); }));
 }
 
+TEST(Interleaved, ThreadsOfAnEarlierUdpSessionEndBeforePlay) {
+    Session session(DATA_PROTO_UDP, CLIENT_PLAYING_STATE,
+                    {{"OPTIONS ", Ok()},
+                     {"DESCRIBE ", WithBody(kDescription)},
+                     {"SETUP ", SetupReply(3, DATA_PROTO_TCP, 0)},
+                     {"PLAY ", Ok()}});
+    const std::size_t overUdp = CountThreads();
+    EXPECT_EQ(session.Options(), 0);
+    EXPECT_EQ(RTSPClientConnect(session.client, "127.0.0.1", session.server.Port(), "live", DATA_PROTO_TCP, 0), 0);
+    EXPECT_EQ(session.Describe(), 0);
+    EXPECT_EQ(session.Setup(3), 0); // the streams of the new description come behind the old
+    EXPECT_EQ(session.Play(), 0);
+    EXPECT_TRUE(Eventually([&] { return CountThreads() == overUdp - 4 + 1; }));
+}
+
 TEST(Interleaved, RepliesNobodyAskedForAreDropped) {
     Session session(kTcp, CLIENT_PLAYING_STATE, {{"PAUSE ", Ok("Session: {session}")}});
     for (int i = 0; i < 3; ++i) {
@@ -239,6 +254,29 @@ TEST(Interleaved, FullBufferRefusesFramesUntilSpaceIsGivenBack) {
     EXPECT_EQ(RTPClientFreeRTPStreamData(session.client, held, kVideo), 0);
     session.server.Send(Frame(0, std::string(1200, 'A')) + Frames(4, 4)); // the first can never fit
     EXPECT_EQ(session.Video(1), Numbers(4, 4));
+}
+
+TEST(Interleaved, StreamsThatReceiveDatagramsKeepTheirBuffersAndThreads) {
+    Session session(kUdp, CLIENT_PLAYING_STATE,
+                    {{"OPTIONS ", Ok()},
+                     {"DESCRIBE ", WithBody(kDescription)},
+                     {"SETUP ", SetupReply(3, kTcp)},
+                     {"PLAY ", Ok()},
+                     {"TEARDOWN ", Ok()}});
+    const std::size_t threads = CountThreads();
+    EXPECT_EQ(session.Options(), 0);
+    EXPECT_EQ(RTSPClientConnect(session.client, "127.0.0.1", session.server.Port(), "live", kTcp, 0), 0);
+    EXPECT_EQ(session.Describe(), 0);
+    EXPECT_EQ(session.Setup(3), 0);
+    EXPECT_EQ(RTPClientSetAudioVideoBufferSize(session.client, 1 << 16, 1 << 16), 0);
+    EXPECT_EQ(session.Play(), 0);
+    session.server.Send(Frames(1, 1) + Frame(1, Bytes(SenderReport{})) + Frame(3, Bytes(SenderReport{})));
+    session.SendNumbers(2, Numbers(1, 5));
+    EXPECT_EQ(session.Audio(5), Numbers(1, 5));
+    EXPECT_EQ(session.Video(1), Numbers(1, 1)); // the first stream changed over
+    EXPECT_EQ(session.server.WaitForFrames(1).size(), 1U);
+    EXPECT_EQ(CountThreads(), threads - 1);
+    EXPECT_EQ(session.Teardown(), 0);
 }
 
 TEST(Interleaved, ServerMayCloseAnywhere) {

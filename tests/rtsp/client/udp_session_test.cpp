@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <thread>
+
 using namespace rtsptap::test;
 
 TEST(UdpSession, DeliversEachStreamInOrder) {
@@ -56,6 +58,22 @@ TEST(UdpSession, PausedStreamLosesNothingThatArrived) {
     EXPECT_LE(RTPClientGetNbOfPktInBuffer(session.client, kVideo), 4); // a receive under way may end with one more
     EXPECT_EQ(session.Play(), 0);
     EXPECT_EQ(session.Video(9), Numbers(1, 9));
+}
+
+TEST(UdpSession, PacketsOfTheLastSessionAreFreedWhileTheNextOneStarts) {
+    Session session(kUdp, CLIENT_PLAYING_STATE, Script{{"TEARDOWN ", Ok()}} + StepsTo(CLIENT_PLAYING_STATE, kUdp));
+    session.SendNumbers(1, Numbers(1, 20));
+    std::vector<RTPStreamData *> held;
+    for (int i = 0; i < 20; ++i) held.push_back(TakePacket(session.client, kVideo));
+    EXPECT_EQ(session.Teardown(), 0);
+    session.Reach(CLIENT_READY_STATE);
+    std::thread reader([&] {
+        for (RTPStreamData *packet : held) EXPECT_EQ(RTPClientFreeRTPStreamData(session.client, packet, kVideo), 0);
+    });
+    EXPECT_EQ(session.Play(), 0);
+    reader.join();
+    session.SendNumbers(1, Numbers(30, 32));
+    EXPECT_EQ(session.Video(3), Numbers(30, 32));
 }
 
 TEST(UdpSession, RepeatedPlayCostsNothing) {
