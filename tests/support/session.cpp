@@ -178,7 +178,12 @@ DescriptorLimit::DescriptorLimit(rlim_t spare) {
     setrlimit(RLIMIT_NOFILE, &tight);
 }
 
-std::size_t CountThreads() { return CountEntries("/proc/self/task"); }
+std::size_t CountThreads() {
+    // A sanitizer's own thread comes with the first one of the process.
+    static const bool begun = (std::thread([] {}).join(), true);
+    return begun ? CountEntries("/proc/self/task") : 0;
+}
+
 std::size_t CountDescriptors() { return CountEntries("/proc/self/fd"); }
 
 std::size_t CountOf(const std::string &text, const std::string &part) {

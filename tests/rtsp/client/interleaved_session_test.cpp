@@ -105,9 +105,9 @@ TEST(Interleaved, RepliesAreFoundAmongFrames) {
     const Reply second = SendBytes(Frames(10, 10)) + Delay(10) + Ok() + SendBytes(Frames(11, 11));
     Session session(kTcp, CLIENT_PLAYING_STATE, {{"PLAY ", first}, {"PLAY ", second}, {"TEARDOWN ", first}});
     EXPECT_EQ(session.Play(), 0);
+    EXPECT_EQ(session.server.WaitForFrames(1).size(), 1U); // the sender report was answered
     EXPECT_EQ(session.Play(), 0);
     EXPECT_EQ(session.Video(11), Numbers(1, 11));
-    EXPECT_EQ(session.server.WaitForFrames(1).size(), 1U); // the sender report was answered
     EXPECT_EQ(session.Teardown(), 0);
     EXPECT_TRUE(session.server.WaitForClose());
 }
