@@ -10,7 +10,9 @@ constexpr auto kLook = std::chrono::milliseconds(100);              // how often
 
 } // namespace
 
-Reception::Reception(const Session &session, const std::vector<Stream> &streams) : session_(session) {
+Reception::Reception(const Session &session, const std::vector<Stream> &streams,
+                     std::vector<PacketObserver> observers)
+    : session_(session), observers_(std::move(observers)) {
     for (const Stream &stream : streams) {
         if (!stream.isReadable) continue;
         Reader &reader = readers_.emplace_back();
@@ -47,8 +49,10 @@ void Reception::Read(Reader &reader) const {
             std::this_thread::sleep_for(kPauseWithoutPacket);
             continue;
         }
+        const Clock::time_point arrival = Clock::now();
+        for (const PacketObserver &observe : observers_) observe(reader.stream, *packet, arrival);
         const std::lock_guard guard(reader.lock);
-        reader.statistics.Count(*packet, Clock::now());
+        reader.statistics.Count(*packet, arrival);
     }
 }
 
