@@ -10,11 +10,9 @@ Outcome OutcomeOfError(GError *error) {
 }
 
 GstPadProbeReturn PassKeyFrame(GstPad *, GstPadProbeInfo *info, gpointer seen) {
-    auto *keyFrame = static_cast<std::atomic<bool> *>(seen);
-    if (*keyFrame) return GST_PAD_PROBE_REMOVE;
-    if (GST_BUFFER_FLAG_IS_SET(GST_PAD_PROBE_INFO_BUFFER(info), GST_BUFFER_FLAG_DELTA_UNIT))
-        return GST_PAD_PROBE_DROP;
-    *keyFrame = true;
+    GstBuffer *buffer = GST_PAD_PROBE_INFO_BUFFER(info);
+    if (GST_BUFFER_FLAG_IS_SET(buffer, GST_BUFFER_FLAG_DELTA_UNIT)) return GST_PAD_PROBE_DROP;
+    *static_cast<std::atomic<GstClockTime> *>(seen) = GST_BUFFER_PTS_IS_VALID(buffer) ? GST_BUFFER_PTS(buffer) : 0;
     return GST_PAD_PROBE_REMOVE;
 }
 

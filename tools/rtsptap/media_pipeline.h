@@ -27,7 +27,7 @@ public:
 
     // Drops what leaves the element called "gate" until the first picture that needs no other.
     void HoldUntilKeyFrame();
-    bool HasKeyFrame() const { return keyFrame_; }
+    GstClockTime KeyFrameTime() const { return keyFrame_; } // of that picture; GST_CLOCK_TIME_NONE before
 
     Outcome Trouble();                                   // Ok while all is well
     Outcome WaitForEnd(std::chrono::milliseconds limit); // after the sources have ended
@@ -38,7 +38,7 @@ private:
 
     GstOwned<GstElement> pipeline_;
     GstOwned<GstBus> bus_;
-    std::atomic<bool> keyFrame_{false}; // set by a thread of the pipeline
+    std::atomic<GstClockTime> keyFrame_{GST_CLOCK_TIME_NONE}; // set by a thread of the pipeline
 };
 
 } // namespace tool

@@ -11,20 +11,19 @@ namespace {
 struct Route {
     int32_t codecType;
     unsigned formats;
-    const char *chain; // ENCODE: samples to AAC; SAMPLES: to what every player knows
+    const char *chain; // words in capitals: see Expanded
 };
 
 // Codecs go into a file as they are where it holds them; only audio is ever encoded anew.
 constexpr Route kRoutes[] = {
-    {RTP_CODEC_H264, kMp4 | kMkv, "rtph264depay ! h264parse name=gate TIMESTAMPS"},
-    {RTP_CODEC_H264, kTs, "rtph264depay ! h264parse name=gate config-interval=-1 TIMESTAMPS"},
-    {RTP_CODEC_H264, kH264,
+    {RTP_CODEC_H264, kMp4, "rtph264depay ! h264parse name=gate TIMESTAMPS"},
+    {RTP_CODEC_H264, kMkv, "rtph264depay ! h264parse name=gate"},
+    {RTP_CODEC_H264, kTs | kH264,
      "rtph264depay ! h264parse name=gate config-interval=-1 ! video/x-h264,stream-format=byte-stream,alignment=au"},
     {RTP_CODEC_MP4V_ES, kContainers, "rtpmp4vdepay ! mpeg4videoparse name=gate config-interval=-1"},
     {RTP_CODEC_JPEG, kMp4 | kMkv | kMjpeg, "rtpjpegdepay ! jpegparse name=gate"},
     {RTP_CODEC_MP2T, kTs, "rtpmp2tdepay ! tsparse"},
-    {RTP_CODEC_MPEG4_GENERIC, kContainers, "rtpmp4gdepay ! aacparse"},
-    {RTP_CODEC_MPEG4_GENERIC, kAac, "rtpmp4gdepay ! aacparse ! audio/mpeg,stream-format=adts"},
+    {RTP_CODEC_MPEG4_GENERIC, kContainers | kAac, "rtpmp4gdepay ! aacparse"},
     {RTP_CODEC_MPEG4_GENERIC, kWav, "rtpmp4gdepay ! aacparse ! avdec_aac SAMPLES"},
     {RTP_CODEC_PCMU, kMkv | kWav, "rtppcmudepay"},
     {RTP_CODEC_PCMU, kMp4 | kTs | kAac, "rtppcmudepay ! mulawdec ENCODE"},
@@ -61,12 +60,20 @@ constexpr Muxer kMuxers[] = {
     {kTs, "mpegtsmux", "", ""},
 };
 
+// What stands before the file of a format that is no container.
+const char *BareFile(FileFormat format) {
+    if (format == kWav) return " ! wavenc ! ";
+    return format == kAac ? " ! audio/mpeg,stream-format=adts ! " : " ! ";
+}
+
 const char *FirstPresent(std::initializer_list<const char *> names) {
     for (const char *name : names)
         if (MediaPipeline::HasElement(name)) return name;
     return *names.begin();
 }
 
+// TIMESTAMPS: when to decode, which only this container needs told and RTP does not tell. SAMPLES: what every
+// player knows. ENCODE: samples to AAC.
 std::string Expanded(std::string chain) {
     const std::pair<std::string, std::string> words[] = {
         {"TIMESTAMPS", MediaPipeline::HasElement("h264timestamper") ? "! h264timestamper" : ""},
@@ -120,7 +127,7 @@ std::string DescribeRecording(const OutputFile &file, const std::vector<StreamFo
         description += " appsrc name=feed" + std::to_string(format.stream.number) + " ! " +
                        ChainFor(format.stream.codecType, file.format).value_or("");
         if (!muxes)
-            description += (file.format == kWav ? " ! wavenc ! " : " ! ") + Destination(file);
+            description += BareFile(file.format) + Destination(file);
         else if (file.split.count() == 0)
             description += " ! mux.";
         else

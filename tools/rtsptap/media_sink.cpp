@@ -12,11 +12,10 @@
 namespace tool {
 namespace {
 
-constexpr auto kPatience = std::chrono::seconds(3);      // with streams that have not begun
-constexpr auto kGatePatience = std::chrono::seconds(10); // with the first key frame, before audio goes alone
-constexpr auto kFinish = std::chrono::seconds(5);        // to complete a file
-constexpr GstClockTime kStalled = 3 * GST_SECOND;        // a stream so far behind holds up the others
-constexpr GstClockTime kBehind = GST_SECOND;             // how far behind it is then taken to be
+constexpr auto kPatience = std::chrono::seconds(3); // with streams that have not begun
+constexpr auto kFinish = std::chrono::seconds(5);   // to complete a file
+constexpr GstClockTime kStalled = 3 * GST_SECOND;   // a stream so far behind holds up the others
+constexpr GstClockTime kBehind = GST_SECOND;        // how far behind it is then taken to be
 
 class MediaSink : public PacketSink {
 public:
@@ -29,10 +28,10 @@ public:
     Outcome Finish() override;
 
 private:
-    bool IsHeldBack(const RtpFeed &feed, Clock::time_point arrival) const;
     bool CanStart(Clock::time_point now) const;
     void Start();
     Outcome BuildPipeline(const std::vector<StreamFormat> &streams);
+    void OpenAll();
     void CatchUp(GstClockTime time);
     void Fail(const Outcome &outcome);
     Outcome Complete();
@@ -55,17 +54,13 @@ void MediaSink::Take(const Stream &stream, const RTPStreamData &packet, Clock::t
     });
     if (closed_ || !failure_.IsOk() || feed == feeds_.end()) return;
     if (firstArrival_ == Clock::time_point{}) firstArrival_ = arrival;
-    if (IsHeldBack(*feed, arrival)) return;
     feed->Take(packet, arrival);
     if (!pipeline_.IsBuilt() && CanStart(arrival)) Start();
-    if (pipeline_.IsBuilt()) CatchUp(feed->Reached());
+    if (pipeline_.IsBuilt() && (!hasVideo_ || pipeline_.KeyFrameTime() != GST_CLOCK_TIME_NONE)) {
+        OpenAll();
+        CatchUp(feed->Reached());
+    }
     if (feed->IsChoked()) Fail({ExitCode::kOutputFailed, "it takes less than the streams deliver"});
-}
-
-// Sound before the first picture would make a file that begins black.
-bool MediaSink::IsHeldBack(const RtpFeed &feed, Clock::time_point arrival) const {
-    return hasVideo_ && !feed.Format().isVideo && !pipeline_.HasKeyFrame() &&
-           arrival - firstArrival_ < kGatePatience;
 }
 
 bool MediaSink::CanStart(Clock::time_point now) const {
@@ -89,11 +84,20 @@ void MediaSink::Start() {
     for (const StreamFormat &format : streams) hasVideo_ |= format.isVideo && pipeline_.Element("gate") != nullptr;
     pipeline_.HoldUntilKeyFrame();
     for (RtpFeed &feed : feeds_) {
-        if (hasVideo_ && !feed.Format().isVideo) feed.Forget();
-        const std::string name = "feed" + std::to_string(feed.Format().stream.number);
-        feed.Attach(pipeline_.Element(name.c_str()));
+        feed.Attach(pipeline_.Element(("feed" + std::to_string(feed.Format().stream.number)).c_str()));
+        if (feed.Format().isVideo) feed.Open();
     }
     if (Outcome failed = pipeline_.Start(); !failed.IsOk()) Fail(failed);
+}
+
+// Sound waits for the first picture, and what came before that is left out: a file does not begin black.
+void MediaSink::OpenAll() {
+    const GstClockTime picture = pipeline_.KeyFrameTime();
+    for (RtpFeed &feed : feeds_) {
+        if (feed.IsOpen()) continue;
+        if (picture != GST_CLOCK_TIME_NONE) feed.ForgetBefore(picture);
+        feed.Open();
+    }
 }
 
 Outcome MediaSink::BuildPipeline(const std::vector<StreamFormat> &streams) {
@@ -105,7 +109,6 @@ Outcome MediaSink::BuildPipeline(const std::vector<StreamFormat> &streams) {
 
 // A muxer writes what all its streams have reached: one that has fallen silent is said to be silent.
 void MediaSink::CatchUp(GstClockTime time) {
-    if (hasVideo_ && !pipeline_.HasKeyFrame()) return;
     for (RtpFeed &feed : feeds_)
         if (feed.Reached() + kStalled < time) feed.SkipTo(time - kBehind);
 }
@@ -136,9 +139,10 @@ Outcome MediaSink::Complete() {
     if (!any) return {};
     if (!pipeline_.IsBuilt()) Start();
     if (!failure_.IsOk()) return failure_;
+    OpenAll();
     for (RtpFeed &feed : feeds_) feed.End();
     Outcome outcome = pipeline_.WaitForEnd(kFinish);
-    if (outcome.IsOk() && hasVideo_ && !pipeline_.HasKeyFrame())
+    if (outcome.IsOk() && hasVideo_ && pipeline_.KeyFrameTime() == GST_CLOCK_TIME_NONE)
         return {ExitCode::kNoMedia, "no key frame came, so there is no picture in it"};
     return outcome;
 }

@@ -57,6 +57,7 @@ private:
         pipeline_.HoldUntilKeyFrame();
         out_ = pipeline_.Element("out");
         feed_.Attach(pipeline_.Element("feed"));
+        feed_.Open();
         return pipeline_.Start();
     }
 

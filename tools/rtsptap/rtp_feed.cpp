@@ -51,37 +51,44 @@ void RtpFeed::Take(const RTPStreamData &packet, Clock::time_point arrival) {
 
 void RtpFeed::Deliver() {
     for (GstMini<GstBuffer> &buffer : frame_) {
-        if (appsrc_ != nullptr)
+        if (open_)
             gst_app_src_push_buffer(GST_APP_SRC(appsrc_.get()), buffer.release());
-        else if (ready_.size() < kMostKept)
+        else
             ready_.push_back(std::move(buffer));
     }
     frame_.clear();
+    while (ready_.size() > kMostKept) ready_.pop_front();
 }
 
-void RtpFeed::Forget() { ready_.clear(); }
+void RtpFeed::ForgetBefore(GstClockTime time) {
+    while (!ready_.empty() && GST_BUFFER_PTS(ready_.front().get()) < time) ready_.pop_front();
+}
 
 void RtpFeed::Attach(GstOwned<GstElement> appsrc) {
     const GstMini<GstCaps> caps = MakeCaps(format_, payloadType_);
     g_object_set(appsrc.get(), "caps", caps.get(), "format", GST_FORMAT_TIME, "max-bytes", guint64{0}, nullptr);
     appsrc_ = std::move(appsrc);
+}
+
+void RtpFeed::Open() {
+    open_ = true;
     for (GstMini<GstBuffer> &buffer : ready_) gst_app_src_push_buffer(GST_APP_SRC(appsrc_.get()), buffer.release());
     ready_.clear();
 }
 
 void RtpFeed::SkipTo(GstClockTime time) {
-    if (appsrc_ == nullptr || time <= reached_) return;
+    if (!open_ || time <= reached_) return;
     gst_element_send_event(appsrc_.get(), gst_event_new_gap(reached_, time - reached_));
     reached_ = time;
 }
 
 bool RtpFeed::IsChoked() const {
-    return appsrc_ != nullptr && gst_app_src_get_current_level_bytes(GST_APP_SRC(appsrc_.get())) > kChokedBytes;
+    return open_ && gst_app_src_get_current_level_bytes(GST_APP_SRC(appsrc_.get())) > kChokedBytes;
 }
 
 void RtpFeed::End() {
     frame_.clear();
-    if (appsrc_ != nullptr) gst_app_src_end_of_stream(GST_APP_SRC(appsrc_.get()));
+    if (open_) gst_app_src_end_of_stream(GST_APP_SRC(appsrc_.get()));
 }
 
 } // namespace tool
