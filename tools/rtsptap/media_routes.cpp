@@ -21,7 +21,7 @@ constexpr Route kRoutes[] = {
     {RTP_CODEC_H264, kTs | kH264,
      "rtph264depay ! h264parse name=gate config-interval=-1 ! video/x-h264,stream-format=byte-stream,alignment=au"},
     {RTP_CODEC_MP4V_ES, kContainers, "rtpmp4vdepay ! mpeg4videoparse name=gate config-interval=-1"},
-    {RTP_CODEC_JPEG, kMp4 | kMkv | kMjpeg, "rtpjpegdepay ! jpegparse name=gate"},
+    {RTP_CODEC_JPEG, kMkv | kMjpeg, "rtpjpegdepay ! jpegparse name=gate"},
     {RTP_CODEC_MP2T, kTs, "rtpmp2tdepay ! tsparse"},
     {RTP_CODEC_MPEG4_GENERIC, kContainers | kAac, "rtpmp4gdepay ! aacparse"},
     {RTP_CODEC_MPEG4_GENERIC, kWav, "rtpmp4gdepay ! aacparse ! avdec_aac SAMPLES"},
