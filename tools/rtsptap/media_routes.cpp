@@ -3,10 +3,13 @@
 #include "media_pipeline.h"
 
 #include <iterator>
+#include <string_view>
 #include <unistd.h>
 
 namespace tool {
 namespace {
+
+constexpr std::string_view kGate = "name=gate"; // where pictures wait for the first key frame
 
 struct Route {
     int32_t codecType;
@@ -123,15 +126,22 @@ std::string DescribeRecording(const OutputFile &file, const std::vector<StreamFo
     const bool isTransportStream = streams.front().stream.codecType == RTP_CODEC_MP2T;
     const bool muxes = (file.format & kContainers) != 0 && !isTransportStream;
     std::string description = muxes ? DescribeMuxer(file) : "";
+    bool hasVideo = false;
     for (const StreamFormat &format : streams) {
-        description += " appsrc name=feed" + std::to_string(format.stream.number) + " ! " +
-                       ChainFor(format.stream.codecType, file.format).value_or("");
+        std::string chain = ChainFor(format.stream.codecType, file.format).value_or("");
+        const std::size_t gate = chain.find(kGate);
+        if (hasVideo && gate != std::string::npos)
+            chain.erase(gate, kGate.size()); // only the first one is waited for
+        description += " appsrc name=feed" + std::to_string(format.stream.number) + " ! " + chain;
         if (!muxes)
             description += BareFile(file.format) + Destination(file);
         else if (file.split.count() == 0)
             description += " ! mux.";
+        else if (format.isVideo)
+            description += hasVideo ? " ! out.video_aux_%u" : " ! out.video";
         else
-            description += format.isVideo ? " ! out.video" : " ! out.audio_%u";
+            description += " ! out.audio_%u";
+        hasVideo |= format.isVideo;
     }
     return description;
 }

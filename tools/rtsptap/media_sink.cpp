@@ -142,7 +142,7 @@ Outcome MediaSink::Complete() {
     OpenAll();
     for (RtpFeed &feed : feeds_) feed.End();
     Outcome outcome = pipeline_.WaitForEnd(kFinish);
-    if (outcome.IsOk() && hasVideo_ && pipeline_.KeyFrameTime() == GST_CLOCK_TIME_NONE)
+    if (hasVideo_ && pipeline_.KeyFrameTime() == GST_CLOCK_TIME_NONE)
         return {ExitCode::kNoMedia, "no key frame came, so there is no picture in it"};
     return outcome;
 }

@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <iterator>
 #include <strings.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace tool {
@@ -52,16 +53,24 @@ Outcome CheckBuiltIn(FileFormat format) {
     return {};
 }
 
-// Leaves a file that exists as it is, and none where there was none.
+bool IsPipeOrDevice(const std::string &path) {
+    struct stat status;
+    return stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
+}
+
+// Leaves a file that exists as it is, and none where there was none. A pipe is not opened: its reader would see it
+// end.
 Outcome TryToWrite(const std::string &path) {
-    int descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (descriptor >= 0)
-        unlink(path.c_str());
-    else if (errno == EEXIST)
-        descriptor = open(path.c_str(), O_WRONLY | O_CLOEXEC);
-    if (descriptor < 0) return {ExitCode::kOutputFailed, path + ": " + std::strerror(errno)};
-    close(descriptor);
-    return {};
+    bool writable = false;
+    if (IsPipeOrDevice(path)) {
+        writable = access(path.c_str(), W_OK) == 0;
+    } else if (const int made = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666); made >= 0) {
+        writable = unlink(path.c_str()) == 0 && close(made) == 0;
+    } else if (errno == EEXIST) {
+        const int found = open(path.c_str(), O_WRONLY | O_CLOEXEC);
+        writable = found >= 0 && close(found) == 0;
+    }
+    return writable ? Outcome{} : Outcome{ExitCode::kOutputFailed, path + ": " + std::strerror(errno)};
 }
 
 // "walk.mp4" becomes "walk-%03d.mp4"; a "%" of the name itself is doubled.
