@@ -27,6 +27,7 @@ bench: release
 
 install: release
 	cmake --install build/release --prefix $(PREFIX)
+	if [ "$$(id -u)" -eq 0 ]; then ldconfig; fi
 
 clean:
 	rm -rf build

@@ -13,5 +13,7 @@ configure_package_config_file(cmake/rtsptap-config.cmake.in rtsptap-config.cmake
 write_basic_package_version_file(rtsptap-config-version.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/rtsptap-config.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/rtsptap-config-version.cmake DESTINATION ${package_dir})
+# Found from where it lies, since --prefix moves an installation.
+file(RELATIVE_PATH prefix_from_pc ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 configure_file(cmake/rtsptap.pc.in rtsptap.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/rtsptap.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

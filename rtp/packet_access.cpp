@@ -73,10 +73,12 @@ int32_t HandOutPacket(const CallTrace &trace, intptr_t clientHandle, RTPStreamDa
     return RTSP_SUCCESS;
 }
 
-// A packet of another stream, or of one that is gone, does not move this stream's ring.
+// A packet of another stream, or of one that is gone, does not move this stream's ring, nor may it look at the
+// storage: only a ring with packets out keeps it, and a thread that starts may be making another.
 void GiveBack(RTSPStreamInfo &stream, RTPStreamData *packet) {
-    if (LiesInRing(stream.ring, packet->packetData)) {
-        stream.ring.readIndex.store(ClaimOf(*packet).end - stream.ring.storage, std::memory_order_release);
+    const RingClaim &claim = ClaimOf(*packet);
+    if (claim.ring == &stream.ring && LiesInRing(stream.ring, packet->packetData)) {
+        stream.ring.readIndex.store(claim.end - stream.ring.storage, std::memory_order_release);
         stream.outstanding.fetch_sub(1, std::memory_order_release);
     }
     ReturnPacketRecord(stream.pool, packet);

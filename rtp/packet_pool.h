@@ -9,6 +9,8 @@
 
 namespace rtsptap {
 
+struct ReceiveRing;
+
 struct PacketPool {
     std::atomic<RTPStreamData *> returned{nullptr}; // pushed by whoever frees
     RTPStreamData *ready = nullptr;                 // receive thread only
@@ -18,6 +20,7 @@ struct PacketPool {
 // of the queue, which after reordering is not that of the ring: a packet that was moved ahead gives back
 // nothing, and the last one behind it gives back its bytes as well.
 struct RingClaim {
+    const ReceiveRing *ring = nullptr; // where the bytes lie
     const uint8_t *begin = nullptr;
     const uint8_t *end = nullptr;
 };

@@ -91,7 +91,6 @@ void LocatePayload(const RTPDataBuffer &buffer, RTPStreamData &packet) {
     packet.payload = buffer.data + offset;
     packet.packetLength = buffer.length;
     packet.packetData = buffer.data;
-    ClaimOf(packet) = {buffer.data, buffer.data + buffer.length};
 }
 
 // From here on the packet is accepted: the stream's and the client's figures change.
@@ -137,6 +136,7 @@ RTPStreamData *ParseRTPData(const RTPDataBuffer *rtpDataBuffer, RTSPStreamInfo *
     }
     ReadNumbers(bytes, header);
     LocatePayload(*rtpDataBuffer, *packet);
+    ClaimOf(*packet) = {&rtspStreamInfo->ring, packet->packetData, packet->packetData + packet->packetLength};
     CountPacket(*rtspStreamInfo, *packet);
     return packet.release();
 }

@@ -8,11 +8,11 @@
 namespace rtsptap {
 
 inline constexpr uint32_t kReplyBytes = 33792; // the most that one reply may hold
-inline constexpr int kReplyTimeoutMs = 25000; // how long a reply is waited for
+inline constexpr int kReplyTimeoutMs = 25000;  // how long a reply is waited for
 
 struct RecvBuffer {
-    int32_t length = 0;    // bytes received
-    char *data = nullptr;  // owned, free(): zeroed beyond length, at least one byte more
+    int32_t length = 0;   // bytes received
+    char *data = nullptr; // owned, free(): zeroed beyond length, at least one byte more
 };
 
 // A buffer with room for `capacity` bytes and a terminator, zeroed; null when memory is short.

@@ -1,6 +1,6 @@
 #include "tests/interop/peers.h"
 
-#include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <netinet/in.h>
@@ -12,11 +12,27 @@ namespace rtsptap::test {
 
 using namespace std::chrono_literals;
 
-DemoServer::DemoServer()
-    : process_({DEMO_SERVER, "--auth", std::string(kUser) + ":" + kPassword, "--seconds", "100"}) {
+namespace {
+
+std::vector<std::string> ServerCommand(const std::vector<std::string> &options) {
+    const std::string credentials = std::string(DemoServer::kUser) + ":" + DemoServer::kPassword;
+    std::vector<std::string> command = {DEMO_SERVER, "--auth", credentials, "--seconds", "100"};
+    command.insert(command.end(), options.begin(), options.end());
+    return command;
+}
+
+} // namespace
+
+DemoServer::DemoServer(const std::vector<std::string> &options) : process_(ServerCommand(options)) {
     const std::string url = process_.ReadLine(30s);
     const std::size_t colon = url.rfind(':');
     if (colon != std::string::npos) port_ = static_cast<uint16_t>(std::atoi(url.c_str() + colon + 1));
+}
+
+std::string DemoServer::Stop() {
+    process_.Signal(SIGTERM);
+    process_.Wait(10s);
+    return process_.Errors();
 }
 
 StreamReader::StreamReader(intptr_t client, int32_t codecType)
@@ -34,7 +50,6 @@ bool StreamReader::WaitForPackets(int count, std::chrono::seconds limit) const {
 }
 
 void StreamReader::Read(intptr_t client, int32_t codecType) {
-    int32_t last = -1;
     while (!stop_) {
         RTPStreamData *packet = nullptr;
         RTPClientGetRTPStreamData(client, &packet, codecType);
@@ -43,8 +58,11 @@ void StreamReader::Read(intptr_t client, int32_t codecType) {
             continue;
         }
         const uint16_t number = packet->rtpHeader->sequenceNumber;
-        if (last >= 0 && number != static_cast<uint16_t>(last + 1)) ++outOfOrder_;
-        last = number;
+        if (packets_ == 0)
+            firstSequence_ = number;
+        else if (number != static_cast<uint16_t>(lastSequence_ + 1))
+            ++outOfOrder_;
+        lastSequence_ = number;
         const std::span<const uint8_t> payload(packet->payload, packet->payloadLength);
         if (codecType == RTP_CODEC_H264)
             video_.Take(payload, packet->rtpHeader->marker != 0);

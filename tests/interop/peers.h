@@ -15,9 +15,11 @@ namespace rtsptap::test {
 // The bundled server on a free port; it asks for digest authentication.
 class DemoServer {
 public:
-    DemoServer();
+    explicit DemoServer(const std::vector<std::string> &options = {});
     uint16_t Port() const { return port_; }
     std::string Url() const { return "rtsp://127.0.0.1:" + std::to_string(port_) + "/demo"; }
+
+    std::string Stop(); // what it said on standard error
 
     static constexpr const char *kUser = "viewer";
     static constexpr const char *kPassword = "a-running-clock";
@@ -37,6 +39,8 @@ public:
     int Packets() const { return packets_; }
     bool WaitForPackets(int count, std::chrono::seconds limit) const;
     // After Stop():
+    uint16_t FirstSequence() const { return firstSequence_; }
+    uint16_t LastSequence() const { return lastSequence_; }
     int OutOfOrder() const { return outOfOrder_; } // did not follow their predecessor's sequence number
     const H264Depacketizer &Video() const { return video_; }
     const std::vector<uint8_t> &Payloads() const { return payloads_; } // of streams other than H.264, joined
@@ -47,6 +51,8 @@ private:
     std::atomic<bool> stop_{false};
     std::atomic<int> packets_{0};
     int outOfOrder_ = 0;
+    uint16_t firstSequence_ = 0;
+    uint16_t lastSequence_ = 0;
     H264Depacketizer video_;
     std::vector<uint8_t> payloads_;
     std::thread thread_;

@@ -33,6 +33,8 @@ constexpr Sender kSenders[] = {
      "udpsink host=127.0.0.1 port=PORT"},
 };
 
+void PrintTo(const Sender &sender, std::ostream *out) { *out << sender.name; }
+
 std::vector<std::string> CommandFor(const Sender &sender, uint16_t port) {
     std::vector<std::string> arguments;
     std::istringstream words(sender.command);
@@ -63,7 +65,7 @@ TEST_P(RealSender, IsReceivedInOrderAndMakesSense) {
     {
         StreamReader reader(client, GetParam().codecType);
         ChildProcess sender(CommandFor(GetParam(), port));
-        EXPECT_TRUE(reader.WaitForPackets(100, 30s)) << "the sender said: " << sender.Errors();
+        EXPECT_TRUE(reader.WaitForPackets(isVideo ? 100 : 40, 30s)) << "the sender said: " << sender.Errors();
         reader.Stop();
         EXPECT_EQ(0, reader.OutOfOrder());
         const Decoded decoded = isVideo ? DecodeH264(reader.Video().Stream()) : Decoded{};
@@ -73,8 +75,6 @@ TEST_P(RealSender, IsReceivedInOrderAndMakesSense) {
     }
     EXPECT_EQ(RTSP_SUCCESS, RTSPClientDestroy(client));
 }
-
-void PrintTo(const Sender &sender, std::ostream *out) { *out << sender.command; }
 
 INSTANTIATE_TEST_SUITE_P(Program, RealSender, testing::ValuesIn(kSenders),
                          [](const auto &test) { return test.param.name; });

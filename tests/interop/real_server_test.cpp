@@ -3,6 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <sstream>
+#include <unistd.h>
+
 namespace rtsptap::test {
 namespace {
 
@@ -21,7 +25,8 @@ protected:
                                          GetParam(), 0, 0, 0, 0, 0, nullptr, nullptr);
     }
 
-    DemoServer server;
+    // Sessions that stay silent end after 4 seconds, and 5 of grace.
+    DemoServer server{{"--log-reports", "--session-timeout", "4"}};
     intptr_t client = 0;
 };
 
@@ -67,6 +72,37 @@ TEST_P(RealServer, PausesAndResumesWithMediaFlowing) {
     audio.Stop();
     EXPECT_EQ(RTSP_SUCCESS, RTSPDestroyHeaderList(onwards));
     EXPECT_EQ(RTSP_SUCCESS, RTSPClientSendTeardownRequest(client, 0, nullptr, nullptr));
+}
+
+// Whether a line of the server's log shows our host and a sequence number that the reader has seen.
+bool WasReported(const std::string &log, int stream, const StreamReader &reader) {
+    char host[28] = {};
+    gethostname(host, sizeof host - 1);
+    const auto received = static_cast<uint16_t>(reader.LastSequence() - reader.FirstSequence());
+    bool found = false;
+    std::istringstream lines(log);
+    for (std::string line; std::getline(lines, line);) {
+        char cname[64] = {};
+        unsigned number = 0;
+        const std::string form =
+            "report stream=" + std::to_string(stream) + " ssrc=%*x cname=%63s extended-sequence=%u lost=0";
+        if (std::sscanf(line.c_str(), form.c_str(), cname, &number) != 2 || std::string(cname) != host) continue;
+        found = found || static_cast<uint16_t>(number - reader.FirstSequence()) <= received;
+    }
+    return found;
+}
+
+TEST_P(RealServer, TakesOurReportsAndKeepsTheSessionForThem) {
+    ASSERT_EQ(RTSP_SUCCESS, Connect(DemoServer::kPassword));
+    StreamReader video(client, RTP_CODEC_H264);
+    StreamReader audio(client, RTP_CODEC_PCMU);
+    std::this_thread::sleep_for(12s);
+    EXPECT_TRUE(video.WaitForPackets(video.Packets() + 20, 2s));
+    video.Stop();
+    audio.Stop();
+    const std::string log = server.Stop();
+    EXPECT_TRUE(WasReported(log, 0, video)) << log;
+    EXPECT_TRUE(WasReported(log, 1, audio)) << log;
 }
 
 TEST_P(RealServer, RefusesAWrongPassword) { EXPECT_EQ(RTSP_SEND_FAILED, Connect("a-stopped-clock")); }

@@ -9,6 +9,8 @@ namespace {
 
 class RtpPacket : public StreamFixture {
 protected:
+    ~RtpPacket() override { totalPktLost = 0; } // the process shares it
+
     CapturedStdout out;
 };
 

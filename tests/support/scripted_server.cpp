@@ -38,10 +38,6 @@ std::string FirstUnmet(const std::vector<std::string> &texts, const ScriptedServ
     return "";
 }
 
-Reply One(Action::Kind kind, std::string bytes = {}, int milliseconds = 0, std::function<void()> run = {}) {
-    return {Action{kind, std::move(bytes), milliseconds, std::move(run)}};
-}
-
 } // namespace
 
 Reply operator+(Reply first, const Reply &second) {
@@ -55,24 +51,6 @@ Script operator+(Script first, const Script &second) {
 }
 
 Script Times(std::size_t count, const Step &step) { return Script(count, step); }
-
-Reply Text(std::string text) { return One(Action::Kind::kText, std::move(text)); }
-Reply SendBytes(std::string bytes) { return One(Action::Kind::kBytes, std::move(bytes)); }
-Reply Delay(int milliseconds) { return One(Action::Kind::kDelay, {}, milliseconds); }
-Reply Close() { return One(Action::Kind::kClose); }
-Reply Reset() { return One(Action::Kind::kReset); }
-Reply Stall() { return {}; }
-Reply Do(std::function<void()> run) { return One(Action::Kind::kRun, {}, 0, std::move(run)); }
-
-Reply Pieces(const std::string &bytes, const std::vector<std::size_t> &cuts, int pauseMs) {
-    Reply reply;
-    std::size_t from = 0;
-    for (const std::size_t cut : cuts) {
-        reply = reply + SendBytes(bytes.substr(from, cut - from)) + Delay(pauseMs);
-        from = cut;
-    }
-    return reply + SendBytes(bytes.substr(from));
-}
 
 std::string ReplyText(const std::string &statusLine, std::initializer_list<std::string> headers,
                       const std::string &body) {
@@ -232,23 +210,16 @@ void ScriptedServer::Answer(const std::string &request) {
 void ScriptedServer::Perform(const Reply &reply, const std::string &request) {
     std::string together;
     for (const Action &action : reply) {
-        if (action.kind == Action::Kind::kText) {
-            std::string text = Expand(action.bytes);
-            ReplaceAll(text, "{cseq}", HeaderValue(request, "CSeq"));
-            together += text;
-            continue;
+        if (action.milliseconds > 0 || action.close) {
+            Write(together);
+            together.clear();
         }
-        if (action.kind == Action::Kind::kBytes) {
-            together += action.bytes;
-            continue;
-        }
-        Write(together);
-        together.clear();
         pollfd wake = {wakeRead, POLLIN, 0};
-        if (action.kind == Action::Kind::kDelay && poll(&wake, 1, action.milliseconds) > 0) return;
-        if (action.kind == Action::Kind::kRun) action.run();
-        if (action.kind == Action::Kind::kClose || action.kind == Action::Kind::kReset)
-            EndConnection(action.kind == Action::Kind::kReset);
+        if (action.milliseconds > 0 && poll(&wake, 1, action.milliseconds) > 0) return;
+        if (action.close) EndConnection(action.reset);
+        std::string text = action.expand ? Expand(action.bytes) : action.bytes;
+        if (action.expand) ReplaceAll(text, "{cseq}", HeaderValue(request, "CSeq"));
+        together += text;
     }
     Write(together);
 }

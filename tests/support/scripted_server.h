@@ -5,7 +5,6 @@
 #pragma once
 
 #include <condition_variable>
-#include <functional>
 #include <initializer_list>
 #include <mutex>
 #include <string>
@@ -21,26 +20,27 @@ namespace rtsptap::test {
 inline constexpr char kSessionId[] = "12345678";
 
 struct Action {
-    enum class Kind { kText, kBytes, kDelay, kClose, kReset, kRun };
-    Kind kind = Kind::kBytes;
-    std::string bytes;         // kText (placeholders are replaced), kBytes
-    int milliseconds = 0;      // kDelay
-    std::function<void()> run; // kRun, on the server's thread
+    std::string bytes;
+    bool expand = false;  // replace placeholders in the bytes
+    int milliseconds = 0; // to wait before the bytes
+    bool close = false;   // instead of the bytes
+    bool reset = false;   // close with a TCP reset
 };
 
 // Actions in order; joined with +. Texts and bytes side by side leave in one write, a Delay separates them.
 using Reply = std::vector<Action>;
 Reply operator+(Reply first, const Reply &second);
 
-Reply Text(std::string text);
-Reply SendBytes(std::string bytes);
-Reply Delay(int milliseconds);
-Reply Close();
-Reply Reset(); // closes with a TCP reset
-Reply Stall(); // no reply; the connection stays open
-Reply Do(std::function<void()> run);
-// The parts of the bytes between the cuts, each in a write of its own.
-Reply Pieces(const std::string &bytes, const std::vector<std::size_t> &cuts, int pauseMs);
+inline Reply Text(const std::string &text) { return {{.bytes = text, .expand = true}}; }
+inline Reply SendBytes(const std::string &bytes) { return {{.bytes = bytes}}; }
+inline Reply Delay(int milliseconds) { return {{.bytes = {}, .milliseconds = milliseconds}}; }
+inline Reply Close() { return {{.bytes = {}, .close = true}}; }
+inline Reply Reset() { return {{.bytes = {}, .close = true, .reset = true}}; }
+inline Reply Stall() { return {}; } // no reply; the connection stays open
+// The bytes in two writes, cut at `cut`.
+inline Reply Pieces(const std::string &bytes, std::size_t cut, int pauseMs) {
+    return SendBytes(bytes.substr(0, cut)) + Delay(pauseMs) + SendBytes(bytes.substr(cut));
+}
 
 std::string ReplyText(const std::string &statusLine, std::initializer_list<std::string> headers,
                       const std::string &body);

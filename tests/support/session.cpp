@@ -79,6 +79,10 @@ Session::Session(uint32_t dataProto, RTSPClientState state, const Script &furthe
     : proto(dataProto), server(StepsTo(state, dataProto, rtcp[0].Port(), rtcp[1].Port()) + further),
       client(ringBytes) {
     SpreadPorts();
+    Reach(state);
+}
+
+void Session::Reach(RTSPClientState state) {
     const std::pair<RTSPClientState, std::function<int32_t()>> calls[] = {
         {CLIENT_INIT_STATE, [this] { return Connect(); }},
         {CLIENT_DESCRIBE_SENT_STATE, [this] { return Describe(); }},
@@ -91,7 +95,12 @@ Session::Session(uint32_t dataProto, RTSPClientState state, const Script &furthe
     EXPECT_EQ(state == CLIENT_OPTIONS_SENT_STATE ? Options() : 0, 0);
 }
 
-int32_t Session::Connect() { return RTSPClientConnect(client, "127.0.0.1", server.Port(), "live", proto, 0); }
+std::vector<uint16_t> Session::Video(std::size_t count) const { return TakeSequenceNumbers(client, kVideo, count); }
+std::vector<uint16_t> Session::Audio(std::size_t count) const { return TakeSequenceNumbers(client, kAudio, count); }
+
+void Session::SendNumbers(int32_t stream, const std::vector<uint16_t> &numbers) const {
+    for (const uint16_t number : numbers) SendRtp(stream, Rtp(number));
+}
 
 uint16_t Session::ClientPort(int32_t stream) const {
     const std::string target = server.Expand("SETUP {base}/track" + std::to_string(stream));
@@ -140,27 +149,24 @@ std::vector<uint16_t> TakeSequenceNumbers(intptr_t client, int32_t codec, std::s
     return numbers;
 }
 
+std::string PayloadOf(const RTPStreamData &packet) {
+    return {reinterpret_cast<const char *>(packet.payload), packet.payloadLength};
+}
+
 std::vector<uint16_t> Numbers(uint16_t first, uint16_t last) {
     std::vector<uint16_t> numbers;
     for (unsigned number = first; number <= last; ++number) numbers.push_back(static_cast<uint16_t>(number));
     return numbers;
 }
 
-void ExpectRefusals(const std::vector<Refusal> &refusals) {
+void ExpectRefusals(const std::string &function, const std::vector<Refusal> &refusals) {
     for (const Refusal &refusal : refusals) {
-        std::string printed;
-        int32_t code = 0;
-        {
-            CapturedStdout out;
-            code = refusal.call();
-            printed = out.Text();
-        }
-        EXPECT_EQ(code, refusal.code) << refusal.name;
-        if (refusal.text.empty()) continue;
-        const std::string wanted = "!!!ERROR!!! : " + refusal.text;
-        EXPECT_TRUE(printed.ends_with(wanted)) << refusal.name << " printed:\n"
-                                               << printed << "not, at its end:\n"
-                                               << wanted;
+        CapturedStdout out;
+        EXPECT_EQ(refusal.call(), refusal.code) << refusal.name;
+        const std::string wanted = "!!!ERROR!!! : EXIT : " + function + refusal.text;
+        EXPECT_TRUE(refusal.text.empty() || out.Text().ends_with(wanted)) << refusal.name << " printed:\n"
+                                                                          << out.Text() << "not, at its end:\n"
+                                                                          << wanted;
     }
 }
 
@@ -175,8 +181,14 @@ DescriptorLimit::DescriptorLimit(rlim_t spare) {
 std::size_t CountThreads() { return CountEntries("/proc/self/task"); }
 std::size_t CountDescriptors() { return CountEntries("/proc/self/fd"); }
 
-bool Eventually(const std::function<bool()> &condition, int patienceMs) {
-    const auto end = Clock::now() + std::chrono::milliseconds(patienceMs);
+std::size_t CountOf(const std::string &text, const std::string &part) {
+    std::size_t count = 0;
+    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
+    return count;
+}
+
+bool Eventually(const std::function<bool()> &condition) {
+    const auto end = Clock::now() + std::chrono::seconds(5);
     while (!condition()) {
         if (Clock::now() > end) return false;
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
@@ -188,6 +200,14 @@ double SecondsOf(const std::function<void()> &action) {
     const auto begin = Clock::now();
     action();
     return std::chrono::duration<double>(Clock::now() - begin).count();
+}
+
+bool SucceedsSoon(const std::function<int32_t()> &call) {
+    int32_t result = 0;
+    const double seconds = SecondsOf([&] { result = call(); });
+    EXPECT_LT(seconds, 2);
+    EXPECT_EQ(result, 0);
+    return result == 0 && seconds < 2;
 }
 
 } // namespace rtsptap::test

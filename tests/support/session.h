@@ -13,7 +13,12 @@
 
 namespace rtsptap::test {
 
-// Two streams: H.264 (control URL {base}/track1) and AAC (codec 203, {base}/track2).
+inline constexpr uint32_t kUdp = DATA_PROTO_UDP;
+inline constexpr uint32_t kTcp = DATA_PROTO_TCP;
+inline constexpr int32_t kVideo = RTP_CODEC_H264;          // of the first stream below
+inline constexpr int32_t kAudio = RTP_CODEC_MPEG4_GENERIC; // of the second
+
+// Two streams with the control URLs {base}/track1 and {base}/track2.
 extern const char kDescription[];
 
 // A created client whose buffer sizes are set; destroyed at the end.
@@ -43,22 +48,29 @@ private:
     intptr_t handle;
 };
 
-// The server of a session over `proto` whose client is to reach `state` before `further` begins.
+// A client over `proto`, brought to `state`, and its server, whose script goes on with `further`.
 class Session {
 public:
     Session(uint32_t proto, RTSPClientState state, const Script &further = {}, int32_t ringBytes = 1 << 20);
 
+    int32_t Connect() { return RTSPClientConnect(client, "127.0.0.1", server.Port(), "live", proto, 0); }
     int32_t Options() { return RTSPClientSendOptionsRequest(client, 0, nullptr, nullptr); }
     int32_t Describe() { return RTSPClientSendDescribeRequest(client, 0, nullptr, nullptr); }
     int32_t Setup(int32_t stream) { return RTSPClientSendSetupRequest(client, stream, 0, nullptr, nullptr); }
     int32_t Play(int32_t stream = 0) { return RTSPClientSendPlayRequest(client, stream, 0, nullptr, nullptr); }
     int32_t Pause(int32_t stream = 0) { return RTSPClientSendPauseRequest(client, stream, 0, nullptr, nullptr); }
     int32_t Teardown() { return RTSPClientSendTeardownRequest(client, 0, nullptr, nullptr); }
-    int32_t Connect();
+    void Reach(RTSPClientState state); // from a client that is not connected
+
+    // Takes and frees up to `count` packets of a stream; their sequence numbers.
+    std::vector<uint16_t> Video(std::size_t count) const;
+    std::vector<uint16_t> Audio(std::size_t count) const;
 
     // The local RTP port that the client chose for a stream (1 and up), read from its SETUP request.
     uint16_t ClientPort(int32_t stream) const;
+    uint16_t ClientRtcpPort(int32_t stream) const { return static_cast<uint16_t>(ClientPort(stream) + 1); }
     void SendRtp(int32_t stream, const std::string &packet) const { media.SendTo(ClientPort(stream), packet); }
+    void SendNumbers(int32_t stream, const std::vector<uint16_t> &numbers) const;
 
     const uint32_t proto;
     UdpPeer media;   // sends RTP over UDP
@@ -68,26 +80,26 @@ public:
 };
 
 // The steps that bring a client of `proto` to `state`; RTCP ports are what the SETUP replies name.
-Script StepsTo(RTSPClientState state, uint32_t proto, uint16_t rtcpPort1 = 0, uint16_t rtcpPort2 = 0);
-Reply SetupReply(int32_t stream, uint32_t proto, uint16_t rtcpPort);
+Script StepsTo(RTSPClientState state, uint32_t proto, uint16_t rtcpPort1 = 9, uint16_t rtcpPort2 = 9);
+Reply SetupReply(int32_t stream, uint32_t proto, uint16_t rtcpPort = 9);
 
 // The client's state as its refusals show it, without sending anything: CLIENT_INIT_STATE stands for
 // CLIENT_OPTIONS_SENT_STATE too. A client that is not connected gives RTSP_NOT_CONNECTED.
 int32_t ObservedState(intptr_t client);
 
-// Takes and frees packets until `count` came or none comes any more; their sequence numbers, in order.
+RTPStreamData *TakePacket(intptr_t client, int32_t codec); // null when none comes
+std::string PayloadOf(const RTPStreamData &packet);
 std::vector<uint16_t> TakeSequenceNumbers(intptr_t client, int32_t codec, std::size_t count);
 std::vector<uint16_t> Numbers(uint16_t first, uint16_t last);
-RTPStreamData *TakePacket(intptr_t client, int32_t codec); // null when none comes
 
-// One row of a table of refusals: the code, and the failure text that is the last thing printed.
+// One row of a table of calls: the code, and the failure text that is the last thing printed.
 struct Refusal {
     const char *name;
     std::function<int32_t()> call;
     int32_t code;
-    std::string text; // without the printer's prefix
+    std::string text; // behind "EXIT : FUNCTION"; empty: not compared
 };
-void ExpectRefusals(const std::vector<Refusal> &refusals);
+void ExpectRefusals(const std::string &function, const std::vector<Refusal> &refusals);
 
 // Refuses the process any new descriptor but the next `spare`, while it lives.
 class DescriptorLimit {
@@ -101,7 +113,9 @@ private:
 
 std::size_t CountThreads();
 std::size_t CountDescriptors();
-bool Eventually(const std::function<bool()> &condition, int patienceMs = 5000);
+std::size_t CountOf(const std::string &text, const std::string &part);
+bool Eventually(const std::function<bool()> &condition); // within 5 seconds
 double SecondsOf(const std::function<void()> &action);
+bool SucceedsSoon(const std::function<int32_t()> &call); // 0 within 2 seconds
 
 } // namespace rtsptap::test

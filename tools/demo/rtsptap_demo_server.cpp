@@ -1,6 +1,8 @@
 // The demo server: a test picture with a running clock as H.264 baseline and a tone as PCMU, served at
 // rtsp://127.0.0.1:PORT/demo. It prints that URL as its only line on standard output once it listens, and ends
 // on SIGINT, SIGTERM, after --seconds, or with the process that started it.
+#include "report_log.h"
+
 #include <glib-unix.h>
 #include <gst/gst.h>
 #include <gst/rtsp-server/rtsp-server.h>
@@ -19,7 +21,9 @@ struct Settings {
     std::string credentials; // USER:PASSWORD; empty: no authentication
     bool tcpOnly = false;
     bool udpOnly = false;
-    int seconds = 0; // 0: no limit
+    bool logReports = false;
+    int sessionTimeout = 0; // seconds; 0: the server library's 60
+    int seconds = 0;        // 0: no limit
 };
 
 // One key frame a second, with its parameter sets: a player that joins late has a picture soon. The payloader is
@@ -40,11 +44,14 @@ bool ReadSettings(int argc, char **argv, Settings &settings) {
     char *credentials = nullptr;
     gboolean tcpOnly = FALSE;
     gboolean udpOnly = FALSE;
+    gboolean logReports = FALSE;
     const GOptionEntry entries[] = {
         {"port", 0, 0, G_OPTION_ARG_INT, &settings.port, "port to listen on; 0 takes a free one", "PORT"},
         {"auth", 0, 0, G_OPTION_ARG_STRING, &credentials, "ask for digest authentication", "USER:PASSWORD"},
         {"tcp-only", 0, 0, G_OPTION_ARG_NONE, &tcpOnly, "offer interleaved TCP only", nullptr},
         {"udp-only", 0, 0, G_OPTION_ARG_NONE, &udpOnly, "offer UDP only", nullptr},
+        {"log-reports", 0, 0, G_OPTION_ARG_NONE, &logReports, "show players' reports on standard error", nullptr},
+        {"session-timeout", 0, 0, G_OPTION_ARG_INT, &settings.sessionTimeout, "forget silent players", "SECONDS"},
         {"seconds", 0, 0, G_OPTION_ARG_INT, &settings.seconds, "end after so many seconds", "N"},
         {nullptr, 0, 0, G_OPTION_ARG_NONE, nullptr, nullptr, nullptr}};
     const std::unique_ptr<GOptionContext, void (*)(GOptionContext *)> context(
@@ -59,6 +66,7 @@ bool ReadSettings(int argc, char **argv, Settings &settings) {
     }
     settings.tcpOnly = tcpOnly != FALSE;
     settings.udpOnly = udpOnly != FALSE;
+    settings.logReports = logReports != FALSE;
     if (credentials != nullptr) settings.credentials = credentials;
     g_free(credentials);
     const bool splits = settings.credentials.empty() || settings.credentials.find(':') != std::string::npos;
@@ -79,6 +87,20 @@ void RequireDigest(GstRTSPServer *server, GstRTSPMediaFactory *factory, const st
     gst_rtsp_server_set_auth(server, auth.get());
 }
 
+void LimitSession(GstRTSPClient *, GstRTSPSession *session, gpointer seconds) {
+    gst_rtsp_session_set_timeout(session, GPOINTER_TO_UINT(seconds));
+}
+
+void LimitSessionsOf(GstRTSPServer *, GstRTSPClient *client, gpointer seconds) {
+    g_signal_connect(client, "new-session", G_CALLBACK(LimitSession), seconds);
+}
+
+gboolean EndSilentSessions(gpointer server) {
+    const Owned<GstRTSPSessionPool> sessions(gst_rtsp_server_get_session_pool(GST_RTSP_SERVER(server)));
+    gst_rtsp_session_pool_cleanup(sessions.get());
+    return G_SOURCE_CONTINUE;
+}
+
 Owned<GstRTSPServer> MakeServer(const Settings &settings) {
     Owned<GstRTSPServer> server(gst_rtsp_server_new());
     gst_rtsp_server_set_address(server.get(), "127.0.0.1");
@@ -88,6 +110,10 @@ Owned<GstRTSPServer> MakeServer(const Settings &settings) {
     gst_rtsp_media_factory_set_shared(factory, TRUE);
     if (settings.tcpOnly) gst_rtsp_media_factory_set_protocols(factory, GST_RTSP_LOWER_TRANS_TCP);
     if (settings.udpOnly) gst_rtsp_media_factory_set_protocols(factory, GST_RTSP_LOWER_TRANS_UDP);
+    if (settings.logReports) LogReports(factory);
+    if (settings.sessionTimeout > 0)
+        g_signal_connect(server.get(), "client-connected", G_CALLBACK(LimitSessionsOf),
+                         GINT_TO_POINTER(settings.sessionTimeout));
     if (!settings.credentials.empty()) RequireDigest(server.get(), factory, settings.credentials);
     const Owned<GstRTSPMountPoints> mounts(gst_rtsp_server_get_mount_points(server.get()));
     gst_rtsp_mount_points_add_factory(mounts.get(), "/demo", factory); // takes the factory
@@ -114,6 +140,7 @@ int main(int argc, char **argv) {
                                                                  g_main_loop_unref);
     g_unix_signal_add(SIGINT, Quit, loop.get());
     g_unix_signal_add(SIGTERM, Quit, loop.get());
+    g_timeout_add_seconds(1, EndSilentSessions, server.get());
     if (settings.seconds > 0) g_timeout_add_seconds(static_cast<guint>(settings.seconds), Quit, loop.get());
     if (gst_rtsp_server_attach(server.get(), nullptr) == 0) {
         std::fprintf(stderr, "rtsptap_demo_server: cannot listen on 127.0.0.1:%d\n", settings.port);

@@ -146,6 +146,7 @@ int main(int argc, char **argv) {
         return app.exit(error) == 0 ? 0 : static_cast<int>(ExitCode::kUsage);
     } catch (const std::exception &error) {
         std::fprintf(stderr, "rtsptap: %s\n", error.what());
-        return static_cast<int>(ExitCode::kUsage);
+        const bool noOutput = dynamic_cast<const std::system_error *>(&error) != nullptr;
+        return static_cast<int>(noOutput ? ExitCode::kOutputFailed : ExitCode::kUsage);
     }
 }

@@ -5,8 +5,9 @@
 namespace tool {
 namespace {
 
-constexpr auto kPauseWithoutPacket = std::chrono::milliseconds(10); // some refusals come without a wait
-constexpr auto kLook = std::chrono::milliseconds(100);              // how often limits are looked at
+constexpr auto kPauseWithoutPacket = std::chrono::milliseconds(10);
+constexpr auto kSilence = std::chrono::seconds(1);
+constexpr auto kLook = std::chrono::milliseconds(100); // how often limits are looked at
 
 } // namespace
 
@@ -42,17 +43,23 @@ void Reception::Stop() {
         if (reader.thread.joinable()) reader.thread.join();
 }
 
+// Nothing ends the library's wait of five seconds but a packet. A stream that is silent is therefore looked at from
+// time to time, so that Stop() has no need to sit the wait out; one that flows is waited for, to note when it
+// arrives.
 void Reception::Read(Reader &reader) const {
+    Clock::time_point last;
     while (!stop_) {
-        const Packet packet = session_.Take(reader.stream.codecType);
+        const bool flows = Clock::now() - last < kSilence;
+        const Packet packet =
+            flows || session_.HasPacket(reader.stream.codecType) ? session_.Take(reader.stream.codecType) : nullptr;
         if (packet == nullptr) {
             std::this_thread::sleep_for(kPauseWithoutPacket);
             continue;
         }
-        const Clock::time_point arrival = Clock::now();
-        for (const PacketObserver &observe : observers_) observe(reader.stream, *packet, arrival);
+        last = Clock::now();
+        for (const PacketObserver &observe : observers_) observe(reader.stream, *packet, last);
         const std::lock_guard guard(reader.lock);
-        reader.statistics.Count(*packet, arrival);
+        reader.statistics.Count(*packet, last);
     }
 }
 
@@ -69,7 +76,7 @@ Outcome ReceiveAndReport(const Reception &reception, const ReceptionLimits &limi
         over = limits.duration.count() > 0 && Clock::now() - begin >= limits.duration;
     }
     const std::vector<StreamReport> report = reception.Report();
-    PrintReport(out, report);
+    if (!PrintReport(out, report)) return {ExitCode::kOutputFailed, "standard output: the report was not written"};
     if (signal != 0) return OutcomeOfSignal(signal);
     if (Outcome missing = JudgeReport(report); !missing.IsOk()) return missing;
     if (silent) return {ExitCode::kEndedEarly, "the media ended: nothing arrived any more"};

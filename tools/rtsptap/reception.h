@@ -30,7 +30,7 @@ public:
 
     std::vector<StreamReport> Report() const;         // at any time
     bool IsSilentFor(Clock::duration duration) const; // no stream has delivered anything for so long
-    void Stop();                                      // takes up to five seconds while a stream is silent
+    void Stop();                                      // up to five seconds for a stream that has just fallen silent
 
 private:
     struct Reader {

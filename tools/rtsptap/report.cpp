@@ -4,7 +4,7 @@
 
 namespace tool {
 
-void PrintReport(FILE *out, const std::vector<StreamReport> &report) {
+bool PrintReport(FILE *out, const std::vector<StreamReport> &report) {
     std::fprintf(out, "%-6s  %-13s  %9s  %11s  %13s  %6s  %9s  %9s  %8s  %s\n", "stream", "codec", "packets",
                  "bytes", "bit rate", "lost", "reordered", "first seq", "last seq", "SSRC");
     for (const auto &[stream, statistics] : report)
@@ -14,7 +14,7 @@ void PrintReport(FILE *out, const std::vector<StreamReport> &report) {
                      stream.number, stream.codec.c_str(), statistics.Packets(), statistics.Bytes(),
                      statistics.BitsPerSecond() / 1000, statistics.Lost(), statistics.Reordered(),
                      unsigned{statistics.FirstSequence()}, unsigned{statistics.LastSequence()}, statistics.Ssrc());
-    std::fflush(out);
+    return std::fflush(out) == 0 && std::ferror(out) == 0;
 }
 
 Outcome JudgeReport(const std::vector<StreamReport> &report) {

@@ -15,8 +15,8 @@ struct StreamReport {
     StreamStatistics statistics;
 };
 
-// One line per stream, columns aligned.
-void PrintReport(FILE *out, const std::vector<StreamReport> &report);
+// One line per stream, columns aligned. False when it could not be written.
+bool PrintReport(FILE *out, const std::vector<StreamReport> &report);
 
 // Ok only when every stream delivered.
 Outcome JudgeReport(const std::vector<StreamReport> &report);

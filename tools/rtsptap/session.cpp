@@ -95,6 +95,8 @@ Packet Session::Take(int32_t codecType) const {
     return Packet(packet, GiveBack{client_, codecType});
 }
 
+bool Session::HasPacket(int32_t codecType) const { return RTPClientGetNbOfPktInBuffer(client_, codecType) > 0; }
+
 Outcome Session::Teardown() {
     return OutcomeOfCall("TEARDOWN", RTSPClientSendTeardownRequest(client_, 0, nullptr, nullptr));
 }

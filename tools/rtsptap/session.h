@@ -66,6 +66,8 @@ public:
     // The next packet, or none when the library's wait of about five seconds has passed. One thread per codec type.
     Packet Take(int32_t codecType) const;
 
+    bool HasPacket(int32_t codecType) const; // Take would not wait
+
     // Ends the session at the server; packets still queued can no longer be taken.
     Outcome Teardown();
 

@@ -97,15 +97,6 @@ TEST(Response, WhatIsNoneIsRefusedWithItsReason) {
     EXPECT_EQ(output.Text(), "!!!ERROR!!! : \tEXIT : ClientParseMessage :Invalid input argument\n");
 }
 
-TEST(Response, MoreThan32HeadersAreNotLookedAt) {
-    std::string text = "R 200 OK\n";
-    for (int i = 0; i < 40; ++i) text += "H" + std::to_string(i) + ": v\n";
-    const ResponseMsgPtr response = Parse(text + "CSeq: 0");
-    ASSERT_TRUE(response);
-    EXPECT_EQ(response->headerCount, kHeaderSlots);
-    EXPECT_STREQ(response->headers.back().headerName, "H31");
-}
-
 TEST(Response, HeadersAreFoundIgnoringCaseTheFirstFirst) {
     const ResponseMsgPtr response = Parse("R 200 OK\nPublic: a\nPUBLIC: b\nPublicity: c");
     CapturedStdout output;
