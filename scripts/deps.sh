@@ -4,10 +4,11 @@
 set -euo pipefail
 
 declare -A packages=(
-    [build]="g++ cmake ninja-build pkg-config libssl-dev libcli11-dev libgtest-dev libbenchmark-dev"
+    [build]="g++ cmake ninja-build pkg-config libssl-dev libcli11-dev libgtest-dev libbenchmark-dev
+             libpcap-dev libgstreamer-plugins-base1.0-dev"
     [demo]="libgstrtspserver-1.0-dev gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad
-            gstreamer1.0-plugins-ugly gstreamer1.0-x"
-    [test]="ffmpeg gstreamer1.0-tools"
+            gstreamer1.0-plugins-ugly gstreamer1.0-libav gstreamer1.0-x"
+    [test]="ffmpeg gstreamer1.0-tools tshark"
 )
 
 [ $# -gt 0 ] || set -- build demo test

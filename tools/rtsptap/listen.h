@@ -3,6 +3,7 @@
 
 #include "interruption.h"
 #include "library_output.h"
+#include "output_file.h"
 #include "session.h"
 
 #include <chrono>
@@ -13,6 +14,7 @@ struct ListenSettings {
     ListenPort video;
     ListenPort audio;
     std::chrono::milliseconds duration{0}; // 0: until interrupted
+    OutputSettings output;                 // no file: only reports
 };
 
 // Reads "h264@5004"; false when codec or port are none, or the codec is one of the other medium.

@@ -2,6 +2,8 @@
 #include "codec_names.h"
 #include "listen.h"
 #include "play.h"
+#include "record.h"
+#include "snapshot.h"
 
 #include <CLI/CLI.hpp>
 
@@ -13,7 +15,11 @@ using tool::Outcome;
 struct CommandLine {
     tool::PlaySettings play;
     tool::ListenSettings listen;
+    tool::RecordSettings record;
+    tool::SnapshotSettings snapshot;
     double seconds = 0;
+    double splitSeconds = 0;
+    double limitSeconds = 10;
     bool verbose = false;
     CLI::App *chosen = nullptr;
 };
@@ -38,16 +44,54 @@ CLI::Validator ListenOn(tool::ListenPort &port, bool video) {
         "CODEC@PORT");
 }
 
-void AddDuration(CLI::App &command, double &seconds) {
+void AddTime(CLI::App &command, const char *name, double &seconds, const char *help) {
     const std::map<std::string, double> units{{"ms", 0.001}, {"s", 1}, {"m", 60}, {"h", 3600}};
-    command.add_option("--duration", seconds, "stop after so long, as in 5s or 10m (default: until interrupted)")
+    command.add_option(name, seconds, help)
         ->transform(CLI::AsNumberWithUnit(units, CLI::AsNumberWithUnit::CASE_SENSITIVE, "TIME"))
         ->check(CLI::PositiveNumber);
+}
+
+void AddDuration(CLI::App &command, double &seconds) {
+    AddTime(command, "--duration", seconds, "stop after so long, as in 5s or 10m (default: until interrupted)");
+}
+
+void AddServer(CLI::App &command, tool::PlaySettings &play, std::string &sink) {
+    command.add_option("url", play.url, "rtsp://[USER[:PASSWORD]@]HOST[:PORT]/PATH")->required();
+    command.add_option("-t,--transport", sink, "how media travels (default: udp)")
+        ->check(Transport(play.transport));
+    command.add_option("-u,--user", play.user, "user name; the password comes from RTSPTAP_PASSWORD");
+}
+
+void AddOutput(CLI::App &command, tool::OutputSettings &output, unsigned formats) {
+    command.add_option("-o,--output", output.file, "the file, its format by its extension; - is standard output");
+    command.add_option("--format", output.format, "instead of the extension: " + tool::FormatNames(formats));
+}
+
+void AddRecording(CLI::App &command, tool::OutputSettings &output, double &splitSeconds) {
+    AddOutput(command, output, tool::kRecordings);
+    AddTime(command, "--split", splitSeconds,
+            "begin a new file, NAME-001 and so on, at the key frame after so long");
+}
+
+void DescribeRecording(CLI::App &app, CommandLine &line, std::string &sink) {
+    CLI::App *record = app.add_subcommand("record", "write the streams of an RTSP server to a file");
+    AddServer(*record, line.record.play, sink);
+    AddRecording(*record, line.record.output, line.splitSeconds);
+    AddDuration(*record, line.seconds);
+    record->get_option("--output")->required();
+
+    CLI::App *snapshot = app.add_subcommand("snapshot", "write the first picture of an RTSP server to a file");
+    AddServer(*snapshot, line.snapshot.play, sink);
+    AddOutput(*snapshot, line.snapshot.output, tool::kPictures);
+    AddTime(*snapshot, "--limit", line.limitSeconds, "give up after so long without a picture (default: 10s)");
+    snapshot->get_option("--output")->required();
 }
 
 void DescribeCommands(CLI::App &app, CommandLine &line, std::string &sink) {
     app.description("Receives real-time media with RTSP and RTP.\n\n"
                     "  rtsptap play rtsp://camera.local/live --duration 10s\n"
+                    "  rtsptap record rtsp://camera.local/live -o walk.mp4 --duration 10m\n"
+                    "  rtsptap snapshot rtsp://camera.local/live -o now.jpg\n"
                     "  RTSPTAP_PASSWORD=secret rtsptap play rtsp://camera.local/live -u admin --transport tcp\n"
                     "  rtsptap listen --video h264@5004 --audio pcmu@5006");
     app.require_subcommand(1);
@@ -55,10 +99,7 @@ void DescribeCommands(CLI::App &app, CommandLine &line, std::string &sink) {
     app.fallthrough();
 
     CLI::App *play = app.add_subcommand("play", "receive the streams of an RTSP server and report on them");
-    play->add_option("url", line.play.url, "rtsp://[USER[:PASSWORD]@]HOST[:PORT]/PATH")->required();
-    play->add_option("-t,--transport", sink, "how media travels (default: udp)")
-        ->check(Transport(line.play.transport));
-    play->add_option("-u,--user", line.play.user, "user name; the password comes from RTSPTAP_PASSWORD");
+    AddServer(*play, line.play, sink);
     AddDuration(*play, line.seconds);
 
     CLI::App *listen = app.add_subcommand("listen", "receive RTP on local ports, without RTSP");
@@ -66,16 +107,25 @@ void DescribeCommands(CLI::App &app, CommandLine &line, std::string &sink) {
         ->check(ListenOn(line.listen.video, true));
     listen->add_option("--audio", sink, "one of " + tool::CodecNames(false))
         ->check(ListenOn(line.listen.audio, false));
+    AddRecording(*listen, line.listen.output, line.splitSeconds);
     AddDuration(*listen, line.seconds);
+    DescribeRecording(app, line, sink);
+}
+
+std::chrono::milliseconds Milliseconds(double seconds) {
+    return std::chrono::milliseconds(static_cast<int64_t>(seconds * 1000));
 }
 
 Outcome RunCommand(CommandLine &line) {
     tool::Interruption interruption;
     const tool::LibraryOutput output(line.verbose);
-    const auto duration = std::chrono::milliseconds(static_cast<int64_t>(line.seconds * 1000));
-    line.play.duration = duration;
-    line.listen.duration = duration;
-    if (line.chosen->get_name() == "play") return Play(line.play, output, interruption);
+    line.play.duration = line.listen.duration = line.record.play.duration = Milliseconds(line.seconds);
+    line.listen.output.split = line.record.output.split = Milliseconds(line.splitSeconds);
+    line.snapshot.limit = Milliseconds(line.limitSeconds);
+    const std::string command = line.chosen->get_name();
+    if (command == "play") return Play(line.play, output, interruption);
+    if (command == "record") return Record(line.record, output, interruption);
+    if (command == "snapshot") return Snapshot(line.snapshot, output, interruption);
     return Listen(line.listen, output, interruption);
 }
 

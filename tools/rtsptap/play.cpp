@@ -1,11 +1,9 @@
 #include "play.h"
 
 #include "reception.h"
-#include "session.h"
 #include "url.h"
 
 #include <cstdlib>
-#include <optional>
 
 namespace tool {
 namespace {
@@ -37,21 +35,28 @@ Outcome Open(const Target &target, std::optional<Session> &session) {
     return session.emplace().PlayStepByStep(target);
 }
 
-} // namespace
-
-Outcome Play(const PlaySettings &settings, const LibraryOutput &output, Interruption &interruption) {
-    Target target;
-    if (Outcome failed = FindTarget(settings, target); !failed.IsOk()) return failed;
-    std::optional<Session> session;
-    if (Outcome failed = Open(target, session); !failed.IsOk()) return failed;
-
-    const std::vector<Stream> streams = session->Streams();
+void NameLeftOut(const std::vector<Stream> &streams) {
     for (const Stream &stream : streams)
         if (!stream.isReadable)
             std::fprintf(stderr, "rtsptap: stream %d (%s) is left out: %s\n", stream.number, stream.codec.c_str(),
                          stream.codecType == 0 ? "its codec is not supported"
                                                : "an earlier one has the same codec");
-    Reception reception(*session, streams);
+}
+
+} // namespace
+
+Outcome OpenSession(const PlaySettings &settings, std::optional<Session> &session) {
+    Target target;
+    if (Outcome failed = FindTarget(settings, target); !failed.IsOk()) return failed;
+    if (Outcome failed = Open(target, session); !failed.IsOk()) return failed;
+    NameLeftOut(session->Streams());
+    return {};
+}
+
+Outcome Play(const PlaySettings &settings, const LibraryOutput &output, Interruption &interruption) {
+    std::optional<Session> session;
+    if (Outcome failed = OpenSession(settings, session); !failed.IsOk()) return failed;
+    Reception reception(*session, session->Streams());
     const Outcome outcome =
         ReceiveAndReport(reception, {settings.duration, kSilenceLimit}, output.Data(), interruption);
     reception.Stop(); // while media flows: a reader that waits is woken by the next packet only

@@ -11,7 +11,9 @@ constexpr auto kLook = std::chrono::milliseconds(100); // how often limits are l
 
 } // namespace
 
-Reception::Reception(const Session &session, const std::vector<Stream> &streams) : session_(session) {
+Reception::Reception(const Session &session, const std::vector<Stream> &streams,
+                     std::vector<PacketObserver> observers)
+    : session_(session), observers_(std::move(observers)) {
     for (const Stream &stream : streams) {
         if (!stream.isReadable) continue;
         Reader &reader = readers_.emplace_back();
@@ -55,6 +57,7 @@ void Reception::Read(Reader &reader) const {
             continue;
         }
         last = Clock::now();
+        for (const PacketObserver &observe : observers_) observe(reader.stream, *packet, last);
         const std::lock_guard guard(reader.lock);
         reader.statistics.Count(*packet, last);
     }

@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <cstdio>
+#include <functional>
 #include <list>
 #include <mutex>
 #include <thread>
@@ -15,9 +16,14 @@
 
 namespace tool {
 
+// Sees every packet before it is freed, on the thread that reads its stream.
+using PacketObserver = std::function<void(const Stream &, const RTPStreamData &, Clock::time_point arrival)>;
+
 class Reception {
 public:
-    Reception(const Session &session, const std::vector<Stream> &streams); // unreadable streams are passed over
+    // Unreadable streams are passed over.
+    Reception(const Session &session, const std::vector<Stream> &streams,
+              std::vector<PacketObserver> observers = {});
     ~Reception() { Stop(); }
     Reception(const Reception &) = delete;
     Reception &operator=(const Reception &) = delete;
@@ -36,6 +42,7 @@ private:
     void Read(Reader &reader) const;
 
     const Session &session_;
+    const std::vector<PacketObserver> observers_;
     const Clock::time_point begin_ = Clock::now();
     std::atomic<bool> stop_{false};
     std::list<Reader> readers_;

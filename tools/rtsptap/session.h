@@ -60,6 +60,9 @@ public:
 
     std::vector<Stream> Streams() const;
 
+    // What the description says of a stream; the session's.
+    const RTSPStreamDescription *Description(int32_t number) const { return RTSPClientGetSDPInfo(client_, number); }
+
     // The next packet, or none when the library's wait of about five seconds has passed. One thread per codec type.
     Packet Take(int32_t codecType) const;
 
