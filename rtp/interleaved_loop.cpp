@@ -51,6 +51,11 @@ Route FindRoute(const RTSPClient &client, uint32_t channel) {
     return {};
 }
 
+bool TakesFrames(const Route &route) {
+    if (route.stream == nullptr || !route.stream->takesFrames) return false;
+    return route.isRtcp || route.stream->receiving;
+}
+
 void AnswerRtcp(RTSPStreamInfo &stream, std::span<const uint8_t> packet) {
     if (ParseRtcpPacket(&stream, packet.data(), static_cast<int32_t>(packet.size())) != RTSP_SUCCESS) return;
     std::array<uint8_t, 512> report = {};
@@ -122,7 +127,7 @@ Unit TakeFrame(RTSPClient &client, InterleavedReader &reader) {
         return DropHeader(reader);
     }
     const Route route = FindRoute(client, header[1]);
-    if (route.stream == nullptr || (!route.isRtcp && !route.stream->receiving)) return DropHeader(reader);
+    if (!TakesFrames(route)) return DropHeader(reader);
     const std::size_t whole = kFrameHeaderBytes + length;
     if (Buffered(reader) < whole) return Unit::kIncomplete;
 
@@ -182,10 +187,11 @@ Unit TakeBufferedUnits(RTSPClient &client, InterleavedReader &reader, ReplyEnd r
     return unit;
 }
 
-// Rings for every stream. A stream described later has none and gets no frames.
+// Rings for every stream that is to take frames. A stream described later is not and has none.
 bool OpenRings(const RTSPClient &client) {
     RTSPStreamInfo *stream = client.streamList.load(std::memory_order_acquire);
     for (; stream != nullptr; stream = stream->next.load(std::memory_order_acquire)) {
+        if (!stream->takesFrames) continue;
         if (!OpenRing(*stream)) return false;
         stream->receiving = true;
         stream->localSsrc = ChooseSsrc(*stream);

@@ -23,19 +23,25 @@ void PlayInterleaved(RTSPClient &client, int32_t streamNumber) {
         stream->streamState = kStreamPlaying;
 }
 
+void PlayOverUdp(RTSPClient &client, int32_t streamNumber) {
+    StopInterleavedThread(client, -1); // of an earlier session over TCP: its streams receive datagrams now
+    if (streamNumber == 0) {
+        for (RTSPStreamInfo *stream = client.streamList; stream != nullptr; stream = stream->next)
+            PlayOverUdp(*stream);
+    } else if (RTSPStreamInfo *const stream = FindStreamByNumber(client, streamNumber)) {
+        PlayOverUdp(*stream);
+    }
+}
+
 int32_t StartPlaying(Exchange &exchange) {
     RTSPClient &client = *exchange.client;
     const int32_t number = exchange.arguments.streamNumber;
     client.state = CLIENT_PLAYING_STATE;
     RtpRtspInfoPrint("Successful response of PLAY is received ... \n");
-    if (client.dataProto == DATA_PROTO_TCP) {
+    if (client.dataProto == DATA_PROTO_TCP)
         PlayInterleaved(client, number);
-    } else if (number == 0) {
-        for (RTSPStreamInfo *stream = client.streamList; stream != nullptr; stream = stream->next)
-            PlayOverUdp(*stream);
-    } else if (RTSPStreamInfo *const stream = FindStreamByNumber(client, number)) {
-        PlayOverUdp(*stream);
-    }
+    else
+        PlayOverUdp(client, number);
     return RTSP_SUCCESS;
 }
 

@@ -5,6 +5,7 @@
 #include "rtp/stream_record.h"
 #include "rtp/stream_thread.h"
 #include "rtsp/client/client_record.h"
+#include "rtsp/client/stream_threads.h"
 #include "rtsp/message/response_read.h"
 
 #include <cerrno>
@@ -15,7 +16,7 @@ namespace {
 
 bool ThreadServesConnection(const RTSPClient &client) {
     const RTSPStreamInfo *const first = client.streamList;
-    return first != nullptr && IsServing(first->rtpThread) && first->rtpThread->dataProto == DATA_PROTO_TCP;
+    return first != nullptr && IsServing(first->rtpThread) && ServesConnection(first->rtpThread);
 }
 
 // While playing or paused over TCP replies come from the thread, and also in any other state while one
@@ -61,7 +62,10 @@ RecvBufferPtr ObtainReply(RTSPClient &client, RTSPMethod method, int32_t &failur
         return WaitForHandOver(client);
     }
     // The reply to the first PLAY may have media before and behind it, which must not be swallowed.
-    if (client.dataProto == DATA_PROTO_TCP && method == RTSP_PLAY) return ReceiveReplyAmongFrames(client, failure);
+    if (client.dataProto == DATA_PROTO_TCP && method == RTSP_PLAY) {
+        ChooseStreamsForFrames(client);
+        return ReceiveReplyAmongFrames(client, failure);
+    }
     int32_t readError = 0;
     RecvBufferPtr reply(ClientReadMessage(&client, kReplyBytes, &readError));
     failure = readError == RTSP_RESPONSE_TIMEOUT ? RTSP_RESPONSE_TIMEOUT : RTSP_NO_RESPONSE;

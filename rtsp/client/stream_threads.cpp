@@ -12,11 +12,18 @@
 namespace rtsptap {
 namespace {
 
-bool ServesConnection(const StreamThread *thread) {
-    return thread != nullptr && thread->dataProto == DATA_PROTO_TCP;
-}
+bool ReceivesDatagrams(const StreamThread *thread) { return IsServing(thread) && !ServesConnection(thread); }
 
 } // namespace
+
+bool ServesConnection(const StreamThread *thread) {
+    return thread != nullptr && thread->body == ServeInterleavedConnection;
+}
+
+void ChooseStreamsForFrames(const RTSPClient &client) {
+    for (RTSPStreamInfo *stream = client.streamList; stream != nullptr; stream = stream->next)
+        stream->takesFrames = !ReceivesDatagrams(stream->rtpThread) && !ReceivesDatagrams(stream->rtcpThread);
+}
 
 void StartUdpThreads(RTSPStreamInfo &stream) {
     StartStreamThread(stream.rtpThread, stream, ReceiveRtp);
@@ -25,14 +32,22 @@ void StartUdpThreads(RTSPStreamInfo &stream) {
 
 void StartInterleavedThread(RTSPClient &client) {
     RTSPStreamInfo *const first = client.streamList;
-    if (first != nullptr) StartStreamThread(first->rtpThread, *first, ServeInterleavedConnection);
+    if (first == nullptr) return;
+    ChooseStreamsForFrames(client);
+    StopStreamThread(first->rtcpThread, -1); // the first stream changes over: its receive thread is taken over from
+    first->takesFrames = true;
+    StartStreamThread(first->rtpThread, *first, ServeInterleavedConnection);
+}
+
+void StopInterleavedThread(const RTSPClient &client, int socket) {
+    for (RTSPStreamInfo *stream = client.streamList; stream != nullptr; stream = stream->next)
+        if (ServesConnection(stream->rtpThread)) StopStreamThread(stream->rtpThread, socket);
 }
 
 void CloseConnectionAndStreams(RTSPClient &client) {
     DebugPrint(kDebugEntry, "\tClosing RTSP Connection Socket \n");
     const int32_t rtspSocket = client.rtspSocket;
-    for (RTSPStreamInfo *stream = client.streamList; stream != nullptr; stream = stream->next)
-        if (ServesConnection(stream->rtpThread)) StopStreamThread(stream->rtpThread, rtspSocket);
+    StopInterleavedThread(client, rtspSocket);
     client.rtspSocket = -1;
     CloseSock(rtspSocket);
     ForgetConnection(client);

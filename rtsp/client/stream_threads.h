@@ -6,11 +6,20 @@ namespace rtsptap {
 
 struct RTSPClient;
 struct RTSPStreamInfo;
+struct StreamThread;
 
 // Starts the stream's RTP and RTCP threads over UDP, or hands over to new ones where they run.
 void StartUdpThreads(RTSPStreamInfo &stream);
 // Starts the thread that serves the whole interleaved connection, on the client's first stream.
 void StartInterleavedThread(RTSPClient &client);
+
+// Stops it. A `socket` of -1 leaves the connection open and unread.
+void StopInterleavedThread(const RTSPClient &client, int socket);
+bool ServesConnection(const StreamThread *thread); // it is such a thread; may be null
+
+// Before frames are taken: those of every stream are, but where threads receive datagrams, for a client may change
+// its protocol while they run.
+void ChooseStreamsForFrames(const RTSPClient &client);
 
 // Closes the RTSP connection, then stops every thread of every stream and closes its sockets, in this order:
 // RTP socket, RTP thread, RTCP socket, RTCP thread.

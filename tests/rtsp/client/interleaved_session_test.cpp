@@ -241,6 +241,29 @@ TEST(Interleaved, FullBufferRefusesFramesUntilSpaceIsGivenBack) {
     EXPECT_EQ(session.Video(1), Numbers(4, 4));
 }
 
+TEST(Interleaved, StreamsThatReceiveDatagramsKeepTheirBuffersAndThreads) {
+    Session session(kUdp, CLIENT_PLAYING_STATE,
+                    {{"OPTIONS ", Ok()},
+                     {"DESCRIBE ", WithBody(kDescription)},
+                     {"SETUP ", SetupReply(3, kTcp)},
+                     {"PLAY ", Ok()},
+                     {"TEARDOWN ", Ok()}});
+    const std::size_t threads = CountThreads();
+    EXPECT_EQ(session.Options(), 0);
+    EXPECT_EQ(RTSPClientConnect(session.client, "127.0.0.1", session.server.Port(), "live", kTcp, 0), 0);
+    EXPECT_EQ(session.Describe(), 0);
+    EXPECT_EQ(session.Setup(3), 0);
+    EXPECT_EQ(RTPClientSetAudioVideoBufferSize(session.client, 1 << 16, 1 << 16), 0);
+    EXPECT_EQ(session.Play(), 0);
+    session.server.Send(Frames(1, 1) + Frame(1, Bytes(SenderReport{})) + Frame(3, Bytes(SenderReport{})));
+    session.SendNumbers(2, Numbers(1, 5));
+    EXPECT_EQ(session.Audio(5), Numbers(1, 5));
+    EXPECT_EQ(session.Video(1), Numbers(1, 1)); // the first stream changed over
+    EXPECT_EQ(session.server.WaitForFrames(1).size(), 1U);
+    EXPECT_EQ(CountThreads(), threads - 1);
+    EXPECT_EQ(session.Teardown(), 0);
+}
+
 TEST(Interleaved, ServerMayCloseAnywhere) {
     const std::string bytes = Frames(1, 1) + "RTSP/1.0 200 OK\r\nSession: 12345678\r\n\r\n" + Frames(2, 2);
     for (std::size_t cut = 0; cut <= bytes.size(); cut += 3) {
