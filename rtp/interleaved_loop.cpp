@@ -52,7 +52,7 @@ Route FindRoute(const RTSPClient &client, uint32_t channel) {
 }
 
 bool TakesFrames(const Route &route) {
-    if (route.stream == nullptr || route.stream->onDatagrams) return false;
+    if (route.stream == nullptr || !route.stream->takesFrames) return false;
     return route.isRtcp || route.stream->receiving;
 }
 
@@ -187,11 +187,11 @@ Unit TakeBufferedUnits(RTSPClient &client, InterleavedReader &reader, ReplyEnd r
     return unit;
 }
 
-// Rings for every stream whose frames this is to take. A stream described later has none and gets no frames.
+// Rings for every stream that is to take frames. A stream described later is not and has none.
 bool OpenRings(const RTSPClient &client) {
     RTSPStreamInfo *stream = client.streamList.load(std::memory_order_acquire);
     for (; stream != nullptr; stream = stream->next.load(std::memory_order_acquire)) {
-        if (stream->onDatagrams) continue;
+        if (!stream->takesFrames) continue;
         if (!OpenRing(*stream)) return false;
         stream->receiving = true;
         stream->localSsrc = ChooseSsrc(*stream);
@@ -248,7 +248,8 @@ RecvBufferPtr ReceiveReplyAmongFrames(RTSPClient &client, int32_t &failure) {
     const CallTrace trace("ClientReadMessage");
     failure = RTSP_NO_RESPONSE;
     InterleavedReader *const reader = OpenReader(client);
-    if (reader == nullptr || !OpenRings(client)) return nullptr;
+    if (reader == nullptr) return nullptr;
+    OpenRings(client); // a stream whose ring finds no memory gets no frames; its thread will tell
     const uint64_t deadline = MonotonicMs() + kReplyTimeoutMs;
     bool closed = false;
     while (client.recvData == nullptr) {

@@ -40,13 +40,6 @@ int32_t CheckMedia(const CallTrace &trace, const Request &request) {
     return RTSP_SUCCESS;
 }
 
-// A stream that could not be finished stays linked and counted, but is nobody's codec and holds nothing.
-void AbandonStream(RTSPStreamInfo &stream) {
-    stream.codecType = 0;
-    stream.description.codecType = 0;
-    DestroyStreamLocks(stream);
-}
-
 int32_t MakeLocks(const CallTrace &trace, RTSPStreamInfo &stream) {
     switch (CreateStreamLocks(stream)) {
     case StreamLock::kNone:
@@ -67,7 +60,7 @@ void Describe(RTSPStreamInfo &stream, int32_t codecType, uint16_t port, uint8_t 
     stream.description.isVideo = isVideo;
     stream.isVideo = isVideo;
     stream.description.codecType = codecType;
-    stream.codecType = codecType; // last: from here on the stream is found by it
+    stream.codecType = codecType; // last: from here on readers find the stream by it
 }
 
 int32_t OpenPort(const CallTrace &trace, RTSPStreamInfo &stream, uint16_t port) {
@@ -141,10 +134,11 @@ int32_t CreateRTPStream(intptr_t clientHandle, int32_t codecType, uint16_t port,
     RTSPStreamInfo *const stream = AppendStream(*client);
     if (stream == nullptr) return trace.Fail(RTSP_FAILURE, "\tEXIT : %s :Memory Allocation Failed\n");
     if (const int32_t result = MakeLocks(trace, *stream); result != RTSP_SUCCESS) return result;
-    ScopeExit abandon([stream] { AbandonStream(*stream); });
-    Describe(*stream, codecType, port, isVideo);
+    // A stream that cannot be finished stays linked and counted, but is nobody's codec and holds nothing.
+    ScopeExit abandon([stream] { DestroyStreamLocks(*stream); });
     if (const int32_t result = OpenPort(trace, *stream, port); result != RTSP_SUCCESS) return result;
     abandon.Dismiss();
+    Describe(*stream, codecType, port, isVideo);
     RtpRtspInfoPrint("Creating RTP Data Receive thread for third party client to receive RTP data \n");
     StartStreamThread(stream->rtpThread, *stream, ReceiveRtp); // without a thread the stream stays silent
     return RTSP_SUCCESS;

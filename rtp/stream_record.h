@@ -38,7 +38,7 @@ struct RTSPStreamInfo {
     std::atomic<uint32_t> streamState{0};        // kStreamPlaying, kStreamPaused or 0
     std::atomic<uint32_t> interleavedChannel{0}; // RTP channel; RTCP uses the next one
     std::atomic<uint16_t> serverPort{0};         // server's RTP port, host order
-    std::atomic<bool> onDatagrams{false};        // threads of its own receive datagrams: frames leave it alone
+    std::atomic<bool> takesFrames{false};        // interleaved: its ring and reports are the connection's affair
     std::atomic<int32_t> codecType{0};           // RTPCodecType, 0 when unknown
     std::atomic<uint8_t> isVideo{0};             // chooses the ring size
     std::atomic<RTSPStreamInfo *> next{nullptr};

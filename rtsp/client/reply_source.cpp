@@ -63,7 +63,7 @@ RecvBufferPtr ObtainReply(RTSPClient &client, RTSPMethod method, int32_t &failur
     }
     // The reply to the first PLAY may have media before and behind it, which must not be swallowed.
     if (client.dataProto == DATA_PROTO_TCP && method == RTSP_PLAY) {
-        LeaveDatagramStreamsAlone(client);
+        ChooseStreamsForFrames(client);
         return ReceiveReplyAmongFrames(client, failure);
     }
     int32_t readError = 0;

@@ -20,9 +20,9 @@ bool ServesConnection(const StreamThread *thread) {
     return thread != nullptr && thread->body == ServeInterleavedConnection;
 }
 
-void LeaveDatagramStreamsAlone(const RTSPClient &client) {
+void ChooseStreamsForFrames(const RTSPClient &client) {
     for (RTSPStreamInfo *stream = client.streamList; stream != nullptr; stream = stream->next)
-        stream->onDatagrams = ReceivesDatagrams(stream->rtpThread) || ReceivesDatagrams(stream->rtcpThread);
+        stream->takesFrames = !ReceivesDatagrams(stream->rtpThread) && !ReceivesDatagrams(stream->rtcpThread);
 }
 
 void StartUdpThreads(RTSPStreamInfo &stream) {
@@ -33,9 +33,9 @@ void StartUdpThreads(RTSPStreamInfo &stream) {
 void StartInterleavedThread(RTSPClient &client) {
     RTSPStreamInfo *const first = client.streamList;
     if (first == nullptr) return;
-    LeaveDatagramStreamsAlone(client);
+    ChooseStreamsForFrames(client);
     StopStreamThread(first->rtcpThread, -1); // the first stream changes over: its receive thread is taken over from
-    first->onDatagrams = false;
+    first->takesFrames = true;
     StartStreamThread(first->rtpThread, *first, ServeInterleavedConnection);
 }
 

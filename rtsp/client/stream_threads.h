@@ -17,9 +17,9 @@ void StartInterleavedThread(RTSPClient &client);
 void StopInterleavedThread(const RTSPClient &client, int socket);
 bool ServesConnection(const StreamThread *thread); // it is such a thread; may be null
 
-// Before frames are taken: finds the streams whose threads receive datagrams, for a client may change its protocol
-// while they run. Their rings and reports stay those threads' affair.
-void LeaveDatagramStreamsAlone(const RTSPClient &client);
+// Before frames are taken: those of every stream are, but where threads receive datagrams, for a client may change
+// its protocol while they run.
+void ChooseStreamsForFrames(const RTSPClient &client);
 
 // Closes the RTSP connection, then stops every thread of every stream and closes its sockets, in this order:
 // RTP socket, RTP thread, RTCP socket, RTCP thread.
