@@ -19,6 +19,24 @@ private:
     pthread_mutex_t &mutex_;
 };
 
+// The same for a mutex whose holders only ever move a few links: waiting for it a moment on the processor is much
+// cheaper than falling asleep and being woken.
+class ScopedShortLock {
+public:
+    explicit ScopedShortLock(pthread_mutex_t &mutex) : mutex_(mutex) {
+        for (int tries = 0; tries < kTries; ++tries)
+            if (pthread_mutex_trylock(&mutex_) == 0) return;
+        MutexLock(&mutex_);
+    }
+    ~ScopedShortLock() { MutexUnlock(&mutex_); }
+    ScopedShortLock(const ScopedShortLock &) = delete;
+    ScopedShortLock &operator=(const ScopedShortLock &) = delete;
+
+private:
+    static constexpr int kTries = 100;
+    pthread_mutex_t &mutex_;
+};
+
 // A descriptor that is shut down and closed unless a record takes it with Release().
 class UniqueSocket {
 public:

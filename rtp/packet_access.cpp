@@ -42,14 +42,14 @@ RTPStreamData *DeliverableHead(RTSPStreamInfo &stream) {
 using HandOut = RTPStreamData *(*)(RTSPStreamInfo &stream);
 
 RTPStreamData *ShowHead(RTSPStreamInfo &stream) {
-    const ScopedLock lock(stream.packetListLock);
+    const ScopedShortLock lock(stream.packetListLock);
     RTPStreamData *const head = DeliverableHead(stream);
     if (head != nullptr) stream.peekedPacket = head;
     return head;
 }
 
 RTPStreamData *TakeDeliverableHead(RTSPStreamInfo &stream) {
-    const ScopedLock lock(stream.packetListLock);
+    const ScopedShortLock lock(stream.packetListLock);
     RTPStreamData *const head = DeliverableHead(stream);
     if (head == nullptr) return nullptr;
     // Counted before it leaves the queue: at no moment does the packet's place in the ring look unused.

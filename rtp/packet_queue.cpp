@@ -169,7 +169,7 @@ void InsertPacket(RTSPStreamInfo &stream, RTPStreamData *packet, const ArrivalRu
     const uint16_t number = NumberOf(*packet); // once it is queued the application may take and free it
     Findings found;
     {
-        const ScopedLock lock(stream.packetListLock);
+        const ScopedShortLock lock(stream.packetListLock);
         Insert(stream, packet, rules, found);
     }
     Print(found, rules, stream.lastSeqNum.load(std::memory_order_relaxed), number);
@@ -177,7 +177,9 @@ void InsertPacket(RTSPStreamInfo &stream, RTPStreamData *packet, const ArrivalRu
 
 void SignalReaders(RTSPStreamInfo &stream) {
     if (stream.waitingReaders.load(std::memory_order_seq_cst) == 0) return;
-    const ScopedLock lock(stream.signalLock);
+    // A reader that has announced itself and saw no packet is inside the wait once the lock has been free.
+    // Signalled after it is released: the reader does not wake up only to wait for it.
+    { const ScopedLock readerWaits(stream.signalLock); }
     SignalOnConditionVar(&stream.dataCondition);
 }
 
