@@ -23,8 +23,9 @@ enum class ReplyStatus { kTaken, kIncomplete, kNoMemory };
 // it is until its rest has come, or until kReplyGraceMs later, or when `final` says that nothing more comes.
 ReplyStatus TakeReply(RTSPClient &client, InterleavedReader &reader, ReplyEnd rule, bool final);
 
-// How long the rest of a reply may take that came in pieces, in ms.
-inline constexpr int kReplyGraceMs = 200;
+// How long the rest of a reply may take that came in pieces, in ms: longer than a lost segment needs to be
+// sent again, which on Linux is 200 ms at the least.
+inline constexpr int kReplyGraceMs = 1000;
 
 // The time in ms until an incomplete reply is handed over as it is; -1 when none waits.
 int ReplyGraceLeft(const InterleavedReader &reader);

@@ -50,9 +50,8 @@ std::string RtcpPacket(unsigned type, const std::vector<uint32_t> &words) {
     return bytes;
 }
 
-std::string Bytes(const SenderReport &report) {
-    return RtcpPacket(200, {report.ssrc, report.ntpMsw, report.ntpLsw, report.rtpTimestamp, report.packetCount,
-                            report.octetCount});
+std::string SenderReport(uint32_t ntpMsw, uint32_t ntpLsw) {
+    return RtcpPacket(200, {0x11223344, ntpMsw, ntpLsw, 0, 0, 0});
 }
 
 std::string Frame(unsigned channel, const std::string &body) {

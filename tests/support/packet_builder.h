@@ -27,16 +27,8 @@ struct RtpPacket {
 std::string Bytes(const RtpPacket &packet);
 std::string Rtp(uint16_t sequenceNumber, const std::string &payload = "payload!");
 
-struct SenderReport {
-    uint32_t ssrc = 0x11223344;
-    uint32_t ntpMsw = 0;
-    uint32_t ntpLsw = 0;
-    uint32_t rtpTimestamp = 0;
-    uint32_t packetCount = 0;
-    uint32_t octetCount = 0;
-};
-std::string Bytes(const SenderReport &report);
 std::string RtcpPacket(unsigned type, const std::vector<uint32_t> &words); // one source
+std::string SenderReport(uint32_t ntpMsw = 0, uint32_t ntpLsw = 0);
 
 std::string Frame(unsigned channel, const std::string &body); // "$", channel, 16-bit length, body
 
