@@ -1,5 +1,5 @@
 // DESCRIBE: fetches the description, in one piece or two, and hands it to the parser. Application thread.
-#include "rtp/stream_record.h"
+#include "rtp/stream_lifecycle.h"
 #include "rtsp/client/checks.h"
 #include "rtsp/client/client_record.h"
 #include "rtsp/client/reply_status.h"
@@ -77,22 +77,9 @@ int32_t StoreDescription(Exchange &exchange) {
     return RTSP_SUCCESS;
 }
 
-// After a TEARDOWN the streams of the last session are kept for those who hold their packets or descriptions.
-// A new description starts with stream 1 again, so they leave the list.
-void RetireEndedSession(RTSPClient &client) {
-    RTSPStreamInfo *const first = client.streamList;
-    if (client.streamCount != 0 || first == nullptr) return;
-    RTSPStreamInfo *last = first;
-    while (last->next != nullptr) last = last->next;
-    last->next = client.retiredStreams;
-    client.retiredStreams = first;
-    client.streamList = nullptr;
-    ReleaseSdpFields(client.sdpFieldList);
-}
-
 int32_t ParseDescription(Exchange &exchange) {
     DebugPrint(kDebugEntry, "\tParsing Received SDP by calling 'ParseReceivedSDP' function\n");
-    RetireEndedSession(*exchange.client);
+    if (RetireEndedStreams(*exchange.client)) ReleaseSdpFields(exchange.client->sdpFieldList);
     // Kept: other failures of the parser are no failure here.
     if (ParseReceivedSDP(exchange.client) == RTSP_FAILURE)
         return exchange.trace.Fail(RTSP_BAD_RESPONSE, "EXIT : %s : Problem occured while parsing SDP data \n");
