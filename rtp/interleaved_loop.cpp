@@ -38,6 +38,8 @@ struct Route {
     bool isRtcp = false;
 };
 
+constexpr std::string_view kReplyStart = "RTSP";
+
 enum class Unit { kHandled, kIncomplete, kNoMemory };
 
 // The first stream in description order that has the channel for RTP or, one above, for RTCP.
@@ -115,11 +117,21 @@ Unit DropHeader(InterleavedReader &reader) {
     return Unit::kHandled;
 }
 
+// A reply that somebody waits for is found wherever it begins among bytes out of step. A full buffer, whose frames
+// are not consumed, would cost three of four otherwise, and with them PAUSE and TEARDOWN.
+std::size_t CorruptedBytes(const RTSPClient &client, const InterleavedReader &reader) {
+    const std::string_view text = BufferedText(reader);
+    for (std::size_t at = 1; client.awaitingReply && at < kFrameHeaderBytes; ++at)
+        if (kReplyStart.starts_with(text.substr(at, kReplyStart.size()))) return at;
+    return kFrameHeaderBytes;
+}
+
 Unit TakeFrame(RTSPClient &client, InterleavedReader &reader) {
     const uint8_t *const header = reader.bytes + reader.begin;
     if (header[0] != '$') {
         puts("Error: corrupted stream ($/RTSP not found)");
-        return DropHeader(reader);
+        Consume(reader, CorruptedBytes(client, reader));
+        return Unit::kHandled;
     }
     const std::size_t length = wire::U16(header + 2);
     if (length > client.mtuSize) {
@@ -158,7 +170,7 @@ Unit TakeReplyUnit(RTSPClient &client, InterleavedReader &reader, ReplyEnd rule,
 bool ReplyStandsNext(const InterleavedReader &reader, ReplyEnd rule) {
     const std::string_view text = BufferedText(reader);
     if (rule == ReplyEnd::kBlankLine) return !text.empty() && !text.starts_with('$'); // a reply is what is awaited
-    return text.starts_with("RTSP");
+    return text.starts_with(kReplyStart);
 }
 
 void SignalDueStreams(const RTSPClient &client) {

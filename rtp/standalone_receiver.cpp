@@ -131,6 +131,7 @@ int32_t CreateRTPStream(intptr_t clientHandle, int32_t codecType, uint16_t port,
     RTSPClient *const client = LiveClient(clientHandle);
     if (client == nullptr || port == 0)
         return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid Input Arguments\n");
+    RetireEndedStreams(*client);
     RTSPStreamInfo *const stream = AppendStream(*client);
     if (stream == nullptr) return trace.Fail(RTSP_FAILURE, "\tEXIT : %s :Memory Allocation Failed\n");
     if (const int32_t result = MakeLocks(trace, *stream); result != RTSP_SUCCESS) return result;

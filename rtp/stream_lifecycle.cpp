@@ -38,6 +38,14 @@ RTSPStreamInfo *AppendStream(RTSPClient &client, RTSPStreamInfo *last) {
     return stream;
 }
 
+void RetireEndedStreams(RTSPClient &client) {
+    RTSPStreamInfo *const first = client.streamList;
+    if (client.streamCount != 0 || first == nullptr) return;
+    TailLink(client, first) = client.retiredStreams;
+    client.retiredStreams = first;
+    client.streamList = nullptr;
+}
+
 StreamLock CreateStreamLocks(RTSPStreamInfo &stream) {
     if (MutexInit(&stream.packetListLock) != RTSP_SUCCESS) return StreamLock::kPacketList;
     ScopeExit destroyListLock([&stream] { MutexDestroy(&stream.packetListLock); });

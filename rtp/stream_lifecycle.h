@@ -14,6 +14,10 @@ struct RTSPStreamInfo;
 // appended last, from which the tail is looked for: a description may open tens of thousands of sections.
 RTSPStreamInfo *AppendStream(RTSPClient &client, RTSPStreamInfo *last = nullptr);
 
+// After a TEARDOWN the streams of the last session are kept for those who hold their packets or descriptions. What
+// comes next starts with stream 1 again, so they leave the list.
+void RetireEndedStreams(RTSPClient &client);
+
 enum class StreamLock { kNone, kPacketList, kSignal, kCondition };
 
 // Makes packetListLock, signalLock and dataCondition, in that order. Returns the one that could not be

@@ -1,5 +1,5 @@
 // DESCRIBE: fetches the description, in one piece or two, and hands it to the parser. Application thread.
-#include "rtp/stream_record.h"
+#include "rtp/stream_lifecycle.h"
 #include "rtsp/client/checks.h"
 #include "rtsp/client/client_record.h"
 #include "rtsp/client/reply_status.h"
@@ -77,24 +77,17 @@ int32_t StoreDescription(Exchange &exchange) {
     return RTSP_SUCCESS;
 }
 
-// After a TEARDOWN the streams of the last session are kept for those who hold their packets or descriptions.
-// A new description starts with stream 1 again, so they leave the list. The lines of a description that has
-// no streams, or no longer, answer no more queries.
-void RetireEndedSession(RTSPClient &client) {
+// A description in force stays and the next one is appended. One that ended with its session, or never had a
+// stream, makes room: its lines answer no more queries.
+void LeaveEndedDescription(RTSPClient &client) {
     if (client.streamCount != 0) return;
+    RetireEndedStreams(client);
     ReleaseSdpFields(client.sdpFieldList);
-    RTSPStreamInfo *const first = client.streamList;
-    if (first == nullptr) return;
-    RTSPStreamInfo *last = first;
-    while (last->next != nullptr) last = last->next;
-    last->next = client.retiredStreams;
-    client.retiredStreams = first;
-    client.streamList = nullptr;
 }
 
 int32_t ParseDescription(Exchange &exchange) {
     DebugPrint(kDebugEntry, "\tParsing Received SDP by calling 'ParseReceivedSDP' function\n");
-    RetireEndedSession(*exchange.client);
+    LeaveEndedDescription(*exchange.client);
     // Kept: other failures of the parser are no failure here.
     if (ParseReceivedSDP(exchange.client) == RTSP_FAILURE)
         return exchange.trace.Fail(RTSP_BAD_RESPONSE, "EXIT : %s : Problem occured while parsing SDP data \n");

@@ -45,6 +45,19 @@ TEST(StandaloneReceiver, DeliversBothMediaUntilDestroy) {
     EXPECT_EQ(CountDescriptors(), descriptors);
 }
 
+TEST(StandaloneReceiver, StreamsOfASessionTornDownDoNotHideItsOwn) {
+    Session session(kUdp, CLIENT_PLAYING_STATE, {{"TEARDOWN ", Ok()}});
+    session.SendNumbers(1, Numbers(1, 1));
+    RTPStreamData *const held = TakePacket(session.client, kVideo);
+    ASSERT_NE(held, nullptr);
+    EXPECT_EQ(session.Teardown(), 0);
+    const uint16_t port = FreePort();
+    EXPECT_EQ(Begin(session.client, {.flag = 1, .videoPort = port}), 0);
+    UdpPeer().SendTo(port, Rtp(10));
+    EXPECT_EQ(session.Video(1), Numbers(10, 10));
+    EXPECT_EQ(RTPClientFreeRTPStreamData(session.client, held, kVideo), 0);
+}
+
 TEST(StandaloneReceiver, ArgumentsAreCheckedInOrder) {
     const Client client;
     const UdpPeer taken;

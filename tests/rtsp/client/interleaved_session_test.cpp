@@ -254,6 +254,18 @@ TEST(Interleaved, StreamsThatReceiveDatagramsKeepTheirBuffersAndThreads) {
     EXPECT_EQ(session.Teardown(), 0);
 }
 
+TEST(Interleaved, AwaitedReplyIsFoundBehindBytesOutOfStep) {
+    const std::string reply = "RTSP/1.0 200 OK\r\nSession: 12345678\r\n\r\n";
+    Script script;
+    for (const std::size_t before : {1U, 2U, 3U, 5U, 6U, 7U}) {
+        script.push_back({"PLAY ", SendBytes(std::string(before, 'A') + reply + Frames(1, 1))});
+        script.push_back({"PLAY ", Pieces(std::string(before, 'A') + reply + Frames(2, 2), before + 2, 20)});
+    }
+    Session session(kTcp, CLIENT_PLAYING_STATE, script);
+    for (std::size_t i = 0; i < script.size(); ++i) EXPECT_EQ(PlayReply(session), reply) << i;
+    EXPECT_EQ(session.Video(script.size()).size(), script.size());
+}
+
 TEST(Interleaved, ServerMayCloseAnywhere) {
     const std::string bytes = Frames(1, 1) + "RTSP/1.0 200 OK\r\nSession: 12345678\r\n\r\n" + Frames(2, 2);
     for (std::size_t cut = 0; cut <= bytes.size(); cut += 3) {
