@@ -1,6 +1,7 @@
 // The command-line tool, end to end: its report, its exit statuses, and what it must not print.
 #include "tests/interop/peers.h"
 #include "tests/support/packet_builder.h"
+#include "tests/support/scripted_server.h"
 
 #include <gtest/gtest.h>
 
@@ -124,6 +125,45 @@ TEST_F(Tool, EveryFailureHasItsOwnExitStatus) {
         EXPECT_EQ(row.status, tool.Wait(30s)) << row.errors;
         EXPECT_TRUE(Contains(tool.Errors(), row.errors)) << tool.Errors();
         EXPECT_FALSE(Contains(tool.Errors(), "hunter2"));
+    }
+}
+
+// The session fails twice in the same way: at once, then step by step, to tell why.
+TEST(ToolWithoutServer, EveryRefusalOfAServerHasItsOwnExitStatus) {
+    const std::string otherNetwork = "v=0\r\nc=IN IP6 ::1\r\n";
+    const std::string unsupported = "v=0\r\nm=video 0 RTP/AVP 98\r\na=rtpmap:98 VP8/90000\r\n";
+    const struct {
+        Script script;
+        int status;
+        const char *errors;
+    } cases[] = {
+        {{{"OPTIONS", Close()}, {"OPTIONS", Close()}}, 3, "OPTIONS: the server closed the connection"},
+        {{{"OPTIONS", Status(500, "No")}, {"OPTIONS", Status(500, "No")}}, 8, "OPTIONS: the server failed"},
+        {{{"OPTIONS", Ok()},
+          {"DESCRIBE", Status(302, "There")},
+          {"OPTIONS", Ok()},
+          {"DESCRIBE", Status(302, "There")}},
+         9,
+         "DESCRIBE: the server sends us elsewhere"},
+        {{{"OPTIONS", Ok()},
+          {"DESCRIBE", WithBody(otherNetwork)},
+          {"OPTIONS", Ok()},
+          {"DESCRIBE", WithBody(otherNetwork)}},
+         10,
+         "DESCRIBE: the reply or its description is not understood"},
+        {{{"OPTIONS", Ok()},
+          {"DESCRIBE", WithBody(unsupported)},
+          {"SETUP", Ok("Session: {session}", "Transport: RTP/AVP/TCP;unicast;interleaved=0-1")},
+          {"PLAY", Ok()},
+          {"TEARDOWN", Ok()}},
+         11,
+         "stream 1 (VP8) is left out"},
+    };
+    for (const auto &row : cases) {
+        ScriptedServer server(row.script);
+        ChildProcess tool({TOOL, "play", server.Expand("{base}"), "--transport", "tcp"});
+        EXPECT_EQ(row.status, tool.Wait(30s)) << row.errors;
+        EXPECT_TRUE(Contains(tool.Errors(), row.errors)) << tool.Errors();
     }
 }
 

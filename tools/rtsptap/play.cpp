@@ -28,19 +28,25 @@ Outcome FindTarget(const PlaySettings &settings, Target &target) {
 // had its 25 seconds.
 Outcome Open(const Target &target, std::optional<Session> &session) {
     const Clock::time_point begin = Clock::now();
-    const Outcome atOnce = session.emplace().PlayAtOnce(target);
-    if (atOnce.IsOk() || atOnce.code == ExitCode::kUsage) return atOnce;
+    const int32_t atOnce = session.emplace().PlayAtOnce(target);
+    if (atOnce != RTSP_SEND_FAILED) return OutcomeOfCall("connection", atOnce);
     if (Clock::now() - begin >= kReplyLimit) return OutcomeOfCall("connection", RTSP_RESPONSE_TIMEOUT);
     session.reset();
     return session.emplace().PlayStepByStep(target);
 }
 
-void NameLeftOut(const std::vector<Stream> &streams) {
-    for (const Stream &stream : streams)
-        if (!stream.isReadable)
-            std::fprintf(stderr, "rtsptap: stream %d (%s) is left out: %s\n", stream.number, stream.codec.c_str(),
-                         stream.codecType == 0 ? "its codec is not supported"
-                                               : "an earlier one has the same codec");
+// Names the streams that nothing can be read from; at least one must be left.
+Outcome CheckStreams(const std::vector<Stream> &streams) {
+    bool anyReadable = false;
+    for (const Stream &stream : streams) {
+        anyReadable = anyReadable || stream.isReadable;
+        if (stream.isReadable) continue;
+        const char *why =
+            stream.codecType == 0 ? "its codec is not supported" : "an earlier one has the same codec";
+        std::fprintf(stderr, "rtsptap: stream %d (%s) is left out: %s\n", stream.number, stream.codec.c_str(), why);
+    }
+    if (anyReadable) return {};
+    return {ExitCode::kNoSupportedStream, "DESCRIBE: no stream has a codec that can be received"};
 }
 
 } // namespace
@@ -49,8 +55,9 @@ Outcome OpenSession(const PlaySettings &settings, std::optional<Session> &sessio
     Target target;
     if (Outcome failed = FindTarget(settings, target); !failed.IsOk()) return failed;
     if (Outcome failed = Open(target, session); !failed.IsOk()) return failed;
-    NameLeftOut(session->Streams());
-    return {};
+    Outcome unsupported = CheckStreams(session->Streams());
+    if (!unsupported.IsOk()) session->Teardown();
+    return unsupported;
 }
 
 Outcome Play(const PlaySettings &settings, const LibraryOutput &output, Interruption &interruption) {

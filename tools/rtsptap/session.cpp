@@ -38,11 +38,10 @@ Session::Session() : client_(RTSPClientCreate()) {
 
 Session::~Session() { RTSPClientDestroy(client_); }
 
-Outcome Session::PlayAtOnce(const Target &target) {
-    const int32_t result = RTSPClientAutoRTSPConnect(
-        client_, target.address.c_str(), target.port, target.path.c_str(), target.user.c_str(),
-        target.password.c_str(), target.transport, 0, 0, 0, 0, 0, nullptr, nullptr);
-    return OutcomeOfCall("connection", result);
+int32_t Session::PlayAtOnce(const Target &target) {
+    return RTSPClientAutoRTSPConnect(client_, target.address.c_str(), target.port, target.path.c_str(),
+                                     target.user.c_str(), target.password.c_str(), target.transport, 0, 0, 0, 0, 0,
+                                     nullptr, nullptr);
 }
 
 Outcome Session::PlayStepByStep(const Target &target) {

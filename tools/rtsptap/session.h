@@ -49,8 +49,9 @@ public:
     Session(const Session &) = delete;
     Session &operator=(const Session &) = delete;
 
-    // From nothing to playing in one call; a failure does not say which step it was.
-    Outcome PlayAtOnce(const Target &target);
+    // From nothing to playing in one call: RTSP_SUCCESS, RTSP_NOT_CONNECTED, or RTSP_SEND_FAILED when a step
+    // failed, whichever it was.
+    int32_t PlayAtOnce(const Target &target);
 
     // The same, method by method: says which one failed and why, and leaves out streams without a codec type.
     Outcome PlayStepByStep(const Target &target);
