@@ -8,7 +8,7 @@ declare -A packages=(
              libpcap-dev libgstreamer-plugins-base1.0-dev"
     [demo]="libgstrtspserver-1.0-dev gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad
             gstreamer1.0-plugins-ugly gstreamer1.0-libav gstreamer1.0-x"
-    [test]="ffmpeg gstreamer1.0-tools tshark"
+    [test]="ffmpeg gstreamer1.0-tools iproute2 tshark"
 )
 
 [ $# -gt 0 ] || set -- build demo test
