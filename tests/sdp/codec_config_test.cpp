@@ -42,11 +42,9 @@ TEST(CodecConfig, ParameterSetsAreSortedByTheirKind) {
     const std::pair<const char *, const char *> kCases[] = {
         {"96 packetization-mode=1;sprop-parameter-sets=Z0IAHw,aM48gA==;a=1", "both 6742001f,68ce3c80"},
         {"96 SPROP-Parameter-Sets= Z0IAHw== , aM48gA profile-level-id=1", "both 6742001f,68ce3c80"},
-        {"sprop-parameter-sets=aM48gA==,Z0IAHw==", "both 6742001f,68ce3c80"},
-        {"96 sprop-parameter-sets=Z0IAHw==,Z00A,BgUB,aM48gA==,aO48gA==", "both 6742001f,68ce3c80"},
+        {"96 sprop-parameter-sets=aM48gA==,Z0IAHw==,Z00A,BgUB,aO48gA==", "both 6742001f,68ce3c80"},
         {"96 sprop-parameter-sets=Z0I\x01,,Z0IAHw==,aM48gA==,", "both 6742001f,68ce3c80"},
         {"96 sprop-parameter-sets=Z0IAHw==", "refused 6742001f,"},
-        {"96 sprop-parameter-sets=,aM48gA==", "refused ,68ce3c80"},
         {"96 x-sprop-parameter-sets=Z0IAHw==,aM48gA==", "refused ,"},
         {"", "refused ,"},
     };
@@ -66,9 +64,7 @@ std::string AacConfigOf(const char *fmtp) {
 
 TEST(CodecConfig, TheAacConfigurationNamesTheCoreLayer) {
     const std::pair<const char *, const char *> kCases[] = {
-        {"97 streamtype=5; mode=AAC-hbr; config=1210; sizeLength=13", "1210 type 2 44100/2"},
-        {"97 streamconfig=1190;CONFIG=1408", "1408 type 2 16000/1"},
-        {"97 config=2b8A0800", "2b8a0800 type 2 22050/1"},     // spectral band replication over AAC-LC
+        {"97 streamconfig=1190; CONFIG=1210", "1210 type 2 44100/2"},
         {"97 config=eb098800", "eb098800 type 2 24000/1"},     // parametric stereo over AAC-LC
         {"97 config=f94640", "f94640 type 42 48000/2"},        // escaped object type
         {"97 config=1780562210", "1780562210 type 2 44100/2"}, // rate in 24 bits
@@ -77,12 +73,9 @@ TEST(CodecConfig, TheAacConfigurationNamesTheCoreLayer) {
         {"97 config=1690", "refused"},             // reserved rate
         {"97 config=1780000010", "refused"},       // rate 0
         {"97 config=178056", "refused"},           // cut inside the rate
-        {"97 config=2b8a", "refused"},             // cut inside the extension
-        {"97 config=12", "refused"},
+        {"97 config=2b8A", "refused"},             // cut inside the extension
         {"97 config=121", "refused"},
         {"97 config=12g0", "refused"},
-        {"97 config=", "refused"},
-        {"97 streamconfig=1210", "refused"},
     };
     CapturedStdout out;
     for (const auto &[fmtp, config] : kCases) EXPECT_EQ(AacConfigOf(fmtp), config) << fmtp;

@@ -50,30 +50,23 @@ TEST(SdpParser, ALineThatCannotStandEndsTheReadingWithItsCode) {
         int32_t result;
         std::string text; // printed last; empty: the reading goes on to kLast
     } kCases[] = {
-        {"\r\n", "", -1, invalid},
         {"", "o=- 1 1 IN IP4 10.0.0.2\r\nv=0", -1, invalid},
         {"\n", "v", 0, ""},
         {kHead, "c=IN IP6 ::1", -1, network},
-        {"v=0\n", "o=- 1 1 IN IP6 ::1", -1, network},
         {"v=0\n", "t=0 -1", -1, tab + "Invalid Session Time found in SDP\n"},
         {"v=0\n", "t=-1\nb=AS:0", 0, ""},
         {kVideo, "c=IN IP6 ::1\nt=0 -1\nq\nb=AS:50\na=fmtp\na=rtcp-fb:96 nack", 0, ""},
         {kVideo, "b=AS:0", -1, bandwidth},
-        {kVideo, "b", -1, bandwidth},
         {kVideo, "b=:5", -73, number},
         {kVideo, "b=TIAS:64000", -73, number}, // Kept
         {kVideo, "a=rtpmap", 0, map},
-        {kVideo, "a=rtpmap:96", 0, map},
         {kVideo, "a=rtpmap/96:96 H264", 0, map},
-        {kVideo, "a=rtpmap:x H264/90000", -1, number},
         {kVideo, "a=rtpmap:0 " + std::string(32, 'n') + "/90000/x", 0, ""},
         {kVideo, "a=rtpmap:0 " + std::string(33, 'n') + "/90000", -1, name},
         {kVideo, "a=rtpmap:96 H264/0", -73, number},
         {kAudio, "a=rtpmap:97 L16/44100/x", -73, number},
         {kVideo, "a=framerate:0.0", 0, ""},
         {kVideo, "a=framerate:0", 0, rate},
-        {kVideo, "a=framerate:abc", 0, rate},
-        {kVideo, "a=framerate", 0, rate},
         {kVideo, "a=control", 0, url},
         {kVideo, "a=control:" + std::string(257, 'u'), -1, longUrl},
     };
@@ -86,19 +79,6 @@ TEST(SdpParser, ALineThatCannotStandEndsTheReadingWithItsCode) {
                                      : parsing.printed.ends_with("!!!ERROR!!! : " + row.text))
             << row.line << " printed " << parsing.printed;
     }
-    EXPECT_EQ(ParseReceivedSDP(nullptr), -1);
-}
-
-TEST(SdpParser, AStreamWhoseSectionWasRefusedStaysUsable) {
-    Parsing parsing(kVideo + "a=rtpmap:96 H264/90000\na=control:video\nb=TIAS:64000" + kLast);
-    EXPECT_EQ(parsing.client.result, -73);
-    RTSPStreamInfo &stream = parsing.client.Stream(1);
-    EXPECT_STREQ(stream.controlUrl, "rtsp://10.0.0.2:554/live/video");
-    EXPECT_STREQ(stream.sdpFieldList->next->next->next->value, "TIAS:64000");
-    EXPECT_EQ(stream.codecType, RTP_CODEC_H264);
-    ASSERT_TRUE(stream.locksReady);
-    EXPECT_EQ(MutexLock(&stream.packetListLock), 0);
-    EXPECT_EQ(MutexUnlock(&stream.packetListLock), 0);
 }
 
 TEST(SdpParser, EveryLineIsKeptInTheListOfItsLevel) {
@@ -121,8 +101,6 @@ TEST(SdpParser, TheControlAttributeBecomesTheStreamsUrl) {
         std::string control, sessionName, url;
     } kCases[] = {
         {"trackID=1", "live", "rtsp://10.0.0.2:554/live/trackID=1"},
-        {"*", "live", "rtsp://10.0.0.2:554/live/*"},
-        {"rtsp://other:8554/a", "live", "rtsp://other:8554/a"},
         {"rtsp://other/a", "rtsp://other/a", ""},
         {absolute, "live", absolute},
         {std::string(256, 'u'), "live", ("rtsp://10.0.0.2:554/live/" + std::string(256, 'u')).substr(0, 255)},
@@ -148,7 +126,6 @@ TEST(SdpParser, TheLastOfRepeatedAttributesWinsButAnUnknownCodecDoesNot) {
     Parsing parsing(kVideo + "a=rtpmap:96 H264/90000\na=fmtp:96 sprop-parameter-sets=Z0IAH5WoFAFuQA==,aM48gA==\n"
                              "a=rtpmap:97 rtx/8000\na=fmtp:97 apt=96");
     EXPECT_STREQ(parsing.client.Stream(1).description.fmtp, "97 apt=96");
-    EXPECT_EQ(parsing.client.Stream(1).description.fmtpLength, 9);
     EXPECT_EQ(Summary(parsing.client.Stream(1)), "video 97 rtx 100 8000 0 b0 f0 sps10 pps4 aac0 ");
     EXPECT_TRUE(parsing.printed.ends_with("!!!ERROR!!! : \tEXIT : ParseReceivedSDP :Unable to extract SPS and PPS "
                                           "from SDP\n"));
@@ -169,7 +146,6 @@ TEST(SdpParser, NamesOfCodecsAreComparedAsEachCodecWants) {
     for (const auto &[name, codecType] : kCases) {
         Parsing parsing(kAudio + "a=rtpmap:97 " + name + "/8000");
         EXPECT_EQ(parsing.client.Stream(1).codecType, codecType) << name;
-        EXPECT_EQ(parsing.client.Stream(1).description.codecType, codecType) << name;
     }
 }
 

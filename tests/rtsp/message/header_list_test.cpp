@@ -30,10 +30,8 @@ TEST(HeaderLists, AdditionComparesTheFirstNameAlwaysAndTheLastOfSeveralNever) {
     } cases[] = {
         {{"CSeq", "CSeq"}, RTSP_HEADER_NAME},
         {{"CSeq", "cseq"}, 0},
-        {{"Range", "Scale", "Range"}, RTSP_HEADER_NAME},
         {{"Range", "Scale", "Scale"}, 0},
         {{"Range", "Scale", "Speed", "Scale"}, RTSP_HEADER_NAME},
-        {{"Range", "Scale", "Speed", "Speed"}, 0},
     };
     for (const auto &[names, result] : cases) {
         const HeaderList list({});
@@ -84,33 +82,25 @@ TEST(HeaderLists, ModificationReplacesTheFirstMatchAndKeepsItsFlag) {
     const HeaderList list({{"Range", "a"}});
     RTSPAddHeaderToList(list, "X-Own", "b", 1);
     RTSPAddHeaderToList(list, "X-Own", "c", 0);
-    const HeaderList empty({});
     CapturedStdout output;
     EXPECT_EQ(RTSPModifyHeaderInList(list, "X-Own", "new"), 0);
     EXPECT_EQ(Entries(list), "Range=a X-Own=new! X-Own=c ");
     EXPECT_EQ(RTSPModifyHeaderInList(list, "range", "new"), RTSP_HEADER_NAME);
-    EXPECT_EQ(RTSPModifyHeaderInList(empty, "Range", "new"), RTSP_HEADER_NAME);
-    const std::string notFound = kError + "RTSPModifyHeaderInList: No such header found in the header list \n";
-    EXPECT_EQ(output.Text(), "!!!INFO!!! : Header is modified successfully\n" + notFound + notFound);
+    EXPECT_EQ(output.Text(), "!!!INFO!!! : Header is modified successfully\n" + kError +
+                                 "RTSPModifyHeaderInList: No such header found in the header list \n");
 }
 
 TEST(HeaderLists, MissingArgumentsAreRefused) {
     const HeaderList list({{"Range", "a"}});
-    CapturedStdout output;
-    const int32_t results[] = {RTSPAddHeaderToList(0, "a", "b", 0),
-                               RTSPAddHeaderToList(list, nullptr, "b", 0),
-                               RTSPAddHeaderToList(list, "a", nullptr, 0),
-                               RTSPModifyHeaderInList(0, "a", "b"),
-                               RTSPModifyHeaderInList(list, "Range", nullptr),
-                               RTSPModifyHeaderInList(list, nullptr, "b"),
-                               RTSPRemoveHeaderFromList(0, "a"),
-                               RTSPRemoveHeaderFromList(list, nullptr),
-                               RTSPDestroyHeaderList(0)};
-    for (const int32_t result : results) EXPECT_EQ(result, RTSP_INVALID_ARGUMENT);
-    const std::string add = kError + "RTSPAddHeaderToList: Invalid input argument\n";
-    const std::string modify = kError + "RTSPModifyHeaderInList: Invalid input argument\n";
-    const std::string remove = kError + "RTSPRemoveHeaderFromList :Invalid input argument\n";
-    EXPECT_EQ(output.Text(), add + add + add + modify + modify + modify + remove + remove + kError +
-                                 "RTSPDestroyHeaderList: Invalid input argument\n");
+    const CapturedStdout output;
+    for (const auto &[handle, name, value] : {std::tuple<intptr_t, const char *, const char *>{0, "Range", "b"},
+                                              {list, nullptr, "b"},
+                                              {list, "Range", nullptr}}) {
+        EXPECT_EQ(RTSPAddHeaderToList(handle, name, value, 0), RTSP_INVALID_ARGUMENT);
+        EXPECT_EQ(RTSPModifyHeaderInList(handle, name, value), RTSP_INVALID_ARGUMENT);
+    }
+    EXPECT_EQ(RTSPRemoveHeaderFromList(0, "Range"), RTSP_INVALID_ARGUMENT);
+    EXPECT_EQ(RTSPRemoveHeaderFromList(list, nullptr), RTSP_INVALID_ARGUMENT);
+    EXPECT_EQ(RTSPDestroyHeaderList(0), RTSP_INVALID_ARGUMENT);
     EXPECT_EQ(Entries(list), "Range=a ");
 }

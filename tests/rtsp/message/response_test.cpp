@@ -20,10 +20,11 @@ ResponseMsgPtr Parse(const std::string &text) {
     return ResponseMsgPtr(ClientParseMessage(buffer.get()));
 }
 
-// "version status reason cSeq [name=value]..."
+// "version status reason cSeq [name=value]...", or what a refusal printed.
 std::string Summary(const std::string &text) {
+    CapturedStdout output;
     const ResponseMsgPtr response = Parse(text);
-    if (!response) return "none";
+    if (!response) return output.Text();
     std::string summary = std::string(response->version) + " " + std::to_string(response->statusCode) + " " +
                           response->reasonPhrase + " " + std::to_string(response->cSeq);
     for (uint32_t i = 0; i < response->headerCount; ++i)
@@ -51,11 +52,12 @@ struct Connection {
 
 } // namespace
 
-TEST(Response, IsReadLineByLine) {
-    const struct {
-        std::string text;
-        const char *summary;
-    } cases[] = {
+TEST(Response, IsReadLineByLineOrRefusedWithItsReason) {
+    const std::string refused = "!!!ERROR!!! : \tEXIT : ClientParseMessage :";
+    const std::string noVersion = refused + " RTSP version not found in response buffer\n";
+    const std::string noNumber =
+        "!!!ERROR!!! : EXIT : ClientParseMessage :Problem in converting Ascii to Integer value \n";
+    const std::pair<std::string, std::string> cases[] = {
         {"RTSP/1.0 200 OK\r\nCSeq: 3\r\nPublic: OPTIONS, DESCRIBE\r\n\r\n",
          "RTSP/1.0 200 OK 3 [CSeq=3] [Public=OPTIONS, DESCRIBE]"},
         {"\r\n\nHTTP 404 Not Found here", "HTTP 404 Not Found here 0"},
@@ -67,46 +69,24 @@ TEST(Response, IsReadLineByLine) {
         // Lines of a body are headers too; lines without a colon are none.
         {"R 1 a\nA: b\n\nv=0\r\na=rtpmap:96 H264/90000\r\n", "R 1 a 0 [A=b] [a=rtpmap=6 H264/90000]"},
         {std::string("R 1 a\nA: b\0c\nCSeq: 0", 20), "R 1 a 0 [A=b]"},
+        {"\r\n\r\n\r\n", noVersion},
+        {"RTSP/1.0\r\nA: b", noVersion},
+        {"RTSP/1.00 200 OK", refused + " Invalid RTSP version found in response buffer\n"},
+        {"RTSP/1.0 200\r\nA: b c", refused + " RTSP Status not found in response buffer\n"},
+        {"RTSP/1.0 0 OK", noNumber},
+        {"R 200 OK\nCSeq: 0", noNumber},
+        {"R 200 OK\nCSeq: x1", noNumber},
+        {"R 200 OK\nCSeq:", noNumber},
     };
     for (const auto &[text, summary] : cases) EXPECT_EQ(Summary(text), summary) << text;
 }
 
-TEST(Response, WhatIsNoneIsRefusedWithItsReason) {
-    const struct {
-        const char *text;
-        std::string line;
-    } cases[] = {
-        {"", "\tEXIT : ClientParseMessage : RTSP version not found in response buffer\n"},
-        {"\r\n\r\n\r\n", "\tEXIT : ClientParseMessage : RTSP version not found in response buffer\n"},
-        {"RTSP/1.0\r\nA: b", "\tEXIT : ClientParseMessage : RTSP version not found in response buffer\n"},
-        {"RTSP/1.00 200 OK", "\tEXIT : ClientParseMessage : Invalid RTSP version found in response buffer\n"},
-        {"RTSP/1.0 200\r\nA: b c", "\tEXIT : ClientParseMessage : RTSP Status not found in response buffer\n"},
-        {"RTSP/1.0 0 OK", "EXIT : ClientParseMessage :Problem in converting Ascii to Integer value \n"},
-        {"RTSP/1.0 OK 200", "EXIT : ClientParseMessage :Problem in converting Ascii to Integer value \n"},
-        {"R 200 OK\nCSeq: 0", "EXIT : ClientParseMessage :Problem in converting Ascii to Integer value \n"},
-        {"R 200 OK\nCSeq: x1", "EXIT : ClientParseMessage :Problem in converting Ascii to Integer value \n"},
-        {"R 200 OK\nCSeq:", "EXIT : ClientParseMessage :Problem in converting Ascii to Integer value \n"},
-    };
-    for (const auto &[text, line] : cases) {
-        CapturedStdout output;
-        EXPECT_EQ(Summary(text), "none") << text;
-        EXPECT_EQ(output.Text(), "!!!ERROR!!! : " + line) << text;
-    }
-    CapturedStdout output;
-    EXPECT_EQ(ClientParseMessage(nullptr), nullptr);
-    EXPECT_EQ(output.Text(), "!!!ERROR!!! : \tEXIT : ClientParseMessage :Invalid input argument\n");
-}
-
 TEST(Response, HeadersAreFoundIgnoringCaseTheFirstFirst) {
     const ResponseMsgPtr response = Parse("R 200 OK\nPublic: a\nPUBLIC: b\nPublicity: c");
-    CapturedStdout output;
+    const CapturedStdout output;
     EXPECT_STREQ(GetResponseHeader(response.get(), "public"), "a");
-    EXPECT_EQ(output.Text(), "");
     EXPECT_EQ(GetResponseHeader(response.get(), "Publi"), nullptr);
     EXPECT_EQ(GetResponseHeader(nullptr, "Public"), nullptr);
-    const std::string line = "!!!ERROR!!! : \tEXIT : GetResponseHeader :Null Pointer Assignment\n";
-    EXPECT_EQ(output.Text(), line + line);
-    freeResponseMsg(nullptr);
 }
 
 TEST(Response, OneReceiveIsOneMessage) {
@@ -130,10 +110,6 @@ TEST(Response, AMissingSocketFailsAtOnce) {
     connection.client.rtspSocket = dup(open);
     close(connection.client.rtspSocket);
     EXPECT_FALSE(connection.Read(100));
-    EXPECT_EQ(ClientReadMessage(nullptr, 100, &connection.errCode), nullptr);
-    EXPECT_EQ(ClientReadMessage(&connection.client, 100, nullptr), nullptr);
     const std::string failed = "!!!ERROR!!! : \tEXIT : ClientReadMessage :Socket select call failed\n";
-    const std::string invalid = "!!!ERROR!!! : \tEXIT : ClientReadMessage :Invalid input argument\n";
-    EXPECT_EQ(output.Text(), failed + failed + invalid + invalid);
-    EXPECT_EQ(connection.errCode, 7);
+    EXPECT_EQ(output.Text(), failed + failed);
 }
