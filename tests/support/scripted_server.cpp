@@ -40,18 +40,6 @@ std::string FirstUnmet(const std::vector<std::string> &texts, const ScriptedServ
 
 } // namespace
 
-Reply operator+(Reply first, const Reply &second) {
-    first.insert(first.end(), second.begin(), second.end());
-    return first;
-}
-
-Script operator+(Script first, const Script &second) {
-    first.insert(first.end(), second.begin(), second.end());
-    return first;
-}
-
-Script Times(std::size_t count, const Step &step) { return Script(count, step); }
-
 std::string ReplyText(const std::string &statusLine, std::initializer_list<std::string> headers,
                       const std::string &body) {
     std::string text = "RTSP/1.0 " + statusLine + "\r\nCSeq: {cseq}\r\n";
@@ -89,11 +77,9 @@ ScriptedServer::~ScriptedServer() {
 std::string ScriptedServer::Expand(std::string text) const {
     ReplaceAll(text, "{base}", "rtsp://127.0.0.1:{port}/live");
     ReplaceAll(text, "{port}", std::to_string(port));
-    ReplaceAll(text, "{session}", kSessionId);
+    ReplaceAll(text, "{session}", "12345678");
     return text;
 }
-
-void ScriptedServer::Send(const std::string &bytes) { Write(bytes); }
 
 void ScriptedServer::Hangup(bool reset) {
     const char wish = reset ? 'r' : 'c';
@@ -103,11 +89,6 @@ void ScriptedServer::Hangup(bool reset) {
 std::vector<std::string> ScriptedServer::Requests() const {
     const std::lock_guard<std::mutex> guard(lock);
     return requests;
-}
-
-std::string ScriptedServer::LastRequest() const {
-    const std::lock_guard<std::mutex> guard(lock);
-    return requests.empty() ? "" : requests.back();
 }
 
 std::vector<std::string> ScriptedServer::WaitForFrames(std::size_t count) const {
@@ -211,20 +192,20 @@ void ScriptedServer::Perform(const Reply &reply, const std::string &request) {
     std::string together;
     for (const Action &action : reply) {
         if (action.milliseconds > 0 || action.close) {
-            Write(together);
+            Send(together);
             together.clear();
         }
         pollfd wake = {wakeRead, POLLIN, 0};
         if (action.milliseconds > 0 && poll(&wake, 1, action.milliseconds) > 0) return;
-        if (action.close) EndConnection(action.reset);
+        if (action.close) EndConnection(false);
         std::string text = action.expand ? Expand(action.bytes) : action.bytes;
         if (action.expand) ReplaceAll(text, "{cseq}", HeaderValue(request, "CSeq"));
         together += text;
     }
-    Write(together);
+    Send(together);
 }
 
-void ScriptedServer::Write(const std::string &bytes) {
+void ScriptedServer::Send(const std::string &bytes) {
     const std::lock_guard<std::mutex> guard(lock);
     for (std::size_t sent = 0; connection >= 0 && sent < bytes.size();) {
         const ssize_t count = send(connection, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);

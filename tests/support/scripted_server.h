@@ -16,26 +16,26 @@
 namespace rtsptap::test {
 
 // Placeholders in requests expected and replies sent: {base} rtsp://127.0.0.1:PORT/live, {port} the server's port,
-// {session} the session id, {cseq} the request's number (replies only).
-inline constexpr char kSessionId[] = "12345678";
+// {session} the session id 12345678, {cseq} the request's number (replies only).
 
 struct Action {
     std::string bytes;
     bool expand = false;  // replace placeholders in the bytes
     int milliseconds = 0; // to wait before the bytes
     bool close = false;   // instead of the bytes
-    bool reset = false;   // close with a TCP reset
 };
 
 // Actions in order; joined with +. Texts and bytes side by side leave in one write, a Delay separates them.
 using Reply = std::vector<Action>;
-Reply operator+(Reply first, const Reply &second);
+template <typename T> std::vector<T> operator+(std::vector<T> first, const std::vector<T> &second) {
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
 
 inline Reply Text(const std::string &text) { return {{.bytes = text, .expand = true}}; }
 inline Reply SendBytes(const std::string &bytes) { return {{.bytes = bytes}}; }
 inline Reply Delay(int milliseconds) { return {{.bytes = {}, .milliseconds = milliseconds}}; }
 inline Reply Close() { return {{.bytes = {}, .close = true}}; }
-inline Reply Reset() { return {{.bytes = {}, .close = true, .reset = true}}; }
 inline Reply Stall() { return {}; } // no reply; the connection stays open
 // The bytes in two writes, cut at `cut`.
 inline Reply Pieces(const std::string &bytes, std::size_t cut, int pauseMs) {
@@ -67,8 +67,7 @@ struct Step {
     Reply reply;
 };
 using Script = std::vector<Step>;
-Script operator+(Script first, const Script &second);
-Script Times(std::size_t count, const Step &step);
+inline Script Times(std::size_t count, const Step &step) { return Script(count, step); }
 
 class ScriptedServer {
 public:
@@ -83,8 +82,7 @@ public:
     void Send(const std::string &bytes); // on the current connection, from the test's thread
     void Hangup(bool reset = false);     // closes the current connection
 
-    std::vector<std::string> Requests() const; // exact bytes, in order of arrival
-    std::string LastRequest() const;
+    std::vector<std::string> Requests() const;                       // exact bytes, in order of arrival
     std::vector<std::string> WaitForFrames(std::size_t count) const; // interleaved frames sent by the client
     bool WaitForClose() const;                                       // the client closed the current connection
 
@@ -96,7 +94,6 @@ private:
     void TakeMessages();
     void Answer(const std::string &request);
     void Perform(const Reply &reply, const std::string &request);
-    void Write(const std::string &bytes);
     void EndConnection(bool reset);
 
     const Script script;

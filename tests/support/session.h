@@ -48,6 +48,9 @@ private:
     intptr_t handle;
 };
 
+// Takes and frees up to `count` packets of a stream; their sequence numbers.
+std::vector<uint16_t> TakeSequenceNumbers(intptr_t client, int32_t codec, std::size_t count);
+
 // A client over `proto`, brought to `state`, and its server, whose script goes on with `further`.
 class Session {
 public:
@@ -62,9 +65,8 @@ public:
     int32_t Teardown() { return RTSPClientSendTeardownRequest(client, 0, nullptr, nullptr); }
     void Reach(RTSPClientState state); // from a client that is not connected
 
-    // Takes and frees up to `count` packets of a stream; their sequence numbers.
-    std::vector<uint16_t> Video(std::size_t count) const;
-    std::vector<uint16_t> Audio(std::size_t count) const;
+    std::vector<uint16_t> Video(std::size_t count) const { return TakeSequenceNumbers(client, kVideo, count); }
+    std::vector<uint16_t> Audio(std::size_t count) const { return TakeSequenceNumbers(client, kAudio, count); }
 
     // The local RTP port that the client chose for a stream (1 and up), read from its SETUP request.
     uint16_t ClientPort(int32_t stream) const;
@@ -89,7 +91,6 @@ int32_t ObservedState(intptr_t client);
 
 RTPStreamData *TakePacket(intptr_t client, int32_t codec); // null when none comes
 std::string PayloadOf(const RTPStreamData &packet);
-std::vector<uint16_t> TakeSequenceNumbers(intptr_t client, int32_t codec, std::size_t count);
 std::vector<uint16_t> Numbers(uint16_t first, uint16_t last);
 
 // One row of a table of calls: the code, and the failure text that is the last thing printed.

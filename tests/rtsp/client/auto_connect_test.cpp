@@ -52,7 +52,7 @@ TEST(AutoConnect, AnswersOneChallengeOfOptionsAndOfDescribe) {
     char digest[256] = {};
     GenerateDigestResponse("m", nullptr, "user", "r", "secret", "md5", "", "DESCRIBE", nullptr,
                            server.Expand("{base}").c_str(), digest);
-    EXPECT_NE(server.LastRequest().find(digest), std::string::npos);
+    EXPECT_NE(server.Requests().back().find(digest), std::string::npos);
     // A second call starts over; shorter credentials leave nothing of the longer ones behind.
     ScriptedServer other(Script{{{"OPTIONS ", "username=\"u\""}, Ok()}} + StepsTo(CLIENT_PLAYING_STATE, kTcp));
     EXPECT_EQ(AutoConnect(client, other, "u", nullptr), 0);
@@ -84,40 +84,18 @@ TEST(AutoConnect, StepThatFailsIsNamed) {
     }
 }
 
-TEST(AutoConnect, ArgumentsAreCheckedInOrder) {
-    ScriptedServer server({});
+TEST(AutoConnect, ArgumentsAreCheckedBeforeConnecting) {
     const Client client;
-    const uint16_t port = server.Port();
     const uint16_t closed = UdpPeer().Port();
-    Session described(kUdp, CLIENT_DESCRIBE_SENT_STATE);
-    const intptr_t live = described.client;
-    const auto connect = [](intptr_t handle, const char *ip, uint16_t toPort, const char *name,
-                            uint32_t proto = kTcp) {
+    const auto connect = [closed](intptr_t handle, const char *name, uint32_t proto) {
         return [=] {
-            return RTSPClientAutoRTSPConnect(handle, ip, toPort, name, "u", "p", proto, 0, 0, 0, 0, 0, nullptr,
-                                             nullptr);
+            return RTSPClientAutoRTSPConnect(handle, "127.0.0.1", closed, name, "u", "p", proto, 0, 0, 0, 0, 0,
+                                             nullptr, nullptr);
         };
     };
-    const auto ssrc = [](intptr_t handle, int32_t stream) {
-        return [=] {
-            uint32_t value = 0;
-            return RTSPClientGetSSRC(handle, stream, &value);
-        };
-    };
-    const std::string argument = " :Invalid input argument\n";
-    ExpectRefusals(kName, {{"null handle", connect(0, "127.0.0.1", port, "live"), -99, argument},
-                           {"null address", connect(client, nullptr, port, "live"), -99, argument},
-                           {"port 0", connect(client, "127.0.0.1", 0, "live"), -99, argument},
-                           {"null name", connect(client, "127.0.0.1", port, nullptr), -99, argument},
-                           {"protocol 2, no client", connect(1, "127.0.0.1", port, "live", 2), -99, argument},
-                           {"no client", connect(1, "127.0.0.1", port, "live"), -99, " :Invalid client handle\n"},
-                           {"nobody listens", connect(client, "127.0.0.1", closed, "live"), -95,
+    ExpectRefusals(kName, {{"protocol 2, no client", connect(1, "live", 2), -99, " :Invalid input argument\n"},
+                           {"null name", connect(client, nullptr, kTcp), -99, " :Invalid input argument\n"},
+                           {"no client", connect(1, "live", kTcp), -99, " :Invalid client handle\n"},
+                           {"nobody listens", connect(client, "live", kTcp), -95,
                             " :Client Connection to RTSP server Failed\n"}});
-    ExpectRefusals("RTSPClientGetSSRC",
-                   {{"null handle", ssrc(0, 1), -99, argument},
-                    {"stream 0, no client", ssrc(1, 0), -99, argument},
-                    {"null result", [&] { return RTSPClientGetSSRC(live, 1, nullptr); }, -99, argument},
-                    {"no client", ssrc(1, 1), -99, " :Invalid client handle\n"},
-                    {"unconnected", ssrc(client, 9), -95, " :Client is created but is not connected to server\n"},
-                    {"3 of 2", ssrc(live, 3), -99, " :Invalid Stream Number\n"}});
 }
