@@ -3,30 +3,24 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <netinet/in.h>
 #include <sstream>
-#include <sys/socket.h>
 #include <unistd.h>
 
 namespace rtsptap::test {
 
 using namespace std::chrono_literals;
 
-namespace {
-
-std::vector<std::string> ServerCommand(const std::vector<std::string> &options) {
-    const std::string credentials = std::string(DemoServer::kUser) + ":" + DemoServer::kPassword;
-    std::vector<std::string> command = {DEMO_SERVER, "--auth", credentials, "--seconds", "100"};
-    command.insert(command.end(), options.begin(), options.end());
-    return command;
-}
-
-} // namespace
-
-DemoServer::DemoServer(const std::vector<std::string> &options) : process_(ServerCommand(options)) {
+// Sessions that stay silent end after 4 seconds, and 5 of grace.
+DemoServer::DemoServer()
+    : process_({DEMO_SERVER, "--auth", std::string(kUser) + ":" + kPassword, "--seconds", "100", "--log-reports",
+                "--session-timeout", "4"}) {
     const std::string url = process_.ReadLine(30s);
     const std::size_t colon = url.rfind(':');
     if (colon != std::string::npos) port_ = static_cast<uint16_t>(std::atoi(url.c_str() + colon + 1));
+}
+
+std::string DemoServer::UrlWith(const std::string &credentials) const {
+    return "rtsp://" + credentials + "@127.0.0.1:" + std::to_string(port_) + "/demo";
 }
 
 std::string DemoServer::Stop() {
@@ -58,10 +52,7 @@ void StreamReader::Read(intptr_t client, int32_t codecType) {
             continue;
         }
         const uint16_t number = packet->rtpHeader->sequenceNumber;
-        if (packets_ == 0)
-            firstSequence_ = number;
-        else if (number != static_cast<uint16_t>(lastSequence_ + 1))
-            ++outOfOrder_;
+        outOfOrder_ += packets_ > 0 && number != static_cast<uint16_t>(lastSequence_ + 1);
         lastSequence_ = number;
         const std::span<const uint8_t> payload(packet->payload, packet->payloadLength);
         if (codecType == RTP_CODEC_H264)
@@ -87,25 +78,6 @@ Decoded DecodeH264(const std::vector<uint8_t> &stream) {
     std::istringstream lines(decoder.Output());
     for (std::string line; std::getline(lines, line);) decoded.pictures += line[0] != '#';
     return decoded;
-}
-
-uint16_t FreeUdpPort() {
-    for (;;) {
-        const int first = socket(AF_INET, SOCK_DGRAM, 0);
-        const int second = socket(AF_INET, SOCK_DGRAM, 0);
-        sockaddr_in address = {};
-        socklen_t length = sizeof address;
-        address.sin_family = AF_INET;
-        bind(first, reinterpret_cast<sockaddr *>(&address), sizeof address);
-        getsockname(first, reinterpret_cast<sockaddr *>(&address), &length);
-        const uint16_t port = ntohs(address.sin_port);
-        address.sin_port = htons(static_cast<uint16_t>(port + 1));
-        const bool pair =
-            port % 2 == 0 && bind(second, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0;
-        close(first);
-        close(second);
-        if (pair) return port;
-    }
 }
 
 } // namespace rtsptap::test

@@ -4,6 +4,7 @@
 #include "rtsptap.h"
 #include "tests/support/child_process.h"
 #include "tests/support/h264_depacketizer.h"
+#include "tests/support/packet_builder.h"
 
 #include <atomic>
 #include <string>
@@ -15,9 +16,9 @@ namespace rtsptap::test {
 // The bundled server on a free port; it asks for digest authentication.
 class DemoServer {
 public:
-    explicit DemoServer(const std::vector<std::string> &options = {});
+    DemoServer();
     uint16_t Port() const { return port_; }
-    std::string Url() const { return "rtsp://127.0.0.1:" + std::to_string(port_) + "/demo"; }
+    std::string UrlWith(const std::string &credentials) const; // user:password, as URLs write them
 
     std::string Stop(); // what it said on standard error
 
@@ -39,8 +40,6 @@ public:
     int Packets() const { return packets_; }
     bool WaitForPackets(int count, std::chrono::seconds limit) const;
     // After Stop():
-    uint16_t FirstSequence() const { return firstSequence_; }
-    uint16_t LastSequence() const { return lastSequence_; }
     int OutOfOrder() const { return outOfOrder_; } // did not follow their predecessor's sequence number
     const H264Depacketizer &Video() const { return video_; }
     const std::vector<uint8_t> &Payloads() const { return payloads_; } // of streams other than H.264, joined
@@ -51,7 +50,6 @@ private:
     std::atomic<bool> stop_{false};
     std::atomic<int> packets_{0};
     int outOfOrder_ = 0;
-    uint16_t firstSequence_ = 0;
     uint16_t lastSequence_ = 0;
     H264Depacketizer video_;
     std::vector<uint8_t> payloads_;
@@ -65,6 +63,9 @@ struct Decoded {
 };
 Decoded DecodeH264(const std::vector<uint8_t> &stream);
 
-uint16_t FreeUdpPort(); // even, and the next one is free too
+// A command line of a shell; the program itself gets the signals.
+inline std::vector<std::string> Shell(const std::string &command) { return {"sh", "-c", "exec " + command}; }
+
+inline uint16_t FreeUdpPort() { return UdpPeer().Port(); } // was free a moment ago
 
 } // namespace rtsptap::test

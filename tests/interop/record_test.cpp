@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <csignal>
 #include <filesystem>
-#include <fstream>
 #include <regex>
 #include <sstream>
 #include <unistd.h>
@@ -58,7 +57,7 @@ protected:
     }
     ~Record() override { std::filesystem::remove_all(directory); }
 
-    std::string Url() const { return std::string(server.Url()).replace(0, 7, "rtsp://viewer:a-running-clock@"); }
+    std::string Url() const { return server.UrlWith("viewer:a-running-clock"); }
     Finished RunTool(const char *command, std::vector<std::string> more) const {
         more.insert(more.begin(), {TOOL, command, Url()});
         return RunToEnd(more);
@@ -70,47 +69,32 @@ protected:
 
 TEST_F(Record, EveryFormatDecodesWithoutErrors) {
     const struct {
-        const char *file;
-        const char *transport;
+        const char *command, *file;
         std::vector<std::string> streams; // without their frames
     } cases[] = {
-        {"a.mp4", "udp", {"h264 640", "aac"}}, {"a.mkv", "tcp", {"h264 640", "pcm_mulaw"}},
-        {"a.ts", "tcp", {"h264 640", "aac"}},  {"a.h264", "udp", {"h264 640"}},
-        {"a.wav", "tcp", {"pcm_mulaw"}},       {"a.aac", "tcp", {"aac"}},
+        {"record", "a.mp4", {"h264 640", "aac"}}, {"record", "a.mkv", {"h264 640", "pcm_mulaw"}},
+        {"record", "a.ts", {"h264 640", "aac"}},  {"record", "a.h264", {"h264 640"}},
+        {"record", "a.wav", {"pcm_mulaw"}},       {"snapshot", "a.jpg", {"mjpeg 640"}},
     };
     for (const auto &row : cases) {
         const std::string file = directory + row.file;
-        const Finished tool = RunTool("record", {"-o", file, "-t", row.transport, "--duration", "3s"});
+        const bool record = std::string(row.command) == "record";
+        const Finished tool = RunTool(row.command, {"-o", file, record ? "--duration=3s" : "--transport=tcp"});
         EXPECT_EQ(0, tool.status) << row.file << ": " << tool.errors;
-        EXPECT_EQ("", tool.output);
         EXPECT_EQ("", DecodingErrors(file)) << row.file;
         const std::vector<std::string> streams = StreamsOf(file);
         ASSERT_EQ(row.streams.size(), streams.size()) << row.file;
-        for (std::size_t index = 0; index < streams.size(); ++index) {
+        for (std::size_t index = 0; index < streams.size(); ++index)
             EXPECT_EQ(row.streams[index], streams[index].substr(0, streams[index].rfind(' '))) << row.file;
-            if (row.streams[index] != "h264 640") continue;
-            EXPECT_NEAR(75, FramesIn(streams[index]), 30) << row.file;
-        }
+        EXPECT_TRUE(row.streams[0] != "h264 640" || FramesIn(streams[0]) >= 45) << row.file;
     }
 }
 
-TEST_F(Record, AnInterruptedRecordingPlays) {
-    for (const int signal : {SIGINT, SIGTERM}) {
-        const std::string file = directory + "cut.mp4";
-        ChildProcess record({TOOL, "record", Url(), "-o", file});
-        std::this_thread::sleep_for(4s);
-        record.Signal(signal);
-        EXPECT_EQ(128 + signal, record.Wait(20s)) << record.Errors();
-        EXPECT_EQ("", DecodingErrors(file));
-        const std::vector<std::string> streams = StreamsOf(file);
-        ASSERT_EQ(2U, streams.size());
-        EXPECT_GE(FramesIn(streams[0]), 25);
-    }
-}
-
-TEST_F(Record, SplitFilesEachBeginWithAKeyFrameAndMissNone) {
-    const Finished tool = RunTool("record", {"-o", directory + "part.mp4", "--split", "2s", "--duration", "5s"});
-    EXPECT_EQ(0, tool.status) << tool.errors;
+TEST_F(Record, AnInterruptedRecordingInPartsPlaysAndMissesNoPicture) {
+    ChildProcess record({TOOL, "record", Url(), "-o", directory + "part.mp4", "--split", "2s"});
+    std::this_thread::sleep_for(6s);
+    record.Signal(SIGINT);
+    EXPECT_EQ(128 + SIGINT, record.Wait(20s)) << record.Errors();
     int frames = 0;
     int files = 0;
     for (const auto &entry : std::filesystem::directory_iterator(directory)) {
@@ -121,57 +105,22 @@ TEST_F(Record, SplitFilesEachBeginWithAKeyFrameAndMissNone) {
         ++files;
     }
     EXPECT_GE(files, 3);
-    EXPECT_NEAR(125, frames, 30);
+    EXPECT_NEAR(140, frames, 30);
 }
 
-// Packets of a payload type, as tshark finds them in a capture.
-int PacketsInCapture(const std::string &file, int payloadType) {
-    const Finished reader =
-        RunToEnd({"tshark", "-r", file, "-d", "udp.port==5004,rtp", "-d", "udp.port==5006,rtp", "-Y",
-                  "rtp.p_type==" + std::to_string(payloadType), "-T", "fields", "-e", "rtp.seq"});
-    return static_cast<int>(std::count(reader.output.begin(), reader.output.end(), '\n'));
-}
-
-// The same in the format of rtptools: a line, 16 bytes, then records that begin with their length.
-int PacketsInDump(const std::string &file, int payloadType) {
-    std::ifstream in(file, std::ios::binary);
-    std::string bytes{std::istreambuf_iterator<char>(in), {}};
-    EXPECT_EQ(0U, bytes.find("#!rtpplay1.0 127.0.0.1/5004\n"));
-    const auto byte = [&bytes](std::size_t at) { return static_cast<uint8_t>(bytes[at]); };
-    int count = 0;
-    std::size_t at = bytes.find('\n') + 1 + 16;
-    while (at + 10 <= bytes.size()) {
-        const int length = byte(at) << 8 | byte(at + 1);
-        EXPECT_EQ(length, (byte(at + 2) << 8 | byte(at + 3)) + 8);
-        EXPECT_EQ(0x80, byte(at + 8)); // RTP of version 2, without more ado
-        count += (byte(at + 9) & 0x7F) == payloadType;
-        at += static_cast<std::size_t>(std::max(length, 8));
-    }
-    EXPECT_EQ(bytes.size(), at);
-    return count;
-}
-
-TEST_F(Record, CapturesHoldEveryPacket) {
-    for (const auto &[name, count] : {std::pair{"a.pcap", &PacketsInCapture}, {"a.rtpdump", &PacketsInDump}}) {
-        const std::string file = directory + name;
-        const Finished tool = RunTool("record", {"-o", file, "--duration", "2s"});
-        EXPECT_EQ(0, tool.status) << tool.errors;
-        for (const auto &[payloadType, codec] : {std::pair{96, "H264"}, {0, "PCMU"}}) {
-            std::smatch report;
-            ASSERT_TRUE(std::regex_search(tool.errors, report, std::regex(std::string(codec) + " +([0-9]+)")));
-            const int packets = count(file, payloadType);
-            EXPECT_NEAR(std::stod(report[1]), packets, 8) << name;
-            EXPECT_GE(packets, 50) << name;
-        }
-    }
-}
-
-TEST_F(Record, ASnapshotIsAPictureOfTheStream) {
-    for (const auto &[name, codec] : {std::pair{"now.png", "png 640 1"}, std::pair{"now.jpg", "mjpeg 640 1"}}) {
-        const Finished tool = RunTool("snapshot", {"-o", directory + name});
-        EXPECT_EQ(0, tool.status) << tool.errors;
-        EXPECT_EQ(std::vector<std::string>{codec}, StreamsOf(directory + name));
-        EXPECT_EQ("", DecodingErrors(directory + name));
+TEST_F(Record, ACaptureHoldsEveryPacket) {
+    const std::string file = directory + "a.pcap";
+    const Finished tool = RunTool("record", {"-o", file, "--duration", "2s"});
+    EXPECT_EQ(0, tool.status) << tool.errors;
+    for (const auto &[payloadType, codec] : {std::pair{96, "H264"}, {0, "PCMU"}}) {
+        std::smatch report;
+        ASSERT_TRUE(std::regex_search(tool.errors, report, std::regex(std::string(codec) + " +([0-9]+)")));
+        const Finished reader =
+            RunToEnd({"tshark", "-r", file, "-d", "udp.port==5004,rtp", "-d", "udp.port==5006,rtp", "-Y",
+                      "rtp.p_type==" + std::to_string(payloadType), "-T", "fields", "-e", "rtp.seq"});
+        const auto packets = std::count(reader.output.begin(), reader.output.end(), '\n');
+        EXPECT_NEAR(std::stod(report[1]), static_cast<double>(packets), 8);
+        EXPECT_GE(packets, 50);
     }
 }
 
@@ -179,28 +128,10 @@ TEST_F(Record, PicturesThatReferToLaterOnesKeepTheirTimes) {
     const std::string port = std::to_string(FreeUdpPort());
     const std::string file = directory + "b.mp4";
     ChildProcess listen({TOOL, "listen", "--video", "h264@" + port, "-o", file, "--duration", "6s"});
-    ChildProcess sender({"ffmpeg",
-                         "-nostdin",
-                         "-v",
-                         "error",
-                         "-re",
-                         "-f",
-                         "lavfi",
-                         "-i",
-                         "testsrc2=size=320x240:rate=25",
-                         "-pix_fmt",
-                         "yuv420p",
-                         "-c:v",
-                         "libx264",
-                         "-bf",
-                         "2",
-                         "-g",
-                         "25",
-                         "-bsf:v",
-                         "dump_extra",
-                         "-f",
-                         "rtp",
-                         "rtp://127.0.0.1:" + port});
+    ChildProcess sender(
+        Shell("ffmpeg -nostdin -v error -re -f lavfi -i testsrc2=size=320x240:rate=25 -pix_fmt yuv420p "
+              "-c:v libx264 -bf 2 -g 25 -bsf:v dump_extra -f rtp rtp://127.0.0.1:" +
+              port));
     EXPECT_EQ(0, listen.Wait(20s)) << listen.Errors();
     EXPECT_EQ("", DecodingErrors(file));
     const Finished times =
@@ -223,19 +154,14 @@ TEST_F(Record, WhatCannotBeWrittenEndsWithItsOwnStatus) {
         int status;
         const char *errors;
     } cases[] = {
-        {{"record", nobody, "-o", directory + "no/such.mp4"}, 15, "No such file or directory"},
-        {{"record", nobody, "-o", directory + "a.avi"}, 1, "--format: mp4, mkv"},
-        {{"record", nobody, "-o", directory + "a.wav", "--split", "1m"}, 1, "--split works with mp4, mkv, ts"},
-        {{"record", nobody, "-o", directory + "a.mp4"}, 3, "connection refused"},
-        {{"record", Url(), "-o", "/dev/full", "--format", "mkv"}, 15, "No space left"},
-        {{"record", Url(), "-o", "/dev/full", "--format", "pcap"}, 15, "No space left"},
-        {{"record", Url(), "-o", directory + "a.mjpeg"}, 11, "mjpeg holds none of the streams"},
-        {{"snapshot", Url(), "-o", "/dev/full", "--format", "png"}, 15, "No space left"},
+        {{TOOL, "record", nobody, "-o", directory + "no/such.mp4"}, 15, "No such file or directory"},
+        {{TOOL, "record", nobody, "-o", directory + "a.avi"}, 1, "--format: mp4, mkv"},
+        {{TOOL, "record", Url(), "-o", "/dev/full", "--format", "mkv"}, 15, "No space left"},
+        {{TOOL, "record", Url(), "-o", directory + "a.mjpeg"}, 11, "mjpeg holds none of the streams"},
+        {{TOOL, "snapshot", Url(), "-o", "/dev/full", "--format", "png"}, 15, "No space left"},
     };
     for (const auto &row : cases) {
-        std::vector<std::string> arguments = {TOOL};
-        arguments.insert(arguments.end(), row.arguments.begin(), row.arguments.end());
-        const Finished tool = RunToEnd(arguments);
+        const Finished tool = RunToEnd(row.arguments);
         EXPECT_EQ(row.status, tool.status) << tool.errors;
         EXPECT_NE(std::string::npos, tool.errors.find(row.errors)) << tool.errors;
     }

@@ -15,40 +15,10 @@ TEST(Text, LinesEndAtRunsOfLineEnds) {
     for (std::string_view none : {"", "\r\n\n"}) EXPECT_FALSE(NextLine(none, line));
 }
 
-TEST(Text, UntilTakesNothingWithoutItsSeparator) {
-    std::string_view text = "a::b";
-    std::string_view token;
-    EXPECT_TRUE(Until(text, ':', token));
-    EXPECT_EQ(token, "a");
-    EXPECT_TRUE(Until(text, ':', token));
-    EXPECT_EQ(token, "");
-    EXPECT_FALSE(Until(text, ':', token));
-    EXPECT_EQ(text, "b");
-}
-
 TEST(Text, NumbersReadAsTheCLibraryReadsThem) {
-    for (const char *text : {"",
-                             "0",
-                             "7",
-                             "-7",
-                             "+7",
-                             " \t\n\v\f\r42",
-                             "42abc",
-                             "abc",
-                             "- 7",
-                             "+-7",
-                             "--7",
-                             "0x10",
-                             "2147483647",
-                             "2147483648",
-                             "4294967296",
-                             "-2147483649",
-                             "9223372036854775807",
-                             "9223372036854775808",
-                             "-9223372036854775808",
-                             "-9223372036854775809",
-                             "99999999999999999999",
-                             "-99999999999999999999"})
+    for (const char *text :
+         {"", "-7", "+7", " \t\n\v\f\r42abc", "abc", "- 7", "+-7", "0x10", "2147483647", "2147483648",
+          "-2147483649", "9223372036854775808", "-9223372036854775809", "99999999999999999999"})
         EXPECT_EQ(LeadingNumber(text), atoi(text)) << text;
     EXPECT_EQ(LeadingNumber(std::string_view("12345", 2)), 12) << "a view ends where it ends";
 }
@@ -62,21 +32,10 @@ TEST(Text, FractionsReadAsTheCLibraryReadsPlainDecimals) {
     EXPECT_EQ(LeadingFraction(std::string_view("29.97", 4)), 29.9);
 }
 
-TEST(Text, SearchAndComparison) {
-    EXPECT_TRUE(EqualIgnoringCase("CSeq", "cSEQ"));
-    EXPECT_FALSE(EqualIgnoringCase("CSeq", "CSeqs"));
-    EXPECT_FALSE(EqualIgnoringCase("[", "{")) << "only letters have a case";
-    EXPECT_EQ(After("a=b=c", "="), "b=c");
-    EXPECT_NE(After("a=", "=").data(), nullptr);
-    EXPECT_EQ(After("a", "=").data(), nullptr);
-}
-
 TEST(Text, CopiesAreCutToTheirFieldAndLeaveNoOldTail) {
     char field[5] = {'o', 'l', 'd', '!', '!'};
     CopyText(field, "ab");
     EXPECT_EQ(std::string_view(field, sizeof field), std::string_view("ab\0\0\0", 5));
     CopyText(field, "abcdefgh");
     EXPECT_STREQ(field, "abcd");
-    EXPECT_STREQ(DuplicateText(std::string_view("abcdef", 3)).get(), "abc");
-    EXPECT_STREQ(DuplicateText({}).get(), "");
 }

