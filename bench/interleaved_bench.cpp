@@ -17,6 +17,7 @@ constexpr std::size_t kFrameBytes = 4 + kBodyBytes;
 constexpr int kBurst = 32;
 constexpr int kBufferBytes = 4 << 20;
 constexpr uint8_t kMarker = 0x80;
+constexpr uint64_t kSilenceMs = 4000; // the library waits five seconds for a packet
 constexpr const char *kDescription =
     "v=0\r\no=- 1 1 IN IP4 127.0.0.1\r\ns=bench\r\nt=0 0\r\nm=video 0 RTP/AVP 96\r\n"
     "a=rtpmap:96 H264/90000\r\na=control:track1\r\n";
@@ -132,8 +133,11 @@ Measurement ReceiveWithLibrary(uint16_t port, int ready) {
     const double begin = bench::ProcessorMicroseconds();
     for (bool over = false; !over;) {
         RTPStreamData *packet = nullptr;
-        if (RTPClientGetRTPStreamData(client, &packet, RTP_CODEC_H264) != RTSP_SUCCESS || packet == nullptr)
+        const uint64_t asked = GetTimeValue();
+        if (RTPClientGetRTPStreamData(client, &packet, RTP_CODEC_H264) != RTSP_SUCCESS || packet == nullptr) {
+            over = GetTimeValue() - asked > kSilenceMs; // the last frame found no room
             continue;
+        }
         over = packet->rtpHeader->marker != 0;
         RTPClientFreeRTPStreamData(client, packet, RTP_CODEC_H264);
         ++result.packets;
