@@ -114,6 +114,7 @@ void AcceptFrame(RTSPStreamInfo &stream, const Frame &frame) {
 // header lines up again.
 Unit DropHeader(InterleavedReader &reader) {
     Consume(reader, kFrameHeaderBytes);
+    reader.outOfStep = true;
     return Unit::kHandled;
 }
 
@@ -151,6 +152,7 @@ Unit TakeFrame(RTSPClient &client, InterleavedReader &reader) {
     else
         return DropHeader(reader);
     Consume(reader, whole);
+    reader.outOfStep = false;
     return Unit::kHandled;
 }
 
@@ -167,9 +169,10 @@ Unit TakeReplyUnit(RTSPClient &client, InterleavedReader &reader, ReplyEnd rule,
     return Unit::kNoMemory;
 }
 
+// Where a reply is all that is awaited, any text is taken for it, but not the body of a frame that was dropped.
 bool ReplyStandsNext(const InterleavedReader &reader, ReplyEnd rule) {
     const std::string_view text = BufferedText(reader);
-    if (rule == ReplyEnd::kBlankLine) return !text.empty() && !text.starts_with('$'); // a reply is what is awaited
+    if (rule == ReplyEnd::kBlankLine && !reader.outOfStep) return !text.empty() && !text.starts_with('$');
     return text.starts_with(kReplyStart);
 }
 

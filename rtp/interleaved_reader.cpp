@@ -16,6 +16,7 @@ void StartAfresh(InterleavedReader &reader, int32_t socket) {
     reader.socket = socket;
     reader.begin = reader.end = reader.replyTail = 0;
     reader.replySinceMs = 0;
+    reader.outOfStep = false;
 }
 
 // Moves what is left to the front when a whole read no longer fits behind it.

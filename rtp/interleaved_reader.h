@@ -21,6 +21,7 @@ struct InterleavedReader {
     std::size_t end = 0;       // behind the last byte received
     std::size_t replyTail = 0; // bytes from `begin` on that came in the same read as a reply before them
     uint64_t replySinceMs = 0; // since when an incomplete reply waits for its rest; 0: none does
+    bool outOfStep = false;    // a frame's header was dropped, and no frame or reply has been found behind it
     uint8_t bytes[kReaderBytes] = {};
 };
 

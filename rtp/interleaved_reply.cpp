@@ -83,6 +83,7 @@ ReplyStatus TakeReply(RTSPClient &client, InterleavedReader &reader, ReplyEnd ru
     const bool fillsBuffer = length == kReplyBytes;
     if (!HandOver(client, text.substr(0, fillsBuffer ? 0 : length))) return ReplyStatus::kNoMemory;
     Consume(reader, length);
+    reader.outOfStep = false;
     reader.replyTail = Buffered(reader);
     return ReplyStatus::kTaken;
 }
