@@ -1,6 +1,8 @@
 // Mutexes and condition variables. A mutex call fails on any error of the system.
 // Kept: the condition-variable calls fail only on negative results, which POSIX threads never give;
 // callers rely on a wait that goes wrong looking like a wake-up.
+#include "platform/lock.h"
+
 #include "rtsptap.h"
 
 #include <cerrno>
@@ -8,8 +10,6 @@
 #include <ctime>
 
 namespace {
-
-constexpr time_t kConditionWaitSeconds = 5;
 
 int ZeroOrFailure(int systemResult) { return systemResult == 0 ? RTSP_SUCCESS : RTSP_FAILURE; }
 
@@ -57,15 +57,11 @@ int DestroyConditionVar(pthread_cond_t *condition) {
     return result < 0 ? FailedLine("Unable to destroy condition variable") : RTSP_SUCCESS;
 }
 
-int WaitForConditionVar(pthread_cond_t *condition, pthread_mutex_t *mutex) {
+int rtsptap::WaitForConditionUntil(pthread_cond_t *condition, pthread_mutex_t *mutex, uint64_t deadlineMs) {
     int result = -1;
     if (condition != nullptr && mutex != nullptr) {
-        uint32_t seconds = 0;
-        uint32_t microseconds = 0;
-        GetPresentTimeInSec(&seconds, &microseconds);
-        // Default condition variables wait by the wall clock.
-        const timespec deadline{static_cast<time_t>(seconds) + kConditionWaitSeconds,
-                                static_cast<long>(microseconds) * 1000};
+        const timespec deadline{static_cast<time_t>(deadlineMs / 1000),
+                                static_cast<long>(deadlineMs % 1000) * 1000000};
         result = pthread_cond_timedwait(condition, mutex, &deadline);
     }
     if (result == ETIMEDOUT) {
@@ -77,4 +73,8 @@ int WaitForConditionVar(pthread_cond_t *condition, pthread_mutex_t *mutex) {
         return RTSP_FAILURE;
     }
     return RTSP_SUCCESS;
+}
+
+int WaitForConditionVar(pthread_cond_t *condition, pthread_mutex_t *mutex) {
+    return rtsptap::WaitForConditionUntil(condition, mutex, GetTimeValue() + rtsptap::kConditionWaitMs);
 }

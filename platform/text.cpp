@@ -14,8 +14,6 @@ namespace {
 constexpr std::string_view kLineEnds = "\r\n";
 constexpr std::string_view kWhiteSpace = " \t\n\v\f\r";
 
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
-
 char LowerCase(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
 std::string_view WithoutLeading(std::string_view text, std::string_view characters) {

@@ -15,6 +15,8 @@ struct FreeDeleter {
 // A NUL-terminated text on the heap, released with free().
 using HeapText = std::unique_ptr<char[], FreeDeleter>;
 
+constexpr bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+
 // Takes the next line off the front of `text`. Lines end at runs of CR and LF, so none is ever empty.
 // False when no line is left.
 bool NextLine(std::string_view &text, std::string_view &line);

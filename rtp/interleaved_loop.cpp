@@ -147,6 +147,8 @@ Unit TakeFrame(RTSPClient &client, InterleavedReader &reader) {
     const Frame frame{header[1], {header + kFrameHeaderBytes, length}, whole < reader.replyTail};
     if (route.isRtcp)
         AnswerRtcp(*route.stream, frame.body);
+    else if (!OpenRing(*route.stream))
+        return Unit::kNoMemory;
     else if (FindFrameRoom(*route.stream, frame))
         AcceptFrame(*route.stream, frame);
     else
@@ -165,7 +167,6 @@ Unit TakeReplyUnit(RTSPClient &client, InterleavedReader &reader, ReplyEnd rule,
     case ReplyStatus::kNoMemory:
         break;
     }
-    RtpRtspErrorPrint("EXIT : %s : %d Memory Allocation Failed\n", "RTPDataReceiveThread", __LINE__);
     return Unit::kNoMemory;
 }
 
@@ -194,24 +195,28 @@ Unit TakeBufferedUnits(RTSPClient &client, InterleavedReader &reader, ReplyEnd r
             if (rule == ReplyEnd::kBlankLine) break;
         } else if (Buffered(reader) >= kFrameHeaderBytes) {
             unit = TakeFrame(client, reader);
+            // A frame without a ring does not fail the exchange that awaits its reply: the thread will tell.
+            if (unit == Unit::kNoMemory && rule == ReplyEnd::kBlankLine) unit = DropHeader(reader);
         } else {
             break;
         }
     }
     SignalDueStreams(client);
+    if (unit == Unit::kNoMemory)
+        RtpRtspErrorPrint("EXIT : %s : %d Memory Allocation Failed\n", "RTPDataReceiveThread", __LINE__);
     return unit;
 }
 
-// Rings for every stream that is to take frames. A stream described later is not and has none.
-bool OpenRings(const RTSPClient &client) {
+// A description may have thousands of streams: a ring is planned for every one that is to take frames, and made
+// when the first frame comes. A stream described later takes none.
+void PlanRings(const RTSPClient &client) {
     RTSPStreamInfo *stream = client.streamList.load(std::memory_order_acquire);
     for (; stream != nullptr; stream = stream->next.load(std::memory_order_acquire)) {
         if (!stream->takesFrames) continue;
-        if (!OpenRing(*stream)) return false;
+        PlanRing(*stream);
         stream->receiving = true;
         stream->localSsrc = ChooseSsrc(*stream);
     }
-    return true;
 }
 
 void CloseRings(const RTSPClient &client) {
@@ -243,10 +248,7 @@ void ServeInterleavedConnection(StreamThread &thread) {
     const CallTrace trace("RTPDataReceiveThread");
     RTSPClient &client = *thread.stream->client;
     thread.stream->baseSeqNum = -1;
-    if (!OpenRings(client)) {
-        RtpRtspErrorPrint("EXIT : %s : %d Memory Allocation Failed\n", trace.Function(), __LINE__);
-        return CloseRings(client);
-    }
+    PlanRings(client);
     while (!MustEnd(thread)) {
         if (AnyStreamPlays(client) || client.awaitingReply) {
             if (!ServeOnce(client, thread.wake)) break;
@@ -264,7 +266,7 @@ RecvBufferPtr ReceiveReplyAmongFrames(RTSPClient &client, int32_t &failure) {
     failure = RTSP_NO_RESPONSE;
     InterleavedReader *const reader = OpenReader(client);
     if (reader == nullptr) return nullptr;
-    OpenRings(client); // a stream whose ring finds no memory gets no frames; its thread will tell
+    PlanRings(client);
     const uint64_t deadline = MonotonicMs() + kReplyTimeoutMs;
     bool closed = false;
     while (client.recvData == nullptr) {

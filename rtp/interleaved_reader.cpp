@@ -1,5 +1,6 @@
 #include "rtp/interleaved_reader.h"
 
+#include "rtp/stream_thread.h"
 #include "rtsp/client/client_record.h"
 
 #include <algorithm>
@@ -7,7 +8,6 @@
 #include <cstring>
 #include <new>
 #include <poll.h>
-#include <unistd.h>
 
 namespace rtsptap {
 namespace {
@@ -25,12 +25,6 @@ void MakeRoom(InterleavedReader &reader) {
     memmove(reader.bytes, reader.bytes + reader.begin, Buffered(reader));
     reader.end -= reader.begin;
     reader.begin = 0;
-}
-
-void DrainWake(int wake) {
-    uint64_t count = 0;
-    while (read(wake, &count, sizeof count) < 0 && errno == EINTR) {
-    }
 }
 
 } // namespace

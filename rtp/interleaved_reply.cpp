@@ -79,8 +79,9 @@ ReplyStatus TakeReply(RTSPClient &client, InterleavedReader &reader, ReplyEnd ru
         length = text.size();
     }
     reader.replySinceMs = 0;
-    // Kept: text that fills the whole buffer without a '$' is handed over as an empty reply.
-    const bool fillsBuffer = length == kReplyBytes;
+    // Kept: text that fills the whole buffer without a '$' is handed over as an empty reply. Where no frames are
+    // expected yet it is taken as far as it came, as by a direct read.
+    const bool fillsBuffer = length == kReplyBytes && rule == ReplyEnd::kFirstDollar;
     if (!HandOver(client, text.substr(0, fillsBuffer ? 0 : length))) return ReplyStatus::kNoMemory;
     Consume(reader, length);
     reader.outOfStep = false;

@@ -1,8 +1,10 @@
 #include "rtp/packet_access.h"
 
+#include "platform/lock.h"
 #include "platform/scope.h"
 #include "rtp/packet_pool.h"
 #include "rtp/packet_queue.h"
+#include "rtp/receive_thread.h"
 #include "rtp/stream_lifecycle.h"
 #include "rtp/stream_record.h"
 #include "rtsp/client/client_record.h"
@@ -12,15 +14,22 @@ namespace rtsptap {
 
 namespace {
 
-// Waits once, without a loop: woken by any datagram or frame, accepted or not, and then the caller looks
-// again. The head is read once more under signalLock, where no signal can slip by.
-void WaitForPacket(RTSPStreamInfo &stream) {
-    if (stream.packetListHead.load(std::memory_order_acquire) != nullptr) return;
+// Sleeps until any datagram or frame has been handled, accepted or not. The head is read once more under
+// signalLock, where no signal can slip by.
+void SleepUntilSignalled(RTSPStreamInfo &stream, uint64_t deadlineMs) {
     const ScopedLock lock(stream.signalLock);
+    stream.handledBeforeWait = stream.handled.load(std::memory_order_acquire);
     stream.waitingReaders.fetch_add(1, std::memory_order_seq_cst);
     if (stream.packetListHead.load(std::memory_order_seq_cst) == nullptr)
-        WaitForConditionVar(&stream.dataCondition, &stream.signalLock);
+        WaitForConditionUntil(&stream.dataCondition, &stream.signalLock, deadlineMs);
     stream.waitingReaders.fetch_sub(1, std::memory_order_seq_cst);
+}
+
+// Waits once, without a loop: the caller then looks again.
+void WaitForPacket(RTSPStreamInfo &stream) {
+    if (stream.packetListHead.load(std::memory_order_acquire) != nullptr) return;
+    const uint64_t deadlineMs = GetTimeValue() + kConditionWaitMs;
+    if (!ReceiveAsReader(stream, deadlineMs)) SleepUntilSignalled(stream, deadlineMs);
 }
 
 // Kept: underflowLimit alone decides. A queue that has reached targetLatency is held back all the same.

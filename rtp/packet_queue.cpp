@@ -171,15 +171,24 @@ void InsertPacket(RTSPStreamInfo &stream, RTPStreamData *packet, const ArrivalRu
     {
         const ScopedShortLock lock(stream.packetListLock);
         Insert(stream, packet, rules, found);
+        PassOver(stream); // under the lock: who has taken the packet finds it counted
     }
     Print(found, rules, stream.lastSeqNum.load(std::memory_order_relaxed), number);
 }
 
+void PassOver(RTSPStreamInfo &stream) {
+    stream.handled.store(stream.handled.load(std::memory_order_relaxed) + 1, std::memory_order_release);
+}
+
 void SignalReaders(RTSPStreamInfo &stream) {
     if (stream.waitingReaders.load(std::memory_order_seq_cst) == 0) return;
-    // A reader that has announced itself and saw no packet is inside the wait once the lock has been free.
-    // Signalled after it is released: the reader does not wake up only to wait for it.
-    { const ScopedLock readerWaits(stream.signalLock); }
+    {
+        // A reader that has announced itself and saw no packet is inside the wait once the lock has been free. One
+        // that has taken all that was handled waits for what comes next: waking it would be a false alarm.
+        const ScopedLock readerWaits(stream.signalLock);
+        if (stream.handled.load(std::memory_order_relaxed) == stream.handledBeforeWait) return;
+    }
+    // After the lock is released: the reader does not wake up only to wait for it.
     SignalOnConditionVar(&stream.dataCondition);
 }
 

@@ -22,6 +22,9 @@ struct ArrivalRules {
 // Puts a packet into the stream's queue: latency trim, reordering, limit. Receive thread.
 void InsertPacket(RTSPStreamInfo &stream, RTPStreamData *packet, const ArrivalRules &rules);
 
+// Counts a datagram or frame that has no packet for the queue. Receive thread.
+void PassOver(RTSPStreamInfo &stream);
+
 // Wakes one reader that waits for the stream's next datagram or frame; costs nothing when none does.
 void SignalReaders(RTSPStreamInfo &stream);
 

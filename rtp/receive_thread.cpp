@@ -13,18 +13,18 @@
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
-#include <utility>
 
 namespace rtsptap {
 namespace {
 
 constexpr uint32_t kFullSleepMs = 1;
-constexpr suseconds_t kReceiveSliceUs = 50000; // a silent socket lets its thread look at its orders this often
+constexpr suseconds_t kReceiveSliceUs = 50000; // a silent socket lets a reader look around this often
 
-// The receive call itself waits, so a datagram costs one system call; shutting the socket down ends the wait.
-void LimitReceiveWait(int socket) {
+// A reader in its turn waits in the receive call itself; shutting the socket down ends the wait. False when the
+// system refuses: a call that waited without limit would miss orders.
+bool LimitReceiveWait(int socket) {
     const timeval slice{0, kReceiveSliceUs};
-    setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &slice, sizeof slice);
+    return setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &slice, sizeof slice) == 0;
 }
 
 // Where the next datagram goes; a ring full of packets that nobody holds or will hold counts as empty.
@@ -36,65 +36,103 @@ RingPlace FindRoom(RTSPStreamInfo &stream) {
     return PlaceNextPacket(stream.ring, mtu);
 }
 
-enum class Pass { kGoOn, kStop };
-
-// Packets queued since the readers were last signalled. Waking a reader costs several times what receiving a
-// datagram does, so it is done once for all that arrived together.
-struct Arrivals {
-    static constexpr int kMost = 16; // without a pause between them, so that no reader waits for the end of a flood
-    int unsignalled = 0;
+// What a turn received before it had to wait for more.
+struct Batch {
+    static constexpr int kMost = 64; // so that no reader waits for the end of a flood
+    int datagrams = 0;
+    enum { kNothingLeft, kMaybeMore, kRingFull, kEnded } reason = kMaybeMore;
 };
 
-void SignalArrivals(RTSPStreamInfo &stream, Arrivals &arrivals) {
-    if (std::exchange(arrivals.unsignalled, 0) > 0) SignalReaders(stream);
-}
-
-int Receive(RTSPStreamInfo &stream, int room, int flags) {
+int Receive(RTSPStreamInfo &stream, int64_t room, int flags) {
     socklen_t addressLength = sizeof stream.rtpAddr;
-    return ReceiveDatagram(stream.rtpSocket, stream.ring.storage + stream.ring.writeIndex, room, flags,
-                           reinterpret_cast<sockaddr *>(&stream.rtpAddr), &addressLength);
+    return ReceiveDatagram(stream.turn.socket, stream.ring.storage + stream.ring.writeIndex, static_cast<int>(room),
+                           flags, reinterpret_cast<sockaddr *>(&stream.rtpAddr), &addressLength);
 }
 
 bool NothingArrived(int received) { return received < 0 && errno == EAGAIN; }
 
-// The next datagram. Readers hear of those before it before this thread waits.
-int ReceiveNext(RTSPStreamInfo &stream, int room, Arrivals &arrivals) {
-    if (arrivals.unsignalled > 0) {
-        const int received = Receive(stream, room, MSG_DONTWAIT);
-        if (!NothingArrived(received)) return received;
-        SignalArrivals(stream, arrivals);
-    }
-    return Receive(stream, room, 0);
+// A socket that fails or delivers a datagram without content is done with.
+void EndReceiving(ReceiveTurn &turn) {
+    DebugPrint(kDebugEntry, " %s : Stopping Thread \n", __func__);
+    if (!MustEnd(*turn.thread)) perror("Exiting:");
+    turn.ended = true;
 }
 
-Pass ServeDatagram(StreamThread &thread, RTSPStreamInfo &stream, Arrivals &arrivals) {
-    const RingPlace place = FindRoom(stream);
-    if (place.room <= 0) { // no packet is lost by waiting: the kernel keeps what comes
-        SignalArrivals(stream, arrivals);
-        MSecDelay(kFullSleepMs);
-        return Pass::kGoOn;
-    }
-    const int room = static_cast<int>(std::min<int64_t>(place.room, INT_MAX));
-    const int received = ReceiveNext(stream, room, arrivals);
-    if (NothingArrived(received)) return Pass::kGoOn;
-    if (received < 1) {
-        DebugPrint(kDebugEntry, " %s : Stopping Thread \n", __func__);
-        if (!MustEnd(thread)) perror("Exiting:");
-        return Pass::kStop;
-    }
+// Queues what has arrived. Waits for the first datagram as the flags say, never for the others.
+Batch ReceiveBatch(RTSPStreamInfo &stream, int flags) {
     constexpr ArrivalRules kUdpRules{.reorder = true};
-    AcceptPacket(stream, static_cast<uint32_t>(std::min(received, room)), kUdpRules,
-                 "%s: Invalid packet received ignoring\n");
-    if (++arrivals.unsignalled >= Arrivals::kMost) SignalArrivals(stream, arrivals);
+    Batch batch;
+    for (; batch.datagrams < Batch::kMost; ++batch.datagrams) {
+        const int64_t room = std::min<int64_t>(FindRoom(stream).room, INT_MAX);
+        batch.reason = room > 0 ? Batch::kNothingLeft : Batch::kRingFull;
+        if (batch.reason == Batch::kRingFull) return batch;
+        const int received = Receive(stream, room, batch.datagrams == 0 ? flags : MSG_DONTWAIT);
+        if (NothingArrived(received)) return batch;
+        if (received < 1) {
+            EndReceiving(stream.turn);
+            batch.reason = Batch::kEnded;
+            return batch;
+        }
+        AcceptPacket(stream, static_cast<uint32_t>(std::min<int64_t>(received, room)), kUdpRules,
+                     "%s: Invalid packet received ignoring\n");
+    }
+    batch.reason = Batch::kMaybeMore;
+    return batch;
+}
+
+// The thread's turn, when no reader has it: what lies in the socket. The socket is watched again when it is empty.
+Batch ReceiveAsThread(RTSPStreamInfo &stream) {
+    const ScopedTurn turn(stream.turn, ScopedTurn::kTry);
+    if (!turn.IsMine()) return {.datagrams = 0, .reason = Batch::kNothingLeft};
+    if (stream.turn.ended) return {.datagrams = 0, .reason = Batch::kEnded};
+    const Batch batch = ReceiveBatch(stream, MSG_DONTWAIT);
+    if (batch.reason == Batch::kNothingLeft) WatchForDatagrams(stream.turn, true);
+    return batch;
+}
+
+enum class Pass { kGoOn, kStop };
+
+// Readers are signalled once for all that arrived together: waking one costs several times what receiving does.
+Pass ServeDatagrams(const StreamThread &thread, RTSPStreamInfo &stream) {
+    const Batch batch = ReceiveAsThread(stream);
+    if (batch.datagrams > 0) SignalReaders(stream);
+    if (batch.reason == Batch::kEnded) return Pass::kStop;
+    if (batch.reason == Batch::kNothingLeft) WaitAtWatch(thread, stream.turn.watch);
+    if (batch.reason == Batch::kRingFull) MSecDelay(kFullSleepMs); // no packet is lost: the kernel keeps what comes
     return Pass::kGoOn;
 }
 
 // A paused stream keeps its thread, which receives nothing and leaves when the session is over.
-Pass WaitWhilePaused(RTSPStreamInfo &stream, Arrivals &arrivals) {
-    SignalArrivals(stream, arrivals);
+Pass WaitWhilePaused(const RTSPStreamInfo &stream) {
     if (stream.client->state == CLIENT_INIT_STATE) return Pass::kStop;
     MSecDelay(kPausedSleepMs);
     return Pass::kGoOn;
+}
+
+// False when the thread cannot serve the stream.
+bool OpenReception(StreamThread &thread, RTSPStreamInfo &stream) {
+    const ScopedTurn turn(stream.turn, ScopedTurn::kWait);
+    stream.baseSeqNum = -1;
+    PlanRing(stream);
+    if (!OpenRing(stream)) return false;
+    stream.turn.readersMayWait = LimitReceiveWait(stream.rtpSocket);
+    return OpenWatch(stream.turn, thread, stream.rtpSocket);
+}
+
+void CloseReception(RTSPStreamInfo &stream) {
+    const ScopedTurn turn(stream.turn, ScopedTurn::kWait);
+    CloseWatch(stream.turn);
+}
+
+bool IsPlaying(const RTSPStreamInfo &stream) { return stream.streamState == kStreamPlaying; }
+
+// In slices, so that the reader hears of orders to the thread.
+bool ReceiveUntil(RTSPStreamInfo &stream, uint64_t deadlineMs) {
+    Batch batch;
+    while (batch.datagrams == 0 && batch.reason != Batch::kRingFull && !stream.turn.ended && IsPlaying(stream) &&
+           !MustEnd(*stream.turn.thread) && GetTimeValue() < deadlineMs)
+        batch = ReceiveBatch(stream, 0);
+    return batch.datagrams > 0;
 }
 
 } // namespace
@@ -105,11 +143,16 @@ bool NothingInUse(const RTSPStreamInfo &stream) {
            stream.outstanding.load(std::memory_order_acquire) == 0;
 }
 
-bool OpenRing(RTSPStreamInfo &stream) {
+void PlanRing(RTSPStreamInfo &stream) {
     const RTSPClient &client = *stream.client;
     const int32_t size = stream.isVideo == 1 ? client.videoBufferSize : client.audioBufferSize;
-    const bool keeps = stream.ring.storage != nullptr && (stream.ring.size == size || !NothingInUse(stream));
-    return keeps || AllocateRing(stream.ring, size);
+    if (stream.ring.size != size && NothingInUse(stream)) ReleaseRing(stream.ring);
+    if (stream.ring.storage == nullptr) stream.ring.size = size;
+}
+
+bool OpenRing(RTSPStreamInfo &stream) {
+    ReceiveRing &ring = stream.ring;
+    return ring.storage != nullptr || AllocateRing(ring, static_cast<int32_t>(ring.size));
 }
 
 uint32_t ChooseSsrc(const RTSPStreamInfo &stream) {
@@ -123,28 +166,39 @@ void AcceptPacket(RTSPStreamInfo &stream, uint32_t length, const ArrivalRules &r
                   FailureText invalidPacketText) {
     const RTPDataBuffer bytes{.length = length, .data = stream.ring.storage + stream.ring.writeIndex};
     RTPStreamData *const packet = ParseRTPData(&bytes, &stream);
-    if (packet != nullptr)
+    if (packet != nullptr) {
         InsertPacket(stream, packet, rules);
-    else
+    } else {
+        PassOver(stream);
         CallTrace("RTPDataReceiveThread").Fail(RTSP_FAILURE, invalidPacketText);
+    }
     stream.ring.writeIndex += length; // also behind a refused packet
 }
 
 void ReceiveRtp(StreamThread &thread) {
     const CallTrace trace("RTPDataReceiveThread");
     RTSPStreamInfo &stream = *thread.stream;
-    stream.baseSeqNum = -1;
-    if (!OpenRing(stream)) {
+    if (!OpenReception(thread, stream)) {
         RtpRtspErrorPrint("EXIT : %s : %d Memory Allocation Failed\n", trace.Function(), __LINE__);
         return;
     }
-    LimitReceiveWait(stream.rtpSocket);
-    Arrivals arrivals;
     Pass pass = Pass::kGoOn;
     while (pass == Pass::kGoOn && !MustEnd(thread))
-        pass = stream.streamState == kStreamPlaying ? ServeDatagram(thread, stream, arrivals)
-                                                    : WaitWhilePaused(stream, arrivals);
-    SignalArrivals(stream, arrivals);
+        pass = IsPlaying(stream) ? ServeDatagrams(thread, stream) : WaitWhilePaused(stream);
+    CloseReception(stream);
+}
+
+bool ReceiveAsReader(RTSPStreamInfo &stream, uint64_t deadlineMs) {
+    const ScopedTurn turn(stream.turn, ScopedTurn::kTry);
+    if (!turn.IsMine() || stream.turn.thread == nullptr || !stream.turn.readersMayWait) return false;
+    if (stream.turn.ended || !IsPlaying(stream)) return false;
+    WatchForDatagrams(stream.turn, false);
+    const bool received = ReceiveUntil(stream, deadlineMs);
+    if (stream.turn.ended)
+        WakeStreamThread(*stream.turn.thread);
+    else
+        WatchForDatagrams(stream.turn, true);
+    return received;
 }
 
 } // namespace rtsptap

@@ -16,8 +16,14 @@ struct StreamThread;
 // socket fails or delivers nothing, or the session is over.
 void ReceiveRtp(StreamThread &thread);
 
-// Makes the stream's ring ready, keeping the storage while packets in it are queued or held. False when
-// memory is short.
+// A reader's turn, in place of waiting for the thread: receives until something has been queued or refused. False,
+// maybe at once, when there is no turn to be had, the stream stops playing, its ring is full, or the deadline has
+// come (milliseconds of the wall clock).
+bool ReceiveAsReader(RTSPStreamInfo &stream, uint64_t deadlineMs);
+
+// Gives the ring the client's size of now; the storage is kept while packets in it are queued or held.
+void PlanRing(RTSPStreamInfo &stream);
+// Makes the planned ring's storage, if it has none. False when memory is short.
 bool OpenRing(RTSPStreamInfo &stream);
 
 // True when no packet of the stream is queued or held by the application.

@@ -1,12 +1,12 @@
 #include "rtp/stream_lifecycle.h"
 
-#include "platform/scope.h"
 #include "rtp/stream_record.h"
 #include "rtsp/client/client_record.h"
 #include "sdp/sdp_field.h"
 
 #include <cstdlib>
 #include <new>
+#include <utility>
 
 namespace rtsptap {
 namespace {
@@ -48,22 +48,19 @@ void RetireEndedStreams(RTSPClient &client) {
 
 StreamLock CreateStreamLocks(RTSPStreamInfo &stream) {
     if (MutexInit(&stream.packetListLock) != RTSP_SUCCESS) return StreamLock::kPacketList;
-    ScopeExit destroyListLock([&stream] { MutexDestroy(&stream.packetListLock); });
+    stream.locksMade = 1;
     if (MutexInit(&stream.signalLock) != RTSP_SUCCESS) return StreamLock::kSignal;
-    ScopeExit destroySignalLock([&stream] { MutexDestroy(&stream.signalLock); });
+    stream.locksMade = 2;
     if (InitConditionVar(&stream.dataCondition) != RTSP_SUCCESS) return StreamLock::kCondition;
-    destroySignalLock.Dismiss();
-    destroyListLock.Dismiss();
-    stream.locksReady = true;
+    stream.locksMade = 3;
     return StreamLock::kNone;
 }
 
 void DestroyStreamLocks(RTSPStreamInfo &stream) {
-    if (!stream.locksReady) return;
-    stream.locksReady = false;
-    MutexDestroy(&stream.signalLock);
-    DestroyConditionVar(&stream.dataCondition);
-    MutexDestroy(&stream.packetListLock);
+    const uint8_t made = std::exchange(stream.locksMade, uint8_t{0});
+    if (made > 2) DestroyConditionVar(&stream.dataCondition);
+    if (made > 1) MutexDestroy(&stream.signalLock);
+    if (made > 0) MutexDestroy(&stream.packetListLock);
 }
 
 void ReleaseStream(RTSPStreamInfo *stream) {

@@ -21,7 +21,7 @@ void RetireEndedStreams(RTSPClient &client);
 enum class StreamLock { kNone, kPacketList, kSignal, kCondition };
 
 // Makes packetListLock, signalLock and dataCondition, in that order. Returns the one that could not be
-// made (those before it are destroyed again), or kNone.
+// made, or kNone. The stream can be used and released all the same.
 StreamLock CreateStreamLocks(RTSPStreamInfo &stream);
 void DestroyStreamLocks(RTSPStreamInfo &stream);
 

@@ -4,6 +4,7 @@
 
 #include "rtp/packet_pool.h"
 #include "rtp/receive_ring.h"
+#include "rtp/receive_turn.h"
 #include "rtsptap.h"
 
 #include <atomic>
@@ -27,7 +28,7 @@ struct RTSPStreamInfo {
     uint16_t clientPort = 0;                // local RTP port, host order
     StreamThread *rtpThread = nullptr;      // owned; the serving receive thread
     StreamThread *rtcpThread = nullptr;     // owned
-    bool locksReady = false;                // packetListLock, signalLock and dataCondition exist
+    uint8_t locksMade = 0;                  // of packetListLock, signalLock and dataCondition, in this order
 
     // ---- Written by the application thread while no thread of the stream lives ----
     int32_t rtpSocket = -1;
@@ -43,14 +44,15 @@ struct RTSPStreamInfo {
     std::atomic<uint8_t> isVideo{0};             // chooses the ring size
     std::atomic<RTSPStreamInfo *> next{nullptr};
 
-    // ---- Written by the receive thread, read by others ----
+    // ---- Written by whoever receives, read by others ----
     std::atomic<uint32_t> remoteSsrc{0};     // 0 until the first packet
     std::atomic<uint32_t> localSsrc{0};      // ours, in receiver reports; set by the thread that reports
     std::atomic<uint16_t> lastSeqNum{0};     // of the last parsed packet, late ones included
     std::atomic<int32_t> baseSeqNum{-1};     // first sequence number; -1 before the first packet
     std::atomic<uint32_t> cumulativeLost{0}; // the process-wide loss count at this stream's last gap
 
-    // ---- Receive thread only ----
+    // ---- Receiving: one at a time, the receive thread or, over UDP, a reader in its turn ----
+    ReceiveTurn turn;         // over UDP says who; the ring's writing end and the pool's taking end go with it
     sockaddr_in rtpAddr = {}; // source of the last RTP datagram
 
     // ---- The thread that handles RTCP only ----
@@ -74,7 +76,8 @@ struct RTSPStreamInfo {
     PacketPool pool;
 
     // ---- Packet queue: links and counts change under packetListLock ----
-    pthread_mutex_t packetListLock;                     // guards the queue; a leaf, nothing is printed under it
+    // Guards the queue; a leaf, nothing is printed under it. A stream whose locks could not be made has these.
+    pthread_mutex_t packetListLock = PTHREAD_MUTEX_INITIALIZER;
     std::atomic<RTPStreamData *> packetListHead{nullptr}; // oldest; peeked without the lock before waiting
     RTPStreamData *packetListTail = nullptr;            // newest; null when the head is null
     std::atomic<int32_t> packetCount{0};                // as counted; see InsertPacket; read without the lock
@@ -83,9 +86,11 @@ struct RTSPStreamInfo {
     uint32_t buffering = 0;                             // 1 while delivery is held back for underflow
 
     // ---- New-data signal ----
-    pthread_mutex_t signalLock;               // belongs to dataCondition; never held with packetListLock
-    pthread_cond_t dataCondition;             // a datagram or frame was handled
+    pthread_mutex_t signalLock = PTHREAD_MUTEX_INITIALIZER;  // of dataCondition; never held with packetListLock
+    pthread_cond_t dataCondition = PTHREAD_COND_INITIALIZER; // a datagram or frame was handled
     std::atomic<int32_t> waitingReaders{0};   // readers inside the wait; nobody is signalled while 0
+    std::atomic<uint32_t> handled{0};         // datagrams and frames so far; changes with the queue they went into
+    uint32_t handledBeforeWait = 0;           // as the waiting reader found it; guarded by signalLock
 };
 
 } // namespace rtsptap

@@ -4,6 +4,7 @@
 #include "rtp/stream_record.h"
 #include "rtsp/client/client_record.h"
 
+#include <cerrno>
 #include <memory>
 #include <new>
 #include <sys/eventfd.h>
@@ -75,6 +76,12 @@ void StartStreamThread(StreamThread *&slot, RTSPStreamInfo &stream, void (*body)
 void WakeStreamThread(const StreamThread &thread) {
     const uint64_t one = 1;
     if (write(thread.wake, &one, sizeof one) < 0) DebugPrint(kDebugEntry, "\tthe wake-up is already set\n");
+}
+
+void DrainWake(int wake) {
+    uint64_t count = 0;
+    while (read(wake, &count, sizeof count) < 0 && errno == EINTR) {
+    }
 }
 
 void StopStreamThread(StreamThread *&slot, int socket) {

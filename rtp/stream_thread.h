@@ -51,6 +51,9 @@ void StartStreamThread(StreamThread *&slot, RTSPStreamInfo &stream, void (*body)
 // Makes a thread that waits look around: what it waits on has changed.
 void WakeStreamThread(const StreamThread &thread);
 
+// Takes note of all wake-ups so far.
+void DrainWake(int wake);
+
 // Tells the thread to end, shuts `socket` down to wake it, joins it and clears the slot. The socket stays open.
 void StopStreamThread(StreamThread *&slot, int socket);
 

@@ -25,9 +25,11 @@ void ChooseStreamsForFrames(const RTSPClient &client) {
         stream->takesFrames = !ReceivesDatagrams(stream->rtpThread) && !ReceivesDatagrams(stream->rtcpThread);
 }
 
+// Without a socket a thread would end at once and hold its descriptor until the session ends: a description with
+// thousands of streams that nobody sets up must not use up the process's.
 void StartUdpThreads(RTSPStreamInfo &stream) {
-    StartStreamThread(stream.rtpThread, stream, ReceiveRtp);
-    StartStreamThread(stream.rtcpThread, stream, ServeRtcp);
+    if (stream.rtpSocket >= 0) StartStreamThread(stream.rtpThread, stream, ReceiveRtp);
+    if (stream.rtcpSocket >= 0) StartStreamThread(stream.rtcpThread, stream, ServeRtcp);
 }
 
 void StartInterleavedThread(RTSPClient &client) {

@@ -1,6 +1,7 @@
 #include "rtsp/message/header_validation.h"
 
 #include "platform/call_trace.h"
+#include "platform/text.h"
 #include "rtsp/message/header_list.h"
 #include "rtsp/message/header_rules.h"
 #include "rtsp/message/header_slots.h"
@@ -14,7 +15,6 @@ namespace rtsptap {
 
 namespace {
 
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 bool IsLetter(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
 
 // Every one of `length` characters is of the kind; none at all is fine.

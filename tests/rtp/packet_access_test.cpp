@@ -59,6 +59,21 @@ TEST_F(PacketAccess, WaitsForTheNextDatagramWhateverItIs) {
     EXPECT_EQ(out.Text().find("No data received"), std::string::npos);
 }
 
+TEST_F(PacketAccess, IsNotWokenForPacketsItHasTakenAlready) {
+    InsertPacket(*stream, Parse(Packet(5)), rules);
+    Free(Get());
+    std::thread sender([this] {
+        while (stream->waitingReaders == 0) std::this_thread::yield();
+        SignalReaders(*stream); // of packet 5, late
+        MSecDelay(20);
+        Arrive(Packet(6));
+    });
+    RTPStreamData *const packet = Get();
+    sender.join();
+    ASSERT_NE(packet, nullptr);
+    Free(packet);
+}
+
 TEST_F(PacketAccess, FreesAPacketThroughAnyStreamButMovesOnlyItsOwn) {
     const RTSPStreamInfo &other = AddStream(RTP_CODEC_PCMA);
     for (const int number : {1, 2, 3}) Arrive(Packet(number));

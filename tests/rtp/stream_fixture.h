@@ -54,7 +54,8 @@ protected:
         return ParseRTPData(&buffer, stream);
     }
     void Arrive(const Bytes &packet) {
-        if (RTPStreamData *const parsed = Parse(packet); parsed != nullptr) InsertPacket(*stream, parsed, rules);
+        RTPStreamData *const parsed = Parse(packet);
+        parsed != nullptr ? InsertPacket(*stream, parsed, rules) : PassOver(*stream);
         SignalReaders(*stream);
     }
 

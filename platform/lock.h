@@ -1,0 +1,14 @@
+// Waiting on a condition variable up to a moment of the caller's: the wait of a reader has more than one part.
+#pragma once
+
+#include "rtsptap.h"
+
+namespace rtsptap {
+
+inline constexpr uint64_t kConditionWaitMs = 5000; // how long WaitForConditionVar waits
+
+// WaitForConditionVar with its end given, in milliseconds of the wall clock since 1970: default condition variables
+// wait by that one.
+int WaitForConditionUntil(pthread_cond_t *condition, pthread_mutex_t *mutex, uint64_t deadlineMs);
+
+} // namespace rtsptap
