@@ -221,7 +221,8 @@ typedef struct RTSPStreamDescription {
     int32_t ppsSize;         /* bytes of pps */
     uint8_t *aacConfig;      /* AAC: the AudioSpecificConfig of "config=" (RFC 3640, 4.1) */
     int32_t aacConfigSize;   /* bytes of aacConfig */
-    int32_t aacObjectType;   /* read from aacConfig: audio object type, 2 for AAC-LC */
+    int32_t aacObjectType;   /* read from aacConfig, as the next two: audio object type, 2 for AAC-LC. Of
+                                HE-AAC these are the core layer's */
     int32_t aacSamplingRate; /* read from aacConfig: Hz */
     int32_t aacChannels;     /* read from aacConfig: channel configuration */
 } RTSPStreamDescription;
@@ -345,7 +346,7 @@ RTSPTAP_API int32_t RTSPDestroyHeaderList(intptr_t headerList);
  * The header list may be 0. responseSize and responseBuff receive the raw reply: *responseSize is the room in
  * responseBuff on entry and the length of the reply on return. The reply gets no terminating NUL. Either may be
  * null: without responseBuff only the length is stored, without responseSize nothing. Only a call that ends in
- * RTSP_SUCCESS hands out its reply.
+ * RTSP_SUCCESS hands out its reply; RTSPClientGetLastReply has it in any case.
  *
  * The server's answer becomes one of
  *
@@ -546,6 +547,18 @@ RTSPTAP_API int32_t RTSPClientAutoRTSPConnect(intptr_t clientHandle, const char 
                                               intptr_t describeHeaderList, intptr_t setupHeaderList,
                                               intptr_t playHeaderList, intptr_t mtuCallBack, char *responseBuff,
                                               int32_t *responseSize);
+
+/**
+ * Copies the raw reply to the client's last request: also one whose status made the method fail, so that 404 can
+ * be told from 454, and headers be read that no function hands out. A description in two pieces counts with the
+ * first. A request that got no reply leaves none.
+ *
+ * @param responseBuff  receives the reply, without a NUL behind it; null: only the length is asked for
+ * @param responseSize  in: room in responseBuff; out: length of the reply
+ * @return 0; RTSP_FAILURE there is none; RTSP_SMALL_BUFFER *responseSize now holds the size needed;
+ *         RTSP_INVALID_ARGUMENT bad handle, null responseSize
+ */
+RTSPTAP_API int32_t RTSPClientGetLastReply(intptr_t clientHandle, char *responseBuff, int32_t *responseSize);
 
 /**
  * The SSRC of a stream's sender (RFC 3550, 3), as its first packet gave it.
@@ -834,7 +847,7 @@ RTSPTAP_API int Base64Encode(const uint8_t *data, int32_t length, char **encoded
  * @param nonceCount          empty
  * @param method              of the request, such as "DESCRIBE"
  * @param uri                 exactly the request line's
- * @param response            zeroed, room for 256 bytes: receives 32 lower-case hexadecimal digits and a NUL
+ * @param response            zeroed, room for 512 bytes: receives 32 lower-case hexadecimal digits and a NUL
  * @return 0 done; negative not (the default: null response, or an algorithm or qop that it does not know)
  */
 int GenerateDigestResponse(const char *nonce, const char *cnonce, const char *username, const char *realm,

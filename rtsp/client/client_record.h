@@ -31,6 +31,7 @@ struct RTSPClient {
     uint32_t cSeq = 0;                        // CSeq of the last generated request
     RequestMsg *requestMsg = nullptr;         // owned; null between exchanges
     ResponseMsg *responseMsg = nullptr;       // owned; null between exchanges
+    RecvBuffer *lastReply = nullptr;          // owned: raw first reply of the last exchange; null when none came
     char *receivedSDP = nullptr;              // owned, free()
     SDPField *sdpFieldList = nullptr;         // owned: the session-level lines
     RTSPStreamInfo *retiredStreams = nullptr; // owned: records of an earlier description, kept for their readers

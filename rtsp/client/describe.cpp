@@ -13,14 +13,14 @@
 namespace rtsptap {
 namespace {
 
-std::string_view TextOf(const RecvBufferPtr &reply) {
+std::string_view BytesOf(const RecvBufferPtr &reply) {
     return reply == nullptr ? std::string_view()
                             : std::string_view(reply->data, static_cast<std::size_t>(reply->length));
 }
 
 // What the first reply carries of the description, from its first "v=0" on.
 int32_t TakeSdpPart(Exchange &exchange) {
-    const std::string_view text = TextOf(exchange.reply);
+    const std::string_view text = BytesOf(exchange.reply);
     const std::size_t start = text.find("v=0");
     if (start == text.npos) return RTSP_SUCCESS;
     DebugPrint(kDebugEntry, "\tSDP received in the response string\n");
@@ -46,7 +46,7 @@ int32_t CopyFirstReply(Exchange &exchange) {
 // Kept: the state stands even when a later step fails.
 int32_t EnterDescribed(Exchange &exchange) {
     DebugPrint(kDebugEntry, "\tSetting State of client to 'CLIENT_DESCRIBE_SENT_STATE' \n");
-    exchange.reply = nullptr;
+    KeepReply(*exchange.client, std::move(exchange.reply));
     exchange.client->state = CLIENT_DESCRIBE_SENT_STATE;
     return RTSP_SUCCESS;
 }
@@ -65,7 +65,7 @@ int32_t ReceiveSecondPart(Exchange &exchange) {
 }
 
 int32_t StoreDescription(Exchange &exchange) {
-    const std::string_view second = TextOf(exchange.reply);
+    const std::string_view second = BytesOf(exchange.reply);
     const auto first = static_cast<std::size_t>(exchange.sdpPartLength);
     auto *const text = static_cast<char *>(calloc(first + second.size() + 1, 1));
     if (text == nullptr)
@@ -99,7 +99,7 @@ int32_t ParseDescription(Exchange &exchange) {
 int32_t DeliverSecondPart(Exchange &exchange) {
     const ExchangeArguments &to = exchange.arguments;
     if (to.responseSize == nullptr) return RTSP_SUCCESS;
-    const std::string_view second = TextOf(exchange.reply);
+    const std::string_view second = BytesOf(exchange.reply);
     const int32_t first = exchange.firstReplyLength;
     const int32_t sum = first + static_cast<int32_t>(second.size());
     const bool fits = sum <= *to.responseSize;

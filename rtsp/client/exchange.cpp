@@ -3,6 +3,7 @@
 #include "rtsp/client/client_record.h"
 #include "rtsp/client/reply_source.h"
 #include "rtsp/client/stream_threads.h"
+#include "rtsp/message/method_names.h"
 #include "rtsp/message/request.h"
 #include "rtsp/message/request_build.h"
 #include "rtsp/message/request_send.h"
@@ -45,6 +46,7 @@ Exchange::~Exchange() {
     client->requestMsg = nullptr;
     ReleaseResponse(*client);
     EndAwaiting(*client);
+    KeepReply(*client, std::move(reply));
 }
 
 int32_t RunExchange(Exchange &exchange) {
@@ -56,14 +58,19 @@ int32_t RunExchange(Exchange &exchange) {
     return result;
 }
 
+void KeepReply(RTSPClient &client, RecvBufferPtr reply) {
+    if (reply == nullptr || client.lastReply != nullptr) return;
+    ShrinkRecvBuffer(*reply);
+    client.lastReply = reply.release();
+}
+
 void ReleaseResponse(RTSPClient &client) {
     const ResponseMsgPtr released(std::exchange(client.responseMsg, nullptr));
 }
 
 int32_t GenerateRequest(Exchange &exchange) {
     const RTSPMethod method = exchange.method.method;
-    const bool perStream = method == RTSP_SETUP || method == RTSP_PLAY || method == RTSP_PAUSE;
-    const int32_t streamIndex = perStream ? exchange.arguments.streamNumber - 1 : 0;
+    const int32_t streamIndex = AddressesStream(method) ? exchange.arguments.streamNumber - 1 : 0;
     exchange.client->requestMsg =
         GenerateRequestMessage(exchange.client, method, exchange.arguments.headerList, streamIndex);
     if (exchange.client->requestMsg != nullptr) return RTSP_SUCCESS;
@@ -71,6 +78,7 @@ int32_t GenerateRequest(Exchange &exchange) {
 }
 
 int32_t SendRequest(Exchange &exchange) {
+    ReleaseRecvBuffer(std::exchange(exchange.client->lastReply, nullptr));
     BeginAwaiting(*exchange.client);
     // Kept: a refused send (RTSP_SEND_FAILED) is no failure here; the wait for the reply then fails.
     if (SendRequestMessage(exchange.client) == RTSP_FAILURE)

@@ -84,6 +84,9 @@ int32_t ReceiveReply(Exchange &exchange);
 int32_t ParseReply(Exchange &exchange);
 int32_t CopyReply(Exchange &exchange);
 
+// Makes a reply the client's last one, unless this exchange has one already.
+void KeepReply(RTSPClient &client, RecvBufferPtr reply);
+
 // Releases the client's parsed response with its reason phrase, if there is one.
 void ReleaseResponse(RTSPClient &client);
 

@@ -47,6 +47,7 @@ void ReleaseClient(RTSPClient *client) {
     freeRequestMsg(client->requestMsg);
     ReleaseResponse(*client);
     ReleaseRecvBuffer(client->recvData.exchange(nullptr));
+    ReleaseRecvBuffer(client->lastReply);
     ReleaseReader(client->interleaved);
     free(client->receivedSDP);
     ReleaseSdpFields(client->sdpFieldList);

@@ -16,4 +16,9 @@ constexpr const char *MethodName(uint32_t method) {
     return method < names.size() ? names[method] : "";
 }
 
+// True for the methods whose URI can be that of one stream; the others mean the whole session.
+constexpr bool AddressesStream(uint32_t method) {
+    return method == RTSP_SETUP || method == RTSP_PLAY || method == RTSP_PAUSE;
+}
+
 } // namespace rtsptap

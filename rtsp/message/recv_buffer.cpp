@@ -13,6 +13,11 @@ RecvBuffer *CreateRecvBuffer(uint32_t capacity) {
     return recvBuffer->data == nullptr ? nullptr : recvBuffer.release();
 }
 
+void ShrinkRecvBuffer(RecvBuffer &recvBuffer) {
+    void *const shrunk = std::realloc(recvBuffer.data, static_cast<std::size_t>(recvBuffer.length) + 1);
+    if (shrunk != nullptr) recvBuffer.data = static_cast<char *>(shrunk);
+}
+
 void ReleaseRecvBuffer(RecvBuffer *recvBuffer) {
     if (recvBuffer == nullptr) return;
     std::free(recvBuffer->data);

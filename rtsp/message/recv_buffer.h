@@ -17,6 +17,9 @@ struct RecvBuffer {
 
 // A buffer with room for `capacity` bytes and a terminator, zeroed; null when memory is short.
 RecvBuffer *CreateRecvBuffer(uint32_t capacity);
+// Gives back the room behind what was received.
+void ShrinkRecvBuffer(RecvBuffer &recvBuffer);
+
 void ReleaseRecvBuffer(RecvBuffer *recvBuffer);
 
 struct RecvBufferDeleter {

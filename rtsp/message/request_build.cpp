@@ -75,8 +75,7 @@ void WriteUri(const Build &build) {
     char *const uri = build.request.uri;
     std::snprintf(uri, kUriBytes, "%s://%s:%d/%s", "rtsp", client.serverIp, client.serverPort, client.sessionName);
 
-    const bool addressesStream = method == RTSP_SETUP || method == RTSP_PLAY || method == RTSP_PAUSE;
-    if (!addressesStream || client.streamCount < 1 || build.stream < 0) return;
+    if (!AddressesStream(method) || client.streamCount < 1 || build.stream < 0) return;
     const RTSPStreamInfo *const stream = FindStreamByNumber(client, build.stream + 1);
     if (stream != nullptr && stream->controlUrl[0] != '\0') {
         CopyText(uri, kUriBytes, stream->controlUrl);

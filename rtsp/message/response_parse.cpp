@@ -67,8 +67,7 @@ HeaderLine ParseHeaderLine(const CallTrace &trace, std::string_view line, Respon
     return HeaderLine::kTaken;
 }
 
-// The bytes up to the first NUL: what the receive delivered as text.
-std::string_view TextOf(const RecvBuffer &recvBuffer) {
+std::string_view TextBeforeNul(const RecvBuffer &recvBuffer) {
     return {recvBuffer.data, strnlen(recvBuffer.data, static_cast<std::size_t>(recvBuffer.length))};
 }
 
@@ -82,7 +81,7 @@ ResponseMsg *ClientParseMessage(const RecvBuffer *recvBuffer) {
     ResponseMsgPtr response(new (std::nothrow) ResponseMsg{});
     if (!response) return trace.Fail(kNone, "\tEXIT : %s :Memory Allocation Failed for RTSP response message\n");
 
-    std::string_view text = TextOf(*recvBuffer);
+    std::string_view text = TextBeforeNul(*recvBuffer);
     std::string_view line; // stays empty, and without a version, when there is no line
     NextLine(text, line);
     if (!ParseStatusLine(trace, line, *response)) return nullptr;

@@ -4,13 +4,14 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
-CapturedStdout::CapturedStdout() {
+CapturedStdout::CapturedStdout(bool discard) {
     std::fflush(stdout);
     savedFd_ = dup(STDOUT_FILENO);
-    memoryFd_ = memfd_create("captured stdout", MFD_CLOEXEC);
+    memoryFd_ = discard ? open("/dev/null", O_WRONLY | O_CLOEXEC) : memfd_create("captured stdout", MFD_CLOEXEC);
     if (savedFd_ < 0 || memoryFd_ < 0 || dup2(memoryFd_, STDOUT_FILENO) < 0) std::abort();
 }
 

@@ -5,7 +5,7 @@
 
 class CapturedStdout {
 public:
-    CapturedStdout();
+    explicit CapturedStdout(bool discard = false); // discard: keeps nothing, however much comes
     ~CapturedStdout();
     CapturedStdout(const CapturedStdout &) = delete;
     CapturedStdout &operator=(const CapturedStdout &) = delete;

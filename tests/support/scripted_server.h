@@ -23,6 +23,8 @@ struct Action {
     bool expand = false;  // replace placeholders in the bytes
     int milliseconds = 0; // to wait before the bytes
     bool close = false;   // instead of the bytes
+    bool reset = false;   // the same, abruptly
+    bool endless = false; // the bytes again and again, as long as the client takes them
 };
 
 // Actions in order; joined with +. Texts and bytes side by side leave in one write, a Delay separates them.
@@ -36,6 +38,8 @@ inline Reply Text(const std::string &text) { return {{.bytes = text, .expand = t
 inline Reply SendBytes(const std::string &bytes) { return {{.bytes = bytes}}; }
 inline Reply Delay(int milliseconds) { return {{.bytes = {}, .milliseconds = milliseconds}}; }
 inline Reply Close() { return {{.bytes = {}, .close = true}}; }
+inline Reply Reset() { return {{.bytes = {}, .close = true, .reset = true}}; }
+inline Reply Endless(const std::string &bytes) { return {{.bytes = bytes, .endless = true}}; }
 inline Reply Stall() { return {}; } // no reply; the connection stays open
 // The bytes in two writes, cut at `cut`.
 inline Reply Pieces(const std::string &bytes, std::size_t cut, int pauseMs) {
@@ -65,6 +69,7 @@ struct Expect {
 struct Step {
     Expect expect;
     Reply reply;
+    bool mayBeMissing = false;
 };
 using Script = std::vector<Step>;
 inline Script Times(std::size_t count, const Step &step) { return Script(count, step); }
@@ -79,7 +84,7 @@ public:
     uint16_t Port() const { return port; }
     std::string Expand(std::string text) const;
 
-    void Send(const std::string &bytes); // on the current connection, from the test's thread
+    bool Send(const std::string &bytes); // on the current connection, from any thread; false when it has gone
     void Hangup(bool reset = false);     // closes the current connection
 
     std::vector<std::string> Requests() const;                       // exact bytes, in order of arrival

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <thread>
 #include <unistd.h>
@@ -170,6 +171,8 @@ DescriptorLimit::DescriptorLimit(rlim_t spare) {
     const rlimit tight = {static_cast<rlim_t>(next) + spare, saved.rlim_max};
     setrlimit(RLIMIT_NOFILE, &tight);
 }
+
+bool LongForm() { return std::getenv("RTSPTAP_LONG") != nullptr; }
 
 std::size_t CountThreads() {
     // A sanitizer's own thread comes with the first one of the process.

@@ -112,6 +112,9 @@ private:
     rlimit saved = {};
 };
 
+// RTSPTAP_LONG in the environment asks for every combination instead of a few.
+bool LongForm();
+
 std::size_t CountThreads();
 std::size_t CountDescriptors();
 std::size_t CountOf(const std::string &text, const std::string &part);

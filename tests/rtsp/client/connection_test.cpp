@@ -47,9 +47,11 @@ TEST(Connection, LongestAddressAndNameAreAccepted) {
 }
 
 TEST(Connection, ConnectingAgainKeepsTheOldConnectionOpenUntilDestroy) {
-    Session session(kUdp, CLIENT_INIT_STATE);
+    Session session(kUdp, CLIENT_INIT_STATE, Times(2, {"OPTIONS ", Ok()}));
+    EXPECT_EQ(session.Options(), 0); // the server has accepted
     const std::size_t descriptors = CountDescriptors();
     EXPECT_EQ(session.Connect(), 0);
+    EXPECT_EQ(session.Options(), 0);
     EXPECT_EQ(session.client.Destroy(), 0);
     EXPECT_TRUE(session.server.WaitForClose());
     // Of the old connection the server still has its end.

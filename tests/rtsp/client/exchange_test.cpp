@@ -1,5 +1,5 @@
 // What the six methods share: checks and their order, status classes, the caller's buffer, unusable replies.
-#include "tests/support/session.h"
+#include "tests/support/methods.h"
 
 #include <gtest/gtest.h>
 
@@ -8,31 +8,6 @@
 using namespace rtsptap::test;
 
 namespace {
-
-using Call = int32_t (*)(intptr_t client, intptr_t list, char *buffer, int32_t *size);
-
-template <auto function, int32_t stream>
-int32_t OfStream(intptr_t client, intptr_t list, char *buffer, int32_t *size) {
-    return function(client, stream, list, buffer, size);
-}
-
-struct Method {
-    const char *name;
-    const char *word; // in the function's name
-    std::vector<int> allowedStates;
-    RTSPClientState from; // one of them
-    int32_t to;           // the observed state after a 200
-    Call call;
-};
-
-const Method kMethods[] = {
-    {"OPTIONS", "Options", {0, 1, 2, 3, 4, 5}, CLIENT_READY_STATE, 0, RTSPClientSendOptionsRequest},
-    {"DESCRIBE", "Describe", {0, 1}, CLIENT_OPTIONS_SENT_STATE, 2, RTSPClientSendDescribeRequest},
-    {"SETUP", "Setup", {2, 3}, CLIENT_DESCRIBE_SENT_STATE, 3, OfStream<RTSPClientSendSetupRequest, 1>},
-    {"PLAY", "Play", {3, 4, 5}, CLIENT_READY_STATE, 4, OfStream<RTSPClientSendPlayRequest, 0>},
-    {"PAUSE", "Pause", {4}, CLIENT_PLAYING_STATE, 5, OfStream<RTSPClientSendPauseRequest, 0>},
-    {"TEARDOWN", "Teardown", {4, 5}, CLIENT_PAUSE_STATE, -95, RTSPClientSendTeardownRequest},
-};
 
 bool Is(const Method &method, const char *name) { return std::string(method.name) == name; }
 
@@ -55,6 +30,26 @@ void ExpectCall(const Method &method, const std::string &row, intptr_t client, i
     const std::string name = row + " " + method.name;
     ExpectRefusals("RTSPClientSend" + std::string(method.word) + "Request",
                    {{name.c_str(), [&] { return method.call(client, list, buffer, size); }, code, text}});
+}
+
+TEST(Exchange, TheReplyThatMadeAMethodFailCanBeRead) {
+    const std::string notFound = "RTSP/1.0 404 Not Found\r\nCSeq: 1\r\nServer: x\r\n\r\n";
+    Session session(kUdp, CLIENT_INIT_STATE, {{"DESCRIBE ", SendBytes(notFound)}, {"DESCRIBE ", Close()}});
+    const auto lastReply = [&session](int32_t room, std::string &text) {
+        text.assign(512, '#');
+        const int32_t result = RTSPClientGetLastReply(session.client, text.data(), &room);
+        text.resize(static_cast<std::size_t>(room));
+        return result;
+    };
+    std::string reply;
+    EXPECT_EQ(RTSPClientGetLastReply(session.client, nullptr, nullptr), RTSP_INVALID_ARGUMENT);
+    EXPECT_EQ(lastReply(512, reply), RTSP_FAILURE);
+    EXPECT_EQ(session.Describe(), RTSP_CLIENT_ERROR);
+    EXPECT_EQ(lastReply(10, reply), RTSP_SMALL_BUFFER);
+    EXPECT_EQ(lastReply(static_cast<int32_t>(reply.size()), reply), RTSP_SUCCESS);
+    EXPECT_EQ(reply, notFound);
+    EXPECT_EQ(session.Describe(), RTSP_NO_RESPONSE);
+    EXPECT_EQ(lastReply(512, reply), RTSP_FAILURE);
 }
 
 } // namespace

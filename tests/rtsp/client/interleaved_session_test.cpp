@@ -159,7 +159,7 @@ TEST(Interleaved, FramingErrorsAreReportedAndRecoveredFrom) {
         EXPECT_EQ(CountOf(out.Text(), kCorrupted), row.corrupted) << row.name;
     }
     // The first reply to PLAY is found behind frames that nobody takes, whatever their size.
-    for (const std::size_t size : {0, 1, 50, 51}) {
+    for (const std::size_t size : {0U, 1U, 50U, 51U}) {
         Session early(kTcp, CLIENT_READY_STATE, {{"PLAY ", SendBytes(Frame(9, std::string(size, 'A'))) + Ok()}});
         EXPECT_TRUE(SucceedsSoon([&] { return early.Play(); })) << size;
     }

@@ -1,10 +1,8 @@
+#include "tests/support/own_network.h"
 #include "tests/support/session.h"
 
 #include <gtest/gtest.h>
-#include <sched.h>
 #include <unistd.h>
-
-#include <cstdlib>
 
 using namespace rtsptap::test;
 
@@ -32,12 +30,6 @@ uint16_t FreePair() {
 
 std::string ClientPorts(uint16_t port) {
     return "client_port=" + std::to_string(port) + "-" + std::to_string(port + 1);
-}
-
-// A network of this process's own, with loopback alone: nothing leaves the machine. False without the right to it.
-bool EnterOwnNetwork() {
-    return unshare(CLONE_NEWNET) == 0 &&
-           std::system("ip link set lo up multicast on && ip route add 224.0.0.0/4 dev lo") == 0;
 }
 
 void PlayMulticast() {

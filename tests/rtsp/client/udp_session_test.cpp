@@ -54,6 +54,36 @@ TEST(UdpSession, PausedStreamLosesNothingThatArrived) {
     EXPECT_EQ(session.Video(9), Numbers(1, 9));
 }
 
+// A waiting reader receives in its own turn; thread, hand-over, pause and end must each get the turn from it.
+TEST(UdpSession, WaitingReaderMissesNothingWhateverTheControlThreadDoes) {
+    constexpr int kRounds = 20;
+    Script control;
+    for (int round = 0; round < kRounds; ++round)
+        control = control + Script{{"PLAY ", Ok()}, {"PAUSE ", Ok()}, {"PLAY ", Ok()}};
+    Session session(kUdp, CLIENT_PLAYING_STATE, control + Script{{"TEARDOWN ", Ok()}});
+    constexpr std::size_t kPackets = 2000;
+    std::vector<uint16_t> taken;
+    std::thread reader([&] { taken = session.Video(kPackets); });
+    std::thread sender([&] {
+        for (std::size_t number = 1; number <= kPackets; ++number) {
+            session.SendNumbers(1, {static_cast<uint16_t>(number)});
+            if (number % 8 == 0) std::this_thread::sleep_for(std::chrono::milliseconds(number % 512 == 0 ? 60 : 2));
+        }
+    });
+    for (int round = 0; round < kRounds; ++round) {
+        EXPECT_EQ(session.Play(), 0);
+        EXPECT_EQ(session.Pause(), 0);
+        EXPECT_EQ(session.Play(), 0);
+    }
+    sender.join();
+    reader.join();
+    EXPECT_EQ(taken, Numbers(1, kPackets));
+    std::thread waiting([&] { session.Audio(1); }); // nothing ever comes
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    EXPECT_LT(SecondsOf([&] { EXPECT_EQ(session.Teardown(), 0); }), 0.5);
+    waiting.join();
+}
+
 TEST(UdpSession, PacketsOfTheLastSessionAreFreedWhileTheNextOneStarts) {
     Session session(kUdp, CLIENT_PLAYING_STATE, Script{{"TEARDOWN ", Ok()}} + StepsTo(CLIENT_PLAYING_STATE, kUdp));
     session.SendNumbers(1, Numbers(1, 20));
@@ -106,17 +136,20 @@ TEST(UdpSession, RefusedPacketsAloneDoNotBlockTheBuffer) {
 }
 
 TEST(UdpSession, TeardownEndsEverythingAndTheClientCanStartOver) {
-    Session session(kUdp, CLIENT_PAUSE_STATE, Script{{"TEARDOWN ", Ok()}} + StepsTo(CLIENT_PLAYING_STATE, kUdp));
-    const std::size_t paused = CountDescriptors();
+    Session session(kUdp, CLIENT_PAUSE_STATE,
+                    Script{{"TEARDOWN ", Ok()}} + StepsTo(CLIENT_PLAYING_STATE, kUdp) +
+                        Script{{"TEARDOWN ", Ok()}});
     EXPECT_EQ(session.Teardown(), 0);
     EXPECT_TRUE(session.server.WaitForClose());
+    const std::size_t ended = CountDescriptors();
     EXPECT_EQ(session.Play(1), RTSP_NOT_CONNECTED);
     EXPECT_EQ(session.Pause(1), RTSP_INVALID_ARGUMENT); // of no stream
     EXPECT_EQ(session.Teardown(), RTSP_NOT_CONNECTED);
     session.Reach(CLIENT_PLAYING_STATE);
     session.SendNumbers(2, Numbers(1, 3));
     EXPECT_EQ(session.Audio(3), Numbers(1, 3));
-    EXPECT_EQ(CountDescriptors(), paused);
+    EXPECT_EQ(session.Teardown(), 0);
+    EXPECT_TRUE(Eventually([&] { return CountDescriptors() == ended; }));
 }
 
 TEST(UdpSession, ReceiverReportAnswersEachAcceptedPacket) {
