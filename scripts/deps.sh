@@ -1,14 +1,17 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that are missing; does nothing, and needs no rights, when none is.
-#   scripts/deps.sh [GROUP...]      groups: build demo test; default: all of them
+#   scripts/deps.sh [GROUP...]      groups: build demo test (default: these), fuzz memcheck coverage
 set -euo pipefail
 
 declare -A packages=(
     [build]="g++ cmake ninja-build pkg-config libssl-dev libcli11-dev libgtest-dev libbenchmark-dev
-             libpcap-dev libgstreamer-plugins-base1.0-dev"
+             nlohmann-json3-dev libpcap-dev libgstreamer-plugins-base1.0-dev"
     [demo]="libgstrtspserver-1.0-dev gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad
             gstreamer1.0-plugins-ugly gstreamer1.0-libav gstreamer1.0-x"
-    [test]="ffmpeg gstreamer1.0-tools iproute2 tshark"
+    [test]="ffmpeg groff-base gstreamer1.0-tools iproute2 python3 tshark"
+    [fuzz]="clang-14 libclang-rt-14-dev"
+    [memcheck]="valgrind"
+    [coverage]="gcovr"
 )
 
 [ $# -gt 0 ] || set -- build demo test
