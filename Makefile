@@ -20,7 +20,8 @@ demo:
 	scripts/deps.sh build demo
 	cmake --preset release
 	cmake --build --preset release --target rtsptap_cli rtsptap_demo_server
-	tools/demo/run_demo.sh build/release
+	build/release/tools/rtsptap demo --auth
+	build/release/tools/rtsptap demo --auth --tcp
 
 bench: release
 	for program in build/release/bench/*_bench; do $$program || exit 1; done

@@ -19,6 +19,7 @@ namespace {
 struct Settings {
     int port = 0;            // 0: any free one
     std::string credentials; // USER:PASSWORD; empty: no authentication
+    std::string pipeline;    // what is served
     bool tcpOnly = false;
     bool udpOnly = false;
     bool logReports = false;
@@ -42,12 +43,15 @@ template <typename Object> using Owned = std::unique_ptr<Object, Unref>;
 
 bool ReadSettings(int argc, char **argv, Settings &settings) {
     char *credentials = nullptr;
+    char *pipeline = nullptr;
     gboolean tcpOnly = FALSE;
     gboolean udpOnly = FALSE;
     gboolean logReports = FALSE;
     const GOptionEntry entries[] = {
         {"port", 0, 0, G_OPTION_ARG_INT, &settings.port, "port to listen on; 0 takes a free one", "PORT"},
         {"auth", 0, 0, G_OPTION_ARG_STRING, &credentials, "ask for digest authentication", "USER:PASSWORD"},
+        {"pipeline", 0, 0, G_OPTION_ARG_STRING, &pipeline, "serve this, with payloaders named pay0, pay1...",
+         "TEXT"},
         {"tcp-only", 0, 0, G_OPTION_ARG_NONE, &tcpOnly, "offer interleaved TCP only", nullptr},
         {"udp-only", 0, 0, G_OPTION_ARG_NONE, &udpOnly, "offer UDP only", nullptr},
         {"log-reports", 0, 0, G_OPTION_ARG_NONE, &logReports, "show players' reports on standard error", nullptr},
@@ -69,6 +73,8 @@ bool ReadSettings(int argc, char **argv, Settings &settings) {
     settings.logReports = logReports != FALSE;
     if (credentials != nullptr) settings.credentials = credentials;
     g_free(credentials);
+    settings.pipeline = pipeline != nullptr ? "( " + std::string(pipeline) + " )" : kPipeline;
+    g_free(pipeline);
     const bool splits = settings.credentials.empty() || settings.credentials.find(':') != std::string::npos;
     if (!splits) std::fprintf(stderr, "rtsptap_demo_server: --auth takes USER:PASSWORD\n");
     return splits;
@@ -106,7 +112,7 @@ Owned<GstRTSPServer> MakeServer(const Settings &settings) {
     gst_rtsp_server_set_address(server.get(), "127.0.0.1");
     gst_rtsp_server_set_service(server.get(), std::to_string(settings.port).c_str());
     GstRTSPMediaFactory *factory = gst_rtsp_media_factory_new();
-    gst_rtsp_media_factory_set_launch(factory, kPipeline);
+    gst_rtsp_media_factory_set_launch(factory, settings.pipeline.c_str());
     gst_rtsp_media_factory_set_shared(factory, TRUE);
     if (settings.tcpOnly) gst_rtsp_media_factory_set_protocols(factory, GST_RTSP_LOWER_TRANS_TCP);
     if (settings.udpOnly) gst_rtsp_media_factory_set_protocols(factory, GST_RTSP_LOWER_TRANS_UDP);

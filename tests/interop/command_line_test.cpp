@@ -1,0 +1,96 @@
+// What users meet before and beside a session: probe, descriptions from files, usage errors, help.
+#include "tests/interop/peers.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+namespace rtsptap::test {
+namespace {
+
+using namespace std::chrono_literals;
+using nlohmann::json;
+
+struct Result {
+    int status = 0;
+    std::string output;
+    std::string errors;
+};
+
+Result Finished(const std::string &command) {
+    ChildProcess process({"bash", "-c", command});
+    const int status = process.Wait(60s);
+    return {status, process.Output(), process.Errors()};
+}
+
+bool Contains(const std::string &text, const std::string &part) { return text.find(part) != std::string::npos; }
+
+TEST(CommandLine, ProbeTellsStreamsServerAndTimes) {
+    const DemoServer server;
+    const Result probe = Finished(TOOL " probe --json " + server.UrlWith("viewer:a%2Drunning-clock"));
+    ASSERT_EQ(0, probe.status) << probe.errors;
+    EXPECT_FALSE(Contains(probe.output + probe.errors, "running")) << probe.output;
+    const json found = json::parse(probe.output);
+    std::string phases;
+    for (const json &row : found["phases"])
+        phases += row["phase"].get<std::string>() + (row["ms"] >= 0 ? "," : "!");
+    EXPECT_EQ("resolve,connect,OPTIONS,DESCRIBE,SETUP 1,SETUP 2,PLAY,first packet,first key frame,", phases);
+    const json expected =
+        json::parse(R"({"schema": 1, "server": {"authentication": "Digest", "session_timeout_s": 4},
+        "streams": [{"codec": "H264", "clock_hz": 90000, "control": "stream=0", "received": true,
+                     "picture": {"width": 640, "height": 360, "profile": "Constrained Baseline", "level": "3.0"}},
+                    {"codec": "PCMU", "media": "audio", "payload_type": 0, "first_key_frame_ms": null}]})")
+            .flatten();
+    for (const auto &[path, value] : expected.items())
+        EXPECT_EQ(value, found.value(json::json_pointer(path), json("none"))) << path;
+    EXPECT_TRUE(found["streams"][1]["first_packet_ms"].is_number()) << probe.output;
+}
+
+// AAC can be recorded only with what the description says of it.
+TEST(CommandLine, ListenTakesCodecsAndPortsFromADescription) {
+    const std::string base = testing::TempDir() + "listen" + std::to_string(getpid());
+    const auto port = [] { return " -f rtp rtp://127.0.0.1:" + std::to_string(FreeUdpPort()); };
+    ChildProcess sender(Shell(
+        "ffmpeg -nostdin -v error -re -f lavfi -i testsrc2=size=320x240:rate=25 -f lavfi -i sine=sample_rate=44100 "
+        "-map 0 -c:v libx264 -preset ultrafast -tune zerolatency -g 10" +
+        port() + " -map 1 -c:a aac" + port() + " -sdp_file " + base + ".sdp"));
+    Finished("until [ -s " + base + ".sdp ]; do sleep .05; done");
+    const Result listen = Finished(TOOL " listen --sdp " + base + ".sdp -o " + base + ".mkv --duration 3s");
+    EXPECT_EQ(0, listen.status) << listen.errors;
+    const std::string probe = "ffprobe -v error -of csv=p=0 -show_entries stream=codec_name,width ";
+    EXPECT_EQ("h264,320\naac\n", Finished(probe + base + ".mkv").output) << listen.errors;
+    Finished("rm " + base + ".*");
+}
+
+TEST(CommandLine, AUsageErrorIsOneSentenceAndTellsWhereToReadOn) {
+    const struct {
+        const char *arguments;
+        int status;
+        const char *errors;
+    } cases[] = {
+        {"", 1, "a command is missing\nSee rtsptap --help"},
+        {"plya rtsp://h/", 1, "there is no command plya; did you mean play?\nSee rtsptap --help"},
+        {"rtsp://u:secret@h/", 1, "a command is missing before the address, such as play\nSee rtsptap --help"},
+        {"play rtsp://h/ --trasnport=tcp", 1, "play: there is no option --trasnport; did you mean --transport?"},
+        {"play rtsp://u:secret@h/ rtsp://u:secret@h/", 1, "play: there is an argument too many\nSee rtsptap play"},
+        {"play rtsp://h/ --duration 5x", 1, "play: --duration: '5x' is no time, as 200ms, 10s, 5m or 1h are"},
+        {"record rtsp://h/", 1, "record: --output is required"},
+        {"listen --sdp /dev/null", 10, "/dev/null: no session description"},
+    };
+    for (const auto &row : cases) {
+        const Result tool = Finished(std::string(TOOL " ") + row.arguments);
+        EXPECT_EQ(row.status, tool.status) << row.arguments;
+        EXPECT_TRUE(Contains(tool.errors, row.errors)) << tool.errors;
+        EXPECT_FALSE(Contains(tool.errors, "secret")) << tool.errors;
+    }
+}
+
+TEST(CommandLine, ThePageAndTheCompletionsCanBeRead) {
+    EXPECT_EQ("", Finished(TOOL " --man | groff -man -ww -z 2>&1").output);
+    EXPECT_EQ("auto udp tcp multicast\n",
+              Finished("source <(" TOOL " completion bash); COMP_CWORD=3;"
+                       "COMP_WORDS=(rtsptap play -t ''); _rtsptap; echo ${COMPREPLY[*]}")
+                  .output);
+}
+
+} // namespace
+} // namespace rtsptap::test

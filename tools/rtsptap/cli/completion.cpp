@@ -1,0 +1,226 @@
+#include "cli/help_text.h"
+
+#include <map>
+
+namespace tool {
+namespace {
+
+std::string Joined(const std::vector<std::string> &words, const char *separator) {
+    std::string text;
+    for (const std::string &word : words) text += (text.empty() ? "" : separator) + word;
+    return text;
+}
+
+// The text in single quotes, with every character of the set behind a backslash.
+std::string Quoted(const std::string &text, const std::string &escaped = "") {
+    std::string quoted = "'";
+    for (const char letter : text) {
+        if (letter == '\'')
+            quoted += "'\\''";
+        else if (escaped.find(letter) != std::string::npos)
+            quoted += std::string("\\") + letter;
+        else
+            quoted += letter;
+    }
+    return quoted + "'";
+}
+
+bool TakesNextWord(const Option &option) { return !option.value.empty() && option.value[0] != '['; }
+
+using Options = std::vector<const Option *>; // into the manual
+
+Options OptionsOf(const Command &command) {
+    Options options;
+    for (const OptionGroup &group : command.groups)
+        for (const Option &option : group.options) options.push_back(&option);
+    return options;
+}
+
+Options GeneralOf(const Manual &manual) {
+    Options options;
+    for (const Option &option : manual.general.options) options.push_back(&option);
+    return options;
+}
+
+std::vector<std::string> CommandNames(const Manual &manual) {
+    std::vector<std::string> names;
+    for (const Command &command : manual.commands) names.push_back(command.text.name);
+    return names;
+}
+
+// ---- bash ----
+
+std::string BashWords(const Options &options) {
+    std::string words;
+    for (const Option *option : options) words += " " + Joined(NamesOf(*option), " ");
+    return words;
+}
+
+// What may follow an option; one name has one meaning in all commands.
+std::string BashValues(const Manual &manual) {
+    std::map<std::string, std::string> actions; // by the names, as a pattern
+    for (const Command &command : manual.commands)
+        for (const Option *option : OptionsOf(command)) {
+            if (!TakesNextWord(*option)) continue;
+            const std::vector<std::string> choices = ChoicesOf(option->value);
+            std::string action = "return";
+            if (option->value == "FILE") action = "_rtsptap_files \"$word\"; return";
+            if (!choices.empty())
+                action = "COMPREPLY=($(compgen -W '" + Joined(choices, " ") + "' -- \"$word\")); return";
+            actions[Joined(NamesOf(*option), "|")] = action;
+        }
+    std::string cases;
+    for (const auto &[names, action] : actions) cases += "    " + names + ") " + action + " ;;\n";
+    return cases;
+}
+
+std::string BashCompletion(const Manual &manual) {
+    const std::string general = BashWords(GeneralOf(manual));
+    std::string words = "    '') words='" + Joined(CommandNames(manual), " ") + general + "' ;;\n";
+    for (const Command &command : manual.commands)
+        words += "    " + command.text.name + ") words='" + Joined(ChoicesOf(command.argument.name), " ") +
+                 BashWords(OptionsOf(command)) + general + "' ;;\n";
+    return R"(# bash completion for rtsptap
+_rtsptap_files() {
+    mapfile -t COMPREPLY < <(compgen -f -- "$1")
+    compopt -o filenames 2>/dev/null
+}
+
+_rtsptap() {
+    local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} command='' words='' i
+    COMPREPLY=()
+    # --option=value is three words here
+    if [[ $word == '=' ]]; then
+        word=''
+    elif [[ $before == '=' ]]; then
+        before=${COMP_WORDS[COMP_CWORD - 2]}
+    fi
+    for ((i = 1; i < COMP_CWORD; i++)); do
+        case ${COMP_WORDS[i]} in
+        )" +
+           Joined(CommandNames(manual), "|") +
+           R"() command=${COMP_WORDS[i]} && break ;;
+        esac
+    done
+    case $before in
+)" + BashValues(manual) +
+           R"(    esac
+    case $command in
+)" + words +
+           R"(    esac
+    COMPREPLY=($(compgen -W "$words" -- "$word"))
+}
+
+complete -F _rtsptap rtsptap
+)";
+}
+
+// ---- zsh ----
+
+std::string ZshValue(const std::string &value) {
+    if (value.empty()) return "";
+    if (value == "FILE") return ":file:_files";
+    const std::vector<std::string> choices = ChoicesOf(value);
+    return choices.empty() ? ":" + value + ": " : ":value:(" + Joined(choices, " ") + ")";
+}
+
+// One entry for each name, excluding the other: '(-t --transport)-t+[help]:value:(udp tcp)'.
+std::string ZshOption(const Option &option) {
+    const std::vector<std::string> names = NamesOf(option);
+    std::string specifications;
+    for (const std::string &name : names) {
+        const bool isLong = name.size() > 2;
+        std::string mark = !TakesNextWord(option) ? "" : isLong ? "=" : "+";
+        std::string value = ZshValue(TakesNextWord(option) ? option.value : "");
+        if (option.value == "[=N]") {
+            mark = "=-";
+            value = "::number: ";
+        }
+        std::string help = Quoted(option.help, "[]:\\");
+        help = help.substr(1, help.size() - 2);
+        specifications +=
+            " \\\n        '(" + Joined(names, " ") + ")" + name + mark + "[" + help + "]" + value + "'";
+    }
+    return specifications;
+}
+
+std::string ZshOptions(const Options &options) {
+    std::string specifications;
+    for (const Option *option : options) specifications += ZshOption(*option);
+    return specifications;
+}
+
+std::string ZshCompletion(const Manual &manual) {
+    const std::string general = ZshOptions(GeneralOf(manual));
+    std::string commands;
+    std::string cases;
+    for (const Command &command : manual.commands) {
+        commands += "\n            " + Quoted(command.text.name + ":" + command.text.summary);
+        const std::string &argument = command.argument.name;
+        cases += "        " + command.text.name + ") _arguments" + general + ZshOptions(OptionsOf(command)) +
+                 (argument.empty() ? "" : " \\\n        '1" + ZshValue(argument) + "'") + " ;;\n";
+    }
+    return R"(#compdef rtsptap
+_rtsptap() {
+    local context state state_descr line
+    typeset -A opt_args
+    _arguments -C)" +
+           general + R"( \
+        '1:command:->command' '*::argument:->argument'
+    case $state in
+    command)
+        local -a commands
+        commands=()" +
+           commands + R"()
+        _describe command commands ;;
+    argument)
+        case $words[1] in
+)" + cases +
+           R"(        esac ;;
+    esac
+}
+
+if [[ $funcstack[1] == _rtsptap ]]; then
+    _rtsptap "$@"
+else
+    compdef _rtsptap rtsptap
+fi
+)";
+}
+
+// ---- fish ----
+
+std::string FishOption(const Option &option, const std::string &condition) {
+    std::string line = "complete -c rtsptap" + condition;
+    for (const std::string &name : NamesOf(option))
+        line += name.size() > 2 ? " -l " + name.substr(2) : " -s " + name.substr(1);
+    if (TakesNextWord(option)) line += option.value == "FILE" ? " -r -F" : " -x";
+    if (const std::vector<std::string> choices = ChoicesOf(option.value); !choices.empty())
+        line += " -a " + Quoted(Joined(choices, " "));
+    return line + " -d " + Quoted(option.help, "\\") + "\n";
+}
+
+std::string FishCompletion(const Manual &manual) {
+    std::string text = "# fish completion for rtsptap\ncomplete -c rtsptap -f\n";
+    for (const Option *option : GeneralOf(manual)) text += FishOption(*option, "");
+    for (const Command &command : manual.commands) {
+        const std::string &name = command.text.name;
+        const std::string condition = " -n '__fish_seen_subcommand_from " + name + "'";
+        text += "complete -c rtsptap -n __fish_use_subcommand -a " + name + " -d " +
+                Quoted(command.text.summary, "\\") + "\n";
+        for (const Option *option : OptionsOf(command)) text += FishOption(*option, condition);
+        if (const std::vector<std::string> choices = ChoicesOf(command.argument.name); !choices.empty())
+            text += "complete -c rtsptap" + condition + " -a " + Quoted(Joined(choices, " ")) + "\n";
+    }
+    return text;
+}
+
+} // namespace
+
+std::string Completion(const Manual &manual, const std::string &shell) {
+    if (shell == "bash") return BashCompletion(manual);
+    if (shell == "zsh") return ZshCompletion(manual);
+    return shell == "fish" ? FishCompletion(manual) : "";
+}
+
+} // namespace tool

@@ -1,0 +1,95 @@
+#include "cli/console.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+namespace tool {
+namespace {
+
+constexpr std::size_t kUsualColumns = 80;
+constexpr char kEscape = '\033';
+
+std::mutex gblLock;                // guards the next and what is written to standard error here
+std::vector<std::string> gblLines; // those drawn; the cursor is below them
+
+// Back to the margin of the first drawn line, and away with all of them.
+std::string Erase() {
+    if (gblLines.empty()) return {};
+    return "\r\033[" + std::to_string(gblLines.size()) + "A\033[J";
+}
+
+std::string Draw() {
+    std::string text;
+    for (const std::string &line : gblLines) text += line + "\n";
+    return text;
+}
+
+// At once, so that what other programs write to the terminal does not come in between.
+void Write(const std::string &text) {
+    std::fwrite(text.data(), 1, text.size(), stderr);
+    std::fflush(stderr);
+}
+
+// Colours take no room.
+std::string CutTo(const std::string &line, std::size_t columns) {
+    std::size_t used = 0;
+    for (std::size_t i = 0; i < line.size(); ++i) {
+        if (line[i] == kEscape)
+            i = std::min(line.find('m', i), line.size());
+        else if (++used > columns)
+            return line.substr(0, i) + "\033[0m";
+    }
+    return line;
+}
+
+} // namespace
+
+void PrintNotice(const std::string &text) { PrintLine("rtsptap: " + Printable(text)); }
+
+void PrintLine(const std::string &line) {
+    const std::lock_guard guard(gblLock);
+    Write(Erase() + line + "\n" + Draw());
+}
+
+void DrawLines(const std::vector<std::string> &lines) {
+    const std::lock_guard guard(gblLock);
+    const std::string erase = Erase();
+    gblLines.clear();
+    const std::size_t columns = TerminalColumns();
+    for (const std::string &line : lines) gblLines.push_back(CutTo(line, columns));
+    Write(erase + Draw());
+}
+
+void KeepLines() {
+    const std::lock_guard guard(gblLock);
+    gblLines.clear();
+}
+
+std::string Printable(std::string text) {
+    const auto commands = [](unsigned char letter) { return letter < ' ' || letter == 0x7F; };
+    std::replace_if(text.begin(), text.end(), commands, '?');
+    return text;
+}
+
+bool IsTerminal() {
+    const char *kind = std::getenv("TERM");
+    return isatty(STDERR_FILENO) != 0 && kind != nullptr && std::strcmp(kind, "dumb") != 0;
+}
+
+bool MayUseColor() {
+    const char *refusal = std::getenv("NO_COLOR");
+    return IsTerminal() && (refusal == nullptr || *refusal == '\0');
+}
+
+std::size_t TerminalColumns() {
+    winsize size = {};
+    const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+    return known ? size.ws_col : kUsualColumns;
+}
+
+} // namespace tool

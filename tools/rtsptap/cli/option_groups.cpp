@@ -1,0 +1,123 @@
+#include "cli/option_groups.h"
+
+#include "cli/option_values.h"
+#include "media/codec_names.h"
+
+namespace tool {
+namespace {
+
+Option Output(OutputSettings &output, bool isRequired) {
+    return {"-o,--output", "FILE", "where to; the extension tells the format, - is standard output",
+            Into(output.file), isRequired};
+}
+
+Option Format(OutputSettings &output, unsigned formats) {
+    std::string names = FormatNames(formats);
+    for (std::size_t at = 0; (at = names.find(", ", at)) != std::string::npos;) names.replace(at, 2, "|");
+    return {"--format", names, "instead of the extension", Into(output.format)};
+}
+
+Reader IntoPort(ListenPort &port, bool video) {
+    return [&port, video](const std::string &text) -> std::string {
+        if (ParseListenPort(text, video, port)) return "";
+        return "is not CODEC@PORT with a codec of " + CodecNames(video);
+    };
+}
+
+} // namespace
+
+OptionGroup ServerOptions(ServerSettings &server) {
+    return {"Server",
+            {{"-t,--transport", "auto|udp|tcp|multicast",
+              "how media travels; auto, the default, is UDP, and TCP where that brings nothing",
+              IntoChoice<Transport>(server.transport, {{"auto", Transport::kAuto},
+                                                       {"udp", Transport::kUdp},
+                                                       {"tcp", Transport::kTcp},
+                                                       {"multicast", Transport::kMulticast}})},
+             {"-u,--user", "NAME", "user name; without a password from elsewhere a terminal is asked for one",
+              Into(server.user)},
+             {"--password-file", "FILE", "password, the first line of a file; - is standard input",
+              Into(server.passwordFile)},
+             {"-H,--header", "HEADER", "add 'METHOD: Name: value' to the requests of a method; may be repeated",
+              Into(server.headers)}}};
+}
+
+OptionGroup WaitingOptions(ServerSettings &server) {
+    return {"Waiting",
+            {{"--connect-timeout", "TIME", "for each step until media is due (default: 10s)",
+              IntoTime(server.connectTimeout)},
+             {"--idle-timeout", "TIME", "without a packet on any stream (default: 10s)",
+              IntoTime(server.idleTimeout)}}};
+}
+
+OptionGroup StayingOptions(ServerSettings &server) {
+    return {
+        "Staying",
+        {{"--reconnect", "[=N]", "connect again when the session breaks, at most N times in a row",
+          IntoCount(server.reconnect)},
+         {"--keepalive", "", "repeat PLAY, for servers that pass over receiver reports", Into(server.keepalive)},
+         {"--latency", "TIME", "hold packets back so long, to put late ones in order",
+          IntoLatency(server.latency)}}};
+}
+
+OptionGroup DurationOptions(std::chrono::milliseconds &duration, const std::string &otherwise) {
+    return {"Duration",
+            {{"--duration", "TIME", "stop after so long (default: " + otherwise + ")", IntoTime(duration)}}};
+}
+
+OptionGroup FigureOptions(ReceptionSettings &reception) {
+    return {"Figures and limits",
+            {{"--stats-json", "FILE", "one JSON object a second and a summary; - is standard output",
+              Into(reception.statsJson)},
+             {"--max-loss", "PERCENT", "more packets lost on a stream: status 14",
+              IntoPercent(reception.health.maxLossPercent)},
+             {"--min-rate", "RATE", "fewer bits per second in all, as 500k or 2M: status 14",
+              IntoRate(reception.health.minBitsPerSecond)},
+             {"--expect-codec", "CODEC", "no stream of this codec: status 14; may be repeated",
+              IntoList(reception.health.expectedCodecs)}}};
+}
+
+OptionGroup RecordingOptions(OutputSettings &output, bool isRequired) {
+    return {"Recording",
+            {Output(output, isRequired),
+             Format(output, kRecordings),
+             {"--split", "TIME", "begin a new file, NAME-001 and so on, at the key frame after so long",
+              IntoTime(output.split)}}};
+}
+
+OptionGroup PictureOptions(OutputSettings &output, std::chrono::milliseconds &limit) {
+    return {"Picture",
+            {Output(output, true),
+             Format(output, kPictures),
+             {"--limit", "TIME", "give up after so long without a picture (default: 10s)", IntoTime(limit)}}};
+}
+
+OptionGroup PortOptions(ListenSettings &listen) {
+    return {"Ports",
+            {{"--video", "CODEC@PORT", "one of " + CodecNames(true), IntoPort(listen.video, true)},
+             {"--audio", "CODEC@PORT", "one of " + CodecNames(false), IntoPort(listen.audio, false)},
+             {"--sdp", "FILE", "codecs, ports and parameters of a session description; - is standard input",
+              Into(listen.sdpFile)},
+             {"--latency", "TIME", "hold packets back so long, to put late ones in order",
+              IntoLatency(listen.latency)}}};
+}
+
+OptionGroup PageOptions(OutputSettings &output) {
+    return {"Page", {{"-o,--output", "FILE", "the HTML file; - is standard output", Into(output.file), true}}};
+}
+
+OptionGroup GeneralOptions(ConsoleSettings &console) {
+    const Reader nothing = [](const std::string &) { return std::string(); }; // it counts that they are there
+    const Reader noColor = [&console](const std::string &) {
+        console.color = false;
+        return std::string();
+    };
+    return {"General",
+            {{"-q,--quiet", "", "say nothing but errors", Into(console.quiet)},
+             {"-v,--verbose", "", "show on standard error what the library prints, too", Into(console.verbose)},
+             {"--no-color", "", "no colors; the variable NO_COLOR does the same", noColor},
+             {"-h,--help", "", "this help, or that of a command", nothing},
+             {"--version", "", "version, and what the program was built with", nothing}}};
+}
+
+} // namespace tool

@@ -1,0 +1,48 @@
+// What the command line says: one record for each group of options that commands share.
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tool {
+
+enum class Transport { kAuto, kUdp, kTcp, kMulticast };
+
+// How to get from an address to playing streams, and to stay there.
+struct ServerSettings {
+    std::string url;
+    std::string user;         // replaces the one of the URL
+    std::string passwordFile; // its first line; "-" is standard input
+    Transport transport = Transport::kAuto;
+    std::vector<std::string> headers;                // "METHOD: Name: value"
+    std::chrono::milliseconds connectTimeout{10000}; // for each step until media is due
+    std::chrono::milliseconds idleTimeout{10000};    // without a packet on any stream
+    std::chrono::milliseconds latency{0};            // 0: packets are not held back
+    bool keepalive = false;                          // repeat PLAY at half the server's session time-out
+    std::optional<int> reconnect;                    // how often in a row; 0: without end; none: not at all
+};
+
+// What a stream of packets must keep to; exit status 14 when it does not.
+struct HealthSettings {
+    std::optional<double> maxLossPercent;
+    std::optional<double> minBitsPerSecond; // of all streams together
+    std::vector<std::string> expectedCodecs;
+};
+
+// How reception is shown and when it ends.
+struct ReceptionSettings {
+    std::chrono::milliseconds duration{0}; // from the first packet; 0: until interrupted
+    std::string statsJson;                 // file for one object a second; "-": standard output; empty: none
+    HealthSettings health;
+};
+
+// What of it all appears on standard error.
+struct ConsoleSettings {
+    bool quiet = false;   // errors only
+    bool verbose = false; // what the library prints, too
+    bool color = true;    // where it is a terminal
+};
+
+} // namespace tool

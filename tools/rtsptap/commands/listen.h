@@ -1,0 +1,27 @@
+// rtsptap listen: receives RTP on local ports, without RTSP, and shows or records it.
+#pragma once
+
+#include "cli/settings.h"
+#include "media/output_file.h"
+#include "session/interruption.h"
+#include "session/library_output.h"
+#include "session/session.h"
+
+namespace tool {
+
+struct ListenSettings {
+    ListenPort video;
+    ListenPort audio;
+    std::string sdpFile;                  // a description instead; "-": standard input
+    std::chrono::milliseconds latency{0}; // 0: packets are not held back
+    ReceptionSettings reception;
+    OutputSettings output; // no file: nothing is recorded
+};
+
+// Reads "h264@5004"; false when codec or port are none, or the codec is one of the other medium.
+bool ParseListenPort(const std::string &text, bool video, ListenPort &port);
+
+Outcome Listen(const ListenSettings &settings, const ConsoleSettings &console, const LibraryOutput &output,
+               Interruption &interruption);
+
+} // namespace tool

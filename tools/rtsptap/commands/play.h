@@ -1,0 +1,19 @@
+// rtsptap play: receives the streams of an RTSP server and reports what arrived.
+#pragma once
+
+#include "cli/outcome.h"
+#include "cli/settings.h"
+#include "session/interruption.h"
+#include "session/library_output.h"
+
+namespace tool {
+
+struct PlaySettings {
+    ServerSettings server;
+    ReceptionSettings reception;
+};
+
+Outcome Play(const PlaySettings &settings, const ConsoleSettings &console, const LibraryOutput &output,
+             Interruption &interruption);
+
+} // namespace tool

@@ -1,0 +1,66 @@
+#include "commands/probe.h"
+
+#include "commands/probe_result.h"
+#include "reception/arrivals.h"
+#include "reception/receive.h"
+#include "session/secrets.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+namespace tool {
+namespace {
+
+// Has enough when every stream has shown itself.
+class ArrivalSink : public PacketSink {
+public:
+    explicit ArrivalSink(Arrivals &arrivals) : arrivals_(arrivals) {}
+
+    void Take(const Stream &stream, const RTPStreamData &packet, Clock::time_point arrival) override {
+        arrivals_.Note(stream, packet, arrival);
+    }
+    bool IsDone() override { return arrivals_.AreComplete(); }
+    Outcome Finish() override { return {}; }
+
+private:
+    Arrivals &arrivals_;
+};
+
+Outcome JudgeArrivals(const std::vector<ProbedStream> &streams) {
+    for (const ProbedStream &probed : streams)
+        if (probed.stream.isReadable && !probed.firstPacket)
+            return {ExitCode::kNoMedia, "stream " + std::to_string(probed.stream.number) + " (" +
+                                            Presentable(probed.stream.codec) + "): no packet arrived"};
+    return {};
+}
+
+} // namespace
+
+Outcome Probe(const ProbeSettings &settings, const ConsoleSettings &console, const LibraryOutput &output,
+              Interruption &interruption) {
+    ProbeResult result;
+    result.url = UrlWithoutCredentials(settings.server.url);
+    Arrivals arrivals;
+    Audience audience;
+    audience.makeSink = [&arrivals](const OpenedSession &, std::unique_ptr<PacketSink> &sink) {
+        sink = std::make_unique<ArrivalSink>(arrivals);
+        return Outcome();
+    };
+    audience.opened = audience.refused = [&result, &arrivals](const OpenedSession &opened) {
+        TakeOpening(opened, result);
+        arrivals.Begin(ProbedStreamsOf(opened));
+    };
+    // As long as a first packet may take, so long may the others, and the key frames.
+    result.outcome =
+        ReceiveFromServer(settings.server, settings.server.idleTimeout, console, audience, interruption);
+    result.streams = arrivals.Streams();
+    if (result.outcome.IsOk()) result.outcome = JudgeArrivals(result.streams);
+    if (result.url.empty()) return result.outcome;
+    const std::string shown = settings.json ? ProbeJson(result) : ProbeText(result);
+    std::fputs(shown.c_str(), output.Data());
+    if (std::fflush(output.Data()) == 0) return result.outcome;
+    return {ExitCode::kOutputFailed, std::string("standard output: ") + std::strerror(errno)};
+}
+
+} // namespace tool

@@ -1,0 +1,61 @@
+// What probe found out, as a record, and the forms it is shown in.
+#pragma once
+
+#include "media/h264_sps.h"
+#include "session/opening.h"
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tool {
+
+using FromPlay = std::optional<std::chrono::microseconds>; // since the reply to PLAY; none: never came
+
+struct ProbedStream {
+    Stream stream;
+    bool isVideo = false;
+    int32_t payloadType = 0;
+    int32_t channels = 0;   // 0: not said
+    double frameRate = 0;   // per second; 0: not said
+    int32_t bandwidth = 0;  // the number of b=; 0: not said
+    std::string parameters; // a=fmtp
+    std::string control;    // a=control
+    std::optional<PictureFormat> picture;
+    int32_t samplingRate = 0; // of AAC, Hz; 0: not known
+    FromPlay firstPacket;
+    FromPlay firstKeyFrame;
+};
+
+struct ProbeResult {
+    std::string url;                    // without user and password
+    std::optional<Transport> transport; // none: nothing was set up
+    ServerFacts facts;
+    std::vector<Phase> phases;
+    std::vector<ProbedStream> streams;
+    Outcome outcome; // how it ended
+};
+
+// As in ProbeResult; empty when it is none.
+std::string UrlWithoutCredentials(const std::string &text);
+
+// What the opening tells: server, steps, transport.
+void TakeOpening(const OpenedSession &opened, ProbeResult &result);
+
+// The streams of a description; after a refusal only what the opening noted of them.
+std::vector<ProbedStream> ProbedStreamsOf(const OpenedSession &opened);
+
+// The earliest of all streams.
+FromPlay FirstPacketOf(const ProbeResult &result);
+FromPlay FirstKeyFrameOf(const ProbeResult &result);
+
+const char *TransportName(Transport transport);
+
+// "H264 video, clock 90000 Hz, 640x360"
+std::string Headline(const ProbedStream &probed);
+
+std::string ProbeText(const ProbeResult &result);
+std::string ProbeJson(const ProbeResult &result);
+
+} // namespace tool

@@ -1,0 +1,123 @@
+#include "commands/report_command.h"
+
+#include "cli/console.h"
+#include "reception/arrivals.h"
+#include "reception/receive.h"
+#include "views/html_report.h"
+#include "views/live_view.h"
+#include "views/report.h"
+#include "views/warnings.h"
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+namespace tool {
+namespace {
+
+// Takes the page's place in the file system before anything is connected. A page of before stays until the new one
+// is complete.
+class PageFile {
+public:
+    PageFile() = default;
+    ~PageFile() {
+        if (owned_ && file_ != nullptr) std::fclose(file_);
+        if (!temporary_.empty()) unlink(temporary_.c_str());
+    }
+    PageFile(const PageFile &) = delete;
+    PageFile &operator=(const PageFile &) = delete;
+
+    Outcome Open(const std::string &path, FILE *standardOutput) {
+        path_ = path;
+        owned_ = path != "-";
+        struct stat present = {};
+        const bool exists = owned_ && lstat(path.c_str(), &present) == 0;
+        if (owned_ && (!exists || S_ISREG(present.st_mode))) temporary_ = path + ".part";
+        file_ = owned_ ? std::fopen((temporary_.empty() ? path : temporary_).c_str(), "we") : standardOutput;
+        if (file_ == nullptr) temporary_.clear();
+        return file_ == nullptr ? Failed() : Outcome();
+    }
+
+    Outcome Write(const std::string &page) {
+        errno = 0;
+        bool written = std::fputs(page.c_str(), file_) >= 0 && std::fflush(file_) == 0;
+        if (owned_) written = std::fclose(std::exchange(file_, nullptr)) == 0 && written;
+        if (written && !temporary_.empty()) written = std::rename(temporary_.c_str(), path_.c_str()) == 0;
+        if (!written) return Failed();
+        temporary_.clear();
+        return {};
+    }
+
+private:
+    Outcome Failed() const {
+        const std::string name = owned_ ? path_ : "standard output";
+        return {ExitCode::kOutputFailed, name + ": " + std::strerror(errno != 0 ? errno : EIO)};
+    }
+
+    std::string path_;
+    std::string temporary_; // empty: written in place
+    bool owned_ = false;
+    FILE *file_ = nullptr;
+};
+
+std::string LocalTime() {
+    const std::time_t now = std::time(nullptr);
+    tm parts = {};
+    localtime_r(&now, &parts);
+    char text[64];
+    std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S %z", &parts);
+    return text;
+}
+
+// Every stream must deliver, as in play.
+Outcome Judge(const Observation &observation) {
+    std::vector<StreamReport> rows;
+    for (const auto &[stream, statistics, queued] : observation.streams) rows.push_back({stream, statistics});
+    return JudgeReport(rows);
+}
+
+} // namespace
+
+Outcome WriteReport(const ReportSettings &settings, const ConsoleSettings &console, FILE *standardOutput,
+                    Interruption &interruption) {
+    PageFile file;
+    if (Outcome failed = file.Open(settings.output, standardOutput); !failed.IsOk()) return failed;
+    ReportPage page;
+    page.probed.url = UrlWithoutCredentials(settings.server.url);
+    page.time = LocalTime();
+    SeriesRecorder recorder;
+    Arrivals arrivals;
+    const std::unique_ptr<Watcher> warnings = MakeWarnings(console);
+    const std::unique_ptr<Watcher> view = MakeLiveView(console);
+    std::atomic<bool> delivers{false};
+    bool opened = false;
+
+    Audience audience;
+    audience.watchers = {&recorder, warnings.get(), view.get()};
+    audience.observers = {recorder.Observer(),
+                          [&](const Stream &stream, const RTPStreamData &packet, Clock::time_point arrival) {
+                              delivers = true;
+                              arrivals.Note(stream, packet, arrival);
+                          }};
+    // Of the session that delivered first: before it there may have been one over another transport.
+    audience.opened = [&](const OpenedSession &session) {
+        if (delivers) return;
+        opened = true;
+        TakeOpening(session, page.probed);
+        page.omissions = DescribeOmissions(session);
+        arrivals.Begin(ProbedStreamsOf(session));
+    };
+    page.probed.outcome = ReceiveFromServer(settings.server, settings.duration, console, audience, interruption);
+    if (!opened) return page.probed.outcome;
+    if (page.probed.outcome.IsOk()) page.probed.outcome = Judge(recorder.Last());
+    page.probed.streams = arrivals.Streams();
+    if (Outcome failed = file.Write(HtmlReport(page, recorder)); !failed.IsOk()) return failed;
+    if (!console.quiet && settings.output != "-") PrintNotice("the report is in " + settings.output);
+    return page.probed.outcome;
+}
+
+} // namespace tool

@@ -1,0 +1,23 @@
+// rtsptap report: receives for a while and writes a page about it.
+#pragma once
+
+#include "cli/outcome.h"
+#include "cli/settings.h"
+#include "session/interruption.h"
+
+#include <chrono>
+#include <cstdio>
+#include <string>
+
+namespace tool {
+
+struct ReportSettings {
+    ServerSettings server;
+    std::chrono::milliseconds duration{60000};
+    std::string output; // the HTML file; "-": standard output
+};
+
+Outcome WriteReport(const ReportSettings &settings, const ConsoleSettings &console, FILE *standardOutput,
+                    Interruption &interruption);
+
+} // namespace tool

@@ -1,0 +1,20 @@
+// rtsptap snapshot: the first picture of an RTSP server that can be decoded.
+#pragma once
+
+#include "cli/settings.h"
+#include "media/output_file.h"
+#include "session/interruption.h"
+#include "session/library_output.h"
+
+namespace tool {
+
+struct SnapshotSettings {
+    ServerSettings server;
+    OutputSettings output;
+    std::chrono::milliseconds limit{10000}; // from playing to the picture
+};
+
+Outcome Snapshot(const SnapshotSettings &settings, const ConsoleSettings &console, const LibraryOutput &output,
+                 Interruption &interruption);
+
+} // namespace tool

@@ -1,0 +1,23 @@
+// Which elements lead from RTP to a file, as a table of codecs and formats.
+#pragma once
+
+#include "media/output_file.h"
+#include "media/stream_format.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tool {
+
+// The chain from RTP packets to what the format holds; none when it cannot hold this codec.
+std::optional<std::string> ChainFor(int32_t codecType, FileFormat format);
+
+// The chain from RTP packets to raw pictures; none for audio.
+std::optional<std::string> PictureChainFor(int32_t codecType);
+
+// The whole pipeline: a source "feedN" for each of the streams, N being its number, and, unless it is standard
+// output, an element "out" that wants the file's location.
+std::string DescribeRecording(const OutputFile &file, const std::vector<StreamFormat> &streams);
+
+} // namespace tool

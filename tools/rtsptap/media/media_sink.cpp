@@ -1,0 +1,183 @@
+// Recordings: packets through GStreamer's depayloaders and muxers into a file. The pipeline is built when it is
+// known which streams deliver, since a muxer waits for each one that it has.
+#include "media/media_pipeline.h"
+#include "media/media_routes.h"
+#include "media/rtp_feed.h"
+#include "media/sink.h"
+
+#include <algorithm>
+#include <list>
+#include <mutex>
+
+namespace tool {
+namespace {
+
+constexpr auto kPatience = std::chrono::seconds(3); // with streams that have not begun
+constexpr auto kFinish = std::chrono::seconds(5);   // to complete a file
+constexpr GstClockTime kStalled = 3 * GST_SECOND;   // a stream so far behind holds up the others
+constexpr GstClockTime kBehind = GST_SECOND;        // how far behind it is then taken to be
+
+class MediaSink : public PacketSink {
+public:
+    MediaSink(OutputFile file, const std::vector<StreamFormat> &streams) : file_(std::move(file)) {
+        for (const StreamFormat &format : streams) feeds_.emplace_back(format, begin_);
+    }
+
+    void Take(const Stream &stream, const RTPStreamData &packet, Clock::time_point arrival) override;
+    bool IsDone() override;
+    Outcome Finish() override;
+
+private:
+    bool CanStart(Clock::time_point now) const;
+    void Start();
+    Outcome BuildPipeline(const std::vector<StreamFormat> &streams);
+    void OpenAll();
+    void CatchUp(GstClockTime time);
+    void Fail(const Outcome &outcome);
+    Outcome Complete();
+
+    const OutputFile file_;
+    const Clock::time_point begin_ = Clock::now();
+    std::mutex lock_; // guards the fields below
+    std::list<RtpFeed> feeds_;
+    MediaPipeline pipeline_;
+    Clock::time_point firstArrival_{};
+    bool hasVideo_ = false; // the pipeline waits for a key frame
+    bool closed_ = false;
+    Outcome failure_; // the first one
+};
+
+void MediaSink::Take(const Stream &stream, const RTPStreamData &packet, Clock::time_point arrival) {
+    const std::lock_guard guard(lock_);
+    const auto feed = std::find_if(feeds_.begin(), feeds_.end(), [&stream](const RtpFeed &candidate) {
+        return candidate.Format().stream.number == stream.number;
+    });
+    if (closed_ || !failure_.IsOk() || feed == feeds_.end()) return;
+    if (firstArrival_ == Clock::time_point{}) firstArrival_ = arrival;
+    feed->Take(packet, arrival);
+    if (!pipeline_.IsBuilt() && CanStart(arrival)) Start();
+    if (pipeline_.IsBuilt() && (!hasVideo_ || pipeline_.KeyFrameTime() != GST_CLOCK_TIME_NONE)) {
+        OpenAll();
+        CatchUp(feed->Reached());
+    }
+    if (feed->IsChoked()) Fail({ExitCode::kOutputFailed, "it takes less than the streams deliver"});
+}
+
+bool MediaSink::CanStart(Clock::time_point now) const {
+    const bool complete =
+        std::all_of(feeds_.begin(), feeds_.end(), [](const RtpFeed &feed) { return feed.HasPackets(); });
+    return complete || now - firstArrival_ > kPatience;
+}
+
+void MediaSink::Start() {
+    std::vector<StreamFormat> streams;
+    for (auto feed = feeds_.begin(); feed != feeds_.end();) {
+        if (feed->HasPackets()) {
+            streams.push_back((feed++)->Format());
+            continue;
+        }
+        std::fprintf(stderr, "rtsptap: stream %d (%s) is left out: it has not begun\n",
+                     feed->Format().stream.number, feed->Format().stream.codec.c_str());
+        feed = feeds_.erase(feed);
+    }
+    if (Outcome failed = BuildPipeline(streams); !failed.IsOk()) return Fail(failed);
+    for (const StreamFormat &format : streams) hasVideo_ |= format.isVideo && pipeline_.Element("gate") != nullptr;
+    pipeline_.HoldUntilKeyFrame();
+    for (RtpFeed &feed : feeds_) {
+        feed.Attach(pipeline_.Element(("feed" + std::to_string(feed.Format().stream.number)).c_str()));
+        if (feed.Format().isVideo) feed.Open();
+    }
+    if (Outcome failed = pipeline_.Start(); !failed.IsOk()) Fail(failed);
+}
+
+// Sound waits for the first picture, and what came before that is left out: a file does not begin black.
+void MediaSink::OpenAll() {
+    const GstClockTime picture = pipeline_.KeyFrameTime();
+    for (RtpFeed &feed : feeds_) {
+        if (feed.IsOpen()) continue;
+        if (picture != GST_CLOCK_TIME_NONE) feed.ForgetBefore(picture);
+        feed.Open();
+    }
+}
+
+Outcome MediaSink::BuildPipeline(const std::vector<StreamFormat> &streams) {
+    if (Outcome failed = pipeline_.Build(DescribeRecording(file_, streams)); !failed.IsOk()) return failed;
+    if (const GstOwned<GstElement> out = pipeline_.Element("out"); out != nullptr)
+        g_object_set(out.get(), "location", file_.path.c_str(), nullptr);
+    return {};
+}
+
+// A muxer writes what all its streams have reached: one that has fallen silent is said to be silent.
+void MediaSink::CatchUp(GstClockTime time) {
+    for (RtpFeed &feed : feeds_)
+        if (feed.Reached() + kStalled < time) feed.SkipTo(time - kBehind);
+}
+
+void MediaSink::Fail(const Outcome &outcome) {
+    if (failure_.IsOk()) failure_ = {outcome.code, file_.Name() + ": " + outcome.text};
+}
+
+bool MediaSink::IsDone() {
+    const std::lock_guard guard(lock_);
+    if (pipeline_.IsBuilt() && failure_.IsOk())
+        if (Outcome trouble = pipeline_.Trouble(); !trouble.IsOk()) Fail(trouble);
+    return !failure_.IsOk();
+}
+
+Outcome MediaSink::Finish() {
+    const std::lock_guard guard(lock_);
+    if (!closed_ && failure_.IsOk())
+        if (Outcome failed = Complete(); !failed.IsOk()) Fail(failed);
+    closed_ = true;
+    pipeline_.Stop();
+    return failure_;
+}
+
+Outcome MediaSink::Complete() {
+    const bool any =
+        std::any_of(feeds_.begin(), feeds_.end(), [](const RtpFeed &feed) { return feed.HasPackets(); });
+    if (!any) return {};
+    if (!pipeline_.IsBuilt()) Start();
+    if (!failure_.IsOk()) return failure_;
+    OpenAll();
+    for (RtpFeed &feed : feeds_) feed.End();
+    Outcome outcome = pipeline_.WaitForEnd(kFinish);
+    if (hasVideo_ && pipeline_.KeyFrameTime() == GST_CLOCK_TIME_NONE)
+        return {ExitCode::kNoMedia, "no key frame came, so there is no picture in it"};
+    return outcome;
+}
+
+// Why a stream cannot be in the file; null when it can.
+const char *Obstacle(const OutputFile &file, const StreamFormat &format, const std::vector<StreamFormat> &chosen) {
+    const int32_t codec = format.stream.codecType;
+    if (!ChainFor(codec, file.format)) return "the file's format does not hold its codec";
+    if (codec == RTP_CODEC_MPEG4_GENERIC && format.parameters.empty())
+        return "AAC needs a description with config=";
+    const bool alone = (file.format & kContainers) == 0 || codec == RTP_CODEC_MP2T ||
+                       (!chosen.empty() && chosen.front().stream.codecType == RTP_CODEC_MP2T);
+    if (alone && !chosen.empty()) return "the file holds one stream";
+    return nullptr;
+}
+
+} // namespace
+
+Outcome MakeMediaSink(const OutputFile &file, const std::vector<StreamFormat> &streams,
+                      std::unique_ptr<PacketSink> &sink) {
+    gst_init(nullptr, nullptr);
+    std::vector<StreamFormat> chosen;
+    for (const StreamFormat &format : streams) {
+        const char *obstacle = Obstacle(file, format, chosen);
+        if (obstacle == nullptr)
+            chosen.push_back(format);
+        else
+            std::fprintf(stderr, "rtsptap: stream %d (%s) is not recorded: %s\n", format.stream.number,
+                         format.stream.codec.c_str(), obstacle);
+    }
+    if (chosen.empty())
+        return {ExitCode::kNoSupportedStream,
+                file.Name() + ": " + FormatNames(file.format) + " holds none of the streams"};
+    sink = std::make_unique<MediaSink>(file, chosen);
+    return {};
+}
+
+} // namespace tool

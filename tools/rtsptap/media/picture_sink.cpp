@@ -1,0 +1,102 @@
+// The first picture that can be decoded, as one file.
+#include "media/media_pipeline.h"
+#include "media/media_routes.h"
+#include "media/packet_file.h"
+#include "media/rtp_feed.h"
+#include "media/sink.h"
+
+#include <gst/app/gstappsink.h>
+
+#include <cerrno>
+#include <mutex>
+
+namespace tool {
+namespace {
+
+class PictureSink : public PacketSink {
+public:
+    PictureSink(OutputFile file, const StreamFormat &format)
+        : file_(std::move(file)), feed_(format, Clock::now()) {}
+
+    void Take(const Stream &stream, const RTPStreamData &packet, Clock::time_point arrival) override {
+        const std::lock_guard guard(lock_);
+        if (closed_ || stream.number != feed_.Format().stream.number) return;
+        feed_.Take(packet, arrival);
+        if (pipeline_.IsBuilt() || !failure_.IsOk()) return;
+        failure_ = Start();
+    }
+
+    bool IsDone() override {
+        const std::lock_guard guard(lock_);
+        if (!failure_.IsOk() || picture_ != nullptr) return true;
+        if (out_ == nullptr) return false;
+        picture_.reset(gst_app_sink_try_pull_sample(GST_APP_SINK(out_.get()), 0));
+        failure_ = picture_ != nullptr ? Outcome{} : pipeline_.Trouble();
+        return picture_ != nullptr || !failure_.IsOk();
+    }
+
+    Outcome Finish() override {
+        const std::lock_guard guard(lock_);
+        closed_ = true;
+        out_.reset();
+        pipeline_.Stop();
+        if (!failure_.IsOk()) return failure_;
+        if (!feed_.HasPackets()) return {ExitCode::kNoMedia, "no packet of a picture arrived"};
+        if (picture_ == nullptr) return {ExitCode::kNoMedia, "no picture could be decoded in time"};
+        return WritePicture();
+    }
+
+private:
+    // Called with the first packet, which tells the payload type.
+    Outcome Start() {
+        const char *encoder = file_.format == kPng ? "pngenc snapshot=true" : "jpegenc quality=92 snapshot=true";
+        const std::string chain = PictureChainFor(feed_.Format().stream.codecType).value_or("");
+        Outcome failed = pipeline_.Build("appsrc name=feed ! " + chain + " ! videoconvert ! " + encoder +
+                                         " ! appsink name=out sync=false max-buffers=1");
+        if (!failed.IsOk()) return failed;
+        pipeline_.HoldUntilKeyFrame();
+        out_ = pipeline_.Element("out");
+        feed_.Attach(pipeline_.Element("feed"));
+        feed_.Open();
+        return pipeline_.Start();
+    }
+
+    Outcome WritePicture() {
+        GstMapInfo bytes;
+        GstBuffer *buffer = gst_sample_get_buffer(picture_.get());
+        if (buffer == nullptr || gst_buffer_map(buffer, &bytes, GST_MAP_READ) == FALSE)
+            return {ExitCode::kOutputFailed, file_.Name() + ": the picture cannot be read"};
+        FILE *out = nullptr;
+        Outcome outcome = OpenPacketFile(file_, out);
+        if (outcome.IsOk()) {
+            const bool written = std::fwrite(bytes.data, 1, bytes.size, out) == bytes.size;
+            if (std::fclose(out) != 0 || !written) outcome = WriteFailure(file_, errno);
+        }
+        gst_buffer_unmap(buffer, &bytes);
+        return outcome;
+    }
+
+    const OutputFile file_;
+    std::mutex lock_; // guards the fields below
+    RtpFeed feed_;
+    MediaPipeline pipeline_;
+    GstOwned<GstElement> out_;
+    GstMini<GstSample> picture_;
+    bool closed_ = false;
+    Outcome failure_; // the first one
+};
+
+} // namespace
+
+Outcome MakePictureSink(const OutputFile &file, const std::vector<StreamFormat> &streams,
+                        std::unique_ptr<PacketSink> &sink) {
+    gst_init(nullptr, nullptr);
+    for (const StreamFormat &format : streams) {
+        if (!PictureChainFor(format.stream.codecType)) continue;
+        sink = std::make_unique<PictureSink>(file, format);
+        return {};
+    }
+    return {ExitCode::kNoSupportedStream, "no stream has pictures"};
+}
+
+} // namespace tool

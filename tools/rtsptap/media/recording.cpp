@@ -1,0 +1,85 @@
+#include "media/recording.h"
+
+#include "views/health.h"
+#include "views/live_view.h"
+#include "views/progress.h"
+#include "views/report.h"
+#include "views/stats_json.h"
+#include "views/warnings.h"
+
+namespace tool {
+namespace {
+
+// What arrived, once it is all over, and whether every stream delivered.
+class FinalTable : public Watcher {
+public:
+    explicit FinalTable(FILE *out) : out_(out) {}
+
+    void Show(const Observation &) override {}
+
+    Outcome Finish(const Observation &observation) override {
+        std::vector<StreamReport> rows;
+        for (const StreamObservation &stream : observation.streams)
+            rows.push_back({stream.stream, stream.statistics});
+        if (rows.empty()) return {};
+        if (out_ != nullptr && !PrintReport(out_, rows))
+            return {ExitCode::kOutputFailed, "standard output: the report was not written"};
+        return JudgeReport(rows);
+    }
+
+private:
+    FILE *const out_;
+};
+
+Outcome AddStatsJson(const ReceptionSettings &settings, FILE *standardOutput, Watchers &watchers) {
+    if (settings.statsJson.empty()) return {};
+    std::unique_ptr<Watcher> stats;
+    Outcome outcome = OpenStatsJson(settings.statsJson, standardOutput, stats);
+    if (outcome.IsOk()) watchers.push_back(std::move(stats));
+    return outcome;
+}
+
+} // namespace
+
+Outcome CollectWatchers(const ReceptionSettings &settings, const ConsoleSettings &console, FILE *standardOutput,
+                        FILE *table, std::unique_ptr<Watcher> view, Watchers &watchers) {
+    if (Outcome failed = AddStatsJson(settings, standardOutput, watchers); !failed.IsOk()) return failed;
+    watchers.push_back(std::move(view));
+    watchers.push_back(MakeWarnings(console));
+    watchers.push_back(std::make_unique<FinalTable>(table));
+    watchers.push_back(MakeHealthCheck(settings.health));
+    return {};
+}
+
+Outcome MakePlayingWatchers(const ReceptionSettings &settings, const ConsoleSettings &console, FILE *standardOutput,
+                            Watchers &watchers) {
+    FILE *const aside = console.quiet ? nullptr : stderr;
+    FILE *const table = settings.statsJson == "-" ? aside : standardOutput;
+    return CollectWatchers(settings, console, standardOutput, table, MakeLiveView(console), watchers);
+}
+
+Outcome MakeRecordingWatchers(const ReceptionSettings &settings, const OutputSettings &output,
+                              const ConsoleSettings &console, FILE *standardOutput, Watchers &watchers) {
+    const bool ofKnownLength = settings.duration.count() > 0 || output.split.count() > 0;
+    if (settings.statsJson == "-" && output.file == "-")
+        return {ExitCode::kUsage, "standard output cannot hold both the recording and --stats-json"};
+    return CollectWatchers(
+        settings, console, standardOutput, console.quiet ? nullptr : stderr,
+        ofKnownLength ? MakeProgress(settings.duration, output.split, console) : MakeLiveView(console), watchers);
+}
+
+Audience AudienceOf(const Watchers &watchers) {
+    Audience audience;
+    for (const std::unique_ptr<Watcher> &watcher : watchers) audience.watchers.push_back(watcher.get());
+    return audience;
+}
+
+Audience AudienceOf(const Watchers &watchers, const OutputFile &file) {
+    Audience audience = AudienceOf(watchers);
+    audience.makeSink = [&file](const OpenedSession &opened, std::unique_ptr<PacketSink> &sink) {
+        return MakeSink(file, opened.formats, sink);
+    };
+    return audience;
+}
+
+} // namespace tool

@@ -1,0 +1,30 @@
+// What commands that receive have in common: who watches, and what packets are written to.
+#pragma once
+
+#include "cli/settings.h"
+#include "media/output_file.h"
+#include "reception/receive.h"
+#include "session/library_output.h"
+
+#include <memory>
+#include <vector>
+
+namespace tool {
+
+using Watchers = std::vector<std::unique_ptr<Watcher>>;
+
+// The watchers that the settings ask for, in the order in which they are finished. Files are opened: call it before
+// anything is connected. The table of what arrived goes to standard output, unless the figures do.
+Outcome MakePlayingWatchers(const ReceptionSettings &settings, const ConsoleSettings &console, FILE *standardOutput,
+                            Watchers &watchers);
+
+// The same for a recording: progress instead of the live view where the length is known, the table on standard
+// error unless quiet.
+Outcome MakeRecordingWatchers(const ReceptionSettings &settings, const OutputSettings &output,
+                              const ConsoleSettings &console, FILE *standardOutput, Watchers &watchers);
+
+// Who watches; with a file, packets go there. Both outlive the audience.
+Audience AudienceOf(const Watchers &watchers);
+Audience AudienceOf(const Watchers &watchers, const OutputFile &file);
+
+} // namespace tool

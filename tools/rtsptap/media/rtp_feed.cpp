@@ -1,0 +1,94 @@
+#include "media/rtp_feed.h"
+
+namespace tool {
+namespace {
+
+constexpr std::size_t kMostPerFrame = 8192;        // packets; more are no frame but a sender without markers
+constexpr std::size_t kMostKept = 65536;           // packets before there is a pipeline
+constexpr guint64 kChokedBytes = 64 * 1024 * 1024; // waiting in the pipeline
+
+bool MarksFrameEnds(int32_t codecType) {
+    return codecType == RTP_CODEC_H264 || codecType == RTP_CODEC_MP4V_ES || codecType == RTP_CODEC_JPEG;
+}
+
+// The caps that depayloaders know, parameters as texts in lower case.
+GstMini<GstCaps> MakeCaps(const StreamFormat &format, int payloadType) {
+    GstMini<GstCaps> caps(
+        gst_caps_new_simple("application/x-rtp", "media", G_TYPE_STRING, format.isVideo ? "video" : "audio",
+                            "payload", G_TYPE_INT, payloadType, "clock-rate", G_TYPE_INT, format.clockRate,
+                            "encoding-name", G_TYPE_STRING, format.encodingName.c_str(), nullptr));
+    if (format.channels > 0)
+        gst_caps_set_simple(caps.get(), "encoding-params", G_TYPE_STRING, std::to_string(format.channels).c_str(),
+                            nullptr);
+    GstStructure *structure = gst_caps_get_structure(caps.get(), 0);
+    for (const auto &[name, value] : SplitParameters(format.parameters))
+        if (gst_structure_has_field(structure, name.c_str()) == FALSE &&
+            g_utf8_validate(value.c_str(), -1, nullptr))
+            gst_structure_set(structure, name.c_str(), G_TYPE_STRING, value.c_str(), nullptr);
+    return caps;
+}
+
+} // namespace
+
+RtpFeed::RtpFeed(StreamFormat format, Clock::time_point begin)
+    : format_(std::move(format)), endsFrames_(MarksFrameEnds(format_.stream.codecType)),
+      time_(format_.clockRate, begin) {}
+
+void RtpFeed::Take(const RTPStreamData &packet, Clock::time_point arrival) {
+    if (packet.payloadLength > packet.packetLength) return; // its headers claim more than arrived
+    const RTPHeader &header = *packet.rtpHeader;
+    const auto time = static_cast<GstClockTime>(time_.Of(header, arrival).count());
+    if (!frame_.empty() && (header.timestamp != timestamp_ || frame_.size() >= kMostPerFrame)) Deliver();
+    GstMini<GstBuffer> buffer(gst_buffer_new_memdup(packet.packetData, packet.packetLength));
+    GST_BUFFER_PTS(buffer.get()) = time;
+    frame_.push_back(std::move(buffer));
+    taken_ = true;
+    payloadType_ = header.payloadType;
+    timestamp_ = header.timestamp;
+    reached_ = time;
+    if (!endsFrames_ || header.marker != 0) Deliver();
+}
+
+void RtpFeed::Deliver() {
+    for (GstMini<GstBuffer> &buffer : frame_) {
+        if (open_)
+            gst_app_src_push_buffer(GST_APP_SRC(appsrc_.get()), buffer.release());
+        else
+            ready_.push_back(std::move(buffer));
+    }
+    frame_.clear();
+    while (ready_.size() > kMostKept) ready_.pop_front();
+}
+
+void RtpFeed::ForgetBefore(GstClockTime time) {
+    while (!ready_.empty() && GST_BUFFER_PTS(ready_.front().get()) < time) ready_.pop_front();
+}
+
+void RtpFeed::Attach(GstOwned<GstElement> appsrc) {
+    const GstMini<GstCaps> caps = MakeCaps(format_, payloadType_);
+    g_object_set(appsrc.get(), "caps", caps.get(), "format", GST_FORMAT_TIME, "max-bytes", guint64{0}, nullptr);
+    appsrc_ = std::move(appsrc);
+}
+
+void RtpFeed::Open() {
+    open_ = true;
+    for (GstMini<GstBuffer> &buffer : ready_) gst_app_src_push_buffer(GST_APP_SRC(appsrc_.get()), buffer.release());
+    ready_.clear();
+}
+
+void RtpFeed::SkipTo(GstClockTime time) {
+    if (!open_ || time <= reached_) return;
+    gst_element_send_event(appsrc_.get(), gst_event_new_gap(reached_, time - reached_));
+    reached_ = time;
+}
+
+bool RtpFeed::IsChoked() const {
+    return open_ && gst_app_src_get_current_level_bytes(GST_APP_SRC(appsrc_.get())) > kChokedBytes;
+}
+
+void RtpFeed::End() {
+    frame_.clear();
+    if (open_) gst_app_src_end_of_stream(GST_APP_SRC(appsrc_.get()));
+}
+
+} // namespace tool

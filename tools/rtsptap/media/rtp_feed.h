@@ -1,0 +1,49 @@
+// One stream's packets on their way into a pipeline: with their times, whole frames only, and kept until there is a
+// pipeline. One thread at a time.
+#pragma once
+
+#include "media/gst_owned.h"
+#include "media/media_time.h"
+#include "media/stream_format.h"
+
+#include <gst/app/gstappsrc.h>
+
+#include <deque>
+#include <vector>
+
+namespace tool {
+
+class RtpFeed {
+public:
+    RtpFeed(StreamFormat format, Clock::time_point begin);
+
+    const StreamFormat &Format() const { return format_; }
+    bool HasPackets() const { return taken_; }
+    bool IsOpen() const { return open_; }
+    GstClockTime Reached() const { return reached_; } // time of the latest packet
+
+    void Take(const RTPStreamData &packet, Clock::time_point arrival);
+    void ForgetBefore(GstClockTime time);     // of what is kept
+    void Attach(GstOwned<GstElement> appsrc); // to a pipeline that has not been started
+    void Open();                              // from now on packets go there, the kept ones first
+    void SkipTo(GstClockTime time);           // tells the pipeline that nothing came until then
+    bool IsChoked() const;                    // the pipeline takes less than comes
+    void End();                               // a frame without its end is left out
+
+private:
+    void Deliver();
+
+    const StreamFormat format_;
+    const bool endsFrames_; // the marker bit ends a frame
+    MediaTime time_;
+    GstOwned<GstElement> appsrc_; // null until attached
+    bool open_ = false;
+    bool taken_ = false;
+    uint8_t payloadType_ = 0;
+    uint32_t timestamp_ = 0; // of frame_
+    GstClockTime reached_ = 0;
+    std::vector<GstMini<GstBuffer>> frame_; // packets of the frame that is arriving
+    std::deque<GstMini<GstBuffer>> ready_;  // not delivered for want of a pipeline
+};
+
+} // namespace tool

@@ -1,0 +1,46 @@
+// What is known of a reception at one moment, and who wants to be told.
+#pragma once
+
+#include "cli/outcome.h"
+#include "cli/settings.h"
+#include "reception/statistics.h"
+#include "session/session.h"
+
+#include <string>
+#include <vector>
+
+namespace tool {
+
+struct StreamObservation {
+    Stream stream;
+    StreamStatistics statistics; // since the beginning, over reconnections
+    int32_t queued = 0;          // packets in the library's queue
+};
+
+struct Observation {
+    Clock::time_point now;
+    Clock::duration elapsed{}; // since the first session began to play
+    std::string state;         // "playing", "waiting for media", "reconnecting, attempt 2"
+    std::vector<StreamObservation> streams;
+    bool hasServer = false; // false: packets come to local ports, without RTSP
+    Transport transport = Transport::kUdp;
+};
+
+// Views, logs, checks: each is shown the reception ten times a second, by the command's own thread.
+class Watcher {
+public:
+    Watcher() = default;
+    virtual ~Watcher() = default;
+    Watcher(const Watcher &) = delete;
+    Watcher &operator=(const Watcher &) = delete;
+
+    virtual void Show(const Observation &observation) = 0;
+
+    // Nothing more can come of it: the reception may end at once, Finish says why.
+    virtual bool HasFailed() const { return false; }
+
+    // Once, at the end: writes what there is to write, and says whether all was well.
+    virtual Outcome Finish(const Observation &observation) = 0;
+};
+
+} // namespace tool

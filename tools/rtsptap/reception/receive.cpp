@@ -1,0 +1,136 @@
+#include "reception/receive.h"
+
+#include "cli/console.h"
+#include "reception/receiver.h"
+#include "session/keep_alive.h"
+#include "session/reconnection.h"
+
+namespace tool {
+namespace {
+
+constexpr auto kUsualSessionTimeout = std::chrono::seconds(60);
+constexpr int kUnsupportedTransport = 461;
+
+// A server, tried over one transport after the other and again after pauses.
+class ServerReception {
+public:
+    ServerReception(const ServerSettings &settings, const Server &server, const ConsoleSettings &console,
+                    Receiver &receiver, Interruption &interruption)
+        : server_(server), keepsAlive_(settings.keepalive), mayFallBack_(settings.transport == Transport::kAuto),
+          transport_(mayFallBack_ ? Transport::kUdp : settings.transport), quiet_(console.quiet),
+          receiver_(receiver), interruption_(interruption), reconnection_(settings.reconnect) {}
+
+    Outcome Run();
+
+private:
+    enum class Next { kEnd, kTryAgain, kMayReconnect };
+
+    Next ReceiveOnce(Outcome &outcome);
+    Next FallBack(const std::string &why);
+    Next AfterRefusal(const OpenedSession &opened, Outcome &outcome);
+    Outcome Receive(const OpenedSession &opened, Receiver::End &end);
+    void SayWhatIsLeftOut(const OpenedSession &opened);
+    void Say(const std::string &text) const {
+        if (!quiet_) PrintNotice(text);
+    }
+
+    const Server &server_;
+    const bool keepsAlive_;
+    bool mayFallBack_;
+    Transport transport_;
+    const bool quiet_;
+    Receiver &receiver_;
+    Interruption &interruption_;
+    Reconnection reconnection_;
+    bool udpWasSilent_ = false;
+    bool saidWhatIsLeftOut_ = false;
+};
+
+Outcome ServerReception::Run() {
+    for (;;) {
+        Outcome outcome;
+        const Next next = ReceiveOnce(outcome);
+        if (next == Next::kTryAgain) continue;
+        receiver_.EndSession();
+        if (next == Next::kEnd || !reconnection_.IsWorthwhile(outcome)) return outcome;
+        const std::chrono::milliseconds pause = reconnection_.NextPause();
+        const std::string attempt = std::to_string(reconnection_.Attempt());
+        const std::string plan = "reconnecting in " + TimeText(pause) + " (attempt " + attempt + ")";
+        Say(outcome.text + "; " + plan);
+        if (!receiver_.Pause(pause, plan)) return outcome;
+        receiver_.SetState("reconnecting, attempt " + attempt);
+    }
+}
+
+ServerReception::Next ServerReception::ReceiveOnce(Outcome &outcome) {
+    OpenedSession opened;
+    outcome = OpenSession(server_, transport_, interruption_, opened, [this] { receiver_.Show(); });
+    if (!outcome.IsOk()) return AfterRefusal(opened, outcome);
+    SayWhatIsLeftOut(opened);
+    outcome = receiver_.Begin(opened);
+    if (!outcome.IsOk()) return Next::kEnd;
+    Receiver::End end = Receiver::End::kOver;
+    outcome = Receive(opened, end);
+    if (receiver_.HadMedia()) reconnection_.Succeed();
+    if (end == Receiver::End::kNoMediaOverUdp) {
+        udpWasSilent_ = true;
+        return FallBack("no packet arrived over UDP");
+    }
+    return end == Receiver::End::kOver ? Next::kEnd : Next::kMayReconnect;
+}
+
+ServerReception::Next ServerReception::AfterRefusal(const OpenedSession &opened, Outcome &outcome) {
+    receiver_.NoteRefusal(opened);
+    if (outcome.code == ExitCode::kNoSupportedStream) SayWhatIsLeftOut(opened);
+    if (opened.refusal == kUnsupportedTransport && mayFallBack_) return FallBack(outcome.text);
+    if (opened.refusal == kUnsupportedTransport && udpWasSilent_)
+        outcome = {ExitCode::kNoMedia, "no packet arrived over UDP, and over TCP: " + outcome.text};
+    return Next::kMayReconnect;
+}
+
+ServerReception::Next ServerReception::FallBack(const std::string &why) {
+    Say(why + ": falling back to TCP");
+    mayFallBack_ = false;
+    transport_ = Transport::kTcp;
+    receiver_.EndSession();
+    receiver_.WaitForTeardown(); // some servers serve one at a time
+    return Next::kTryAgain;
+}
+
+Outcome ServerReception::Receive(const OpenedSession &opened, Receiver::End &end) {
+    Outcome outcome;
+    std::optional<KeepAlive> keepAlive;
+    const auto say = [quiet = quiet_](const std::string &text) {
+        if (!quiet) PrintNotice(text);
+    };
+    if (keepsAlive_)
+        keepAlive.emplace(opened.session, opened.facts.sessionTimeout.value_or(kUsualSessionTimeout) / 2.0, say);
+    end = receiver_.Run(mayFallBack_, keepAlive ? &*keepAlive : nullptr, outcome);
+    return outcome;
+}
+
+void ServerReception::SayWhatIsLeftOut(const OpenedSession &opened) {
+    if (std::exchange(saidWhatIsLeftOut_, true)) return;
+    for (const std::string &line : DescribeOmissions(opened)) Say(line);
+}
+
+} // namespace
+
+Outcome ReceiveFromServer(const ServerSettings &settings, std::chrono::milliseconds duration,
+                          const ConsoleSettings &console, const Audience &audience, Interruption &interruption) {
+    Server server;
+    Receiver receiver(audience, duration, settings.idleTimeout, interruption);
+    Outcome outcome = ReadServer(settings, interruption, server);
+    if (outcome.IsOk()) outcome = ServerReception(settings, server, console, receiver, interruption).Run();
+    return receiver.Conclude(outcome);
+}
+
+Outcome ReceiveOpened(const OpenedSession &opened, std::chrono::milliseconds duration, const Audience &audience,
+                      Interruption &interruption) {
+    Receiver receiver(audience, duration, std::chrono::milliseconds(0), interruption);
+    Outcome outcome = receiver.Begin(opened);
+    if (outcome.IsOk()) receiver.Run(false, nullptr, outcome);
+    return receiver.Conclude(outcome);
+}
+
+} // namespace tool

@@ -1,0 +1,171 @@
+#include "reception/receiver.h"
+
+#include "session/background.h"
+
+#include <algorithm>
+
+namespace tool {
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr auto kLook = milliseconds(100);
+constexpr auto kPatienceWithUdp = std::chrono::seconds(3); // then another transport is tried
+constexpr auto kPatienceWithTeardown = std::chrono::seconds(1);
+constexpr auto kSilence = std::chrono::seconds(1); // of a server that has closed its connection
+
+uint64_t PacketsOf(const std::vector<StreamObservation> &streams) {
+    uint64_t packets = 0;
+    for (const StreamObservation &stream : streams) packets += stream.statistics.Packets();
+    return packets;
+}
+
+} // namespace
+
+Receiver::Receiver(const Audience &audience, milliseconds duration, milliseconds idleTimeout,
+                   Interruption &interruption)
+    : audience_(audience), duration_(duration), idleTimeout_(idleTimeout), interruption_(interruption),
+      reception_(ObserversOf(audience)) {}
+
+std::vector<PacketObserver> Receiver::ObserversOf(const Audience &audience) {
+    std::vector<PacketObserver> observers = audience.observers;
+    observers.push_back([this](const Stream &stream, const RTPStreamData &packet, Clock::time_point arrival) {
+        if (sink_ != nullptr) sink_->Take(stream, packet, arrival);
+    });
+    return observers;
+}
+
+Outcome Receiver::Begin(const OpenedSession &opened) {
+    const bool isFirst = firstBegin_ == Clock::time_point{};
+    session_ = opened.session;
+    sessionBegin_ = Clock::now();
+    hasServer_ = opened.facts.port != 0;
+    transport_ = opened.transport;
+    packetsBefore_ = PacketsOf(reception_.Streams());
+    if (isFirst) firstBegin_ = sessionBegin_;
+    if (isFirst && audience_.makeSink)
+        if (Outcome failed = audience_.makeSink(opened, sink_); !failed.IsOk()) return failed;
+    if (audience_.opened) audience_.opened(opened);
+    reception_.Begin(session_, opened.streams);
+    return {};
+}
+
+void Receiver::NoteRefusal(const OpenedSession &opened) const {
+    if (audience_.refused) audience_.refused(opened);
+}
+
+Receiver::End Receiver::Run(bool fallsBack, KeepAlive *keepAlive, Outcome &outcome) {
+    for (;;) {
+        const int signal = interruption_.WaitFor(kLook);
+        const bool hasMedia = HadMedia();
+        state_ = hasMedia ? "playing" : "waiting for media";
+        const Observation now = Observe();
+        if (signal != 0 || IsOver(now)) return End::kOver;
+        const bool udpIsDead = fallsBack && !hasMedia && now.now - sessionBegin_ >= kPatienceWithUdp;
+        if (udpIsDead && !session_->HasReceivedControl()) return End::kNoMediaOverUdp;
+        outcome = MediaTrouble(now);
+        if (keepAlive != nullptr && outcome.IsOk()) outcome = keepAlive->Look(now.now);
+        if (!outcome.IsOk()) return End::kMediaEnded;
+        for (Watcher *watcher : audience_.watchers) watcher->Show(now);
+    }
+}
+
+bool Receiver::HadMedia() const { return PacketsOf(reception_.Streams()) > packetsBefore_; }
+
+bool Receiver::IsOver(const Observation &now) const {
+    const bool failed = std::any_of(audience_.watchers.begin(), audience_.watchers.end(),
+                                    [](const Watcher *watcher) { return watcher->HasFailed(); });
+    if (failed || (sink_ != nullptr && sink_->IsDone())) return true;
+    return duration_.count() > 0 && now.now - Beginning(now) >= duration_;
+}
+
+// Why no more packets are to be expected; Ok while they are.
+Outcome Receiver::MediaTrouble(const Observation &now) const {
+    Clock::time_point last = sessionBegin_;
+    for (const StreamObservation &stream : now.streams) last = std::max(last, stream.statistics.LastArrival());
+    const Clock::duration silence = now.now - last;
+    const bool anything = PacketsOf(now.streams) > 0;
+    const ExitCode code = anything ? ExitCode::kEndedEarly : ExitCode::kNoMedia;
+    if (silence >= kSilence && session_->IsConnectionClosed())
+        return {code, anything ? "the media ended: the server closed the connection"
+                               : "no packet arrived before the server closed the connection"};
+    if (idleTimeout_.count() == 0 || silence < idleTimeout_) return {};
+    return {code, (anything ? "the media ended: nothing arrived for " : "no packet arrived within ") +
+                      TimeText(idleTimeout_)};
+}
+
+// Where silence ends a reception, waiting for the first packet takes nothing away from the duration.
+Clock::time_point Receiver::Beginning(const Observation &now) const {
+    if (idleTimeout_.count() == 0) return firstBegin_;
+    Clock::time_point first = now.now;
+    for (const StreamObservation &stream : now.streams)
+        if (stream.statistics.Packets() > 0) first = std::min(first, stream.statistics.FirstArrival());
+    return first;
+}
+
+Observation Receiver::Observe() const {
+    const Clock::time_point now = Clock::now();
+    const bool begun = firstBegin_ != Clock::time_point{};
+    const Clock::duration elapsed = begun ? now - firstBegin_ : Clock::duration{};
+    return {now, elapsed, state_, reception_.Streams(), hasServer_, transport_};
+}
+
+void Receiver::Show() {
+    if (firstBegin_ == Clock::time_point{}) return;
+    const Observation now = Observe();
+    for (Watcher *watcher : audience_.watchers) watcher->Show(now);
+}
+
+// The readers first, while media flows: one that waits is woken by the next packet only. One that stays behind
+// keeps the session until it returns.
+void Receiver::EndSession() {
+    if (session_ == nullptr) return;
+    if (session_->ReleaseHeldBack()) interruption_.WaitFor(kLook); // for readers to take it
+    reception_.End();
+    const auto done = std::make_shared<std::promise<void>>();
+    teardown_ = done->get_future();
+    teardownBegin_ = Clock::now();
+    RunInBackground([session = std::move(session_), done]() mutable {
+        session->Teardown();
+        session.reset();
+        done->set_value();
+    });
+}
+
+void Receiver::WaitForTeardown() {
+    if (teardown_.valid()) teardown_.wait_until(teardownBegin_ + kPatienceWithTeardown);
+}
+
+bool Receiver::Pause(milliseconds pause, const std::string &state) {
+    state_ = state;
+    const Clock::time_point end = Clock::now() + pause;
+    while (Clock::now() < end) {
+        if (interruption_.WaitFor(std::min<milliseconds>(kLook, pause)) != 0 || IsOver(Observe())) return false;
+        Show();
+    }
+    return true;
+}
+
+Outcome Receiver::Conclude(const Outcome &own) {
+    const int signal = interruption_.WaitFor(milliseconds(0));
+    EndSession();
+    Outcome outcome = Finish(signal, own);
+    WaitForTeardown();
+    return outcome;
+}
+
+// What could not be written goes before everything else, then the signal, then why the reception ended.
+Outcome Receiver::Finish(int signal, const Outcome &own) {
+    std::vector<Outcome> outcomes = {signal != 0 ? OutcomeOfSignal(signal) : own};
+    if (sink_ != nullptr) outcomes.push_back(sink_->Finish());
+    state_ = "ended";
+    const Observation last = Observe();
+    for (Watcher *watcher : audience_.watchers) outcomes.push_back(watcher->Finish(last));
+    for (const Outcome &outcome : outcomes)
+        if (outcome.code == ExitCode::kOutputFailed) return outcome;
+    for (const Outcome &outcome : outcomes)
+        if (!outcome.IsOk()) return outcome;
+    return {};
+}
+
+} // namespace tool

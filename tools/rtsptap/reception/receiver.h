@@ -1,0 +1,66 @@
+// One reception, over as many sessions as it takes: packets are taken, shown, and written until something ends it.
+// The command's thread only; it never opens a session itself.
+#pragma once
+
+#include "reception/receive.h"
+#include "session/keep_alive.h"
+
+#include <future>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace tool {
+
+class Receiver {
+public:
+    // The audience outlives it. No idle time-out: silence ends nothing, and the duration begins with the session.
+    Receiver(const Audience &audience, std::chrono::milliseconds duration, std::chrono::milliseconds idleTimeout,
+             Interruption &interruption);
+
+    Outcome Begin(const OpenedSession &opened);
+    void NoteRefusal(const OpenedSession &opened) const; // instead
+
+    enum class End { kOver, kMediaEnded, kNoMediaOverUdp };
+
+    // Lets packets come until something ends it; of ended media the outcome says why.
+    End Run(bool fallsBack, KeepAlive *keepAlive, Outcome &outcome);
+
+    bool HadMedia() const;  // in the current session
+    void EndSession();      // takes no more packets; the server is told in the background
+    void WaitForTeardown(); // until the server has heard of it, but no longer than a second after that
+
+    // Shows a state for so long; false when something ended it all.
+    bool Pause(std::chrono::milliseconds pause, const std::string &state);
+    void SetState(const std::string &state) { state_ = state; }
+    void Show();
+
+    // Finishes files and watchers, and says how it all ended; own: why the reception did.
+    Outcome Conclude(const Outcome &own);
+
+private:
+    std::vector<PacketObserver> ObserversOf(const Audience &audience);
+    Observation Observe() const;
+    bool IsOver(const Observation &now) const;
+    Outcome MediaTrouble(const Observation &now) const;
+    Clock::time_point Beginning(const Observation &now) const;
+    Outcome Finish(int signal, const Outcome &own);
+
+    const Audience &audience_;
+    const std::chrono::milliseconds duration_;
+    const std::chrono::milliseconds idleTimeout_;
+    Interruption &interruption_;
+    std::unique_ptr<PacketSink> sink_; // constant while packets are taken
+    std::shared_ptr<Session> session_;
+    Clock::time_point firstBegin_;
+    Clock::time_point sessionBegin_;
+    uint64_t packetsBefore_ = 0; // the current session
+    bool hasServer_ = false;
+    Transport transport_ = Transport::kUdp;
+    std::string state_;
+    std::future<void> teardown_;
+    Clock::time_point teardownBegin_;
+    Reception reception_; // the last member: its readers use what is above
+};
+
+} // namespace tool

@@ -1,0 +1,55 @@
+#include "session/interruption.h"
+
+#include <csignal>
+#include <unistd.h>
+
+namespace tool {
+namespace {
+
+constexpr int kEndOfWatch = SIGUSR1;
+constexpr auto kOneIntent = std::chrono::milliseconds(300); // programs in between may send a signal on twice
+
+sigset_t WatchedSignals() {
+    sigset_t set;
+    sigemptyset(&set);
+    for (const int signal : {SIGINT, SIGTERM, kEndOfWatch}) sigaddset(&set, signal);
+    return set;
+}
+
+} // namespace
+
+Interruption::Interruption() {
+    const sigset_t set = WatchedSignals();
+    pthread_sigmask(SIG_BLOCK, &set, nullptr);
+    watcher_ = std::thread([this] { WatchSignals(); });
+}
+
+Interruption::~Interruption() {
+    pthread_kill(watcher_.native_handle(), kEndOfWatch);
+    watcher_.join();
+}
+
+int Interruption::WaitFor(std::chrono::milliseconds duration) {
+    std::unique_lock guard(lock_);
+    arrived_.wait_for(guard, duration, [this] { return signal_ != 0; });
+    return signal_;
+}
+
+void Interruption::WatchSignals() {
+    const sigset_t set = WatchedSignals();
+    std::chrono::steady_clock::time_point first;
+    for (;;) {
+        int signal = 0;
+        if (sigwait(&set, &signal) != 0) continue;
+        if (signal == kEndOfWatch) return;
+        const auto now = std::chrono::steady_clock::now();
+        const std::lock_guard guard(lock_);
+        if (signal_ != 0 && now - first < kOneIntent) continue;
+        if (signal_ != 0) _exit(128 + signal);
+        first = now;
+        signal_ = signal;
+        arrived_.notify_all();
+    }
+}
+
+} // namespace tool

@@ -1,0 +1,39 @@
+// Tells a server from time to time that somebody still watches, where it does not take receiver reports for that.
+#pragma once
+
+#include "cli/outcome.h"
+#include "reception/statistics.h"
+#include "session/session.h"
+
+#include <functional>
+#include <memory>
+#include <mutex>
+
+namespace tool {
+
+class KeepAlive {
+public:
+    // A server that merely does not like being asked is told about once, and left alone from then on.
+    KeepAlive(std::shared_ptr<Session> session, std::chrono::duration<double> interval,
+              std::function<void(const std::string &)> say)
+        : session_(std::move(session)), interval_(interval), say_(std::move(say)) {}
+
+    // Sends what is due, in the background. Not Ok when the session has turned out to be gone.
+    Outcome Look(Clock::time_point now);
+
+private:
+    struct Exchange {
+        std::mutex lock; // guards the fields below
+        bool running = false;
+        Outcome trouble;
+    };
+    void Send() const;
+
+    const std::shared_ptr<Session> session_;
+    const std::chrono::duration<double> interval_;
+    const std::function<void(const std::string &)> say_;
+    const std::shared_ptr<Exchange> exchange_ = std::make_shared<Exchange>();
+    Clock::time_point last_ = Clock::now();
+};
+
+} // namespace tool

@@ -1,0 +1,73 @@
+// From an address to playing streams, step by step: each step is timed, bounded, and named when it fails. The steps
+// run on a thread of their own (handshake.h), which is left behind when it takes too long.
+#pragma once
+
+#include "cli/credentials.h"
+#include "cli/settings.h"
+#include "media/stream_format.h"
+#include "session/interruption.h"
+#include "session/session.h"
+#include "session/url.h"
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tool {
+
+struct Phase {
+    std::string name; // "resolve", "connect", "OPTIONS", "DESCRIBE", "SETUP 1", "PLAY"
+    std::chrono::microseconds time{0};
+};
+
+// What the server said of itself on the way.
+struct ServerFacts {
+    std::string address; // dotted IPv4
+    uint16_t port = 0;
+    std::string software;                               // Server header; empty: not said
+    std::string methods;                                // Public header
+    std::string authentication;                         // "none", "Digest", "Basic"
+    std::optional<std::chrono::seconds> sessionTimeout; // of the SETUP reply
+};
+
+struct OpenedSession {
+    std::shared_ptr<Session> session;  // null after a failure
+    std::vector<Stream> streams;       // of the description; those that are left out are not readable
+    std::vector<StreamFormat> formats; // of the streams that are received
+    int described = 0;                 // streams that the description has, understood or not
+    Transport transport = Transport::kUdp;
+    ServerFacts facts;         // as far as it came, also after a failure
+    std::vector<Phase> phases; // those that succeeded
+    int refusal = 0;           // status of the reply that ended the attempt; 0: none did
+};
+
+// The settings, read and checked: all that needs no network.
+struct Server {
+    Url url;
+    Credentials credentials;
+    MethodHeaders headers;
+    std::chrono::milliseconds connectTimeout{0};
+    std::chrono::milliseconds latency{0};
+};
+
+// Asks for a password where one is missing and there is a terminal.
+Outcome ReadServer(const ServerSettings &settings, Interruption &interruption, Server &server);
+
+// Called about every 100 ms while something is waited for.
+using Tick = std::function<void()>;
+
+// One attempt over one transport; kAuto counts as kUdp. Falling back and trying again are the caller's. Says
+// nothing.
+Outcome OpenSession(const Server &server, Transport transport, Interruption &interruption, OpenedSession &opened,
+                    const Tick &tick = {});
+
+// Both in one.
+Outcome OpenSession(const ServerSettings &settings, Transport transport, Interruption &interruption,
+                    OpenedSession &opened, const Tick &tick = {});
+
+// One line for each stream that is left out: its number, its codec, and why.
+std::vector<std::string> DescribeOmissions(const OpenedSession &opened);
+
+} // namespace tool

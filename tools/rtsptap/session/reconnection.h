@@ -1,0 +1,29 @@
+// How often, and after which pauses, a server is tried again.
+#pragma once
+
+#include "cli/outcome.h"
+
+#include <chrono>
+#include <optional>
+#include <random>
+
+namespace tool {
+
+class Reconnection {
+public:
+    // Attempts in a row; 0: without end; none: not at all.
+    explicit Reconnection(std::optional<int> limit) : limit_(limit) {}
+
+    bool IsWorthwhile(const Outcome &failure) const; // it may pass, and attempts are left
+
+    std::chrono::milliseconds NextPause(); // counts the attempt
+    int Attempt() const { return attempt_; }
+    void Succeed() { attempt_ = 0; }
+
+private:
+    const std::optional<int> limit_;
+    int attempt_ = 0;
+    std::minstd_rand random_{std::random_device{}()};
+};
+
+} // namespace tool

@@ -1,0 +1,205 @@
+#include "session/session.h"
+
+#include "session/sockets.h"
+
+#include <algorithm>
+#include <new>
+#include <utility>
+
+namespace tool {
+namespace {
+
+constexpr int32_t kVideoBufferBytes = 4 << 20;
+constexpr int32_t kAudioBufferBytes = 1 << 20;
+constexpr uint32_t kLargestDatagramBytes = 33000; // without RTSP; with it, the library's own
+constexpr std::size_t kUsualAttributeBytes = 512;
+
+// Header lists are the library's; a fresh one for each request, since SETUP takes entries out.
+class HeaderList {
+public:
+    HeaderList() = default;
+    ~HeaderList() { RTSPDestroyHeaderList(handle_); }
+    HeaderList(const HeaderList &) = delete;
+    HeaderList &operator=(const HeaderList &) = delete;
+
+    // As custom headers: the name may be any, and the value is its giver's affair.
+    int32_t Add(const Header &header) {
+        return RTSPAddHeaderToList(handle_, header.name.c_str(), header.value.c_str(), 1);
+    }
+    intptr_t Handle() const { return handle_; }
+
+private:
+    const intptr_t handle_ = RTSPCreateHeaderList();
+};
+
+int32_t Call(RTSPMethod method, intptr_t client, int32_t stream, intptr_t headers) {
+    switch (method) {
+    case RTSP_OPTIONS:
+        return RTSPClientSendOptionsRequest(client, headers, nullptr, nullptr);
+    case RTSP_DESCRIBE:
+        return RTSPClientSendDescribeRequest(client, headers, nullptr, nullptr);
+    case RTSP_SETUP:
+        return RTSPClientSendSetupRequest(client, stream, headers, nullptr, nullptr);
+    case RTSP_PLAY:
+        return RTSPClientSendPlayRequest(client, stream, headers, nullptr, nullptr);
+    case RTSP_TEARDOWN:
+        return RTSPClientSendTeardownRequest(client, headers, nullptr, nullptr);
+    default:
+        return RTSP_INVALID_ARGUMENT;
+    }
+}
+
+bool HasHeader(const std::vector<Header> &headers, const std::string &name) {
+    return std::any_of(headers.begin(), headers.end(),
+                       [&name](const Header &header) { return header.name == name; });
+}
+
+} // namespace
+
+Session::Session() : client_(RTSPClientCreate()) {
+    if (client_ <= 0) throw std::bad_alloc();
+    RTPClientSetAudioVideoBufferSize(client_, kVideoBufferBytes, kAudioBufferBytes);
+}
+
+Session::~Session() { RTSPClientDestroy(client_); }
+
+int32_t Session::Connect(const Target &target) {
+    const std::lock_guard guard(exchange_);
+    headers_ = target.headers;
+    multicast_ = target.multicast;
+    const std::vector<int> before = OpenSockets();
+    const int32_t result = target.user.empty() ? RTSPClientConnect(client_, target.address.c_str(), target.port,
+                                                                   target.path.c_str(), target.transport, 0)
+                                               : ConnectWithPassword(target);
+    for (const int socket : NewSockets(before, OpenSockets()))
+        if (IsStream(socket)) connection_ = socket;
+    return result;
+}
+
+// Only the one-call connection takes credentials. A header that OPTIONS refuses makes it stop right after it has
+// connected and stored them, with nothing sent.
+int32_t Session::ConnectWithPassword(const Target &target) {
+    HeaderList refused;
+    refused.Add({"Range", "npt=0.000-"});
+    const int32_t result = RTSPClientAutoRTSPConnect(
+        client_, target.address.c_str(), target.port, target.path.c_str(), target.user.c_str(),
+        target.password.c_str(), target.transport, refused.Handle(), 0, 0, 0, 0, nullptr, nullptr);
+    return result == RTSP_SEND_FAILED ? RTSP_SUCCESS : result;
+}
+
+Answer Session::SetUp(int32_t number) {
+    const std::vector<int> before = OpenSockets();
+    const bool asksForGroup = multicast_ && !HasHeader(headers_[RTSP_SETUP], "Transport");
+    Answer answer =
+        Send(RTSP_SETUP, number,
+             asksForGroup ? std::vector<Header>{{"Transport", "RTP/AVP;multicast"}} : std::vector<Header>());
+    NoteControlSockets(before);
+    return answer;
+}
+
+// The default range would take a recording back to its beginning.
+Answer Session::KeepAlive() { return Send(RTSP_PLAY, 0, {{"Range", "npt=now-"}}); }
+
+Answer Session::Teardown() {
+    {
+        const std::lock_guard guard(exchange_);
+        if (std::exchange(tornDown_, true)) return {};
+    }
+    return Send(RTSP_TEARDOWN);
+}
+
+Answer Session::Send(RTSPMethod method, int32_t stream, const std::vector<Header> &instead) {
+    const std::lock_guard guard(exchange_);
+    std::vector<Header> &own = headers_[method];
+    HeaderList list;
+    for (const Header &header : instead) list.Add(header);
+    for (const Header &header : own) {
+        if (HasHeader(instead, header.name)) continue;
+        if (const int32_t result = list.Add(header); result != RTSP_SUCCESS) return {result, {}};
+    }
+    const int32_t result = Call(method, client_, stream, list.Handle());
+    // A transport of the user's names ports or channels, which are good for one stream.
+    if (method == RTSP_SETUP) std::erase_if(own, [](const Header &header) { return header.name == "Transport"; });
+    return {result, LastReply()};
+}
+
+Reply Session::LastReply() const {
+    int32_t size = 0;
+    if (RTSPClientGetLastReply(client_, nullptr, &size) != RTSP_SUCCESS) return {};
+    std::string text(static_cast<std::size_t>(size), '\0');
+    if (RTSPClientGetLastReply(client_, text.data(), &size) != RTSP_SUCCESS) return {};
+    return ParseReply(text);
+}
+
+void Session::NoteControlSockets(const std::vector<int> &before) {
+    for (const int socket : NewSockets(before, OpenSockets())) {
+        if (!IsControlPort(socket)) continue;
+        control_.push_back(socket);
+        HasReceived(socket); // from now on the system keeps note of it
+    }
+}
+
+Outcome Session::Listen(const ListenPort &port) {
+    RTSPClientSetMTUSize(client_, kLargestDatagramBytes);
+    const uint8_t isVideo = port.codecType < RTP_CODEC_PCMA ? 1 : 0;
+    const int32_t result = CreateRTPStream(client_, port.codecType, port.port, isVideo);
+    const std::string name = "port " + std::to_string(port.port);
+    if (result == RTSP_FAILURE)
+        return {ExitCode::kUnreachable, name + ": taken by another program, or not allowed"};
+    return OutcomeOfCall(name, result);
+}
+
+std::string Session::Attribute(int32_t number, const std::string &name) const {
+    const std::string line = "a=" + name + ":";
+    std::string value(kUsualAttributeBytes, '\0');
+    auto size = static_cast<uint32_t>(value.size());
+    int32_t result = RTSPClientGetSDPFieldInfo(client_, number, line.c_str(), value.data(), &size);
+    value.resize(std::max(value.size(), std::size_t{size}));
+    if (result == RTSP_SMALL_BUFFER)
+        result = RTSPClientGetSDPFieldInfo(client_, number, line.c_str(), value.data(), &size);
+    if (result != RTSP_SUCCESS) return "";
+    value.resize(size - 1);
+    return value.rfind(name + ":", 0) == 0 ? value.substr(name.size() + 1) : "";
+}
+
+std::vector<Stream> Session::Streams() const {
+    std::vector<Stream> streams;
+    const int32_t count = RTSPClientGetNbStreams(client_);
+    for (int32_t number = 1; number <= count; ++number) {
+        const RTSPStreamDescription *description = RTSPClientGetSDPInfo(client_, number);
+        if (description == nullptr) break;
+        Stream stream{number, description->encodingName, description->codecType, description->codecType != 0,
+                      description->clockRate};
+        for (const Stream &earlier : streams)
+            if (earlier.codecType == stream.codecType) stream.isReadable = false;
+        streams.push_back(stream);
+    }
+    return streams;
+}
+
+// What exceeds the latency by so much has been waited for by nobody, and is dropped.
+void Session::SetLatency(int32_t milliseconds) {
+    constexpr int32_t kSlackMs = 10000;
+    const std::lock_guard guard(exchange_);
+    latency_ = milliseconds;
+    RTPClientConfigLatency(client_, latency_, latency_, latency_ + kSlackMs);
+}
+
+// Not while an exchange takes its time: the caller does not wait.
+bool Session::ReleaseHeldBack() {
+    const std::unique_lock guard(exchange_, std::try_to_lock);
+    if (!guard.owns_lock() || std::exchange(latency_, 0) == 0) return false;
+    return RTPClientConfigLatency(client_, 0, 0, 0) == RTSP_SUCCESS;
+}
+
+Packet Session::Take(int32_t codecType) const {
+    RTPStreamData *packet = nullptr;
+    RTPClientGetRTPStreamData(client_, &packet, codecType);
+    return Packet(packet, GiveBack{client_, codecType});
+}
+
+bool Session::IsConnectionClosed() const { return connection_ >= 0 && IsClosedByPeer(connection_); }
+
+bool Session::HasReceivedControl() const { return std::any_of(control_.begin(), control_.end(), HasReceived); }
+
+} // namespace tool

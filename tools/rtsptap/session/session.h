@@ -1,0 +1,115 @@
+// One client of the library, released with the object: every command goes through here, by exported functions only.
+#pragma once
+
+#include "cli/outcome.h"
+#include "rtsptap.h"
+#include "session/method_headers.h"
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace tool {
+
+// Where to and as whom; the address is dotted IPv4.
+struct Target {
+    std::string address;
+    uint16_t port = 554;
+    std::string path;
+    std::string user; // empty: the library answers no challenge
+    std::string password;
+    DataProto transport = DATA_PROTO_UDP;
+    bool multicast = false; // over UDP, asked for
+    MethodHeaders headers;
+};
+
+// What an exchange came to.
+struct Answer {
+    int32_t result = RTSP_SUCCESS;
+    Reply reply; // empty when there was none
+};
+
+// A port to receive on without RTSP; no codec: none.
+struct ListenPort {
+    int32_t codecType = 0;
+    uint16_t port = 0;
+};
+
+struct Stream {
+    int32_t number = 0; // from 1, in the order of the description
+    std::string codec;
+    int32_t codecType = 0;
+    bool isReadable = false; // has a code, and no earlier stream has the same one
+    int32_t clockRate = 0;   // RTP timestamp units per second; 0: not said
+};
+
+// Gives a packet back to the stream it was taken from.
+struct GiveBack {
+    intptr_t client = 0;
+    int32_t codecType = 0;
+    void operator()(RTPStreamData *packet) const { RTPClientFreeRTPStreamData(client, packet, codecType); }
+};
+using Packet = std::unique_ptr<RTPStreamData, GiveBack>;
+
+class Session {
+public:
+    Session();
+    ~Session(); // waits for the library's threads; no packet may be out
+    Session(const Session &) = delete;
+    Session &operator=(const Session &) = delete;
+
+    int32_t Connect(const Target &target);
+
+    // Each is one exchange, and blocks as long as the library does. Any thread: they wait for one another.
+    Answer Options() { return Send(RTSP_OPTIONS); }
+    Answer Describe() { return Send(RTSP_DESCRIBE); }
+    Answer SetUp(int32_t number);
+    Answer Play() { return Send(RTSP_PLAY); }
+    Answer KeepAlive(); // another PLAY that changes nothing
+    Answer Teardown();  // the first time only
+
+    // Receives on a local port what somebody else sends there; one more with each call, before the first packet.
+    Outcome Listen(const ListenPort &port);
+
+    std::vector<Stream> Streams() const;
+
+    // What the description says of a stream; the session's.
+    const RTSPStreamDescription *Description(int32_t number) const { return RTSPClientGetSDPInfo(client_, number); }
+
+    // An attribute of a stream's description that no field has, as "control"; empty when there is none.
+    std::string Attribute(int32_t number, const std::string &name) const;
+
+    // Holds packets back until a stream's queue spans so many milliseconds of a clock of 90 kHz.
+    void SetLatency(int32_t milliseconds);
+    bool ReleaseHeldBack(); // from now on nothing is held back; false when nothing was
+
+    // The next packet, or none when the library's wait of about five seconds has passed. One thread per codec type.
+    Packet Take(int32_t codecType) const;
+
+    bool HasPacket(int32_t codecType) const { return Queued(codecType) > 0; } // Take would not wait
+    int32_t Queued(int32_t codecType) const { return RTPClientGetNbOfPktInBuffer(client_, codecType); }
+
+    bool IsConnectionClosed() const; // by the server
+    bool HasReceivedControl() const; // an RTCP datagram has come
+
+private:
+    Answer Send(RTSPMethod method, int32_t stream = 0, const std::vector<Header> &instead = {});
+    int32_t ConnectWithPassword(const Target &target);
+    Reply LastReply() const;
+    void NoteControlSockets(const std::vector<int> &before);
+
+    const intptr_t client_;
+    std::mutex exchange_; // guards the fields up to the empty line
+    MethodHeaders headers_;
+    bool multicast_ = false;
+    int32_t latency_ = 0;
+    bool tornDown_ = false;
+
+    // The library's sockets, to be looked at only; constant once it plays.
+    int connection_ = -1;
+    std::vector<int> control_;
+};
+
+} // namespace tool

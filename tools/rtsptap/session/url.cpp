@@ -1,0 +1,92 @@
+#include "session/url.h"
+
+#include <arpa/inet.h>
+#include <charconv>
+#include <memory>
+#include <netdb.h>
+
+namespace tool {
+namespace {
+
+constexpr std::string_view kScheme = "rtsp://";
+constexpr std::size_t kLongestPath = 63; // what a client has room for
+
+Outcome Refuse(const std::string &why) { return {ExitCode::kUsage, "URL: " + why}; }
+
+int HexDigit(char digit) {
+    if (digit >= '0' && digit <= '9') return digit - '0';
+    if (digit >= 'a' && digit <= 'f') return digit - 'a' + 10;
+    if (digit >= 'A' && digit <= 'F') return digit - 'A' + 10;
+    return -1;
+}
+
+bool PercentDecode(std::string_view text, std::string &decoded) {
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != '%') {
+            decoded += text[i];
+            continue;
+        }
+        const int high = i + 2 < text.size() ? HexDigit(text[i + 1]) : -1;
+        const int low = i + 2 < text.size() ? HexDigit(text[i + 2]) : -1;
+        if (high < 0 || low < 0 || high + low == 0) return false;
+        decoded += static_cast<char>(high * 16 + low);
+        i += 2;
+    }
+    return true;
+}
+
+Outcome ParseCredentials(std::string_view text, Url &url) {
+    const std::size_t colon = text.find(':');
+    const std::string_view password = colon == std::string_view::npos ? "" : text.substr(colon + 1);
+    if (!PercentDecode(text.substr(0, colon), url.user) || !PercentDecode(password, url.password))
+        return Refuse("a % in user name or password needs two hexadecimal digits after it");
+    return {};
+}
+
+Outcome ParseAuthority(std::string_view text, Url &url) {
+    if (!text.empty() && text.front() == '[') return Refuse("IPv6 addresses are not supported");
+    const std::size_t colon = text.find(':');
+    url.host = text.substr(0, colon);
+    if (url.host.empty()) return Refuse("the host is missing");
+    if (colon == std::string_view::npos) return {};
+    const std::string_view port = text.substr(colon + 1);
+    const auto [end, error] = std::from_chars(port.data(), port.data() + port.size(), url.port);
+    if (error != std::errc() || end != port.data() + port.size() || url.port == 0)
+        return Refuse("the port is not a number from 1 to 65535");
+    return {};
+}
+
+} // namespace
+
+Outcome ParseUrl(std::string_view text, Url &url) {
+    url = {};
+    if (text.substr(0, kScheme.size()) != kScheme) return Refuse("it begins with rtsp://");
+    text.remove_prefix(kScheme.size());
+    const std::size_t slash = text.find('/');
+    if (slash != std::string_view::npos) url.path = text.substr(slash + 1);
+    if (url.path.size() > kLongestPath) return Refuse("the path is longer than 63 characters");
+    std::string_view authority = text.substr(0, slash);
+    const std::size_t at = authority.rfind('@');
+    if (at != std::string_view::npos) {
+        if (Outcome refused = ParseCredentials(authority.substr(0, at), url); !refused.IsOk()) return refused;
+        authority.remove_prefix(at + 1);
+    }
+    return ParseAuthority(authority, url);
+}
+
+Outcome ResolveHost(const std::string &host, std::string &address) {
+    addrinfo hints = {};
+    hints.ai_family = AF_INET;
+    hints.ai_socktype = SOCK_STREAM;
+    addrinfo *found = nullptr;
+    if (const int error = getaddrinfo(host.c_str(), nullptr, &hints, &found); error != 0)
+        return {ExitCode::kNameNotResolved, host + ": " + gai_strerror(error)};
+    const std::unique_ptr<addrinfo, void (*)(addrinfo *)> owner(found, freeaddrinfo);
+    char text[INET_ADDRSTRLEN] = {};
+    if (getnameinfo(found->ai_addr, found->ai_addrlen, text, sizeof text, nullptr, 0, NI_NUMERICHOST) != 0)
+        return {ExitCode::kNameNotResolved, host + ": has no IPv4 address"};
+    address = text;
+    return {};
+}
+
+} // namespace tool

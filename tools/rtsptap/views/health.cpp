@@ -1,0 +1,113 @@
+#include "views/health.h"
+
+#include "media/codec_names.h"
+#include "reception/interval.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <strings.h>
+
+namespace tool {
+namespace {
+
+struct Unit {
+    const char *name;
+    double factor;
+};
+
+constexpr Unit kUnits[] = {{"", 1}, {"k", 1e3}, {"K", 1e3}, {"M", 1e6}, {"G", 1e9}};
+
+bool Carries(const StreamObservation &stream, const std::string &codec) {
+    const int32_t type = CodecTypeOfName(codec);
+    const bool isThat =
+        type != 0 ? stream.stream.codecType == type : strcasecmp(stream.stream.codec.c_str(), codec.c_str()) == 0;
+    return isThat && stream.statistics.Packets() > 0;
+}
+
+std::string Percent(double value) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.2f %%", value);
+    return text;
+}
+
+// From the first packet to the end: of streams that stop early the rate is lower.
+double BitsPerSecond(const Observation &observation, Clock::time_point end) {
+    Clock::time_point first = end;
+    uint64_t bytes = 0;
+    for (const auto &[stream, statistics, queued] : observation.streams) {
+        if (statistics.Packets() == 0) continue;
+        first = std::min(first, statistics.FirstArrival());
+        end = std::max(end, statistics.LastArrival());
+        bytes += statistics.Bytes();
+    }
+    const double seconds = std::chrono::duration<double>(end - first).count();
+    return seconds > 0 ? static_cast<double>(bytes) * 8 / seconds : 0;
+}
+
+class HealthCheck : public Watcher {
+public:
+    explicit HealthCheck(const HealthSettings &settings) : settings_(settings) {}
+
+    void Show(const Observation &observation) override { end_ = observation.now; }
+
+    Outcome Finish(const Observation &observation) override {
+        const auto arrived = [](const StreamObservation &stream) { return stream.statistics.Packets() > 0; };
+        if (std::none_of(observation.streams.begin(), observation.streams.end(), arrived)) return {};
+        CheckLoss(observation);
+        CheckRate(observation);
+        for (const std::string &codec : settings_.expectedCodecs) CheckCodec(codec, observation);
+        if (findings_.empty()) return {};
+        return {ExitCode::kHealthLimit, "health: " + findings_};
+    }
+
+private:
+    void Add(const std::string &finding) { findings_ += (findings_.empty() ? "" : "; ") + finding; }
+
+    void CheckLoss(const Observation &observation) {
+        if (!settings_.maxLossPercent) return;
+        for (const auto &[stream, statistics, queued] : observation.streams)
+            if (statistics.LossPercent() > *settings_.maxLossPercent)
+                Add(NameOf(stream) + " lost " + Percent(statistics.LossPercent()) +
+                    " of its packets, allowed are " + Percent(*settings_.maxLossPercent));
+    }
+
+    void CheckRate(const Observation &observation) {
+        const double rate = BitsPerSecond(observation, end_);
+        if (settings_.minBitsPerSecond && rate < *settings_.minBitsPerSecond)
+            Add("the rate was " + RateText(rate) + ", at least " + RateText(*settings_.minBitsPerSecond) +
+                " are wanted");
+    }
+
+    void CheckCodec(const std::string &codec, const Observation &observation) {
+        const auto carries = [&codec](const StreamObservation &stream) { return Carries(stream, codec); };
+        if (std::none_of(observation.streams.begin(), observation.streams.end(), carries))
+            Add("no stream delivered " + codec);
+    }
+
+    const HealthSettings settings_;
+    Clock::time_point end_; // of the reception, as last seen
+    std::string findings_;
+};
+
+} // namespace
+
+bool ParseBitRate(const std::string &text, double &bitsPerSecond) {
+    const std::size_t digits = std::min(text.find_first_not_of("0123456789."), text.size());
+    const std::string figure = text.substr(0, digits);
+    char *end = nullptr;
+    const double number = std::strtod(figure.c_str(), &end);
+    if (digits == 0 || *end != '\0' || !std::isfinite(number)) return false;
+    const auto *unit = std::find_if(std::begin(kUnits), std::end(kUnits),
+                                    [&](const Unit &row) { return text.substr(digits) == row.name; });
+    if (unit == std::end(kUnits)) return false;
+    bitsPerSecond = number * unit->factor;
+    return true;
+}
+
+std::unique_ptr<Watcher> MakeHealthCheck(const HealthSettings &settings) {
+    return std::make_unique<HealthCheck>(settings);
+}
+
+} // namespace tool

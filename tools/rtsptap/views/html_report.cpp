@@ -1,0 +1,130 @@
+#include "views/html_report.h"
+
+#include "views/html_parts.h"
+#include "views/html_streams.h"
+#include "views/html_style.h"
+#include "views/svg_plot.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace tool {
+namespace {
+
+std::string Milliseconds(std::chrono::microseconds time) {
+    char text[48];
+    std::snprintf(text, sizeof text, "%.1f ms", static_cast<double>(time.count()) / 1000);
+    return text;
+}
+
+std::string OrDash(const std::string &text) { return text.empty() ? "–" : text; }
+
+std::string OrDash(const FromPlay &time) { return time ? Milliseconds(*time) : "–"; }
+
+std::string Row(const std::string &name, const std::string &value) {
+    return "<tr>" + Tagged("th scope=\"row\"", name) + Tagged("td", OrDash(value)) + "</tr>\n";
+}
+
+std::string TransportTitle(const std::optional<Transport> &transport) {
+    std::string title = transport ? TransportName(*transport) : "";
+    std::transform(title.begin(), title.end(), title.begin(),
+                   [](unsigned char letter) { return static_cast<char>(std::toupper(letter)); });
+    return title;
+}
+
+std::string Head(const ReportPage &page, const Observation &observation) {
+    uint64_t packets = 0;
+    uint64_t expected = 0;
+    uint64_t lost = 0;
+    double bitsPerSecond = 0;
+    for (const auto &[stream, statistics, queued] : observation.streams) {
+        packets += statistics.Packets();
+        expected += statistics.Expected();
+        lost += statistics.Lost();
+        bitsPerSecond += statistics.BitsPerSecond();
+    }
+    std::string text = "<header><h1>Reception report</h1>\n" + Tagged("p class=\"address\"", page.probed.url) +
+                       "\n" + Tagged("p class=\"muted\"", page.time) + "</header>\n";
+    const std::string &verdict = page.probed.outcome.text;
+    if (!verdict.empty()) text += Tagged("p class=\"verdict\"", verdict) + "\n";
+    return text + "<section class=\"tiles\">\n" + Tile("Received for", ElapsedText(observation.elapsed)) +
+           Tile("Packets", std::to_string(packets)) + LossTile(lost, expected) +
+           Tile("Bit rate", MeasureText(Measure::kBitRate, bitsPerSecond)) +
+           Tile("Transport", OrDash(TransportTitle(page.probed.transport))) + "</section>\n";
+}
+
+std::string ServerTable(const ServerFacts &facts) {
+    const std::string timeout =
+        facts.sessionTimeout ? std::to_string(facts.sessionTimeout->count()) + " s" : std::string();
+    return "<div><h2>Server</h2>\n<table>\n" + Row("Address", facts.address + ":" + std::to_string(facts.port)) +
+           Row("Software", facts.software) + Row("Methods", facts.methods) +
+           Row("Authentication", facts.authentication) + Row("Session time-out", timeout) + "</table></div>\n";
+}
+
+std::string PhaseTable(const ProbeResult &probed) {
+    std::vector<Phase> phases = probed.phases;
+    if (const FromPlay time = FirstPacketOf(probed)) phases.push_back({"first packet", *time});
+    if (const FromPlay time = FirstKeyFrameOf(probed)) phases.push_back({"first key frame", *time});
+    std::chrono::microseconds longest{1};
+    for (const Phase &phase : phases) longest = std::max(longest, phase.time);
+    std::string text = "<div><h2>Time of each step</h2>\n<table>\n";
+    for (const Phase &phase : phases) {
+        char share[16];
+        std::snprintf(share, sizeof share, "%.1f%%",
+                      100 * static_cast<double>(phase.time.count()) / static_cast<double>(longest.count()));
+        text += "<tr>" + Tagged("th scope=\"row\"", phase.name) +
+                Tagged("td class=\"number\"", Milliseconds(phase.time)) +
+                "<td class=\"length\"><div style=\"width:" + share + "\"></div></td></tr>\n";
+    }
+    return text + "</table></div>\n";
+}
+
+std::string StreamTable(const ReportPage &page) {
+    std::string text = "<div class=\"wide\"><h2>Streams</h2>\n<table>\n<tr><th></th><th>Format</th><th>Payload "
+                       "type</th><th>Control</th><th>First packet</th><th>First key frame</th></tr>\n";
+    for (const ProbedStream &probed : page.probed.streams)
+        text += "<tr>" + Tagged("th scope=\"row\"", std::to_string(probed.stream.number)) +
+                Tagged("td", Headline(probed)) + Tagged("td", std::to_string(probed.payloadType)) +
+                Tagged("td", OrDash(probed.control)) + Tagged("td class=\"time\"", OrDash(probed.firstPacket)) +
+                Tagged("td class=\"time\"", OrDash(probed.firstKeyFrame)) + "</tr>\n";
+    text += "</table>\n";
+    for (const std::string &line : page.omissions) text += Tagged("p class=\"muted\"", line) + "\n";
+    return text + "</div>\n";
+}
+
+std::string Sections(const ReportPage &page, const SeriesRecorder &recorder) {
+    std::string text;
+    for (const StreamObservation &stream : recorder.Last().streams) {
+        const std::vector<ProbedStream> &all = page.probed.streams;
+        const auto probed = std::find_if(all.begin(), all.end(), [&stream](const ProbedStream &candidate) {
+            return candidate.stream.number == stream.stream.number;
+        });
+        text += StreamSection(stream, probed == all.end() ? nullptr : &*probed,
+                              recorder.PointsOf(stream.stream.number));
+    }
+    return text;
+}
+
+constexpr const char *kHowToRead = R"(<section class="muted">
+<p><b>Loss</b>: packets missing from the sequence numbers. <b>Jitter</b>: how much earlier or later than their timestamps
+say packets arrive, smoothed (RFC 3550, 6.4.1). <b>Time between packets</b>: the line is the average, the area behind it
+the longest. <b>Queue</b>: packets that have arrived and are not yet taken. <b>Shaded</b>: not playing.</p>
+</section>
+)";
+
+} // namespace
+
+std::string HtmlReport(const ReportPage &page, const SeriesRecorder &recorder) {
+    std::string text = "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
+                       "<meta http-equiv=\"Content-Security-Policy\" "
+                       "content=\"default-src 'none'; style-src 'unsafe-inline'\">\n"
+                       "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
+                       "<meta name=\"color-scheme\" content=\"light dark\">\n";
+    text += Tagged("title", "Reception report: " + page.probed.url) + "\n<style>\n" + kReportStyle +
+            "</style>\n</head>\n<body>\n<main>\n";
+    text += Head(page, recorder.Last()) + "<section class=\"facts\">\n" + ServerTable(page.probed.facts) +
+            PhaseTable(page.probed) + StreamTable(page) + "</section>\n";
+    return text + Sections(page, recorder) + kHowToRead + "</main>\n</body>\n</html>\n";
+}
+
+} // namespace tool

@@ -1,0 +1,15 @@
+// How a reception goes, while it goes: one line for each stream on standard error. On a terminal the lines are
+// redrawn up to four times a second; elsewhere one is added for each stream every ten seconds.
+#pragma once
+
+#include "cli/settings.h"
+#include "reception/observation.h"
+
+#include <memory>
+
+namespace tool {
+
+// Shows nothing when quiet.
+std::unique_ptr<Watcher> MakeLiveView(const ConsoleSettings &console);
+
+} // namespace tool

@@ -1,0 +1,148 @@
+#include "views/warnings.h"
+
+#include "cli/console.h"
+#include "reception/interval.h"
+#include "session/udp_sockets.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <map>
+#include <set>
+
+namespace tool {
+namespace {
+
+constexpr auto kSocketLook = std::chrono::seconds(1);
+constexpr auto kLossWindow = std::chrono::seconds(1); // loss is told as what was lost in so long
+constexpr double kSilenceSeconds = 2;
+constexpr double kFirstSilenceSeconds = 3.5; // when nothing has come at all: another transport is tried before
+constexpr int kAskedBytes = 1 << 20;         // the library asks for this for the RTP port of a server's stream
+constexpr const char *kMoreBuffer = "4194304";
+
+// What is known of one stream's troubles.
+struct StreamTrouble {
+    Counts lossless; // the last look before the loss
+    bool lossTold = false;
+    bool silenceTold = false;
+};
+
+bool IsReceiving(const std::string &state) { return state == "playing" || state == "waiting for media"; }
+
+std::string SilenceCure(const StreamObservation &stream, const Observation &observation) {
+    const bool began = stream.statistics.Packets() > 0;
+    if (began && observation.hasServer)
+        return "the server may have ended it; when all are, --reconnect begins anew";
+    if (began) return "the sender may have ended it";
+    if (!observation.hasServer)
+        return "is the sender running, with this address and port, and does the firewall let it through?";
+    if (observation.transport == Transport::kTcp) return "the server does not send it";
+    return "a firewall may hold it back, --transport tcp goes through";
+}
+
+class Warnings : public Watcher {
+public:
+    explicit Warnings(bool quiet) : quiet_(quiet) {}
+
+    void Show(const Observation &observation) override {
+        if (quiet_) return;
+        if (observation.now - socketsSeen_ >= kSocketLook) LookAtSockets(observation.now);
+        NoteSession(observation);
+        for (const StreamObservation &stream : observation.streams) {
+            StreamTrouble &trouble = troubles_[stream.stream.number];
+            if (!trouble.silenceTold && receiving_) LookForSilence(stream, observation, trouble);
+            if (!trouble.lossTold) LookForLoss(stream, observation, trouble);
+        }
+    }
+
+    Outcome Finish(const Observation &) override { return {}; }
+
+private:
+    void NoteSession(const Observation &observation) {
+        const bool receiving = IsReceiving(observation.state);
+        if (receiving && (!receiving_ || transport_ != observation.transport)) receivingSince_ = observation.now;
+        receiving_ = receiving;
+        transport_ = observation.transport;
+    }
+
+    void LookAtSockets(Clock::time_point now) {
+        socketsSeen_ = now;
+        const std::vector<UdpSocket> sockets = OwnUdpSockets();
+        for (const UdpSocket &socket : sockets) {
+            if (!grantTold_ && socket.bufferBytes == granted_ && granted_ < 2 * kAskedBytes) TellGrant();
+            if (socket.drops > 0 && dropsTold_.insert(socket.port).second) TellDrops(socket);
+        }
+    }
+
+    void TellGrant() {
+        grantTold_ = true;
+        PrintNotice("the kernel grants UDP sockets " + std::to_string(granted_ / 2) + " bytes of buffer, " +
+                    std::to_string(kAskedBytes) +
+                    " were asked for: bursts may be lost. Allow more: sysctl -w net.core.rmem_max=" + kMoreBuffer);
+    }
+
+    void TellDrops(const UdpSocket &socket) {
+        std::string cure = "This machine is too slow for the stream: give it less else to do, or try -t tcp";
+        if (socket.bufferBytes == usual_)
+            cure = std::string("Enlarge it: sysctl -w net.core.rmem_default=") + kMoreBuffer;
+        else if (socket.bufferBytes < 2 * kAskedBytes)
+            cure = std::string("Allow a larger one: sysctl -w net.core.rmem_max=") + kMoreBuffer;
+        PrintNotice("the kernel dropped " + std::to_string(socket.drops) + " datagrams for UDP port " +
+                    std::to_string(socket.port) + ": its buffer of " + std::to_string(socket.bufferBytes) +
+                    " bytes was full. " + cure);
+    }
+
+    // A session's silence begins with the session.
+    void LookForSilence(const StreamObservation &stream, const Observation &observation, StreamTrouble &trouble) {
+        const double received = std::chrono::duration<double>(observation.now - receivingSince_).count();
+        const double silence = std::min(SilenceSeconds(stream, observation), received);
+        const bool anything = observation.state == "playing";
+        if (silence < (anything ? kSilenceSeconds : kFirstSilenceSeconds)) return;
+        trouble.silenceTold = true;
+        char seconds[16];
+        std::snprintf(seconds, sizeof seconds, "%.1f s", silence);
+        PrintNotice(NameOf(stream.stream) + " is silent, nothing arrived for " + seconds + ": " +
+                    SilenceCure(stream, observation));
+    }
+
+    void LookForLoss(const StreamObservation &stream, const Observation &observation, StreamTrouble &trouble) {
+        const Counts now = CountsOf(stream.statistics, observation.now);
+        if (now.lost <= trouble.lossless.lost) {
+            trouble.lossless = now;
+            return;
+        }
+        const Interval since = Between(trouble.lossless, now);
+        if (now.at - trouble.lossless.at < kLossWindow) return;
+        trouble.lossTold = true;
+        char share[32];
+        std::snprintf(share, sizeof share, "%.1f %%", since.lossPercent);
+        PrintNotice(NameOf(stream.stream) + " loses packets, " + std::to_string(since.lost) + " (" + share +
+                    ") in the last second: " + LossCure(observation));
+    }
+
+    std::string LossCure(const Observation &observation) const {
+        if (!dropsTold_.empty()) return "see to the socket buffer first";
+        if (!observation.hasServer) return "look at the network and the sender, or lower the bit rate";
+        if (observation.transport == Transport::kTcp)
+            return "the server leaves them out, or this machine is too slow for the stream";
+        return "try --transport tcp, a lower bit rate, or a better network";
+    }
+
+    const bool quiet_;
+    const uint32_t granted_ = GrantedBufferBytes(kAskedBytes);
+    const uint32_t usual_ = GrantedBufferBytes(0);
+    bool grantTold_ = false;
+    std::set<uint16_t> dropsTold_;              // by port
+    std::map<int32_t, StreamTrouble> troubles_; // by the stream's number
+    Clock::time_point socketsSeen_;
+    bool receiving_ = false;
+    Transport transport_ = Transport::kUdp;
+    Clock::time_point receivingSince_;
+};
+
+} // namespace
+
+std::unique_ptr<Watcher> MakeWarnings(const ConsoleSettings &console) {
+    return std::make_unique<Warnings>(console.quiet);
+}
+
+} // namespace tool
