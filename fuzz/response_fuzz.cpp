@@ -1,27 +1,27 @@
 // A reply as any server may send it: parsed, looked up and taken for a challenge.
+#include "fuzz/fuzz_target.h"
 #include "rtsp/message/recv_buffer.h"
 #include "rtsp/message/response.h"
 #include "rtsp/message/response_parse.h"
 
-#include <algorithm>
-#include <cstdlib>
 #include <cstring>
+#include <vector>
 
 using namespace rtsptap;
+using fuzz::Require;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     // Exactly as long as the input, so that a read behind it is seen.
-    char *const bytes = static_cast<char *>(std::malloc(size));
-    if (bytes == nullptr) return 0;
-    std::copy_n(data, size, bytes);
-    const RecvBuffer buffer{static_cast<int32_t>(size), bytes};
+    std::vector<char> bytes(data, data + size);
+    const RecvBuffer buffer{static_cast<int32_t>(size), bytes.data()};
     const ResponseMsgPtr response(ClientParseMessage(&buffer));
-    std::free(bytes);
     if (!response) return 0;
 
-    if (response->statusCode == 0 || response->headerCount > kHeaderSlots) std::abort();
-    if (std::strlen(response->version) > 8 || response->reasonPhrase == nullptr) std::abort();
+    Require(response->statusCode != 0 && response->headerCount <= kHeaderSlots);
+    Require(std::strlen(response->version) <= 8 && response->reasonPhrase != nullptr);
     for (uint32_t i = 0; i < response->headerCount; ++i)
-        if (GetResponseHeader(response.get(), response->headers[i].headerName) == nullptr) std::abort();
+        Require(GetResponseHeader(response.get(), response->headers[i].headerName) != nullptr);
+    for (const char *name : {"Session", "Transport", "Content-Length", "WWW-Authenticate", ""})
+        GetResponseHeader(response.get(), name);
     return 0;
 }

@@ -1,20 +1,14 @@
 // A hostile RTCP packet, then the report that answers it. Input: ten bytes of sequence and loss figures, buffer
 // size and host-name length, then the packet.
+#include "fuzz/fuzz_target.h"
 #include "rtp/receiver_report.h"
 #include "rtp/rtcp_packet.h"
 #include "rtp/stream_record.h"
 
-#include <cstdio>
-#include <string>
 #include <vector>
 
 using namespace rtsptap;
-
-extern "C" int LLVMFuzzerInitialize(int *, char ***) { return std::freopen("/dev/null", "w", stdout) == nullptr; }
-
-static void Require(bool holds) {
-    if (!holds) __builtin_trap();
-}
+using fuzz::Require;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
     constexpr std::size_t kFigures = 10;

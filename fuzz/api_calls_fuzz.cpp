@@ -1,0 +1,232 @@
+// Calls of the exported functions in any order, with stale handles, nulls and extremes. Input: one byte for the
+// function, one for the client, then the function's own choices. What the manual forbids is left out: a header list
+// used after it was destroyed, a packet freed after its client.
+#include "fuzz/fuzz_target.h"
+#include "fuzz/loopback_server.h"
+#include "rtsptap.h"
+
+#include <deque>
+
+using namespace rtsptap;
+using fuzz::Input;
+using fuzz::LoopbackServer;
+using fuzz::Require;
+
+namespace {
+
+constexpr int32_t kNumbers[] = {0,    1,    -1,    2,     3,        90,        100,       101,    1500,
+                                5000, 5004, 33000, 65535, 23860930, INT32_MAX, INT32_MIN, 1 << 20};
+constexpr int32_t kCodecs[] = {RTP_CODEC_H264, RTP_CODEC_MPEG4_GENERIC, RTP_CODEC_MP2T, RTP_CODEC_PCMU, 0, -1, 206};
+constexpr const char *kTexts[] = {nullptr,
+                                  "127.0.0.1",
+                                  "live",
+                                  "",
+                                  "Transport",
+                                  "Range",
+                                  "npt=0-",
+                                  "Session",
+                                  "CSeq",
+                                  "a=",
+                                  "m",
+                                  "1",
+                                  "Scale",
+                                  "300.1.1.1",
+                                  "X-Own",
+                                  "%s%n%d",
+                                  "RTP/AVP/TCP;unicast;interleaved=6-7",
+                                  "RTP/AVP;unicast;client_port=5004-5005",
+                                  "a text of sixty-four characters is one too many for a session nam"};
+
+int32_t Number(Input &in) { return in.Pick(kNumbers); }
+const char *Text(Input &in) { return in.Pick(kTexts); }
+int32_t Codec(Input &in) { return in.Pick(kCodecs); }
+uint16_t Port(Input &in) { return static_cast<uint16_t>(in.Pick(kNumbers)); }
+
+LoopbackServer &Server() {
+    static auto &server = *new LoopbackServer;
+    return server;
+}
+
+struct Caller {
+    ~Caller() {
+        for (int slot = 0; slot < 2; ++slot) Destroy(slot);
+        for (const intptr_t list : lists) RTSPDestroyHeaderList(list);
+    }
+
+    void Create(int slot) {
+        if (live[slot]) return;
+        clients[slot] = RTSPClientCreate();
+        live[slot] = clients[slot] > 0;
+        RTPClientSetAudioVideoBufferSize(clients[slot], 5000, 300);
+    }
+    void Destroy(int slot) {
+        while (!held[slot].empty()) Free(slot, clients[slot], held[slot].front()->codecType);
+        Require((RTSPClientDestroy(clients[slot]) == 0) == live[slot]); // the handle stays, stale
+        live[slot] = false;
+    }
+    void Take(int slot, int32_t codec) {
+        RTPStreamData *packet = nullptr;
+        if (RTPClientGetRTPStreamData(clients[slot], &packet, codec) != 0 || packet == nullptr) return;
+        Require(packet->codecType == codec && packet->rtpHeader->version == 2);
+        held[slot].push_back(packet);
+    }
+    void Free(int slot, intptr_t handle, int32_t codec) {
+        if (held[slot].empty()) return;
+        if (RTPClientFreeRTPStreamData(handle, held[slot].front(), codec) == 0) held[slot].pop_front();
+    }
+
+    intptr_t clients[2] = {}; // live, stale or 0
+    bool live[2] = {};
+    intptr_t lists[3] = {RTSPCreateHeaderList(), RTSPCreateHeaderList(), 0};
+    std::deque<RTPStreamData *> held[2];
+    char buffer[600] = {};
+    int32_t size = 0;
+};
+
+// A buffer for the raw reply: none, too small, enough, or only its size.
+struct Reply {
+    Reply(Caller &caller, Input &in) {
+        const uint8_t choice = in.U8() % 4;
+        caller.size = sizeof caller.buffer;
+        if (choice == 1) caller.size = Number(in) % caller.size;
+        text = choice == 3 ? nullptr : caller.buffer;
+        size = choice == 0 ? nullptr : &caller.size;
+    }
+    char *text;
+    int32_t *size;
+};
+
+using Method = int32_t (*)(intptr_t client, intptr_t list, char *text, int32_t *size);
+using StreamMethod = int32_t (*)(intptr_t client, int32_t stream, intptr_t list, char *text, int32_t *size);
+
+void CallMethod(Caller &caller, intptr_t client, Input &in) {
+    constexpr Method kMethods[] = {RTSPClientSendOptionsRequest, RTSPClientSendDescribeRequest,
+                                   RTSPClientSendTeardownRequest};
+    const Method method = in.Pick(kMethods);
+    const intptr_t list = in.Pick(caller.lists);
+    const Reply reply(caller, in);
+    method(client, list, reply.text, reply.size);
+}
+
+void CallStreamMethod(Caller &caller, intptr_t client, Input &in) {
+    constexpr StreamMethod kMethods[] = {RTSPClientSendSetupRequest, RTSPClientSendPlayRequest,
+                                         RTSPClientSendPauseRequest};
+    const StreamMethod method = in.Pick(kMethods);
+    const int32_t stream = Number(in);
+    const intptr_t list = in.Pick(caller.lists);
+    const Reply reply(caller, in);
+    method(client, stream, list, reply.text, reply.size);
+}
+
+void Connect(Caller &, intptr_t client, Input &in) {
+    const uint8_t choice = in.U8();
+    const uint16_t port = choice & 2 ? Server().Port() : Port(in);
+    const char *const address = choice & 4 ? "127.0.0.1" : Text(in);
+    RTSPClientConnect(client, address, port, choice & 8 ? "live" : Text(in), choice & 16 ? 2 : choice & 1, choice);
+}
+
+void ConnectAndPlay(Caller &caller, intptr_t client, Input &in) {
+    const uint32_t proto = in.U8() % 3;
+    const char *const user = Text(in);
+    const intptr_t list = in.Pick(caller.lists);
+    const Reply reply(caller, in);
+    RTSPClientAutoRTSPConnect(client, "127.0.0.1", Server().Port(), "live", user, user, proto, 0, list, list, 0, 0,
+                              reply.text, reply.size);
+}
+
+void Query(Caller &caller, intptr_t client, Input &in) {
+    const int32_t stream = Number(in);
+    uint32_t number = sizeof caller.buffer;
+    const char *const name = Text(in);
+    RTSPClientGetSDPFieldInfo(client, stream, name, caller.buffer, in.U8() & 1 ? &number : nullptr);
+    if (const RTSPStreamDescription *const is = RTSPClientGetSDPInfo(client, stream)) Require(is->isVideo < 2);
+    RTSPClientGetSSRC(client, stream, &number);
+    RTPClientGetTSOffset(client, Codec(in), &number, Number(in));
+    const Reply last(caller, in);
+    RTSPClientGetLastReply(client, last.text, last.size);
+    Require(RTSPClientGetNbStreams(client) != 0 || ValidateRTSPClientHandle(client) == 0);
+}
+
+void ConfigureClient(Caller &, intptr_t client, Input &in) {
+    const uint8_t what = in.U8() % 3;
+    const int32_t first = Number(in);
+    const int32_t second = Number(in);
+    if (what == 0) RTSPClientSetMTUSize(client, static_cast<uint32_t>(first));
+    if (what == 1) RTPClientSetAudioVideoBufferSize(client, first, second);
+    if (what == 2) RTPClientConfigLatency(client, first, second, Number(in));
+}
+
+void Listen(Caller &, intptr_t client, Input &in) {
+    const int32_t flag = Number(in);
+    const uint16_t port = Port(in);
+    const int32_t bytes = Number(in);
+    if (flag == 90)
+        CreateRTPStream(client, Codec(in), port, in.U8());
+    else
+        StartThirdPartyClient(client, flag, Codec(in), port, bytes, Codec(in), Port(in), bytes, 0, 0, 0);
+}
+
+void EditList(Caller &caller, intptr_t, Input &in) {
+    const intptr_t list = in.Pick(caller.lists);
+    const uint8_t what = in.U8() % 4;
+    const char *const name = Text(in);
+    if (what == 0) RTSPRemoveHeaderFromList(list, name);
+    if (what == 1) RTSPModifyHeaderInList(list, name, Text(in));
+    if (what > 1) RTSPAddHeaderToList(list, name, Text(in), what == 3);
+}
+
+void HandlePackets(Caller &caller, intptr_t client, Input &in) {
+    const uint8_t choice = in.U8();
+    const int slot = choice & 1;
+    const int32_t codec = Codec(in);
+    RTPStreamData *shown = nullptr;
+    if (choice & 2) RTPClientPeekRTPStreamData(client, &shown, codec);
+    if (choice & 4) caller.Take(slot, codec);
+    if (choice & 8) caller.Free(slot, choice & 16 ? client : caller.clients[slot], codec);
+    if (choice & 32) RTPClientGetRTPStreamData(client, nullptr, codec);
+    RTPClientGetNbOfPktInBuffer(client, codec);
+    RTPClientGetStreamPktCount(client, codec);
+}
+
+void Arrive(Caller &, intptr_t, Input &in) {
+    const uint16_t port = in.U8() & 1 ? Port(in) : Server().clientPort.load();
+    if (port != 0) Server().SendDatagram(port, in.Counted());
+}
+
+void CallWithNothing(Caller &, intptr_t, Input &in) {
+    Require(MutexInit(nullptr) + MutexLock(nullptr) + MutexUnlock(nullptr) + MutexDestroy(nullptr) == -4);
+    Require(ThreadCreate(nullptr, nullptr, nullptr) + ThreadDetach(0) + WaitForThreadCompletion(0) == -3);
+    Require(WaitForConditionVar(nullptr, nullptr) + SignalOnConditionVar(nullptr) == -2);
+    Require(RtpRtspErrorPrint(nullptr) + RtpRtspInfoPrint(nullptr) == 0);
+    Require(Base64Encode(nullptr, Number(in), nullptr) == RTSP_INVALID_ARGUMENT);
+    CloseSock(-1);
+}
+
+void SetMood(Caller &, intptr_t, Input &in) { Server().mood = in.U8(); }
+void CreateClient(Caller &caller, intptr_t, Input &in) { caller.Create(in.U8() & 1); }
+void DestroyClient(Caller &caller, intptr_t, Input &in) { caller.Destroy(in.U8() & 1); }
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
+    constexpr void (*kCalls[])(Caller &, intptr_t, Input &) = {
+        CreateClient, CallStreamMethod, CallMethod, Connect,         ConnectAndPlay, HandlePackets, Arrive, SetMood,
+        Query,        ConfigureClient,  Listen,     CallWithNothing, EditList,       DestroyClient};
+    Input in(data, size);
+    Server().mood = 0;
+    Caller caller;
+    caller.Create(0);
+    for (int calls = 0; calls < 60 && !in.IsEmpty(); ++calls) {
+        auto *const call = in.Pick(kCalls);
+        const intptr_t handles[] = {caller.clients[0],
+                                    caller.clients[0],
+                                    caller.clients[0],
+                                    caller.clients[1],
+                                    0,
+                                    1,
+                                    -1,
+                                    reinterpret_cast<intptr_t>(&caller)};
+        call(caller, in.Pick(handles), in);
+    }
+    return 0;
+}

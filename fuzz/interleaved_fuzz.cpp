@@ -1,0 +1,122 @@
+// Hostile bytes on an interleaved connection, through the thread that serves it. Input: a byte of settings, one of
+// sizes, one that cuts what follows into pieces, then the bytes, sent once or over and over until the thread has to
+// move what it read ahead. Two streams, channels 0 and 2.
+#include "fuzz/fuzz_target.h"
+#include "rtp/interleaved_loop.h"
+#include "rtp/stream_thread.h"
+#include "rtsp/client/reply_source.h"
+#include "rtsp/client/stream_threads.h"
+#include "rtsp/message/response.h"
+#include "rtsp/message/response_parse.h"
+#include "tests/support/described_client.h"
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+using namespace rtsptap;
+using fuzz::Require;
+
+namespace {
+
+enum : uint8_t { kReplyFirst = 1, kHandOver = 2, kTakePackets = 4, kAwaitReply = 8, kRepeated = 112 };
+constexpr std::size_t kRepeatedBytes = 200000;
+constexpr std::size_t kSocketBytes = 50000; // what a socket takes that nobody reads
+
+struct Server {
+    explicit Server(std::string_view sent, int32_t ringBytes, uint32_t mtu) : bytes(sent) {
+        int ends[2];
+        Require(socketpair(AF_UNIX, SOCK_STREAM, 0, ends) == 0);
+        client.rtspSocket = ends[0];
+        peer = ends[1];
+        client.dataProto = DATA_PROTO_TCP;
+        client.state = CLIENT_PLAYING_STATE;
+        client.videoBufferSize = client.audioBufferSize = ringBytes;
+        client.mtuSize = mtu;
+        for (RTSPStreamInfo *stream : streams) stream->streamState = kStreamPlaying;
+        streams[1]->interleavedChannel = 2;
+    }
+    ~Server() { close(peer); }
+
+    void Send(std::string_view piece) const {
+        while (!piece.empty()) {
+            const ssize_t sent = send(peer, piece.data(), piece.size(), MSG_NOSIGNAL);
+            if (sent <= 0) return; // the thread may end for want of memory
+            piece.remove_prefix(static_cast<std::size_t>(sent));
+        }
+    }
+
+    // What is handed out is the body of a frame that was sent, each behind the last one of its stream.
+    void TakePackets() {
+        for (int i = 0; i < 2; ++i) {
+            while (streams[i]->packetListHead != nullptr) {
+                const int32_t codec = streams[i]->codecType;
+                RTPStreamData *packet = nullptr;
+                Require(RTPClientGetRTPStreamData(described.handle, &packet, codec) == 0);
+                std::string frame = {'$', static_cast<char>(2 * i), static_cast<char>(packet->packetLength >> 8),
+                                     static_cast<char>(packet->packetLength)};
+                frame += fuzz::TextOf(packet->packetData, packet->packetLength);
+                const std::size_t at = bytes.find(frame, behind[i]);
+                Require(at != bytes.npos && packet->packetLength <= client.mtuSize);
+                behind[i] = at + frame.size();
+                RTPClientFreeRTPStreamData(described.handle, packet, codec);
+            }
+        }
+    }
+
+    void CheckReply(RecvBufferPtr reply) const {
+        if (reply == nullptr) return;
+        Require(bytes.find({reply->data, static_cast<std::size_t>(reply->length)}) != bytes.npos);
+        const ResponseMsgPtr parsed(ClientParseMessage(reply.get()));
+    }
+
+    const std::string_view bytes;
+    test::DescribedClient described{"v=0\r\nm=video 0 RTP/AVP 96\r\na=rtpmap:96 H264/90000\r\n"
+                                    "m=audio 0 RTP/AVP 0\r\na=rtpmap:0 PCMU/8000\r\n"};
+    RTSPClient &client = described.client;
+    RTSPStreamInfo *const streams[2] = {&described.Stream(1), &described.Stream(2)};
+    std::size_t behind[2] = {};
+    int peer = -1;
+};
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
+    fuzz::Input input(data, size);
+    const uint8_t settings = input.U8();
+    const uint8_t sizes = input.U8();
+    std::size_t pieceBytes = std::size_t{input.U8()} + 1;
+    std::string bytes(input.Rest());
+    if ((settings & kRepeated) == kRepeated) { // not every other time: it takes long
+        const std::string once = bytes;
+        while (!once.empty() && bytes.size() < kRepeatedBytes) bytes += once;
+        pieceBytes *= 256;
+    }
+    std::string_view left = bytes;
+    Server server(left, sizes & 1 ? 300 : 20000, sizes & 2 ? 101 : 33000);
+    RTSPClient &client = server.client;
+    const auto sendUpTo = [&](std::size_t count) {
+        server.Send(left.substr(0, count));
+        left.remove_prefix(std::min(count, left.size()));
+        if (left.empty()) shutdown(server.peer, SHUT_WR);
+    };
+
+    if (settings & kReplyFirst) { // as the first PLAY takes its reply, before there is a thread
+        int32_t failure = 0;
+        sendUpTo((sizes & 12) == 12 ? std::min(pieceBytes, kSocketBytes)
+                                    : kSocketBytes); // the rest may be waited for
+        ChooseStreamsForFrames(client);
+        server.CheckReply(ReceiveReplyAmongFrames(client, failure));
+    }
+    if (settings & kAwaitReply) BeginAwaiting(client);
+    StartInterleavedThread(client);
+    sendUpTo(0);
+    for (int pieces = 0; !left.empty(); ++pieces) {
+        sendUpTo(pieceBytes);
+        if ((settings & kHandOver) && pieces % 8 == 7) StartInterleavedThread(client);
+        if (settings & kTakePackets) server.TakePackets();
+    }
+    while (IsServing(server.streams[0]->rtpThread)) usleep(20);
+    server.TakePackets();
+    server.CheckReply(RecvBufferPtr(client.recvData.exchange(nullptr)));
+    return 0;
+}
