@@ -1,0 +1,264 @@
+#include "tests/torture/system_calls.h"
+
+#include "rtsp/client/registry.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <iterator>
+#include <new>
+#include <poll.h>
+#include <pthread.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace torture {
+namespace {
+
+// A wait that has gone on for this long without anything happening is over once something has failed.
+constexpr int kPacketSliceMs = 5;
+constexpr int kReplySliceMs = 30;
+constexpr int kPacketWaitMs = 5000;
+constexpr int kDescriptors = 1 << 16;
+
+std::atomic<const Fault *> armed;
+std::atomic<long> callsLeft;
+std::atomic<bool> struck;
+std::atomic<bool> owned[kDescriptors];
+std::atomic<int> misused{-1}; // a descriptor that was not the library's
+std::atomic<long> blocks, descriptors, threads, mutexes, conditions;
+thread_local int64_t aheadMs = 0;                // of the system's clocks
+thread_local pthread_mutex_t *refused = nullptr; // by a failed lock: its unlock is left out
+
+// The fault when it is this call's turn.
+const Fault *Strike(const char *call) {
+    const Fault *const fault = armed;
+    if (fault == nullptr || strcmp(fault->call, call) != 0) return nullptr;
+    const long left = callsLeft.fetch_sub(1);
+    if (left > 0 || (left < 0 && fault->effect != kStrikes)) return nullptr;
+    struck = true;
+    errno = fault->effect == kStrikes ? ENOMEM : fault->effect;
+    return fault;
+}
+
+bool Fails(const char *call) { return Strike(call) != nullptr; }
+
+int Taken(int fd) {
+    if (fd < 0) return fd;
+    owned[fd] = true;
+    ++descriptors;
+    return fd;
+}
+
+int Used(int fd) {
+    if (fd >= 0 && !owned[fd]) misused = fd;
+    return fd;
+}
+
+void *Counted(void *memory) {
+    if (memory != nullptr) ++blocks;
+    return memory;
+}
+
+void *Released(void *memory) {
+    if (memory != nullptr) --blocks;
+    return memory;
+}
+
+// A transfer of `size` bytes that may fail, come short or bring nothing.
+template <typename Real> ssize_t Transfer(const char *call, int fd, size_t size, Real real) {
+    Used(fd);
+    const Fault *const fault = Strike(call);
+    if (fault == nullptr) return real(size);
+    if (fault->effect == kNothing) return 0;
+    if (fault->effect != kShort) return -1;
+    if (strcmp(call, "recvfrom") != 0) return real((size + 1) / 2);
+    const ssize_t whole = real(size); // a short datagram: the rest never was
+    return std::min<ssize_t>(whole, 13);
+}
+
+int64_t MsOf(const timespec &time) { return time.tv_sec * 1000 + time.tv_nsec / 1000000; }
+
+// Waits in slices, so that the wait is also cut short when something fails in the middle of it. `wait` gets the
+// length of a slice and returns `expired` when nothing happened in it.
+template <typename Wait> int WaitInSlices(int64_t waitMs, int sliceMs, int expired, const Wait &wait) {
+    for (;;) {
+        const int thisMs = static_cast<int>(std::clamp<int64_t>(waitMs, 0, sliceMs));
+        const int result = wait(thisMs);
+        waitMs -= thisMs;
+        if (result != expired || waitMs <= 0) return result;
+        if (!struck) continue;
+        aheadMs += waitMs;
+        return result;
+    }
+}
+
+int WaitUntil(pthread_cond_t *condition, pthread_mutex_t *mutex, clockid_t clock, const timespec *deadline,
+              int sliceMs) {
+    timespec now = {};
+    clock_gettime(clock, &now);
+    return WaitInSlices(MsOf(*deadline) - aheadMs - MsOf(now), sliceMs, ETIMEDOUT, [&](int64_t ms) {
+        timespec end = {};
+        clock_gettime(clock, &end);
+        end.tv_nsec += ms * 1000000;
+        end.tv_sec += end.tv_nsec / 1000000000;
+        end.tv_nsec %= 1000000000;
+        return pthread_cond_clockwait(condition, mutex, clock, &end);
+    });
+}
+
+} // namespace
+
+void Arm(Fault fault, long nth) {
+    static Fault one;
+    one = fault;
+    struck = false;
+    callsLeft = nth;
+    aheadMs = 0;
+    armed = &one;
+}
+
+bool HasStruck() { return struck; }
+
+const char *Complaint() {
+    static char text[200];
+    const long left[] = {blocks.exchange(0), descriptors.exchange(0), threads.exchange(0), mutexes.exchange(0),
+                         conditions.exchange(0)};
+    const int stranger = misused.exchange(-1);
+    if (std::count(std::begin(left), std::end(left), 0) == std::ssize(left) && stranger == -1) return "";
+    snprintf(text, sizeof text,
+             "blocks %ld, descriptors %ld, threads %ld, mutexes %ld, conditions %ld; stranger %d", left[0], left[1],
+             left[2], left[3], left[4], stranger);
+    return text;
+}
+
+} // namespace torture
+
+using namespace torture;
+
+extern "C" {
+
+void torture_perror(const char *) {} // would drown what the test tells
+void *torture_malloc(size_t size) { return Fails("memory") ? nullptr : Counted(malloc(size)); }
+void *torture_calloc(size_t n, size_t size) { return Fails("memory") ? nullptr : Counted(calloc(n, size)); }
+void *torture_realloc(void *memory, size_t size) {
+    if (Fails("memory")) return nullptr;
+    return memory == nullptr ? Counted(malloc(size)) : realloc(memory, size);
+}
+void torture_free(void *memory) { free(Released(memory)); }
+void *torture_new(size_t size, const std::nothrow_t &) {
+    return Fails("memory") ? nullptr : Counted(operator new(size, std::nothrow));
+}
+void torture_delete(void *memory, size_t) { operator delete(Released(memory)); }
+
+int torture_socket(int domain, int type, int protocol) {
+    return Fails("socket") ? -1 : Taken(socket(domain, type, protocol));
+}
+int torture_eventfd(unsigned value, int flags) { return Fails("eventfd") ? -1 : Taken(eventfd(value, flags)); }
+int torture_epoll_create1(int flags) { return Fails("epoll") ? -1 : Taken(epoll_create1(flags)); }
+int torture_epoll_ctl(int epoll, int operation, int fd, epoll_event *event) {
+    return Fails("watch") ? -1 : epoll_ctl(Used(epoll), operation, Used(fd), event);
+}
+int torture_epoll_wait(int epoll, epoll_event *events, int most, int timeoutMs) {
+    return Fails("watchwait") ? -1 : epoll_wait(Used(epoll), events, most, timeoutMs);
+}
+int torture_close(int fd) {
+    owned[Used(fd)] = false;
+    --descriptors;
+    return close(fd);
+}
+int torture_shutdown(int fd, int how) { return shutdown(Used(fd), how); }
+int torture_bind(int fd, const sockaddr *at, socklen_t n) { return Fails("bind") ? -1 : bind(Used(fd), at, n); }
+int torture_connect(int fd, const sockaddr *to, socklen_t n) {
+    return Fails("connect") ? -1 : connect(Used(fd), to, n);
+}
+int torture_setsockopt(int fd, int level, int name, const void *value, socklen_t n) {
+    return Fails("setsockopt") ? -1 : setsockopt(Used(fd), level, name, value, n);
+}
+ssize_t torture_send(int fd, const void *bytes, size_t size, int flags) {
+    return Transfer("send", fd, size, [=](size_t some) { return send(fd, bytes, some, flags); });
+}
+ssize_t torture_sendto(int fd, const void *bytes, size_t size, int flags, const sockaddr *to, socklen_t n) {
+    return Transfer("sendto", fd, size, [=](size_t some) { return sendto(fd, bytes, some, flags, to, n); });
+}
+ssize_t torture_recv(int fd, void *bytes, size_t size, int flags) {
+    return Transfer("recv", fd, size, [=](size_t some) { return recv(fd, bytes, some, flags); });
+}
+ssize_t torture_recvfrom(int fd, void *bytes, size_t size, int flags, sockaddr *from, socklen_t *n) {
+    const auto real = [=](size_t some) { return recvfrom(fd, bytes, some, flags, from, n); };
+    const ssize_t result = Transfer("recvfrom", fd, size, real);
+    // A reader that waits here does so in slices of its own, up to the end of its wait.
+    if (result < 0 && errno == EAGAIN && (flags & MSG_DONTWAIT) == 0 && struck) aheadMs += kPacketWaitMs;
+    return result;
+}
+ssize_t torture_read(int fd, void *bytes, size_t n) { return Fails("read") ? -1 : read(Used(fd), bytes, n); }
+ssize_t torture_write(int fd, const void *bytes, size_t size) { return write(Used(fd), bytes, size); }
+int torture_poll(pollfd *waits, nfds_t count, int timeoutMs) {
+    for (nfds_t i = 0; i < count; ++i) Used(waits[i].fd);
+    if (const Fault *const fault = Strike("poll")) {
+        for (nfds_t i = 0; i < count; ++i) waits[i].revents = 0;
+        return fault->effect == kNothing ? 0 : -1;
+    }
+    if (timeoutMs < 0) return poll(waits, count, timeoutMs);
+    return WaitInSlices(timeoutMs, kReplySliceMs, 0, [=](int ms) { return poll(waits, count, ms); });
+}
+int torture_clock_gettime(clockid_t clock, timespec *time) {
+    const int result = clock_gettime(clock, time);
+    time->tv_sec += aheadMs / 1000;
+    return result;
+}
+int torture_nanosleep(const timespec *time, timespec *rest) { return Fails("sleep") ? -1 : nanosleep(time, rest); }
+int torture_gethostname(char *name, size_t size) { return Fails("gethostname") ? -1 : gethostname(name, size); }
+
+int torture_pthread_create(pthread_t *id, const pthread_attr_t *attributes, void *(*body)(void *), void *argument) {
+    if (Fails("thread")) return EAGAIN;
+    ++threads;
+    return pthread_create(id, attributes, body, argument);
+}
+int torture_pthread_join(pthread_t id, void **value) {
+    --threads;
+    return pthread_join(id, value);
+}
+int torture_pthread_mutex_init(pthread_mutex_t *mutex, const pthread_mutexattr_t *attributes) {
+    if (Fails("mutex")) return ENOMEM;
+    ++mutexes;
+    return pthread_mutex_init(mutex, attributes);
+}
+int torture_pthread_mutex_destroy(pthread_mutex_t *mutex) {
+    --mutexes;
+    return pthread_mutex_destroy(mutex);
+}
+int torture_pthread_mutex_lock(pthread_mutex_t *mutex) {
+    const bool refuses = mutex == &rtsptap::gblRTSPClientListLock && Fails("lock");
+    if (refuses || mutex == refused) refused = refuses ? mutex : nullptr;
+    return refuses ? EINVAL : pthread_mutex_lock(mutex);
+}
+int torture_pthread_mutex_unlock(pthread_mutex_t *mutex) {
+    if (mutex == refused) return refused = nullptr, 0;
+    const int result = pthread_mutex_unlock(mutex);
+    return mutex == &rtsptap::gblRTSPClientListLock && Fails("unlock") ? EPERM : result;
+}
+int torture_pthread_cond_init(pthread_cond_t *condition, const pthread_condattr_t *attributes) {
+    if (Fails("condition")) return -1;
+    ++conditions;
+    return pthread_cond_init(condition, attributes);
+}
+int torture_pthread_cond_destroy(pthread_cond_t *condition) {
+    --conditions;
+    return pthread_cond_destroy(condition);
+}
+int torture_pthread_cond_timedwait(pthread_cond_t *condition, pthread_mutex_t *mutex, const timespec *deadline) {
+    return Fails("wait") ? 0 : WaitUntil(condition, mutex, CLOCK_REALTIME, deadline, kPacketSliceMs);
+}
+int torture_pthread_cond_clockwait(pthread_cond_t *condition, pthread_mutex_t *mutex, clockid_t clock,
+                                   const timespec *deadline) {
+    return Fails("replywait") ? 0 : WaitUntil(condition, mutex, clock, deadline, kReplySliceMs);
+}
+} // extern "C"

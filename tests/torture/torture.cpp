@@ -1,0 +1,319 @@
+// Sessions in which one call of the library to the system fails: each kind of call, and of each kind every one that
+// the session makes. Whatever fails, each function returns a code that the header names, no wait goes past its
+// limit, and after RTSPClientDestroy nothing is left.
+//
+//     rtsptap_torture answering_server.py sessions.txt short | NAME | K/N (every Nth session from the Kth on)
+#include "rtsp/client/udp_ports.h"
+#include "rtsptap.h"
+#include "tests/support/child_process.h"
+#include "tests/support/own_network.h"
+#include "tests/torture/system_calls.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <netinet/in.h>
+#include <string>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using namespace torture;
+
+// The calls of the library and what may happen to each.
+const struct {
+    const char *call;
+    std::vector<int> effects;
+} kFaults[] = {
+    {"memory", {ENOMEM, kStrikes}},
+    {"socket", {EMFILE}},
+    {"bind", {EADDRINUSE}},
+    {"connect", {ETIMEDOUT, EINTR}},
+    {"setsockopt", {ENOPROTOOPT}},
+    {"send", {EPIPE, EINTR, EAGAIN, kShort}},
+    {"sendto", {ENETUNREACH, EINTR, kShort, kNothing}},
+    {"recv", {ECONNRESET, EINTR, kShort, kNothing}},
+    {"recvfrom", {ENOMEM, EINTR, kShort, kNothing}},
+    {"poll", {ENOMEM, EINTR, kNothing}},
+    {"eventfd", {EMFILE}},
+    {"epoll", {EMFILE}},
+    {"watch", {ENOMEM}},
+    {"watchwait", {EINTR}},
+    {"read", {EINTR}},
+    {"thread", {EAGAIN, kStrikes}},
+    {"mutex", {ENOMEM}},
+    {"condition", {-1}},
+    {"gethostname", {ENAMETOOLONG}},
+    {"wait", {kNothing}},
+    {"replywait", {kNothing}},
+    {"sleep", {EINTR}},
+    {"lock", {EINVAL}},
+    {"unlock", {EPERM}},
+};
+
+// A line of sessions.txt.
+struct Scenario {
+    char name[64] = {}, proto[8] = {}, path[64] = {}, acts[128] = {};
+    int32_t firstFailure = 0;
+    bool isShort = false;
+};
+
+std::vector<Scenario> ReadScenarios(const char *file) {
+    std::vector<Scenario> scenarios;
+    std::ifstream lines(file);
+    bool isShort = true;
+    for (std::string line; std::getline(lines, line);) {
+        if (line.empty()) isShort = false;
+        Scenario next{.isShort = isShort};
+        if (sscanf(line.c_str(), "%63[^;#]; %7[^;]; %63[^; ] ; %127[^;]; %d", next.name, next.proto, next.path,
+                   next.acts, &next.firstFailure) == 5)
+            scenarios.push_back(next);
+    }
+    return scenarios;
+}
+
+constexpr const char *kHost = "127.0.0.1";
+constexpr uint16_t kPort = 61000; // of standalone reception, and the two above it
+constexpr int32_t kCodecs[] = {0, RTP_CODEC_H264, RTP_CODEC_MPEG4_GENERIC, RTP_CODEC_JPEG};
+constexpr int32_t kUnheardOf = -1000;
+constexpr unsigned kWatchdogSeconds = 60;
+uint16_t serverPort = 0;
+
+struct Run {
+    const char *path;
+    uint32_t proto;
+    intptr_t client = 0;
+    intptr_t list = 0;
+    std::vector<RTPStreamData *> held = {};
+    RTPStreamData *shown = nullptr;
+    char buffer[4096] = {};
+    int32_t room = sizeof buffer;
+    int32_t size = 0;
+
+    int32_t *Size() { return &(size = room); }
+};
+
+// What the header says that each act may answer besides 0; of an act that stands in several rows, all of them.
+const struct {
+    const char *acts;
+    std::vector<int32_t> codes;
+} kDocumented[] = {
+    {"odsput", {-99, -95, -84, -96, -94, -93, -91, -92, -90, -85, -86, -87, -89}},
+    {"od", {-88}},
+    {"d", {-73, -98}},
+    {"s", {-82, -73, -71, -98}},
+    {"put", {-83}},
+    {"c", {-99, -82, -80}},
+    {"a", {-99, -95, -93}},
+    {"ghk", {-1, -99}},
+    {"lmr", {-98, -97, -99}},
+    {"xz", {-1, -99, -78}},
+    {"ijR", {-99}},
+};
+
+bool IsDocumented(char act, int32_t result) {
+    return result >= 0 || std::any_of(std::begin(kDocumented), std::end(kDocumented), [=](const auto &row) {
+               return strchr(row.acts, act) != nullptr &&
+                      std::count(row.codes.begin(), row.codes.end(), result) > 0;
+           });
+}
+
+int32_t Take(Run &run, int32_t stream, bool hold) {
+    RTPStreamData *packet = nullptr;
+    const int32_t result = RTPClientGetRTPStreamData(run.client, &packet, kCodecs[stream]);
+    if (packet == nullptr) return result;
+    if (hold)
+        run.held.push_back(packet);
+    else if (RTPClientFreeRTPStreamData(run.client, packet, packet->codecType) != 0)
+        return kUnheardOf;
+    return result;
+}
+
+// Every question an application may ask. That one has no answer is no failure.
+int32_t Ask(Run &run, int32_t) {
+    char value[64];
+    uint32_t number = sizeof value;
+    const int32_t results[] = {RTSPClientGetNbStreams(run.client),
+                               RTSPClientGetSDPFieldInfo(run.client, 1, "a=fmtp", value, &number),
+                               RTSPClientGetSDPFieldInfo(run.client, 0, "s", value, &number),
+                               RTSPClientGetSSRC(run.client, 1, &number),
+                               RTPClientGetTSOffset(run.client, RTP_CODEC_MPEG4_GENERIC, &number, 44100),
+                               RTPClientGetNbOfPktInBuffer(run.client, RTP_CODEC_H264),
+                               RTPClientGetStreamPktCount(run.client, RTP_CODEC_H264)};
+    const RTSPStreamDescription *const description = RTSPClientGetSDPInfo(run.client, 1);
+    if (description != nullptr && description->spsSize > 0 && description->sps[description->spsSize - 1] == 0)
+        return kUnheardOf; // as sent it ends in another byte
+    for (const int32_t result : results)
+        if (result < 0 && result != -1 && result != -85 && result != -95 && result != -99) return result;
+    return 0;
+}
+
+int32_t MakeList(Run &run, int32_t) {
+    run.list = RTSPCreateHeaderList();
+    if (run.list < 0) return static_cast<int32_t>(std::exchange(run.list, 0));
+    int32_t result = RTSPAddHeaderToList(run.list, "Accept-Language", "en", 0);
+    if (result == 0) result = RTSPAddHeaderToList(run.list, "X-Torture", "k", 1);
+    if (result == 0) result = RTSPAddHeaderToList(run.list, "From", "torture", 0);
+    return result;
+}
+
+int32_t SendToStandalone(Run &, int32_t) {
+    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_in to = {};
+    to.sin_family = AF_INET;
+    to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    for (int i = 0; i < 9; ++i) {
+        to.sin_port = htons(static_cast<uint16_t>(kPort + i % 3));
+        const char packet[] = {'\x80', 96, 1, static_cast<char>(i), 0, 0, 0, 0, 7, 7, 7, 7, 'p', 'a', 'y'};
+        sendto(fd, packet, sizeof packet, 0, reinterpret_cast<const sockaddr *>(&to), sizeof to);
+    }
+    close(fd);
+    return 0;
+}
+
+struct Act {
+    char letter;
+    int32_t (*call)(Run &r, int32_t n);
+};
+
+const Act kActs[] = {
+    {'c', [](Run &r, int32_t) { return RTSPClientConnect(r.client, kHost, serverPort, r.path, r.proto, 0); }},
+    {'a',
+     [](Run &r, int32_t) {
+         return RTSPClientAutoRTSPConnect(r.client, kHost, serverPort, r.path, "user", "secret", r.proto, 0, 0, 0,
+                                          0, 0, r.buffer, r.Size());
+     }},
+    {'o', [](Run &r, int32_t) { return RTSPClientSendOptionsRequest(r.client, 0, r.buffer, r.Size()); }},
+    {'d', [](Run &r, int32_t) { return RTSPClientSendDescribeRequest(r.client, r.list, r.buffer, r.Size()); }},
+    {'s', [](Run &r, int32_t n) { return RTSPClientSendSetupRequest(r.client, n, r.list, r.buffer, r.Size()); }},
+    {'p', [](Run &r, int32_t n) { return RTSPClientSendPlayRequest(r.client, n, r.list, r.buffer, r.Size()); }},
+    {'u', [](Run &r, int32_t n) { return RTSPClientSendPauseRequest(r.client, n, 0, nullptr, r.Size()); }},
+    {'t', [](Run &r, int32_t) { return RTSPClientSendTeardownRequest(r.client, 0, nullptr, nullptr); }},
+    {'g', [](Run &r, int32_t n) { return Take(r, n, false); }},
+    {'h', [](Run &r, int32_t n) { return Take(r, n, true); }},
+    {'k', [](Run &r, int32_t n) { return RTPClientPeekRTPStreamData(r.client, &r.shown, kCodecs[n]); }},
+    {'q', Ask},
+    {'l', MakeList},
+    {'m', [](Run &r, int32_t) { return RTSPModifyHeaderInList(r.list, "Accept-Language", "de"); }},
+    {'r', [](Run &r, int32_t) { return RTSPRemoveHeaderFromList(r.list, "X-Torture"); }},
+    {'x',
+     [](Run &r, int32_t) {
+         return StartThirdPartyClient(r.client, 0, kCodecs[1], kPort, 4096, kCodecs[2], kPort + 1, 4096, 0, 0, 0);
+     }},
+    {'z', [](Run &r, int32_t) { return CreateRTPStream(r.client, kCodecs[3], kPort + 2, 1); }},
+    {'y', SendToStandalone},
+    {'i', [](Run &r, int32_t) { return RTPClientConfigLatency(r.client, 200, 0, 400); }},
+    {'j', [](Run &r, int32_t) { return RTSPClientSetMTUSize(r.client, 101); }},
+    {'R', [](Run &r, int32_t) { return RTPClientSetAudioVideoBufferSize(r.client, 2000, 2000); }},
+    {'b', [](Run &r, int32_t) { return r.room = 10, 0; }},
+    {'P', [](Run &r, int32_t) { return r.proto ^= 1, 0; }},
+    {'w', [](Run &, int32_t) { return usleep(20000); }},
+};
+
+int32_t Perform(Run &run, char letter, int32_t n) {
+    return std::find_if(std::begin(kActs), std::end(kActs), [=](const Act &act) { return act.letter == letter; })
+        ->call(run, n);
+}
+
+char current[200]; // what is going on, for the watchdog
+
+[[noreturn]] void TellAndAbort(int) {
+    const ssize_t written = write(STDERR_FILENO, current, strlen(current));
+    abort();
+    (void)written;
+}
+
+int findings = 0;
+
+void Tell(const char *what, int32_t code) {
+    ++findings;
+    fprintf(stderr, "%s: %s %d\n", current, what, code);
+}
+
+// The first failure, 0 when there is none.
+int32_t PerformAll(Run &run, const char *acts) {
+    run.client = RTSPClientCreate();
+    if (run.client <= 0) {
+        const auto code = static_cast<int32_t>(run.client);
+        if (code != -98 && code != -78 && code != -77 && code != -76) Tell("RTSPClientCreate gives", code);
+        return code;
+    }
+    RTPClientSetAudioVideoBufferSize(run.client, 1 << 16, 1 << 16);
+    int32_t firstFailure = 0;
+    for (const char *at = acts; *at != '\0'; ++at) {
+        if (*at == ' ' || isdigit(*at)) continue;
+        const int32_t result = Perform(run, *at, at[1] - '0');
+        if (!IsDocumented(*at, result)) Tell((std::string("act ") + *at + " gives").c_str(), result);
+        if (firstFailure == 0 && result < 0) firstFailure = result;
+    }
+    for (RTPStreamData *const packet : run.held)
+        if (RTPClientFreeRTPStreamData(run.client, packet, packet->codecType) != 0) Tell("a held packet stays", 0);
+    if (run.list != 0) RTSPDestroyHeaderList(run.list);
+    if (const int32_t result = RTSPClientDestroy(run.client); result != 0) Tell("RTSPClientDestroy gives", result);
+    return firstFailure;
+}
+
+int32_t RunOnce(const Scenario &scenario, Fault fault, long nth) {
+    snprintf(current, sizeof current, "%s, %s %ld (%d)", scenario.name, fault.call, nth, fault.effect);
+    alarm(kWatchdogSeconds);
+    Run run{.path = scenario.path, .proto = strcmp(scenario.proto, "TCP") == 0 ? 1U : 0U};
+    torture::Arm(fault, nth);
+    const int32_t firstFailure = PerformAll(run, scenario.acts);
+    if (const char *const complaint = torture::Complaint(); *complaint != '\0') Tell(complaint, 0);
+    return firstFailure;
+}
+
+void RunUnharmed(const Scenario &scenario) {
+    const int32_t code = RunOnce(scenario, {"nothing", 0}, 0);
+    if (code != scenario.firstFailure) Tell("gives", code);
+}
+
+// Every fault at every call that the scenario makes, or only the first fault of each call; the number of runs.
+long Torment(const Scenario &scenario, bool onlyFirst) {
+    long runs = 2;
+    RunUnharmed(scenario);
+    for (const auto &[call, effects] : kFaults)
+        for (const int effect : onlyFirst ? std::vector<int>{effects[0]} : effects)
+            for (long nth = 0; nth == 0 || torture::HasStruck(); ++nth, ++runs)
+                RunOnce(scenario, {call, effect}, nth);
+    RunUnharmed(scenario); // nothing stays behind in the process either
+    fprintf(stderr, "%s %ld runs\n", scenario.name, runs);
+    return runs;
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    if (argc != 4) return 2;
+    const std::string wanted = argv[3];
+    std::size_t first = 0;
+    std::size_t step = 0;
+    sscanf(argv[3], "%zu/%zu", &first, &step);
+    const bool ownNetwork = rtsptap::test::EnterOwnNetwork();
+    if (!ownNetwork) rtsptap::gblClientRtspUdpPort = static_cast<uint16_t>(4000 + getpid() % 500 * 56);
+    rtsptap::test::ChildProcess server({"python3", argv[1]});
+    serverPort = static_cast<uint16_t>(atoi(server.ReadLine(std::chrono::seconds(20)).c_str()));
+    signal(SIGALRM, TellAndAbort);
+    if (freopen("/dev/null", "w", stdout) == nullptr) return 2;
+
+    long runs = 0;
+    const std::vector<Scenario> scenarios = ReadScenarios(argv[2]);
+    for (std::size_t at = 0; at < scenarios.size(); ++at) {
+        const Scenario &scenario = scenarios[at];
+        const bool isWanted = wanted == "short" ? scenario.isShort : std::string(scenario.name).starts_with(wanted);
+        if (!isWanted && (step == 0 || at % step != first)) continue;
+        if (!ownNetwork && strcmp(scenario.path, "group") == 0) continue;
+        runs += Torment(scenario, wanted == "short");
+    }
+    fprintf(stderr, "%ld runs, %d findings\n", runs, findings);
+    return findings == 0 && runs > 0 ? 0 : 1;
+}
