@@ -1,0 +1,163 @@
+// A client of the answering server, as a careful application drives it, and what a process holds while many of them
+// come and go. A Player is used by one thread at a time, its Take by one more per stream.
+#pragma once
+
+#include "rtsptap.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <utility>
+
+namespace soak {
+
+inline constexpr uint32_t kUdp = DATA_PROTO_UDP;
+inline constexpr uint32_t kTcp = DATA_PROTO_TCP;
+inline constexpr uint32_t kFirstSequenceNumber = 64000; // as the server has it
+inline uint16_t serverPort = 0;
+inline std::atomic<int> failures{0};
+
+// Counts and tells what is not as it should be.
+inline bool Expect(bool good, const std::string &what, long value = 0) {
+    if (!good && ++failures <= 20) fprintf(stderr, "FAILED: %s: %ld\n", what.c_str(), value);
+    return good;
+}
+
+template <typename Action> double MillisecondsOf(const Action &action) {
+    const auto begin = std::chrono::steady_clock::now();
+    action();
+    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - begin).count();
+}
+
+class Player {
+public:
+    Player(uint32_t dataProto, std::string pathOfUrl, int32_t ringBytes = 1 << 18)
+        : proto(dataProto), path(std::move(pathOfUrl)), handle(RTSPClientCreate()) {
+        Expect(handle > 0, "RTSPClientCreate", handle);
+        RTPClientSetAudioVideoBufferSize(handle, ringBytes, ringBytes);
+    }
+    ~Player() { Destroy(); }
+    Player(const Player &) = delete;
+    Player &operator=(const Player &) = delete;
+
+    int32_t Connect() { return RTSPClientConnect(handle, "127.0.0.1", serverPort, path.c_str(), proto, 0); }
+    int32_t Options() { return RTSPClientSendOptionsRequest(handle, 0, buffer.data(), Room()); }
+    int32_t Describe() { return RTSPClientSendDescribeRequest(handle, 0, buffer.data(), Room()); }
+    int32_t Play() { return RTSPClientSendPlayRequest(handle, 0, 0, buffer.data(), Room()); }
+    int32_t Pause() { return RTSPClientSendPauseRequest(handle, 0, 0, buffer.data(), Room()); }
+    int32_t Teardown() { return RTSPClientSendTeardownRequest(handle, 0, buffer.data(), Room()); }
+    // Again when somebody has the RTCP port.
+    int32_t SetUp(int32_t stream) {
+        int32_t result = RTSP_INVALID_HEADER_LIST;
+        for (int tries = 0; tries < 10 && result == RTSP_INVALID_HEADER_LIST; ++tries)
+            result = RTSPClientSendSetupRequest(handle, stream, 0, buffer.data(), Room());
+        return result;
+    }
+    void Destroy() {
+        if (handle > 0) Expect(RTSPClientDestroy(std::exchange(handle, 0)) == 0, "RTSPClientDestroy");
+    }
+
+    // The way to a state; the first failure.
+    int32_t Reach(RTSPClientState state) {
+        int32_t result = Connect();
+        if (result == 0 && state >= CLIENT_OPTIONS_SENT_STATE) result = Options();
+        if (result == 0 && state >= CLIENT_DESCRIBE_SENT_STATE) result = Describe();
+        if (result == 0 && state >= CLIENT_READY_STATE) result = SetUp(1);
+        if (result == 0 && state >= CLIENT_READY_STATE) result = SetUp(2);
+        if (result == 0 && state >= CLIENT_PLAYING_STATE) result = Play();
+        if (result == 0 && state >= CLIENT_PAUSE_STATE) result = Pause();
+        return result;
+    }
+
+    // The numbers behind that word of the last reply: 0 where there are none.
+    std::array<long, 2> Told(const std::string &word) const {
+        std::array<long, 2> numbers = {};
+        const std::string reply(buffer.data(), static_cast<std::size_t>(room));
+        const std::size_t at = reply.find(word);
+        if (at != reply.npos) sscanf(reply.c_str() + at + word.size(), "%ld%*c%ld", &numbers[0], &numbers[1]);
+        return numbers;
+    }
+
+    // Takes one packet of stream 0 or 1, which must be the next one; false when there was none.
+    bool Take(std::size_t stream) {
+        constexpr int32_t kCodecs[] = {RTP_CODEC_H264, RTP_CODEC_MPEG4_GENERIC};
+        RTPStreamData *packet = nullptr;
+        if (RTPClientGetRTPStreamData(handle, &packet, kCodecs[stream]) != 0 || packet == nullptr) return false;
+        const auto number = static_cast<uint32_t>(taken[stream]++);
+        const uint8_t *const end = packet->payload + packet->payloadLength;
+        const uint32_t first = BigEndian(packet->payload);
+        Expect(first == number && BigEndian(end - 4) == number &&
+                   packet->rtpHeader->sequenceNumber == static_cast<uint16_t>(kFirstSequenceNumber + number),
+               "instead of packet " + std::to_string(number) + " comes", first);
+        return RTPClientFreeRTPStreamData(handle, packet, kCodecs[stream]) == 0;
+    }
+    void TakeUpTo(std::size_t stream, long count) {
+        while (taken[stream] < count && Expect(Take(stream), "packets missing", count - taken[stream])) {
+        }
+    }
+
+    const uint32_t proto;
+    std::array<std::atomic<long>, 2> taken = {};
+
+private:
+    static uint32_t BigEndian(const uint8_t *bytes) {
+        return uint32_t{bytes[0]} << 24 | uint32_t{bytes[1]} << 16 | uint32_t{bytes[2]} << 8 | bytes[3];
+    }
+    int32_t *Room() { return &(room = static_cast<int32_t>(buffer.size())); }
+
+    const std::string path;
+    intptr_t handle;
+    std::array<char, 4096> buffer = {};
+    int32_t room = 0;
+};
+
+struct Holdings {
+    long threads = Threads();
+    long descriptors = EntriesOf("/proc/self/fd");
+    long residentKiB = Resident();
+
+private:
+    // A joined thread shows until the kernel has put it away: the fewest seen within 100 ms.
+    static long Threads() {
+        long fewest = EntriesOf("/proc/self/task");
+        for (int look = 0; look < 20; ++look) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            fewest = std::min(fewest, EntriesOf("/proc/self/task"));
+        }
+        return fewest;
+    }
+    static long EntriesOf(const char *directory) {
+        return std::distance(std::filesystem::directory_iterator(directory), {});
+    }
+    static long Resident() {
+        std::ifstream rollup("/proc/self/smaps_rollup"); // exact, unlike what the kernel counts by the way
+        long figure = 0;
+        for (std::string word; figure == 0 && rollup >> word;)
+            if (word == "Rss:") rollup >> figure;
+        return figure;
+    }
+};
+
+// Fails unless there are no more threads, as many descriptors and little more memory than before; tells the figures.
+inline void ExpectSameHoldings(const std::string &what, const Holdings &before, long mostGrowthKiB = 64) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    mostGrowthKiB = 1 << 30; // those keep for a while what is freed
+#endif
+    const Holdings now;
+    const long growth = now.residentKiB - before.residentKiB;
+    Expect(now.threads <= before.threads, what + ", threads more", now.threads - before.threads);
+    Expect(now.descriptors == before.descriptors, what + ", descriptors more",
+           now.descriptors - before.descriptors);
+    Expect(growth <= mostGrowthKiB, what + ", KiB more", growth);
+    fprintf(stderr, "    %ld threads, %ld descriptors, %ld KiB (%+ld)\n", now.threads, now.descriptors,
+            now.residentKiB, growth);
+}
+
+} // namespace soak

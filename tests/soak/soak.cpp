@@ -1,0 +1,278 @@
+// What only shows in the long run, in a crowd or by the clock. Each command prints its figures and fails when one
+// is out of bounds.
+//
+//     rtsptap_soak answering_server.py [COMMAND NUMBER]...
+//
+//     cycles N       clients created and destroyed            stream S    four sessions of 4 Mbit/s for S seconds
+//     sessions N     over UDP, and as many over TCP           limits N    how long TEARDOWN and Destroy take
+//     kills N        N sessions cut off at each of 12 points  crowd N     clients at once, as threads
+//     ports N        SETUPs; from 29000 on the ports repeat   silence N   N times 25 s: a server that is silent
+#include "tests/soak/player.h"
+#include "tests/support/child_process.h"
+#include "tests/support/own_network.h"
+
+#include <algorithm>
+#include <fcntl.h>
+#include <functional>
+#include <malloc.h>
+#include <mutex>
+#include <set>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+using namespace soak;
+
+namespace {
+
+constexpr long kSettled = 100; // rounds after which a process has all it needs
+constexpr int32_t kStreamRingBytes = 1 << 20;
+const std::string kRate = "rate=2000"; // kbit/s of each of two streams
+
+uint32_t ProtoOf(long at) { return at % 2 == 0 ? kUdp : kTcp; }
+const char *NameOf(uint32_t proto) { return proto == kUdp ? " over UDP" : " over TCP"; }
+void Rest(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
+
+void Repeat(const std::string &what, long rounds, const std::function<void(long)> &round) {
+    Holdings before;
+    const double ms = MillisecondsOf([&] {
+        for (long at = 0; at < rounds; ++at) {
+            if (at == kSettled) before = Holdings();
+            round(at);
+        }
+    });
+    fprintf(stderr, "%s: %ld in %.1f s\n", what.c_str(), rounds, ms / 1000);
+    ExpectSameHoldings(what, before);
+}
+
+void AtOnce(long threads, const std::function<void(long)> &body) {
+    std::vector<std::thread> all;
+    for (long at = 0; at < threads; ++at) all.emplace_back(body, at);
+    for (std::thread &thread : all) thread.join();
+}
+
+void PlayOnce(uint32_t proto) {
+    Player player(proto, "burst=5");
+    const int32_t result = player.Reach(CLIENT_PLAYING_STATE);
+    if (!Expect(result == 0, "a session's first failure", result)) return;
+    for (const std::size_t stream : {0U, 1U}) player.TakeUpTo(stream, 5);
+    Expect(player.Teardown() == 0, "TEARDOWN");
+}
+
+void RunCycles(long count) {
+    Repeat("created and destroyed", count, [](long) { Player(kUdp, ""); });
+}
+
+void RunSessions(long count) {
+    for (const uint32_t proto : {kUdp, kTcp})
+        Repeat(std::string("sessions") + NameOf(proto), count, [=](long) { PlayOnce(proto); });
+}
+
+// A session whose connection ends at some point.
+void BeCutOff(uint32_t proto, const std::string &cut) {
+    Player player(proto, cut);
+    int32_t result = player.Reach(CLIENT_PLAYING_STATE);
+    if (result == 0 && cut == "after:PLAY") player.TakeUpTo(0, 3);
+    // Over TCP a dead connection shows in the next exchange only after its 25 seconds.
+    const bool isDead = proto == kTcp && cut.ends_with(":PLAY");
+    if (result == 0 && !isDead) result = player.Pause();
+    if (result == 0 && !isDead) result = player.Teardown();
+    Expect(result < 0 || isDead, "no failure although " + cut, result);
+    const double ms = MillisecondsOf([&] { player.Destroy(); });
+    Expect(ms < 1000, "Destroy after " + cut + " takes ms", static_cast<long>(ms));
+}
+
+void RunKills(long count) {
+    for (const std::string cut :
+         {"end:OPTIONS", "half:OPTIONS", "end:DESCRIBE", "half:DESCRIBE", "after:DESCRIBE", "end:SETUP1",
+          "half:SETUP2", "end:PLAY", "half:PLAY", "after:PLAY", "end:PAUSE", "end:TEARDOWN"}) {
+        const bool slowOverTcp = cut == "end:PAUSE" || cut == "end:TEARDOWN"; // 25 seconds
+        Repeat(cut, count, [&](long at) { BeCutOff(slowOverTcp ? kUdp : ProtoOf(at), cut); });
+        if (slowOverTcp && count > kSettled) AtOnce(200, [&](long) { BeCutOff(kTcp, cut); });
+    }
+}
+
+// The client's RTP port as the reply to its SETUP tells it.
+long PortOfSetup(Player &player) {
+    const int32_t result = player.SetUp(1);
+    Expect(result == 0, "SETUP", result);
+    return player.Told("client_port=")[0];
+}
+
+void RunPorts(long count) {
+    Player player(kUdp, "live");
+    Expect(player.Reach(CLIENT_DESCRIBE_SENT_STATE) == 0, "DESCRIBE");
+    long last = 0;
+    long wraps = 0;
+    Repeat("SETUPs", count, [&](long) {
+        const long port = PortOfSetup(player);
+        Expect(port >= 2000 && port < 60000 && port % 2 == 0 && port != last, "chosen port", port);
+        wraps += port < last;
+        last = port;
+    });
+    fprintf(stderr, "    back to port 2000 %ld times\n", wraps);
+    Expect(wraps >= count / 29000, "wraps", wraps);
+}
+
+void Stream(uint32_t proto, std::chrono::steady_clock::time_point end) {
+    Player player(proto, kRate, kStreamRingBytes);
+    Expect(player.Reach(CLIENT_PLAYING_STATE) == 0, "PLAY");
+    std::atomic<bool> over{false};
+    std::vector<std::thread> readers;
+    for (const std::size_t stream : {0U, 1U})
+        readers.emplace_back([&, stream] {
+            while (!over) player.Take(stream);
+        });
+    std::array<long, 2> sent = {};
+    while (std::chrono::steady_clock::now() < end) {
+        Rest(700);
+        Expect(player.Play() == 0, "repeated PLAY");
+        Rest(700);
+        Expect(player.Pause() == 0, "PAUSE");
+        sent = player.Told("X-Sent: ");
+        Rest(200);
+        Expect(player.Play() == 0, "PLAY after PAUSE");
+    }
+    const auto missing = [&] { return std::max(sent[0] - player.taken[0], sent[1] - player.taken[1]); };
+    for (int tries = 0; tries < 50 && missing() > 0; ++tries) Rest(100);
+    Expect(sent[0] > 0 && missing() <= 0, "packets missing", missing());
+    over = true;
+    for (std::thread &reader : readers) reader.join();
+    Expect(player.Teardown() == 0, "TEARDOWN");
+    fprintf(stderr, "   %s: %ld and %ld packets, %ld wraps\n", NameOf(proto), player.taken[0].load(),
+            player.taken[1].load(), (kFirstSequenceNumber + player.taken[0]) / 65536);
+}
+
+void RunStream(long seconds) {
+    const auto begin = std::chrono::steady_clock::now();
+    std::thread sessions(
+        [=] { AtOnce(4, [=](long at) { Stream(ProtoOf(at), begin + std::chrono::seconds(seconds)); }); });
+    // Memory grows until every page of the receive buffers has been used once.
+    std::this_thread::sleep_until(begin + std::chrono::milliseconds(seconds * 300));
+    const Holdings early;
+    std::this_thread::sleep_until(begin + std::chrono::milliseconds(seconds * 950));
+    ExpectSameHoldings("streaming", early, seconds >= 120 ? 64 : 8 * kStreamRingBytes / 1024);
+    sessions.join();
+}
+
+void TellTimes(const std::string &what, std::vector<double> ms, double share, double mostMs) {
+    std::sort(ms.begin(), ms.end());
+    const auto within = [&](double part) {
+        return ms[static_cast<std::size_t>(part * static_cast<double>(ms.size() - 1))];
+    };
+    fprintf(stderr, "%s: median %.1f ms, 99 %% within %.1f ms, longest %.1f ms\n", what.c_str(), within(0.5),
+            within(0.99), within(1));
+    Expect(within(share) <= mostMs, what + " takes ms", static_cast<long>(within(share)));
+}
+
+// Destroy in every state, with the server dead or alive, with room in the receive buffers or none.
+double MillisecondsOfDestroy(uint32_t proto, long at) {
+    const auto state = static_cast<RTSPClientState>(at % 6);
+    const bool isDead = at / 6 % 2 == 1 && state >= CLIENT_PLAYING_STATE;
+    const bool isFull = at / 12 % 2 == 1;
+    Player player(proto, isDead ? "after:PLAY,burst=50" : kRate, isFull ? 2000 : 1 << 18);
+    const int32_t result = player.Reach(isDead ? CLIENT_PLAYING_STATE : state);
+    Expect(result == 0, "on the way to Destroy", result);
+    Rest(isFull ? 20 : 1);
+    return MillisecondsOf([&] { player.Destroy(); });
+}
+
+void RunLimits(long count) {
+    for (const uint32_t proto : {kUdp, kTcp}) {
+        std::vector<double> teardowns;
+        std::vector<double> destroys;
+        for (long at = 0; at < count; ++at) {
+            Player player(proto, kRate);
+            Expect(player.Reach(CLIENT_PLAYING_STATE) == 0 && player.Take(0), "PLAY");
+            teardowns.push_back(MillisecondsOf([&] { Expect(player.Teardown() == 0, "TEARDOWN"); }));
+            destroys.push_back(MillisecondsOfDestroy(proto, at));
+        }
+        TellTimes(std::string("TEARDOWN") + NameOf(proto), teardowns, 0.99, proto == kUdp ? 100 : 400);
+        TellTimes(std::string("Destroy") + NameOf(proto), destroys, 1, 1000);
+    }
+}
+
+void Await(uint32_t proto, const std::string &request) {
+    Player player(proto, "mute:" + request);
+    int32_t result = 0;
+    const double ms = MillisecondsOf([&] {
+        result = player.Reach(CLIENT_PAUSE_STATE);
+        if (result == 0) result = player.Teardown();
+    });
+    Expect(result == RTSP_RESPONSE_TIMEOUT && ms > 24500 && ms < 26000, "the wait for " + request + " takes ms",
+           static_cast<long>(ms));
+}
+
+void RunSilence(long rounds) {
+    const std::vector<std::string> requests = {"OPTIONS", "DESCRIBE", "BODY",  "SETUP1",
+                                               "SETUP2",  "PLAY",     "PAUSE", "TEARDOWN"};
+    for (long round = 0; round < rounds; ++round)
+        AtOnce(18, [&](long at) {
+            if (at < 16) return Await(ProtoOf(at), requests[static_cast<std::size_t>(at / 2)]);
+            Player player(ProtoOf(at), "burst=0");
+            Expect(player.Reach(CLIENT_PLAYING_STATE) == 0, "PLAY");
+            const double ms = MillisecondsOf([&] { Expect(!player.Take(0), "a packet from nowhere"); });
+            Expect(ms > 4900 && ms < 6000, "the wait for a packet takes ms", static_cast<long>(ms));
+        });
+    fprintf(stderr, "replies are awaited 25 s, packets 5 s: %ld times\n", rounds);
+}
+
+// Threads that set up streams at the same time; no port may be given twice.
+void SetUpAtOnce(long threads, int rounds) {
+    std::mutex lock;
+    std::set<long> ports;
+    AtOnce(threads, [&](long) {
+        Player player(kUdp, "live");
+        Expect(player.Reach(CLIENT_DESCRIBE_SENT_STATE) == 0, "DESCRIBE");
+        for (int round = 0; round < rounds; ++round) {
+            const long port = PortOfSetup(player);
+            const std::lock_guard<std::mutex> guard(lock);
+            Expect(ports.insert(port).second, "a port for the second time", port);
+        }
+    });
+    Expect(std::ssize(ports) == threads * rounds, "ports", std::ssize(ports));
+}
+
+void BeACrowd(long clients) {
+    AtOnce(clients, [](long at) { PlayOnce(ProtoOf(at)); });
+    AtOnce(16, [](long) {
+        const int32_t result = Player(kUdp, "gather=16").Reach(CLIENT_DESCRIBE_SENT_STATE);
+        Expect(result == 0, "one of 16 DESCRIBEs", result);
+    });
+    SetUpAtOnce(64, 100);
+}
+
+void RunCrowd(long clients) {
+    const Holdings before;
+    BeACrowd(clients);
+    std::vector<int> descriptors;
+    for (int i = 0; i < 2000; ++i) descriptors.push_back(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    Expect(descriptors.back() >= 2000, "descriptors", descriptors.back());
+    BeACrowd(clients);
+    for (const int fd : descriptors) close(fd);
+    fprintf(stderr, "%ld clients at once, and above 2000 descriptors\n", clients);
+    ExpectSameHoldings("crowd", before, 1 << 20); // of memory the crowd's own threads take most
+}
+
+const struct {
+    const char *name;
+    void (*run)(long number);
+} kCommands[] = {{"cycles", RunCycles}, {"sessions", RunSessions}, {"kills", RunKills}, {"ports", RunPorts},
+                 {"stream", RunStream}, {"limits", RunLimits},     {"crowd", RunCrowd}, {"silence", RunSilence}};
+
+} // namespace
+
+int main(int argc, char **argv) {
+    if (argc < 4) return 2;
+    rtsptap::test::EnterOwnNetwork(); // else others may have a port, and a SETUP more is needed now and then
+    rtsptap::test::ChildProcess server({"python3", argv[1]});
+    serverPort = static_cast<uint16_t>(atoi(server.ReadLine(std::chrono::seconds(20)).c_str()));
+    mallopt(M_ARENA_MAX, 1);   // what the C library sets aside for each thread would blur the figures
+    std::thread([] {}).join(); // a sanitizer's own thread comes with the first one
+    if (freopen("/dev/null", "w", stdout) == nullptr) return 2;
+    for (int at = 2; at + 1 < argc; at += 2)
+        for (const auto &command : kCommands)
+            if (command.name == std::string(argv[at])) command.run(atol(argv[at + 1]));
+    if (failures > 0) fprintf(stderr, "%d failures\n", failures.load());
+    return failures == 0 ? 0 : 1;
+}
