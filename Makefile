@@ -1,8 +1,13 @@
 # Thin wrappers over the CMake presets; CMake users need none of this.
 PREFIX ?= /usr/local
-PRESETS := release dev asan tsan
+PRESETS := release dev clang asan tsan
 
-.PHONY: all deps $(PRESETS) test demo bench install clean
+# of make fuzz: per target, whichever comes first
+RUNS ?= 50000
+SECONDS ?= 30
+SEED ?= 1
+
+.PHONY: all deps $(PRESETS) test fuzz memcheck coverage demo bench compare impair hostile torture soak install clean
 
 all: release
 
@@ -16,6 +21,28 @@ $(PRESETS):
 test: deps
 	scripts/test.sh
 
+fuzz:
+	scripts/deps.sh build fuzz
+	cmake --preset fuzz
+	cmake --build --preset fuzz
+	scripts/fuzz.sh $(RUNS) $(SECONDS) $(SEED) $(TARGETS)
+
+# The unit tests under valgrind, and the share of the library's lines that they execute.
+memcheck:
+	scripts/deps.sh build memcheck
+	cmake --preset memcheck
+	cmake --build --preset memcheck
+	ctest --preset memcheck --parallel 2
+
+coverage:
+	scripts/deps.sh build coverage
+	cmake --preset coverage
+	cmake --build --preset coverage
+	find build/coverage -name '*.gcda' -delete
+	ctest --preset coverage --parallel 2
+	gcovr --root . --object-directory build/coverage --filter 'platform/|rtp/|rtsp/|sdp/|digest/' \
+	    --exclude-directories '.*CompilerId.*' --exclude-throw-branches --print-summary build/coverage
+
 demo:
 	scripts/deps.sh build demo
 	cmake --preset release
@@ -25,6 +52,34 @@ demo:
 
 bench: release
 	for program in build/release/bench/*_bench; do $$program || exit 1; done
+
+compare:
+	scripts/deps.sh
+	cmake --preset release
+	cmake --build --preset release --target rtsptap_cli rtsptap_demo_server
+	bench/compare_players.sh build/release
+
+# The long forms of tests that every `make test` runs in short: docs/reliability.md.
+impair: deps
+	scripts/long_form.sh dev 'Impairment.*'
+
+hostile: deps
+	scripts/long_form.sh asan 'HostileServers.*'
+
+# Every call of the library to the system fails once, in every session of sessions.txt.
+torture: deps
+	cmake --preset asan
+	cmake --build --preset asan --target rtsptap_torture
+	seq 0 7 | xargs -P 8 -I{} build/asan/tests/torture/rtsptap_torture tests/soak/answering_server.py \
+	    tests/torture/sessions.txt {}/8
+
+# Cycles, limits by the clock, crowds; STREAM seconds of four sessions at 4 Mbit/s each.
+STREAM ?= 1800
+soak: deps
+	cmake --preset release
+	cmake --build --preset release --target rtsptap_soak
+	build/release/tests/soak/rtsptap_soak tests/soak/answering_server.py cycles 100000 sessions 10000 kills 1000 \
+	    ports 60000 limits 1200 crowd 1 crowd 8 crowd 64 crowd 256 silence 1 stream $(STREAM)
 
 install: release
 	cmake --install build/release --prefix $(PREFIX)
