@@ -3,8 +3,8 @@
 #pragma once
 
 #include "rtsptap.h"
+#include "tests/support/live_threads.h"
 
-#include <algorithm>
 #include <array>
 #include <atomic>
 #include <chrono>
@@ -13,7 +13,6 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
-#include <thread>
 #include <utility>
 
 namespace soak {
@@ -119,23 +118,11 @@ private:
 };
 
 struct Holdings {
-    long threads = Threads();
-    long descriptors = EntriesOf("/proc/self/fd");
+    long threads = static_cast<long>(rtsptap::test::CountThreads());
+    long descriptors = std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
     long residentKiB = Resident();
 
 private:
-    // A joined thread shows until the kernel has put it away: the fewest seen within 100 ms.
-    static long Threads() {
-        long fewest = EntriesOf("/proc/self/task");
-        for (int look = 0; look < 20; ++look) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-            fewest = std::min(fewest, EntriesOf("/proc/self/task"));
-        }
-        return fewest;
-    }
-    static long EntriesOf(const char *directory) {
-        return std::distance(std::filesystem::directory_iterator(directory), {});
-    }
     static long Resident() {
         std::ifstream rollup("/proc/self/smaps_rollup"); // exact, unlike what the kernel counts by the way
         long figure = 0;
@@ -145,14 +132,14 @@ private:
     }
 };
 
-// Fails unless there are no more threads, as many descriptors and little more memory than before; tells the figures.
+// Fails unless threads and descriptors are the same again and memory has grown no further; tells the figures.
 inline void ExpectSameHoldings(const std::string &what, const Holdings &before, long mostGrowthKiB = 64) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     mostGrowthKiB = 1 << 30; // those keep for a while what is freed
 #endif
     const Holdings now;
     const long growth = now.residentKiB - before.residentKiB;
-    Expect(now.threads <= before.threads, what + ", threads more", now.threads - before.threads);
+    Expect(now.threads == before.threads, what + ", threads more", now.threads - before.threads);
     Expect(now.descriptors == before.descriptors, what + ", descriptors more",
            now.descriptors - before.descriptors);
     Expect(growth <= mostGrowthKiB, what + ", KiB more", growth);

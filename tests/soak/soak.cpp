@@ -267,8 +267,7 @@ int main(int argc, char **argv) {
     rtsptap::test::EnterOwnNetwork(); // else others may have a port, and a SETUP more is needed now and then
     rtsptap::test::ChildProcess server({"python3", argv[1]});
     serverPort = static_cast<uint16_t>(atoi(server.ReadLine(std::chrono::seconds(20)).c_str()));
-    mallopt(M_ARENA_MAX, 1);   // what the C library sets aside for each thread would blur the figures
-    std::thread([] {}).join(); // a sanitizer's own thread comes with the first one
+    mallopt(M_ARENA_MAX, 1); // what the C library sets aside for each thread would blur the figures
     if (freopen("/dev/null", "w", stdout) == nullptr) return 2;
     for (int at = 2; at + 1 < argc; at += 2)
         for (const auto &command : kCommands)

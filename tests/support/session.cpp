@@ -18,11 +18,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-std::size_t CountEntries(const char *directory) {
-    const std::filesystem::directory_iterator entries(directory);
-    return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
-}
-
 // Test processes run side by side; each begins with ports of its own.
 void SpreadPorts() {
     static const uint16_t first = gblClientRtspUdpPort =
@@ -174,13 +169,10 @@ DescriptorLimit::DescriptorLimit(rlim_t spare) {
 
 bool LongForm() { return std::getenv("RTSPTAP_LONG") != nullptr; }
 
-std::size_t CountThreads() {
-    // A sanitizer's own thread comes with the first one of the process.
-    static const bool begun = (std::thread([] {}).join(), true);
-    return begun ? CountEntries("/proc/self/task") : 0;
+std::size_t CountDescriptors() {
+    const std::filesystem::directory_iterator entries("/proc/self/fd");
+    return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
 }
-
-std::size_t CountDescriptors() { return CountEntries("/proc/self/fd"); }
 
 std::size_t CountOf(const std::string &text, const std::string &part) {
     std::size_t count = 0;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "rtsptap.h"
+#include "tests/support/live_threads.h"
 #include "tests/support/packet_builder.h"
 #include "tests/support/scripted_server.h"
 
@@ -115,7 +116,6 @@ private:
 // RTSPTAP_LONG in the environment asks for every combination instead of a few.
 bool LongForm();
 
-std::size_t CountThreads();
 std::size_t CountDescriptors();
 std::size_t CountOf(const std::string &text, const std::string &part);
 bool Eventually(const std::function<bool()> &condition); // within 5 seconds
