@@ -21,9 +21,11 @@ inline bool IsLeaving(const std::filesystem::path &task) {
 }
 
 inline std::size_t CountThreads() {
-    static const bool begun = (std::thread([] {}).join(), true); // a sanitizer's own thread comes with the first one
+    static const bool begun =
+        (std::thread([] {}).join(), true); // a sanitizer's own thread comes with the first one
     std::size_t count = begun ? 0 : 1;
-    for (const auto &task : std::filesystem::directory_iterator("/proc/self/task")) count += !IsLeaving(task.path());
+    for (const auto &task : std::filesystem::directory_iterator("/proc/self/task"))
+        count += !IsLeaving(task.path());
     return count;
 }
 

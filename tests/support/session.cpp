@@ -2,6 +2,7 @@
 
 #include "rtsp/client/udp_ports.h"
 #include "tests/support/captured_stdout.h"
+#include "tests/support/own_network.h"
 
 #include <gtest/gtest.h>
 
@@ -18,12 +19,17 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Test processes run side by side; each begins with ports of its own.
-void SpreadPorts() {
-    static const uint16_t first = gblClientRtspUdpPort =
-        static_cast<uint16_t>(4000 + static_cast<unsigned>(getpid()) * 7919 % 500 * 56);
-    (void)first;
-}
+// Test processes run side by side. Each has a network of its own, or else begins with ports of its own.
+class Network : public testing::Environment {
+public:
+    void SetUp() override {
+        isOwn = EnterOwnNetwork();
+        if (!isOwn) gblClientRtspUdpPort = static_cast<uint16_t>(4000 + getpid() * 7919LL % 500 * 56);
+    }
+    bool isOwn = false;
+};
+Network &network = *new Network;
+[[maybe_unused]] const testing::Environment *const registered = testing::AddGlobalTestEnvironment(&network);
 
 } // namespace
 
@@ -73,7 +79,6 @@ Script StepsTo(RTSPClientState state, uint32_t proto, uint16_t rtcpPort1, uint16
 Session::Session(uint32_t dataProto, RTSPClientState state, const Script &further, int32_t ringBytes)
     : proto(dataProto), server(StepsTo(state, dataProto, rtcp[0].Port(), rtcp[1].Port()) + further),
       client(ringBytes) {
-    SpreadPorts();
     Reach(state);
 }
 
@@ -168,6 +173,8 @@ DescriptorLimit::DescriptorLimit(rlim_t spare) {
 }
 
 bool LongForm() { return std::getenv("RTSPTAP_LONG") != nullptr; }
+
+bool HasOwnNetwork() { return network.isOwn; }
 
 std::size_t CountDescriptors() {
     const std::filesystem::directory_iterator entries("/proc/self/fd");

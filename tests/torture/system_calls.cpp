@@ -156,7 +156,8 @@ void torture_free(void *memory) { free(Released(memory)); }
 void *torture_new(size_t size, const std::nothrow_t &) {
     return Fails("memory") ? nullptr : Counted(operator new(size, std::nothrow));
 }
-void torture_delete(void *memory, size_t) { operator delete(Released(memory)); }
+void torture_delete(void *memory) { operator delete(Released(memory)); }
+void torture_delete_sized(void *memory, size_t) { torture_delete(memory); }
 
 int torture_socket(int domain, int type, int protocol) {
     return Fails("socket") ? -1 : Taken(socket(domain, type, protocol));
