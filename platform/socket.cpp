@@ -47,21 +47,23 @@ int UDPSockRecv(int sockfd, void *buf, int len, struct sockaddr *srcAddr, sockle
     return rtsptap::ReceiveDatagram(sockfd, buf, len, 0, srcAddr, srcAddrLen);
 }
 
-int TCPSockRecv(int sockfd, void *buf, int len) {
+int rtsptap::ReceiveBytes(int sockfd, void *buf, int len, int flags) {
     int result = RTSP_FAILURE;
     int error = EINVAL; // a negative length
     while (len >= 0) {
-        result = static_cast<int>(recv(sockfd, buf, static_cast<size_t>(len), 0));
+        result = static_cast<int>(recv(sockfd, buf, static_cast<size_t>(len), flags));
         error = errno;
         if (result >= 0 || !IsRetried(error)) break;
         RtpRtspInfoPrint("TCP recv function error in linux: Err :%d Retval: %d \n", error, result);
         PrintSystemError(error);
     }
     if (result == 0) RtpRtspInfoPrint("Connection was closed by server\n");
-    if (result < 0) RtpRtspInfoPrint("Connection error %d\n", result);
+    if (result < 0 && error != EAGAIN) RtpRtspInfoPrint("Connection error %d\n", result);
     errno = error;
     return result;
 }
+
+int TCPSockRecv(int sockfd, void *buf, int len) { return rtsptap::ReceiveBytes(sockfd, buf, len, 0); }
 
 void CloseSock(int fd) {
     if (fd == -1) return;

@@ -1,4 +1,4 @@
-// Receiving a datagram with flags of the caller's; the rest of the socket wrappers is exported.
+// Receiving with flags of the caller's; the rest of the socket wrappers is exported.
 #pragma once
 
 #include <sys/socket.h>
@@ -7,5 +7,8 @@ namespace rtsptap {
 
 // UDPSockRecv with further flags of recvfrom(2), such as MSG_DONTWAIT.
 int ReceiveDatagram(int sockfd, void *buf, int len, int flags, sockaddr *srcAddr, socklen_t *srcAddrLen);
+
+// TCPSockRecv with flags of recv(2). That nothing has arrived yet (EAGAIN) is not printed.
+int ReceiveBytes(int sockfd, void *buf, int len, int flags);
 
 } // namespace rtsptap

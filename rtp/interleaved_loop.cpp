@@ -231,15 +231,44 @@ bool AnyStreamPlays(const RTSPClient &client) {
     return stream != nullptr;
 }
 
-// One pass over an open connection: what is there is handled, then more is waited for. False ends the thread.
-bool ServeOnce(RTSPClient &client, int wake) {
+// In a turn: waits up to `timeoutMs` for more and handles what is there. False, and no more turns, when the
+// connection is closed or memory short.
+bool ServeOnce(RTSPClient &client, int timeoutMs) {
     InterleavedReader *const reader = OpenReader(client);
-    if (reader == nullptr || reader->socket < 0) return false;
-    if (TakeBufferedUnits(client, *reader, ReplyEnd::kFirstDollar, false) == Unit::kNoMemory) return false;
-    if (FillReader(*reader, wake, ReplyGraceLeft(*reader)) != Fill::kClosed) return true;
-    DebugPrint(kDebugEntry, "Stopping Thread \n");
-    TakeBufferedUnits(client, *reader, ReplyEnd::kFirstDollar, true);
-    return false;
+    client.turn.ended = client.turn.ended || reader == nullptr || reader->socket < 0;
+    if (client.turn.ended) return false;
+    ChangeWatch(client.turn, reader->socket);
+    const int graceLeft = ReplyGraceLeft(*reader);
+    const Fill fill = FillReader(*reader, graceLeft < 0 ? timeoutMs : std::min(timeoutMs, graceLeft));
+    if (fill == Fill::kClosed) DebugPrint(kDebugEntry, "Stopping Thread \n");
+    const Unit unit = TakeBufferedUnits(client, *reader, ReplyEnd::kFirstDollar, fill == Fill::kClosed);
+    client.turn.ended = fill == Fill::kClosed || unit == Unit::kNoMemory;
+    return !client.turn.ended;
+}
+
+// The thread's turn, when no reader has it, then its wait for more. False ends the thread.
+bool ServeAsThread(RTSPClient &client, const StreamThread &thread) {
+    {
+        const ScopedTurn turn(client.turn, ScopedTurn::kTry);
+        if (turn.IsMine() && !ServeOnce(client, 0)) return false;
+        if (turn.IsMine()) WatchSocket(client.turn, true);
+    }
+    WaitAtWatch(thread, client.turn.watch);
+    return true;
+}
+
+// False when the thread cannot serve the connection.
+bool OpenService(StreamThread &thread, RTSPClient &client) {
+    const ScopedTurn turn(client.turn, ScopedTurn::kWait);
+    thread.stream->baseSeqNum = -1;
+    PlanRings(client);
+    return OpenWatch(client.turn, thread, client.rtspSocket);
+}
+
+void CloseService(RTSPClient &client) {
+    const ScopedTurn turn(client.turn, ScopedTurn::kWait);
+    CloseWatch(client.turn);
+    CloseRings(client);
 }
 
 } // namespace
@@ -247,18 +276,37 @@ bool ServeOnce(RTSPClient &client, int wake) {
 void ServeInterleavedConnection(StreamThread &thread) {
     const CallTrace trace("RTPDataReceiveThread");
     RTSPClient &client = *thread.stream->client;
-    thread.stream->baseSeqNum = -1;
-    PlanRings(client);
+    if (!OpenService(thread, client)) {
+        RtpRtspErrorPrint("EXIT : %s : %d Memory Allocation Failed\n", trace.Function(), __LINE__);
+        return;
+    }
     while (!MustEnd(thread)) {
         if (AnyStreamPlays(client) || client.awaitingReply) {
-            if (!ServeOnce(client, thread.wake)) break;
+            if (!ServeAsThread(client, thread)) break;
         } else if (client.state == CLIENT_INIT_STATE) {
             break;
         } else {
             MSecDelay(kPausedSleepMs);
         }
     }
-    CloseRings(client);
+    CloseService(client);
+}
+
+bool ServeAsReader(RTSPStreamInfo &stream, uint64_t deadlineMs) {
+    RTSPClient &client = *stream.client;
+    const ScopedTurn turn(client.turn, ScopedTurn::kTry);
+    if (!turn.IsMine() || client.turn.thread == nullptr || client.turn.ended || !stream.receiving) return false;
+    WatchSocket(client.turn, false);
+    const uint32_t before = stream.handled;
+    const StreamThread &thread = *client.turn.thread;
+    while (stream.handled == before && stream.streamState == kStreamPlaying && !MustEnd(thread) &&
+           GetTimeValue() < deadlineMs && ServeOnce(client, kTurnSliceMs)) {
+    }
+    if (client.turn.ended)
+        WakeStreamThread(thread);
+    else
+        WatchSocket(client.turn, true);
+    return stream.handled != before;
 }
 
 RecvBufferPtr ReceiveReplyAmongFrames(RTSPClient &client, int32_t &failure) {
@@ -278,7 +326,7 @@ RecvBufferPtr ReceiveReplyAmongFrames(RTSPClient &client, int32_t &failure) {
             break;
         }
         const int grace = ReplyGraceLeft(*reader);
-        closed = FillReader(*reader, -1, grace >= 0 ? grace : static_cast<int>(deadline - now)) == Fill::kClosed;
+        closed = FillReader(*reader, grace >= 0 ? grace : static_cast<int>(deadline - now)) == Fill::kClosed;
     }
     return RecvBufferPtr(client.recvData.exchange(nullptr));
 }

@@ -1,6 +1,6 @@
 #include "rtp/interleaved_reader.h"
 
-#include "rtp/stream_thread.h"
+#include "platform/socket.h"
 #include "rtsp/client/client_record.h"
 
 #include <algorithm>
@@ -55,18 +55,18 @@ void Consume(InterleavedReader &reader, std::size_t count) {
     if (reader.begin == reader.end) reader.begin = reader.end = 0;
 }
 
-Fill FillReader(InterleavedReader &reader, int wake, int timeoutMs) {
-    pollfd waits[] = {{reader.socket, POLLIN, 0}, {wake, POLLIN, 0}};
-    const int ready = poll(waits, 2, timeoutMs);
-    if (ready < 0) return errno == EINTR ? Fill::kNothing : Fill::kClosed;
-    if (waits[1].revents != 0) {
-        DrainWake(wake);
-        return Fill::kWoken;
+Fill FillReader(InterleavedReader &reader, int timeoutMs) {
+    if (timeoutMs > 0) {
+        pollfd arrival = {reader.socket, POLLIN, 0};
+        const int ready = poll(&arrival, 1, timeoutMs);
+        if (ready < 0) return errno == EINTR ? Fill::kNothing : Fill::kClosed;
+        if (ready == 0) return Fill::kNothing;
     }
-    if (ready == 0) return Fill::kNothing;
     MakeRoom(reader);
     const std::size_t room = std::min(kReadAheadBytes, kReaderBytes - reader.end);
-    const int received = TCPSockRecv(reader.socket, reader.bytes + reader.end, static_cast<int>(room));
+    const int received =
+        ReceiveBytes(reader.socket, reader.bytes + reader.end, static_cast<int>(room), MSG_DONTWAIT);
+    if (received < 0 && errno == EAGAIN) return Fill::kNothing;
     if (received < 1) return Fill::kClosed;
     reader.end += static_cast<std::size_t>(received);
     return Fill::kBytes;

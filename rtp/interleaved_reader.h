@@ -1,6 +1,6 @@
 // The bytes of an interleaved connection on their way from the socket to frames and replies, read ahead in
-// large pieces. One object of the client: whichever thread serves the connection enters it, alone, and the
-// next one goes on in the middle of a frame if need be.
+// large pieces. One object of the client: whoever has the connection's turn enters it, alone, and the next one
+// goes on in the middle of a frame if need be.
 #pragma once
 
 #include <cstddef>
@@ -35,9 +35,9 @@ std::size_t Buffered(const InterleavedReader &reader);
 std::string_view BufferedText(const InterleavedReader &reader);
 void Consume(InterleavedReader &reader, std::size_t count);
 
-enum class Fill { kBytes, kNothing, kWoken, kClosed };
+enum class Fill { kBytes, kNothing, kClosed };
 
-// Waits for the socket or for `wake` (an eventfd, or -1) up to `timeoutMs` (-1: for ever), then reads once.
-Fill FillReader(InterleavedReader &reader, int wake, int timeoutMs);
+// Waits up to `timeoutMs` (0: not at all) for the socket, then reads once.
+Fill FillReader(InterleavedReader &reader, int timeoutMs);
 
 } // namespace rtsptap

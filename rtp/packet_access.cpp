@@ -2,6 +2,7 @@
 
 #include "platform/lock.h"
 #include "platform/scope.h"
+#include "rtp/interleaved_loop.h"
 #include "rtp/packet_pool.h"
 #include "rtp/packet_queue.h"
 #include "rtp/receive_thread.h"
@@ -29,7 +30,8 @@ void SleepUntilSignalled(RTSPStreamInfo &stream, uint64_t deadlineMs) {
 void WaitForPacket(RTSPStreamInfo &stream) {
     if (stream.packetListHead.load(std::memory_order_acquire) != nullptr) return;
     const uint64_t deadlineMs = GetTimeValue() + kConditionWaitMs;
-    if (!ReceiveAsReader(stream, deadlineMs)) SleepUntilSignalled(stream, deadlineMs);
+    if (ReceiveAsReader(stream, deadlineMs) || ServeAsReader(stream, deadlineMs)) return;
+    SleepUntilSignalled(stream, deadlineMs);
 }
 
 // Kept: underflowLimit alone decides. A queue that has reached targetLatency is held back all the same.

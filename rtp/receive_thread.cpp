@@ -18,12 +18,11 @@ namespace rtsptap {
 namespace {
 
 constexpr uint32_t kFullSleepMs = 1;
-constexpr suseconds_t kReceiveSliceUs = 50000; // a silent socket lets a reader look around this often
 
 // A reader in its turn waits in the receive call itself; shutting the socket down ends the wait. False when the
 // system refuses: a call that waited without limit would miss orders.
 bool LimitReceiveWait(int socket) {
-    const timeval slice{0, kReceiveSliceUs};
+    const timeval slice{0, kTurnSliceMs * 1000};
     return setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &slice, sizeof slice) == 0;
 }
 
@@ -86,7 +85,7 @@ Batch ReceiveAsThread(RTSPStreamInfo &stream) {
     if (!turn.IsMine()) return {.datagrams = 0, .reason = Batch::kNothingLeft};
     if (stream.turn.ended) return {.datagrams = 0, .reason = Batch::kEnded};
     const Batch batch = ReceiveBatch(stream, MSG_DONTWAIT);
-    if (batch.reason == Batch::kNothingLeft) WatchForDatagrams(stream.turn, true);
+    if (batch.reason == Batch::kNothingLeft) WatchSocket(stream.turn, true);
     return batch;
 }
 
@@ -192,12 +191,12 @@ bool ReceiveAsReader(RTSPStreamInfo &stream, uint64_t deadlineMs) {
     const ScopedTurn turn(stream.turn, ScopedTurn::kTry);
     if (!turn.IsMine() || stream.turn.thread == nullptr || !stream.turn.readersMayWait) return false;
     if (stream.turn.ended || !IsPlaying(stream)) return false;
-    WatchForDatagrams(stream.turn, false);
+    WatchSocket(stream.turn, false);
     const bool received = ReceiveUntil(stream, deadlineMs);
     if (stream.turn.ended)
         WakeStreamThread(*stream.turn.thread);
     else
-        WatchForDatagrams(stream.turn, true);
+        WatchSocket(stream.turn, true);
     return received;
 }
 

@@ -53,7 +53,17 @@ void CloseWatch(ReceiveTurn &turn) {
     turn.thread = nullptr;
 }
 
-void WatchForDatagrams(const ReceiveTurn &turn, bool watch) {
+void ChangeWatch(ReceiveTurn &turn, int socket) {
+    if (turn.socket == socket) return;
+    if (turn.watch >= 0) {
+        epoll_ctl(turn.watch, EPOLL_CTL_DEL, turn.socket, nullptr);
+        AddToWatch(turn.watch, socket, EPOLLONESHOT);
+    }
+    turn.socket = socket;
+}
+
+void WatchSocket(const ReceiveTurn &turn, bool watch) {
+    if (turn.watch < 0) return;
     epoll_event event = {};
     event.events = EPOLLONESHOT;
     event.data.fd = turn.socket;

@@ -1,7 +1,7 @@
-// Whose turn it is to receive a stream's datagrams: its receive thread's, or that of a reader that would otherwise
-// sleep until that thread woke it. Waking a thread costs many times what receiving a datagram does; a reader in its
-// turn is woken by the datagram itself. Between turns the thread watches the socket, so nothing stays in the kernel
-// while the readers are busy.
+// Whose turn it is to receive, a stream's datagrams or an interleaved connection's bytes: the receive thread's, or
+// that of a reader that would otherwise sleep until that thread woke it. Waking a thread costs many times what
+// receiving does; a reader in its turn is woken by the data itself. Between turns the thread watches the socket, so
+// nothing stays in the kernel while the readers are busy.
 #pragma once
 
 #include <atomic>
@@ -10,10 +10,12 @@ namespace rtsptap {
 
 struct StreamThread;
 
+inline constexpr int kTurnSliceMs = 50; // a reader whose socket is silent looks around this often
+
 struct ReceiveTurn {
     std::atomic<bool> taken{false};
     // ---- Whoever has the turn ----
-    StreamThread *thread = nullptr; // that serves the stream; null: readers get no turn
+    StreamThread *thread = nullptr; // that serves the socket; null: readers get no turn
     bool readersMayWait = false;    // in the socket: their waits there are limited
     int watch = -1;                 // epoll: the socket between turns, and the thread's wake
     int socket = -1;                // what is received from
@@ -41,12 +43,14 @@ private:
 bool OpenWatch(ReceiveTurn &turn, StreamThread &thread, int socket);
 // No reader gets a turn any more.
 void CloseWatch(ReceiveTurn &turn);
-// From here on the next datagram wakes the thread, once; or it does not.
-void WatchForDatagrams(const ReceiveTurn &turn, bool watch);
+// Goes over to another socket, if it is another one.
+void ChangeWatch(ReceiveTurn &turn, int socket);
+// From here on the next datagram or byte wakes the thread, once; or it does not.
+void WatchSocket(const ReceiveTurn &turn, bool watch);
 
 // ---- Outside of a turn, the thread only ----
 
-// Waits a while for a watched datagram or for the thread's wake.
+// Waits a while for the watched socket or for the thread's wake.
 void WaitAtWatch(const StreamThread &thread, int watch);
 
 } // namespace rtsptap

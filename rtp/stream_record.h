@@ -51,8 +51,8 @@ struct RTSPStreamInfo {
     std::atomic<int32_t> baseSeqNum{-1};     // first sequence number; -1 before the first packet
     std::atomic<uint32_t> cumulativeLost{0}; // the process-wide loss count at this stream's last gap
 
-    // ---- Receiving: one at a time, the receive thread or, over UDP, a reader in its turn ----
-    ReceiveTurn turn;         // over UDP says who; the ring's writing end and the pool's taking end go with it
+    // ---- Receiving: one at a time, the receive thread or a reader in its turn ----
+    ReceiveTurn turn;         // over UDP says who, over TCP the client's; the ring's writing end and the pool's taking end go with it
     sockaddr_in rtpAddr = {}; // source of the last RTP datagram
 
     // ---- The thread that handles RTCP only ----
@@ -71,7 +71,7 @@ struct RTSPStreamInfo {
     // ---- Receive ring: see receive_ring.h for who moves what ----
     ReceiveRing ring;
     std::atomic<bool> receiving{false};     // interleaved: the ring is open and frames are taken
-    bool signalDue = false;                 // interleaved, serving thread only: new data since the last signal
+    bool signalDue = false;                 // interleaved, in the turn: new data since the last signal
     std::atomic<int32_t> outstanding{0};    // packets the application holds
     PacketPool pool;
 

@@ -3,6 +3,7 @@
 // threads only ever see the atomics. Released by RTSPClientDestroy (lifecycle.cpp), nowhere else.
 #pragma once
 
+#include "rtp/receive_turn.h"
 #include "rtsptap.h"
 
 #include <atomic>
@@ -66,7 +67,8 @@ struct RTSPClient {
     std::atomic<RecvBuffer *> recvData{nullptr}; // a reply on its way to the exchange; changes owner by exchange()
 
     // ---- Interleaved connection ----
-    InterleavedReader *interleaved = nullptr; // owned; entered only by the thread that serves the connection
+    ReceiveTurn turn;                         // who serves the connection while a thread of the client's does
+    InterleavedReader *interleaved = nullptr; // owned; entered in that turn, and by an exchange when nobody serves
     pthread_mutex_t sendLock = PTHREAD_MUTEX_INITIALIZER;     // guards writing to rtspSocket; a leaf
     pthread_mutex_t replyLock = PTHREAD_MUTEX_INITIALIZER;    // belongs to replyCondition; a leaf
     pthread_cond_t replyCondition = PTHREAD_COND_INITIALIZER; // recvData was set
