@@ -1,7 +1,5 @@
 #include "tests/hostile/reply_rules.h"
 
-#include "rtsptap.h"
-
 #include <cstdlib>
 #include <map>
 #include <optional>
@@ -60,51 +58,60 @@ std::string SessionIn(const std::string &value) {
 }
 
 // A description whose lines are good, as far as it came.
-int32_t AfterDescribe(const Parsed &parsed, const std::string &first, const std::string &more) {
+Verdict AfterDescribe(const Parsed &parsed, const std::string &first, const std::string &more) {
     const std::size_t begin = first.find("v=0");
     std::string description = begin == std::string::npos ? "" : first.substr(begin);
     if (const auto length = parsed.headers.find("Content-Length"); length != parsed.headers.end()) {
         const int number = Number(length->second);
-        if (number < 1) return RTSP_BAD_NUMBER;
+        if (number < 1)
+            return {
+                RTSP_BAD_NUMBER,
+                " :Problem in converting Ascii to Integer value of Content-Length invalid Content Length value\n"};
         if (static_cast<std::size_t>(number) > description.size()) {
-            if (more.empty()) return RTSP_NO_RESPONSE;
+            if (more.empty()) return {RTSP_NO_RESPONSE, kNoReply};
             description += more;
         }
     }
-    return NextLine(description).starts_with('v') ? RTSP_SUCCESS : RTSP_BAD_RESPONSE;
+    if (NextLine(description).starts_with('v')) return {};
+    return {RTSP_BAD_RESPONSE, " : Problem occured while parsing SDP data \n"};
 }
 
-int32_t AfterSetup(const Parsed &parsed) {
+Verdict AfterSetup(const Parsed &parsed) {
     const auto session = parsed.headers.find("Session");
-    if (session != parsed.headers.end() && SessionIn(session->second).size() > 32) return RTSP_BAD_RESPONSE;
+    if (session != parsed.headers.end() && SessionIn(session->second).size() > 32)
+        return {RTSP_BAD_RESPONSE, " : Too long SessionID received \n"};
     const auto transport = parsed.headers.find("Transport");
-    if (transport == parsed.headers.end()) return RTSP_SUCCESS;
+    if (transport == parsed.headers.end()) return {};
     const std::size_t ports = transport->second.find("server_port");
-    if (ports == std::string::npos) return RTSP_SUCCESS;
+    if (ports == std::string::npos) return {};
     const std::size_t dash = transport->second.find('-', ports);
-    const bool isPort = dash != std::string::npos && Number(transport->second.substr(dash + 1)) % 65536 != 0;
-    return isPort ? RTSP_SUCCESS : RTSP_BAD_NUMBER;
+    if (dash != std::string::npos && Number(transport->second.substr(dash + 1)) % 65536 != 0) return {};
+    return {RTSP_BAD_NUMBER, " :Problem in converting Ascii to Integer value of server_port\n"};
 }
 
 } // namespace
 
-int32_t CodeFor(const std::string &method, const std::string &bytes, bool amongFrames) {
-    if (bytes.empty()) return RTSP_NO_RESPONSE;
+Verdict Judge(const std::string &method, const std::string &bytes, bool amongFrames) {
+    const Verdict unreadable{RTSP_BAD_RESPONSE, " :Problem in parsing Response Message received from server \n"};
+    if (bytes.empty()) return {RTSP_NO_RESPONSE, kNoReply};
     const std::string text = amongFrames ? bytes.substr(0, bytes.find('$')) : bytes.substr(0, kOneReceive);
-    if (amongFrames && text.size() >= kOneReceive) return RTSP_BAD_RESPONSE; // handed over empty
+    if (amongFrames && text.size() >= kOneReceive) return unreadable; // handed over empty
     const std::optional<Parsed> parsed = Parse(text);
-    if (!parsed) return RTSP_BAD_RESPONSE;
+    if (!parsed) return unreadable;
     const bool asksForPassword = method == "OPTIONS" || method == "DESCRIBE";
     if (const auto session = parsed->headers.find("Session"); !asksForPassword && method != "SETUP")
         if (session != parsed->headers.end() && SessionIn(session->second) != "12345678")
-            return RTSP_INVALID_SESSION;
-    if (parsed->status >= 500) return RTSP_SERVER_ERROR;
-    if (parsed->status == 401 && asksForPassword) return RTSP_UNAUTHORIZED;
-    if (parsed->status >= 400) return RTSP_CLIENT_ERROR;
-    if (parsed->status >= 300) return RTSP_REDIRECTED;
-    if (parsed->status != 200) return RTSP_SUCCESS;
-    if (method == "DESCRIBE") return AfterDescribe(*parsed, text, bytes.substr(text.size()));
-    return method == "SETUP" ? AfterSetup(*parsed) : RTSP_SUCCESS;
+            return {RTSP_INVALID_SESSION, " : Invalid Session Id received from server \n"};
+    if (parsed->status >= 500) return {RTSP_SERVER_ERROR, " :Server Error Received from Server\n"};
+    if (parsed->status == 401 && asksForPassword) return {RTSP_UNAUTHORIZED};
+    if (parsed->status >= 400) return {RTSP_CLIENT_ERROR, " :Client Error Received from Server\n"};
+    if (parsed->status >= 300) return {RTSP_REDIRECTED, " :Redirectional Error Received from Server\n"};
+    if (parsed->status != 200) return {};
+    Verdict verdict;
+    if (method == "DESCRIBE") verdict = AfterDescribe(*parsed, text, bytes.substr(text.size()));
+    if (method == "SETUP") verdict = AfterSetup(*parsed);
+    verdict.moves = true;
+    return verdict;
 }
 
 } // namespace rtsptap::test

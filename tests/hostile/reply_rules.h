@@ -2,13 +2,22 @@
 // of them, which shares no code with the library.
 #pragma once
 
-#include <cstdint>
+#include "rtsptap.h"
+
 #include <string>
 
 namespace rtsptap::test {
 
+struct Verdict {
+    int32_t code = RTSP_SUCCESS;
+    std::string text = {}; // of a failure, behind "EXIT : FUNCTION"; empty: not compared
+    bool moves = false;    // the client goes to the method's next state, even if it fails
+};
+
+constexpr char kNoReply[] = " : No RTSP response received from server \n";
+
 // The session's id is 12345678, and the connection closes behind the bytes. `amongFrames`: the interleaved thread
 // reads them, of which the first four must be RTSP.
-int32_t CodeFor(const std::string &method, const std::string &bytes, bool amongFrames);
+Verdict Judge(const std::string &method, const std::string &bytes, bool amongFrames);
 
 } // namespace rtsptap::test

@@ -35,6 +35,17 @@ TEST(Connection, ArgumentsAreCheckedInOrder) {
     EXPECT_EQ(RTSPClientSendOptionsRequest(client, 0, nullptr, nullptr), RTSP_NOT_CONNECTED);
 }
 
+TEST(Connection, WhatIsNoLiveClientIsNotDestroyed) {
+    const Client client;
+    const intptr_t gone = Client();
+    ExpectRefusals("RTSPClientDestroy",
+                   {{"null", [] { return RTSPClientDestroy(0); }, -99, " :Invalid input argument\n"},
+                    {"twice", [&] { return RTSPClientDestroy(gone); }, -72, " :No such client found\n"}});
+    EXPECT_EQ(RTSPClientSetMTUSize(client, 100), -99);
+    EXPECT_EQ(RTSPClientSetMTUSize(gone, 5000), -99);
+    EXPECT_EQ(RTSPClientSetMTUSize(client, 101), 0);
+}
+
 TEST(Connection, LongestAddressAndNameAreAccepted) {
     const std::string ip31 = "127.0.0." + std::string(22, '0') + "1";
     const std::string name63(63, 'n');
@@ -75,12 +86,22 @@ TEST(Connection, ChallengeIsAnsweredFromThenOn) {
 
 // The whole of a session, byte for byte.
 TEST(Connection, RequestsOfAnInterleavedSession) {
-    const HeaderList own({{"User-Agent", "Tester"}, {"Range", "npt=5-"}, {"Bandwidth", "bw=64000"}});
-    Session session(kTcp, CLIENT_PLAYING_STATE, {{"PAUSE ", Ok()}, {"PLAY ", Ok()}, {"TEARDOWN ", Ok()}});
+    const HeaderList own({{"CSeq", "9"},
+                          {"X-Own", "a"},
+                          {"User-Agent", "Tester"},
+                          {"Range", "npt=5-"},
+                          {"range", "b"},
+                          {"Bandwidth", "bw=64000"}},
+                         1);
+    const std::string ownAtPlay = "\r\nUser-Agent: Tester\r\nRange: npt=5-\r\nSession: {session}\r\nCSeq: 9\r\n"
+                                  "X-Own: a\r\nrange: b\r\nBandwidth: bw=64000\r\n\r\n";
+    Session session(kTcp, CLIENT_PLAYING_STATE,
+                    Script{{"PAUSE ", Ok()}} + Times(2, {"PLAY ", Ok()}) + Script{{"TEARDOWN ", Ok()}});
     EXPECT_EQ(session.Pause(2), 0);
-    EXPECT_EQ(RTSPClientSendPlayRequest(session.client, 2, own, nullptr, nullptr), 0);
+    for (int i = 0; i < 2; ++i) // the same list serves the next request
+        EXPECT_EQ(RTSPClientSendPlayRequest(session.client, 2, own, nullptr, nullptr), 0);
     EXPECT_EQ(session.Teardown(), 0);
-    const char *const kRequests[] = {
+    const std::string kRequests[] = {
         "DESCRIBE {base} RTSP/1.0\r\nCSeq: 1\r\nUser-Agent: Rtp Rtsp Client\r\nAccept: application/sdp\r\n\r\n",
         "SETUP {base}/track1 RTSP/1.0\r\nCSeq: 2\r\nUser-Agent: Rtp Rtsp Client\r\n"
         "Transport: RTP/AVP/TCP;unicast;interleaved=0-1\r\n\r\n",
@@ -89,9 +110,9 @@ TEST(Connection, RequestsOfAnInterleavedSession) {
         "PLAY {base} RTSP/1.0\r\nCSeq: 4\r\nUser-Agent: Rtp Rtsp Client\r\nRange: npt=0.000-\r\n"
         "Session: {session}\r\n\r\n",
         "PAUSE {base}/track2 RTSP/1.0\r\nCSeq: 5\r\nUser-Agent: Rtp Rtsp Client\r\nSession: {session}\r\n\r\n",
-        "PLAY {base}/track2 RTSP/1.0\r\nCSeq: 6\r\nUser-Agent: Tester\r\nRange: npt=5-\r\nSession: {session}\r\n"
-        "Bandwidth: bw=64000\r\n\r\n",
-        "TEARDOWN {base} RTSP/1.0\r\nCSeq: 7\r\nUser-Agent: Rtp Rtsp Client\r\nSession: {session}\r\n\r\n",
+        "PLAY {base}/track2 RTSP/1.0\r\nCSeq: 6" + ownAtPlay,
+        "PLAY {base}/track2 RTSP/1.0\r\nCSeq: 7" + ownAtPlay,
+        "TEARDOWN {base} RTSP/1.0\r\nCSeq: 8\r\nUser-Agent: Rtp Rtsp Client\r\nSession: {session}\r\n\r\n",
     };
     const std::vector<std::string> requests = session.server.Requests();
     ASSERT_EQ(requests.size(), std::size(kRequests));

@@ -1,4 +1,4 @@
-// What the six methods share: checks and their order, status classes, the caller's buffer, unusable replies.
+// What the six methods share: checks and their order, the caller's buffer. What replies lead to: tests/hostile.
 #include "tests/support/methods.h"
 
 #include <gtest/gtest.h>
@@ -76,45 +76,6 @@ TEST(Exchange, MethodsNeedALiveAndConnectedClient) {
     }
 }
 
-TEST(Exchange, StatusClassesDecideAndLeaveTheStateAlone) {
-    const struct {
-        int status;
-        int32_t code;
-        const char *text;
-    } kClasses[] = {
-        {500, RTSP_SERVER_ERROR, " :Server Error Received from Server\n"},
-        {999, RTSP_SERVER_ERROR, " :Server Error Received from Server\n"},
-        {400, RTSP_CLIENT_ERROR, " :Client Error Received from Server\n"},
-        {499, RTSP_CLIENT_ERROR, " :Client Error Received from Server\n"},
-        {300, RTSP_REDIRECTED, " :Redirectional Error Received from Server\n"},
-        {399, RTSP_REDIRECTED, " :Redirectional Error Received from Server\n"},
-        {204, RTSP_SUCCESS, ""}, // Kept: other codes below 300 succeed and change nothing
-        {100, RTSP_SUCCESS, ""},
-    };
-    for (const Method &method : kMethods) {
-        Script script;
-        for (const auto &row : kClasses)
-            script.push_back({Request(method), Status(row.status, "Why", "Session: {session}")});
-        Session session(kUdp, method.from, script);
-        const int32_t before = ObservedState(session.client);
-        for (const auto &row : kClasses) {
-            ExpectCall(method, std::to_string(row.status), session.client, row.code, row.text);
-            EXPECT_EQ(ObservedState(session.client), before) << method.name << " " << row.status;
-        }
-    }
-}
-
-TEST(Exchange, OnlyOptionsAndDescribeTakeUpAChallenge) {
-    const Reply refusal = Status(401, "Unauthorized", "Session: {session}", "WWW-Authenticate: Digest realm=\"r\"");
-    for (const Method &method : kMethods) {
-        const bool takes = Is(method, "OPTIONS") || Is(method, "DESCRIBE");
-        const char *second = takes ? "\r\nAuthorization: Digest " : "!Authorization";
-        Session session(kUdp, method.from, {{Request(method), refusal}, {second, refusal}});
-        for (int i = 0; i < 2; ++i)
-            ExpectCall(method, "401", session.client, takes ? RTSP_UNAUTHORIZED : RTSP_CLIENT_ERROR, "");
-    }
-}
-
 TEST(Exchange, RawReplyGoesToTheCallerWithoutATerminatorIfItFits) {
     for (const Method &method : kMethods) {
         for (const int32_t capacity : {4096, 10, 0, -1}) {
@@ -132,44 +93,5 @@ TEST(Exchange, RawReplyGoesToTheCallerWithoutATerminatorIfItFits) {
             const bool moved = fits || !Is(method, "DESCRIBE");
             EXPECT_EQ(ObservedState(session.client), moved ? method.to : 0) << method.name;
         }
-    }
-}
-
-TEST(Exchange, UnusableRepliesAreRefused) {
-    const std::string unparsed = " :Problem in parsing Response Message received from server \n";
-    const std::string silence = " : No RTSP response received from server \n";
-    const struct {
-        const char *name;
-        Reply reply;
-        int32_t code;
-        std::string text;
-    } kReplies[] = {
-        {"no reason phrase", SendBytes("RTSP/1.0 200\r\n\r\n"), -90, unparsed},
-        {"CSeq 0", SendBytes("RTSP/1.0 200 OK\r\nCSeq: 0\r\n\r\n"), -90, unparsed},
-        {"a zero byte", SendBytes(std::string(1, '\0')), -90, unparsed},
-        {"closed", Close(), -91, silence},
-    };
-    for (const Method &method : kMethods) {
-        for (const auto &row : kReplies) {
-            Session session(kUdp, method.from, {{Request(method), row.reply}});
-            const int32_t before = ObservedState(session.client);
-            ExpectCall(method, row.name, session.client, row.code, row.text);
-            EXPECT_EQ(ObservedState(session.client), before) << method.name << " " << row.name;
-        }
-    }
-}
-
-TEST(Exchange, OtherSessionsAreRefusedBeforeTheStatus) {
-    for (const Method &method : kMethods) {
-        if (method.from < CLIENT_READY_STATE || Is(method, "OPTIONS")) continue;
-        Session session(kUdp, method.from,
-                        {{Request(method), Ok("Session: 87654321")},
-                         {Request(method), Status(454, "Session Not Found", "Session: 12345678x;timeout=60")},
-                         {Request(method), Ok("Session: 12345678 ")}});
-        const int32_t before = ObservedState(session.client);
-        for (int i = 0; i < 3; ++i)
-            ExpectCall(method, std::to_string(i), session.client, RTSP_INVALID_SESSION,
-                       " : Invalid Session Id received from server \n");
-        EXPECT_EQ(ObservedState(session.client), before);
     }
 }

@@ -4,8 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <thread>
-
 using namespace rtsptap::test;
 
 namespace {
@@ -18,8 +16,6 @@ std::string Frames(uint16_t first, uint16_t last, unsigned channel = 0) {
     return bytes;
 }
 
-void WaitMs(int milliseconds) { std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds)); }
-
 // What PLAY gave the caller, or the result as a text.
 std::string PlayReply(Session &session) {
     std::string buffer(256, '\0');
@@ -29,17 +25,6 @@ std::string PlayReply(Session &session) {
 }
 
 } // namespace
-
-TEST(Interleaved, FramesMaySplitAnywhere) {
-    Session session(kTcp, CLIENT_PLAYING_STATE);
-    const std::string bytes = Frames(1, 2);
-    for (std::size_t cut = 1; cut < bytes.size(); ++cut) {
-        session.server.Send(bytes.substr(0, cut));
-        WaitMs(2);
-        session.server.Send(bytes.substr(cut));
-        EXPECT_EQ(session.Video(2), Numbers(1, 2)) << cut;
-    }
-}
 
 TEST(Interleaved, RepliesAmongFramesMaySplitAnywhere) {
     const std::string reply = "RTSP/1.0 200 OK\r\nSession: 12345678\r\n\r\n";
@@ -62,21 +47,6 @@ TEST(Interleaved, RepliesAmongFramesMaySplitAnywhere) {
         Session unfinished(kTcp, state, {{"PLAY ", SendBytes("RTSP/1.0 200 OK\r\nSess")}});
         EXPECT_TRUE(SucceedsSoon([&] { return unfinished.Play(); }));
     }
-}
-
-TEST(Interleaved, PauseAndResumeWithMediaFlowingLoseNothing) {
-    Session session(kTcp, CLIENT_PLAYING_STATE,
-                    {{"PAUSE ", SendBytes(Frames(1, 3)) + Ok() + Delay(30) + SendBytes(Frames(4, 9))},
-                     {"PLAY ", SendBytes(Frames(10, 12)) + Ok() + SendBytes(Frames(13, 13))},
-                     {"PAUSE ", Ok() + Delay(30) + SendBytes(Frames(14, 20))},
-                     {"TEARDOWN ", Ok()}});
-    EXPECT_EQ(session.Pause(), 0);
-    WaitMs(50);
-    EXPECT_EQ(session.Play(), 0);
-    EXPECT_EQ(session.Video(13), Numbers(1, 13));
-    EXPECT_EQ(session.Pause(), 0);
-    WaitMs(50);
-    EXPECT_TRUE(SucceedsSoon([&] { return session.Teardown(); })); // its reply lies behind frames not yet read
 }
 
 TEST(Interleaved, OneStreamOfTwoKeepsTheConnectionServed) {
@@ -124,18 +94,6 @@ TEST(Interleaved, ConnectingAgainLeavesNothingOfTheOldConnection) {
     EXPECT_TRUE(SucceedsSoon([&] { return session.Pause(); }));
 }
 
-TEST(Interleaved, RepeatedPlayLosesNoByteAndCostsNothing) {
-    constexpr uint16_t kTimes = 200;
-    Script script;
-    for (const uint16_t number : Numbers(1, kTimes)) // the thread changes anywhere inside a frame
-        script.push_back({"PLAY ", Ok() + Pieces(Frames(number, number), number % 24U, number % 3)});
-    Session session(kTcp, CLIENT_PLAYING_STATE, script);
-    const std::size_t threads = CountThreads();
-    for (int i = 0; i < kTimes; ++i) EXPECT_EQ(session.Play(), 0);
-    EXPECT_EQ(session.Video(kTimes), Numbers(1, kTimes));
-    EXPECT_TRUE(Eventually([&] { return CountThreads() == threads; }));
-}
-
 TEST(Interleaved, FramingErrorsAreReportedAndRecoveredFrom) {
     const std::string words6(24, 'A'); // six times four bytes that are neither a frame nor a reply
     const struct {
@@ -178,35 +136,6 @@ TEST(Interleaved, FullBufferRefusesFramesUntilSpaceIsGivenBack) {
     EXPECT_EQ(RTPClientFreeRTPStreamData(session.client, held, kVideo), 0);
     session.server.Send(Frame(0, std::string(1200, 'A')) + Frames(4, 4)); // the first can never fit
     EXPECT_EQ(session.Video(1), Numbers(4, 4));
-}
-
-TEST(Interleaved, AwaitedReplyIsFoundBehindBytesOutOfStep) {
-    const std::string reply = "RTSP/1.0 200 OK\r\nSession: 12345678\r\n\r\n";
-    Script script;
-    for (const std::size_t before : {1U, 2U, 3U, 5U, 6U, 7U}) {
-        script.push_back({"PLAY ", SendBytes(std::string(before, 'A') + reply + Frames(1, 1))});
-        script.push_back({"PLAY ", Pieces(std::string(before, 'A') + reply + Frames(2, 2), before + 2, 20)});
-    }
-    Session session(kTcp, CLIENT_PLAYING_STATE, script);
-    for (std::size_t i = 0; i < script.size(); ++i) EXPECT_EQ(PlayReply(session), reply) << i;
-    EXPECT_EQ(session.Video(script.size()).size(), script.size());
-}
-
-TEST(Interleaved, ServerMayCloseAnywhere) {
-    const std::string bytes = Frames(1, 1) + "RTSP/1.0 200 OK\r\nSession: 12345678\r\n\r\n" + Frames(2, 2);
-    for (std::size_t cut = 0; cut <= bytes.size(); cut += 3) {
-        for (const bool reset : {false, true}) {
-            Session session(kTcp, CLIENT_PLAYING_STATE);
-            const std::size_t threads = CountThreads();
-            session.server.Send(bytes.substr(0, cut));
-            session.server.Hangup(reset);
-            EXPECT_TRUE(Eventually([&] { return CountThreads() == threads - 1; })) << cut;
-            // What had arrived is still there; a reset throws away what was not read yet.
-            const std::size_t whole = cut >= Frames(1, 1).size() && !reset ? 1 : 0;
-            EXPECT_EQ(session.Video(whole).size(), whole);
-            EXPECT_TRUE(SucceedsSoon([&] { return session.client.Destroy(); }));
-        }
-    }
 }
 
 TEST(Interleaved, ReceiverReportsGoIntoFramesOfTheSameConnection) {

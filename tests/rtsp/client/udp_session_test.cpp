@@ -7,20 +7,6 @@
 
 using namespace rtsptap::test;
 
-TEST(UdpSession, DeliversEachStreamInOrder) {
-    Session session(kUdp, CLIENT_PLAYING_STATE);
-    session.SendNumbers(1, {10, 12, 11});
-    ASSERT_TRUE(Eventually([&] { return RTPClientGetNbOfPktInBuffer(session.client, kVideo) == 3; }));
-    session.SendNumbers(2, {65534, 65535, 0, 2});
-    RTPStreamData *packet = TakePacket(session.client, kVideo);
-    ASSERT_NE(packet, nullptr);
-    EXPECT_EQ(packet->packetIndex, 2U); // connect sets the counter to 1
-    EXPECT_EQ(PayloadOf(*packet), "payload!");
-    EXPECT_EQ(RTPClientFreeRTPStreamData(session.client, packet, kVideo), 0);
-    EXPECT_EQ(session.Video(2), Numbers(11, 12));
-    EXPECT_EQ(session.Audio(4), (std::vector<uint16_t>{65534, 65535, 0, 2}));
-}
-
 TEST(UdpSession, PlayStartsTwoThreadsForEachStreamThatIsNotPaused) {
     Session session(kUdp, CLIENT_READY_STATE,
                     {{"PLAY {base}/track2 ", Status(202, "Accepted")},
@@ -40,48 +26,6 @@ TEST(UdpSession, PlayStartsTwoThreadsForEachStreamThatIsNotPaused) {
         EXPECT_TRUE(Eventually([&] { return CountThreads() == before + 4; }));
     }
     EXPECT_TRUE(SucceedsSoon([&] { return session.Teardown(); }));
-}
-
-TEST(UdpSession, PausedStreamLosesNothingThatArrived) {
-    Session session(kUdp, CLIENT_PLAYING_STATE, {{"PAUSE {base}/track1 ", Ok()}, {"PLAY ", Ok()}});
-    session.SendNumbers(1, Numbers(1, 3));
-    EXPECT_EQ(session.Pause(1), 0);
-    session.SendNumbers(1, Numbers(4, 9));
-    session.SendNumbers(2, Numbers(1, 2));
-    EXPECT_EQ(session.Audio(2), Numbers(1, 2));                        // the other stream plays on
-    EXPECT_LE(RTPClientGetNbOfPktInBuffer(session.client, kVideo), 4); // a receive under way may end with one more
-    EXPECT_EQ(session.Play(), 0);
-    EXPECT_EQ(session.Video(9), Numbers(1, 9));
-}
-
-// A waiting reader receives in its own turn; thread, hand-over, pause and end must each get the turn from it.
-TEST(UdpSession, WaitingReaderMissesNothingWhateverTheControlThreadDoes) {
-    constexpr int kRounds = 20;
-    Script control;
-    for (int round = 0; round < kRounds; ++round)
-        control = control + Script{{"PLAY ", Ok()}, {"PAUSE ", Ok()}, {"PLAY ", Ok()}};
-    Session session(kUdp, CLIENT_PLAYING_STATE, control + Script{{"TEARDOWN ", Ok()}});
-    constexpr std::size_t kPackets = 2000;
-    std::vector<uint16_t> taken;
-    std::thread reader([&] { taken = session.Video(kPackets); });
-    std::thread sender([&] {
-        for (std::size_t number = 1; number <= kPackets; ++number) {
-            session.SendNumbers(1, {static_cast<uint16_t>(number)});
-            if (number % 8 == 0) std::this_thread::sleep_for(std::chrono::milliseconds(number % 512 == 0 ? 60 : 2));
-        }
-    });
-    for (int round = 0; round < kRounds; ++round) {
-        EXPECT_EQ(session.Play(), 0);
-        EXPECT_EQ(session.Pause(), 0);
-        EXPECT_EQ(session.Play(), 0);
-    }
-    sender.join();
-    reader.join();
-    EXPECT_EQ(taken, Numbers(1, kPackets));
-    std::thread waiting([&] { session.Audio(1); }); // nothing ever comes
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    EXPECT_LT(SecondsOf([&] { EXPECT_EQ(session.Teardown(), 0); }), 0.5);
-    waiting.join();
 }
 
 TEST(UdpSession, PacketsOfTheLastSessionAreFreedWhileTheNextOneStarts) {
@@ -113,20 +57,6 @@ TEST(UdpSession, EmptyDatagramEndsTheThreadAndPlayStartsItAgain) {
     EXPECT_EQ(session.Teardown(), 0);
 }
 
-TEST(UdpSession, FullBufferHoldsPacketsBackAndLosesNone) {
-    for (const int32_t ringBytes : {64, 40000}) { // below the largest packet there is room for one at a time
-        Session session(kUdp, CLIENT_PLAYING_STATE, {{"TEARDOWN ", Ok()}}, ringBytes);
-        for (const uint16_t number : Numbers(1, 60))
-            session.SendRtp(1, Rtp(number, std::string(ringBytes == 64 ? 20 : 1000, 'x')));
-        EXPECT_EQ(session.Video(40), Numbers(1, 40));
-        RTPStreamData *held = TakePacket(session.client, kVideo);
-        ASSERT_NE(held, nullptr);
-        EXPECT_TRUE(SucceedsSoon([&] { return session.Teardown(); })); // with the buffer full
-        EXPECT_EQ(PayloadOf(*held).back(), 'x');                       // still the application's
-        EXPECT_EQ(RTPClientFreeRTPStreamData(session.client, held, kVideo), 0);
-    }
-}
-
 TEST(UdpSession, RefusedPacketsAloneDoNotBlockTheBuffer) {
     Session session(kUdp, CLIENT_PLAYING_STATE, {}, 1000);
     for (int i = 0; i < 50; ++i)
@@ -148,18 +78,9 @@ TEST(UdpSession, TeardownEndsEverythingAndTheClientCanStartOver) {
     session.Reach(CLIENT_PLAYING_STATE);
     session.SendNumbers(2, Numbers(1, 3));
     EXPECT_EQ(session.Audio(3), Numbers(1, 3));
-    EXPECT_EQ(session.Teardown(), 0);
+    std::thread waiting([&] { session.Audio(1); }); // nothing ever comes
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    EXPECT_LT(SecondsOf([&] { EXPECT_EQ(session.Teardown(), 0); }), 0.5);
+    waiting.join();
     EXPECT_TRUE(Eventually([&] { return CountDescriptors() == ended; }));
-}
-
-TEST(UdpSession, ReceiverReportAnswersEachAcceptedPacket) {
-    Session session(kUdp, CLIENT_PLAYING_STATE);
-    session.SendNumbers(1, Numbers(1000, 1002));
-    EXPECT_EQ(session.Video(3), Numbers(1000, 1002));
-    for (const auto &[type, answered] : {std::pair(201U, true), std::pair(203U, true), std::pair(202U, false)}) {
-        session.rtcp[0].SendTo(session.ClientRtcpPort(1), RtcpPacket(type, {1}));
-        const std::string report = session.rtcp[0].Receive(answered ? 5000 : 100);
-        ASSERT_EQ(report.size() >= 32, answered) << type;
-        EXPECT_EQ(answered ? Word32(report, 16) : 1002, 1002U);
-    }
 }
