@@ -7,26 +7,11 @@
 namespace rtsptap::test {
 namespace {
 
-using namespace std::chrono_literals;
 using nlohmann::json;
-
-struct Result {
-    int status = 0;
-    std::string output;
-    std::string errors;
-};
-
-Result Finished(const std::string &command) {
-    ChildProcess process({"bash", "-c", command});
-    const int status = process.Wait(60s);
-    return {status, process.Output(), process.Errors()};
-}
-
-bool Contains(const std::string &text, const std::string &part) { return text.find(part) != std::string::npos; }
 
 TEST(CommandLine, ProbeTellsStreamsServerAndTimes) {
     const DemoServer server;
-    const Result probe = Finished(TOOL " probe --json " + server.UrlWith("viewer:a%2Drunning-clock"));
+    const Result probe = RunToEnd(TOOL " probe --json " + server.Url());
     ASSERT_EQ(0, probe.status) << probe.errors;
     EXPECT_FALSE(Contains(probe.output + probe.errors, "running")) << probe.output;
     const json found = json::parse(probe.output);
@@ -53,15 +38,15 @@ TEST(CommandLine, ListenTakesCodecsAndPortsFromADescription) {
         "ffmpeg -nostdin -v error -re -f lavfi -i testsrc2=size=320x240:rate=25 -f lavfi -i sine=sample_rate=44100 "
         "-map 0 -c:v libx264 -preset ultrafast -tune zerolatency -g 10" +
         port() + " -map 1 -c:a aac" + port() + " -sdp_file " + base + ".sdp"));
-    Finished("until [ -s " + base + ".sdp ]; do sleep .05; done");
-    const Result listen = Finished(TOOL " listen --sdp " + base + ".sdp -o " + base + ".mkv --duration 3s");
+    RunToEnd("until [ -s " + base + ".sdp ]; do sleep .05; done");
+    const Result listen = RunToEnd(TOOL " listen --sdp " + base + ".sdp -o " + base + ".mkv --duration 3s");
     EXPECT_EQ(0, listen.status) << listen.errors;
     const std::string probe = "ffprobe -v error -of csv=p=0 -show_entries stream=codec_name,width ";
-    EXPECT_EQ("h264,320\naac\n", Finished(probe + base + ".mkv").output) << listen.errors;
-    Finished("rm " + base + ".*");
+    EXPECT_EQ("h264,320\naac\n", RunToEnd(probe + base + ".mkv").output) << listen.errors;
+    RunToEnd("rm " + base + ".*");
 }
 
-TEST(CommandLine, AUsageErrorIsOneSentenceAndTellsWhereToReadOn) {
+TEST(CommandLine, WhatNeedsNoServerToFailIsOneSentenceWithItsOwnStatus) {
     const struct {
         const char *arguments;
         int status;
@@ -70,14 +55,19 @@ TEST(CommandLine, AUsageErrorIsOneSentenceAndTellsWhereToReadOn) {
         {"", 1, "a command is missing\nSee rtsptap --help"},
         {"plya rtsp://h/", 1, "there is no command plya; did you mean play?\nSee rtsptap --help"},
         {"rtsp://u:secret@h/", 1, "a command is missing before the address, such as play\nSee rtsptap --help"},
+        {"play", 1, "url is required"},
         {"play rtsp://h/ --trasnport=tcp", 1, "play: there is no option --trasnport; did you mean --transport?"},
         {"play rtsp://u:secret@h/ rtsp://u:secret@h/", 1, "play: there is an argument too many\nSee rtsptap play"},
         {"play rtsp://h/ --duration 5x", 1, "play: --duration: '5x' is no time, as 200ms, 10s, 5m or 1h are"},
         {"record rtsp://h/", 1, "record: --output is required"},
+        {"listen --video pcmu@5004", 1, "CODEC@PORT with a codec of h264, mp4v, jpeg, mp2t"},
+        {"play rtsp://no..such..name/", 2, "no..such..name: "},
+        {"play rtsp://127.0.0.1:1/demo", 3, "connection refused"},
         {"listen --sdp /dev/null", 10, "/dev/null: no session description"},
+        {"listen --audio pcmu@61616 --duration 100ms", 12, "no packet"},
     };
     for (const auto &row : cases) {
-        const Result tool = Finished(std::string(TOOL " ") + row.arguments);
+        const Result tool = RunToEnd(std::string(TOOL " ") + row.arguments);
         EXPECT_EQ(row.status, tool.status) << row.arguments;
         EXPECT_TRUE(Contains(tool.errors, row.errors)) << tool.errors;
         EXPECT_FALSE(Contains(tool.errors, "secret")) << tool.errors;
@@ -85,9 +75,9 @@ TEST(CommandLine, AUsageErrorIsOneSentenceAndTellsWhereToReadOn) {
 }
 
 TEST(CommandLine, ThePageAndTheCompletionsCanBeRead) {
-    EXPECT_EQ("", Finished(TOOL " --man | groff -man -ww -z 2>&1").output);
+    EXPECT_EQ("", RunToEnd(TOOL " --man | groff -man -ww -z 2>&1").output);
     EXPECT_EQ("auto udp tcp multicast\n",
-              Finished("source <(" TOOL " completion bash); COMP_CWORD=3;"
+              RunToEnd("source <(" TOOL " completion bash); COMP_CWORD=3;"
                        "COMP_WORDS=(rtsptap play -t ''); _rtsptap; echo ${COMPREPLY[*]}")
                   .output);
 }

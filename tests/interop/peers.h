@@ -1,14 +1,10 @@
 // The real programs that the library is tested against, and what the tests take from them.
 #pragma once
 
-#include "rtsptap.h"
 #include "tests/support/child_process.h"
-#include "tests/support/h264_depacketizer.h"
 #include "tests/support/packet_builder.h"
 
-#include <atomic>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace rtsptap::test {
@@ -18,7 +14,7 @@ class DemoServer {
 public:
     DemoServer();
     uint16_t Port() const { return port_; }
-    std::string UrlWith(const std::string &credentials) const; // user:password, as URLs write them
+    std::string Url() const; // user and password in it, escaped
 
     std::string Stop(); // what it said on standard error
 
@@ -30,42 +26,18 @@ private:
     uint16_t port_ = 0;
 };
 
-// Takes and frees one stream's packets on a thread of its own, from the constructor to Stop().
-class StreamReader {
-public:
-    StreamReader(intptr_t client, int32_t codecType);
-    ~StreamReader() { Stop(); }
-    void Stop();
-
-    int Packets() const { return packets_; }
-    bool WaitForPackets(int count, std::chrono::seconds limit) const;
-    // After Stop():
-    int OutOfOrder() const { return outOfOrder_; } // did not follow their predecessor's sequence number
-    const H264Depacketizer &Video() const { return video_; }
-    const std::vector<uint8_t> &Payloads() const { return payloads_; } // of streams other than H.264, joined
-
-private:
-    void Read(intptr_t client, int32_t codecType);
-
-    std::atomic<bool> stop_{false};
-    std::atomic<int> packets_{0};
-    int outOfOrder_ = 0;
-    uint16_t lastSequence_ = 0;
-    H264Depacketizer video_;
-    std::vector<uint8_t> payloads_;
-    std::thread thread_;
+// A command line that was run to its end.
+struct Result {
+    int status;
+    std::string output;
+    std::string errors;
 };
-
-// What ffmpeg makes of an Annex B stream.
-struct Decoded {
-    int pictures = 0;
-    std::string errors; // empty when every byte was good
-};
-Decoded DecodeH264(const std::vector<uint8_t> &stream);
+Result RunToEnd(const std::string &command);
 
 // A command line of a shell; the program itself gets the signals.
-inline std::vector<std::string> Shell(const std::string &command) { return {"sh", "-c", "exec " + command}; }
+inline std::vector<std::string> Shell(const std::string &command) { return {"bash", "-c", "exec " + command}; }
 
+inline bool Contains(const std::string &text, const std::string &part) { return text.find(part) != text.npos; }
 inline uint16_t FreeUdpPort() { return UdpPeer().Port(); } // was free a moment ago
 
 } // namespace rtsptap::test

@@ -1,9 +1,12 @@
 // Sessions with GStreamer's RTSP server: digest authentication, H.264 and PCMU, both ways to carry them.
+#include "rtsptap.h"
 #include "tests/interop/peers.h"
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <regex>
+#include <thread>
 #include <unistd.h>
 
 namespace rtsptap::test {
@@ -11,57 +14,48 @@ namespace {
 
 using namespace std::chrono_literals;
 
-class RealServer : public testing::TestWithParam<DataProto> {
-protected:
-    void SetUp() override {
-        client = RTSPClientCreate();
-        ASSERT_EQ(RTSP_SUCCESS, RTPClientSetAudioVideoBufferSize(client, 4 << 20, 1 << 20));
-        ASSERT_EQ(RTSP_SUCCESS,
-                  RTSPClientAutoRTSPConnect(client, "127.0.0.1", server.Port(), "demo", DemoServer::kUser,
-                                            DemoServer::kPassword, GetParam(), 0, 0, 0, 0, 0, nullptr, nullptr));
+// Takes what comes to both streams for so long, each packet behind its predecessor; how many there were.
+int TakeFor(intptr_t client, std::chrono::milliseconds time) {
+    int packets = 0;
+    std::map<int32_t, uint16_t> next;
+    for (const auto end = std::chrono::steady_clock::now() + time; std::chrono::steady_clock::now() < end;) {
+        for (const int32_t codec : {RTP_CODEC_H264, RTP_CODEC_PCMU}) {
+            RTPStreamData *packet = nullptr;
+            if (RTPClientGetNbOfPktInBuffer(client, codec) < 1) continue;
+            EXPECT_EQ(RTSP_SUCCESS, RTPClientGetRTPStreamData(client, &packet, codec));
+            const uint16_t number = packet->rtpHeader->sequenceNumber;
+            EXPECT_EQ(number, next.try_emplace(codec, number).first->second);
+            next[codec] = static_cast<uint16_t>(number + 1);
+            EXPECT_EQ(RTSP_SUCCESS, RTPClientFreeRTPStreamData(client, packet, codec));
+            ++packets;
+        }
+        std::this_thread::sleep_for(1ms);
     }
-    void TearDown() override { RTSPClientDestroy(client); }
-
-    DemoServer server;
-    intptr_t client = 0;
-};
-
-TEST_P(RealServer, DeliversEveryPacketInOrderAndPicturesThatDecode) {
-    ASSERT_EQ(2, RTSPClientGetNbStreams(client));
-    StreamReader video(client, RTP_CODEC_H264);
-    StreamReader audio(client, RTP_CODEC_PCMU);
-    EXPECT_TRUE(audio.WaitForPackets(150, 20s));
-    video.Stop();
-    audio.Stop();
-    EXPECT_EQ(RTSP_SUCCESS, RTSPClientSendTeardownRequest(client, 0, nullptr, nullptr));
-    EXPECT_EQ(0, video.OutOfOrder());
-    EXPECT_EQ(0, audio.OutOfOrder());
-    EXPECT_EQ(0, video.Video().Malformed());
-    const Decoded decoded = DecodeH264(video.Video().Stream());
-    EXPECT_EQ("", decoded.errors);
-    EXPECT_GE(decoded.pictures, 25);
-    EXPECT_EQ(video.Video().Pictures(), decoded.pictures);
+    return packets;
 }
 
-TEST_P(RealServer, KeepsTheSessionForOurReportsAndPausesAndResumes) {
-    StreamReader video(client, RTP_CODEC_H264);
-    StreamReader audio(client, RTP_CODEC_PCMU);
+class RealServer : public testing::TestWithParam<DataProto> {};
+
+TEST_P(RealServer, KeepsTheSessionForOurReportsLosesNothingPausesAndResumes) {
+    DemoServer server;
+    const intptr_t client = RTSPClientCreate();
+    ASSERT_EQ(RTSP_SUCCESS, RTPClientSetAudioVideoBufferSize(client, 4 << 20, 1 << 20));
+    ASSERT_EQ(RTSP_SUCCESS,
+              RTSPClientAutoRTSPConnect(client, "127.0.0.1", server.Port(), "demo", DemoServer::kUser,
+                                        DemoServer::kPassword, GetParam(), 0, 0, 0, 0, 0, nullptr, nullptr));
+    EXPECT_EQ(2, RTSPClientGetNbStreams(client));
+    EXPECT_GT(TakeFor(client, 12s), 1000);
+    ASSERT_EQ(RTSP_SUCCESS, RTSPClientSendPauseRequest(client, 0, 0, nullptr, nullptr));
+    TakeFor(client, 300ms); // what was under way
+    EXPECT_EQ(0, TakeFor(client, 500ms));
     // The default range would seek back to the beginning, which a live source cannot do.
     const intptr_t onwards = RTSPCreateHeaderList();
     ASSERT_EQ(RTSP_SUCCESS, RTSPAddHeaderToList(onwards, "Range", "npt=now-", 0));
-    std::this_thread::sleep_for(12s);
-    EXPECT_TRUE(video.WaitForPackets(video.Packets() + 20, 2s));
-    ASSERT_EQ(RTSP_SUCCESS, RTSPClientSendPauseRequest(client, 0, 0, nullptr, nullptr));
-    std::this_thread::sleep_for(300ms); // what was under way
-    const int atRest = video.Packets() + audio.Packets();
-    std::this_thread::sleep_for(500ms);
-    EXPECT_EQ(atRest, video.Packets() + audio.Packets());
     ASSERT_EQ(RTSP_SUCCESS, RTSPClientSendPlayRequest(client, 0, onwards, nullptr, nullptr));
     EXPECT_EQ(RTSP_SUCCESS, RTSPDestroyHeaderList(onwards));
-    EXPECT_TRUE(video.WaitForPackets(video.Packets() + 20, 20s));
-    EXPECT_TRUE(audio.WaitForPackets(audio.Packets() + 20, 20s));
-    video.Stop();
-    audio.Stop();
+    EXPECT_GT(TakeFor(client, 2s), 100);
+    EXPECT_EQ(RTSP_SUCCESS, RTSPClientSendTeardownRequest(client, 0, nullptr, nullptr));
+    EXPECT_EQ(RTSP_SUCCESS, RTSPClientDestroy(client));
     const std::string log = server.Stop();
     char host[28] = {};
     gethostname(host, sizeof host - 1);

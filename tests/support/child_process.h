@@ -15,21 +15,18 @@ public:
     ChildProcess(const ChildProcess &) = delete;
     ChildProcess &operator=(const ChildProcess &) = delete;
 
-    std::string ReadLine(std::chrono::seconds limit); // of standard output; empty at the end or after the limit
+    std::string ReadLine(std::chrono::seconds limit); // of standard output; empty after the limit
     void Signal(int signal) const;
     int Wait(std::chrono::seconds limit); // exit status, 128 + n after signal n, -1 when it goes on
 
-    std::string Output() const { return output_; } // after Wait; standard output, ReadLine's lines taken out
-    std::string Errors() const { return errors_; } // after Wait; standard error
+    std::string Output() const; // so far; standard output, ReadLine's lines taken out
+    std::string Errors() const; // so far; standard error
 
 private:
-    void ReadSome(std::chrono::steady_clock::time_point end);
-
     pid_t pid_ = -1;
-    int outputPipe_ = -1;
-    int errorPipe_ = -1;
-    std::string output_;
-    std::string errors_;
+    int outputFile_; // in memory, like the next
+    int errorFile_;
+    std::size_t bytesRead_ = 0; // by ReadLine
 };
 
 } // namespace rtsptap::test
