@@ -17,25 +17,12 @@ namespace {
 constexpr int32_t kNumbers[] = {0,    1,    -1,    2,     3,        90,        100,       101,    1500,
                                 5000, 5004, 33000, 65535, 23860930, INT32_MAX, INT32_MIN, 1 << 20};
 constexpr int32_t kCodecs[] = {RTP_CODEC_H264, RTP_CODEC_MPEG4_GENERIC, RTP_CODEC_MP2T, RTP_CODEC_PCMU, 0, -1, 206};
-constexpr const char *kTexts[] = {nullptr,
-                                  "127.0.0.1",
-                                  "live",
-                                  "",
-                                  "Transport",
-                                  "Range",
-                                  "npt=0-",
-                                  "Session",
-                                  "CSeq",
-                                  "a=",
-                                  "m",
-                                  "1",
-                                  "Scale",
-                                  "300.1.1.1",
-                                  "X-Own",
-                                  "%s%n%d",
-                                  "RTP/AVP/TCP;unicast;interleaved=6-7",
-                                  "RTP/AVP;unicast;client_port=5004-5005",
-                                  "a text of sixty-four characters is one too many for a session nam"};
+constexpr char kLongText[] = "a text of sixty-four characters is one too many for a session nam";
+constexpr char kTransport[] = "RTP/AVP/TCP;unicast;interleaved=6-7";
+constexpr char kPortTransport[] = "RTP/AVP;unicast;client_port=5004-5005";
+constexpr const char *kTexts[] = {
+    nullptr, "127.0.0.1", "live",  "",          "Transport", "Range",  "npt=0-",   "Session",      "CSeq",   "a=",
+    "m",     "1",         "Scale", "300.1.1.1", "X-Own",     "%s%n%d", kTransport, kPortTransport, kLongText};
 
 int32_t Number(Input &in) { return in.Pick(kNumbers); }
 const char *Text(Input &in) { return in.Pick(kTexts); }
@@ -190,7 +177,7 @@ void HandlePackets(Caller &caller, intptr_t client, Input &in) {
 
 void Arrive(Caller &, intptr_t, Input &in) {
     const uint16_t port = in.U8() & 1 ? Port(in) : Server().clientPort.load();
-    if (port != 0) Server().SendDatagram(port, in.Counted());
+    if (port != 0) Server().udp.SendTo(port, std::string(in.Counted()));
 }
 
 void CallWithNothing(Caller &, intptr_t, Input &in) {
@@ -218,14 +205,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
     caller.Create(0);
     for (int calls = 0; calls < 60 && !in.IsEmpty(); ++calls) {
         auto *const call = in.Pick(kCalls);
-        const intptr_t handles[] = {caller.clients[0],
-                                    caller.clients[0],
-                                    caller.clients[0],
-                                    caller.clients[1],
-                                    0,
-                                    1,
-                                    -1,
-                                    reinterpret_cast<intptr_t>(&caller)};
+        const auto [first, second] = caller.clients;
+        const auto foreign = reinterpret_cast<intptr_t>(&caller);
+        const intptr_t handles[] = {first, first, first, second, 0, 1, -1, foreign};
         call(caller, in.Pick(handles), in);
     }
     return 0;

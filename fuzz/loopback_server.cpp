@@ -17,18 +17,6 @@ constexpr char kDescription[] = "v=0\r\no=- 1 1 IN IP4 127.0.0.1\r\ns=x\r\nt=0 0
 constexpr const char *kStatus[] = {"200 OK",      "200 OK",    "200 OK",   "401 Unauthorized",
                                    "454 Session", "302 Moved", "503 Busy", "100 Continue"};
 
-sockaddr_in Loopback(uint16_t port) {
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(port);
-    return address;
-}
-
-std::string Packet(uint16_t number) {
-    return {'\x80', '\x60', static_cast<char>(number >> 8), static_cast<char>(number), 0, 0, 0, 1, 0, 0, 0, 2, 'x'};
-}
-
 std::string Header(std::string_view request) {
     if (request.starts_with("SETUP") && request.find("TCP") != request.npos)
         return "Transport: RTP/AVP/TCP;unicast;interleaved=0-1\r\n";
@@ -38,9 +26,10 @@ std::string Header(std::string_view request) {
 
 } // namespace
 
-LoopbackServer::LoopbackServer()
-    : listener_(socket(AF_INET, SOCK_STREAM, 0)), udp_(socket(AF_INET, SOCK_DGRAM, 0)) {
-    sockaddr_in address = Loopback(0);
+LoopbackServer::LoopbackServer() : listener_(socket(AF_INET, SOCK_STREAM, 0)) {
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     auto *const name = reinterpret_cast<sockaddr *>(&address);
     socklen_t length = sizeof address;
     Require(bind(listener_, name, length) == 0 && listen(listener_, 64) == 0);
@@ -49,16 +38,11 @@ LoopbackServer::LoopbackServer()
     std::thread([this] { Serve(); }).detach();
 }
 
-void LoopbackServer::SendDatagram(uint16_t port, std::string_view bytes) const {
-    const sockaddr_in to = Loopback(port);
-    sendto(udp_, bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr *>(&to), sizeof to);
-}
-
 void LoopbackServer::SendMedia(int connection) const {
     for (uint16_t number = 1; number < 5; ++number) {
-        const std::string packet = Packet(number);
-        SendDatagram(clientPort, packet);
-        const std::string frame = std::string{'$', 0, 0, static_cast<char>(packet.size())} + packet;
+        const std::string packet = test::Rtp(number);
+        udp.SendTo(clientPort, packet);
+        const std::string frame = test::Frame(0, packet);
         send(connection, frame.data(), frame.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
     }
 }

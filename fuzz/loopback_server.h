@@ -2,6 +2,8 @@
 // the mood it is told, and sends a little media behind a SETUP or PLAY. It lives as long as the process.
 #pragma once
 
+#include "tests/support/packet_builder.h"
+
 #include <atomic>
 #include <cstdint>
 #include <string_view>
@@ -14,7 +16,6 @@ public:
     LoopbackServer();
 
     uint16_t Port() const { return port_; }
-    void SendDatagram(uint16_t port, std::string_view bytes) const; // to 127.0.0.1
 
     // Status code by the low three bits, then flags.
     enum Mood : uint8_t {
@@ -25,6 +26,7 @@ public:
         kStrangeSession = 64,
         kCut = 128
     };
+    const test::UdpPeer udp;
     std::atomic<uint8_t> mood{0};
     std::atomic<uint16_t> clientPort{0}; // of the last SETUP
 
@@ -34,7 +36,6 @@ private:
     void SendMedia(int connection) const;
 
     int listener_ = -1;
-    int udp_ = -1;
     uint16_t port_ = 0;
 };
 

@@ -1,13 +1,8 @@
 // Before the first input: the library's lines go nowhere, and sockets live in a network of this process's own where
 // the system allows it, so that ports collide with nobody's.
-#include <cstdint>
+#include "tests/support/own_network.h"
+
 #include <cstdio>
-#include <cstring>
-#include <net/if.h>
-#include <sched.h>
-#include <sys/ioctl.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 // Sizes that no machine should give are refused, as a test of what follows; the rest makes inputs cheaper.
 extern "C" const char *__asan_default_options() {
@@ -15,15 +10,9 @@ extern "C" const char *__asan_default_options() {
 }
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+    rtsptap::test::EnterOwnNetwork();
     if (std::freopen("/dev/null", "w", stdout) == nullptr) return 1;
     static char lines[1 << 16];
     std::setvbuf(stdout, lines, _IOFBF, sizeof lines);
-    if (unshare(CLONE_NEWNET) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) return 0;
-    ifreq loopback = {};
-    std::strcpy(loopback.ifr_name, "lo");
-    loopback.ifr_flags = IFF_UP | IFF_MULTICAST;
-    const int any = socket(AF_INET, SOCK_DGRAM, 0);
-    const int up = ioctl(any, SIOCSIFFLAGS, &loopback);
-    close(any);
-    return up != 0;
+    return 0;
 }

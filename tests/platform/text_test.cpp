@@ -6,15 +6,6 @@
 
 using namespace rtsptap;
 
-TEST(Text, LinesEndAtRunsOfLineEnds) {
-    std::string_view text = "\r\n\r\nfirst\r\n\n\rsecond \rthird";
-    std::string_view line;
-    std::string joined;
-    while (NextLine(text, line)) joined.append(line).append("|");
-    EXPECT_EQ(joined, "first|second |third|");
-    for (std::string_view none : {"", "\r\n\n"}) EXPECT_FALSE(NextLine(none, line));
-}
-
 TEST(Text, NumbersReadAsTheCLibraryReadsThem) {
     for (const char *text :
          {"", "-7", "+7", " \t\n\v\f\r42abc", "abc", "- 7", "+-7", "0x10", "2147483647", "2147483648",
@@ -30,12 +21,4 @@ TEST(Text, FractionsReadAsTheCLibraryReadsPlainDecimals) {
     for (const char *text : {"inf", "nan", "-infinity", "1e999", "0x1p3"})
         EXPECT_EQ(LeadingFraction(text), 0.0) << text;
     EXPECT_EQ(LeadingFraction(std::string_view("29.97", 4)), 29.9);
-}
-
-TEST(Text, CopiesAreCutToTheirFieldAndLeaveNoOldTail) {
-    char field[5] = {'o', 'l', 'd', '!', '!'};
-    CopyText(field, "ab");
-    EXPECT_EQ(std::string_view(field, sizeof field), std::string_view("ab\0\0\0", 5));
-    CopyText(field, "abcdefgh");
-    EXPECT_STREQ(field, "abcd");
 }

@@ -33,18 +33,6 @@ TEST_F(PacketAccess, ChecksItsArgumentsInOrder) {
     EXPECT_EQ(out.Text(), expected);
 }
 
-// Kept: reaching the target latency does not release the queue, only exceeding the underflow limit does.
-TEST_F(PacketAccess, HoldsPacketsBackUpToTheUnderflowLimit) {
-    ASSERT_EQ(RTPClientConfigLatency(Handle(), 50, 50, 200), 0);
-    RTPStreamData *packet = nullptr;
-    Arrive(Packet(1, 1000));
-    Arrive(Packet(2, 1000 + 50 * 90));
-    EXPECT_EQ(RTPClientGetRTPStreamData(Handle(), &packet, RTP_CODEC_H264), -1);
-    Arrive(Packet(3, 1000 + 50 * 90 + 1));
-    EXPECT_EQ(RTPClientGetRTPStreamData(Handle(), &packet, RTP_CODEC_H264), 0);
-    Free(packet);
-}
-
 TEST_F(PacketAccess, WaitsForTheNextDatagramWhateverItIs) {
     for (const unsigned payloadType : {96u, 34u}) {
         std::thread sender([this, payloadType] {

@@ -25,24 +25,6 @@ uint16_t FreePort() { return UdpPeer().Port(); } // was free a moment ago
 
 } // namespace
 
-TEST(StandaloneReceiver, DeliversBothMediaUntilDestroy) {
-    const std::size_t threads = CountThreads();
-    const std::size_t descriptors = CountDescriptors();
-    const uint16_t videoPort = FreePort();
-    const uint16_t audioPort = FreePort();
-    Client client;
-    EXPECT_EQ(Begin(client, {.videoPort = videoPort, .audioPort = audioPort}), 0);
-    for (const uint16_t number : std::vector<uint16_t>{10, 12, 11}) UdpPeer().SendTo(videoPort, Rtp(number));
-    ASSERT_TRUE(Eventually([&] { return RTPClientGetNbOfPktInBuffer(client, kVideo) == 3; }));
-    UdpPeer().SendTo(audioPort, Bytes(RtpPacket{.payloadType = 0, .sequenceNumber = 7}));
-    EXPECT_EQ(RTPClientGetStreamPktCount(client, kVideo), 1); // no connect has set the counter
-    EXPECT_EQ(TakeSequenceNumbers(client, kVideo, 3), Numbers(10, 12));
-    EXPECT_EQ(TakeSequenceNumbers(client, RTP_CODEC_PCMU, 1), Numbers(7, 7));
-    EXPECT_TRUE(SucceedsSoon([&] { return client.Destroy(); }));
-    EXPECT_TRUE(Eventually([&] { return CountThreads() == threads; }));
-    EXPECT_EQ(CountDescriptors(), descriptors);
-}
-
 TEST(StandaloneReceiver, StreamsOfASessionTornDownDoNotHideItsOwn) {
     Session session(kUdp, CLIENT_PLAYING_STATE, {{"TEARDOWN ", Ok()}});
     session.SendNumbers(1, Numbers(1, 1));

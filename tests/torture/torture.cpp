@@ -7,6 +7,7 @@
 #include "rtsptap.h"
 #include "tests/support/child_process.h"
 #include "tests/support/own_network.h"
+#include "tests/support/packet_builder.h"
 #include "tests/torture/system_calls.h"
 
 #include <algorithm>
@@ -18,9 +19,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <netinet/in.h>
 #include <string>
-#include <sys/socket.h>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -28,6 +27,7 @@
 namespace {
 
 using namespace torture;
+using namespace rtsptap::test;
 
 // The calls of the library and what may happen to each.
 const struct {
@@ -41,8 +41,12 @@ const struct {
     {"setsockopt", {ENOPROTOOPT}},
     {"send", {EPIPE, EINTR, EAGAIN, kShort}},
     {"sendto", {ENETUNREACH, EINTR, kShort, kNothing}},
-    {"recv", {ECONNRESET, EINTR, kShort, kNothing}},
-    {"recvfrom", {ENOMEM, EINTR, kShort, kNothing}},
+    {"recv", {ECONNRESET, kShort, kNothing}},
+    {"recv", {EINTR}},
+    {"recv", {ESPIPE}}, // Kept: repeated like an interruption
+    {"recvfrom", {ENOMEM, kShort, kNothing}},
+    {"recvfrom", {EINTR}},
+    {"recvfrom", {ESPIPE}},
     {"poll", {ENOMEM, EINTR, kNothing}},
     {"eventfd", {EMFILE}},
     {"epoll", {EMFILE}},
@@ -167,16 +171,7 @@ int32_t MakeList(Run &run, int32_t) {
 }
 
 int32_t SendToStandalone(Run &, int32_t) {
-    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_in to = {};
-    to.sin_family = AF_INET;
-    to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    for (int i = 0; i < 9; ++i) {
-        to.sin_port = htons(static_cast<uint16_t>(kPort + i % 3));
-        const char packet[] = {'\x80', 96, 1, static_cast<char>(i), 0, 0, 0, 0, 7, 7, 7, 7, 'p', 'a', 'y'};
-        sendto(fd, packet, sizeof packet, 0, reinterpret_cast<const sockaddr *>(&to), sizeof to);
-    }
-    close(fd);
+    for (uint16_t i = 0; i < 9; ++i) UdpPeer().SendTo(static_cast<uint16_t>(kPort + i % 3), Rtp(i));
     return 0;
 }
 
@@ -284,7 +279,10 @@ long Torment(const Scenario &scenario, bool onlyFirst) {
     for (const auto &[call, effects] : kFaults)
         for (const int effect : onlyFirst ? std::vector<int>{effects[0]} : effects)
             for (long nth = 0; nth == 0 || torture::HasStruck(); ++nth, ++runs)
-                RunOnce(scenario, {call, effect}, nth);
+                if (const int32_t code = RunOnce(scenario, {call, effect}, nth);
+                    (effect == EINTR || effect == ESPIPE) && strncmp(call, "recv", 4) == 0 &&
+                    code != scenario.firstFailure)
+                    Tell("an interrupted receive gives", code);
     RunUnharmed(scenario); // nothing stays behind in the process either
     fprintf(stderr, "%s %ld runs\n", scenario.name, runs);
     return runs;
@@ -298,9 +296,9 @@ int main(int argc, char **argv) {
     std::size_t first = 0;
     std::size_t step = 0;
     sscanf(argv[3], "%zu/%zu", &first, &step);
-    const bool ownNetwork = rtsptap::test::EnterOwnNetwork();
+    const bool ownNetwork = EnterOwnNetwork();
     if (!ownNetwork) rtsptap::gblClientRtspUdpPort = static_cast<uint16_t>(4000 + getpid() % 500 * 56);
-    rtsptap::test::ChildProcess server({"python3", argv[1]});
+    ChildProcess server({"python3", argv[1]});
     serverPort = static_cast<uint16_t>(atoi(server.ReadLine(std::chrono::seconds(20)).c_str()));
     signal(SIGALRM, TellAndAbort);
     if (freopen("/dev/null", "w", stdout) == nullptr) return 2;

@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <numeric>
 #include <vector>
 
 using namespace rtsptap;
@@ -26,7 +25,8 @@ std::string Encoded(const std::vector<uint8_t> &bytes) {
 TEST(Base64, EncodesAndDecodesTheKnownTexts) { // RFC 4648, 10
     const struct {
         const char *plain, *encoded;
-    } cases[] = {{"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"foobar", "Zm9vYmFy"}};
+    } cases[] = {{"", ""},        {"f", "Zg=="},          {"fo", "Zm8="},
+                 {"foo", "Zm9v"}, {"foobar", "Zm9vYmFy"}, {"\xFB\xFF", "+/8="}};
     for (const auto &known : cases) {
         const std::size_t size = std::strlen(known.plain);
         EXPECT_EQ(Encoded({known.plain, known.plain + size}), known.encoded);
@@ -39,16 +39,6 @@ TEST(Base64, EncodesAndDecodesTheKnownTexts) { // RFC 4648, 10
             EXPECT_EQ(decoded[size], 0xEE);
         }
     }
-}
-
-TEST(Base64, EveryByteComesBack) {
-    std::vector<uint8_t> bytes(256);
-    std::iota(bytes.begin(), bytes.end(), uint8_t{0});
-    const std::string encoded = Encoded(bytes);
-    EXPECT_NE(encoded.find("+/"), std::string::npos);
-    std::vector<uint8_t> decoded(256);
-    EXPECT_EQ(Base64DecodeBinaryToBuffer(encoded, decoded.data(), 256), 256);
-    EXPECT_EQ(decoded, bytes);
 }
 
 TEST(Base64, DecoderRefusesForeignTextAndLackOfRoom) {
