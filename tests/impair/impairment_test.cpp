@@ -12,6 +12,7 @@
 #include <array>
 #include <csignal>
 #include <cstdio>
+#include <map>
 #include <random>
 #include <sched.h>
 #include <set>
@@ -162,30 +163,24 @@ private:
 
 // Summed over the runs of a test and told at its end.
 struct Figures {
-    std::array<uint64_t, 9> sums = {};
-    int runs = 0;
+    std::map<std::string, uint64_t> sums;
 
     void Add(const Impairment &network, InStep &step) {
         const QueueModel &model = step.Model();
-        const std::array<uint64_t, 9> figures{network.arrived,  network.lost,  network.duplicated,
-                                              network.heldBack, model.ignored, model.late,
-                                              model.trimmed,    model.dropped, step.taken};
-        for (std::size_t i = 0; i < sums.size(); ++i) sums[i] += figures[i];
-        ++runs;
+        const std::pair<const char *, uint64_t> figures[] = {{"runs", 1},
+                                                             {"sent", network.arrived},
+                                                             {"lost", network.lost},
+                                                             {"doubled", network.duplicated},
+                                                             {"held back", network.heldBack},
+                                                             {"ignored", model.ignored},
+                                                             {"placed by number", model.late},
+                                                             {"cut for latency", model.trimmed},
+                                                             {"dropped at the limit", model.dropped},
+                                                             {"handed out and compared", step.taken}};
+        for (const auto &[name, value] : figures) sums[name] += value;
     }
     ~Figures() {
-        const char *const names[] = {"sent",
-                                     "lost",
-                                     "doubled",
-                                     "held back",
-                                     "ignored",
-                                     "placed by number",
-                                     "cut for latency",
-                                     "dropped at the limit",
-                                     "handed out and compared"};
-        fprintf(stderr, "%d runs, packets", runs);
-        for (std::size_t i = 0; i < sums.size(); ++i) fprintf(stderr, " %s %lu,", names[i], sums[i]);
-        fprintf(stderr, "\n");
+        for (const auto &[name, value] : sums) fprintf(stderr, "%s %lu\n", name.c_str(), value);
     }
 };
 

@@ -48,14 +48,6 @@ TEST_F(RtpPacket, AcceptsTheKnownPayloadTypesOnly) {
     }
 }
 
-TEST_F(RtpPacket, LeavesTheStreamAloneWhenItIsRefused) {
-    const Bytes withExtension = {0x90, 9, 0, 9, 0, 0, 0, 1, 0, 0, 0, 2, 0, 0, 0, 1, 1, 2, 3, 4};
-    for (const Bytes &refused : {Bytes{}, Bytes{0x40, 96}, Packet(9, 0, 34), withExtension})
-        EXPECT_EQ(Parse(refused), nullptr);
-    EXPECT_EQ(stream->remoteSsrc + stream->lastSeqNum + client.packetCounter, 0u);
-    EXPECT_EQ(stream->baseSeqNum, -1);
-}
-
 TEST_F(RtpPacket, MayClaimMoreThanItHolds) {
     const struct {
         Bytes bytes;

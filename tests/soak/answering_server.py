@@ -4,11 +4,11 @@ H.264 on track 1 and AAC on track 2. Prints its port, ends with its parent. What
 of the URL, words joined by commas; REQUEST is OPTIONS, DESCRIBE, SETUP1, SETUP2, PLAY, PAUSE or TEARDOWN:
 
     REQUEST=454          answers with that status      split      sends the description in two pieces
-    mute:REQUEST         never answers; mute:BODY      digest     wants a password
-    end:REQUEST          closes instead of answering   group      grants multicast
-    half:REQUEST         closes amid the answer        gather=16  holds that many DESCRIBEs, answers them together
-    after:REQUEST        closes behind answer, packets burst=3    packets of each stream at each PLAY
-    rate=2000            sends kbit/s of each stream while it plays, instead of bursts
+    end:REQUEST          closes instead of answering   digest     wants a password
+    half:REQUEST         closes amid the answer        group      grants multicast
+    after:REQUEST        closes behind answer, packets gather=16  holds that many DESCRIBEs, answers them together
+    rate=2000            sends kbit/s of each stream   burst=3    packets of each stream at each PLAY, if no rate is
+                         while it plays                           given
 
 Every other close is a reset. Replies to SETUP tell the client's ports again, as "client_port=A-B"; those to PAUSE and
 TEARDOWN the packets sent so far, as "X-Sent: VIDEO AUDIO"."""
@@ -129,8 +129,6 @@ class Connection:
         name = method + str(track) if method == "SETUP" else method
         if self.has("end:" + name):
             raise EOFError
-        if self.has("mute:" + name):
-            return
         if method == "DESCRIBE" and self.number("gather", 0):
             gathered.append(asyncio.get_running_loop().create_future())
             if len(gathered) == self.number("gather", 0):
@@ -149,11 +147,11 @@ class Connection:
         if self.has("half:" + name):
             self.writer.write(reply[:len(reply) // 2])
             raise EOFError
-        if method == "DESCRIBE" and (self.has("split") or self.has("mute:BODY")):
+        if method == "DESCRIBE" and self.has("split"):
             head, _, body = reply.partition(b"v=0")
             self.writer.write(head)
             await asyncio.sleep(0.01)
-            reply = b"" if self.has("mute:BODY") else b"v=0" + body
+            reply = b"v=0" + body
         self.writer.write(reply)
         if method == "PLAY" and status == 200:
             for stream in chosen:

@@ -6,7 +6,7 @@
 //     cycles N       clients created and destroyed            stream S    four sessions of 4 Mbit/s for S seconds
 //     sessions N     over UDP, and as many over TCP           limits N    how long TEARDOWN and Destroy take
 //     kills N        N sessions cut off at each of 12 points  crowd N     clients at once, as threads
-//     ports N        SETUPs; from 29000 on the ports repeat   silence N   N times 25 s: a server that is silent
+//     ports N        SETUPs; from 29000 on the ports repeat
 #include "tests/soak/player.h"
 #include "tests/support/child_process.h"
 #include "tests/support/own_network.h"
@@ -192,31 +192,6 @@ void RunLimits(long count) {
     }
 }
 
-void Await(uint32_t proto, const std::string &request) {
-    Player player(proto, "mute:" + request);
-    int32_t result = 0;
-    const double ms = MillisecondsOf([&] {
-        result = player.Reach(CLIENT_PAUSE_STATE);
-        if (result == 0) result = player.Teardown();
-    });
-    Expect(result == RTSP_RESPONSE_TIMEOUT && ms > 24500 && ms < 26000, "the wait for " + request + " takes ms",
-           static_cast<long>(ms));
-}
-
-void RunSilence(long rounds) {
-    const std::vector<std::string> requests = {"OPTIONS", "DESCRIBE", "BODY",  "SETUP1",
-                                               "SETUP2",  "PLAY",     "PAUSE", "TEARDOWN"};
-    for (long round = 0; round < rounds; ++round)
-        AtOnce(18, [&](long at) {
-            if (at < 16) return Await(ProtoOf(at), requests[static_cast<std::size_t>(at / 2)]);
-            Player player(ProtoOf(at), "burst=0");
-            Expect(player.Reach(CLIENT_PLAYING_STATE) == 0, "PLAY");
-            const double ms = MillisecondsOf([&] { Expect(!player.Take(0), "a packet from nowhere"); });
-            Expect(ms > 4900 && ms < 6000, "the wait for a packet takes ms", static_cast<long>(ms));
-        });
-    fprintf(stderr, "replies are awaited 25 s, packets 5 s: %ld times\n", rounds);
-}
-
 // Threads that set up streams at the same time; no port may be given twice.
 void SetUpAtOnce(long threads, int rounds) {
     std::mutex lock;
@@ -258,7 +233,7 @@ const struct {
     const char *name;
     void (*run)(long number);
 } kCommands[] = {{"cycles", RunCycles}, {"sessions", RunSessions}, {"kills", RunKills}, {"ports", RunPorts},
-                 {"stream", RunStream}, {"limits", RunLimits},     {"crowd", RunCrowd}, {"silence", RunSilence}};
+                 {"stream", RunStream}, {"limits", RunLimits},     {"crowd", RunCrowd}};
 
 } // namespace
 
