@@ -1,5 +1,7 @@
 #include "tests/impair/queue_model.h"
 
+#include "tests/support/packet_builder.h"
+
 #include <iterator>
 #include <set>
 #include <utility>
@@ -9,24 +11,19 @@ namespace {
 
 constexpr int64_t kTicksPerMs = 90; // for audio, too
 
-uint32_t Big(const std::string &bytes, std::size_t at, std::size_t count) {
-    uint32_t value = 0;
-    for (std::size_t i = at; i < at + count; ++i) value = value << 8 | static_cast<uint8_t>(bytes.at(i));
-    return value;
-}
+uint32_t Byte(const std::string &bytes, std::size_t at) { return static_cast<uint8_t>(bytes.at(at)); }
 
 std::string PayloadIn(const std::string &datagram) {
-    const uint32_t first = Big(datagram, 0, 1);
+    const uint32_t first = Byte(datagram, 0);
     std::size_t begin = 12 + 4 * (first % 16);
-    if (first & 0x10) begin += 4 + 4 * Big(datagram, begin + 2, 2);
-    const std::size_t padding = first & 0x20 ? Big(datagram, datagram.size() - 1, 1) : 0;
+    if (first & 0x10) begin += 4 + 4 * Word16(datagram, begin + 2);
+    const std::size_t padding = first & 0x20 ? Byte(datagram, datagram.size() - 1) : 0;
     return datagram.substr(begin, datagram.size() - begin - padding);
 }
 
 bool IsAccepted(const std::string &datagram) {
-    const uint32_t type = Big(datagram, 1, 1) % 128;
-    return Big(datagram, 0, 1) >> 6 == 2 &&
-           (type >= 96 || std::set{0U, 8U, 10U, 11U, 14U, 26U, 33U}.contains(type));
+    const uint32_t type = Byte(datagram, 1) % 128;
+    return Byte(datagram, 0) >> 6 == 2 && (type >= 96 || std::set{0U, 8U, 10U, 11U, 14U, 26U, 33U}.contains(type));
 }
 
 int64_t Span(uint32_t newer, uint32_t older) { return static_cast<int32_t>(newer - older); }
@@ -44,8 +41,8 @@ void QueueModel::Arrive(const std::string &datagram) {
         ++ignored;
         return;
     }
-    const auto number = static_cast<uint16_t>(Big(datagram, 2, 2));
-    const uint32_t timestamp = Big(datagram, 4, 4);
+    const auto number = Word16(datagram, 2);
+    const uint32_t timestamp = Word32(datagram, 4);
     const uint16_t before = std::exchange(lastNumber, number);
     const bool gap = before != 0 && number != (before + 1) % 65536; // behind number 0 nothing is a gap
     const std::string stored = datagram.substr(0, mtu);             // the rest of a longer one is lost

@@ -34,6 +34,16 @@ std::string Summary(const RTSPStreamInfo &stream) {
     return text.str();
 }
 
+std::string Hex(const uint8_t *bytes, int32_t size) {
+    std::string text;
+    for (int32_t at = 0; at < size; ++at) {
+        char pair[3];
+        snprintf(pair, sizeof pair, "%02x", static_cast<unsigned>(bytes[at]));
+        text += pair;
+    }
+    return text;
+}
+
 TEST(SdpParser, ALineThatCannotStandEndsTheReadingWithItsCode) {
     const std::string fail = "EXIT : ParseReceivedSDP :", tab = "\tEXIT : ParseReceivedSDP :";
     const std::string invalid = tab + "Invalid SDP received\n";
@@ -135,6 +145,56 @@ TEST(SdpParser, KeptFormatParametersAheadOfTheCodecConfigureNothing) {
     Parsing parsing(kVideo + "a=fmtp:96 sprop-parameter-sets=Z0IAH5WoFAFuQA==,aM48gA==\na=rtpmap:96 H264/90000");
     EXPECT_NE(parsing.client.Stream(1).description.fmtp, nullptr);
     EXPECT_EQ(parsing.client.Stream(1).description.sps, nullptr);
+}
+
+TEST(SdpParser, ParameterSetsAreSortedByTheirKind) {
+    const std::pair<const char *, const char *> kCases[] = {
+        {"96 packetization-mode=1;sprop-parameter-sets=Z0IAHw,aM48gA==;a=1", "6742001f,68ce3c80"},
+        {"96 SPROP-Parameter-Sets= Z0IAHw== , aM48gA profile-level-id=1", "6742001f,68ce3c80"},
+        {"96 sprop-parameter-sets=aM48gA==,Z0IAHw==,Z00A,BgUB,aO48gA==", "6742001f,68ce3c80"},
+        {"96 sprop-parameter-sets=Z0I\x01,,Z0IAHw==,aM48gA==,", "6742001f,68ce3c80"},
+        {"96 sprop-parameter-sets=Z0IAHw==", "6742001f,"},
+        {"96 x-sprop-parameter-sets=Z0IAHw==,aM48gA==", ","},
+        {"", ","},
+    };
+    for (const auto &[fmtp, sets] : kCases) {
+        Parsing parsing(kVideo + "a=rtpmap:96 H264/90000\na=fmtp:" + fmtp);
+        const RTSPStreamDescription &is = parsing.client.Stream(1).description;
+        EXPECT_EQ(Hex(is.sps, is.spsSize) + "," + Hex(is.pps, is.ppsSize), sets) << fmtp;
+        EXPECT_TRUE(parsing.printed.ends_with(is.pps != nullptr ? "\nDecoded PPS : 68 ce 3c 80\n"
+                                                                : "Unable to extract SPS and PPS from SDP\n"));
+        EXPECT_EQ(parsing.printed.find("!!!INFO!!! : Decoded SPS Size : 4 \nDecoded SPS : 67 42 00 1f\n") !=
+                      std::string::npos,
+                  is.sps != nullptr);
+    }
+}
+
+TEST(SdpParser, TheAacConfigurationNamesTheCoreLayer) {
+    const std::pair<const char *, const char *> kCases[] = {
+        {"97 streamconfig=1190; CONFIG=1210", "1210 type 2 44100/2"},
+        {"97 config=eb098800", "eb098800 type 2 24000/1"},     // parametric stereo over AAC-LC
+        {"97 config=f94640", "f94640 type 42 48000/2"},        // escaped object type
+        {"97 config=1780562210", "1780562210 type 2 44100/2"}, // rate in 24 bits
+        {"97 config=11b8", "11b8 type 2 48000/8"},
+        {"97 config=1180", "1180 type 2 48000/0"}, // channels listed as elements
+        {"97 config=1690", " type 0 0/0"},         // reserved rate
+        {"97 config=1780000010", " type 0 0/0"},   // rate 0
+        {"97 config=178056", " type 0 0/0"},       // cut inside the rate
+        {"97 config=2b8A", " type 0 0/0"},         // cut inside the extension
+        {"97 config=121", " type 0 0/0"},
+        {"97 config=12g0", " type 0 0/0"},
+    };
+    for (const auto &[fmtp, config] : kCases) {
+        Parsing parsing(kAudio + "a=rtpmap:97 mpeg4-generic/44100\na=fmtp:" + fmtp);
+        const RTSPStreamDescription &is = parsing.client.Stream(1).description;
+        EXPECT_EQ(Hex(is.aacConfig, is.aacConfigSize) + " type " + std::to_string(is.aacObjectType) + " " +
+                      std::to_string(is.aacSamplingRate) + "/" + std::to_string(is.aacChannels),
+                  config)
+            << fmtp;
+        EXPECT_EQ(parsing.printed.ends_with("!!!INFO!!! : \n AAC Config Size and Data :: 2 , " +
+                                            std::string(config, 4) + " \n"),
+                  is.aacConfigSize == 2);
+    }
 }
 
 TEST(SdpParser, NamesOfCodecsAreComparedAsEachCodecWants) {

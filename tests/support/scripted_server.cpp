@@ -20,13 +20,6 @@ void ReplaceAll(std::string &text, const std::string &mark, const std::string &v
         text.replace(at, mark.size(), value);
 }
 
-std::string HeaderValue(const std::string &message, const std::string &name) {
-    const std::size_t at = message.find("\r\n" + name + ": ");
-    if (at == std::string::npos) return "";
-    const std::size_t from = at + name.size() + 4;
-    return message.substr(from, message.find("\r\n", from) - from);
-}
-
 // The first text that the request does not meet; empty when it meets all.
 std::string FirstUnmet(const std::vector<std::string> &texts, const ScriptedServer &server,
                        const std::string &request) {
@@ -186,10 +179,10 @@ void ScriptedServer::Answer(const std::string &request) {
         ADD_FAILURE() << "request " << index + 1 << " does not meet \"" << Expand(unmet) << "\":\n" << request;
         return EndConnection(false);
     }
-    Perform(script[index].reply, request);
+    Perform(script[index].reply, index + 1);
 }
 
-void ScriptedServer::Perform(const Reply &reply, const std::string &request) {
+void ScriptedServer::Perform(const Reply &reply, std::size_t number) {
     std::string together;
     for (const Action &action : reply) {
         if (action.milliseconds > 0 || action.close || action.endless) {
@@ -203,7 +196,7 @@ void ScriptedServer::Perform(const Reply &reply, const std::string &request) {
         }
         if (action.endless) continue;
         std::string text = action.expand ? Expand(action.bytes) : action.bytes;
-        if (action.expand) ReplaceAll(text, "{cseq}", HeaderValue(request, "CSeq"));
+        if (action.expand) ReplaceAll(text, "{cseq}", std::to_string(number));
         together += text;
     }
     Send(together);

@@ -16,7 +16,7 @@
 namespace rtsptap::test {
 
 // Placeholders in requests expected and replies sent: {base} rtsp://127.0.0.1:PORT/live, {port} the server's port,
-// {session} the session id 12345678, {cseq} the request's number (replies only).
+// {session} the session id 12345678, {cseq} the request's place in the list (replies only).
 
 struct Action {
     std::string bytes;
@@ -98,7 +98,7 @@ private:
     bool TakeBytes(); // false when the connection has ended
     void TakeMessages();
     void Answer(const std::string &request);
-    void Perform(const Reply &reply, const std::string &request);
+    void Perform(const Reply &reply, std::size_t number);
     void EndConnection(bool reset);
 
     const Script script;

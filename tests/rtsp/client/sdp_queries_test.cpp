@@ -35,20 +35,6 @@ TEST(SdpQueries, RefusalsFollowTheOrderOfTheChecks) {
     }
 }
 
-TEST(SdpQueries, StreamsAreDescribedByTheirNumber) {
-    const CapturedStdout out;
-    DescribedClient described(kDescription);
-    described.Stream(2).remoteSsrc = 0xCAFEF00D;
-    uint32_t ssrc = 1;
-    EXPECT_EQ(RTSPClientGetSDPInfo(described.handle, 1)->codecType, RTP_CODEC_H264);
-    EXPECT_EQ(RTSPClientGetSDPInfo(described.handle, 2)->bandwidth, 64);
-    EXPECT_EQ(RTSPClientGetSSRC(described.handle, 2, &ssrc), 0);
-    EXPECT_EQ(ssrc, 0xCAFEF00DU);
-    described.client.streamCount = 3; // more than are linked
-    EXPECT_EQ(RTSPClientGetSDPInfo(described.handle, 3), nullptr);
-    EXPECT_EQ(RTSPClientGetSSRC(described.handle, 3, &ssrc), -1);
-}
-
 TEST(SdpQueries, KeptLinesAreFoundByLetterAndInStreamsAlsoByTextBehindAnEqualsSign) {
     const CapturedStdout out;
     DescribedClient described(kDescription);
