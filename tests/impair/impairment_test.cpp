@@ -240,6 +240,7 @@ TEST(Impairment, HandsOutWhatTheRulesSay) {
         }
 }
 
+#ifdef RELAY
 TEST(Impairment, HoldsForASessionThroughTheRelay) {
     const UdpPeer rtcp;
     Figures figures;
@@ -281,5 +282,6 @@ TEST(Impairment, HoldsForASessionThroughTheRelay) {
         figures.Add(network, step);
     }
 }
+#endif
 
 } // namespace rtsptap::test
