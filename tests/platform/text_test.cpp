@@ -22,3 +22,11 @@ TEST(Text, FractionsReadAsTheCLibraryReadsPlainDecimals) {
         EXPECT_EQ(LeadingFraction(text), 0.0) << text;
     EXPECT_EQ(LeadingFraction(std::string_view("29.97", 4)), 29.9);
 }
+
+TEST(Text, CopiesAreCutToTheirFieldAndLeaveNoOldTail) {
+    char field[5] = {'o', 'l', 'd', '!', '!'};
+    CopyText(field, "ab");
+    EXPECT_EQ(std::string_view(field, sizeof field), std::string_view("ab\0\0\0", 5));
+    CopyText(field, "abcdefgh");
+    EXPECT_STREQ(field, "abcd");
+}

@@ -41,28 +41,22 @@ TEST(StandaloneReceiver, StreamsOfASessionTornDownDoNotHideItsOwn) {
 TEST(StandaloneReceiver, ArgumentsAreCheckedInOrder) {
     const Client client;
     const UdpPeer taken;
-    const auto begin = [](intptr_t handle, const Start &with) { return [=] { return Begin(handle, with); }; };
-    const auto create = [](intptr_t handle, uint16_t port) {
-        return [=] { return CreateRTPStream(handle, kVideo, port, 1); };
-    };
     const std::string argument = " :Invalid Input Arguments\n";
     const std::string video = " : Video port or Codec name invalid\n";
     const std::string audio = " :Audio port or Codec name invalid\n";
-    ExpectRefusals(
-        "StartThirdPartyClient",
-        {{"null handle", begin(0, {.flag = 1}), -99, argument},
-         {"no video buffer", begin(client, {.flag = 1, .videoPort = 5, .videoBytes = 0}), -99, video},
-         {"codec above audio", begin(client, {.flag = 2, .audio = 206, .audioPort = 5}), -99, audio},
-         {"video as TS", begin(client, {.flag = 3, .videoPort = 5}), -99, " : TS port or TS name invalid\n"},
-         {"no client", begin(1, {.flag = 1, .videoPort = 5}), -99, " :Invalid client handle\n"},
-         {"flag 4, video port 0", begin(client, {.flag = 4, .audioPort = 5}), -99, video}, // Kept: checked like 0
-         {"video port taken", begin(client, {.flag = 1, .videoPort = taken.Port()}), -1,
-          " :Unable to create RTP Stream\n"},
-         {"TS port taken", begin(client, {.flag = 3, .video = 103, .videoPort = taken.Port()}), 0, ""}, // Kept
-         {"flag 4", begin(client, {.flag = 4, .videoPort = 5, .audioPort = 5}), 0, ""}}); // Kept: creates no stream
-    ExpectRefusals("CreateRTPStream",
-                   {{"null handle", create(0, 5), -99, argument},
-                    {"port taken", create(client, taken.Port()), -1, " :Unable to bind on specified port \n"}});
+    Refusals refused("StartThirdPartyClient");
+    refused(Begin(0, {.flag = 1}), -99, argument);
+    refused(Begin(client, {.flag = 1, .videoPort = 5, .videoBytes = 0}), -99, video);
+    refused(Begin(client, {.flag = 2, .audio = 206, .audioPort = 5}), -99, audio);
+    refused(Begin(client, {.flag = 3, .videoPort = 5}), -99, " : TS port or TS name invalid\n");
+    refused(Begin(1, {.flag = 1, .videoPort = 5}), -99, " :Invalid client handle\n");
+    refused(Begin(client, {.flag = 4, .audioPort = 5}), -99, video); // Kept: checked like 0
+    refused(Begin(client, {.flag = 1, .videoPort = taken.Port()}), -1, " :Unable to create RTP Stream\n");
+    refused(Begin(client, {.flag = 3, .video = 103, .videoPort = taken.Port()}), 0, ""); // Kept
+    refused(Begin(client, {.flag = 4, .videoPort = 5, .audioPort = 5}), 0, "");          // Kept: creates no stream
+    Refusals streamRefused("CreateRTPStream");
+    streamRefused(CreateRTPStream(0, kVideo, 5, 1), -99, argument);
+    streamRefused(CreateRTPStream(client, kVideo, taken.Port(), 1), -1, " :Unable to bind on specified port \n");
     // Another port works after all those, and its stream is the one that is found.
     const uint16_t port = FreePort();
     EXPECT_EQ(Begin(client, {.flag = 3, .video = RTP_CODEC_MP2T, .videoPort = port}), 0);

@@ -1,7 +1,6 @@
 #include "tests/support/session.h"
 
 #include "rtsp/client/udp_ports.h"
-#include "tests/support/captured_stdout.h"
 #include "tests/support/own_network.h"
 
 #include <gtest/gtest.h>
@@ -153,15 +152,12 @@ std::vector<uint16_t> Numbers(uint16_t first, uint16_t last) {
     return numbers;
 }
 
-void ExpectRefusals(const std::string &function, const std::vector<Refusal> &refusals) {
-    for (const Refusal &refusal : refusals) {
-        CapturedStdout out;
-        EXPECT_EQ(refusal.call(), refusal.code) << refusal.name;
-        const std::string wanted = "!!!ERROR!!! : EXIT : " + function + refusal.text;
-        EXPECT_TRUE(refusal.text.empty() || out.Text().ends_with(wanted)) << refusal.name << " printed:\n"
-                                                                          << out.Text() << "not, at its end:\n"
-                                                                          << wanted;
-    }
+void Refusals::operator()(int32_t result, int32_t code, const std::string &text, int line) {
+    const std::string printed = out.Text().substr(std::exchange(compared, out.Text().size()));
+    EXPECT_EQ(result, code) << "line " << line << text;
+    EXPECT_TRUE(text.empty() || printed.ends_with(prefix + text)) << "line " << line << " printed:\n"
+                                                                  << printed << "not, at its end:\n"
+                                                                  << prefix << text;
 }
 
 DescriptorLimit::DescriptorLimit(rlim_t spare) {

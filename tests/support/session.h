@@ -3,6 +3,7 @@
 #pragma once
 
 #include "rtsptap.h"
+#include "tests/support/captured_stdout.h"
 #include "tests/support/live_threads.h"
 #include "tests/support/packet_builder.h"
 #include "tests/support/scripted_server.h"
@@ -94,14 +95,18 @@ RTPStreamData *TakePacket(intptr_t client, int32_t codec); // null when none com
 std::string PayloadOf(const RTPStreamData &packet);
 std::vector<uint16_t> Numbers(uint16_t first, uint16_t last);
 
-// One row of a table of calls: the code, and the failure text that is the last thing printed.
-struct Refusal {
-    const char *name;
-    std::function<int32_t()> call;
-    int32_t code;
-    std::string text; // behind "EXIT : FUNCTION"; empty: not compared
+// Compares what calls of a function return, and the failure text that is the last thing each of them prints.
+class Refusals {
+public:
+    explicit Refusals(const std::string &function) : prefix("!!!ERROR!!! : EXIT : " + function) {}
+    // The text is what stands behind the function's name; empty: not compared.
+    void operator()(int32_t result, int32_t code, const std::string &text, int line = __builtin_LINE());
+
+private:
+    const std::string prefix;
+    CapturedStdout out;
+    std::size_t compared = 0; // bytes of `out`
 };
-void ExpectRefusals(const std::string &function, const std::vector<Refusal> &refusals);
 
 // Refuses the process any new descriptor but the next `spare`, while it lives.
 class DescriptorLimit {

@@ -47,8 +47,7 @@ TEST(AutoConnect, AnswersOneChallengeOfOptionsAndOfDescribe) {
                            {{"DESCRIBE ", "nonce=\"n\""}, Challenge("m")},
                            {{"DESCRIBE ", "nonce=\"m\""}, Challenge("m")}});
     const Client client;
-    ExpectRefusals(kName, {{"describe", [&] { return AutoConnect(client, server); }, -93,
-                            " : Error in RTSP connect state DESCRIBE\n"}});
+    Refusals{kName}(AutoConnect(client, server), -93, " : Error in RTSP connect state DESCRIBE\n");
     char digest[256] = {};
     GenerateDigestResponse("m", nullptr, "user", "r", "secret", "md5", "", "DESCRIBE", nullptr,
                            server.Expand("{base}").c_str(), digest);
@@ -78,8 +77,7 @@ TEST(AutoConnect, StepThatFailsIsNamed) {
     for (const auto &row : kCases) {
         ScriptedServer server(row.script);
         const Client client;
-        ExpectRefusals(kName, {{row.step.c_str(), [&] { return AutoConnect(client, server); }, -93,
-                                " : Error in RTSP connect state " + row.step + "\n"}});
+        Refusals{kName}(AutoConnect(client, server), -93, " : Error in RTSP connect state " + row.step + "\n");
         EXPECT_EQ(ObservedState(client), row.state) << row.step;
     }
 }
@@ -88,14 +86,12 @@ TEST(AutoConnect, ArgumentsAreCheckedBeforeConnecting) {
     const Client client;
     const uint16_t closed = UdpPeer().Port();
     const auto connect = [closed](intptr_t handle, const char *name, uint32_t proto) {
-        return [=] {
-            return RTSPClientAutoRTSPConnect(handle, "127.0.0.1", closed, name, "u", "p", proto, 0, 0, 0, 0, 0,
-                                             nullptr, nullptr);
-        };
+        return RTSPClientAutoRTSPConnect(handle, "127.0.0.1", closed, name, "u", "p", proto, 0, 0, 0, 0, 0, nullptr,
+                                         nullptr);
     };
-    ExpectRefusals(kName, {{"protocol 2, no client", connect(1, "live", 2), -99, " :Invalid input argument\n"},
-                           {"null name", connect(client, nullptr, kTcp), -99, " :Invalid input argument\n"},
-                           {"no client", connect(1, "live", kTcp), -99, " :Invalid client handle\n"},
-                           {"nobody listens", connect(client, "live", kTcp), -95,
-                            " :Client Connection to RTSP server Failed\n"}});
+    Refusals refused(kName);
+    refused(connect(1, "live", 2), -99, " :Invalid input argument\n");
+    refused(connect(client, nullptr, kTcp), -99, " :Invalid input argument\n");
+    refused(connect(1, "live", kTcp), -99, " :Invalid client handle\n");
+    refused(connect(client, "live", kTcp), -95, " :Client Connection to RTSP server Failed\n");
 }

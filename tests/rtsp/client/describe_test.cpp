@@ -18,11 +18,9 @@ TEST(Describe, BodyMayComeInOneMoreMessage) {
             // This text has a space before its line end, unlike the one for the first message.
             const std::string small = " :Small Buffer received from Application for Response";
             const bool fits = capacity == 8192;
-            ExpectRefusals(
-                "RTSPClientSendDescribeRequest",
-                {{"describe",
-                  [&] { return RTSPClientSendDescribeRequest(session.client, 0, buffer.data(), &size); },
-                  fits ? 0 : RTSP_SMALL_BUFFER, fits ? "" : small + (cut < whole.size() ? " \n" : "\n")}});
+            Refusals{"RTSPClientSendDescribeRequest"}(
+                RTSPClientSendDescribeRequest(session.client, 0, buffer.data(), &size),
+                fits ? 0 : RTSP_SMALL_BUFFER, fits ? "" : small + (cut < whole.size() ? " \n" : "\n"));
             EXPECT_EQ(size, static_cast<int32_t>(whole.size()));
             EXPECT_EQ(buffer.starts_with(whole), fits) << cut;
             // The first message is measured before the description is taken, the sum only afterwards.

@@ -42,7 +42,7 @@ TEST(Setup, PortsGoUpInPairs) {
     const UdpPeer rtcpTaken(Plus(first, 7));
     EXPECT_EQ(session.Setup(1), 0);
     EXPECT_EQ(session.ClientPort(1), first + 4); // an occupied RTP port is skipped
-    ExpectRefusals(kName, {{"occupied RTCP port", [&] { return session.Setup(2); }, -96, kNoRtcpBind}});
+    Refusals{kName}(session.Setup(2), -96, kNoRtcpBind);
     EXPECT_EQ(session.Setup(2), 0);
     EXPECT_TRUE(session.server.Requests().back().ends_with("\r\nTransport: RTP/AVP/UDP;unicast;" +
                                                            ClientPorts(Plus(first, 8)) + "\r\n\r\n"));
@@ -102,8 +102,7 @@ TEST(Setup, UnusableUserTransportsAreRefusedBeforeAnythingIsSent) {
         const HeaderList list({{"Transport", row.value.c_str()}});
         Session session(row.proto, CLIENT_DESCRIBE_SENT_STATE);
         const std::size_t descriptors = CountDescriptors();
-        ExpectRefusals(kName,
-                       {{row.value.c_str(), [&] { return SetupWith(session, 1, list); }, row.code, row.text}});
+        Refusals{kName}(SetupWith(session, 1, list), row.code, row.text);
         EXPECT_EQ(CountDescriptors(), descriptors) << row.value;
         EXPECT_EQ(RTSPModifyHeaderInList(list, "Transport", "still there"), 0);
     }
@@ -111,14 +110,12 @@ TEST(Setup, UnusableUserTransportsAreRefusedBeforeAnythingIsSent) {
 
 TEST(Setup, RunningOutOfDescriptorsIsReported) {
     Session session(kUdp, CLIENT_DESCRIBE_SENT_STATE);
-    const auto setup = [&](rlim_t spare) {
-        return [&session, spare] {
-            const DescriptorLimit limit(spare);
-            return session.Setup(1);
-        };
-    };
-    ExpectRefusals(kName, {{"none", setup(0), -82, " :RTSP Client socket creation failed\n"},
-                           {"one", setup(1), -82, " :RTCP Client receive socket creation failed\n"}});
+    Refusals refused(kName);
+    for (const auto &[spare, text] : {std::pair{0, " :RTSP Client socket creation failed\n"},
+                                      {1, " :RTCP Client receive socket creation failed\n"}}) {
+        const DescriptorLimit limit(static_cast<rlim_t>(spare));
+        refused(session.Setup(1), -82, text);
+    }
 }
 
 // Other replies: tests/hostile.
@@ -142,7 +139,7 @@ TEST(Setup, FailureBehindTheReplyClosesTheSocketButLeavesTheStateReady) {
     };
     for (const auto &row : kCases) {
         Session session(kUdp, CLIENT_DESCRIBE_SENT_STATE, {{"SETUP ", Ok(row.header)}});
-        ExpectRefusals(kName, {{row.header.c_str(), [&] { return session.Setup(1); }, row.code, row.text}});
+        Refusals{kName}(session.Setup(1), row.code, row.text);
         EXPECT_EQ(ObservedState(session.client), CLIENT_READY_STATE) << row.header;
         EXPECT_EQ(IsFree(session.ClientPort(1)), row.code != 0) << row.header;
     }

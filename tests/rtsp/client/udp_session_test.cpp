@@ -57,6 +57,20 @@ TEST(UdpSession, EmptyDatagramEndsTheThreadAndPlayStartsItAgain) {
     EXPECT_EQ(session.Teardown(), 0);
 }
 
+TEST(UdpSession, FullBufferHoldsPacketsBackAndLosesNone) {
+    for (const int32_t ringBytes : {64, 40000}) { // below the largest packet there is room for one at a time
+        Session session(kUdp, CLIENT_PLAYING_STATE, {{"TEARDOWN ", Ok()}}, ringBytes);
+        for (const uint16_t number : Numbers(1, 60))
+            session.SendRtp(1, Rtp(number, std::string(ringBytes == 64 ? 20 : 1000, 'x')));
+        EXPECT_EQ(session.Video(40), Numbers(1, 40));
+        RTPStreamData *held = TakePacket(session.client, kVideo);
+        ASSERT_NE(held, nullptr);
+        EXPECT_TRUE(SucceedsSoon([&] { return session.Teardown(); })); // with the buffer full
+        EXPECT_EQ(PayloadOf(*held).back(), 'x');                       // still the application's
+        EXPECT_EQ(RTPClientFreeRTPStreamData(session.client, held, kVideo), 0);
+    }
+}
+
 TEST(UdpSession, RefusedPacketsAloneDoNotBlockTheBuffer) {
     Session session(kUdp, CLIENT_PLAYING_STATE, {}, 1000);
     for (int i = 0; i < 50; ++i)
