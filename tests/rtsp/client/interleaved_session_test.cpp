@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <thread>
+
 using namespace rtsptap::test;
 
 namespace {
@@ -47,6 +49,21 @@ TEST(Interleaved, RepliesAmongFramesMaySplitAnywhere) {
         Session unfinished(kTcp, state, {{"PLAY ", SendBytes("RTSP/1.0 200 OK\r\nSess")}});
         EXPECT_TRUE(SucceedsSoon([&] { return unfinished.Play(); }));
     }
+}
+
+TEST(Interleaved, PauseAndResumeWithMediaFlowingLoseNothing) {
+    Session session(kTcp, CLIENT_PLAYING_STATE,
+                    {{"PAUSE ", SendBytes(Frames(1, 3)) + Ok() + Delay(30) + SendBytes(Frames(4, 9))},
+                     {"PLAY ", SendBytes(Frames(10, 12)) + Ok() + SendBytes(Frames(13, 13))},
+                     {"PAUSE ", Ok() + Delay(30) + SendBytes(Frames(14, 20))},
+                     {"TEARDOWN ", Ok()}});
+    EXPECT_EQ(session.Pause(), 0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(session.Play(), 0);
+    EXPECT_EQ(session.Video(13), Numbers(1, 13));
+    EXPECT_EQ(session.Pause(), 0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_TRUE(SucceedsSoon([&] { return session.Teardown(); })); // its reply lies behind frames not yet read
 }
 
 TEST(Interleaved, OneStreamOfTwoKeepsTheConnectionServed) {

@@ -28,6 +28,18 @@ TEST(UdpSession, PlayStartsTwoThreadsForEachStreamThatIsNotPaused) {
     EXPECT_TRUE(SucceedsSoon([&] { return session.Teardown(); }));
 }
 
+TEST(UdpSession, PausedStreamLosesNothingThatArrived) {
+    Session session(kUdp, CLIENT_PLAYING_STATE, {{"PAUSE {base}/track1 ", Ok()}, {"PLAY ", Ok()}});
+    session.SendNumbers(1, Numbers(1, 3));
+    EXPECT_EQ(session.Pause(1), 0);
+    session.SendNumbers(1, Numbers(4, 9));
+    session.SendNumbers(2, Numbers(1, 2));
+    EXPECT_EQ(session.Audio(2), Numbers(1, 2));                        // the other stream plays on
+    EXPECT_LE(RTPClientGetNbOfPktInBuffer(session.client, kVideo), 4); // a receive under way may end with one more
+    EXPECT_EQ(session.Play(), 0);
+    EXPECT_EQ(session.Video(9), Numbers(1, 9));
+}
+
 TEST(UdpSession, PacketsOfTheLastSessionAreFreedWhileTheNextOneStarts) {
     Session session(kUdp, CLIENT_PLAYING_STATE, Script{{"TEARDOWN ", Ok()}} + StepsTo(CLIENT_PLAYING_STATE, kUdp));
     session.SendNumbers(1, Numbers(1, 20));
