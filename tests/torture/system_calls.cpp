@@ -48,6 +48,8 @@ const Fault *Strike(const char *call) {
     return fault;
 }
 
+bool CutsWaits() { return struck && !armed.load()->isRepeated; }
+
 bool Fails(const char *call) { return Strike(call) != nullptr; }
 
 int Taken(int fd) {
@@ -94,7 +96,7 @@ template <typename Wait> int WaitInSlices(int64_t waitMs, int sliceMs, int expir
         const int result = wait(thisMs);
         waitMs -= thisMs;
         if (result != expired || waitMs <= 0) return result;
-        if (!struck) continue;
+        if (!CutsWaits()) continue;
         aheadMs += waitMs;
         return result;
     }
@@ -196,7 +198,7 @@ ssize_t torture_recvfrom(int fd, void *bytes, size_t size, int flags, sockaddr *
     const auto real = [=](size_t some) { return recvfrom(fd, bytes, some, flags, from, n); };
     const ssize_t result = Transfer("recvfrom", fd, size, real);
     // A reader that waits here does so in slices of its own, up to the end of its wait.
-    if (result < 0 && errno == EAGAIN && (flags & MSG_DONTWAIT) == 0 && struck) aheadMs += kPacketWaitMs;
+    if (result < 0 && errno == EAGAIN && (flags & MSG_DONTWAIT) == 0 && CutsWaits()) aheadMs += kPacketWaitMs;
     return result;
 }
 ssize_t torture_read(int fd, void *bytes, size_t n) { return Fails("read") ? -1 : read(Used(fd), bytes, n); }

@@ -15,10 +15,11 @@ enum Effect : int {
 struct Fault {
     const char *call; // see system_calls.cpp
     int effect;
+    bool isRepeated = false; // the library makes the call again
 };
 
-// The nth such call from now (0: the next) meets the fault. From then on a wait in which nothing happens is cut to
-// 30 ms, and the waiting thread finds its clock moved on by the rest.
+// The nth such call from now (0: the next) meets the fault. From then on, unless it is repeated, a wait in which
+// nothing happens is cut to 30 ms, and the waiting thread finds its clock moved on by the rest.
 void Arm(Fault fault, long nth);
 bool HasStruck();
 
