@@ -53,12 +53,13 @@ TEST(Interleaved, RepliesAmongFramesMaySplitAnywhere) {
 
 TEST(Interleaved, PauseAndResumeWithMediaFlowingLoseNothing) {
     Session session(kTcp, CLIENT_PLAYING_STATE,
-                    {{"PAUSE ", SendBytes(Frames(1, 3)) + Ok() + Delay(30) + SendBytes(Frames(4, 9))},
+                    {{"PAUSE ", SendBytes(Frames(1, 3)) + Ok() + Delay(20) + SendBytes(Frames(4, 6)) + Delay(20) +
+                                    SendBytes(Frames(7, 9))}, // the thread still reads the first of these
                      {"PLAY ", SendBytes(Frames(10, 12)) + Ok() + SendBytes(Frames(13, 13))},
                      {"PAUSE ", Ok() + Delay(30) + SendBytes(Frames(14, 20))},
                      {"TEARDOWN ", Ok()}});
     EXPECT_EQ(session.Pause(), 0);
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    std::this_thread::sleep_for(std::chrono::milliseconds(70));
     EXPECT_EQ(session.Play(), 0);
     EXPECT_EQ(session.Video(13), Numbers(1, 13));
     EXPECT_EQ(session.Pause(), 0);

@@ -36,6 +36,7 @@ TEST(UdpSession, PausedStreamLosesNothingThatArrived) {
     session.SendNumbers(2, Numbers(1, 2));
     EXPECT_EQ(session.Audio(2), Numbers(1, 2));                        // the other stream plays on
     EXPECT_LE(RTPClientGetNbOfPktInBuffer(session.client, kVideo), 4); // a receive under way may end with one more
+    std::this_thread::sleep_for(std::chrono::milliseconds(30));        // for the paused thread to look
     EXPECT_EQ(session.Play(), 0);
     EXPECT_EQ(session.Video(9), Numbers(1, 9));
 }
