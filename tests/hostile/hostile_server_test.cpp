@@ -5,7 +5,6 @@
 #include "tests/hostile/reply_rules.h"
 #include "tests/support/captured_stdout.h"
 #include "tests/support/methods.h"
-#include "tests/support/own_network.h"
 
 #include <gtest/gtest.h>
 
@@ -266,7 +265,6 @@ std::string Meet(const Hostile &hostile) {
 
 // Standard output goes nowhere: failures are told at the end.
 TEST(HostileServers, GetTheDocumentedCodeAndLeaveNothingBehind) {
-    EnterOwnNetwork(); // else now and then somebody else has the port that a SETUP chooses
     const Hostiles hostiles = AllHostiles();
     std::mutex lock; // guards these two
     std::vector<std::string> wrong;

@@ -125,7 +125,7 @@ struct Holdings {
 
 private:
     static long Resident() {
-        malloc_trim(0); // what the C library keeps for later is not held by us
+        malloc_trim(0);                                  // what the C library keeps for later is not held by us
         std::ifstream rollup("/proc/self/smaps_rollup"); // exact, unlike what the kernel counts by the way
         long figure = 0;
         for (std::string word; figure == 0 && rollup >> word;)

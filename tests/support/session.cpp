@@ -22,13 +22,10 @@ using Clock = std::chrono::steady_clock;
 class Network : public testing::Environment {
 public:
     void SetUp() override {
-        isOwn = EnterOwnNetwork();
-        if (!isOwn) gblClientRtspUdpPort = static_cast<uint16_t>(4000 + getpid() * 7919LL % 500 * 56);
+        if (!EnterOwnNetwork()) gblClientRtspUdpPort = static_cast<uint16_t>(4000 + getpid() * 7919LL % 500 * 56);
     }
-    bool isOwn = false;
 };
-Network &network = *new Network;
-[[maybe_unused]] const testing::Environment *const registered = testing::AddGlobalTestEnvironment(&network);
+[[maybe_unused]] const testing::Environment *const registered = testing::AddGlobalTestEnvironment(new Network);
 
 } // namespace
 
@@ -169,8 +166,6 @@ DescriptorLimit::DescriptorLimit(rlim_t spare) {
 }
 
 bool LongForm() { return std::getenv("RTSPTAP_LONG") != nullptr; }
-
-bool HasOwnNetwork() { return network.isOwn; }
 
 std::size_t CountDescriptors() {
     const std::filesystem::directory_iterator entries("/proc/self/fd");

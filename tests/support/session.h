@@ -121,7 +121,6 @@ private:
 // RTSPTAP_LONG in the environment asks for every combination instead of a few.
 bool LongForm();
 
-bool HasOwnNetwork(); // with this process alone in it, where multicast groups can be joined
 std::size_t CountDescriptors();
 std::size_t CountOf(const std::string &text, const std::string &part);
 bool Eventually(const std::function<bool()> &condition); // within 5 seconds
