@@ -87,6 +87,20 @@ TEST(Interleaved, OneStreamOfTwoKeepsTheConnectionServed) {
     EXPECT_EQ(ObservedState(session.client), CLIENT_PAUSE_STATE);
 }
 
+TEST(Interleaved, AReaderThatWaitsServesEverybodyElse) {
+    Session session(kTcp, CLIENT_PLAYING_STATE, {{"PLAY ", Ok()}, {"PAUSE {base}/track2 ", Ok()}});
+    std::vector<uint16_t> taken;
+    std::thread reader([&] { taken = session.Video(1); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(20)); // until it waits in the connection
+    session.server.Send(Frames(1, 2, 2));
+    EXPECT_EQ(session.Audio(2), Numbers(1, 2));
+    EXPECT_TRUE(SucceedsSoon([&] { return session.Play(); })); // and the next thread takes over
+    EXPECT_TRUE(SucceedsSoon([&] { return session.Pause(2); }));
+    session.server.Send(Frames(7, 7));
+    reader.join();
+    EXPECT_EQ(taken, Numbers(7, 7));
+}
+
 TEST(Interleaved, OptionsWhilePlayingIsAnsweredThroughTheReceiveThread) {
     Session session(kTcp, CLIENT_PLAYING_STATE,
                     {{"OPTIONS ", Ok() + SendBytes(Frames(2, 2))}, {"DESCRIBE ", WithBody(kDescription)}});
