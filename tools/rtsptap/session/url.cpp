@@ -1,9 +1,11 @@
 #include "session/url.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <charconv>
 #include <memory>
 #include <netdb.h>
+#include <strings.h>
 
 namespace tool {
 namespace {
@@ -60,12 +62,16 @@ Outcome ParseAuthority(std::string_view text, Url &url) {
 
 Outcome ParseUrl(std::string_view text, Url &url) {
     url = {};
-    if (text.substr(0, kScheme.size()) != kScheme) return Refuse("it begins with rtsp://");
+    const auto separates = [](unsigned char letter) { return letter <= ' ' || letter == 0x7F; };
+    if (std::any_of(text.begin(), text.end(), separates)) return Refuse("a space is written %20");
+    if (strncasecmp(text.data(), kScheme.data(), std::min(text.size(), kScheme.size())) != 0 ||
+        text.size() < kScheme.size())
+        return Refuse("it must begin with rtsp://");
     text.remove_prefix(kScheme.size());
-    const std::size_t slash = text.find('/');
-    if (slash != std::string_view::npos) url.path = text.substr(slash + 1);
+    std::string_view authority = text.substr(0, text.find_first_of("/?"));
+    text.remove_prefix(authority.size());
+    if (!text.empty()) url.path = text.substr(text.front() == '/' ? 1 : 0);
     if (url.path.size() > kLongestPath) return Refuse("the path is longer than 63 characters");
-    std::string_view authority = text.substr(0, slash);
     const std::size_t at = authority.rfind('@');
     if (at != std::string_view::npos) {
         if (Outcome refused = ParseCredentials(authority.substr(0, at), url); !refused.IsOk()) return refused;
