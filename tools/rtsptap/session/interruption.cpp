@@ -7,7 +7,8 @@ namespace tool {
 namespace {
 
 constexpr int kEndOfWatch = SIGUSR1;
-constexpr auto kOneIntent = std::chrono::milliseconds(300); // programs in between may send a signal on twice
+constexpr auto kOneIntent =
+    std::chrono::milliseconds(100); // programs in between send a signal on twice; nobody presses keys so fast
 
 sigset_t WatchedSignals() {
     sigset_t set;
