@@ -43,7 +43,8 @@ std::string Tile(const std::string &name, const std::string &value, const char *
 }
 
 std::string LossTile(uint64_t lost, uint64_t expected) {
-    const double share = expected == 0 ? 0 : 100 * static_cast<double>(lost) / static_cast<double>(expected);
+    if (expected == 0) return Tile("Lost", "–");
+    const double share = 100 * static_cast<double>(lost) / static_cast<double>(expected);
     char text[64];
     std::snprintf(text, sizeof text, "%llu (%.2f %%)", static_cast<unsigned long long>(lost), share);
     return Tile("Lost", text, lost > 0 ? "bad" : "good");

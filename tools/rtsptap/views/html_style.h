@@ -50,6 +50,7 @@ td.time { white-space: nowrap; }
 .wide { grid-column: 1 / -1; overflow-x: auto; }
 .wide tr:first-child th { border-top: 0; font-size: 12px; }
 .wide .muted { margin-top: 8px; }
+.wide td:nth-child(2) { min-width: 180px; }
 td.length { width: 40%; vertical-align: middle; padding-right: 0; }
 td.length div { height: 8px; min-width: 1px; border-radius: 4px; background: var(--hue0); }
 .hue0 { --hue: var(--hue0); } .hue1 { --hue: var(--hue1); } .hue2 { --hue: var(--hue2); } .hue3 { --hue: var(--hue3); }

@@ -239,7 +239,9 @@ std::string MeasureText(Measure measure, double value) {
 
 std::string RangeText(Measure measure, double least, double most) {
     const Unit &unit = UnitFor(measure, most);
-    return Measured(least * unit.factor) + " to " + Measured(most * unit.factor) + " " + unit.name;
+    const std::string from = Measured(least * unit.factor);
+    const std::string to = Measured(most * unit.factor);
+    return (from == to ? "" : from + " to ") + to + " " + unit.name;
 }
 
 } // namespace tool
