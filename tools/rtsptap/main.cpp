@@ -1,19 +1,22 @@
 // rtsptap: from the command line to a command. Data goes to standard output, everything else to standard error.
-#include "session/background.h"
 #include "cli/build_facts.h"
 #include "cli/command_line.h"
-#include "commands/demo.h"
+#include "cli/console.h"
 #include "cli/exit_status.h"
 #include "cli/help_text.h"
+#include "commands/demo.h"
 #include "commands/play.h"
 #include "commands/probe.h"
 #include "commands/record.h"
 #include "commands/report_command.h"
 #include "commands/snapshot.h"
+#include "session/background.h"
 
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <system_error>
+#include <unistd.h>
 
 namespace {
 
@@ -31,34 +34,33 @@ struct Runner {
 constexpr Runner kRunners[] = {
     {"probe",
      [](CommandLine &line, const LibraryOutput &output, Interruption &interruption) {
-         return Probe({line.server, line.json}, line.console, output, interruption);
+         return Probe({line.server, line.json}, output, interruption);
      }},
     {"play",
      [](CommandLine &line, const LibraryOutput &output, Interruption &interruption) {
-         return Play({line.server, line.reception}, line.console, output, interruption);
+         return Play({line.server, line.reception}, output, interruption);
      }},
     {"record",
      [](CommandLine &line, const LibraryOutput &output, Interruption &interruption) {
-         return Record({line.server, line.reception, line.output}, line.console, output, interruption);
+         return Record({line.server, line.reception, line.output}, output, interruption);
      }},
     {"snapshot",
      [](CommandLine &line, const LibraryOutput &output, Interruption &interruption) {
-         return Snapshot({line.server, line.output, line.pictureLimit}, line.console, output, interruption);
+         return Snapshot({line.server, line.output, line.pictureLimit}, output, interruption);
      }},
     {"listen",
      [](CommandLine &line, const LibraryOutput &output, Interruption &interruption) {
          line.listen.reception = line.reception;
          line.listen.output = line.output;
-         return Listen(line.listen, line.console, output, interruption);
+         return Listen(line.listen, output, interruption);
      }},
     {"report",
      [](CommandLine &line, const LibraryOutput &output, Interruption &interruption) {
-         return WriteReport({line.server, line.reportDuration, line.output.file}, line.console, output.Data(),
-                            interruption);
+         return WriteReport({line.server, line.reportDuration, line.output.file}, output.Data(), interruption);
      }},
     {"demo",
      [](CommandLine &line, const LibraryOutput &output, Interruption &interruption) {
-         return Demo({line.demoTcp, line.demoAuth, line.demoDuration}, line.console, output, interruption);
+         return Demo({line.demoTcp, line.demoAuth, line.demoDuration}, output, interruption);
      }},
 };
 
@@ -80,6 +82,7 @@ Outcome PrintPage(const std::string &page) {
 Outcome Run(CommandLine &line) {
     for (const Runner &runner : kRunners) {
         if (runner.command != line.command) continue;
+        SetUpConsole(line.console);
         Interruption interruption;
         const LibraryOutput output(line.console.verbose);
         return runner.run(line, output, interruption);
@@ -99,12 +102,24 @@ Outcome ParseAndRun(int argc, char **argv) {
     }
 }
 
+// A descriptor that was closed before the start would be the number of the first socket, and what is said on
+// standard error would go to the server.
+void OpenIfClosed(int descriptor) {
+    if (fcntl(descriptor, F_GETFD) != -1) return;
+    const int nowhere = open("/dev/null", O_RDWR);
+    if (nowhere == descriptor) return;
+    dup2(nowhere, descriptor);
+    close(nowhere);
+}
+
 } // namespace
 
 int main(int argc, char **argv) {
+    OpenIfClosed(STDIN_FILENO);
+    OpenIfClosed(STDERR_FILENO);
     const Outcome outcome = ParseAndRun(argc, argv);
     const bool isSignal = outcome.code > ExitCode::kSignal;
     const std::string text = outcome.text.empty() && !isSignal ? MeaningOf(outcome.code) : outcome.text;
-    if (!outcome.IsOk() && !text.empty()) std::fprintf(stderr, "rtsptap: %s\n", text.c_str());
+    if (!outcome.IsOk() && !text.empty()) tool::PrintError(text);
     tool::EndProcess(static_cast<int>(outcome.code));
 }

@@ -140,7 +140,7 @@ Manual MakeManual(CommandLine &line) {
         {TextOf("record"), url, ReceptionGroups(server, {RecordingOptions(line.output, true), duration, figures})},
         {TextOf("snapshot"),
          url,
-         {PictureOptions(line.output, line.pictureLimit), ServerOptions(server), WaitingOptions(server)}},
+         {PictureOptions(line.output, line.pictureLimit), ServerOptions(server), ConnectingOptions(server)}},
         {TextOf("listen"), {}, {PortOptions(line.listen), RecordingOptions(line.output, false), duration, figures}},
         {TextOf("report"), url,
          ReceptionGroups(server, {PageOptions(line.output), DurationOptions(line.reportDuration, "60s")})},

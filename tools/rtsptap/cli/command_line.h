@@ -20,10 +20,10 @@ struct CommandLine {
     std::chrono::milliseconds pictureLimit{10000};
     std::chrono::milliseconds reportDuration{60000};
     std::chrono::milliseconds demoDuration{5000};
-    bool json = false;     // of probe
-    bool demoTcp = false;  //
-    bool demoAuth = false; //
-    std::string shell;     // of completion
+    bool json = false; // of probe
+    bool demoTcp = false;
+    bool demoAuth = false;
+    std::string shell; // of completion
 };
 
 // All commands with their options, which set the fields of line.

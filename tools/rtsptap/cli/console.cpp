@@ -16,6 +16,7 @@ constexpr char kEscape = '\033';
 
 std::mutex gblLock;                // guards the next and what is written to standard error here
 std::vector<std::string> gblLines; // those drawn; the cursor is below them
+ConsoleSettings gblSettings;       // constant once there is more than one thread
 
 // Back to the margin of the first drawn line, and away with all of them.
 std::string Erase() {
@@ -35,6 +36,14 @@ void Write(const std::string &text) {
     std::fflush(stderr);
 }
 
+bool IsTerminal() {
+    const char *kind = std::getenv("TERM");
+    return isatty(STDERR_FILENO) != 0 && kind != nullptr && std::strcmp(kind, "dumb") != 0;
+}
+
+// What is no text but moves the cursor, or worse.
+bool IsCommand(unsigned char letter) { return letter < ' ' || letter == 0x7F; }
+
 // Colours take no room.
 std::string CutTo(const std::string &line, std::size_t columns) {
     std::size_t used = 0;
@@ -49,7 +58,18 @@ std::string CutTo(const std::string &line, std::size_t columns) {
 
 } // namespace
 
-void PrintNotice(const std::string &text) { PrintLine("rtsptap: " + Printable(text)); }
+void SetUpConsole(const ConsoleSettings &settings) { gblSettings = settings; }
+
+void PrintNotice(const std::string &text) {
+    if (!gblSettings.quiet) PrintLine("rtsptap: " + Printable(text));
+}
+
+void PrintError(const std::string &text) {
+    std::string shown = text;
+    std::replace_if(
+        shown.begin(), shown.end(), [](char letter) { return letter != '\n' && IsCommand(letter); }, '?');
+    PrintLine("rtsptap: " + shown);
+}
 
 void PrintLine(const std::string &line) {
     const std::lock_guard guard(gblLock);
@@ -57,6 +77,7 @@ void PrintLine(const std::string &line) {
 }
 
 void DrawLines(const std::vector<std::string> &lines) {
+    if (!MayRedraw()) return;
     const std::lock_guard guard(gblLock);
     const std::string erase = Erase();
     gblLines.clear();
@@ -71,19 +92,18 @@ void KeepLines() {
 }
 
 std::string Printable(std::string text) {
-    const auto commands = [](unsigned char letter) { return letter < ' ' || letter == 0x7F; };
-    std::replace_if(text.begin(), text.end(), commands, '?');
+    std::replace_if(text.begin(), text.end(), IsCommand, '?');
     return text;
 }
 
-bool IsTerminal() {
-    const char *kind = std::getenv("TERM");
-    return isatty(STDERR_FILENO) != 0 && kind != nullptr && std::strcmp(kind, "dumb") != 0;
-}
+bool IsQuiet() { return gblSettings.quiet; }
+
+// What the library prints would tear redrawn lines apart.
+bool MayRedraw() { return !gblSettings.quiet && !gblSettings.verbose && IsTerminal(); }
 
 bool MayUseColor() {
     const char *refusal = std::getenv("NO_COLOR");
-    return IsTerminal() && (refusal == nullptr || *refusal == '\0');
+    return gblSettings.color && IsTerminal() && (refusal == nullptr || *refusal == '\0');
 }
 
 std::size_t TerminalColumns() {

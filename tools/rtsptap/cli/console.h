@@ -2,18 +2,24 @@
 // Whatever is said while media is received goes through here, so that nothing tears the redrawn lines. Any thread.
 #pragma once
 
+#include "cli/settings.h"
+
 #include <string>
 #include <vector>
 
 namespace tool {
 
-// "rtsptap: text", above the redrawn lines.
+// What the command line asks for. Once, before anything is said.
+void SetUpConsole(const ConsoleSettings &settings);
+
+// "rtsptap: text", above the redrawn lines; a notice only unless quiet.
 void PrintNotice(const std::string &text);
+void PrintError(const std::string &text); // may have several lines
 
 // A line of its own, as it is, above the redrawn lines.
 void PrintLine(const std::string &line);
 
-// In place of those drawn before. Only for terminals; each line must fit the width.
+// In place of those drawn before, cut to the width; nothing unless MayRedraw.
 void DrawLines(const std::vector<std::string> &lines);
 
 // What is drawn stays where it is: what is written next begins below. Also before anybody else uses standard error.
@@ -22,8 +28,9 @@ void KeepLines();
 // Without control characters: what a server says of itself does not command the terminal.
 std::string Printable(std::string text);
 
-bool IsTerminal();             // lines can be redrawn on standard error: a terminal, TERM not "dumb"
-bool MayUseColor();            // and NO_COLOR is not set
+bool IsQuiet();
+bool MayRedraw();              // a terminal that nothing but DrawLines writes to while media is received
+bool MayUseColor();            // there
 std::size_t TerminalColumns(); // its width now; 80 when unknown
 
 } // namespace tool

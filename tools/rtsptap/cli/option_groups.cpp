@@ -42,12 +42,18 @@ OptionGroup ServerOptions(ServerSettings &server) {
               Into(server.headers)}}};
 }
 
-OptionGroup WaitingOptions(ServerSettings &server) {
+OptionGroup ConnectingOptions(ServerSettings &server) {
     return {"Waiting",
-            {{"--connect-timeout", "TIME", "for each step until media is due (default: 10s)",
-              IntoTime(server.connectTimeout)},
-             {"--idle-timeout", "TIME", "without a packet on any stream (default: 10s)",
-              IntoTime(server.idleTimeout)}}};
+            {{"--connect-timeout", "TIME", "give up when a step before the media takes longer (default: 10s)",
+              IntoTime(server.connectTimeout)}}};
+}
+
+OptionGroup WaitingOptions(ServerSettings &server) {
+    OptionGroup group = ConnectingOptions(server);
+    group.options.push_back({"--idle-timeout", "TIME",
+                             "give up when no stream has brought a packet for so long (default: 10s)",
+                             IntoTime(server.idleTimeout)});
+    return group;
 }
 
 OptionGroup StayingOptions(ServerSettings &server) {

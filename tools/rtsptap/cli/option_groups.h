@@ -10,8 +10,9 @@
 namespace tool {
 
 OptionGroup ServerOptions(ServerSettings &server);
-OptionGroup WaitingOptions(ServerSettings &server); // how long for what
-OptionGroup StayingOptions(ServerSettings &server); // a session that is to last
+OptionGroup ConnectingOptions(ServerSettings &server); // how long for a reply
+OptionGroup WaitingOptions(ServerSettings &server);    // and for packets
+OptionGroup StayingOptions(ServerSettings &server);    // a session that is to last
 OptionGroup DurationOptions(std::chrono::milliseconds &duration, const std::string &otherwise);
 OptionGroup FigureOptions(ReceptionSettings &reception);
 OptionGroup RecordingOptions(OutputSettings &output, bool isRequired);

@@ -6,20 +6,19 @@
 
 namespace tool {
 
-Outcome Demo(const DemoSettings &settings, const ConsoleSettings &console, const LibraryOutput &output,
-             Interruption &interruption) {
+Outcome Demo(const DemoSettings &settings, const LibraryOutput &output, Interruption &interruption) {
     const std::string credentials = "viewer:a-running-clock"; // it listens on this machine only
     DemoServer server;
     std::vector<std::string> arguments;
     if (settings.auth) arguments = {"--auth", credentials};
     if (Outcome failed = server.Start(arguments, interruption); !failed.IsOk()) return failed;
-    if (!console.quiet) PrintNotice("playing " + server.Url() + (settings.tcp ? " over TCP" : ""));
+    PrintNotice("playing " + server.Url() + (settings.tcp ? " over TCP" : ""));
     PlaySettings play;
     play.server.url = server.Url();
     if (settings.auth) play.server.url.insert(play.server.url.find("://") + 3, credentials + "@");
     play.server.transport = settings.tcp ? Transport::kTcp : Transport::kAuto;
     play.reception.duration = settings.duration;
-    return Play(play, console, output, interruption);
+    return Play(play, output, interruption);
 }
 
 } // namespace tool

@@ -14,7 +14,6 @@ struct DemoSettings {
     std::chrono::milliseconds duration{5000};
 };
 
-Outcome Demo(const DemoSettings &settings, const ConsoleSettings &console, const LibraryOutput &output,
-             Interruption &interruption);
+Outcome Demo(const DemoSettings &settings, const LibraryOutput &output, Interruption &interruption);
 
 } // namespace tool

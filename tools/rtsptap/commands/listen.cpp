@@ -43,13 +43,12 @@ Outcome StreamsOfPorts(const ListenSettings &settings, SdpFile &sdp) {
     return {};
 }
 
-Outcome FindStreams(const ListenSettings &settings, const ConsoleSettings &console, SdpFile &sdp) {
+Outcome FindStreams(const ListenSettings &settings, SdpFile &sdp) {
     const bool hasPorts = settings.video.codecType != 0 || settings.audio.codecType != 0;
     if (settings.sdpFile.empty()) return StreamsOfPorts(settings, sdp);
     if (hasPorts) return {ExitCode::kUsage, "listen: the ports come from --sdp or from --video and --audio"};
     if (Outcome refused = ReadSdpFile(settings.sdpFile, sdp); !refused.IsOk()) return refused;
-    for (const std::string &line : sdp.omissions)
-        if (!console.quiet || sdp.streams.empty()) PrintNotice(line);
+    for (const std::string &line : sdp.omissions) PrintNotice(line);
     if (!sdp.streams.empty()) return {};
     return {ExitCode::kNoSupportedStream, settings.sdpFile + ": no stream has a codec that can be received"};
 }
@@ -77,19 +76,17 @@ Outcome OpenPorts(const SdpFile &sdp, Memberships &memberships, OpenedSession &o
 
 } // namespace
 
-Outcome Listen(const ListenSettings &settings, const ConsoleSettings &console, const LibraryOutput &output,
-               Interruption &interruption) {
+Outcome Listen(const ListenSettings &settings, const LibraryOutput &output, Interruption &interruption) {
     SdpFile sdp;
-    Outcome failed = FindStreams(settings, console, sdp);
+    Outcome failed = FindStreams(settings, sdp);
     if (failed.IsOk()) failed = CheckStreams(sdp);
     OutputFile file;
     const bool records = !settings.output.file.empty();
     if (failed.IsOk() && records) failed = ChooseOutput(settings.output, kRecordings, output.Data(), file);
     Watchers watchers;
     if (failed.IsOk())
-        failed = records
-                     ? MakeRecordingWatchers(settings.reception, settings.output, console, output.Data(), watchers)
-                     : MakePlayingWatchers(settings.reception, console, output.Data(), watchers);
+        failed = records ? MakeRecordingWatchers(settings.reception, settings.output, output.Data(), watchers)
+                         : MakePlayingWatchers(settings.reception, output.Data(), watchers);
     Memberships memberships;
     OpenedSession opened;
     if (failed.IsOk()) failed = OpenPorts(sdp, memberships, opened);

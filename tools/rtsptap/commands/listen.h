@@ -21,7 +21,6 @@ struct ListenSettings {
 // Reads "h264@5004"; false when codec or port are none, or the codec is one of the other medium.
 bool ParseListenPort(const std::string &text, bool video, ListenPort &port);
 
-Outcome Listen(const ListenSettings &settings, const ConsoleSettings &console, const LibraryOutput &output,
-               Interruption &interruption);
+Outcome Listen(const ListenSettings &settings, const LibraryOutput &output, Interruption &interruption);
 
 } // namespace tool

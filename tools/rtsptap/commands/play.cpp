@@ -4,13 +4,11 @@
 
 namespace tool {
 
-Outcome Play(const PlaySettings &settings, const ConsoleSettings &console, const LibraryOutput &output,
-             Interruption &interruption) {
+Outcome Play(const PlaySettings &settings, const LibraryOutput &output, Interruption &interruption) {
     Watchers watchers;
-    Outcome failed = MakePlayingWatchers(settings.reception, console, output.Data(), watchers);
+    Outcome failed = MakePlayingWatchers(settings.reception, output.Data(), watchers);
     if (!failed.IsOk()) return failed;
-    return ReceiveFromServer(settings.server, settings.reception.duration, console, AudienceOf(watchers),
-                             interruption);
+    return ReceiveFromServer(settings.server, settings.reception.duration, AudienceOf(watchers), interruption);
 }
 
 } // namespace tool

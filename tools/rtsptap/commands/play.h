@@ -13,7 +13,6 @@ struct PlaySettings {
     ReceptionSettings reception;
 };
 
-Outcome Play(const PlaySettings &settings, const ConsoleSettings &console, const LibraryOutput &output,
-             Interruption &interruption);
+Outcome Play(const PlaySettings &settings, const LibraryOutput &output, Interruption &interruption);
 
 } // namespace tool

@@ -3,7 +3,6 @@
 #include "commands/probe_result.h"
 #include "reception/arrivals.h"
 #include "reception/receive.h"
-#include "session/secrets.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -30,15 +29,13 @@ private:
 Outcome JudgeArrivals(const std::vector<ProbedStream> &streams) {
     for (const ProbedStream &probed : streams)
         if (probed.stream.isReadable && !probed.firstPacket)
-            return {ExitCode::kNoMedia, "stream " + std::to_string(probed.stream.number) + " (" +
-                                            Presentable(probed.stream.codec) + "): no packet arrived"};
+            return {ExitCode::kNoMedia, NameOf(probed.stream) + ": no packet arrived"};
     return {};
 }
 
 } // namespace
 
-Outcome Probe(const ProbeSettings &settings, const ConsoleSettings &console, const LibraryOutput &output,
-              Interruption &interruption) {
+Outcome Probe(const ProbeSettings &settings, const LibraryOutput &output, Interruption &interruption) {
     ProbeResult result;
     result.url = UrlWithoutCredentials(settings.server.url);
     Arrivals arrivals;
@@ -52,8 +49,7 @@ Outcome Probe(const ProbeSettings &settings, const ConsoleSettings &console, con
         arrivals.Begin(ProbedStreamsOf(opened));
     };
     // As long as a first packet may take, so long may the others, and the key frames.
-    result.outcome =
-        ReceiveFromServer(settings.server, settings.server.idleTimeout, console, audience, interruption);
+    result.outcome = ReceiveFromServer(settings.server, settings.server.idleTimeout, audience, interruption);
     result.streams = arrivals.Streams();
     if (result.outcome.IsOk()) result.outcome = JudgeArrivals(result.streams);
     if (result.url.empty()) return result.outcome;

@@ -13,7 +13,6 @@ struct ProbeSettings {
     bool json = false; // instead of text
 };
 
-Outcome Probe(const ProbeSettings &settings, const ConsoleSettings &console, const LibraryOutput &output,
-              Interruption &interruption);
+Outcome Probe(const ProbeSettings &settings, const LibraryOutput &output, Interruption &interruption);
 
 } // namespace tool

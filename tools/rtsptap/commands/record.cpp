@@ -4,15 +4,14 @@
 
 namespace tool {
 
-Outcome Record(const RecordSettings &settings, const ConsoleSettings &console, const LibraryOutput &output,
-               Interruption &interruption) {
+Outcome Record(const RecordSettings &settings, const LibraryOutput &output, Interruption &interruption) {
     OutputFile file;
     Outcome failed = ChooseOutput(settings.output, kRecordings, output.Data(), file);
     if (!failed.IsOk()) return failed;
     Watchers watchers;
-    failed = MakeRecordingWatchers(settings.reception, settings.output, console, output.Data(), watchers);
+    failed = MakeRecordingWatchers(settings.reception, settings.output, output.Data(), watchers);
     if (!failed.IsOk()) return failed;
-    return ReceiveFromServer(settings.server, settings.reception.duration, console, AudienceOf(watchers, file),
+    return ReceiveFromServer(settings.server, settings.reception.duration, AudienceOf(watchers, file),
                              interruption);
 }
 

@@ -14,7 +14,6 @@ struct RecordSettings {
     OutputSettings output;
 };
 
-Outcome Record(const RecordSettings &settings, const ConsoleSettings &console, const LibraryOutput &output,
-               Interruption &interruption);
+Outcome Record(const RecordSettings &settings, const LibraryOutput &output, Interruption &interruption);
 
 } // namespace tool

@@ -82,8 +82,7 @@ Outcome Judge(const Observation &observation) {
 
 } // namespace
 
-Outcome WriteReport(const ReportSettings &settings, const ConsoleSettings &console, FILE *standardOutput,
-                    Interruption &interruption) {
+Outcome WriteReport(const ReportSettings &settings, FILE *standardOutput, Interruption &interruption) {
     PageFile file;
     if (Outcome failed = file.Open(settings.output, standardOutput); !failed.IsOk()) return failed;
     ReportPage page;
@@ -91,8 +90,8 @@ Outcome WriteReport(const ReportSettings &settings, const ConsoleSettings &conso
     page.time = LocalTime();
     SeriesRecorder recorder;
     Arrivals arrivals;
-    const std::unique_ptr<Watcher> warnings = MakeWarnings(console);
-    const std::unique_ptr<Watcher> view = MakeLiveView(console);
+    const std::unique_ptr<Watcher> warnings = MakeWarnings();
+    const std::unique_ptr<Watcher> view = MakeLiveView();
     std::atomic<bool> delivers{false};
     bool opened = false;
 
@@ -111,12 +110,12 @@ Outcome WriteReport(const ReportSettings &settings, const ConsoleSettings &conso
         page.omissions = DescribeOmissions(session);
         arrivals.Begin(ProbedStreamsOf(session));
     };
-    page.probed.outcome = ReceiveFromServer(settings.server, settings.duration, console, audience, interruption);
+    page.probed.outcome = ReceiveFromServer(settings.server, settings.duration, audience, interruption);
     if (!opened) return page.probed.outcome;
     if (page.probed.outcome.IsOk()) page.probed.outcome = Judge(recorder.Last());
     page.probed.streams = arrivals.Streams();
     if (Outcome failed = file.Write(HtmlReport(page, recorder)); !failed.IsOk()) return failed;
-    if (!console.quiet && settings.output != "-") PrintNotice("the report is in " + settings.output);
+    if (settings.output != "-") PrintNotice("the report is in " + settings.output);
     return page.probed.outcome;
 }
 

@@ -17,7 +17,6 @@ struct ReportSettings {
     std::string output; // the HTML file; "-": standard output
 };
 
-Outcome WriteReport(const ReportSettings &settings, const ConsoleSettings &console, FILE *standardOutput,
-                    Interruption &interruption);
+Outcome WriteReport(const ReportSettings &settings, FILE *standardOutput, Interruption &interruption);
 
 } // namespace tool

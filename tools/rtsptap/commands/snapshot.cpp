@@ -4,14 +4,13 @@
 
 namespace tool {
 
-Outcome Snapshot(const SnapshotSettings &settings, const ConsoleSettings &console, const LibraryOutput &output,
-                 Interruption &interruption) {
+Outcome Snapshot(const SnapshotSettings &settings, const LibraryOutput &output, Interruption &interruption) {
     OutputFile file;
     Outcome failed = ChooseOutput(settings.output, kPictures, output.Data(), file);
     if (!failed.IsOk()) return failed;
     ServerSettings server = settings.server;
     server.idleTimeout = {}; // the limit is one for everything
-    return ReceiveFromServer(server, settings.limit, console, AudienceOf({}, file), interruption);
+    return ReceiveFromServer(server, settings.limit, AudienceOf({}, file), interruption);
 }
 
 } // namespace tool

@@ -14,7 +14,6 @@ struct SnapshotSettings {
     std::chrono::milliseconds limit{10000}; // from playing to the picture
 };
 
-Outcome Snapshot(const SnapshotSettings &settings, const ConsoleSettings &console, const LibraryOutput &output,
-                 Interruption &interruption);
+Outcome Snapshot(const SnapshotSettings &settings, const LibraryOutput &output, Interruption &interruption);
 
 } // namespace tool

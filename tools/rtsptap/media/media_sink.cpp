@@ -1,5 +1,6 @@
 // Recordings: packets through GStreamer's depayloaders and muxers into a file. The pipeline is built when it is
 // known which streams deliver, since a muxer waits for each one that it has.
+#include "cli/console.h"
 #include "media/media_pipeline.h"
 #include "media/media_routes.h"
 #include "media/rtp_feed.h"
@@ -76,8 +77,7 @@ void MediaSink::Start() {
             streams.push_back((feed++)->Format());
             continue;
         }
-        std::fprintf(stderr, "rtsptap: stream %d (%s) is left out: it has not begun\n",
-                     feed->Format().stream.number, feed->Format().stream.codec.c_str());
+        PrintNotice(NameOf(feed->Format().stream) + " is left out: it has not begun");
         feed = feeds_.erase(feed);
     }
     if (Outcome failed = BuildPipeline(streams); !failed.IsOk()) return Fail(failed);
@@ -114,7 +114,7 @@ void MediaSink::CatchUp(GstClockTime time) {
 }
 
 void MediaSink::Fail(const Outcome &outcome) {
-    if (failure_.IsOk()) failure_ = {outcome.code, file_.Name() + ": " + outcome.text};
+    if (failure_.IsOk()) failure_ = {outcome.code, file_.name + ": " + outcome.text};
 }
 
 bool MediaSink::IsDone() {
@@ -170,12 +170,11 @@ Outcome MakeMediaSink(const OutputFile &file, const std::vector<StreamFormat> &s
         if (obstacle == nullptr)
             chosen.push_back(format);
         else
-            std::fprintf(stderr, "rtsptap: stream %d (%s) is not recorded: %s\n", format.stream.number,
-                         format.stream.codec.c_str(), obstacle);
+            PrintNotice(NameOf(format.stream) + " is not recorded: " + obstacle);
     }
     if (chosen.empty())
         return {ExitCode::kNoSupportedStream,
-                file.Name() + ": " + FormatNames(file.format) + " holds none of the streams"};
+                file.name + ": " + FormatNames(file.format) + " holds none of the streams"};
     sink = std::make_unique<MediaSink>(file, chosen);
     return {};
 }

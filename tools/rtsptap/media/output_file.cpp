@@ -84,6 +84,7 @@ std::string PatternOf(const std::string &path) {
 }
 
 Outcome ChoosePath(const OutputSettings &settings, OutputFile &file) {
+    file.name = settings.file == "-" ? "standard output" : settings.file;
     if (settings.file == "-") {
         if (file.split.count() > 0) return {ExitCode::kUsage, "--split needs files, not standard output"};
         if (isatty(fileno(file.standardOutput)) != 0)

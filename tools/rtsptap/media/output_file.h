@@ -35,11 +35,10 @@ struct OutputSettings {
 
 struct OutputFile {
     FileFormat format = kMp4;
+    std::string name;                   // as it was given, for messages
     std::string path;                   // empty: standard output; of split files a pattern with "%03d"
     FILE *standardOutput = nullptr;     // the real one
     std::chrono::milliseconds split{0}; // 0: one file
-
-    std::string Name() const { return path.empty() ? "standard output" : path; }
 };
 
 // Reads the settings and makes sure that the file can be written; the tools that the format needs must be built in.

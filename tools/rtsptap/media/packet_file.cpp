@@ -16,7 +16,7 @@ Outcome OpenPacketFile(const OutputFile &file, FILE *&opened) {
 }
 
 Outcome WriteFailure(const OutputFile &file, int error) {
-    return {ExitCode::kOutputFailed, file.Name() + ": " + std::strerror(error)};
+    return {ExitCode::kOutputFailed, file.name + ": " + std::strerror(error)};
 }
 
 } // namespace tool

@@ -1,4 +1,4 @@
-// A file of packets as they were received, written by several readers and flushed once a second.
+// A file that a sink writes itself: packets as they were received, or a picture.
 #pragma once
 
 #include "media/output_file.h"

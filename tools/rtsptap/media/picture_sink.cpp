@@ -65,7 +65,7 @@ private:
         GstMapInfo bytes;
         GstBuffer *buffer = gst_sample_get_buffer(picture_.get());
         if (buffer == nullptr || gst_buffer_map(buffer, &bytes, GST_MAP_READ) == FALSE)
-            return {ExitCode::kOutputFailed, file_.Name() + ": the picture cannot be read"};
+            return {ExitCode::kOutputFailed, file_.name + ": the picture cannot be read"};
         FILE *out = nullptr;
         Outcome outcome = OpenPacketFile(file_, out);
         if (outcome.IsOk()) {

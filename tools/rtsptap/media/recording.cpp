@@ -1,5 +1,6 @@
 #include "media/recording.h"
 
+#include "cli/console.h"
 #include "views/health.h"
 #include "views/live_view.h"
 #include "views/progress.h"
@@ -41,31 +42,30 @@ Outcome AddStatsJson(const ReceptionSettings &settings, FILE *standardOutput, Wa
 
 } // namespace
 
-Outcome CollectWatchers(const ReceptionSettings &settings, const ConsoleSettings &console, FILE *standardOutput,
-                        FILE *table, std::unique_ptr<Watcher> view, Watchers &watchers) {
+Outcome CollectWatchers(const ReceptionSettings &settings, FILE *standardOutput, FILE *table,
+                        std::unique_ptr<Watcher> view, Watchers &watchers) {
     if (Outcome failed = AddStatsJson(settings, standardOutput, watchers); !failed.IsOk()) return failed;
     watchers.push_back(std::move(view));
-    watchers.push_back(MakeWarnings(console));
+    watchers.push_back(MakeWarnings());
     watchers.push_back(std::make_unique<FinalTable>(table));
     watchers.push_back(MakeHealthCheck(settings.health));
     return {};
 }
 
-Outcome MakePlayingWatchers(const ReceptionSettings &settings, const ConsoleSettings &console, FILE *standardOutput,
-                            Watchers &watchers) {
-    FILE *const aside = console.quiet ? nullptr : stderr;
+Outcome MakePlayingWatchers(const ReceptionSettings &settings, FILE *standardOutput, Watchers &watchers) {
+    FILE *const aside = IsQuiet() ? nullptr : stderr;
     FILE *const table = settings.statsJson == "-" ? aside : standardOutput;
-    return CollectWatchers(settings, console, standardOutput, table, MakeLiveView(console), watchers);
+    return CollectWatchers(settings, standardOutput, table, MakeLiveView(), watchers);
 }
 
-Outcome MakeRecordingWatchers(const ReceptionSettings &settings, const OutputSettings &output,
-                              const ConsoleSettings &console, FILE *standardOutput, Watchers &watchers) {
+Outcome MakeRecordingWatchers(const ReceptionSettings &settings, const OutputSettings &output, FILE *standardOutput,
+                              Watchers &watchers) {
     const bool ofKnownLength = settings.duration.count() > 0 || output.split.count() > 0;
     if (settings.statsJson == "-" && output.file == "-")
         return {ExitCode::kUsage, "standard output cannot hold both the recording and --stats-json"};
-    return CollectWatchers(
-        settings, console, standardOutput, console.quiet ? nullptr : stderr,
-        ofKnownLength ? MakeProgress(settings.duration, output.split, console) : MakeLiveView(console), watchers);
+    return CollectWatchers(settings, standardOutput, IsQuiet() ? nullptr : stderr,
+                           ofKnownLength ? MakeProgress(settings.duration, output.split) : MakeLiveView(),
+                           watchers);
 }
 
 Audience AudienceOf(const Watchers &watchers) {

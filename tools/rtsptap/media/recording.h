@@ -15,13 +15,12 @@ using Watchers = std::vector<std::unique_ptr<Watcher>>;
 
 // The watchers that the settings ask for, in the order in which they are finished. Files are opened: call it before
 // anything is connected. The table of what arrived goes to standard output, unless the figures do.
-Outcome MakePlayingWatchers(const ReceptionSettings &settings, const ConsoleSettings &console, FILE *standardOutput,
-                            Watchers &watchers);
+Outcome MakePlayingWatchers(const ReceptionSettings &settings, FILE *standardOutput, Watchers &watchers);
 
 // The same for a recording: progress instead of the live view where the length is known, the table on standard
 // error unless quiet.
-Outcome MakeRecordingWatchers(const ReceptionSettings &settings, const OutputSettings &output,
-                              const ConsoleSettings &console, FILE *standardOutput, Watchers &watchers);
+Outcome MakeRecordingWatchers(const ReceptionSettings &settings, const OutputSettings &output, FILE *standardOutput,
+                              Watchers &watchers);
 
 // Who watches; with a file, packets go there. Both outlive the audience.
 Audience AudienceOf(const Watchers &watchers);

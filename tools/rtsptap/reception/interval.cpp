@@ -1,7 +1,5 @@
 #include "reception/interval.h"
 
-#include "cli/console.h"
-
 #include <cstdio>
 
 namespace tool {
@@ -37,10 +35,6 @@ Interval Between(const Counts &from, const Counts &to) {
 double SilenceSeconds(const StreamObservation &stream, const Observation &observation) {
     if (stream.statistics.Packets() == 0) return std::chrono::duration<double>(observation.elapsed).count();
     return std::chrono::duration<double>(observation.now - stream.statistics.LastArrival()).count();
-}
-
-std::string NameOf(const Stream &stream) {
-    return "stream " + std::to_string(stream.number) + " (" + Printable(stream.codec) + ")";
 }
 
 std::string RateText(double bitsPerSecond) {

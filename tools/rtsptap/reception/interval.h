@@ -36,8 +36,6 @@ Interval Between(const Counts &from, const Counts &to);
 // Since the last packet; since the beginning when there was none.
 double SilenceSeconds(const StreamObservation &stream, const Observation &observation);
 
-std::string NameOf(const Stream &stream); // "stream 1 (H264)"
-
 // "64 kbit/s", "1.51 Mbit/s"
 std::string RateText(double bitsPerSecond);
 

@@ -17,13 +17,18 @@ struct StreamObservation {
     int32_t queued = 0;          // packets in the library's queue
 };
 
+constexpr const char *kPlaying = "playing";
+constexpr const char *kWaitingForMedia = "waiting for media";
+
 struct Observation {
     Clock::time_point now;
     Clock::duration elapsed{}; // since the first session began to play
-    std::string state;         // "playing", "waiting for media", "reconnecting, attempt 2"
+    std::string state;         // kPlaying, kWaitingForMedia, "reconnecting, attempt 2", "ended"
     std::vector<StreamObservation> streams;
     bool hasServer = false; // false: packets come to local ports, without RTSP
     Transport transport = Transport::kUdp;
+
+    bool IsPlaying() const { return state == kPlaying; }
 };
 
 // Views, logs, checks: each is shown the reception ten times a second, by the command's own thread.

@@ -14,11 +14,11 @@ constexpr int kUnsupportedTransport = 461;
 // A server, tried over one transport after the other and again after pauses.
 class ServerReception {
 public:
-    ServerReception(const ServerSettings &settings, const Server &server, const ConsoleSettings &console,
-                    Receiver &receiver, Interruption &interruption)
+    ServerReception(const ServerSettings &settings, const Server &server, Receiver &receiver,
+                    Interruption &interruption)
         : server_(server), keepsAlive_(settings.keepalive), mayFallBack_(settings.transport == Transport::kAuto),
-          transport_(mayFallBack_ ? Transport::kUdp : settings.transport), quiet_(console.quiet),
-          receiver_(receiver), interruption_(interruption), reconnection_(settings.reconnect) {}
+          transport_(mayFallBack_ ? Transport::kUdp : settings.transport), receiver_(receiver),
+          interruption_(interruption), reconnection_(settings.reconnect) {}
 
     Outcome Run();
 
@@ -30,15 +30,11 @@ private:
     Next AfterRefusal(const OpenedSession &opened, Outcome &outcome);
     Outcome Receive(const OpenedSession &opened, Receiver::End &end);
     void SayWhatIsLeftOut(const OpenedSession &opened);
-    void Say(const std::string &text) const {
-        if (!quiet_) PrintNotice(text);
-    }
 
     const Server &server_;
     const bool keepsAlive_;
     bool mayFallBack_;
     Transport transport_;
-    const bool quiet_;
     Receiver &receiver_;
     Interruption &interruption_;
     Reconnection reconnection_;
@@ -56,7 +52,7 @@ Outcome ServerReception::Run() {
         const std::chrono::milliseconds pause = reconnection_.NextPause();
         const std::string attempt = std::to_string(reconnection_.Attempt());
         const std::string plan = "reconnecting in " + TimeText(pause) + " (attempt " + attempt + ")";
-        Say(outcome.text + "; " + plan);
+        PrintNotice(outcome.text + "; " + plan);
         if (!receiver_.Pause(pause, plan)) return outcome;
         receiver_.SetState("reconnecting, attempt " + attempt);
     }
@@ -71,7 +67,7 @@ ServerReception::Next ServerReception::ReceiveOnce(Outcome &outcome) {
     if (!outcome.IsOk()) return Next::kEnd;
     Receiver::End end = Receiver::End::kOver;
     outcome = Receive(opened, end);
-    if (receiver_.HadMedia()) reconnection_.Succeed();
+    reconnection_.NoteSession(receiver_.Delivered());
     if (end == Receiver::End::kNoMediaOverUdp) {
         udpWasSilent_ = true;
         return FallBack("no packet arrived over UDP");
@@ -89,7 +85,7 @@ ServerReception::Next ServerReception::AfterRefusal(const OpenedSession &opened,
 }
 
 ServerReception::Next ServerReception::FallBack(const std::string &why) {
-    Say(why + ": falling back to TCP");
+    PrintNotice(why + ": falling back to TCP");
     mayFallBack_ = false;
     transport_ = Transport::kTcp;
     receiver_.EndSession();
@@ -100,28 +96,25 @@ ServerReception::Next ServerReception::FallBack(const std::string &why) {
 Outcome ServerReception::Receive(const OpenedSession &opened, Receiver::End &end) {
     Outcome outcome;
     std::optional<KeepAlive> keepAlive;
-    const auto say = [quiet = quiet_](const std::string &text) {
-        if (!quiet) PrintNotice(text);
-    };
     if (keepsAlive_)
-        keepAlive.emplace(opened.session, opened.facts.sessionTimeout.value_or(kUsualSessionTimeout) / 2.0, say);
+        keepAlive.emplace(opened.session, opened.facts.sessionTimeout.value_or(kUsualSessionTimeout) / 2.0);
     end = receiver_.Run(mayFallBack_, keepAlive ? &*keepAlive : nullptr, outcome);
     return outcome;
 }
 
 void ServerReception::SayWhatIsLeftOut(const OpenedSession &opened) {
     if (std::exchange(saidWhatIsLeftOut_, true)) return;
-    for (const std::string &line : DescribeOmissions(opened)) Say(line);
+    for (const std::string &line : DescribeOmissions(opened)) PrintNotice(line);
 }
 
 } // namespace
 
 Outcome ReceiveFromServer(const ServerSettings &settings, std::chrono::milliseconds duration,
-                          const ConsoleSettings &console, const Audience &audience, Interruption &interruption) {
+                          const Audience &audience, Interruption &interruption) {
     Server server;
     Receiver receiver(audience, duration, settings.idleTimeout, interruption);
     Outcome outcome = ReadServer(settings, interruption, server);
-    if (outcome.IsOk()) outcome = ServerReception(settings, server, console, receiver, interruption).Run();
+    if (outcome.IsOk()) outcome = ServerReception(settings, server, receiver, interruption).Run();
     return receiver.Conclude(outcome);
 }
 

@@ -34,7 +34,7 @@ struct Audience {
 // From an RTSP server. The duration begins with the first packet, or, without an idle time-out, with the session;
 // 0: until interrupted.
 Outcome ReceiveFromServer(const ServerSettings &server, std::chrono::milliseconds duration,
-                          const ConsoleSettings &console, const Audience &audience, Interruption &interruption);
+                          const Audience &audience, Interruption &interruption);
 
 // From streams that are received already, without RTSP. The duration begins at once; nothing idle ends it.
 Outcome ReceiveOpened(const OpenedSession &opened, std::chrono::milliseconds duration, const Audience &audience,

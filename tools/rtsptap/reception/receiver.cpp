@@ -57,9 +57,9 @@ void Receiver::NoteRefusal(const OpenedSession &opened) const {
 Receiver::End Receiver::Run(bool fallsBack, KeepAlive *keepAlive, Outcome &outcome) {
     for (;;) {
         const int signal = interruption_.WaitFor(kLook);
-        const bool hasMedia = HadMedia();
-        state_ = hasMedia ? "playing" : "waiting for media";
-        const Observation now = Observe();
+        Observation now = Observe();
+        const bool hasMedia = PacketsOf(now.streams) > packetsBefore_;
+        now.state = state_ = hasMedia ? kPlaying : kWaitingForMedia;
         if (signal != 0 || IsOver(now)) return End::kOver;
         const bool udpIsDead = fallsBack && !hasMedia && now.now - sessionBegin_ >= kPatienceWithUdp;
         if (udpIsDead && !session_->HasReceivedControl()) return End::kNoMediaOverUdp;
@@ -70,7 +70,12 @@ Receiver::End Receiver::Run(bool fallsBack, KeepAlive *keepAlive, Outcome &outco
     }
 }
 
-bool Receiver::HadMedia() const { return PacketsOf(reception_.Streams()) > packetsBefore_; }
+Clock::duration Receiver::Delivered() const {
+    Clock::time_point last = sessionBegin_;
+    for (const StreamObservation &stream : reception_.Streams())
+        last = std::max(last, stream.statistics.LastArrival());
+    return last - sessionBegin_;
+}
 
 bool Receiver::IsOver(const Observation &now) const {
     const bool failed = std::any_of(audience_.watchers.begin(), audience_.watchers.end(),

@@ -26,9 +26,9 @@ public:
     // Lets packets come until something ends it; of ended media the outcome says why.
     End Run(bool fallsBack, KeepAlive *keepAlive, Outcome &outcome);
 
-    bool HadMedia() const;  // in the current session
-    void EndSession();      // takes no more packets; the server is told in the background
-    void WaitForTeardown(); // until the server has heard of it, but no longer than a second after that
+    Clock::duration Delivered() const; // from the beginning of the current session to its latest packet
+    void EndSession();                 // takes no more packets; the server is told in the background
+    void WaitForTeardown();            // until the server has heard of it, but no longer than a second after that
 
     // Shows a state for so long; false when something ended it all.
     bool Pause(std::chrono::milliseconds pause, const std::string &state);

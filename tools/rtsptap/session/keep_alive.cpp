@@ -1,5 +1,6 @@
 #include "session/keep_alive.h"
 
+#include "cli/console.h"
 #include "session/background.h"
 
 namespace tool {
@@ -25,11 +26,11 @@ Outcome KeepAlive::Look(Clock::time_point now) {
 
 // A refusal leaves it running for ever: nothing more is sent.
 void KeepAlive::Send() const {
-    RunInBackground([session = session_, exchange = exchange_, say = say_] {
+    RunInBackground([session = session_, exchange = exchange_] {
         const Answer answer = session->KeepAlive();
         const Outcome outcome = OutcomeOfRequest("keep-alive", answer.result, answer.reply);
         const bool ends = EndsSession(outcome, answer.reply.status);
-        if (!outcome.IsOk() && !ends) say(outcome.text + ": no more keep-alives are sent");
+        if (!outcome.IsOk() && !ends) PrintNotice(outcome.text + ": no more keep-alives are sent");
         const std::lock_guard guard(exchange->lock);
         exchange->running = !outcome.IsOk();
         if (ends) exchange->trouble = outcome;

@@ -5,7 +5,6 @@
 #include "reception/statistics.h"
 #include "session/session.h"
 
-#include <functional>
 #include <memory>
 #include <mutex>
 
@@ -14,9 +13,8 @@ namespace tool {
 class KeepAlive {
 public:
     // A server that merely does not like being asked is told about once, and left alone from then on.
-    KeepAlive(std::shared_ptr<Session> session, std::chrono::duration<double> interval,
-              std::function<void(const std::string &)> say)
-        : session_(std::move(session)), interval_(interval), say_(std::move(say)) {}
+    KeepAlive(std::shared_ptr<Session> session, std::chrono::duration<double> interval)
+        : session_(std::move(session)), interval_(interval) {}
 
     // Sends what is due, in the background. Not Ok when the session has turned out to be gone.
     Outcome Look(Clock::time_point now);
@@ -31,7 +29,6 @@ private:
 
     const std::shared_ptr<Session> session_;
     const std::chrono::duration<double> interval_;
-    const std::function<void(const std::string &)> say_;
     const std::shared_ptr<Exchange> exchange_ = std::make_shared<Exchange>();
     Clock::time_point last_ = Clock::now();
 };

@@ -39,18 +39,11 @@ Outcome OpenSession(const Server &server, Transport transport, Interruption &int
             handshake->Leave(opened, outcome);
             return outcome; // also of one that was done when the signal came
         }
-        if (tick && now - lastTick >= kTick) {
+        if (now - lastTick >= kTick) {
             lastTick = now;
             tick();
         }
     }
-}
-
-Outcome OpenSession(const ServerSettings &settings, Transport transport, Interruption &interruption,
-                    OpenedSession &opened, const Tick &tick) {
-    Server server;
-    if (Outcome refused = ReadServer(settings, interruption, server); !refused.IsOk()) return refused;
-    return OpenSession(server, transport, interruption, opened, tick);
 }
 
 std::vector<std::string> DescribeOmissions(const OpenedSession &opened) {
@@ -59,8 +52,7 @@ std::vector<std::string> DescribeOmissions(const OpenedSession &opened) {
         if (stream.isReadable) continue;
         const char *why =
             stream.codecType == 0 ? "its codec is not supported" : "an earlier one has the same codec";
-        lines.push_back("stream " + std::to_string(stream.number) + " (" +
-                        (stream.codec.empty() ? "unknown" : stream.codec) + ") is left out: " + why);
+        lines.push_back(NameOf(stream) + " is left out: " + why);
     }
     const int understood = static_cast<int>(opened.streams.size());
     if (opened.described > understood)

@@ -61,11 +61,7 @@ using Tick = std::function<void()>;
 // One attempt over one transport; kAuto counts as kUdp. Falling back and trying again are the caller's. Says
 // nothing.
 Outcome OpenSession(const Server &server, Transport transport, Interruption &interruption, OpenedSession &opened,
-                    const Tick &tick = {});
-
-// Both in one.
-Outcome OpenSession(const ServerSettings &settings, Transport transport, Interruption &interruption,
-                    OpenedSession &opened, const Tick &tick = {});
+                    const Tick &tick);
 
 // One line for each stream that is left out: its number, its codec, and why.
 std::vector<std::string> DescribeOmissions(const OpenedSession &opened);

@@ -25,7 +25,8 @@ std::chrono::milliseconds Reconnection::NextPause() {
     const double pause = std::min(kFirstPauseMs * (1 << std::min(attempt_, kMostDoublings)), kLongestPauseMs);
     ++attempt_;
     std::uniform_real_distribution<double> jitter(1 - kJitter, 1 + kJitter);
-    return std::chrono::milliseconds(static_cast<int64_t>(pause * jitter(random_)) / 100 * 100); // as it is shown
+    pause_ = std::chrono::milliseconds(static_cast<int64_t>(pause * jitter(random_)) / 100 * 100); // as it is shown
+    return pause_;
 }
 
 } // namespace tool

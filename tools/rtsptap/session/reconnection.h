@@ -18,11 +18,16 @@ public:
 
     std::chrono::milliseconds NextPause(); // counts the attempt
     int Attempt() const { return attempt_; }
-    void Succeed() { attempt_ = 0; }
+    // Counts anew after a session that delivered for longer than the pause before it: a server that breaks off at
+    // once, again and again, is one that fails.
+    void NoteSession(std::chrono::nanoseconds delivered) {
+        if (delivered > pause_) attempt_ = 0;
+    }
 
 private:
     const std::optional<int> limit_;
     int attempt_ = 0;
+    std::chrono::milliseconds pause_{0}; // before the current session
     std::minstd_rand random_{std::random_device{}()};
 };
 

@@ -1,5 +1,6 @@
 #include "session/session.h"
 
+#include "session/secrets.h"
 #include "session/sockets.h"
 
 #include <algorithm>
@@ -55,6 +56,11 @@ bool HasHeader(const std::vector<Header> &headers, const std::string &name) {
 }
 
 } // namespace
+
+std::string NameOf(const Stream &stream) {
+    const std::string codec = stream.codec.empty() ? "unknown" : Presentable(stream.codec);
+    return "stream " + std::to_string(stream.number) + " (" + codec + ")";
+}
 
 Session::Session() : client_(RTSPClientCreate()) {
     if (client_ <= 0) throw std::bad_alloc();

@@ -45,6 +45,8 @@ struct Stream {
     int32_t clockRate = 0;   // RTP timestamp units per second; 0: not said
 };
 
+std::string NameOf(const Stream &stream); // "stream 1 (H264)"
+
 // Gives a packet back to the stream it was taken from.
 struct GiveBack {
     intptr_t client = 0;

@@ -15,7 +15,6 @@ constexpr auto kRedraw = std::chrono::milliseconds(250);
 constexpr auto kPlainLines = std::chrono::seconds(10);
 constexpr auto kRateWindow = std::chrono::seconds(2); // rates are averages over so long
 constexpr double kSilenceSeconds = 2;
-constexpr const char *kPlaying = "playing";
 
 enum class Paint { kNone, kFaint, kYellow, kRed };
 
@@ -52,13 +51,64 @@ std::string JitterText(const StreamStatistics &statistics) {
 
 std::string SecondsText(double seconds) { return Formatted(seconds < 10 ? "%.1f s" : "%.0f s", seconds); }
 
+// What a line is made of.
+struct Row {
+    const StreamObservation &stream;
+    Interval lately;
+    double silence = 0;
+
+    Paint LossPaint() const { return lately.lost > 0 ? Paint::kRed : Paint::kNone; }
+};
+
+struct Cell {
+    std::string text;
+    Paint paint = Paint::kNone;
+};
+
+struct Column {
+    const char *title;
+    std::size_t width;
+    int rank; // in a narrow terminal the highest are left out first
+    Cell (*cell)(const Row &row);
+};
+
+constexpr Column kColumns[] = {
+    {"rate", 11, 1, [](const Row &row) -> Cell { return {RateText(row.lately.bitsPerSecond)}; }},
+    {"packets", 7, 6, [](const Row &row) -> Cell { return {CountText(row.stream.statistics.Packets())}; }},
+    {"lost", 6, 5,
+     [](const Row &row) -> Cell {
+         return {CountText(row.stream.statistics.Lost()), row.LossPaint()};
+     }},
+    {"loss", 6, 2,
+     [](const Row &row) -> Cell {
+         return {Formatted("%.1f%%", row.stream.statistics.LossPercent()), row.LossPaint()};
+     }},
+    {"reord.", 6, 7, [](const Row &row) -> Cell { return {CountText(row.stream.statistics.Reordered())}; }},
+    {"jitter", 8, 3, [](const Row &row) -> Cell { return {JitterText(row.stream.statistics)}; }},
+    {"queue", 5, 8, [](const Row &row) -> Cell { return {std::to_string(row.stream.queued)}; }},
+    {"silent", 6, 4,
+     [](const Row &row) -> Cell {
+         return {SecondsText(row.silence), row.silence >= kSilenceSeconds ? Paint::kYellow : Paint::kNone};
+     }},
+};
+
+// The columns that there is room for, each with a space before it.
+std::vector<const Column *> ColumnsIn(std::size_t room) {
+    std::vector<const Column *> fitting;
+    for (const Column &column : kColumns) {
+        std::size_t needed = 0; // by those that matter as much
+        for (const Column &other : kColumns)
+            if (other.rank <= column.rank) needed += 1 + other.width;
+        if (needed <= room) fitting.push_back(&column);
+    }
+    return fitting;
+}
+
 class LiveView : public Watcher {
 public:
-    LiveView(bool quiet, bool redraws, bool colors) : quiet_(quiet), redraws_(redraws), colors_(colors) {}
     ~LiveView() override { KeepLines(); }
 
     void Show(const Observation &observation) override {
-        if (quiet_) return;
         for (const StreamObservation &stream : observation.streams)
             lately_[stream.stream.number].Add(CountsOf(stream.statistics, observation.now));
         if (redraws_) return Redraw(observation);
@@ -70,7 +120,7 @@ public:
 
     // The table of what arrived follows: the lines are of no more use.
     Outcome Finish(const Observation &) override {
-        if (!quiet_ && redraws_) DrawLines({});
+        DrawLines({});
         return {};
     }
 
@@ -82,39 +132,32 @@ private:
     }
 
     // To the right of its column.
-    std::string Cell(const std::string &text, std::size_t width, Paint paint = Paint::kNone) const {
-        const std::string space(text.size() < width ? width - text.size() : 0, ' ');
-        return " " + space + Painted(text, paint);
+    std::string Placed(const Cell &cell, std::size_t width) const {
+        const std::string space(cell.text.size() < width ? width - cell.text.size() : 0, ' ');
+        return " " + space + Painted(cell.text, cell.paint);
     }
 
     void Redraw(const Observation &observation) {
+        constexpr std::size_t kNarrow = 80;
         if (observation.now - shown_ < kRedraw) return;
         shown_ = observation.now;
+        const std::size_t width = TerminalColumns();
+        const std::size_t nameWidth = width < kNarrow ? 10 : 16;
+        const std::vector<const Column *> columns = ColumnsIn(width - std::min(width, nameWidth));
         std::vector<std::string> lines;
-        char head[96];
-        std::snprintf(head, sizeof head, "%-16s %11s %7s %6s %6s %6s %8s %5s %6s",
-                      ElapsedText(observation.elapsed).c_str(), "rate", "packets", "lost", "loss", "reord.",
-                      "jitter", "queue", "silent");
+        std::string head = ElapsedText(observation.elapsed);
+        head.resize(nameWidth, ' ');
+        for (const Column *column : columns) head += Placed({column->title}, column->width);
         if (!observation.streams.empty()) lines.push_back(Painted(head, Paint::kFaint));
-        for (const StreamObservation &stream : observation.streams) lines.push_back(Line(stream, observation));
-        if (observation.state != kPlaying) lines.push_back(Painted(Printable(observation.state), Paint::kYellow));
+        for (const StreamObservation &stream : observation.streams) {
+            const Row row{stream, lately_[stream.stream.number].Get(), SilenceSeconds(stream, observation)};
+            std::string line = std::to_string(stream.stream.number) + "  " + Printable(stream.stream.codec);
+            line.resize(nameWidth, ' ');
+            for (const Column *column : columns) line += Placed(column->cell(row), column->width);
+            lines.push_back(line);
+        }
+        if (!observation.IsPlaying()) lines.push_back(Painted(Printable(observation.state), Paint::kYellow));
         DrawLines(lines);
-    }
-
-    std::string Line(const StreamObservation &stream, const Observation &observation) {
-        const StreamStatistics &statistics = stream.statistics;
-        const Interval lately = lately_[stream.stream.number].Get();
-        const double silence = SilenceSeconds(stream, observation);
-        const Paint loss = lately.lost > 0 ? Paint::kRed : Paint::kNone;
-        char name[48];
-        std::snprintf(name, sizeof name, "%-2" PRId32 " %-13.13s", stream.stream.number,
-                      Printable(stream.stream.codec).c_str());
-        return name + Cell(RateText(lately.bitsPerSecond), 11) + Cell(CountText(statistics.Packets()), 7) +
-               Cell(CountText(statistics.Lost()), 6, loss) +
-               Cell(Formatted("%.1f%%", statistics.LossPercent()), 6, loss) +
-               Cell(CountText(statistics.Reordered()), 6) + Cell(JitterText(statistics), 8) +
-               Cell(std::to_string(stream.queued), 5) +
-               Cell(SecondsText(silence), 6, silence >= kSilenceSeconds ? Paint::kYellow : Paint::kNone);
     }
 
     void PrintPlain(const StreamObservation &stream, const Observation &observation) {
@@ -127,22 +170,17 @@ private:
                       RateText(lately_[stream.stream.number].Get().bitsPerSecond).c_str(), statistics.Packets(),
                       statistics.Lost(), statistics.LossPercent(), statistics.Reordered(),
                       JitterText(statistics).c_str(), stream.queued, SilenceSeconds(stream, observation));
-        PrintNotice(text + (observation.state == kPlaying ? "" : ", " + observation.state));
+        PrintNotice(text + (observation.IsPlaying() ? "" : ", " + observation.state));
     }
 
-    const bool quiet_;
-    const bool redraws_;
-    const bool colors_;
+    const bool redraws_ = MayRedraw();
+    const bool colors_ = MayUseColor();
     std::map<int32_t, Lately> lately_; // by the stream's number
     Clock::time_point shown_;
 };
 
 } // namespace
 
-std::unique_ptr<Watcher> MakeLiveView(const ConsoleSettings &console) {
-    // What the library prints would tear redrawn lines apart.
-    const bool redraws = IsTerminal() && !console.verbose;
-    return std::make_unique<LiveView>(console.quiet, redraws, console.color && MayUseColor());
-}
+std::unique_ptr<Watcher> MakeLiveView() { return std::make_unique<LiveView>(); }
 
 } // namespace tool

@@ -10,6 +10,6 @@
 namespace tool {
 
 // Shows nothing when quiet.
-std::unique_ptr<Watcher> MakeLiveView(const ConsoleSettings &console);
+std::unique_ptr<Watcher> MakeLiveView();
 
 } // namespace tool

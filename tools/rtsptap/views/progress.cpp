@@ -14,14 +14,45 @@ using std::chrono::milliseconds;
 constexpr auto kRedraw = milliseconds(250);
 constexpr int64_t kBarWidth = 20;
 
+struct Length {
+    milliseconds duration; // 0: none
+    milliseconds split;    // of one file; 0: there is one only
+};
+
+// "[######..............] 00:18 of 01:00, 00:42 left, file 2, 3.4 MB"; without the bar where it is too long.
+std::string ProgressLine(milliseconds elapsed, Length length, uint64_t bytes) {
+    const bool toFile = length.duration.count() == 0; // the bar is that of the current file
+    const milliseconds whole = toFile ? length.split : length.duration;
+    const milliseconds done = toFile ? elapsed % length.split : std::min(elapsed, whole);
+    const auto filled = static_cast<std::size_t>(kBarWidth * done.count() / whole.count());
+    const std::string bar = "[" + std::string(filled, '#') + std::string(kBarWidth - filled, '.') + "] ";
+    std::string line = ElapsedText(done) + " of " + ElapsedText(whole) + ", " + ElapsedText(whole - done) + " left";
+    if (length.split.count() > 0) line += ", file " + std::to_string(elapsed / length.split + 1);
+    char size[32];
+    std::snprintf(size, sizeof size, ", %.1f MB", static_cast<double>(bytes) / 1e6);
+    line += size;
+    return bar.size() + line.size() > TerminalColumns() ? line : bar + line;
+}
+
 class Progress : public Watcher {
 public:
-    Progress(milliseconds duration, milliseconds split, bool shows)
-        : duration_(duration), split_(split), shows_(shows) {}
+    explicit Progress(Length length) : length_(length) {}
 
     void Show(const Observation &observation) override {
-        if (!shows_ || observation.now - lastShown_ < kRedraw) return;
+        if (observation.now - lastShown_ < kRedraw) return;
         lastShown_ = observation.now;
+        Draw(observation, observation.IsPlaying() ? "" : ", " + observation.state);
+    }
+
+    // Once more, over the "^C" of the terminal.
+    Outcome Finish(const Observation &observation) override {
+        Draw(observation, "");
+        KeepLines();
+        return {};
+    }
+
+private:
+    void Draw(const Observation &observation, const std::string &state) const {
         uint64_t bytes = 0;
         Clock::time_point first = observation.now;
         for (const StreamObservation &stream : observation.streams) {
@@ -29,39 +60,17 @@ public:
             if (stream.statistics.Packets() > 0) first = std::min(first, stream.statistics.FirstArrival());
         }
         const auto passed = std::chrono::duration_cast<milliseconds>(observation.now - first);
-        const std::string state = observation.state == "playing" ? "" : ", " + observation.state;
-        DrawLines({ProgressLine(passed, duration_, split_, bytes) + state});
+        DrawLines({ProgressLine(passed, length_, bytes) + state});
     }
 
-    Outcome Finish(const Observation &) override {
-        if (shows_) KeepLines();
-        return {};
-    }
-
-private:
-    const milliseconds duration_;
-    const milliseconds split_;
-    const bool shows_;
+    const Length length_;
     Clock::time_point lastShown_{};
 };
 
 } // namespace
 
-std::string ProgressLine(milliseconds elapsed, milliseconds duration, milliseconds split, uint64_t bytes) {
-    const bool toFile = duration.count() == 0; // the bar is that of the current file
-    const milliseconds whole = toFile ? split : duration;
-    const milliseconds done = toFile ? elapsed % split : std::min(elapsed, duration);
-    const auto filled = static_cast<std::size_t>(kBarWidth * done.count() / whole.count());
-    std::string line = "[" + std::string(filled, '#') + std::string(kBarWidth - filled, '.') + "] ";
-    line += ElapsedText(done) + " of " + ElapsedText(whole) + ", " + ElapsedText(whole - done) + " left";
-    if (split.count() > 0) line += ", file " + std::to_string(elapsed / split + 1);
-    char size[32];
-    std::snprintf(size, sizeof size, ", %.1f MB", static_cast<double>(bytes) / 1e6);
-    return line + size;
-}
-
-std::unique_ptr<Watcher> MakeProgress(milliseconds duration, milliseconds split, const ConsoleSettings &console) {
-    return std::make_unique<Progress>(duration, split, !console.quiet && IsTerminal());
+std::unique_ptr<Watcher> MakeProgress(milliseconds duration, milliseconds split) {
+    return std::make_unique<Progress>(Length{duration, split});
 }
 
 } // namespace tool

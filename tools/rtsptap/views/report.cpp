@@ -33,9 +33,7 @@ bool PrintReport(FILE *out, const std::vector<StreamReport> &report) {
 
 Outcome JudgeReport(const std::vector<StreamReport> &report) {
     for (const auto &[stream, statistics] : report)
-        if (statistics.Packets() == 0)
-            return {ExitCode::kNoMedia,
-                    "stream " + std::to_string(stream.number) + " (" + stream.codec + "): no packet arrived"};
+        if (statistics.Packets() == 0) return {ExitCode::kNoMedia, NameOf(stream) + ": no packet arrived"};
     return {};
 }
 

@@ -55,7 +55,7 @@ PacketObserver SeriesRecorder::Observer() {
 
 void SeriesRecorder::Show(const Observation &observation) {
     ++looks_;
-    if (observation.state != "playing") ForgetGaps();
+    if (!observation.IsPlaying()) ForgetGaps();
     for (const StreamObservation &stream : observation.streams) {
         Gathering &gathering = streams_[stream.stream.number];
         gathering.jitterSum += stream.statistics.JitterMs().value_or(0);

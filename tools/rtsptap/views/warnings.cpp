@@ -26,8 +26,6 @@ struct StreamTrouble {
     bool silenceTold = false;
 };
 
-bool IsReceiving(const std::string &state) { return state == "playing" || state == "waiting for media"; }
-
 std::string SilenceCure(const StreamObservation &stream, const Observation &observation) {
     const bool began = stream.statistics.Packets() > 0;
     if (began && observation.hasServer)
@@ -41,10 +39,7 @@ std::string SilenceCure(const StreamObservation &stream, const Observation &obse
 
 class Warnings : public Watcher {
 public:
-    explicit Warnings(bool quiet) : quiet_(quiet) {}
-
     void Show(const Observation &observation) override {
-        if (quiet_) return;
         if (observation.now - socketsSeen_ >= kSocketLook) LookAtSockets(observation.now);
         NoteSession(observation);
         for (const StreamObservation &stream : observation.streams) {
@@ -58,7 +53,7 @@ public:
 
 private:
     void NoteSession(const Observation &observation) {
-        const bool receiving = IsReceiving(observation.state);
+        const bool receiving = observation.IsPlaying() || observation.state == kWaitingForMedia;
         if (receiving && (!receiving_ || transport_ != observation.transport)) receivingSince_ = observation.now;
         receiving_ = receiving;
         transport_ = observation.transport;
@@ -95,8 +90,7 @@ private:
     void LookForSilence(const StreamObservation &stream, const Observation &observation, StreamTrouble &trouble) {
         const double received = std::chrono::duration<double>(observation.now - receivingSince_).count();
         const double silence = std::min(SilenceSeconds(stream, observation), received);
-        const bool anything = observation.state == "playing";
-        if (silence < (anything ? kSilenceSeconds : kFirstSilenceSeconds)) return;
+        if (silence < (observation.IsPlaying() ? kSilenceSeconds : kFirstSilenceSeconds)) return;
         trouble.silenceTold = true;
         char seconds[16];
         std::snprintf(seconds, sizeof seconds, "%.1f s", silence);
@@ -127,7 +121,6 @@ private:
         return "try --transport tcp, a lower bit rate, or a better network";
     }
 
-    const bool quiet_;
     const uint32_t granted_ = GrantedBufferBytes(kAskedBytes);
     const uint32_t usual_ = GrantedBufferBytes(0);
     bool grantTold_ = false;
@@ -141,8 +134,6 @@ private:
 
 } // namespace
 
-std::unique_ptr<Watcher> MakeWarnings(const ConsoleSettings &console) {
-    return std::make_unique<Warnings>(console.quiet);
-}
+std::unique_ptr<Watcher> MakeWarnings() { return std::make_unique<Warnings>(); }
 
 } // namespace tool

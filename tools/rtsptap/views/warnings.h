@@ -2,14 +2,12 @@
 // buffer, datagrams that the kernel dropped, a silent stream, loss.
 #pragma once
 
-#include "cli/settings.h"
 #include "reception/observation.h"
 
 #include <memory>
 
 namespace tool {
 
-// Says nothing when quiet.
-std::unique_ptr<Watcher> MakeWarnings(const ConsoleSettings &console);
+std::unique_ptr<Watcher> MakeWarnings();
 
 } // namespace tool
