@@ -1,7 +1,9 @@
 // rtsptap: from the command line to a command. Data goes to standard output, everything else to standard error.
+#include "base/background.h"
+#include "base/console.h"
+#include "base/writing.h"
 #include "cli/build_facts.h"
 #include "cli/command_line.h"
-#include "cli/console.h"
 #include "cli/exit_status.h"
 #include "cli/help_text.h"
 #include "commands/demo.h"
@@ -10,10 +12,7 @@
 #include "commands/record.h"
 #include "commands/report_command.h"
 #include "commands/snapshot.h"
-#include "session/background.h"
 
-#include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <system_error>
 #include <unistd.h>
@@ -73,12 +72,6 @@ std::string PageOf(CommandLine &line) {
     return Completion(manual, line.shell);
 }
 
-Outcome PrintPage(const std::string &page) {
-    std::fputs(page.c_str(), stdout);
-    if (std::fflush(stdout) == 0) return {};
-    return {ExitCode::kOutputFailed, std::string("standard output: ") + std::strerror(errno)};
-}
-
 Outcome Run(CommandLine &line) {
     for (const Runner &runner : kRunners) {
         if (runner.command != line.command) continue;
@@ -87,7 +80,7 @@ Outcome Run(CommandLine &line) {
         const LibraryOutput output(line.console.verbose);
         return runner.run(line, output, interruption);
     }
-    return PrintPage(PageOf(line));
+    return tool::WriteText(stdout, PageOf(line), tool::kStandardOutput);
 }
 
 Outcome ParseAndRun(int argc, char **argv) {

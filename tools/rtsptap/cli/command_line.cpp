@@ -78,12 +78,6 @@ std::vector<std::string> OptionNames(const Manual &manual, const std::string &co
     return names;
 }
 
-std::vector<std::string> CommandNames(const Manual &manual) {
-    std::vector<std::string> names;
-    for (const Command &command : manual.commands) names.push_back(command.text.name);
-    return names;
-}
-
 // Without the value: it may be a password.
 std::string UnknownOption(const std::string &argument, const Manual &manual, const std::string &command) {
     const std::string name = argument.substr(0, argument.find('='));

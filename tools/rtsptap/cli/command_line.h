@@ -1,8 +1,8 @@
 // The command line: which commands take which options, and what was given.
 #pragma once
 
+#include "base/settings.h"
 #include "cli/manual.h"
-#include "cli/settings.h"
 #include "commands/listen.h"
 #include "media/output_file.h"
 

@@ -1,15 +1,10 @@
+#include "base/text.h"
 #include "cli/help_text.h"
 
 #include <map>
 
 namespace tool {
 namespace {
-
-std::string Joined(const std::vector<std::string> &words, const char *separator) {
-    std::string text;
-    for (const std::string &word : words) text += (text.empty() ? "" : separator) + word;
-    return text;
-}
 
 // The text in single quotes, with every character of the set behind a backslash.
 std::string Quoted(const std::string &text, const std::string &escaped = "") {
@@ -40,12 +35,6 @@ Options GeneralOf(const Manual &manual) {
     Options options;
     for (const Option &option : manual.general.options) options.push_back(&option);
     return options;
-}
-
-std::vector<std::string> CommandNames(const Manual &manual) {
-    std::vector<std::string> names;
-    for (const Command &command : manual.commands) names.push_back(command.text.name);
-    return names;
 }
 
 // ---- bash ----

@@ -1,7 +1,7 @@
 // The exit statuses and what they mean; help, man page and main read this one table.
 #pragma once
 
-#include "cli/outcome.h"
+#include "base/outcome.h"
 
 #include <span>
 

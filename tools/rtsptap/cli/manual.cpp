@@ -1,22 +1,10 @@
 #include "cli/manual.h"
 
+#include "base/text.h"
+
 #include <cctype>
 
 namespace tool {
-namespace {
-
-std::vector<std::string> Split(const std::string &text, char separator) {
-    std::vector<std::string> parts;
-    std::size_t begin = 0;
-    for (std::size_t end = 0; end != std::string::npos; begin = end + 1) {
-        end = text.find(separator, begin);
-        parts.push_back(text.substr(begin, end == std::string::npos ? end : end - begin));
-    }
-    return parts;
-}
-
-} // namespace
-
 std::vector<std::string> NamesOf(const Option &option) { return Split(option.names, ','); }
 
 std::vector<std::string> ChoicesOf(const std::string &value) {
@@ -36,6 +24,12 @@ std::string Sentence(const std::string &summary, const char *end) {
 std::string SynopsisOf(const Command &command) {
     return "rtsptap " + command.text.name + (command.groups.empty() ? "" : " [OPTIONS]") +
            (command.argument.name.empty() ? "" : " " + command.argument.name);
+}
+
+std::vector<std::string> CommandNames(const Manual &manual) {
+    std::vector<std::string> names;
+    for (const Command &command : manual.commands) names.push_back(command.text.name);
+    return names;
 }
 
 const std::vector<CommandText> &CommandTexts() {

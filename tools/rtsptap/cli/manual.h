@@ -69,6 +69,8 @@ std::string Sentence(const std::string &summary, const char *end = ".");
 // "rtsptap play [OPTIONS] URL"
 std::string SynopsisOf(const Command &command);
 
+std::vector<std::string> CommandNames(const Manual &manual);
+
 const std::vector<CommandText> &CommandTexts();
 
 const std::vector<std::string> &ProgramNotes(); // paragraphs that hold for every command

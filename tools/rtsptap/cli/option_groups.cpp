@@ -1,7 +1,7 @@
 #include "cli/option_groups.h"
 
+#include "base/codec_names.h"
 #include "cli/option_values.h"
-#include "media/codec_names.h"
 
 namespace tool {
 namespace {

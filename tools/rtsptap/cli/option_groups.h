@@ -2,8 +2,8 @@
 // outlive them.
 #pragma once
 
+#include "base/settings.h"
 #include "cli/manual.h"
-#include "cli/settings.h"
 #include "commands/listen.h"
 #include "media/output_file.h"
 

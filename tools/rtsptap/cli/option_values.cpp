@@ -1,8 +1,9 @@
 #include "cli/option_values.h"
 
-#include "cli/outcome.h"
-#include "views/health.h"
+#include "base/outcome.h"
+#include "base/text.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 
@@ -33,6 +34,16 @@ Reader IntoTimeOf(milliseconds &field, milliseconds least, milliseconds most) {
 }
 
 } // namespace
+
+bool ParseBitRate(const std::string &text, double &bitsPerSecond) {
+    static const std::map<std::string, double> kUnits = {{"", 1}, {"k", 1e3}, {"K", 1e3}, {"M", 1e6}, {"G", 1e9}};
+    std::string unit;
+    if (!ParseNumber(text, bitsPerSecond, unit)) return false;
+    const auto found = kUnits.find(unit);
+    if (found == kUnits.end()) return false;
+    bitsPerSecond *= found->second;
+    return true;
+}
 
 bool ParseTime(const std::string &text, milliseconds &time) {
     static const std::map<std::string, double> kUnitsMs = {
@@ -104,13 +115,10 @@ Reader IntoCount(std::optional<int> &field) {
 
 Reader IntoList(std::vector<std::string> &field) {
     return [&field](const std::string &text) {
-        std::size_t begin = 0;
-        for (std::size_t end = 0; end != std::string::npos; begin = end + 1) {
-            end = text.find(',', begin);
-            field.push_back(text.substr(begin, end == std::string::npos ? end : end - begin));
-            if (field.back().empty()) return std::string("has an empty entry");
-        }
-        return std::string();
+        const std::vector<std::string> entries = Split(text, ',');
+        field.insert(field.end(), entries.begin(), entries.end());
+        const bool hasGap = std::find(entries.begin(), entries.end(), "") != entries.end();
+        return std::string(hasGap ? "has an empty entry" : "");
     };
 }
 

@@ -1,6 +1,7 @@
 // From the text of an option to the field it sets.
 #pragma once
 
+#include "base/text.h"
 #include "cli/manual.h"
 
 #include <chrono>
@@ -14,6 +15,9 @@ namespace tool {
 
 // "200ms", "10s", "1.5m", "1h", a plain number in seconds; not negative, at most 100 years.
 bool ParseTime(const std::string &text, std::chrono::milliseconds &time);
+
+// "64000", "500k", "2M", "1.5G"
+bool ParseBitRate(const std::string &text, double &bitsPerSecond);
 
 // Each sets the field it is given, which must outlive the reader.
 Reader Into(bool &field);                             // a switch: becomes true
@@ -33,9 +37,9 @@ template <typename Choice> Reader IntoChoice(Choice &field, std::map<std::string
             field = found->second;
             return std::string();
         }
-        std::string names;
-        for (const auto &[name, choice] : choices) names += (names.empty() ? "" : ", ") + name;
-        return "is none of " + names;
+        std::vector<std::string> names;
+        for (const auto &[name, choice] : choices) names.push_back(name);
+        return "is none of " + Joined(names, ", ");
     };
 }
 

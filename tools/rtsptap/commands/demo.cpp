@@ -1,6 +1,6 @@
 #include "commands/demo.h"
 
-#include "cli/console.h"
+#include "base/console.h"
 #include "commands/demo_server.h"
 #include "commands/play.h"
 

@@ -1,9 +1,9 @@
 // rtsptap demo: starts the bundled server and plays it.
 #pragma once
 
-#include "cli/outcome.h"
-#include "cli/settings.h"
-#include "session/interruption.h"
+#include "base/interruption.h"
+#include "base/outcome.h"
+#include "base/settings.h"
 #include "session/library_output.h"
 
 namespace tool {

@@ -1,8 +1,8 @@
 // The bundled server as a process of its own, for as long as this object lives.
 #pragma once
 
-#include "cli/outcome.h"
-#include "session/interruption.h"
+#include "base/interruption.h"
+#include "base/outcome.h"
 
 #include <string>
 #include <sys/types.h>

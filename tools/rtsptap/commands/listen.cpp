@@ -1,8 +1,8 @@
 #include "commands/listen.h"
 
-#include "cli/console.h"
-#include "media/codec_names.h"
-#include "media/recording.h"
+#include "base/codec_names.h"
+#include "base/console.h"
+#include "commands/audience.h"
 #include "media/sdp_file.h"
 #include "session/multicast_membership.h"
 

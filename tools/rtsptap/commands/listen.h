@@ -1,9 +1,9 @@
 // rtsptap listen: receives RTP on local ports, without RTSP, and shows or records it.
 #pragma once
 
-#include "cli/settings.h"
+#include "base/interruption.h"
+#include "base/settings.h"
 #include "media/output_file.h"
-#include "session/interruption.h"
 #include "session/library_output.h"
 #include "session/session.h"
 

@@ -1,6 +1,6 @@
 #include "commands/play.h"
 
-#include "media/recording.h"
+#include "commands/audience.h"
 
 namespace tool {
 

@@ -1,9 +1,9 @@
 // rtsptap play: receives the streams of an RTSP server and reports what arrived.
 #pragma once
 
-#include "cli/outcome.h"
-#include "cli/settings.h"
-#include "session/interruption.h"
+#include "base/interruption.h"
+#include "base/outcome.h"
+#include "base/settings.h"
 #include "session/library_output.h"
 
 namespace tool {

@@ -1,12 +1,11 @@
 #include "commands/probe.h"
 
-#include "commands/probe_result.h"
-#include "reception/arrivals.h"
+#include "base/writing.h"
 #include "reception/receive.h"
+#include "views/arrivals.h"
+#include "views/probe_result.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 
 namespace tool {
 namespace {
@@ -54,9 +53,8 @@ Outcome Probe(const ProbeSettings &settings, const LibraryOutput &output, Interr
     if (result.outcome.IsOk()) result.outcome = JudgeArrivals(result.streams);
     if (result.url.empty()) return result.outcome;
     const std::string shown = settings.json ? ProbeJson(result) : ProbeText(result);
-    std::fputs(shown.c_str(), output.Data());
-    if (std::fflush(output.Data()) == 0) return result.outcome;
-    return {ExitCode::kOutputFailed, std::string("standard output: ") + std::strerror(errno)};
+    const Outcome written = WriteText(output.Data(), shown, kStandardOutput);
+    return written.IsOk() ? result.outcome : written;
 }
 
 } // namespace tool

@@ -1,9 +1,9 @@
 // rtsptap probe: what a server offers, and how long every step takes up to the first key frame.
 #pragma once
 
-#include "cli/outcome.h"
-#include "cli/settings.h"
-#include "session/interruption.h"
+#include "base/interruption.h"
+#include "base/outcome.h"
+#include "base/settings.h"
 #include "session/library_output.h"
 
 namespace tool {

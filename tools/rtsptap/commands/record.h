@@ -1,9 +1,9 @@
 // rtsptap record: the streams of an RTSP server into a file.
 #pragma once
 
-#include "cli/settings.h"
+#include "base/interruption.h"
+#include "base/settings.h"
 #include "media/output_file.h"
-#include "session/interruption.h"
 #include "session/library_output.h"
 
 namespace tool {

@@ -1,8 +1,9 @@
 #include "commands/report_command.h"
 
-#include "cli/console.h"
-#include "reception/arrivals.h"
+#include "base/console.h"
+#include "base/writing.h"
 #include "reception/receive.h"
+#include "views/arrivals.h"
 #include "views/html_report.h"
 #include "views/live_view.h"
 #include "views/report.h"
@@ -10,7 +11,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <cstring>
 #include <ctime>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -38,25 +38,22 @@ public:
         const bool exists = owned_ && lstat(path.c_str(), &present) == 0;
         if (owned_ && (!exists || S_ISREG(present.st_mode))) temporary_ = path + ".part";
         file_ = owned_ ? std::fopen((temporary_.empty() ? path : temporary_).c_str(), "we") : standardOutput;
-        if (file_ == nullptr) temporary_.clear();
-        return file_ == nullptr ? Failed() : Outcome();
+        if (file_ != nullptr) return {};
+        temporary_.clear();
+        return WriteFailure(Name(), errno);
     }
 
     Outcome Write(const std::string &page) {
-        errno = 0;
-        bool written = std::fputs(page.c_str(), file_) >= 0 && std::fflush(file_) == 0;
-        if (owned_) written = std::fclose(std::exchange(file_, nullptr)) == 0 && written;
-        if (written && !temporary_.empty()) written = std::rename(temporary_.c_str(), path_.c_str()) == 0;
-        if (!written) return Failed();
+        if (Outcome failed = WriteText(file_, page, Name()); !failed.IsOk() || !owned_) return failed;
+        if (std::fclose(std::exchange(file_, nullptr)) != 0) return WriteFailure(Name(), errno);
+        if (temporary_.empty()) return {};
+        if (std::rename(temporary_.c_str(), path_.c_str()) != 0) return WriteFailure(Name(), errno);
         temporary_.clear();
         return {};
     }
 
 private:
-    Outcome Failed() const {
-        const std::string name = owned_ ? path_ : "standard output";
-        return {ExitCode::kOutputFailed, name + ": " + std::strerror(errno != 0 ? errno : EIO)};
-    }
+    std::string Name() const { return owned_ ? path_ : kStandardOutput; }
 
     std::string path_;
     std::string temporary_; // empty: written in place
@@ -71,13 +68,6 @@ std::string LocalTime() {
     char text[64];
     std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S %z", &parts);
     return text;
-}
-
-// Every stream must deliver, as in play.
-Outcome Judge(const Observation &observation) {
-    std::vector<StreamReport> rows;
-    for (const auto &[stream, statistics, queued] : observation.streams) rows.push_back({stream, statistics});
-    return JudgeReport(rows);
 }
 
 } // namespace
@@ -112,7 +102,7 @@ Outcome WriteReport(const ReportSettings &settings, FILE *standardOutput, Interr
     };
     page.probed.outcome = ReceiveFromServer(settings.server, settings.duration, audience, interruption);
     if (!opened) return page.probed.outcome;
-    if (page.probed.outcome.IsOk()) page.probed.outcome = Judge(recorder.Last());
+    if (page.probed.outcome.IsOk()) page.probed.outcome = JudgeStreams(recorder.Last().streams);
     page.probed.streams = arrivals.Streams();
     if (Outcome failed = file.Write(HtmlReport(page, recorder)); !failed.IsOk()) return failed;
     if (settings.output != "-") PrintNotice("the report is in " + settings.output);

@@ -1,9 +1,9 @@
 // rtsptap report: receives for a while and writes a page about it.
 #pragma once
 
-#include "cli/outcome.h"
-#include "cli/settings.h"
-#include "session/interruption.h"
+#include "base/interruption.h"
+#include "base/outcome.h"
+#include "base/settings.h"
 
 #include <chrono>
 #include <cstdio>

@@ -1,6 +1,6 @@
 #include "commands/snapshot.h"
 
-#include "media/recording.h"
+#include "commands/audience.h"
 
 namespace tool {
 

@@ -1,9 +1,9 @@
 // rtsptap snapshot: the first picture of an RTSP server that can be decoded.
 #pragma once
 
-#include "cli/settings.h"
+#include "base/interruption.h"
+#include "base/settings.h"
 #include "media/output_file.h"
-#include "session/interruption.h"
 #include "session/library_output.h"
 
 namespace tool {

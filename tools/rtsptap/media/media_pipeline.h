@@ -1,7 +1,7 @@
 // A running GStreamer pipeline and how it ends.
 #pragma once
 
-#include "cli/outcome.h"
+#include "base/outcome.h"
 #include "media/gst_owned.h"
 
 #include <atomic>

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "media/output_file.h"
-#include "media/stream_format.h"
+#include "session/stream_format.h"
 
 #include <optional>
 #include <string>

@@ -1,6 +1,6 @@
 // Recordings: packets through GStreamer's depayloaders and muxers into a file. The pipeline is built when it is
 // known which streams deliver, since a muxer waits for each one that it has.
-#include "cli/console.h"
+#include "base/console.h"
 #include "media/media_pipeline.h"
 #include "media/media_routes.h"
 #include "media/rtp_feed.h"

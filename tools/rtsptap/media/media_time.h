@@ -2,7 +2,7 @@
 // what the network does to packets stays out of the file.
 #pragma once
 
-#include "reception/statistics.h"
+#include "base/clock.h"
 #include "rtsptap.h"
 
 namespace tool {

@@ -1,7 +1,9 @@
 #include "media/output_file.h"
 
+#include "base/text.h"
+#include "base/writing.h"
+
 #include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <iterator>
 #include <strings.h>
@@ -45,8 +47,8 @@ Outcome CheckBuiltIn(FileFormat format) {
     const bool needsGstreamer = (format & (kNeedsLibpcap | kNeedsNothing)) == 0;
     if (needsGstreamer && !kHasGstreamer)
         return {ExitCode::kOutputFailed, "this rtsptap was built without GStreamer, which writes " +
-                                             FormatNames(format) + "; without it there are " +
-                                             FormatNames(kNeedsLibpcap | kNeedsNothing)};
+                                             FormatNames(format) + "; it writes " +
+                                             FormatNames(kNeedsNothing | (kHasLibpcap ? kNeedsLibpcap : 0U))};
     if ((format & kNeedsLibpcap) != 0 && !kHasLibpcap)
         return {ExitCode::kOutputFailed,
                 "this rtsptap was built without libpcap, which writes pcap; rtpdump needs nothing"};
@@ -70,7 +72,7 @@ Outcome TryToWrite(const std::string &path) {
         const int found = open(path.c_str(), O_WRONLY | O_CLOEXEC);
         writable = found >= 0 && close(found) == 0;
     }
-    return writable ? Outcome{} : Outcome{ExitCode::kOutputFailed, path + ": " + std::strerror(errno)};
+    return writable ? Outcome{} : WriteFailure(path, errno);
 }
 
 // "walk.mp4" becomes "walk-%03d.mp4"; a "%" of the name itself is doubled.
@@ -84,7 +86,7 @@ std::string PatternOf(const std::string &path) {
 }
 
 Outcome ChoosePath(const OutputSettings &settings, OutputFile &file) {
-    file.name = settings.file == "-" ? "standard output" : settings.file;
+    file.name = settings.file == "-" ? kStandardOutput : settings.file;
     if (settings.file == "-") {
         if (file.split.count() > 0) return {ExitCode::kUsage, "--split needs files, not standard output"};
         if (isatty(fileno(file.standardOutput)) != 0)
@@ -100,14 +102,12 @@ Outcome ChoosePath(const OutputSettings &settings, OutputFile &file) {
 } // namespace
 
 std::string FormatNames(unsigned formats) {
-    std::string names;
-    unsigned named = 0;
-    for (const FormatName &row : kNames)
-        if ((formats & row.format) != 0 && (named & row.format) == 0) {
-            names += (names.empty() ? "" : ", ") + std::string(row.name);
-            named |= row.format;
-        }
-    return names;
+    std::vector<std::string> names;
+    for (const FormatName &row : kNames) {
+        if ((formats & row.format) != 0) names.push_back(row.name);
+        formats &= ~unsigned{row.format}; // the first name of each
+    }
+    return Joined(names, ", ");
 }
 
 Outcome ChooseOutput(const OutputSettings &settings, unsigned allowed, FILE *standardOutput, OutputFile &file) {

@@ -1,7 +1,7 @@
 // Where a command writes to and in which format: chosen by name, and tried before anything is connected.
 #pragma once
 
-#include "cli/outcome.h"
+#include "base/outcome.h"
 
 #include <chrono>
 #include <cstdio>

@@ -1,7 +1,6 @@
 #include "media/packet_file.h"
 
 #include <cerrno>
-#include <cstring>
 #include <unistd.h>
 
 namespace tool {
@@ -9,14 +8,10 @@ namespace tool {
 Outcome OpenPacketFile(const OutputFile &file, FILE *&opened) {
     opened =
         file.path.empty() ? fdopen(dup(fileno(file.standardOutput)), "wb") : std::fopen(file.path.c_str(), "wb");
-    if (opened == nullptr) return WriteFailure(file, errno);
+    if (opened == nullptr) return WriteFailure(file.name, errno);
     // A program at the other end of a pipe gets each packet as it comes.
     if (file.path.empty()) std::setvbuf(opened, nullptr, _IONBF, 0);
     return {};
-}
-
-Outcome WriteFailure(const OutputFile &file, int error) {
-    return {ExitCode::kOutputFailed, file.name + ": " + std::strerror(error)};
 }
 
 } // namespace tool

@@ -1,10 +1,12 @@
 // A file that a sink writes itself: packets as they were received, or a picture.
 #pragma once
 
+#include "base/clock.h"
+#include "base/writing.h"
 #include "media/output_file.h"
-#include "reception/statistics.h"
 
-#include <memory>
+#include <chrono>
+#include <cstdio>
 
 namespace tool {
 
@@ -20,7 +22,5 @@ private:
 
 // Standard output as a stream of its own, so that closing it leaves the real one open.
 Outcome OpenPacketFile(const OutputFile &file, FILE *&opened);
-
-Outcome WriteFailure(const OutputFile &file, int error);
 
 } // namespace tool

@@ -68,7 +68,7 @@ public:
         if (Outcome failed = OpenPacketFile(file_, opened); !failed.IsOk()) return failed;
         capture_ = pcap_open_dead_with_tstamp_precision(DLT_RAW, kSnapLength, PCAP_TSTAMP_PRECISION_NANO);
         if (capture_ != nullptr) dumper_ = pcap_dump_fopen(capture_, opened);
-        return dumper_ != nullptr ? Outcome{} : WriteFailure(file_, errno);
+        return dumper_ != nullptr ? Outcome{} : WriteFailure(file_.name, errno);
     }
 
     void Take(const Stream &stream, const RTPStreamData &packet, Clock::time_point arrival) override {
@@ -96,7 +96,7 @@ public:
         IsDone(); // what cannot be flushed is a failure
         const std::lock_guard guard(lock_);
         Close();
-        return error_ == 0 ? Outcome{} : WriteFailure(file_, error_);
+        return error_ == 0 ? Outcome{} : WriteFailure(file_.name, error_);
     }
 
 private:

@@ -70,7 +70,7 @@ private:
         Outcome outcome = OpenPacketFile(file_, out);
         if (outcome.IsOk()) {
             const bool written = std::fwrite(bytes.data, 1, bytes.size, out) == bytes.size;
-            if (std::fclose(out) != 0 || !written) outcome = WriteFailure(file_, errno);
+            if (std::fclose(out) != 0 || !written) outcome = WriteFailure(file_.name, errno);
         }
         gst_buffer_unmap(buffer, &bytes);
         return outcome;

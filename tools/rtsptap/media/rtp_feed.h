@@ -4,7 +4,7 @@
 
 #include "media/gst_owned.h"
 #include "media/media_time.h"
-#include "media/stream_format.h"
+#include "session/stream_format.h"
 
 #include <gst/app/gstappsrc.h>
 

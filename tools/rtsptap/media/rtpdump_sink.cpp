@@ -53,7 +53,7 @@ public:
         const std::lock_guard guard(lock_);
         if (out_ != nullptr && std::fclose(out_) != 0 && error_ == 0) error_ = errno;
         out_ = nullptr;
-        return error_ == 0 ? Outcome{} : WriteFailure(file_, error_);
+        return error_ == 0 ? Outcome{} : WriteFailure(file_.name, error_);
     }
 
 private:

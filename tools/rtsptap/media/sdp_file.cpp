@@ -1,6 +1,6 @@
 #include "media/sdp_file.h"
 
-#include "media/codec_names.h"
+#include "base/codec_names.h"
 
 #include <algorithm>
 #include <arpa/inet.h>

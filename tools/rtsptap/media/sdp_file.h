@@ -1,7 +1,7 @@
 // A session description (RFC 4566) without a server: what somebody sends to ports of this machine.
 #pragma once
 
-#include "media/stream_format.h"
+#include "session/stream_format.h"
 
 #include <string>
 #include <string_view>

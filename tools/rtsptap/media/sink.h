@@ -1,29 +1,14 @@
-// What packets go to: a file, standard output, a picture.
+// The sinks that write: one for each kind of file.
 #pragma once
 
-#include "cli/outcome.h"
 #include "media/output_file.h"
-#include "media/stream_format.h"
-#include "reception/statistics.h"
+#include "reception/packet_sink.h"
+#include "session/stream_format.h"
 
 #include <memory>
 #include <vector>
 
 namespace tool {
-
-class PacketSink {
-public:
-    PacketSink() = default;
-    virtual ~PacketSink() = default;
-    PacketSink(const PacketSink &) = delete;
-    PacketSink &operator=(const PacketSink &) = delete;
-
-    // On the thread that reads the stream; streams of several threads come at the same time.
-    virtual void Take(const Stream &stream, const RTPStreamData &packet, Clock::time_point arrival) = 0;
-
-    virtual bool IsDone() = 0;    // wants no more packets: complete, or failed
-    virtual Outcome Finish() = 0; // completes the output; packets taken later are passed over
-};
 
 // The sink for a format and the streams that it has room for; the others are named on standard error.
 Outcome MakeSink(const OutputFile &file, const std::vector<StreamFormat> &streams,

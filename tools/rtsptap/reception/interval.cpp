@@ -1,6 +1,6 @@
 #include "reception/interval.h"
 
-#include <cstdio>
+#include "base/text.h"
 
 namespace tool {
 namespace {
@@ -37,26 +37,9 @@ double SilenceSeconds(const StreamObservation &stream, const Observation &observ
     return std::chrono::duration<double>(observation.now - stream.statistics.LastArrival()).count();
 }
 
-std::string RateText(double bitsPerSecond) {
-    char text[32];
-    if (bitsPerSecond < 999500)
-        std::snprintf(text, sizeof text, "%.0f kbit/s", bitsPerSecond / 1e3);
-    else
-        std::snprintf(text, sizeof text, bitsPerSecond < 99.95e6 ? "%.2f Mbit/s" : "%.0f Mbit/s",
-                      bitsPerSecond / 1e6);
-    return text;
-}
-
-std::string ElapsedText(Clock::duration length) {
-    const auto seconds = std::chrono::round<std::chrono::seconds>(length).count();
-    char text[32];
-    if (seconds >= 3600)
-        std::snprintf(text, sizeof text, "%lld:%02d:%02d", static_cast<long long>(seconds / 3600),
-                      static_cast<int>(seconds / 60 % 60), static_cast<int>(seconds % 60));
-    else
-        std::snprintf(text, sizeof text, "%02d:%02d", static_cast<int>(seconds / 60),
-                      static_cast<int>(seconds % 60));
-    return text;
+std::string JitterText(const std::optional<double> &milliseconds) {
+    if (!milliseconds) return "-";
+    return Formatted(*milliseconds < 100 ? "%.1f ms" : "%.0f ms", *milliseconds);
 }
 
 } // namespace tool

@@ -36,10 +36,6 @@ Interval Between(const Counts &from, const Counts &to);
 // Since the last packet; since the beginning when there was none.
 double SilenceSeconds(const StreamObservation &stream, const Observation &observation);
 
-// "64 kbit/s", "1.51 Mbit/s"
-std::string RateText(double bitsPerSecond);
-
-// "00:12", "1:00:12", to the nearest second
-std::string ElapsedText(Clock::duration length);
+std::string JitterText(const std::optional<double> &milliseconds); // "1.5 ms", "-" where it is not known
 
 } // namespace tool

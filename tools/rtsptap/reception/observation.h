@@ -1,8 +1,8 @@
 // What is known of a reception at one moment, and who wants to be told.
 #pragma once
 
-#include "cli/outcome.h"
-#include "cli/settings.h"
+#include "base/outcome.h"
+#include "base/settings.h"
 #include "reception/statistics.h"
 #include "session/session.h"
 

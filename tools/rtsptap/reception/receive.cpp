@@ -1,6 +1,8 @@
 #include "reception/receive.h"
 
-#include "cli/console.h"
+#include "base/text.h"
+
+#include "base/console.h"
 #include "reception/receiver.h"
 #include "session/keep_alive.h"
 #include "session/reconnection.h"
@@ -9,7 +11,6 @@ namespace tool {
 namespace {
 
 constexpr auto kUsualSessionTimeout = std::chrono::seconds(60);
-constexpr int kUnsupportedTransport = 461;
 
 // A server, tried over one transport after the other and again after pauses.
 class ServerReception {

@@ -2,11 +2,11 @@
 // them, reconnects, keeps the session alive, and ends on a limit, a signal, or when somebody has enough.
 #pragma once
 
-#include "cli/settings.h"
-#include "media/sink.h"
+#include "base/interruption.h"
+#include "base/settings.h"
 #include "reception/observation.h"
+#include "reception/packet_sink.h"
 #include "reception/reception.h"
-#include "session/interruption.h"
 #include "session/opening.h"
 
 #include <chrono>

@@ -1,6 +1,8 @@
 #include "reception/receiver.h"
 
-#include "session/background.h"
+#include "base/text.h"
+
+#include "base/background.h"
 
 #include <algorithm>
 

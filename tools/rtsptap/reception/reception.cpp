@@ -1,6 +1,6 @@
 #include "reception/reception.h"
 
-#include "session/background.h"
+#include "base/background.h"
 
 #include <algorithm>
 #include <condition_variable>

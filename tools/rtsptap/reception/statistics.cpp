@@ -130,7 +130,7 @@ uint64_t StreamStatistics::LostFromSource() const {
 }
 
 std::optional<double> StreamStatistics::Milliseconds(double clockUnits) const {
-    if (clockRate_ <= 0) return std::nullopt;
+    if (clockRate_ <= 0 || packets_ == 0) return std::nullopt;
     return clockUnits * 1000 / clockRate_;
 }
 

@@ -1,6 +1,7 @@
 // What one stream delivered, counted from the packets the library hands out.
 #pragma once
 
+#include "base/clock.h"
 #include "rtsptap.h"
 
 #include <bitset>
@@ -10,8 +11,6 @@
 #include <optional>
 
 namespace tool {
-
-using Clock = std::chrono::steady_clock;
 
 class StreamStatistics {
 public:
@@ -28,7 +27,7 @@ public:
     uint64_t Expected() const { return packets_ - duplicates_ + Lost(); }
     double LossPercent() const;
     double BitsPerSecond() const;           // 0 before the second packet
-    std::optional<double> JitterMs() const; // interarrival jitter now (RFC 3550, A.8)
+    std::optional<double> JitterMs() const; // interarrival jitter now (RFC 3550, A.8); none before the first packet
     std::optional<double> MeanJitterMs() const;
     std::optional<double> MaxJitterMs() const;
     uint16_t FirstSequence() const { return firstSequence_; }

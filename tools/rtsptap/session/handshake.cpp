@@ -1,6 +1,6 @@
 #include "session/handshake.h"
 
-#include "session/secrets.h"
+#include "base/secrets.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -8,9 +8,6 @@
 namespace tool {
 namespace {
 
-using SteadyClock = std::chrono::steady_clock;
-
-constexpr int kSessionNotFound = 454;
 constexpr int32_t kClockOfLatency = 90000; // units per second that the library counts in, whatever the stream's are
 
 std::string BasicValue(const Credentials &credentials) {
@@ -62,7 +59,7 @@ void Handshake::Run() {
 
 // Runs a step, unless nobody waits for it any more, and notes how long it took.
 template <typename Call> Outcome Handshake::Step(const std::string &phase, Call call) {
-    const SteadyClock::time_point begin = SteadyClock::now();
+    const Clock::time_point begin = Clock::now();
     {
         const std::lock_guard guard(lock_);
         if (abandoned_) return {ExitCode::kTimeout, ""};
@@ -73,7 +70,7 @@ template <typename Call> Outcome Handshake::Step(const std::string &phase, Call 
     Outcome outcome = call();
     if (outcome.IsOk())
         opened_.phases.push_back(
-            {phase, std::chrono::duration_cast<std::chrono::microseconds>(SteadyClock::now() - begin)});
+            {phase, std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - begin)});
     return outcome;
 }
 

@@ -2,6 +2,7 @@
 // lose patience.
 #pragma once
 
+#include "base/clock.h"
 #include "session/opening.h"
 
 #include <atomic>
@@ -19,7 +20,7 @@ public:
 
     struct Progress {
         std::string phase; // the step that runs
-        std::chrono::steady_clock::time_point since;
+        Clock::time_point since;
         bool done = false;
     };
     Progress Look() const;

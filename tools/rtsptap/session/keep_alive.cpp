@@ -1,12 +1,10 @@
 #include "session/keep_alive.h"
 
-#include "cli/console.h"
-#include "session/background.h"
+#include "base/background.h"
+#include "base/console.h"
 
 namespace tool {
 namespace {
-
-constexpr int kSessionNotFound = 454;
 
 bool EndsSession(const Outcome &outcome, int status) {
     return outcome.code == ExitCode::kUnreachable || outcome.code == ExitCode::kTimeout ||

@@ -1,8 +1,8 @@
 // Tells a server from time to time that somebody still watches, where it does not take receiver reports for that.
 #pragma once
 
-#include "cli/outcome.h"
-#include "reception/statistics.h"
+#include "base/clock.h"
+#include "base/outcome.h"
 #include "session/session.h"
 
 #include <memory>

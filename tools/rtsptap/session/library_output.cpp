@@ -1,7 +1,7 @@
 #include "session/library_output.h"
 
-#include "cli/console.h"
-#include "session/secrets.h"
+#include "base/console.h"
+#include "base/secrets.h"
 
 #include <cerrno>
 #include <fcntl.h>

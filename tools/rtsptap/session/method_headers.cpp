@@ -1,5 +1,7 @@
 #include "session/method_headers.h"
 
+#include "base/text.h"
+
 #include <algorithm>
 #include <iterator>
 
@@ -13,11 +15,6 @@ constexpr const char *kNames[] = {"OPTIONS", "DESCRIBE", "SETUP", "PLAY", "TEARD
 constexpr const char *kNotWithTeardown[] = {
     "Blocksize",         "Cache-Control", "Conference", "Content-Encoding", "Content-Language", "Expires",
     "If-Modified-Since", "Range",         "Scale",      "Transport"};
-
-std::string Trimmed(const std::string &part) {
-    const std::size_t first = part.find_first_not_of(" \t");
-    return first == part.npos ? "" : part.substr(first, part.find_last_not_of(" \t") - first + 1);
-}
 
 bool IsToken(const std::string &name) {
     return !name.empty() && name.find_first_of(" \t\"(),/;<=>?@[]{}\\") == name.npos;

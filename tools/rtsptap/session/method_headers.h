@@ -1,7 +1,7 @@
 // Headers that requests carry beside the library's own.
 #pragma once
 
-#include "cli/outcome.h"
+#include "base/outcome.h"
 #include "rtsptap.h"
 
 #include <map>

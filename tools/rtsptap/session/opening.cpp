@@ -1,12 +1,10 @@
 #include "session/opening.h"
 
-#include "session/background.h"
+#include "base/background.h"
 #include "session/handshake.h"
 
 namespace tool {
 namespace {
-
-using SteadyClock = std::chrono::steady_clock;
 
 constexpr auto kLook = std::chrono::milliseconds(5);
 constexpr auto kTick = std::chrono::milliseconds(100);
@@ -27,11 +25,11 @@ Outcome OpenSession(const Server &server, Transport transport, Interruption &int
     opened = {};
     const auto handshake = std::make_shared<Handshake>(server, transport);
     RunInBackground([handshake] { handshake->Run(); });
-    SteadyClock::time_point lastTick = SteadyClock::now();
+    Clock::time_point lastTick = Clock::now();
     for (;;) {
         const int signal = interruption.WaitFor(kLook);
         const Handshake::Progress progress = handshake->Look();
-        const SteadyClock::time_point now = SteadyClock::now();
+        const Clock::time_point now = Clock::now();
         const bool late = !progress.phase.empty() && now - progress.since > server.connectTimeout;
         if (signal != 0 || progress.done || late) {
             Outcome outcome =

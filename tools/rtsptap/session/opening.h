@@ -2,11 +2,11 @@
 // run on a thread of their own (handshake.h), which is left behind when it takes too long.
 #pragma once
 
-#include "cli/credentials.h"
-#include "cli/settings.h"
-#include "media/stream_format.h"
-#include "session/interruption.h"
+#include "base/interruption.h"
+#include "base/settings.h"
+#include "session/credentials.h"
 #include "session/session.h"
+#include "session/stream_format.h"
 #include "session/url.h"
 
 #include <functional>

@@ -1,7 +1,7 @@
 // How often, and after which pauses, a server is tried again.
 #pragma once
 
-#include "cli/outcome.h"
+#include "base/outcome.h"
 
 #include <chrono>
 #include <optional>

@@ -1,6 +1,6 @@
 #include "session/session.h"
 
-#include "session/secrets.h"
+#include "base/secrets.h"
 #include "session/sockets.h"
 
 #include <algorithm>

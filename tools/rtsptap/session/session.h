@@ -1,7 +1,7 @@
 // One client of the library, released with the object: every command goes through here, by exported functions only.
 #pragma once
 
-#include "cli/outcome.h"
+#include "base/outcome.h"
 #include "rtsptap.h"
 #include "session/method_headers.h"
 

@@ -1,7 +1,7 @@
 // rtsp:// addresses, and the host names in them.
 #pragma once
 
-#include "cli/outcome.h"
+#include "base/outcome.h"
 
 #include <cstdint>
 #include <string>

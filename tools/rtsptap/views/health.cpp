@@ -1,35 +1,19 @@
 #include "views/health.h"
 
-#include "media/codec_names.h"
-#include "reception/interval.h"
+#include "base/codec_names.h"
+#include "base/text.h"
 
 #include <algorithm>
-#include <cmath>
-#include <cstdio>
-#include <cstdlib>
 #include <strings.h>
 
 namespace tool {
 namespace {
-
-struct Unit {
-    const char *name;
-    double factor;
-};
-
-constexpr Unit kUnits[] = {{"", 1}, {"k", 1e3}, {"K", 1e3}, {"M", 1e6}, {"G", 1e9}};
 
 bool Carries(const StreamObservation &stream, const std::string &codec) {
     const int32_t type = CodecTypeOfName(codec);
     const bool isThat =
         type != 0 ? stream.stream.codecType == type : strcasecmp(stream.stream.codec.c_str(), codec.c_str()) == 0;
     return isThat && stream.statistics.Packets() > 0;
-}
-
-std::string Percent(double value) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%.2f %%", value);
-    return text;
 }
 
 // From the first packet to the end: of streams that stop early the rate is lower.
@@ -69,8 +53,8 @@ private:
         if (!settings_.maxLossPercent) return;
         for (const auto &[stream, statistics, queued] : observation.streams)
             if (statistics.LossPercent() > *settings_.maxLossPercent)
-                Add(NameOf(stream) + " lost " + Percent(statistics.LossPercent()) +
-                    " of its packets, allowed are " + Percent(*settings_.maxLossPercent));
+                Add(NameOf(stream) + " lost " + Formatted("%.2f %%", statistics.LossPercent()) +
+                    " of its packets, allowed are " + Formatted("%.2f %%", *settings_.maxLossPercent));
     }
 
     void CheckRate(const Observation &observation) {
@@ -92,19 +76,6 @@ private:
 };
 
 } // namespace
-
-bool ParseBitRate(const std::string &text, double &bitsPerSecond) {
-    const std::size_t digits = std::min(text.find_first_not_of("0123456789."), text.size());
-    const std::string figure = text.substr(0, digits);
-    char *end = nullptr;
-    const double number = std::strtod(figure.c_str(), &end);
-    if (digits == 0 || *end != '\0' || !std::isfinite(number)) return false;
-    const auto *unit = std::find_if(std::begin(kUnits), std::end(kUnits),
-                                    [&](const Unit &row) { return text.substr(digits) == row.name; });
-    if (unit == std::end(kUnits)) return false;
-    bitsPerSecond = number * unit->factor;
-    return true;
-}
 
 std::unique_ptr<Watcher> MakeHealthCheck(const HealthSettings &settings) {
     return std::make_unique<HealthCheck>(settings);

@@ -1,6 +1,6 @@
 #include "views/html_parts.h"
 
-#include <cstdio>
+#include "base/text.h"
 
 namespace tool {
 
@@ -45,9 +45,7 @@ std::string Tile(const std::string &name, const std::string &value, const char *
 std::string LossTile(uint64_t lost, uint64_t expected) {
     if (expected == 0) return Tile("Lost", "–");
     const double share = 100 * static_cast<double>(lost) / static_cast<double>(expected);
-    char text[64];
-    std::snprintf(text, sizeof text, "%llu (%.2f %%)", static_cast<unsigned long long>(lost), share);
-    return Tile("Lost", text, lost > 0 ? "bad" : "good");
+    return Tile("Lost", std::to_string(lost) + Formatted(" (%.2f %%)", share), lost > 0 ? "bad" : "good");
 }
 
 } // namespace tool

@@ -1,20 +1,18 @@
 #include "views/html_report.h"
 
+#include "base/text.h"
 #include "views/html_parts.h"
 #include "views/html_streams.h"
 #include "views/html_style.h"
 #include "views/svg_plot.h"
 
 #include <algorithm>
-#include <cstdio>
 
 namespace tool {
 namespace {
 
 std::string Milliseconds(std::chrono::microseconds time) {
-    char text[48];
-    std::snprintf(text, sizeof text, "%.1f ms", static_cast<double>(time.count()) / 1000);
-    return text;
+    return Formatted("%.1f ms", static_cast<double>(time.count()) / 1000);
 }
 
 std::string OrDash(const std::string &text) { return text.empty() ? "–" : text; }
@@ -69,9 +67,8 @@ std::string PhaseTable(const ProbeResult &probed) {
     for (const Phase &phase : phases) longest = std::max(longest, phase.time);
     std::string text = "<div><h2>Time of each step</h2>\n<table>\n";
     for (const Phase &phase : phases) {
-        char share[16];
-        std::snprintf(share, sizeof share, "%.1f%%",
-                      100 * static_cast<double>(phase.time.count()) / static_cast<double>(longest.count()));
+        const std::string share = Formatted("%.1f%%", 100 * static_cast<double>(phase.time.count()) /
+                                                          static_cast<double>(longest.count()));
         text += "<tr>" + Tagged("th scope=\"row\"", phase.name) +
                 Tagged("td class=\"number\"", Milliseconds(phase.time)) +
                 "<td class=\"length\"><div style=\"width:" + share + "\"></div></td></tr>\n";

@@ -1,7 +1,7 @@
 // The page about a reception: one self-contained HTML file that needs neither scripts nor other files.
 #pragma once
 
-#include "commands/probe_result.h"
+#include "views/probe_result.h"
 #include "views/series.h"
 
 #include <string>

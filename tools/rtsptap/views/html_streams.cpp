@@ -12,8 +12,8 @@ namespace {
 
 constexpr int kHues = 4; // colours that streams take in turn, in the style
 
-std::string JitterText(const StreamStatistics &statistics, const std::optional<double> &jitter) {
-    return statistics.Packets() > 0 && jitter ? MeasureText(Measure::kMilliseconds, *jitter) : "–";
+std::string JitterTile(const char *name, const std::optional<double> &jitter) {
+    return Tile(name, jitter ? MeasureText(Measure::kMilliseconds, *jitter) : "–");
 }
 
 std::string StreamTiles(const StreamStatistics &statistics) {
@@ -24,8 +24,8 @@ std::string StreamTiles(const StreamStatistics &statistics) {
     text += LossTile(statistics.Lost(), statistics.Expected());
     text += Tile("Reordered", std::to_string(statistics.Reordered()));
     text += Tile("Duplicates", std::to_string(statistics.Duplicates()));
-    text += Tile("Jitter, average", JitterText(statistics, statistics.MeanJitterMs()));
-    text += Tile("Jitter, highest", JitterText(statistics, statistics.MaxJitterMs()));
+    text += JitterTile("Jitter, average", statistics.MeanJitterMs());
+    text += JitterTile("Jitter, highest", statistics.MaxJitterMs());
     text += Tile("Longest gap", MeasureText(Measure::kMilliseconds, gap));
     return text + "</section>\n";
 }

@@ -1,7 +1,7 @@
 // The part of the report's page about one stream: its figures and its plots.
 #pragma once
 
-#include "commands/probe_result.h"
+#include "views/probe_result.h"
 #include "views/series.h"
 
 #include <string>

@@ -1,6 +1,7 @@
 #include "views/live_view.h"
 
-#include "cli/console.h"
+#include "base/console.h"
+#include "base/text.h"
 #include "reception/interval.h"
 
 #include <cinttypes>
@@ -31,22 +32,10 @@ private:
     std::deque<Counts> counts_;
 };
 
-std::string Formatted(const char *format, double value) {
-    char text[48];
-    std::snprintf(text, sizeof text, format, value);
-    return text;
-}
-
 // Up to seven characters.
 std::string CountText(uint64_t count) {
     if (count < 10000000) return std::to_string(count);
     return Formatted(count < 1000000000 ? "%.1fM" : "%.0fM", static_cast<double>(count) / 1e6);
-}
-
-std::string JitterText(const StreamStatistics &statistics) {
-    const std::optional<double> jitter = statistics.JitterMs();
-    if (!jitter || statistics.Packets() == 0) return "-";
-    return Formatted(*jitter < 100 ? "%.1f ms" : "%.0f ms", *jitter);
 }
 
 std::string SecondsText(double seconds) { return Formatted(seconds < 10 ? "%.1f s" : "%.0f s", seconds); }
@@ -84,7 +73,7 @@ constexpr Column kColumns[] = {
          return {Formatted("%.1f%%", row.stream.statistics.LossPercent()), row.LossPaint()};
      }},
     {"reord.", 6, 7, [](const Row &row) -> Cell { return {CountText(row.stream.statistics.Reordered())}; }},
-    {"jitter", 8, 3, [](const Row &row) -> Cell { return {JitterText(row.stream.statistics)}; }},
+    {"jitter", 8, 3, [](const Row &row) -> Cell { return {JitterText(row.stream.statistics.JitterMs())}; }},
     {"queue", 5, 8, [](const Row &row) -> Cell { return {std::to_string(row.stream.queued)}; }},
     {"silent", 6, 4,
      [](const Row &row) -> Cell {
@@ -169,7 +158,8 @@ private:
                       ElapsedText(observation.elapsed).c_str(), NameOf(stream.stream).c_str(),
                       RateText(lately_[stream.stream.number].Get().bitsPerSecond).c_str(), statistics.Packets(),
                       statistics.Lost(), statistics.LossPercent(), statistics.Reordered(),
-                      JitterText(statistics).c_str(), stream.queued, SilenceSeconds(stream, observation));
+                      JitterText(statistics.JitterMs()).c_str(), stream.queued,
+                      SilenceSeconds(stream, observation));
         PrintNotice(text + (observation.IsPlaying() ? "" : ", " + observation.state));
     }
 

@@ -2,7 +2,7 @@
 // redrawn up to four times a second; elsewhere one is added for each stream every ten seconds.
 #pragma once
 
-#include "cli/settings.h"
+#include "base/settings.h"
 #include "reception/observation.h"
 
 #include <memory>

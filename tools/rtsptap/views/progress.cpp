@@ -1,10 +1,9 @@
 #include "views/progress.h"
 
-#include "cli/console.h"
-#include "reception/interval.h"
+#include "base/console.h"
+#include "base/text.h"
 
 #include <algorithm>
-#include <cstdio>
 
 namespace tool {
 namespace {
@@ -28,9 +27,7 @@ std::string ProgressLine(milliseconds elapsed, Length length, uint64_t bytes) {
     const std::string bar = "[" + std::string(filled, '#') + std::string(kBarWidth - filled, '.') + "] ";
     std::string line = ElapsedText(done) + " of " + ElapsedText(whole) + ", " + ElapsedText(whole - done) + " left";
     if (length.split.count() > 0) line += ", file " + std::to_string(elapsed / length.split + 1);
-    char size[32];
-    std::snprintf(size, sizeof size, ", %.1f MB", static_cast<double>(bytes) / 1e6);
-    line += size;
+    line += Formatted(", %.1f MB", static_cast<double>(bytes) / 1e6);
     return bar.size() + line.size() > TerminalColumns() ? line : bar + line;
 }
 

@@ -1,24 +1,17 @@
 // What arrived, as a table, and whether it was enough.
 #pragma once
 
-#include "cli/outcome.h"
-#include "reception/statistics.h"
-#include "session/session.h"
+#include "reception/observation.h"
 
-#include <cstdio>
+#include <string>
 #include <vector>
 
 namespace tool {
 
-struct StreamReport {
-    Stream stream;
-    StreamStatistics statistics;
-};
-
-// One line per stream, columns aligned. False when it could not be written.
-bool PrintReport(FILE *out, const std::vector<StreamReport> &report);
+// One line per stream, columns aligned.
+std::string ReportTable(const std::vector<StreamObservation> &streams);
 
 // Ok only when every stream delivered.
-Outcome JudgeReport(const std::vector<StreamReport> &report);
+Outcome JudgeStreams(const std::vector<StreamObservation> &streams);
 
 } // namespace tool

@@ -1,11 +1,11 @@
 #include "views/stats_json.h"
 
+#include "base/writing.h"
 #include "reception/interval.h"
 
 #include <cerrno>
 #include <cinttypes>
 #include <cmath>
-#include <cstring>
 #include <ctime>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -118,13 +118,13 @@ public:
         Write(line);
     }
 
-    bool HasFailed() const override { return error_ != 0; }
+    bool HasFailed() const override { return !failure_.IsOk(); }
 
     Outcome Finish(const Observation &observation) override {
         if (!HasFailed()) WriteSummary(observation);
-        if (!HasFailed() && owned_ && std::fclose(std::exchange(out_, nullptr)) != 0) error_ = errno;
-        if (!HasFailed()) return {};
-        return {ExitCode::kOutputFailed, name_ + ": " + std::strerror(error_)};
+        if (!HasFailed() && owned_ && std::fclose(std::exchange(out_, nullptr)) != 0)
+            failure_ = WriteFailure(name_, errno);
+        return failure_;
     }
 
 private:
@@ -150,15 +150,13 @@ private:
 
     // Names come from the server: what is no UTF-8 in them is replaced.
     void Write(const Json &line) {
-        const std::string text = line.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
-        errno = 0;
-        if (std::fputs(text.c_str(), out_) < 0 || std::fflush(out_) != 0) error_ = errno != 0 ? errno : EIO;
+        failure_ = WriteText(out_, line.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n", name_);
     }
 
     FILE *out_;
     const bool owned_;
     const std::string name_;
-    int error_ = 0;                    // errno of the first failure
+    Outcome failure_;
     std::map<int32_t, Counts> counts_; // of the line before, by the stream's number
     Clock::time_point before_;
 };
@@ -168,8 +166,8 @@ private:
 Outcome OpenStatsJson(const std::string &file, FILE *standardOutput, std::unique_ptr<Watcher> &watcher) {
     const bool owned = file != "-";
     FILE *out = owned ? std::fopen(file.c_str(), "we") : standardOutput;
-    if (out == nullptr) return {ExitCode::kOutputFailed, file + ": " + std::strerror(errno)};
-    watcher = std::make_unique<StatsJson>(out, owned, owned ? file : "standard output");
+    if (out == nullptr) return WriteFailure(file, errno);
+    watcher = std::make_unique<StatsJson>(out, owned, owned ? file : kStandardOutput);
     return {};
 }
 

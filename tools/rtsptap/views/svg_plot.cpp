@@ -1,11 +1,10 @@
 #include "views/svg_plot.h"
 
-#include "reception/interval.h"
+#include "base/text.h"
 #include "views/html_parts.h"
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <functional>
 
 namespace tool {
@@ -56,18 +55,12 @@ const Unit &UnitFor(Measure measure, double value) {
 }
 
 // Of a tick: as short as it can be.
-std::string Number(double value) {
-    char text[48];
-    std::snprintf(text, sizeof text, "%g", value);
-    return text;
-}
+std::string Number(double value) { return Formatted("%g", value); }
 
 // Of something measured: three places or so, none that says nothing.
 std::string Measured(double value) {
     const double scale = value < 10 ? 100 : value < 100 ? 10 : 1;
-    char text[48];
-    std::snprintf(text, sizeof text, "%.10g", std::round(value * scale) / scale);
-    return text;
+    return Formatted("%.10g", std::round(value * scale) / scale);
 }
 
 // A coordinate.
@@ -92,7 +85,7 @@ double NiceSeconds(double least) {
 }
 
 std::string TimeLabel(double seconds) {
-    return ElapsedText(std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds)));
+    return ElapsedText(std::chrono::nanoseconds(std::llround(seconds * 1e9)));
 }
 
 // From data to drawing.

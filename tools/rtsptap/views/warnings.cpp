@@ -1,11 +1,11 @@
 #include "views/warnings.h"
 
-#include "cli/console.h"
+#include "base/console.h"
+#include "base/text.h"
 #include "reception/interval.h"
 #include "session/udp_sockets.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <map>
 #include <set>
 
@@ -92,10 +92,8 @@ private:
         const double silence = std::min(SilenceSeconds(stream, observation), received);
         if (silence < (observation.IsPlaying() ? kSilenceSeconds : kFirstSilenceSeconds)) return;
         trouble.silenceTold = true;
-        char seconds[16];
-        std::snprintf(seconds, sizeof seconds, "%.1f s", silence);
-        PrintNotice(NameOf(stream.stream) + " is silent, nothing arrived for " + seconds + ": " +
-                    SilenceCure(stream, observation));
+        PrintNotice(NameOf(stream.stream) + " is silent, nothing arrived for " + Formatted("%.1f s", silence) +
+                    ": " + SilenceCure(stream, observation));
     }
 
     void LookForLoss(const StreamObservation &stream, const Observation &observation, StreamTrouble &trouble) {
@@ -107,10 +105,8 @@ private:
         const Interval since = Between(trouble.lossless, now);
         if (now.at - trouble.lossless.at < kLossWindow) return;
         trouble.lossTold = true;
-        char share[32];
-        std::snprintf(share, sizeof share, "%.1f %%", since.lossPercent);
-        PrintNotice(NameOf(stream.stream) + " loses packets, " + std::to_string(since.lost) + " (" + share +
-                    ") in the last second: " + LossCure(observation));
+        PrintNotice(NameOf(stream.stream) + " loses packets, " + std::to_string(since.lost) +
+                    Formatted(" (%.1f %%)", since.lossPercent) + " in the last second: " + LossCure(observation));
     }
 
     std::string LossCure(const Observation &observation) const {

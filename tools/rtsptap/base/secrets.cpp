@@ -1,4 +1,4 @@
-#include "session/secrets.h"
+#include "base/secrets.h"
 
 #include <algorithm>
 #include <cctype>

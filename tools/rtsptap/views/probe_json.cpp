@@ -1,4 +1,4 @@
-#include "commands/probe_result.h"
+#include "views/probe_result.h"
 
 #include <cmath>
 #include <nlohmann/json.hpp>

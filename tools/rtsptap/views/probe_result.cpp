@@ -1,6 +1,6 @@
-#include "commands/probe_result.h"
+#include "views/probe_result.h"
 
-#include "session/secrets.h"
+#include "base/secrets.h"
 #include "session/url.h"
 
 #include <algorithm>

@@ -1,8 +1,8 @@
 // User name and password: where they come from, and how they are asked for.
 #pragma once
 
-#include "cli/settings.h"
-#include "session/interruption.h"
+#include "base/interruption.h"
+#include "base/settings.h"
 #include "session/url.h"
 
 #include <string>

@@ -1,8 +1,8 @@
 // When the streams of a session show themselves: the first packet, the first key frame, what the pictures are.
 #pragma once
 
-#include "commands/probe_result.h"
 #include "reception/statistics.h"
+#include "views/probe_result.h"
 
 #include <mutex>
 #include <vector>

@@ -1,5 +1,6 @@
-#include "media/codec_names.h"
+#include "base/codec_names.h"
 
+#include "base/text.h"
 #include "rtsptap.h"
 
 #include <strings.h>
@@ -41,10 +42,10 @@ int32_t CodecTypeOfEncoding(std::string_view name) {
 }
 
 std::string CodecNames(bool video) {
-    std::string names;
+    std::vector<std::string> names;
     for (const Codec &codec : kCodecs)
-        if (codec.isVideo == video) names += std::string(names.empty() ? "" : ", ") + codec.name;
-    return names;
+        if (codec.isVideo == video) names.push_back(codec.name);
+    return Joined(names, ", ");
 }
 
 const char *CodecDisplayName(int32_t codecType) {

@@ -1,4 +1,6 @@
-#include "session/interruption.h"
+#include "base/interruption.h"
+
+#include "base/clock.h"
 
 #include <csignal>
 #include <unistd.h>
@@ -38,12 +40,12 @@ int Interruption::WaitFor(std::chrono::milliseconds duration) {
 
 void Interruption::WatchSignals() {
     const sigset_t set = WatchedSignals();
-    std::chrono::steady_clock::time_point first;
+    Clock::time_point first;
     for (;;) {
         int signal = 0;
         if (sigwait(&set, &signal) != 0) continue;
         if (signal == kEndOfWatch) return;
-        const auto now = std::chrono::steady_clock::now();
+        const auto now = Clock::now();
         const std::lock_guard guard(lock_);
         if (signal_ != 0 && now - first < kOneIntent) continue;
         if (signal_ != 0) _exit(128 + signal);

@@ -2,7 +2,7 @@
 // an exit status.
 #pragma once
 
-#include "session/reply.h"
+#include "base/reply.h"
 
 #include <chrono>
 #include <cstdint>
@@ -48,7 +48,5 @@ Outcome OutcomeOfRequest(const std::string &phase, int32_t result, const Reply &
 Outcome OutcomeOfTimeout(const std::string &phase, std::chrono::milliseconds limit);
 
 Outcome OutcomeOfSignal(int signal);
-
-std::string TimeText(std::chrono::milliseconds time); // "10 s", "1.5 s", "200 ms"
 
 } // namespace tool

@@ -1,5 +1,6 @@
-#include "commands/probe_result.h"
-#include "session/secrets.h"
+#include "base/secrets.h"
+#include "base/text.h"
+#include "views/probe_result.h"
 
 #include <cmath>
 
@@ -15,15 +16,9 @@ std::string Row(const std::string &name, const std::string &value) {
     return row + value + "\n";
 }
 
-std::string Number(const char *format, double value) {
-    char text[48];
-    std::snprintf(text, sizeof text, format, value);
-    return text;
-}
-
 std::string TimeRow(const std::string &name, const FromPlay &time) {
     if (!time) return "";
-    return Row("  " + name, Number("%9.1f ms", static_cast<double>(time->count()) / 1000));
+    return Row("  " + name, Formatted("%9.1f ms", static_cast<double>(time->count()) / 1000));
 }
 
 void Append(std::string &list, const std::string &item) {
@@ -31,7 +26,7 @@ void Append(std::string &list, const std::string &item) {
 }
 
 std::string After(const FromPlay &time) {
-    return time ? Number("%.1f ms after PLAY", static_cast<double>(time->count()) / 1000) : "none came";
+    return time ? Formatted("%.1f ms after PLAY", static_cast<double>(time->count()) / 1000) : "none came";
 }
 
 std::string StreamText(const ProbedStream &probed, bool isPlayed) {
@@ -71,7 +66,7 @@ std::string Headline(const ProbedStream &probed) {
         Append(line, std::to_string(probed.picture->width) + "x" + std::to_string(probed.picture->height));
         if (!probed.picture->profile.empty()) Append(line, probed.picture->profile + " " + probed.picture->level);
     }
-    if (probed.frameRate > 0) Append(line, Number("%g frames/s", probed.frameRate));
+    if (probed.frameRate > 0) Append(line, Formatted("%g frames/s", probed.frameRate));
     return line;
 }
 

@@ -1,4 +1,6 @@
-#include "media/stream_format.h"
+#include "session/stream_format.h"
+
+#include "base/text.h"
 
 #include <algorithm>
 #include <cctype>
@@ -27,12 +29,6 @@ std::string WithLetters(std::string text, int (*change)(int)) {
     std::transform(text.begin(), text.end(), text.begin(),
                    [change](unsigned char letter) { return static_cast<char>(change(letter)); });
     return text;
-}
-
-std::string Trimmed(const std::string &text) {
-    const std::size_t first = text.find_first_not_of(" \t");
-    if (first == std::string::npos) return {};
-    return text.substr(first, text.find_last_not_of(" \t") - first + 1);
 }
 
 } // namespace

@@ -9,6 +9,10 @@
 
 namespace tool {
 
+constexpr int kOk = 200;
+constexpr int kSessionNotFound = 454;
+constexpr int kUnsupportedTransport = 461;
+
 struct Reply {
     int status = 0;         // 0: there was no reply
     std::string statusLine; // "404 Not Found"

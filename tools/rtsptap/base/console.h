@@ -2,7 +2,7 @@
 // Whatever is said while media is received goes through here, so that nothing tears the redrawn lines. Any thread.
 #pragma once
 
-#include "cli/settings.h"
+#include "base/settings.h"
 
 #include <string>
 #include <vector>

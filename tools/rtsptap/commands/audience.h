@@ -1,7 +1,7 @@
 // What commands that receive have in common: who watches, and what packets are written to.
 #pragma once
 
-#include "cli/settings.h"
+#include "base/settings.h"
 #include "media/output_file.h"
 #include "reception/receive.h"
 #include "session/library_output.h"

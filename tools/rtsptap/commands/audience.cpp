@@ -1,6 +1,8 @@
-#include "media/recording.h"
+#include "commands/audience.h"
 
-#include "cli/console.h"
+#include "base/console.h"
+#include "base/writing.h"
+#include "media/sink.h"
 #include "views/health.h"
 #include "views/live_view.h"
 #include "views/progress.h"
@@ -19,17 +21,16 @@ public:
     void Show(const Observation &) override {}
 
     Outcome Finish(const Observation &observation) override {
-        std::vector<StreamReport> rows;
-        for (const StreamObservation &stream : observation.streams)
-            rows.push_back({stream.stream, stream.statistics});
-        if (rows.empty()) return {};
-        if (out_ != nullptr && !PrintReport(out_, rows))
-            return {ExitCode::kOutputFailed, "standard output: the report was not written"};
-        return JudgeReport(rows);
+        if (observation.streams.empty()) return {};
+        const char *name = out_ == stderr ? "standard error" : kStandardOutput;
+        if (out_ != nullptr)
+            if (Outcome failed = WriteText(out_, ReportTable(observation.streams), name); !failed.IsOk())
+                return failed;
+        return JudgeStreams(observation.streams);
     }
 
 private:
-    FILE *const out_;
+    FILE *const out_; // null: nobody wants to see it
 };
 
 Outcome AddStatsJson(const ReceptionSettings &settings, FILE *standardOutput, Watchers &watchers) {
@@ -40,8 +41,6 @@ Outcome AddStatsJson(const ReceptionSettings &settings, FILE *standardOutput, Wa
     return outcome;
 }
 
-} // namespace
-
 Outcome CollectWatchers(const ReceptionSettings &settings, FILE *standardOutput, FILE *table,
                         std::unique_ptr<Watcher> view, Watchers &watchers) {
     if (Outcome failed = AddStatsJson(settings, standardOutput, watchers); !failed.IsOk()) return failed;
@@ -51,6 +50,8 @@ Outcome CollectWatchers(const ReceptionSettings &settings, FILE *standardOutput,
     watchers.push_back(MakeHealthCheck(settings.health));
     return {};
 }
+
+} // namespace
 
 Outcome MakePlayingWatchers(const ReceptionSettings &settings, FILE *standardOutput, Watchers &watchers) {
     FILE *const aside = IsQuiet() ? nullptr : stderr;

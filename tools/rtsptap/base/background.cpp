@@ -1,4 +1,4 @@
-#include "session/background.h"
+#include "base/background.h"
 
 #include <condition_variable>
 #include <cstdio>

@@ -1,4 +1,4 @@
-#include "cli/credentials.h"
+#include "session/credentials.h"
 
 #include <cerrno>
 #include <cstdio>

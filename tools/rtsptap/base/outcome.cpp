@@ -1,7 +1,8 @@
-#include "cli/outcome.h"
+#include "base/outcome.h"
 
+#include "base/secrets.h"
+#include "base/text.h"
 #include "rtsptap.h"
-#include "session/secrets.h"
 
 #include <algorithm>
 #include <iterator>
@@ -61,7 +62,6 @@ Outcome OutcomeOfCall(const std::string &phase, int32_t result) {
 
 // A reply of 201, say, counts as success in the library and yet changes nothing.
 Outcome OutcomeOfRequest(const std::string &phase, int32_t result, const Reply &reply) {
-    constexpr int kOk = 200;
     const std::string said = phase + ": " + Presentable(reply.statusLine);
     if (result == RTSP_SUCCESS && reply.status != kOk && reply.status != 0)
         return {ExitCode::kNotUnderstood, said + " is no answer that can be used"};
@@ -79,15 +79,6 @@ Outcome OutcomeOfTimeout(const std::string &phase, std::chrono::milliseconds lim
 
 Outcome OutcomeOfSignal(int signal) {
     return {static_cast<ExitCode>(static_cast<int>(ExitCode::kSignal) + signal), ""};
-}
-
-std::string TimeText(std::chrono::milliseconds time) {
-    char text[32];
-    if (time.count() < 1000)
-        std::snprintf(text, sizeof text, "%d ms", static_cast<int>(time.count()));
-    else
-        std::snprintf(text, sizeof text, "%.3g s", static_cast<double>(time.count()) / 1000);
-    return text;
 }
 
 } // namespace tool

@@ -1,4 +1,4 @@
-#include "reception/arrivals.h"
+#include "views/arrivals.h"
 
 #include "media/key_frame.h"
 

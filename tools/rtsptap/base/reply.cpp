@@ -1,4 +1,6 @@
-#include "session/reply.h"
+#include "base/reply.h"
+
+#include "base/text.h"
 
 #include <algorithm>
 #include <charconv>
@@ -6,12 +8,6 @@
 
 namespace tool {
 namespace {
-
-std::string_view Trimmed(std::string_view text) {
-    const std::size_t first = text.find_first_not_of(" \t");
-    if (first == text.npos) return {};
-    return text.substr(first, text.find_last_not_of(" \t") - first + 1);
-}
 
 std::string_view NextLine(std::string_view &text) {
     const std::size_t end = std::min(text.find('\n'), text.size());
@@ -32,9 +28,8 @@ Reply ParseReply(std::string_view text) {
     Reply reply;
     std::string_view line = NextLine(text);
     line.remove_prefix(std::min(line.find(' '), line.size()));
-    line = Trimmed(line);
-    std::from_chars(line.data(), line.data() + line.size(), reply.status);
-    reply.statusLine = line;
+    reply.statusLine = Trimmed(line);
+    std::from_chars(reply.statusLine.data(), reply.statusLine.data() + reply.statusLine.size(), reply.status);
     for (line = NextLine(text); !line.empty(); line = NextLine(text)) {
         const std::size_t colon = line.find(':');
         if (colon == line.npos) continue;
