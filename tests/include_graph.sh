@@ -15,12 +15,20 @@ function height(path) {
     if (path ~ /^rtsp\/client\//) return 4
     return 0
 }
+function toolHeight(path) {
+    sub(/^tools\/rtsptap\//, "", path)
+    return index(" base session reception media views commands cli", " " substr(path, 1, index(path, "/") - 1))
+}
 BEGIN {
     record["rtsp/client/client_record.h"] = record["rtsp/client/registry.h"] = 1
     record["rtsp/message/recv_buffer.h"] = record["sdp/sdp_field.h"] = 1
 }
 {
     lines++
+    if ($1 ~ /^tools\/rtsptap\/.*\// && toolHeight($4) > toolHeight($1)) {
+        print $1 ":" $2 ": must not include " $4
+        failures++
+    }
     # fields: file, line, "#include ", the included path
     if (height($4) > height($1) && !($4 in record && height($1) > 0)) {
         print $1 ":" $2 ": must not include " $4

@@ -26,8 +26,8 @@ std::vector<OptionGroup> ReceptionGroups(ServerSettings &server, std::initialize
 
 OptionGroup DemoOptions(CommandLine &line) {
     return {"Demo",
-            {{"--tcp", "", "inside the RTSP connection", Into(line.demoTcp)},
-             {"--auth", "", "the server asks for a password", Into(line.demoAuth)}}};
+            {{"--tcp", "", "receive inside the RTSP connection", Into(line.demoTcp)},
+             {"--auth", "", "let the server ask for a password", Into(line.demoAuth)}}};
 }
 
 // CLI11 speaks in exceptions and texts; from here on this file is the only place that does.
@@ -125,7 +125,7 @@ Manual MakeManual(CommandLine &line) {
         "bash|zsh|fish", IntoChoice<std::string>(line.shell, {{"bash", "bash"}, {"zsh", "zsh"}, {"fish", "fish"}})};
     const OptionGroup duration = DurationOptions(line.reception.duration, "until interrupted");
     const OptionGroup figures = FigureOptions(line.reception);
-    const OptionGroup json = {"Probe", {{"--json", "", "JSON instead of text", Into(line.json)}}};
+    const OptionGroup json = {"Probe", {{"--json", "", "show JSON instead of text", Into(line.json)}}};
     ServerSettings &server = line.server;
     Manual manual;
     manual.commands = {

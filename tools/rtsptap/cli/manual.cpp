@@ -65,7 +65,8 @@ const std::vector<CommandText> &CommandTexts() {
           {"rtsptap record rtsp://camera.local/live -o - --format ts | mpv -", "into another program"}},
          {"Containers (mp4, mkv, ts) hold all streams; h264, aac, wav and mjpeg the first that fits; pcap and "
           "rtpdump the packets as they came. Pictures are never encoded anew; sound is, where the container does "
-          "not hold its codec. A file begins with a key frame and plays after Ctrl-C."}},
+          "not hold its codec. A file begins with a key frame and plays after Ctrl-C; a transport stream (mp2t) is "
+          "written as it comes."}},
         {"snapshot",
          "write the first picture of a server to a file",
          {{"rtsptap snapshot rtsp://camera.local/live -o now.jpg", ""},

@@ -7,14 +7,18 @@ namespace tool {
 namespace {
 
 Option Output(OutputSettings &output, bool isRequired) {
-    return {"-o,--output", "FILE", "where to; the extension tells the format, - is standard output",
+    return {"-o,--output", "FILE", "write there, in the format of the extension; - is standard output",
             Into(output.file), isRequired};
 }
 
 Option Format(OutputSettings &output, unsigned formats) {
     std::string names = FormatNames(formats);
     for (std::size_t at = 0; (at = names.find(", ", at)) != std::string::npos;) names.replace(at, 2, "|");
-    return {"--format", names, "instead of the extension", Into(output.format)};
+    return {"--format", names, "the format, whatever the extension says", Into(output.format)};
+}
+
+Option Latency(std::chrono::milliseconds &latency) {
+    return {"--latency", "TIME", "hold packets back so long, to put late ones in order", IntoLatency(latency)};
 }
 
 Reader IntoPort(ListenPort &port, bool video) {
@@ -29,14 +33,15 @@ Reader IntoPort(ListenPort &port, bool video) {
 OptionGroup ServerOptions(ServerSettings &server) {
     return {"Server",
             {{"-t,--transport", "auto|udp|tcp|multicast",
-              "how media travels; auto, the default, is UDP, and TCP where that brings nothing",
+              "carry the media over this; auto, the default, is UDP, then TCP if that brings nothing",
               IntoChoice<Transport>(server.transport, {{"auto", Transport::kAuto},
                                                        {"udp", Transport::kUdp},
                                                        {"tcp", Transport::kTcp},
                                                        {"multicast", Transport::kMulticast}})},
-             {"-u,--user", "NAME", "user name; without a password from elsewhere a terminal is asked for one",
+             {"-u,--user", "NAME",
+              "log in as NAME; a password that comes from nowhere else is asked for on the terminal",
               Into(server.user)},
-             {"--password-file", "FILE", "password, the first line of a file; - is standard input",
+             {"--password-file", "FILE", "take the password from the first line of FILE; - is standard input",
               Into(server.passwordFile)},
              {"-H,--header", "HEADER", "add 'METHOD: Name: value' to the requests of a method; may be repeated",
               Into(server.headers)}}};
@@ -59,11 +64,11 @@ OptionGroup WaitingOptions(ServerSettings &server) {
 OptionGroup StayingOptions(ServerSettings &server) {
     return {
         "Staying",
-        {{"--reconnect", "[=N]", "connect again when the session breaks, at most N times in a row",
+        {{"--reconnect", "[=N]", "connect again when the session breaks; give up after N failures in a row",
           IntoCount(server.reconnect)},
-         {"--keepalive", "", "repeat PLAY, for servers that pass over receiver reports", Into(server.keepalive)},
-         {"--latency", "TIME", "hold packets back so long, to put late ones in order",
-          IntoLatency(server.latency)}}};
+         {"--keepalive", "", "repeat PLAY at half the session time-out, for servers that ignore receiver reports",
+          Into(server.keepalive)},
+         Latency(server.latency)}};
 }
 
 OptionGroup DurationOptions(std::chrono::milliseconds &duration, const std::string &otherwise) {
@@ -72,15 +77,17 @@ OptionGroup DurationOptions(std::chrono::milliseconds &duration, const std::stri
 }
 
 OptionGroup FigureOptions(ReceptionSettings &reception) {
-    return {"Figures and limits",
-            {{"--stats-json", "FILE", "one JSON object a second and a summary; - is standard output",
-              Into(reception.statsJson)},
-             {"--max-loss", "PERCENT", "more packets lost on a stream: status 14",
-              IntoPercent(reception.health.maxLossPercent)},
-             {"--min-rate", "RATE", "fewer bits per second in all, as 500k or 2M: status 14",
-              IntoRate(reception.health.minBitsPerSecond)},
-             {"--expect-codec", "CODEC", "no stream of this codec: status 14; may be repeated",
-              IntoList(reception.health.expectedCodecs)}}};
+    return {
+        "Figures and limits",
+        {{"--stats-json", "FILE", "write a JSON object every second and a summary at the end; - is standard output",
+          Into(reception.statsJson)},
+         {"--max-loss", "PERCENT", "end with status 14 if a stream lost more of its packets",
+          IntoPercent(reception.health.maxLossPercent)},
+         {"--min-rate", "RATE",
+          "end with status 14 if all streams together brought fewer bits per second, as 500k or 2M",
+          IntoRate(reception.health.minBitsPerSecond)},
+         {"--expect-codec", "CODEC", "end with status 14 if no stream of this codec came; may be repeated",
+          IntoList(reception.health.expectedCodecs)}}};
 }
 
 OptionGroup RecordingOptions(OutputSettings &output, bool isRequired) {
@@ -100,16 +107,18 @@ OptionGroup PictureOptions(OutputSettings &output, std::chrono::milliseconds &li
 
 OptionGroup PortOptions(ListenSettings &listen) {
     return {"Ports",
-            {{"--video", "CODEC@PORT", "one of " + CodecNames(true), IntoPort(listen.video, true)},
-             {"--audio", "CODEC@PORT", "one of " + CodecNames(false), IntoPort(listen.audio, false)},
-             {"--sdp", "FILE", "codecs, ports and parameters of a session description; - is standard input",
+            {{"--video", "CODEC@PORT", "receive video; CODEC is one of " + CodecNames(true),
+              IntoPort(listen.video, true)},
+             {"--audio", "CODEC@PORT", "receive audio; CODEC is one of " + CodecNames(false),
+              IntoPort(listen.audio, false)},
+             {"--sdp", "FILE", "take codecs, ports and parameters from a session description; - is standard input",
               Into(listen.sdpFile)},
-             {"--latency", "TIME", "hold packets back so long, to put late ones in order",
-              IntoLatency(listen.latency)}}};
+             Latency(listen.latency)}};
 }
 
 OptionGroup PageOptions(OutputSettings &output) {
-    return {"Page", {{"-o,--output", "FILE", "the HTML file; - is standard output", Into(output.file), true}}};
+    return {"Page",
+            {{"-o,--output", "FILE", "write the page there; - is standard output", Into(output.file), true}}};
 }
 
 OptionGroup GeneralOptions(ConsoleSettings &console) {
@@ -121,9 +130,9 @@ OptionGroup GeneralOptions(ConsoleSettings &console) {
     return {"General",
             {{"-q,--quiet", "", "say nothing but errors", Into(console.quiet)},
              {"-v,--verbose", "", "show on standard error what the library prints, too", Into(console.verbose)},
-             {"--no-color", "", "no colors; the variable NO_COLOR does the same", noColor},
-             {"-h,--help", "", "this help, or that of a command", nothing},
-             {"--version", "", "version, and what the program was built with", nothing}}};
+             {"--no-color", "", "use no colors; the variable NO_COLOR does the same", noColor},
+             {"-h,--help", "", "show this help, or that of a command", nothing},
+             {"--version", "", "show the version and what the program was built with", nothing}}};
 }
 
 } // namespace tool
