@@ -41,6 +41,18 @@ struct Unref {
 };
 template <typename Object> using Owned = std::unique_ptr<Object, Unref>;
 
+bool Parse(const GOptionEntry *entries, int argc, char **argv) {
+    const std::unique_ptr<GOptionContext, void (*)(GOptionContext *)> context(
+        g_option_context_new("- serve a test picture and a tone over RTSP"), g_option_context_free);
+    g_option_context_add_main_entries(context.get(), entries, nullptr);
+    g_option_context_add_group(context.get(), gst_init_get_option_group());
+    GError *error = nullptr;
+    if (g_option_context_parse(context.get(), &argc, &argv, &error)) return true;
+    std::fprintf(stderr, "rtsptap_demo_server: %s\n", error->message);
+    g_error_free(error);
+    return false;
+}
+
 bool ReadSettings(int argc, char **argv, Settings &settings) {
     char *credentials = nullptr;
     char *pipeline = nullptr;
@@ -58,16 +70,7 @@ bool ReadSettings(int argc, char **argv, Settings &settings) {
         {"session-timeout", 0, 0, G_OPTION_ARG_INT, &settings.sessionTimeout, "forget silent players", "SECONDS"},
         {"seconds", 0, 0, G_OPTION_ARG_INT, &settings.seconds, "end after so many seconds", "N"},
         {nullptr, 0, 0, G_OPTION_ARG_NONE, nullptr, nullptr, nullptr}};
-    const std::unique_ptr<GOptionContext, void (*)(GOptionContext *)> context(
-        g_option_context_new("- serve a test picture and a tone over RTSP"), g_option_context_free);
-    g_option_context_add_main_entries(context.get(), entries, nullptr);
-    g_option_context_add_group(context.get(), gst_init_get_option_group());
-    GError *error = nullptr;
-    if (!g_option_context_parse(context.get(), &argc, &argv, &error)) {
-        std::fprintf(stderr, "rtsptap_demo_server: %s\n", error->message);
-        g_error_free(error);
-        return false;
-    }
+    if (!Parse(entries, argc, argv)) return false;
     settings.tcpOnly = tcpOnly != FALSE;
     settings.udpOnly = udpOnly != FALSE;
     settings.logReports = logReports != FALSE;
