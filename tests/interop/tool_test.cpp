@@ -114,6 +114,7 @@ TEST(Tool, WhatAServerDoesNotWantIsTriedInAnotherWay) {
         {basic + Demanding("Authorization: Basic am9lOmh1bnRlcjI=\r\n", Opening(5)), "-v -t tcp --duration 300ms",
          0, "Authorization: (hidden)"},
         {Opening(3) + hangUp + gone, "-t tcp --reconnect", 6, "(attempt 1)"},
+        {Opening(3) + hangUp + Opening(3) + hangUp, "-t tcp --reconnect=1", 13, "(attempt 1)"},
         {Opening(3) + Script{{{"PLAY", "X-Way: up"}, Ok()},
                              {{"PLAY", "Range: npt=now-", "X-Way: up"}, Status(454, "?")},
                              {"TEARDOWN", Ok()}},
