@@ -5,8 +5,6 @@
 #include "views/arrivals.h"
 #include "views/probe_result.h"
 
-#include <algorithm>
-
 namespace tool {
 namespace {
 

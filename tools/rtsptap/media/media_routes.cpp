@@ -2,7 +2,6 @@
 
 #include "media/media_pipeline.h"
 
-#include <iterator>
 #include <string_view>
 #include <unistd.h>
 

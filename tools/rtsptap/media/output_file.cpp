@@ -5,7 +5,6 @@
 
 #include <cerrno>
 #include <fcntl.h>
-#include <iterator>
 #include <strings.h>
 #include <sys/stat.h>
 #include <unistd.h>

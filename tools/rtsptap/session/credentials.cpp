@@ -65,6 +65,7 @@ Outcome AskForPassword(const std::string &user, const Url &url, Interruption &in
 }
 
 Outcome ReadPasswordFile(const std::string &name, std::string &password) {
+    errno = 0; // stays so when the file is empty
     const bool isInput = name == "-";
     const std::unique_ptr<FILE, int (*)(FILE *)> file(
         isInput ? fdopen(dup(STDIN_FILENO), "r") : std::fopen(name.c_str(), "re"), std::fclose);
@@ -80,7 +81,6 @@ Outcome ReadPasswordFile(const std::string &name, std::string &password) {
 
 Outcome ReadCredentials(const ServerSettings &settings, const Url &url, Interruption &interruption,
                         Credentials &credentials) {
-    errno = 0;
     const bool ownUser = settings.user.empty() || settings.user == url.user;
     const char *const environment = std::getenv("RTSPTAP_PASSWORD");
     credentials.user = settings.user.empty() ? url.user : settings.user;

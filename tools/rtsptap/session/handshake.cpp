@@ -85,9 +85,12 @@ Outcome Handshake::Judge(const std::string &phase, const Answer &answer) {
     opened_.refusal = outcome.IsOk() ? 0 : answer.reply.status;
     if (outcome.code != ExitCode::kAuthentication) return outcome;
     NoteChallenge(answer.reply);
-    outcome.text += server_.credentials.user.empty()
-                        ? ": a user name and a password are needed (-u, RTSPTAP_PASSWORD)"
-                        : ": user name or password are wrong";
+    if (server_.credentials.user.empty())
+        outcome.text += ": a user name and a password are needed (-u, RTSPTAP_PASSWORD)";
+    else if (server_.credentials.password.empty())
+        outcome.text += ": a password is needed (RTSPTAP_PASSWORD, --password-file)";
+    else
+        outcome.text += ": user name or password are wrong";
     return outcome;
 }
 

@@ -5,7 +5,6 @@
 #include "base/clock.h"
 #include "session/opening.h"
 
-#include <atomic>
 #include <mutex>
 
 namespace tool {

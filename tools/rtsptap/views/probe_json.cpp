@@ -1,6 +1,6 @@
 #include "views/probe_result.h"
 
-#include <cmath>
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 namespace tool {

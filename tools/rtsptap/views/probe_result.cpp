@@ -3,8 +3,6 @@
 #include "base/secrets.h"
 #include "session/url.h"
 
-#include <algorithm>
-
 namespace tool {
 namespace {
 

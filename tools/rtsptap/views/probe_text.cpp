@@ -2,7 +2,7 @@
 #include "base/text.h"
 #include "views/probe_result.h"
 
-#include <cmath>
+#include <algorithm>
 
 namespace tool {
 namespace {

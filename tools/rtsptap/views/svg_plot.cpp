@@ -64,11 +64,7 @@ std::string Measured(double value) {
 }
 
 // A coordinate.
-std::string At(double value) {
-    char text[48];
-    std::snprintf(text, sizeof text, "%.1f", value);
-    return text;
-}
+std::string At(double value) { return Formatted("%.1f", value); }
 
 // 1, 2, 2.5 or 5 times a power of ten.
 double NiceStep(double least) {
@@ -84,9 +80,7 @@ double NiceSeconds(double least) {
     return 86400 * std::ceil(least / 86400);
 }
 
-std::string TimeLabel(double seconds) {
-    return ElapsedText(std::chrono::nanoseconds(std::llround(seconds * 1e9)));
-}
+std::string TimeLabel(double seconds) { return ElapsedText(std::chrono::nanoseconds(std::llround(seconds * 1e9))); }
 
 // From data to drawing.
 class Frame {
