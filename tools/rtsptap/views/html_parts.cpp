@@ -45,7 +45,7 @@ std::string Tile(const std::string &name, const std::string &value, const char *
 std::string LossTile(uint64_t lost, uint64_t expected) {
     if (expected == 0) return Tile("Lost", "–");
     const double share = 100 * static_cast<double>(lost) / static_cast<double>(expected);
-    return Tile("Lost", std::to_string(lost) + Formatted(" (%.2f %%)", share), lost > 0 ? "bad" : "good");
+    return Tile("Lost", std::to_string(lost) + Formatted(" (%.2f\u00a0%%)", share), lost > 0 ? "bad" : "good");
 }
 
 } // namespace tool

@@ -30,7 +30,7 @@ p { margin: 0; }
 .tiles { display: grid; grid-template-columns: repeat(auto-fit, minmax(118px, 1fr)); gap: 10px; margin: 16px 0; }
 .tile { background: var(--card); border: 1px solid var(--border); border-radius: 10px; padding: 9px 13px; }
 .tile span { display: block; color: var(--muted); font-size: 12px; }
-.tile strong { white-space: nowrap; font-size: 16px; font-weight: 600; font-variant-numeric: tabular-nums; }
+.tile strong { display: block; font-size: 16px; font-weight: 600; font-variant-numeric: tabular-nums; }
 .tile.bad strong { color: var(--bad); }
 .tile.good strong { color: var(--good); }
 section.facts { display: grid; grid-template-columns: repeat(auto-fit, minmax(min(100%, 440px), 1fr)); gap: 14px; }
@@ -51,6 +51,7 @@ td.time { white-space: nowrap; }
 .wide tr:first-child th { border-top: 0; font-size: 12px; }
 .wide .muted { margin-top: 8px; }
 .wide td:nth-child(2) { min-width: 180px; }
+.wide td:nth-child(4) { min-width: 80px; }
 td.length { width: 40%; vertical-align: middle; padding-right: 0; }
 td.length div { height: 8px; min-width: 1px; border-radius: 4px; background: var(--hue0); }
 .hue0 { --hue: var(--hue0); } .hue1 { --hue: var(--hue1); } .hue2 { --hue: var(--hue2); } .hue3 { --hue: var(--hue3); }
