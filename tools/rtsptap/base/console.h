@@ -9,7 +9,7 @@
 
 namespace tool {
 
-// What the command line asks for. Once, before anything is said.
+// What the command line asks for. Once, before a command runs.
 void SetUpConsole(const ConsoleSettings &settings);
 
 // "rtsptap: text", above the redrawn lines; a notice only unless quiet.

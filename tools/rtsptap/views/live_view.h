@@ -2,14 +2,12 @@
 // redrawn up to four times a second; elsewhere one is added for each stream every ten seconds.
 #pragma once
 
-#include "base/settings.h"
 #include "reception/observation.h"
 
 #include <memory>
 
 namespace tool {
 
-// Shows nothing when quiet.
 std::unique_ptr<Watcher> MakeLiveView();
 
 } // namespace tool
