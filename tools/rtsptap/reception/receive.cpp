@@ -1,8 +1,7 @@
 #include "reception/receive.h"
 
-#include "base/text.h"
-
 #include "base/console.h"
+#include "base/text.h"
 #include "reception/receiver.h"
 #include "session/keep_alive.h"
 #include "session/reconnection.h"

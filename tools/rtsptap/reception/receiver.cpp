@@ -1,8 +1,7 @@
 #include "reception/receiver.h"
 
-#include "base/text.h"
-
 #include "base/background.h"
+#include "base/text.h"
 
 #include <algorithm>
 
