@@ -6,7 +6,7 @@
 
 // Sizes that no machine should give are refused, as a test of what follows; the rest makes inputs cheaper.
 extern "C" const char *__asan_default_options() {
-    return "max_allocation_size_mb=64:allocator_may_return_null=1:quarantine_size_mb=16:malloc_context_size=8";
+    return "max_allocation_size_mb=64:allocator_may_return_null=1:quarantine_size_mb=4:malloc_context_size=2";
 }
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {

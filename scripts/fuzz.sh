@@ -22,7 +22,7 @@ for target in "$@"; do
     cp -r "fuzz/corpus/$target" "$scratch"
     begin=$(date +%s)
     "$work/fuzz/${target}_fuzz" -seed="$seed" -runs="$runs" -max_total_time="$seconds" -max_len="${longest[$target]}" \
-        -timeout=25 -print_final_stats=1 -artifact_prefix="$work/findings/$target-" "$scratch" >"$scratch.log" 2>&1
+        -reload=0 -timeout=25 -print_final_stats=1 -artifact_prefix="$work/findings/$target-" "$scratch" >"$scratch.log" 2>&1
     status=$?
     executions=$(sed -n 's/^stat::number_of_executed_units: *//p' "$scratch.log")
     printf '%-14s %12s %8s\n' "$target" "${executions:--}" $(($(date +%s) - begin))
