@@ -30,7 +30,7 @@ void MakeRoom(InterleavedReader &reader) {
 } // namespace
 
 InterleavedReader *OpenReader(RTSPClient &client) {
-    if (client.interleaved == nullptr) client.interleaved = new (std::nothrow) InterleavedReader;
+    if (client.interleaved == nullptr) client.interleaved = new (std::nothrow) InterleavedReader{};
     InterleavedReader *const reader = client.interleaved;
     const int32_t socket = client.rtspSocket;
     if (reader != nullptr && reader->socket != socket) StartAfresh(*reader, socket);

@@ -16,13 +16,13 @@ inline constexpr std::size_t kReadAheadBytes = 65536; // asked of the socket at 
 inline constexpr std::size_t kReaderBytes = kReadAheadBytes + kFrameHeaderBytes + 65535; // and the longest frame
 
 struct InterleavedReader {
-    int32_t socket = -1;         // the connection that the bytes came from
-    std::size_t begin = 0;       // first byte not yet consumed
-    std::size_t end = 0;         // behind the last byte received
-    std::size_t replyTail = 0;   // bytes from `begin` on that came in the same read as a reply before them
-    uint64_t replySinceMs = 0;   // since when an incomplete reply waits for its rest; 0: none does
-    bool outOfStep = false;      // a frame's header was dropped, and no frame or reply has been found behind it
-    uint8_t bytes[kReaderBytes]; // filled from begin to end; a page that is never needed takes no memory
+    int32_t socket = -1;       // the connection that the bytes came from
+    std::size_t begin = 0;     // first byte not yet consumed
+    std::size_t end = 0;       // behind the last byte received
+    std::size_t replyTail = 0; // bytes from `begin` on that came in the same read as a reply before them
+    uint64_t replySinceMs = 0; // since when an incomplete reply waits for its rest; 0: none does
+    bool outOfStep = false;    // a frame's header was dropped, and no frame or reply has been found behind it
+    uint8_t bytes[kReaderBytes] = {}; // touched at once, so that a long session takes no more than a short one
 };
 
 // The client's reader, made at first use; null when memory is short. Starts afresh on another connection.
