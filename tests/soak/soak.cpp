@@ -114,13 +114,14 @@ void RunPorts(long count) {
     Expect(wraps >= count / 29000, "wraps", wraps);
 }
 
-void Stream(uint32_t proto, std::chrono::steady_clock::time_point end) {
+void Stream(uint32_t proto, std::chrono::steady_clock::time_point end, int msUnread) {
     Player player(proto, kRate, kStreamRingBytes);
     Expect(player.Reach(CLIENT_PLAYING_STATE) == 0, "PLAY");
     std::atomic<bool> over{false};
     std::vector<std::thread> readers;
     for (const std::size_t stream : {0U, 1U})
         readers.emplace_back([&, stream] {
+            Rest(msUnread);
             while (!over) player.Take(stream);
         });
     std::array<long, 2> sent = {};
@@ -145,9 +146,10 @@ void Stream(uint32_t proto, std::chrono::steady_clock::time_point end) {
 
 void RunStream(long seconds) {
     const auto begin = std::chrono::steady_clock::now();
-    std::thread sessions(
-        [=] { AtOnce(4, [=](long at) { Stream(ProtoOf(at), begin + std::chrono::seconds(seconds)); }); });
-    // Memory grows until every page of the receive buffers has been used once.
+    const auto end = begin + std::chrono::seconds(seconds);
+    // Memory grows with the longest backlog so far: the first packets wait for longer than any after them.
+    const int msUnread = static_cast<int>(std::min(seconds * 100, 2000L));
+    std::thread sessions([=] { AtOnce(4, [=](long at) { Stream(ProtoOf(at), end, msUnread); }); });
     std::this_thread::sleep_until(begin + std::chrono::milliseconds(seconds * 300));
     const Holdings early;
     std::this_thread::sleep_until(begin + std::chrono::milliseconds(seconds * 950));
