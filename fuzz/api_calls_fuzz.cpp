@@ -126,7 +126,8 @@ void Query(Caller &caller, intptr_t client, Input &in) {
     uint32_t number = sizeof caller.buffer;
     const char *const name = Text(in);
     RTSPClientGetSDPFieldInfo(client, stream, name, caller.buffer, in.U8() & 1 ? &number : nullptr);
-    if (const RTSPStreamDescription *const is = RTSPClientGetSDPInfo(client, stream)) Require(is->isVideo < 2);
+    if (const RTSPStreamDescription *const is = RTSPClientGetSDPInfo(client, stream))
+        Require(is->spsSize == 0 || is->sps != nullptr);
     RTSPClientGetSSRC(client, stream, &number);
     RTPClientGetTSOffset(client, Codec(in), &number, Number(in));
     const Reply last(caller, in);

@@ -711,7 +711,7 @@ RTSPTAP_API int32_t StartThirdPartyClient(intptr_t clientHandle, int32_t adVdFla
  *
  * @param codecType  RTPCodecType, what to ask for it by
  * @param port       local port, not 0
- * @param isVideo    1 takes the video buffer size, 0 the audio buffer size
+ * @param isVideo    1 takes the video buffer size, all else the audio buffer size; the description has it as given
  * @return 0; RTSP_INVALID_ARGUMENT bad handle or port 0; RTSP_FAILURE port taken, no socket, no memory;
  *         RTSP_MUTEX_FAILED no lock
  */
