@@ -675,7 +675,7 @@ RTSPTAP_API int32_t RTPClientGetStreamPktCount(intptr_t clientHandle, int32_t co
  * @param tsOffset        receives the difference; before the first reports the timestamps count as 0
  * @param audioClockRate  timestamp units per second of the audio stream; 0 takes the audio timestamp as 0
  * @return 0; RTSP_FAILURE the client has neither stream, or codecType is one of the two and the other is
- *         missing; RTSP_INVALID_ARGUMENT bad handle or codec, null tsOffset
+ *         missing; RTSP_INVALID_ARGUMENT bad handle or codec, null tsOffset where it would be written
  */
 RTSPTAP_API int32_t RTPClientGetTSOffset(intptr_t clientHandle, int32_t codecType, uint32_t *tsOffset,
                                          int32_t audioClockRate);
@@ -746,7 +746,7 @@ RTSPTAP_API int RtpRtspInfoPrint(const char *format, ...) __attribute__((format(
 /** Starts a joinable thread with default attributes. Give its id to WaitForThreadCompletion or ThreadDetach. */
 RTSPTAP_API int ThreadCreate(pthread_t *threadId, void *(*startRoutine)(void *), void *argument);
 
-/** Ends the calling thread, unwinding its frames. The status is not handed on: join for no value. */
+/** Ends the calling thread, unwinding its frames. The status is not handed on, and what a joiner gets means nothing. */
 RTSPTAP_API void ThreadExit(int status) __attribute__((noreturn));
 
 /** Lets a thread clean up after itself; it cannot be waited for any more. */

@@ -19,6 +19,20 @@ int FailedLine(const char *line) {
     return RTSP_FAILURE;
 }
 
+int WaitUntil(pthread_cond_t *condition, pthread_mutex_t *mutex, const timespec &deadline) {
+    int result = -1;
+    if (condition != nullptr && mutex != nullptr) result = pthread_cond_timedwait(condition, mutex, &deadline);
+    if (result == ETIMEDOUT) {
+        RtpRtspErrorPrint("No data received in 5 sec ...\n");
+        return RTSP_FAILURE;
+    }
+    if (result < 0) {
+        RtpRtspErrorPrint("Unable to wait for condition variable\n");
+        return RTSP_FAILURE;
+    }
+    return RTSP_SUCCESS;
+}
+
 } // namespace
 
 int MutexInit(pthread_mutex_t *mutex) {
@@ -58,23 +72,14 @@ int DestroyConditionVar(pthread_cond_t *condition) {
 }
 
 int rtsptap::WaitForConditionUntil(pthread_cond_t *condition, pthread_mutex_t *mutex, uint64_t deadlineMs) {
-    int result = -1;
-    if (condition != nullptr && mutex != nullptr) {
-        const timespec deadline{static_cast<time_t>(deadlineMs / 1000),
-                                static_cast<long>(deadlineMs % 1000) * 1000000};
-        result = pthread_cond_timedwait(condition, mutex, &deadline);
-    }
-    if (result == ETIMEDOUT) {
-        RtpRtspErrorPrint("No data received in 5 sec ...\n");
-        return RTSP_FAILURE;
-    }
-    if (result < 0) {
-        RtpRtspErrorPrint("Unable to wait for condition variable\n");
-        return RTSP_FAILURE;
-    }
-    return RTSP_SUCCESS;
+    return WaitUntil(condition, mutex,
+                     {static_cast<time_t>(deadlineMs / 1000), static_cast<long>(deadlineMs % 1000) * 1000000});
 }
 
 int WaitForConditionVar(pthread_cond_t *condition, pthread_mutex_t *mutex) {
-    return rtsptap::WaitForConditionUntil(condition, mutex, GetTimeValue() + rtsptap::kConditionWaitMs);
+    constexpr time_t kWaitSeconds = rtsptap::kConditionWaitMs / 1000;
+    uint32_t seconds = 0;
+    uint32_t microseconds = 0;
+    GetPresentTimeInSec(&seconds, &microseconds);
+    return WaitUntil(condition, mutex, {time_t{seconds} + kWaitSeconds, long{microseconds} * 1000});
 }

@@ -9,8 +9,11 @@ int ThreadCreate(pthread_t *threadId, void *(*startRoutine)(void *), void *argum
 }
 
 // Ending a thread unwinds its frames by force: this one holds nothing and must not become noexcept.
-// The status is not handed on: nobody joins for a value.
-void ThreadExit(int /*status*/) { pthread_exit(nullptr); }
+// Kept: the status is not handed on, but the address of a local: nobody joins for a value.
+void ThreadExit(int /*status*/) {
+    int exitValue = 0;
+    pthread_exit(&exitValue);
+}
 
 int ThreadDetach(pthread_t threadId) {
     if (threadId == 0) return RTSP_FAILURE;

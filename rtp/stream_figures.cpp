@@ -53,13 +53,13 @@ int32_t RTPClientGetTSOffset(intptr_t clientHandle, int32_t codecType, uint32_t 
     const CallTrace trace(__func__);
     const RTSPClient *const client = CheckPacketCall(trace, clientHandle, codecType);
     if (client == nullptr) return RTSP_INVALID_ARGUMENT;
-    if (tsOffset == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid input argument\n");
     const RTSPStreamInfo *const audio = LastStreamByCodec(*client, RTP_CODEC_MPEG4_GENERIC);
     const RTSPStreamInfo *const video = LastStreamByCodec(*client, RTP_CODEC_H264);
     if (audio == nullptr && video == nullptr) return RTSP_FAILURE;
     if (codecType == RTP_CODEC_H264 && audio == nullptr) return RTSP_FAILURE;
     if (codecType != RTP_CODEC_MPEG4_GENERIC) return RTSP_SUCCESS;
     if (audio == nullptr || video == nullptr) return RTSP_FAILURE;
+    if (tsOffset == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid input argument\n");
     *tsOffset = InVideoClock(ReportedTimestamp(*audio), audioClockRate) - ReportedTimestamp(*video);
     return RTSP_SUCCESS;
 }

@@ -10,6 +10,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <locale.h>
 
 namespace rtsptap {
 namespace {
@@ -81,10 +82,18 @@ int32_t ReadFmtp(SdpReading &reading, std::string_view value) {
     return RTSP_SUCCESS;
 }
 
+// As atof reads it, words and hexadecimal numbers included, but with a point for its point in every locale.
+double LikeAtof(std::string_view text) {
+    static const locale_t cLocale = newlocale(LC_ALL_MASK, "C", nullptr);
+    char number[1024];
+    CopyText(number, text);
+    return strtod_l(number, nullptr, cLocale);
+}
+
 // a=framerate:<frames per second>
 int32_t ReadFrameRate(SdpReading &reading, std::string_view value) {
     const std::string_view text = After(value, ":");
-    const double frameRate = LeadingFraction(text);
+    const double frameRate = LikeAtof(text);
     if (frameRate == 0.0 && text != "0.0")
         return reading.trace.Fail(kEndEarly, "EXIT : %s :Invalid SDP framerate\n");
     reading.stream->description.frameRate = frameRate;

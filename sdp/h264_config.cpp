@@ -26,11 +26,21 @@ struct ParameterSet {
 // 0, which no NAL unit has, for an empty set.
 uint8_t NalType(const ParameterSet &set) { return set.size > 0 ? set.bytes[0] & kNalTypeMask : uint8_t{0}; }
 
+// Some devices send the start code of a byte stream (H.264, annex B) along: zeros, then 1.
+void DropStartCode(ParameterSet &set) {
+    if (set.size <= 0) return;
+    const std::span<uint8_t> bytes(set.bytes.get(), static_cast<std::size_t>(set.size));
+    const auto unit = std::ranges::find_if(bytes, [](uint8_t byte) { return byte != 0; });
+    if (unit - bytes.begin() < 2 || unit == bytes.end() || *unit != 1) return;
+    set.size = static_cast<int32_t>(std::ranges::copy(unit + 1, bytes.end(), bytes.begin()).out - bytes.begin());
+}
+
 ParameterSet DecodeSet(std::string_view base64) {
     const std::size_t capacity = base64.size() / 4 * 3 + 3;
     ParameterSet set;
     set.bytes.reset(static_cast<uint8_t *>(malloc(capacity)));
     if (set.bytes) set.size = Base64DecodeBinaryToBuffer(base64, set.bytes.get(), static_cast<int32_t>(capacity));
+    DropStartCode(set);
     return set;
 }
 

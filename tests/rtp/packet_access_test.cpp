@@ -20,7 +20,6 @@ TEST_F(PacketAccess, ChecksItsArgumentsInOrder) {
     check(RTPClientGetRTPStreamData(dead, nullptr, 104), -99, "GetRTPStreamData :Invalid Client Handle\n");
     check(RTPClientPeekRTPStreamData(dead, nullptr, 100), -99, "PeekRTPStreamData" + stale);
     check(RTPClientFreeRTPStreamData(dead, &record, 100), -99, "FreeRTPStreamData" + stale);
-    check(RTPClientGetTSOffset(live, 203, nullptr, 1), -99, "GetTSOffset :Invalid input argument\n");
     check(RTPClientGetNbOfPktInBuffer(dead, 104), -99, "GetNbOfPktInBuffer :Invalid Codec Type \n");
     check(RTPClientGetStreamPktCount(dead, 199), 0, "GetStreamPktCount :Invalid Codec Type \n");
     check(RTPClientGetStreamPktCount(dead, 100), 0, "GetStreamPktCount" + stale);
@@ -78,6 +77,8 @@ TEST_F(PacketAccess, ComputesTheTimestampOffset) {
     for (const int32_t codecType : {RTP_CODEC_PCMA, RTP_CODEC_H264})
         EXPECT_EQ(RTPClientGetTSOffset(Handle(), codecType, &offset, 8000), 0);
     EXPECT_EQ(offset, 77u);
+    EXPECT_EQ(RTPClientGetTSOffset(Handle(), RTP_CODEC_PCMA, nullptr, 8000), 0);
+    EXPECT_EQ(RTPClientGetTSOffset(Handle(), RTP_CODEC_MPEG4_GENERIC, nullptr, 8000), -99);
     const struct {
         uint32_t audioTimestamp;
         int32_t clockRate;

@@ -75,7 +75,7 @@ TEST(SdpParser, ALineThatCannotStandEndsTheReadingWithItsCode) {
         {kVideo, "a=rtpmap:0 " + std::string(33, 'n') + "/90000", -1, name},
         {kVideo, "a=rtpmap:96 H264/0", -73, number},
         {kAudio, "a=rtpmap:97 L16/44100/x", -73, number},
-        {kVideo, "a=framerate:0.0", 0, ""},
+        {kVideo, "a=framerate:0.0\na=framerate:nan\na=framerate:-inf\na=framerate:0x1e\na=framerate:1e400", 0, ""},
         {kVideo, "a=framerate:0", 0, rate},
         {kVideo, "a=control", 0, url},
         {kVideo, "a=control:" + std::string(257, 'u'), -1, longUrl},
@@ -154,7 +154,9 @@ TEST(SdpParser, ParameterSetsAreSortedByTheirKind) {
         {"96 sprop-parameter-sets=aM48gA==,Z0IAHw==,Z00A,BgUB,aO48gA==", "6742001f,68ce3c80"},
         {"96 sprop-parameter-sets=Z0I\x01,,Z0IAHw==,aM48gA==,", "6742001f,68ce3c80"},
         {"96 sprop-parameter-sets=Z0IAHw==", "6742001f,"},
-        {"96 x-sprop-parameter-sets=Z0IAHw==,aM48gA==", ","},
+        {"96 x-sprop-parameter-sets=Z0IAHw==,aM48gA==", "6742001f,68ce3c80"},
+        {"96 x-sprop-parameter-sets=Z01,aM48;sprop-parameter-sets=\"Z0IAHw==\",\"aM48gA==\"", "6742001f,68ce3c80"},
+        {"96 sprop-parameter-sets=AAAAAWdCAB8=,AAABaM48gA==,AAA=,AAAB", "6742001f,68ce3c80"},
         {"", ","},
     };
     for (const auto &[fmtp, sets] : kCases) {
@@ -171,7 +173,7 @@ TEST(SdpParser, ParameterSetsAreSortedByTheirKind) {
 
 TEST(SdpParser, TheAacConfigurationNamesTheCoreLayer) {
     const std::pair<const char *, const char *> kCases[] = {
-        {"97 streamconfig=1190; CONFIG=1210", "1210 type 2 44100/2"},
+        {"97 streamconfig=1190; CONFIG=\"1210\"", "1210 type 2 44100/2"},
         {"97 config=eb098800", "eb098800 type 2 24000/1"},     // parametric stereo over AAC-LC
         {"97 config=f94640", "f94640 type 42 48000/2"},        // escaped object type
         {"97 config=1780562210", "1780562210 type 2 44100/2"}, // rate in 24 bits
