@@ -1,6 +1,8 @@
 #include "rtp/rtcp_thread.h"
 
 #include "platform/call_trace.h"
+#include "platform/clock.h"
+#include "platform/socket.h"
 #include "rtp/receive_thread.h"
 #include "rtp/receiver_report.h"
 #include "rtp/rtcp_packet.h"
@@ -18,8 +20,8 @@
 namespace rtsptap {
 namespace {
 
-constexpr int kSilenceMs = 25000;    // a report goes out unasked after this
-constexpr int kRtcpAreaBytes = 4096; // longest datagram looked at
+constexpr uint64_t kSilenceMs = 25000; // a report goes out unasked after this
+constexpr int kRtcpAreaBytes = 4096;   // longest datagram looked at
 
 using RtcpArea = std::array<uint8_t, kRtcpAreaBytes>;
 
@@ -32,22 +34,37 @@ void SendReport(RTSPStreamInfo &stream, RtcpArea &area) {
 
 Pass AnswerDatagram(StreamThread &thread, RTSPStreamInfo &stream, RtcpArea &area) {
     socklen_t addressLength = sizeof stream.rtcpAddr;
-    const int received = UDPSockRecv(stream.rtcpSocket, area.data(), kRtcpAreaBytes,
-                                     reinterpret_cast<sockaddr *>(&stream.rtcpAddr), &addressLength);
+    const int received = ReceiveDatagram(stream.rtcpSocket, area.data(), kRtcpAreaBytes, MSG_DONTWAIT,
+                                         reinterpret_cast<sockaddr *>(&stream.rtcpAddr), &addressLength);
+    if (received < 0 && errno == EAGAIN) return Pass::kGoOn; // a damaged datagram, which the system has dropped
     if (received < 1) {
         if (MustEnd(thread)) return Pass::kStop;
         puts("Exiting RTCP thread");
         perror("Exiting:");
         return Pass::kStop;
     }
+    stream.rtcpSilentSinceMs = MonotonicMs();
     const int32_t stored = std::min(received, kRtcpAreaBytes);
     if (ParseRtcpPacket(&stream, area.data(), stored) == RTSP_SUCCESS) SendReport(stream, area);
     return Pass::kGoOn;
 }
 
+// How long the silence may still last, from its begin, whichever thread of the stream's has seen that.
+int SilenceLeft(RTSPStreamInfo &stream) {
+    const uint64_t now = MonotonicMs();
+    if (stream.rtcpSilentSinceMs == 0) stream.rtcpSilentSinceMs = now;
+    const uint64_t end = stream.rtcpSilentSinceMs + kSilenceMs;
+    return end > now ? static_cast<int>(end - now) : 0;
+}
+
+void BreakSilence(RTSPStreamInfo &stream, RtcpArea &area) {
+    stream.rtcpSilentSinceMs = 0;
+    SendReport(stream, area);
+}
+
 Pass ServeOnce(StreamThread &thread, RTSPStreamInfo &stream, RtcpArea &area) {
     pollfd waits[] = {{stream.rtcpSocket, POLLIN, 0}, {thread.wake, POLLIN, 0}};
-    const int ready = poll(waits, 2, kSilenceMs);
+    const int ready = poll(waits, 2, SilenceLeft(stream));
     if (MustEnd(thread)) return Pass::kStop;
     if (ready < 0 && errno == EINTR) return Pass::kGoOn;
     if (ready < 0) {
@@ -60,7 +77,7 @@ Pass ServeOnce(StreamThread &thread, RTSPStreamInfo &stream, RtcpArea &area) {
         return Pass::kStop;
     }
     if ((waits[0].revents & POLLIN) != 0) return AnswerDatagram(thread, stream, area);
-    SendReport(stream, area);
+    BreakSilence(stream, area);
     return Pass::kGoOn;
 }
 
@@ -68,6 +85,21 @@ void ForgetSenderReport(RTSPStreamInfo &stream) {
     stream.srHeader = stream.srSenderSsrc = stream.srNtpMsw = stream.srNtpLsw = 0;
     stream.srRtpTimestamp = 0;
     stream.srPacketCount = stream.srOctetCount = 0;
+}
+
+void ServeUntilTold(StreamThread &thread, RTSPStreamInfo &stream) {
+    RtcpArea area = {};
+    Pass pass = Pass::kGoOn;
+    while (pass == Pass::kGoOn && !MustEnd(thread)) {
+        if (stream.streamState == kStreamPlaying) {
+            pass = ServeOnce(thread, stream, area);
+        } else if (stream.client->state == CLIENT_INIT_STATE) {
+            return;
+        } else {
+            stream.rtcpSilentSinceMs = 0; // nothing is listened to meanwhile
+            MSecDelay(kPausedSleepMs);
+        }
+    }
 }
 
 } // namespace
@@ -82,17 +114,10 @@ void ServeRtcp(StreamThread &thread) {
         puts("Exiting RTCP thread due to connection error");
         return;
     }
-    RtcpArea area = {};
-    Pass pass = Pass::kGoOn;
-    while (pass == Pass::kGoOn && !MustEnd(thread)) {
-        if (stream.streamState == kStreamPlaying) {
-            pass = ServeOnce(thread, stream, area);
-        } else if (stream.client->state == CLIENT_INIT_STATE) {
-            return;
-        } else {
-            MSecDelay(kPausedSleepMs);
-        }
-    }
+    ServeUntilTold(thread, stream);
+    // After a hand-over the silence goes on: PLAY, sent more often than it may last, would put the report off for
+    // good.
+    if (!thread.yield.load(std::memory_order_acquire)) stream.rtcpSilentSinceMs = 0;
 }
 
 } // namespace rtsptap

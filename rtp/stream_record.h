@@ -52,12 +52,14 @@ struct RTSPStreamInfo {
     std::atomic<uint32_t> cumulativeLost{0}; // the process-wide loss count at this stream's last gap
 
     // ---- Receiving: one at a time, the receive thread or a reader in its turn ----
-    ReceiveTurn turn;         // over UDP says who, over TCP the client's; the ring's writing end and the pool's taking end go with it
+    ReceiveTurn turn; // over UDP says who, over TCP the client's; the ring's writing end and the pool's taking end
+                      // go with it
     sockaddr_in rtpAddr = {}; // source of the last RTP datagram
 
     // ---- The thread that handles RTCP only ----
-    sockaddr_in rtcpAddr = {};       // source of the last RTCP datagram
-    uint32_t srHeader = 0;           // the last sender report (RFC 3550, 6.4.1), word by word
+    sockaddr_in rtcpAddr = {};      // source of the last RTCP datagram
+    uint64_t rtcpSilentSinceMs = 0; // since when it waits for a datagram, monotonic; 0: it does not; handed over
+    uint32_t srHeader = 0;          // the last sender report (RFC 3550, 6.4.1), word by word
     uint32_t srSenderSsrc = 0;
     uint32_t srNtpMsw = 0;
     uint32_t srNtpLsw = 0;
@@ -70,27 +72,27 @@ struct RTSPStreamInfo {
 
     // ---- Receive ring: see receive_ring.h for who moves what ----
     ReceiveRing ring;
-    std::atomic<bool> receiving{false};     // interleaved: the ring is open and frames are taken
-    bool signalDue = false;                 // interleaved, in the turn: new data since the last signal
-    std::atomic<int32_t> outstanding{0};    // packets the application holds
+    std::atomic<bool> receiving{false};  // interleaved: the ring is open and frames are taken
+    bool signalDue = false;              // interleaved, in the turn: new data since the last signal
+    std::atomic<int32_t> outstanding{0}; // packets the application holds
     PacketPool pool;
 
     // ---- Packet queue: links and counts change under packetListLock ----
     // Guards the queue; a leaf, nothing is printed under it. A stream whose locks could not be made has these.
     pthread_mutex_t packetListLock = PTHREAD_MUTEX_INITIALIZER;
     std::atomic<RTPStreamData *> packetListHead{nullptr}; // oldest; peeked without the lock before waiting
-    RTPStreamData *packetListTail = nullptr;            // newest; null when the head is null
-    std::atomic<int32_t> packetCount{0};                // as counted; see InsertPacket; read without the lock
-    RTPStreamData *peekedPacket = nullptr;              // last packet shown by Peek and still queued
-    RTPStreamData *deferredPacket = nullptr;            // a shown packet that left the queue; freed at the next look
-    uint32_t buffering = 0;                             // 1 while delivery is held back for underflow
+    RTPStreamData *packetListTail = nullptr;              // newest; null when the head is null
+    std::atomic<int32_t> packetCount{0};                  // as counted; see InsertPacket; read without the lock
+    RTPStreamData *peekedPacket = nullptr;                // last packet shown by Peek and still queued
+    RTPStreamData *deferredPacket = nullptr; // a shown packet that left the queue; freed at the next look
+    uint32_t buffering = 0;                  // 1 while delivery is held back for underflow
 
     // ---- New-data signal ----
     pthread_mutex_t signalLock = PTHREAD_MUTEX_INITIALIZER;  // of dataCondition; never held with packetListLock
     pthread_cond_t dataCondition = PTHREAD_COND_INITIALIZER; // a datagram or frame was handled
-    std::atomic<int32_t> waitingReaders{0};   // readers inside the wait; nobody is signalled while 0
-    std::atomic<uint32_t> handled{0};         // datagrams and frames so far; changes with the queue they went into
-    uint32_t handledBeforeWait = 0;           // as the waiting reader found it; guarded by signalLock
+    std::atomic<int32_t> waitingReaders{0};                  // readers inside the wait; nobody is signalled while 0
+    std::atomic<uint32_t> handled{0}; // datagrams and frames so far; changes with the queue they went into
+    uint32_t handledBeforeWait = 0;   // as the waiting reader found it; guarded by signalLock
 };
 
 } // namespace rtsptap

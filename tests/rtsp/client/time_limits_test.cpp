@@ -33,9 +33,16 @@ void WaitForAReplyAmongFrames() {
     EXPECT_EQ(session.Teardown(), 0);
 }
 
+// PLAY in between, which keeps a session alive, does not begin the silence anew.
 void ReportAfterSilence() {
-    Session session(kUdp, CLIENT_PLAYING_STATE);
-    ExpectAbout25Seconds([&] { EXPECT_GE(session.rtcp[0].Receive(30000).size(), 32U); });
+    Session session(kUdp, CLIENT_PLAYING_STATE, Times(2, {"PLAY ", Ok()}));
+    ExpectAbout25Seconds([&] {
+        for (int i = 0; i < 2; ++i) {
+            EXPECT_EQ(session.rtcp[0].Receive(9000), "");
+            EXPECT_EQ(session.Play(), 0);
+        }
+        EXPECT_GE(session.rtcp[0].Receive(30000).size(), 32U);
+    });
     EXPECT_FALSE(session.rtcp[1].Receive(1000).empty());
 }
 
