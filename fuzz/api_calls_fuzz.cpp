@@ -1,15 +1,18 @@
-// Calls of the exported functions in any order, with stale handles, nulls and extremes. Input: one byte for the
-// function, one for the client, then the function's own choices. What the manual forbids is left out: a header list
-// used after it was destroyed, a packet freed after its client.
+// Calls of the exported functions in any order, with stale handles, nulls and extremes, against a server that does
+// what the name of the session tells it to. Input: one byte for the function, one for the client, then the
+// function's own choices. What the manual forbids is left out: a header list used after it was destroyed, a packet
+// freed after its client. Nothing may be left when all is destroyed.
 #include "fuzz/fuzz_target.h"
-#include "fuzz/loopback_server.h"
+#include "rtsp/client/udp_ports.h"
 #include "rtsptap.h"
+#include "tests/support/child_process.h"
+#include "tests/support/packet_builder.h"
+#include "tests/torture/system_calls.h"
 
 #include <deque>
 
 using namespace rtsptap;
 using fuzz::Input;
-using fuzz::LoopbackServer;
 using fuzz::Require;
 
 namespace {
@@ -24,14 +27,24 @@ constexpr const char *kTexts[] = {
     nullptr, "127.0.0.1", "live",  "",          "Transport", "Range",  "npt=0-",   "Session",      "CSeq",   "a=",
     "m",     "1",         "Scale", "300.1.1.1", "X-Own",     "%s%n%d", kTransport, kPortTransport, kLongText};
 
+constexpr const char *kWords[] = { // for the server: tests/soak/answering_server.py
+    "live",       "media",        "burst=9",       "digest",         "DESCRIBE=454", "SETUP1=302",
+    "SETUP2=461", "PLAY=503",     "PAUSE=100",     "OPTIONS=401",    "end:DESCRIBE", "half:PLAY",
+    "after:PLAY", "end:TEARDOWN", "silent:SETUP1", "silent:PAUSE",   "stranger",     "split",
+    "group",      "half:OPTIONS", "end:OPTIONS",   "silent:DESCRIBE"};
+
 int32_t Number(Input &in) { return in.Pick(kNumbers); }
 const char *Text(Input &in) { return in.Pick(kTexts); }
 int32_t Codec(Input &in) { return in.Pick(kCodecs); }
 uint16_t Port(Input &in) { return static_cast<uint16_t>(in.Pick(kNumbers)); }
 
-LoopbackServer &Server() {
-    static auto &server = *new LoopbackServer;
-    return server;
+uint16_t serverPort = 0;
+
+void StartServer() {
+    static test::ChildProcess server({"python3", ANSWERING_SERVER});
+    serverPort = static_cast<uint16_t>(std::atoi(server.ReadLine(std::chrono::seconds(20)).c_str()));
+    Require(serverPort != 0);
+    torture::Hurry();
 }
 
 struct Caller {
@@ -66,6 +79,7 @@ struct Caller {
     bool live[2] = {};
     intptr_t lists[3] = {RTSPCreateHeaderList(), RTSPCreateHeaderList(), 0};
     std::deque<RTPStreamData *> held[2];
+    std::string path = "live";
     char buffer[600] = {};
     int32_t size = 0;
 };
@@ -105,11 +119,12 @@ void CallStreamMethod(Caller &caller, intptr_t client, Input &in) {
     method(client, stream, list, reply.text, reply.size);
 }
 
-void Connect(Caller &, intptr_t client, Input &in) {
+void Connect(Caller &caller, intptr_t client, Input &in) {
     const uint8_t choice = in.U8();
-    const uint16_t port = choice & 2 ? Server().Port() : Port(in);
+    const uint16_t port = choice & 2 ? serverPort : Port(in);
     const char *const address = choice & 4 ? "127.0.0.1" : Text(in);
-    RTSPClientConnect(client, address, port, choice & 8 ? "live" : Text(in), choice & 16 ? 2 : choice & 1, choice);
+    const char *const path = choice & 8 ? caller.path.c_str() : Text(in);
+    RTSPClientConnect(client, address, port, path, choice & 16 ? 2 : choice & 1, choice);
 }
 
 void ConnectAndPlay(Caller &caller, intptr_t client, Input &in) {
@@ -117,8 +132,8 @@ void ConnectAndPlay(Caller &caller, intptr_t client, Input &in) {
     const char *const user = Text(in);
     const intptr_t list = in.Pick(caller.lists);
     const Reply reply(caller, in);
-    RTSPClientAutoRTSPConnect(client, "127.0.0.1", Server().Port(), "live", user, user, proto, 0, list, list, 0, 0,
-                              reply.text, reply.size);
+    RTSPClientAutoRTSPConnect(client, "127.0.0.1", serverPort, caller.path.c_str(), user, user, proto, 0, list,
+                              list, 0, 0, reply.text, reply.size);
 }
 
 void Query(Caller &caller, intptr_t client, Input &in) {
@@ -176,9 +191,12 @@ void HandlePackets(Caller &caller, intptr_t client, Input &in) {
     RTPClientGetStreamPktCount(client, codec);
 }
 
+// To any port, or one of the two that SETUP chose last.
 void Arrive(Caller &, intptr_t, Input &in) {
-    const uint16_t port = in.U8() & 1 ? Port(in) : Server().clientPort.load();
-    if (port != 0) Server().udp.SendTo(port, std::string(in.Counted()));
+    static const test::UdpPeer sender;
+    const uint8_t choice = in.U8();
+    const int chosen = gblClientRtspUdpPort - (choice & 2);
+    sender.SendTo(choice & 1 ? Port(in) : static_cast<uint16_t>(chosen), std::string(in.Counted()));
 }
 
 void CallWithNothing(Caller &, intptr_t, Input &in) {
@@ -190,7 +208,10 @@ void CallWithNothing(Caller &, intptr_t, Input &in) {
     CloseSock(-1);
 }
 
-void SetMood(Caller &, intptr_t, Input &in) { Server().mood = in.U8(); }
+void ChoosePath(Caller &caller, intptr_t, Input &in) {
+    caller.path = in.Pick(kWords);
+    caller.path += std::string(",") + in.Pick(kWords);
+}
 void CreateClient(Caller &caller, intptr_t, Input &in) { caller.Create(in.U8() & 1); }
 void DestroyClient(Caller &caller, intptr_t, Input &in) { caller.Destroy(in.U8() & 1); }
 
@@ -198,18 +219,22 @@ void DestroyClient(Caller &caller, intptr_t, Input &in) { caller.Destroy(in.U8()
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
     constexpr void (*kCalls[])(Caller &, intptr_t, Input &) = {
-        CreateClient, CallStreamMethod, CallMethod, Connect,         ConnectAndPlay, HandlePackets, Arrive, SetMood,
-        Query,        ConfigureClient,  Listen,     CallWithNothing, EditList,       DestroyClient};
+        CreateClient,  CallStreamMethod, CallMethod, Connect,      ConnectAndPlay,
+        HandlePackets, Arrive,           ChoosePath, Query,        ConfigureClient,
+        Listen,        CallWithNothing,  EditList,   DestroyClient};
+    [[maybe_unused]] static const bool started = (StartServer(), true);
     Input in(data, size);
-    Server().mood = 0;
-    Caller caller;
-    caller.Create(0);
-    for (int calls = 0; calls < 60 && !in.IsEmpty(); ++calls) {
-        auto *const call = in.Pick(kCalls);
-        const auto [first, second] = caller.clients;
-        const auto foreign = reinterpret_cast<intptr_t>(&caller);
-        const intptr_t handles[] = {first, first, first, second, 0, 1, -1, foreign};
-        call(caller, in.Pick(handles), in);
+    {
+        Caller caller;
+        caller.Create(0);
+        for (int calls = 0; calls < 60 && !in.IsEmpty(); ++calls) {
+            auto *const call = in.Pick(kCalls);
+            const auto [first, second] = caller.clients;
+            const auto foreign = reinterpret_cast<intptr_t>(&caller);
+            const intptr_t handles[] = {first, first, first, second, 0, 1, -1, foreign};
+            call(caller, in.Pick(handles), in);
+        }
     }
+    Require(*torture::Complaint() == '\0');
     return 0;
 }

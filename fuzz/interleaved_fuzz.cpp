@@ -9,6 +9,7 @@
 #include "rtsp/message/response.h"
 #include "rtsp/message/response_parse.h"
 #include "tests/support/described_client.h"
+#include "tests/torture/system_calls.h"
 
 #include <sys/socket.h>
 #include <unistd.h>
@@ -91,6 +92,7 @@ struct Server {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
+    torture::Hurry();
     fuzz::Input input(data, size);
     const uint8_t settings = input.U8();
     const uint8_t sizes = input.U8();

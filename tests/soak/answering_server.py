@@ -7,8 +7,9 @@ of the URL, words joined by commas; REQUEST is OPTIONS, DESCRIBE, SETUP1, SETUP2
     end:REQUEST          closes instead of answering   digest     wants a password
     half:REQUEST         closes amid the answer        group      grants multicast
     after:REQUEST        closes behind answer, packets gather=16  holds that many DESCRIBEs, answers them together
-    rate=2000            sends kbit/s of each stream   burst=3    packets of each stream at each PLAY, if no rate is
-                         while it plays                           given
+    silent:REQUEST       does not answer               stranger   names another session in every answer
+    rate=2000            sends kbit/s of each stream   media      sends packets before every answer, too
+                         while it plays                burst=3    packets of each stream at each PLAY, without a rate
 
 Every other close is a reset. Replies to SETUP tell the client's ports again, as "client_port=A-B"; those to PAUSE and
 TEARDOWN the packets sent so far, as "X-Sent: VIDEO AUDIO"."""
@@ -129,6 +130,11 @@ class Connection:
         name = method + str(track) if method == "SETUP" else method
         if self.has("end:" + name):
             raise EOFError
+        if self.has("silent:" + name):
+            return
+        if self.has("media"):
+            for stream in self.streams:
+                stream.play()
         if method == "DESCRIBE" and self.number("gather", 0):
             gathered.append(asyncio.get_running_loop().create_future())
             if len(gathered) == self.number("gather", 0):
@@ -161,6 +167,7 @@ class Connection:
 
     def reply(self, request, name, status, chosen):
         lines = ["RTSP/1.0 %d Status" % status, "CSeq: " + re.search(r"CSeq: (\d+)", request)[1]]
+        session = next(ends) if self.has("stranger") else "5e5510n"
         body = SDP if name == "DESCRIBE" else ""
         if status == 401:
             lines.append('WWW-Authenticate: Digest realm="door", nonce="5ec7e7"')
@@ -168,7 +175,7 @@ class Connection:
             lines.append("Transport: " + self.set_up(request, chosen[0]))
         if name in ("PAUSE", "TEARDOWN"):
             lines.append("X-Sent: %d %d" % tuple(stream.sent for stream in self.streams))
-        lines.append("Content-Length: %d" % len(body) if body else "Session: 5e5510n;timeout=60")
+        lines.append("Content-Length: %d" % len(body) if body else "Session: %s;timeout=60" % session)
         return ("\r\n".join(lines) + "\r\n\r\n" + body).encode()
 
     def set_up(self, request, stream):

@@ -17,15 +17,15 @@
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 namespace torture {
 namespace {
 
-// A wait that has gone on for this long without anything happening is over once something has failed.
-constexpr int kPacketSliceMs = 5;
-constexpr int kReplySliceMs = 30;
-constexpr int kPacketWaitMs = 5000;
+constexpr int64_t kHurry = 1000; // time, once it hurries: 25 seconds take 25 ms
+constexpr int64_t kMs = 1000000; // nanoseconds
+constexpr int64_t kSecond = 1000 * kMs;
 constexpr int kDescriptors = 1 << 16;
 
 std::atomic<const Fault *> armed;
@@ -34,7 +34,7 @@ std::atomic<bool> struck;
 std::atomic<bool> owned[kDescriptors];
 std::atomic<int> misused{-1}; // a descriptor that was not the library's
 std::atomic<long> blocks, descriptors, threads, mutexes, conditions;
-thread_local int64_t aheadMs = 0;                // of the system's clocks
+std::atomic<int64_t> hurriesFrom;                // of the system's monotonic clock; 0: time goes as it does
 thread_local pthread_mutex_t *refused = nullptr; // by a failed lock: its unlock is left out
 
 // The fault when it is this call's turn.
@@ -44,11 +44,10 @@ const Fault *Strike(const char *call) {
     const long left = callsLeft.fetch_sub(1);
     if (left > 0 || (left < 0 && fault->effect != kStrikes)) return nullptr;
     struck = true;
+    if (!fault->isRepeated) Hurry();
     errno = fault->effect == kStrikes ? ENOMEM : fault->effect;
     return fault;
 }
-
-bool CutsWaits() { return struck && !armed.load()->isRepeated; }
 
 bool Fails(const char *call) { return Strike(call) != nullptr; }
 
@@ -86,32 +85,39 @@ template <typename Real> ssize_t Transfer(const char *call, int fd, size_t size,
     return std::min<ssize_t>(whole, 13);
 }
 
-int64_t MsOf(const timespec &time) { return time.tv_sec * 1000 + time.tv_nsec / 1000000; }
+int64_t Nanoseconds(const timespec &time) { return time.tv_sec * kSecond + time.tv_nsec; }
+timespec Time(int64_t ns) { return {ns / kSecond, ns % kSecond}; }
+int64_t Speed() { return hurriesFrom == 0 ? 1 : kHurry; }
 
-// Waits in slices, so that the wait is also cut short when something fails in the middle of it. `wait` gets the
-// length of a slice and returns `expired` when nothing happened in it.
-template <typename Wait> int WaitInSlices(int64_t waitMs, int sliceMs, int expired, const Wait &wait) {
+int64_t SystemNow(clockid_t clock) {
+    timespec now = {};
+    clock_gettime(clock, &now);
+    return Nanoseconds(now);
+}
+
+int64_t Now(clockid_t clock) {
+    const int64_t from = hurriesFrom;
+    return SystemNow(clock) + (from == 0 ? 0 : (SystemNow(CLOCK_MONOTONIC) - from) * (kHurry - 1));
+}
+
+// Waits in slices, as time may begin to hurry meanwhile. `wait` gets the length of a slice in the system's
+// nanoseconds and returns `expired` when nothing happened in it.
+template <typename Wait> int WaitUntil(int64_t end, clockid_t clock, int expired, const Wait &wait) {
     for (;;) {
-        const int thisMs = static_cast<int>(std::clamp<int64_t>(waitMs, 0, sliceMs));
-        const int result = wait(thisMs);
-        waitMs -= thisMs;
-        if (result != expired || waitMs <= 0) return result;
-        if (!CutsWaits()) continue;
-        aheadMs += waitMs;
-        return result;
+        const int result = wait(std::clamp<int64_t>((end - Now(clock)) / Speed(), 0, 5 * kMs));
+        if (result != expired || Now(clock) >= end) return result;
     }
 }
 
-int WaitUntil(pthread_cond_t *condition, pthread_mutex_t *mutex, clockid_t clock, const timespec *deadline,
-              int sliceMs) {
-    timespec now = {};
-    clock_gettime(clock, &now);
-    return WaitInSlices(MsOf(*deadline) - aheadMs - MsOf(now), sliceMs, ETIMEDOUT, [&](int64_t ms) {
-        timespec end = {};
-        clock_gettime(clock, &end);
-        end.tv_nsec += ms * 1000000;
-        end.tv_sec += end.tv_nsec / 1000000000;
-        end.tv_nsec %= 1000000000;
+template <typename Wait> int WaitMs(int ms, const Wait &wait) {
+    if (ms <= 0) return wait(ms);
+    return WaitUntil(Now(CLOCK_MONOTONIC) + ms * kMs, CLOCK_MONOTONIC, 0,
+                     [&](int64_t ns) { return wait(static_cast<int>((ns + kMs - 1) / kMs)); });
+}
+
+int WaitOn(pthread_cond_t *condition, pthread_mutex_t *mutex, clockid_t clock, const timespec *deadline) {
+    return WaitUntil(Nanoseconds(*deadline), clock, ETIMEDOUT, [=](int64_t ns) {
+        const timespec end = Time(SystemNow(clock) + ns);
         return pthread_cond_clockwait(condition, mutex, clock, &end);
     });
 }
@@ -123,8 +129,13 @@ void Arm(Fault fault, long nth) {
     one = fault;
     struck = false;
     callsLeft = nth;
-    aheadMs = 0;
+    hurriesFrom = 0;
     armed = &one;
+}
+
+void Hurry() {
+    int64_t none = 0;
+    hurriesFrom.compare_exchange_strong(none, SystemNow(CLOCK_MONOTONIC));
 }
 
 bool HasStruck() { return struck; }
@@ -170,9 +181,11 @@ int torture_epoll_ctl(int epoll, int operation, int fd, epoll_event *event) {
     return Fails("watch") ? -1 : epoll_ctl(Used(epoll), operation, Used(fd), event);
 }
 int torture_epoll_wait(int epoll, epoll_event *events, int most, int timeoutMs) {
-    return Fails("watchwait") ? -1 : epoll_wait(Used(epoll), events, most, timeoutMs);
+    if (Fails("watchwait")) return -1;
+    return WaitMs(timeoutMs, [=](int ms) { return epoll_wait(Used(epoll), events, most, ms); });
 }
 int torture_close(int fd) {
+    if (fd < 0) return close(fd);
     owned[Used(fd)] = false;
     --descriptors;
     return close(fd);
@@ -183,7 +196,11 @@ int torture_connect(int fd, const sockaddr *to, socklen_t n) {
     return Fails("connect") ? -1 : connect(Used(fd), to, n);
 }
 int torture_setsockopt(int fd, int level, int name, const void *value, socklen_t n) {
-    return Fails("setsockopt") ? -1 : setsockopt(Used(fd), level, name, value, n);
+    if (Fails("setsockopt")) return -1;
+    if (level != SOL_SOCKET || name != SO_RCVTIMEO) return setsockopt(Used(fd), level, name, value, n);
+    timeval shorter = *static_cast<const timeval *>(value);
+    shorter.tv_usec = std::max<int64_t>(shorter.tv_usec / Speed(), 1);
+    return setsockopt(Used(fd), level, name, &shorter, n);
 }
 ssize_t torture_send(int fd, const void *bytes, size_t size, int flags) {
     return Transfer("send", fd, size, [=](size_t some) { return send(fd, bytes, some, flags); });
@@ -195,11 +212,7 @@ ssize_t torture_recv(int fd, void *bytes, size_t size, int flags) {
     return Transfer("recv", fd, size, [=](size_t some) { return recv(fd, bytes, some, flags); });
 }
 ssize_t torture_recvfrom(int fd, void *bytes, size_t size, int flags, sockaddr *from, socklen_t *n) {
-    const auto real = [=](size_t some) { return recvfrom(fd, bytes, some, flags, from, n); };
-    const ssize_t result = Transfer("recvfrom", fd, size, real);
-    // A reader that waits here does so in slices of its own, up to the end of its wait.
-    if (result < 0 && errno == EAGAIN && (flags & MSG_DONTWAIT) == 0 && CutsWaits()) aheadMs += kPacketWaitMs;
-    return result;
+    return Transfer("recvfrom", fd, size, [=](size_t some) { return recvfrom(fd, bytes, some, flags, from, n); });
 }
 ssize_t torture_read(int fd, void *bytes, size_t n) { return Fails("read") ? -1 : read(Used(fd), bytes, n); }
 ssize_t torture_write(int fd, const void *bytes, size_t size) { return write(Used(fd), bytes, size); }
@@ -209,15 +222,16 @@ int torture_poll(pollfd *waits, nfds_t count, int timeoutMs) {
         for (nfds_t i = 0; i < count; ++i) waits[i].revents = 0;
         return fault->effect == kNothing ? 0 : -1;
     }
-    if (timeoutMs < 0) return poll(waits, count, timeoutMs);
-    return WaitInSlices(timeoutMs, kReplySliceMs, 0, [=](int ms) { return poll(waits, count, ms); });
+    return WaitMs(timeoutMs, [=](int ms) { return poll(waits, count, ms); });
 }
 int torture_clock_gettime(clockid_t clock, timespec *time) {
-    const int result = clock_gettime(clock, time);
-    time->tv_sec += aheadMs / 1000;
-    return result;
+    *time = Time(Now(clock));
+    return 0;
 }
-int torture_nanosleep(const timespec *time, timespec *rest) { return Fails("sleep") ? -1 : nanosleep(time, rest); }
+int torture_nanosleep(const timespec *time, timespec *rest) {
+    const timespec shorter = Time(Nanoseconds(*time) / Speed());
+    return Fails("sleep") ? -1 : nanosleep(&shorter, rest);
+}
 int torture_gethostname(char *name, size_t size) { return Fails("gethostname") ? -1 : gethostname(name, size); }
 
 int torture_pthread_create(pthread_t *id, const pthread_attr_t *attributes, void *(*body)(void *), void *argument) {
@@ -258,10 +272,10 @@ int torture_pthread_cond_destroy(pthread_cond_t *condition) {
     return pthread_cond_destroy(condition);
 }
 int torture_pthread_cond_timedwait(pthread_cond_t *condition, pthread_mutex_t *mutex, const timespec *deadline) {
-    return Fails("wait") ? 0 : WaitUntil(condition, mutex, CLOCK_REALTIME, deadline, kPacketSliceMs);
+    return Fails("wait") ? 0 : WaitOn(condition, mutex, CLOCK_REALTIME, deadline);
 }
 int torture_pthread_cond_clockwait(pthread_cond_t *condition, pthread_mutex_t *mutex, clockid_t clock,
                                    const timespec *deadline) {
-    return Fails("replywait") ? 0 : WaitUntil(condition, mutex, clock, deadline, kReplySliceMs);
+    return Fails("replywait") ? 0 : WaitOn(condition, mutex, clock, deadline);
 }
 } // extern "C"

@@ -1,6 +1,7 @@
-// What the library under torture calls instead of the system: in a copy of its archive these calls are renamed
-// (CMakeLists.txt), so nobody else's are touched. One chosen call fails; all that the library takes is counted and
-// must be given back, and it may use no descriptor but its own. Threads: any.
+// What the library under torture, or under the fuzzers of whole sessions, calls instead of the system: in a copy of
+// its archive these calls are renamed (system_calls.cmake), so nobody else's are touched. One chosen call fails, time
+// runs faster; all that the library takes is counted and must be given back, and it may use no descriptor but its
+// own. Threads: any.
 #pragma once
 
 namespace torture {
@@ -18,9 +19,9 @@ struct Fault {
     bool isRepeated = false; // the library makes the call again
 };
 
-// The nth such call from now (0: the next) meets the fault. From then on, unless it is repeated, a wait in which
-// nothing happens is cut to 30 ms, and the waiting thread finds its clock moved on by the rest.
+// The nth such call from now (0: the next) meets the fault. From then on, unless it is repeated, time hurries.
 void Arm(Fault fault, long nth);
+void Hurry(); // from now on the library's clocks and waits go a thousand times faster, up to the next Arm
 bool HasStruck();
 
 // What the library has kept or done wrong since the last look; empty when all is as it should be.
