@@ -60,6 +60,8 @@ void ReleaseClient(RTSPClient *client) {
 
 int32_t FailCreation(const CallTrace &trace, int32_t result) {
     switch (result) {
+    case RTSP_NO_MEMORY:
+        return trace.Fail(result, "EXIT : %s : Memory Allocation Failed\n");
     case RTSP_MUTEX_FAILED:
         return trace.Fail(result, "EXIT : %s: Can not create mutex to lock RTSP client list.\n");
     case RTSP_LOCK_FAILED:

@@ -3,6 +3,7 @@
 #include "platform/call_trace.h"
 #include "platform/scope.h"
 #include "rtsp/client/client_record.h"
+#include "rtsp/client/handle_table.h"
 
 namespace rtsptap {
 
@@ -11,45 +12,24 @@ pthread_mutex_t gblRTSPClientListLock;
 
 namespace {
 
-// Serialises creation and destruction, and with them the life of gblRTSPClientListLock. Never destroyed.
+// Serialises creation and destruction, and with them the life of gblRTSPClientListLock. Guards the list, every next
+// and prev, and changes of the handle table. Never destroyed.
 pthread_mutex_t lifecycleLock = PTHREAD_MUTEX_INITIALIZER;
 
-// Guards gblRTSPClientList and every next and prev. Validation only reads, so it never waits for a SETUP
-// that holds gblRTSPClientListLock. Taken last; never destroyed.
-pthread_rwlock_t linksLock = PTHREAD_RWLOCK_INITIALIZER;
-
-class ScopedLinks {
-public:
-    enum class Access { kRead, kWrite };
-    explicit ScopedLinks(Access access) {
-        access == Access::kRead ? pthread_rwlock_rdlock(&linksLock) : pthread_rwlock_wrlock(&linksLock);
-    }
-    ~ScopedLinks() { pthread_rwlock_unlock(&linksLock); }
-    ScopedLinks(const ScopedLinks &) = delete;
-    ScopedLinks &operator=(const ScopedLinks &) = delete;
-};
-
-void AppendToList(RTSPClient *client) {
-    const ScopedLinks links(ScopedLinks::Access::kWrite);
+bool Register(RTSPClient *client) {
+    if (!AddHandle(reinterpret_cast<intptr_t>(client))) return false;
     RTSPClient *tail = gblRTSPClientList;
     while (tail != nullptr && tail->next != nullptr) tail = tail->next;
     client->prev = tail;
     (tail == nullptr ? gblRTSPClientList : tail->next) = client;
+    return true;
 }
 
-bool IsLinked(const RTSPClient *client) {
-    for (const RTSPClient *at = gblRTSPClientList; at != nullptr; at = at->next)
-        if (at == client) return true;
-    return false;
-}
-
-bool RemoveFromList(RTSPClient *client) {
-    const ScopedLinks links(ScopedLinks::Access::kWrite);
-    if (!IsLinked(client)) return false;
+void Deregister(RTSPClient *client) {
+    RemoveHandle(reinterpret_cast<intptr_t>(client));
     (client->prev == nullptr ? gblRTSPClientList : client->prev->next) = client->next;
     if (client->next != nullptr) client->next->prev = client->prev;
     client->next = client->prev = nullptr;
-    return true;
 }
 
 // The list lock lives only while a client does. Called under lifecycleLock, the list's only writer.
@@ -72,14 +52,13 @@ int32_t LinkClient(RTSPClient *client) {
         DestroyListLockWhenEmpty();
         return RTSP_LOCK_FAILED;
     }
-    AppendToList(client);
+    const bool registered = Register(client);
     DebugPrint(kDebugEntry, "\tUnLocking Global Client List \n");
-    if (MutexUnlock(&gblRTSPClientListLock) == -1) {
-        RemoveFromList(client);
-        DestroyListLockWhenEmpty();
-        return RTSP_UNLOCK_FAILED;
-    }
-    return RTSP_SUCCESS;
+    const bool unlocked = MutexUnlock(&gblRTSPClientListLock) != -1;
+    if (registered && unlocked) return RTSP_SUCCESS;
+    if (registered) Deregister(client);
+    DestroyListLockWhenEmpty();
+    return registered ? RTSP_UNLOCK_FAILED : RTSP_NO_MEMORY;
 }
 
 bool UnlinkClient(RTSPClient *client) {
@@ -87,16 +66,14 @@ bool UnlinkClient(RTSPClient *client) {
     const ScopedLock lifecycle(lifecycleLock);
     if (LiveClient(reinterpret_cast<intptr_t>(client)) == nullptr) return false;
     MutexLock(&gblRTSPClientListLock);
-    const bool removed = RemoveFromList(client);
+    Deregister(client);
     MutexUnlock(&gblRTSPClientListLock);
     DestroyListLockWhenEmpty();
-    return removed;
+    return true;
 }
 
 RTSPClient *LiveClient(intptr_t clientHandle) {
-    auto *const client = reinterpret_cast<RTSPClient *>(clientHandle);
-    const ScopedLinks links(ScopedLinks::Access::kRead);
-    return client != nullptr && IsLinked(client) ? client : nullptr;
+    return IsLiveHandle(clientHandle) ? reinterpret_cast<RTSPClient *>(clientHandle) : nullptr;
 }
 
 } // namespace rtsptap

@@ -1,5 +1,5 @@
 // The process-wide list of live clients, its locks, and handle validation.
-// Any thread may validate; clients come and go under the registry lock.
+// Any thread may validate, without a lock; clients come and go under the registry lock.
 #pragma once
 
 #include "rtsptap.h"
@@ -15,7 +15,7 @@ extern RTSPClient *gblRTSPClientList;
 // while a client is linked or unlinked.
 extern pthread_mutex_t gblRTSPClientListLock;
 
-// 0 or RTSP_MUTEX_FAILED, RTSP_LOCK_FAILED, RTSP_UNLOCK_FAILED; after a failure nothing is linked.
+// 0 or RTSP_MUTEX_FAILED, RTSP_LOCK_FAILED, RTSP_UNLOCK_FAILED, RTSP_NO_MEMORY; after a failure nothing is linked.
 int32_t LinkClient(RTSPClient *client);
 // True when the client was in the list; of two threads unlinking the same handle one gets true.
 bool UnlinkClient(RTSPClient *client);

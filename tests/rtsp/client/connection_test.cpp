@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <thread>
+
 using namespace rtsptap::test;
 
 TEST(Connection, ArgumentsAreCheckedInOrder) {
@@ -41,6 +44,36 @@ TEST(Connection, WhatIsNoLiveClientIsNotDestroyed) {
     EXPECT_EQ(RTSPClientSetMTUSize(client, 100), -99);
     EXPECT_EQ(RTSPClientSetMTUSize(gone, 5000), -99);
     EXPECT_EQ(RTSPClientSetMTUSize(client, 101), 0);
+}
+
+TEST(Connection, ClientsComeAndGoWhileOthersAreAsked) {
+    CapturedStdout out;
+    const Client kept;
+    const int32_t onStack = 0;
+    std::atomic<bool> over{false};
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> pollers;
+    for (int i = 0; i < 8; ++i)
+        pollers.emplace_back([&] {
+            while (!over) {
+                if (RTPClientGetNbOfPktInBuffer(kept, kVideo) != RTSP_FAILURE) ++wrong; // it has no stream
+                for (const intptr_t handle : {intptr_t{0}, intptr_t{1}, reinterpret_cast<intptr_t>(&onStack)})
+                    if (ValidateRTSPClientHandle(handle) == 0) ++wrong;
+            }
+        });
+    EXPECT_LT(SecondsOf([&] {
+                  for (int round = 0; round < 5; ++round) {
+                      std::vector<intptr_t> handles(100);
+                      for (intptr_t &handle : handles) handle = RTSPClientCreate();
+                      for (const intptr_t handle : handles) EXPECT_EQ(ValidateRTSPClientHandle(handle), 0);
+                      for (const intptr_t handle : handles) EXPECT_EQ(RTSPClientDestroy(handle), 0);
+                      for (const intptr_t handle : handles) EXPECT_EQ(ValidateRTSPClientHandle(handle), -1);
+                  }
+              }),
+              10);
+    over = true;
+    for (std::thread &poller : pollers) poller.join();
+    EXPECT_EQ(wrong, 0);
 }
 
 TEST(Connection, LongestAddressAndNameAreAccepted) {
