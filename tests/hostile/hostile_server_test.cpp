@@ -5,12 +5,12 @@
 #include "tests/hostile/reply_rules.h"
 #include "tests/support/captured_stdout.h"
 #include "tests/support/methods.h"
+#include "tests/support/rows.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdio>
-#include <fstream>
 #include <mutex>
 #include <optional>
 #include <random>
@@ -157,46 +157,32 @@ struct Generator {
 
 // ---- written down ----
 
-// "|" ends a line, "\xHH" is a byte, {ok} stands for a good beginning.
-std::string Literal(std::string text) {
-    text = std::regex_replace(text, std::regex("\\{ok\\}"), "RTSP/1.0 200 OK|CSeq: 7|");
-    text = std::regex_replace(text, std::regex("\\|"), "\r\n");
-    for (std::size_t at = 0; (at = text.find("\\x", at)) != std::string::npos; ++at)
-        text.replace(at, 4, 1, static_cast<char>(std::stoi(text.substr(at + 2, 2), nullptr, 16)));
-    return text;
-}
-
-// <N*text>, <wait N>, <close>, <endless text>, <request>: what stands before that comes without a request.
+// {ok} is a good beginning, {close} a closed connection, {wait N} a delay, {endless TEXT} what never ends; what
+// stands before {request} comes without a request.
 void ReadReply(std::string text, Hostile &hostile) {
     const auto add = [&](const Reply &more) { hostile.reply = hostile.reply + more; };
-    for (std::smatch found; std::regex_search(text, found, std::regex("<([^ *>]+)[ *]?([^>]*)>"));
-         text = found.suffix()) {
-        add(SendBytes(Literal(found.prefix())));
+    const std::regex commands("\\{(ok|request|close|wait|endless) ?([^}]*)\\}");
+    for (std::smatch found; std::regex_search(text, found, commands); text = found.suffix()) {
+        add(SendBytes(found.prefix()));
         const std::string command = found[1];
-        const std::string argument = Literal(found[2]);
+        if (command == "ok") add(SendBytes("RTSP/1.0 200 OK\r\nCSeq: 7\r\n"));
         if (command == "request") hostile.before = std::exchange(hostile.reply, {});
         if (command == "close") add(Close());
-        if (command == "wait") add(Delay(std::stoi(argument)));
-        if (command == "endless") add(Endless(argument));
-        std::string repeated;
-        for (int i = std::atoi(command.c_str()); i > 0; --i) repeated += argument;
-        add(SendBytes(repeated));
+        if (command == "wait") add(Delay(std::stoi(found[2])));
+        if (command == "endless") add(Endless(found[2]));
     }
-    add(SendBytes(Literal(text)));
+    add(SendBytes(text));
 }
 
 // CODE METHOD udp|tcp|both NAME REPLY
 void ReadRows(Hostiles &hostiles) {
-    std::ifstream file(TEST_DATA_DIR "/hostile_servers.txt");
-    EXPECT_TRUE(file.is_open());
-    for (std::string line; std::getline(file, line);) {
-        if (line.empty() || line[0] == '#') continue;
-        std::istringstream words(line);
+    for (const auto &row : Rows("hostile_servers.txt")) {
+        std::istringstream words(row[0]);
         Hostile hostile{};
         std::string method, transport, reply;
-        words >> hostile.verdict.code >> method >> transport >> hostile.name >> std::ws;
-        std::getline(words, reply);
-        ReadReply(reply, hostile);
+        words >> hostile.verdict.code >> method >> transport >> hostile.name;
+        std::getline(words.ignore(1), reply, '\n');
+        ReadReply(Lines(reply), hostile);
         hostile.isWrittenDown = true;
         hostile.method = std::ranges::find(kMethods, method, &Method::name);
         for (const uint32_t proto : {kUdp, kTcp}) {

@@ -4,10 +4,12 @@
 #include "rtsp/message/response_parse.h"
 #include "rtsp/message/response_read.h"
 #include "tests/support/captured_stdout.h"
+#include "tests/support/rows.h"
 
 #include <gtest/gtest.h>
 
 using namespace rtsptap;
+using namespace rtsptap::test;
 
 namespace {
 
@@ -34,32 +36,7 @@ std::string Summary(const std::string &text) {
 } // namespace
 
 TEST(Response, IsReadLineByLineOrRefusedWithItsReason) {
-    const std::string refused = "!!!ERROR!!! : \tEXIT : ClientParseMessage :";
-    const std::string noVersion = refused + " RTSP version not found in response buffer\n";
-    const std::string noNumber =
-        "!!!ERROR!!! : EXIT : ClientParseMessage :Problem in converting Ascii to Integer value \n";
-    const std::pair<std::string, std::string> cases[] = {
-        {"RTSP/1.0 200 OK\r\nCSeq: 3\r\nPublic: OPTIONS, DESCRIBE\r\n\r\n",
-         "RTSP/1.0 200 OK 3 [CSeq=3] [Public=OPTIONS, DESCRIBE]"},
-        {"\r\n\nHTTP 404 Not Found here", "HTTP 404 Not Found here 0"},
-        {" 9x ", " 9  0"},
-        {"RTSP/1.0  401  ", "RTSP/1.0 401 401   0"},
-        {"RTSP/1.0 -1 \ncSeq: 0\nCSeq: 4294967297 x", "RTSP/1.0 -1  1 [cSeq=0] [CSeq=4294967297 x]"},
-        // One character behind the colon is always skipped; nothing there is an empty value.
-        {"R 1 a\nSession:abc\nX:  b \nY:\nZ: ", "R 1 a 0 [Session=bc] [X= b ] [Y=] [Z=]"},
-        // Lines of a body are headers too; lines without a colon are none.
-        {"R 1 a\nA: b\n\nv=0\r\na=rtpmap:96 H264/90000\r\n", "R 1 a 0 [A=b] [a=rtpmap=6 H264/90000]"},
-        {std::string("R 1 a\nA: b\0c\nCSeq: 0", 20), "R 1 a 0 [A=b]"},
-        {"\r\n\r\n\r\n", noVersion},
-        {"RTSP/1.0\r\nA: b", noVersion},
-        {"RTSP/1.00 200 OK", refused + " Invalid RTSP version found in response buffer\n"},
-        {"RTSP/1.0 200\r\nA: b c", refused + " RTSP Status not found in response buffer\n"},
-        {"RTSP/1.0 0 OK", noNumber},
-        {"R 200 OK\nCSeq: 0", noNumber},
-        {"R 200 OK\nCSeq: x1", noNumber},
-        {"R 200 OK\nCSeq:", noNumber},
-    };
-    for (const auto &[text, summary] : cases) EXPECT_EQ(Summary(text), summary) << text;
+    for (const auto &row : Rows("responses.txt")) EXPECT_EQ(OnOneLine(Summary(Lines(row[0]))), row.at(1)) << row[0];
 }
 
 TEST(Response, HeadersAreFoundIgnoringCaseTheFirstFirst) {

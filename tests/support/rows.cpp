@@ -1,0 +1,41 @@
+#include "tests/support/rows.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <regex>
+
+namespace rtsptap::test {
+
+std::vector<std::vector<std::string>> Rows(const std::string &file) {
+    std::ifstream lines(TEST_DATA_DIR "/" + file);
+    std::vector<std::vector<std::string>> rows;
+    for (std::string line; std::getline(lines, line);) {
+        if (line.empty() || line[0] == '#') continue;
+        std::vector<std::string> &row = rows.emplace_back();
+        for (std::size_t at = 0; at != std::string::npos;) {
+            const std::size_t end = line.find(" => ", at);
+            row.push_back(Literal(line.substr(at, end - at)));
+            at = end == std::string::npos ? end : end + 4;
+        }
+    }
+    EXPECT_GT(rows.size(), 0U) << file;
+    return rows;
+}
+
+std::string Literal(std::string text) {
+    for (std::size_t at = 0; (at = text.find("\\x", at)) != std::string::npos; ++at)
+        text.replace(at, 4, 1, static_cast<char>(std::stoi(text.substr(at + 2, 2), nullptr, 16)));
+    for (std::smatch found; std::regex_search(text, found, std::regex("<([0-9]+)\\*([^>]*)>"));) {
+        std::string repeated;
+        for (int i = std::stoi(found[1]); i > 0; --i) repeated += found[2];
+        text = found.prefix().str() + repeated + found.suffix().str();
+    }
+    return text;
+}
+
+std::string Lines(std::string text, const char *end) { return std::regex_replace(text, std::regex("\\|"), end); }
+
+std::string OnOneLine(std::string text) { return std::regex_replace(text, std::regex("\r?\n"), "|"); }
+
+} // namespace rtsptap::test
