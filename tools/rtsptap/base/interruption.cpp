@@ -12,10 +12,17 @@ constexpr int kEndOfWatch = SIGUSR1;
 constexpr auto kOneIntent =
     std::chrono::milliseconds(100); // programs in between send a signal on twice; nobody presses keys so fast
 
+// Under nohup a lost terminal ends nothing.
+bool IsIgnored(int signal) {
+    struct sigaction action = {};
+    return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
 sigset_t WatchedSignals() {
     sigset_t set;
     sigemptyset(&set);
     for (const int signal : {SIGINT, SIGTERM, kEndOfWatch}) sigaddset(&set, signal);
+    if (!IsIgnored(SIGHUP)) sigaddset(&set, SIGHUP);
     return set;
 }
 

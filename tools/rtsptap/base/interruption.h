@@ -1,4 +1,4 @@
-// SIGINT and SIGTERM. The first one asks the command to finish; the second one ends the program at once.
+// SIGINT, SIGTERM and SIGHUP. The first one asks the command to finish; the second one ends the program at once.
 #pragma once
 
 #include <chrono>

@@ -28,7 +28,7 @@ enum class ExitCode {
     kEndedEarly = 13,
     kHealthLimit = 14,
     kOutputFailed = 15,
-    kSignal = 128 // plus the signal's number: 130 and 143
+    kSignal = 128 // plus the signal's number, as 130 for SIGINT
 };
 
 struct Outcome {

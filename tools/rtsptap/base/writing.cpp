@@ -1,11 +1,14 @@
 #include "base/writing.h"
 
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 
 namespace tool {
 
+// A reader that has enough is no failure to talk about.
 Outcome WriteFailure(const std::string &name, int error) {
+    if (error == EPIPE) return OutcomeOfSignal(SIGPIPE);
     return {ExitCode::kOutputFailed, name + ": " + std::strerror(error != 0 ? error : EIO)};
 }
 

@@ -10,7 +10,8 @@ namespace tool {
 
 constexpr const char *kStandardOutput = "standard output";
 
-// "name: No space left on device"; error: the errno of it, or 0 when there is none.
+// "name: No space left on device"; error: the errno of it, or 0 when there is none. Without a text, as if ended by
+// SIGPIPE, when nobody reads a pipe any more.
 Outcome WriteFailure(const std::string &name, int error);
 
 // The whole text, flushed.

@@ -24,7 +24,9 @@ constexpr ExitStatus kExitStatuses[] = {
     {Number(ExitCode::kEndedEarly), "the media ended before it should"},
     {Number(ExitCode::kHealthLimit), "a limit of the health check was not kept"},
     {Number(ExitCode::kOutputFailed), "the output could not be written"},
+    {Number(ExitCode::kSignal, SIGHUP), "ended by SIGHUP (the terminal is gone); files are complete"},
     {Number(ExitCode::kSignal, SIGINT), "ended by SIGINT (Ctrl-C); files are complete"},
+    {Number(ExitCode::kSignal, SIGPIPE), "nobody reads standard output any more, as after head"},
     {Number(ExitCode::kSignal, SIGTERM), "ended by SIGTERM; files are complete"},
 };
 
