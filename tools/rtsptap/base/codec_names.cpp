@@ -41,11 +41,11 @@ int32_t CodecTypeOfEncoding(std::string_view name) {
     return 0;
 }
 
-std::string CodecNames(bool video) {
+std::vector<std::string> CodecNames(bool video) {
     std::vector<std::string> names;
     for (const Codec &codec : kCodecs)
         if (codec.isVideo == video) names.push_back(codec.name);
-    return Joined(names, ", ");
+    return names;
 }
 
 const char *CodecDisplayName(int32_t codecType) {

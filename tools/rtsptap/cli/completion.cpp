@@ -22,6 +22,9 @@ std::string Quoted(const std::string &text, const std::string &escaped = "") {
 
 bool TakesNextWord(const Option &option) { return !option.value.empty() && option.value[0] != '['; }
 
+// "h264@" is not the whole value.
+bool IsBeginning(const std::string &word) { return word.back() == '@'; }
+
 using Options = std::vector<const Option *>; // into the manual
 
 Options OptionsOf(const Command &command) {
@@ -45,21 +48,27 @@ std::string BashWords(const Options &options) {
     return words;
 }
 
-// What may follow an option; one name has one meaning in all commands.
+std::string BashAction(const Option &option) {
+    if (option.value == "FILE") return "_rtsptap_files \"$word\"; return";
+    const std::vector<std::string> words = CompletionsOf(option);
+    if (words.empty()) return "return";
+    const bool goesOn = IsBeginning(words.front());
+    return "COMPREPLY=($(compgen -W '" + Joined(words, " ") + "' -- \"$word\"))" +
+           (goesOn ? "; compopt -o nospace 2>/dev/null" : "") + "; return";
+}
+
+// What may follow an option; the same option may take other words with another command.
 std::string BashValues(const Manual &manual) {
-    std::map<std::string, std::string> actions; // by the names, as a pattern
+    std::map<std::string, std::string> patterns; // of "command:option", by what is done
     for (const Command &command : manual.commands)
-        for (const Option *option : OptionsOf(command)) {
-            if (!TakesNextWord(*option)) continue;
-            const std::vector<std::string> choices = ChoicesOf(option->value);
-            std::string action = "return";
-            if (option->value == "FILE") action = "_rtsptap_files \"$word\"; return";
-            if (!choices.empty())
-                action = "COMPREPLY=($(compgen -W '" + Joined(choices, " ") + "' -- \"$word\")); return";
-            actions[Joined(NamesOf(*option), "|")] = action;
-        }
+        for (const Option *option : OptionsOf(command))
+            for (const std::string &name : NamesOf(*option)) {
+                if (!TakesNextWord(*option)) continue;
+                std::string &pattern = patterns[BashAction(*option)];
+                pattern += (pattern.empty() ? "" : "|") + command.text.name + ":" + name;
+            }
     std::string cases;
-    for (const auto &[names, action] : actions) cases += "    " + names + ") " + action + " ;;\n";
+    for (const auto &[action, pattern] : patterns) cases += "    " + pattern + ") " + action + " ;;\n";
     return cases;
 }
 
@@ -91,7 +100,7 @@ _rtsptap() {
            R"() command=${COMP_WORDS[i]} && break ;;
         esac
     done
-    case $before in
+    case $command:$before in
 )" + BashValues(manual) +
            R"(    esac
     case $command in
@@ -106,11 +115,11 @@ complete -F _rtsptap rtsptap
 
 // ---- zsh ----
 
-std::string ZshValue(const std::string &value) {
-    if (value.empty()) return "";
+std::string ZshValue(const std::string &value, const std::vector<std::string> &words) {
     if (value == "FILE") return ":file:_files";
-    const std::vector<std::string> choices = ChoicesOf(value);
-    return choices.empty() ? ":" + value + ": " : ":value:(" + Joined(choices, " ") + ")";
+    if (words.empty()) return ":" + value + ": ";
+    const std::string list = Joined(words, " ");
+    return IsBeginning(words.front()) ? ":" + value + ":compadd -S \"\" " + list : ":value:(" + list + ")";
 }
 
 // One entry for each name, excluding the other: '(-t --transport)-t+[help]:value:(udp tcp)'.
@@ -120,7 +129,7 @@ std::string ZshOption(const Option &option) {
     for (const std::string &name : names) {
         const bool isLong = name.size() > 2;
         std::string mark = !TakesNextWord(option) ? "" : isLong ? "=" : "+";
-        std::string value = ZshValue(TakesNextWord(option) ? option.value : "");
+        std::string value = TakesNextWord(option) ? ZshValue(option.value, CompletionsOf(option)) : "";
         if (option.value == "[=N]") {
             mark = "=-";
             value = "::number: ";
@@ -147,7 +156,8 @@ std::string ZshCompletion(const Manual &manual) {
         commands += "\n            " + Quoted(command.text.name + ":" + command.text.summary);
         const std::string &argument = command.argument.name;
         cases += "        " + command.text.name + ") _arguments" + general + ZshOptions(OptionsOf(command)) +
-                 (argument.empty() ? "" : " \\\n        '1" + ZshValue(argument) + "'") + " ;;\n";
+                 (argument.empty() ? "" : " \\\n        '1" + ZshValue(argument, ChoicesOf(argument)) + "'") +
+                 " ;;\n";
     }
     return R"(#compdef rtsptap
 _rtsptap() {
@@ -184,8 +194,8 @@ std::string FishOption(const Option &option, const std::string &condition) {
     for (const std::string &name : NamesOf(option))
         line += name.size() > 2 ? " -l " + name.substr(2) : " -s " + name.substr(1);
     if (TakesNextWord(option)) line += option.value == "FILE" ? " -r -F" : " -x";
-    if (const std::vector<std::string> choices = ChoicesOf(option.value); !choices.empty())
-        line += " -a " + Quoted(Joined(choices, " "));
+    if (const std::vector<std::string> words = CompletionsOf(option); !words.empty())
+        line += " -a " + Quoted(Joined(words, " "));
     return line + " -d " + Quoted(option.help, "\\") + "\n";
 }
 

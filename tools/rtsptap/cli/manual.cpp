@@ -11,6 +11,10 @@ std::vector<std::string> ChoicesOf(const std::string &value) {
     return value.find('|') == std::string::npos ? std::vector<std::string>() : Split(value, '|');
 }
 
+std::vector<std::string> CompletionsOf(const Option &option) {
+    return option.words.empty() ? ChoicesOf(option.value) : option.words;
+}
+
 std::string Spelled(const std::string &name, const std::string &value) {
     return value.empty() || value[0] == '[' ? name + value : name + " " + value;
 }

@@ -17,6 +17,7 @@ struct Option {
     std::string help;
     Reader read; // once for each time the option is given
     bool isRequired = false;
+    std::vector<std::string> words = {}; // that shells complete the value with, where it names none itself
 };
 
 struct OptionGroup {
@@ -59,6 +60,9 @@ std::vector<std::string> NamesOf(const Option &option);
 
 // The words that a value or argument must be one of; none when it is free.
 std::vector<std::string> ChoicesOf(const std::string &value);
+
+// The same, or the words of the option.
+std::vector<std::string> CompletionsOf(const Option &option);
 
 // "--transport auto|udp", "--reconnect[=N]".
 std::string Spelled(const std::string &name, const std::string &value);

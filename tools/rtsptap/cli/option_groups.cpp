@@ -24,8 +24,21 @@ Option Latency(std::chrono::milliseconds &latency) {
 Reader IntoPort(ListenPort &port, bool video) {
     return [&port, video](const std::string &text) -> std::string {
         if (ParseListenPort(text, video, port)) return "";
-        return "is not CODEC@PORT with a codec of " + CodecNames(video);
+        return "is not CODEC@PORT with a codec of " + Joined(CodecNames(video), ", ");
     };
+}
+
+std::vector<std::string> AllCodecs() {
+    std::vector<std::string> names = CodecNames(true);
+    for (const std::string &name : CodecNames(false)) names.push_back(name);
+    return names;
+}
+
+Option Port(const char *medium, ListenPort &port, bool video) {
+    std::vector<std::string> words = CodecNames(video);
+    const std::string help = "receive " + std::string(medium) + "; CODEC is one of " + Joined(words, ", ");
+    for (std::string &word : words) word += "@";
+    return {"--" + std::string(medium), "CODEC@PORT", help, IntoPort(port, video), false, words};
 }
 
 } // namespace
@@ -87,7 +100,7 @@ OptionGroup FigureOptions(ReceptionSettings &reception) {
           "end with status 14 if all streams together brought fewer bits per second, as 500k or 2M",
           IntoRate(reception.health.minBitsPerSecond)},
          {"--expect-codec", "CODEC", "end with status 14 if no stream of this codec came; may be repeated",
-          IntoList(reception.health.expectedCodecs)}}};
+          IntoList(reception.health.expectedCodecs), false, AllCodecs()}}};
 }
 
 OptionGroup RecordingOptions(OutputSettings &output, bool isRequired) {
@@ -107,10 +120,8 @@ OptionGroup PictureOptions(OutputSettings &output, std::chrono::milliseconds &li
 
 OptionGroup PortOptions(ListenSettings &listen) {
     return {"Ports",
-            {{"--video", "CODEC@PORT", "receive video; CODEC is one of " + CodecNames(true),
-              IntoPort(listen.video, true)},
-             {"--audio", "CODEC@PORT", "receive audio; CODEC is one of " + CodecNames(false),
-              IntoPort(listen.audio, false)},
+            {Port("video", listen.video, true),
+             Port("audio", listen.audio, false),
              {"--sdp", "FILE", "take codecs, ports and parameters from a session description; - is standard input",
               Into(listen.sdpFile)},
              Latency(listen.latency)}};
@@ -128,7 +139,7 @@ OptionGroup GeneralOptions(ConsoleSettings &console) {
         return std::string();
     };
     return {"General",
-            {{"-q,--quiet", "", "say nothing but errors", Into(console.quiet)},
+            {{"-q,--quiet", "", "say nothing but errors, and show no table", Into(console.quiet)},
              {"-v,--verbose", "", "show on standard error what the library prints, too", Into(console.verbose)},
              {"--no-color", "", "use no colors; the variable NO_COLOR does the same", noColor},
              {"-h,--help", "", "show this help, or that of a command", nothing},
