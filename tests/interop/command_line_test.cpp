@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <set>
+
 namespace rtsptap::test {
 namespace {
 
@@ -76,10 +78,52 @@ TEST(CommandLine, WhatNeedsNoServerToFailIsOneSentenceWithItsOwnStatus) {
 
 TEST(CommandLine, ThePageAndTheCompletionsCanBeRead) {
     EXPECT_EQ("", RunToEnd(TOOL " --man | groff -man -ww -z 2>&1").output);
-    EXPECT_EQ("auto udp tcp multicast\n",
-              RunToEnd("source <(" TOOL " completion bash); COMP_CWORD=3;"
-                       "COMP_WORDS=(rtsptap play -t ''); _rtsptap; echo ${COMPREPLY[*]}")
-                  .output);
+    const struct {
+        const char *words;
+        const char *offered;
+    } cases[] = {{"play -t ''", "auto udp tcp multicast\n"},
+                 {"snapshot --format ''", "png jpg\n"},
+                 {"record --format m", "mp4 mkv mjpeg\n"},
+                 {"play --expect-codec g", "g726\n"},
+                 {"listen --video h", "h264@\n"}};
+    for (const auto &row : cases)
+        EXPECT_EQ(row.offered, RunToEnd(std::string("source <(" TOOL " completion bash); COMP_CWORD=3; COMP_WORDS=("
+                                                    "rtsptap ") +
+                                        row.words + "); _rtsptap; echo ${COMPREPLY[*]}")
+                                   .output);
+}
+
+// "streams[].total.bytes": every path that leads to a value.
+void CollectFields(const json &value, const std::string &path, std::set<std::string> &fields) {
+    if (!value.is_structured()) {
+        fields.insert(path);
+        return; // it counts as an item of its own
+    }
+    for (const auto &[name, part] : value.items())
+        CollectFields(part, value.is_array() ? path + "[]" : path + (path.empty() ? "" : ".") + name, fields);
+}
+
+TEST(CommandLine, EveryFieldOfTheJsonIsDocumented) {
+    const DemoServer server;
+    const std::string stats = " play --stats-json - --duration 1500ms -q -t tcp " + server.Url();
+    const struct {
+        std::string section, command;
+    } cases[] = {{"probe", " probe --json " + server.Url()},
+                 {"interval", stats + " | head -n 1"},
+                 {"summary", stats + " | tail -n 1"}};
+    for (const auto &[section, command] : cases) {
+        const Result tool = RunToEnd(TOOL + command);
+        EXPECT_EQ("", tool.errors) << "also where nobody reads on";
+        std::set<std::string> fields;
+        CollectFields(json::parse(tool.output), "", fields);
+        std::string written;
+        for (const std::string &field : fields) written += field + "\n";
+        EXPECT_EQ(RunToEnd("sed -n '/^## " + section +
+                           "/,/^## /s/^| `\\([^`]*\\)`.*/\\1/p' " DOCUMENTATION "/json.md | LC_ALL=C sort")
+                      .output,
+                  written)
+            << section;
+    }
 }
 
 } // namespace

@@ -115,6 +115,8 @@ TEST(Tool, WhatAServerDoesNotWantIsTriedInAnotherWay) {
          0, "Authorization: (hidden)"},
         {Opening(3) + hangUp + gone, "-t tcp --reconnect", 6, "(attempt 1)"},
         {Opening(3) + hangUp + Opening(3) + hangUp, "-t tcp --reconnect=1", 13, "(attempt 1)"},
+        {Opening(3) + hangUp + Opening(5), "-t tcp --reconnect --duration 4s --max-gap 700ms", 14,
+         "(H264) brought nothing for "},
         {Opening(3) + Script{{{"PLAY", "X-Way: up"}, Ok()},
                              {{"PLAY", "Range: npt=now-", "X-Way: up"}, Status(454, "?")},
                              {"TEARDOWN", Ok()}},
@@ -130,12 +132,13 @@ TEST(Tool, SignalsEndItAtOnceWhateverTheServerDoes) {
     } cases[] = {
         {Opening(2) + Script{{"SETUP", Stall()}}, SIGTERM, 500ms},
         {Opening(4) + Script{{"TEARDOWN", Ok()}}, SIGINT, 800ms},
+        {Opening(4) + Script{{"TEARDOWN", Ok()}}, SIGHUP, 800ms},
         {Opening(4) + Script{{"TEARDOWN", Stall()}}, SIGINT, 1800ms},
     };
     for (const auto &row : cases) {
         ScriptedServer server(row.script);
         ChildProcess tool({TOOL, "play", "-t", "tcp", server.Expand("{base}")});
-        while (server.Requests().size() < row.script.size() - (row.signal == SIGINT ? 1 : 0))
+        while (server.Requests().size() < row.script.size() - (row.signal == SIGTERM ? 0 : 1))
             std::this_thread::sleep_for(10ms);
         std::this_thread::sleep_for(200ms);
         const auto begin = std::chrono::steady_clock::now();
@@ -165,9 +168,9 @@ TEST(Tool, FiguresAreJsonLinesAndLimitsAreNamed) {
     EXPECT_EQ(0, lines[1]["streams"][0]["interval"]["packets"]);
     EXPECT_GT(lines[1]["streams"][0]["since_last_packet_ms"], 1000);
     const json &row = lines[2]["streams"][0];
-    EXPECT_EQ(R"(["summary",1,3,5,2,40.0,"0x11223344"])",
+    EXPECT_EQ(R"(["summary",1,3,5,2,40.0,1,"0x11223344"])",
               json({lines[2]["type"], lines[2]["schema"], row["packets"], row["expected"], row["lost"],
-                    row["loss_percent"], row["ssrc"]})
+                    row["loss_percent"], row["outages"], row["ssrc"]})
                   .dump());
     EXPECT_TRUE(row["jitter_ms"]["mean"].is_number()) << row;
     for (const char *text : {"stream 1 (H264) lost 40.00 % of its packets, allowed are 30.00 %",
@@ -187,6 +190,8 @@ TEST(Tool, TheReportIsOnePageThatNobodyCanWriteInto) {
     EXPECT_EQ(1, Count(report.output, "&lt;script&gt;alert(1)"));
     EXPECT_EQ(1, Count(report.output, "&lt;b&gt;&amp;"));
     EXPECT_EQ(1, Count(report.output, "at most 40 %")) << report.output;
+    EXPECT_EQ(1, Count(report.output, "<td>2 packets lost</td>"));
+    EXPECT_EQ(1, Count(report.output, "<td>nothing arrived for 1.")) << report.output;
     for (const char *forbidden : {"<script", "<b>&", "hunter2", "http://", "https://", "nan", "inf"})
         EXPECT_EQ(0, Count(report.output, forbidden)) << forbidden;
     EXPECT_TRUE(report.output.ends_with("</html>\n")) << report.output;

@@ -76,7 +76,11 @@ TEST(StreamStatistics, ANewSourceOrSessionLosesNothingBetweenAndKeepsWhatWasLost
     feed.Take({{5000, 0, 9000, 2}, {5002, 0, 9001, 2}});
     EXPECT_EQ(3U, feed.statistics.Lost());
     EXPECT_EQ(0U, feed.statistics.Reordered());
-    EXPECT_EQ(std::chrono::milliseconds(1), feed.statistics.LongestGap());
+    EXPECT_EQ(std::chrono::milliseconds(9000), feed.statistics.LongestGap());
+    feed.statistics.EndAt(feed.statistics.LastArrival() + std::chrono::milliseconds(999));
+    feed.statistics.EndAt(feed.statistics.LastArrival() + std::chrono::milliseconds(1000));
+    EXPECT_EQ(2U, feed.statistics.Outages());
+    EXPECT_EQ(std::chrono::milliseconds(10000), feed.statistics.WithoutMedia());
     EXPECT_EQ(600U, feed.statistics.Bytes());
 }
 

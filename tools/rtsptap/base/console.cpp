@@ -106,9 +106,11 @@ bool MayUseColor() {
     return gblSettings.color && IsTerminal() && (refusal == nullptr || *refusal == '\0');
 }
 
-std::size_t TerminalColumns() {
+std::size_t TerminalColumns() { return ColumnsOf(stderr); }
+
+std::size_t ColumnsOf(FILE *file) {
     winsize size = {};
-    const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+    const bool known = ioctl(fileno(file), TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
     return known ? size.ws_col : kUsualColumns;
 }
 

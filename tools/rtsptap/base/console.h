@@ -4,6 +4,7 @@
 
 #include "base/settings.h"
 
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -29,8 +30,9 @@ void KeepLines();
 std::string Printable(std::string text);
 
 bool IsQuiet();
-bool MayRedraw();              // a terminal that nothing but DrawLines writes to while media is received
-bool MayUseColor();            // there
-std::size_t TerminalColumns(); // its width now; 80 when unknown
+bool MayRedraw();                  // a terminal that nothing but DrawLines writes to while media is received
+bool MayUseColor();                // there
+std::size_t TerminalColumns();     // its width now; 80 when unknown
+std::size_t ColumnsOf(FILE *file); // the same of any terminal; of what is none 80, too
 
 } // namespace tool

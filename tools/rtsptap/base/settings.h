@@ -27,7 +27,8 @@ struct ServerSettings {
 // What a stream of packets must keep to; exit status 14 when it does not.
 struct HealthSettings {
     std::optional<double> maxLossPercent;
-    std::optional<double> minBitsPerSecond; // of all streams together
+    std::optional<double> minBitsPerSecond;          // of all streams together
+    std::optional<std::chrono::milliseconds> maxGap; // of a stream, over reconnections, too
     std::vector<std::string> expectedCodecs;
 };
 

@@ -32,9 +32,10 @@ std::string Formatted(const char *format, double value) {
     return text;
 }
 
-std::string TimeText(std::chrono::milliseconds time) {
-    if (time.count() < 1000) return std::to_string(time.count()) + " ms";
-    return Formatted("%.3g s", static_cast<double>(time.count()) / 1000);
+std::string TimeText(std::chrono::nanoseconds time) {
+    const auto milliseconds = std::chrono::round<std::chrono::milliseconds>(time).count();
+    if (milliseconds < 1000) return std::to_string(milliseconds) + " ms";
+    return Formatted(milliseconds < 100000 ? "%.3g s" : "%.0f s", static_cast<double>(milliseconds) / 1000);
 }
 
 std::string ElapsedText(std::chrono::nanoseconds length) {

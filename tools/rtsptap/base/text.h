@@ -15,7 +15,7 @@ std::string Joined(const std::vector<std::string> &parts, const char *separator)
 
 std::string Formatted(const char *format, double value); // as printf does
 
-std::string TimeText(std::chrono::milliseconds time); // "10 s", "1.5 s", "200 ms"
+std::string TimeText(std::chrono::nanoseconds time); // "3600 s", "1.5 s", "200 ms"
 
 std::string ElapsedText(std::chrono::nanoseconds length); // "00:12", "1:00:12", to the nearest second
 

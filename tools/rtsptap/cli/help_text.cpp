@@ -1,5 +1,6 @@
 #include "cli/help_text.h"
 
+#include "base/console.h"
 #include "cli/exit_status.h"
 
 #include <algorithm>
@@ -7,11 +8,14 @@
 namespace tool {
 namespace {
 
-constexpr std::size_t kColumns = 79;
+constexpr std::size_t kMostColumns = 79;
 constexpr std::size_t kTextColumn = 26; // where explanations stand
 
-// Text from the given column on, wrapped at spaces; the line begins with what stands left of it.
+// Text from the given column on, wrapped at spaces; the line begins with what stands left of it. In a narrow
+// terminal it begins further left.
 std::string Column(const std::string &left, const std::string &text, std::size_t column) {
+    const std::size_t columns = std::clamp<std::size_t>(ColumnsOf(stdout) - 1, 20, kMostColumns);
+    column = std::min(column, columns / 3);
     std::string lines;
     std::string line = left;
     if (line.size() + 2 > column && column > 0 && !left.empty()) {
@@ -21,7 +25,7 @@ std::string Column(const std::string &left, const std::string &text, std::size_t
     line.resize(std::max(line.size(), column), ' ');
     for (std::size_t begin = 0; begin < text.size();) {
         const std::size_t end = std::min(text.find(' ', begin), text.size());
-        if (line.size() + (end - begin) > kColumns && line.size() > column) {
+        if (line.size() + (end - begin) > columns && line.size() > column) {
             lines += line.substr(0, line.find_last_not_of(' ') + 1) + "\n";
             line.assign(column, ' ');
         }

@@ -59,7 +59,9 @@ const std::vector<CommandText> &CommandTexts() {
           "loss. The jitter of the table is the average.",
           "Each line of --stats-json is an object with type, schema, time, elapsed_s, state and streams. The type "
           "is interval, with the figures of the last second and those of all, and summary in the last line. "
-          "Unknown figures are null."}},
+          "Unknown figures are null. The file json.md of the documentation says what every field is, and its unit.",
+          "A second or more without a packet of a stream is a stretch without media, reconnecting included. Where "
+          "there was one, the table is followed by how many there were and how long they lasted."}},
         {"record",
          "write the streams of a server to a file",
          {{"rtsptap record rtsp://camera.local/live -o walk.mp4 --duration 10m", "picture and sound"},
@@ -111,7 +113,8 @@ const std::vector<std::string> &ProgramNotes() {
         "Standard output carries data only; everything else goes to standard error.",
         "Times are numbers with ms, s, m or h, and seconds without. A password is never shown, also not with "
         "--verbose.",
-        "The first Ctrl-C ends the session at the server and completes files; a second one ends at once.",
+        "The first Ctrl-C, SIGTERM or SIGHUP ends the session at the server and completes files; a second one ends "
+        "at once.",
     };
     return kNotes;
 }

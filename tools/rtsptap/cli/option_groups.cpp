@@ -96,6 +96,8 @@ OptionGroup FigureOptions(ReceptionSettings &reception) {
           Into(reception.statsJson)},
          {"--max-loss", "PERCENT", "end with status 14 if a stream lost more of its packets",
           IntoPercent(reception.health.maxLossPercent)},
+         {"--max-gap", "TIME", "end with status 14 if a stream brought nothing for longer, reconnecting included",
+          IntoGap(reception.health.maxGap)},
          {"--min-rate", "RATE",
           "end with status 14 if all streams together brought fewer bits per second, as 500k or 2M",
           IntoRate(reception.health.minBitsPerSecond)},

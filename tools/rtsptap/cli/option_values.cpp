@@ -82,6 +82,10 @@ Reader IntoTime(milliseconds &field) { return IntoTimeOf(field, milliseconds(1),
 
 Reader IntoLatency(milliseconds &field) { return IntoTimeOf(field, milliseconds(0), kLongestLatency); }
 
+Reader IntoGap(std::optional<milliseconds> &field) {
+    return [&field](const std::string &text) { return IntoTime(field.emplace())(text); };
+}
+
 Reader IntoPercent(std::optional<double> &field) {
     return [&field](const std::string &text) -> std::string {
         double number = 0;

@@ -25,10 +25,11 @@ Reader Into(std::string &field);                      // not empty
 Reader Into(std::vector<std::string> &field);         // one more
 Reader IntoTime(std::chrono::milliseconds &field);    // above 0
 Reader IntoLatency(std::chrono::milliseconds &field); // 0 to a minute
-Reader IntoPercent(std::optional<double> &field);     // 0 to 100, with or without "%"
-Reader IntoRate(std::optional<double> &field);        // bits per second
-Reader IntoCount(std::optional<int> &field);          // 0 also when the value is left out
-Reader IntoList(std::vector<std::string> &field);     // separated by commas
+Reader IntoGap(std::optional<std::chrono::milliseconds> &field);
+Reader IntoPercent(std::optional<double> &field); // 0 to 100, with or without "%"
+Reader IntoRate(std::optional<double> &field);    // bits per second
+Reader IntoCount(std::optional<int> &field);      // 0 also when the value is left out
+Reader IntoList(std::vector<std::string> &field); // separated by commas
 
 template <typename Choice> Reader IntoChoice(Choice &field, std::map<std::string, Choice> choices) {
     return [&field, choices = std::move(choices)](const std::string &text) {

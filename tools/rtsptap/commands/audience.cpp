@@ -24,7 +24,7 @@ public:
         if (observation.streams.empty()) return {};
         const char *name = out_ == stderr ? "standard error" : kStandardOutput;
         if (out_ != nullptr)
-            if (Outcome failed = WriteText(out_, ReportTable(observation.streams), name); !failed.IsOk())
+            if (Outcome failed = WriteText(out_, ReportTable(observation, ColumnsOf(out_)), name); !failed.IsOk())
                 return failed;
         return JudgeStreams(observation.streams);
     }
@@ -54,8 +54,7 @@ Outcome CollectWatchers(const ReceptionSettings &settings, FILE *standardOutput,
 } // namespace
 
 Outcome MakePlayingWatchers(const ReceptionSettings &settings, FILE *standardOutput, Watchers &watchers) {
-    FILE *const aside = IsQuiet() ? nullptr : stderr;
-    FILE *const table = settings.statsJson == "-" ? aside : standardOutput;
+    FILE *const table = IsQuiet() ? nullptr : settings.statsJson == "-" ? stderr : standardOutput;
     return CollectWatchers(settings, standardOutput, table, MakeLiveView(), watchers);
 }
 
@@ -64,6 +63,7 @@ Outcome MakeRecordingWatchers(const ReceptionSettings &settings, const OutputSet
     const bool ofKnownLength = settings.duration.count() > 0 || output.split.count() > 0;
     if (settings.statsJson == "-" && output.file == "-")
         return {ExitCode::kUsage, "standard output cannot hold both the recording and --stats-json"};
+    if (!MayRedraw()) PrintNotice("recording to " + (output.file == "-" ? kStandardOutput : output.file));
     return CollectWatchers(settings, standardOutput, IsQuiet() ? nullptr : stderr,
                            ofKnownLength ? MakeProgress(settings.duration, output.split) : MakeLiveView(),
                            watchers);

@@ -25,7 +25,7 @@ std::string LocalTime() {
 }
 
 // Receives, and notes on the page what it finds out; false when nothing was opened.
-bool Gather(const ReportSettings &settings, Interruption &interruption, SeriesRecorder &recorder,
+bool Gather(const ReportSettings &settings, Interruption &interruption, SeriesRecorder &recorder, EventLog &events,
             ReportPage &page) {
     Arrivals arrivals;
     const std::unique_ptr<Watcher> warnings = MakeWarnings();
@@ -33,7 +33,7 @@ bool Gather(const ReportSettings &settings, Interruption &interruption, SeriesRe
     std::atomic<bool> delivers{false};
     bool opened = false;
     Audience audience;
-    audience.watchers = {&recorder, warnings.get(), view.get()};
+    audience.watchers = {&recorder, &events, warnings.get(), view.get()};
     audience.observers = {recorder.Observer(),
                           [&](const Stream &stream, const RTPStreamData &packet, Clock::time_point arrival) {
                               delivers = true;
@@ -61,10 +61,11 @@ Outcome WriteReport(const ReportSettings &settings, FILE *standardOutput, Interr
     page.probed.url = UrlWithoutCredentials(settings.server.url);
     page.time = LocalTime();
     SeriesRecorder recorder;
+    EventLog events;
     Outcome &outcome = page.probed.outcome;
-    if (!Gather(settings, interruption, recorder, page)) return outcome;
+    if (!Gather(settings, interruption, recorder, events, page)) return outcome;
     if (outcome.IsOk()) outcome = JudgeStreams(recorder.Last().streams);
-    if (Outcome failed = file.Write(HtmlReport(page, recorder)); !failed.IsOk()) return failed;
+    if (Outcome failed = file.Write(HtmlReport(page, recorder, events)); !failed.IsOk()) return failed;
     if (settings.output != "-") PrintNotice("the report is in " + settings.output);
     return outcome;
 }

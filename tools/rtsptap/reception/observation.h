@@ -27,6 +27,7 @@ struct Observation {
     std::vector<StreamObservation> streams;
     bool hasServer = false; // false: packets come to local ports, without RTSP
     Transport transport = Transport::kUdp;
+    uint64_t reconnects = 0; // sessions that went on after one that had brought media
 
     bool IsPlaying() const { return state == kPlaying; }
 };
@@ -44,7 +45,8 @@ public:
     // Nothing more can come of it: the reception may end at once, Finish says why.
     virtual bool HasFailed() const { return false; }
 
-    // Once, at the end: writes what there is to write, and says whether all was well.
+    // Once, at the end, with what was known when the reception was over: writes what there is to write, and says
+    // whether all was well.
     virtual Outcome Finish(const Observation &observation) = 0;
 };
 

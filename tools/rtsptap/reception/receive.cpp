@@ -114,7 +114,10 @@ Outcome ReceiveFromServer(const ServerSettings &settings, std::chrono::milliseco
     Server server;
     Receiver receiver(audience, duration, settings.idleTimeout, interruption);
     Outcome outcome = ReadServer(settings, interruption, server);
-    if (outcome.IsOk()) outcome = ServerReception(settings, server, receiver, interruption).Run();
+    if (outcome.IsOk()) {
+        DrawLines({"connecting to " + server.url.host + ":" + std::to_string(server.url.port)});
+        outcome = ServerReception(settings, server, receiver, interruption).Run();
+    }
     return receiver.Conclude(outcome);
 }
 

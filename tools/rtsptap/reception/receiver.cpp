@@ -1,6 +1,7 @@
 #include "reception/receiver.h"
 
 #include "base/background.h"
+#include "base/console.h"
 #include "base/text.h"
 
 #include <algorithm>
@@ -43,7 +44,9 @@ Outcome Receiver::Begin(const OpenedSession &opened) {
     hasServer_ = opened.facts.port != 0;
     transport_ = opened.transport;
     packetsBefore_ = PacketsOf(reception_.Streams());
+    if (packetsBefore_ > 0) ++reconnects_;
     if (isFirst) firstBegin_ = sessionBegin_;
+    if (isFirst) DrawLines({});
     if (isFirst && audience_.makeSink)
         if (Outcome failed = audience_.makeSink(opened, sink_); !failed.IsOk()) return failed;
     if (audience_.opened) audience_.opened(opened);
@@ -109,11 +112,15 @@ Clock::time_point Receiver::Beginning(const Observation &now) const {
     return first;
 }
 
-Observation Receiver::Observe() const {
-    const Clock::time_point now = Clock::now();
+Observation Receiver::ObserveAt(Clock::time_point now) const {
     const bool begun = firstBegin_ != Clock::time_point{};
     const Clock::duration elapsed = begun ? now - firstBegin_ : Clock::duration{};
-    return {now, elapsed, state_, reception_.Streams(), hasServer_, transport_};
+    return {now, elapsed, state_, reception_.Streams(), hasServer_, transport_, reconnects_};
+}
+
+Observation Receiver::Observe() {
+    looked_ = Clock::now();
+    return ObserveAt(looked_);
 }
 
 void Receiver::Show() {
@@ -154,6 +161,7 @@ bool Receiver::Pause(milliseconds pause, const std::string &state) {
 
 Outcome Receiver::Conclude(const Outcome &own) {
     const int signal = interruption_.WaitFor(milliseconds(0));
+    if (firstBegin_ == Clock::time_point{}) DrawLines({});
     EndSession();
     Outcome outcome = Finish(signal, own);
     WaitForTeardown();
@@ -165,7 +173,8 @@ Outcome Receiver::Finish(int signal, const Outcome &own) {
     std::vector<Outcome> outcomes = {signal != 0 ? OutcomeOfSignal(signal) : own};
     if (sink_ != nullptr) outcomes.push_back(sink_->Finish());
     state_ = "ended";
-    const Observation last = Observe();
+    Observation last = ObserveAt(std::max(looked_, firstBegin_)); // what taking leave needs is no silence
+    for (StreamObservation &stream : last.streams) stream.statistics.EndAt(last.now);
     for (Watcher *watcher : audience_.watchers) outcomes.push_back(watcher->Finish(last));
     for (const Outcome &outcome : outcomes)
         if (outcome.code == ExitCode::kOutputFailed) return outcome;

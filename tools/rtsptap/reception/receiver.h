@@ -40,7 +40,8 @@ public:
 
 private:
     std::vector<PacketObserver> ObserversOf(const Audience &audience);
-    Observation Observe() const;
+    Observation ObserveAt(Clock::time_point now) const;
+    Observation Observe();
     bool IsOver(const Observation &now) const;
     Outcome MediaTrouble(const Observation &now) const;
     Clock::time_point Beginning(const Observation &now) const;
@@ -55,6 +56,8 @@ private:
     Clock::time_point firstBegin_;
     Clock::time_point sessionBegin_;
     uint64_t packetsBefore_ = 0; // the current session
+    uint64_t reconnects_ = 0;
+    Clock::time_point looked_; // when it was observed last
     bool hasServer_ = false;
     Transport transport_ = Transport::kUdp;
     std::string state_;

@@ -18,7 +18,7 @@ void StreamStatistics::Count(const RTPStreamData &packet, Clock::time_point arri
         firstArrival_ = lastArrival_ = arrival;
         firstSequence_ = header.sequenceNumber;
     }
-    if (begun_) longestGap_ = std::max(longestGap_, arrival - lastArrival_);
+    CountGap(arrival - lastArrival_);
     lastArrival_ = arrival;
     ++packets_;
     bytes_ += packet.packetLength;
@@ -33,6 +33,17 @@ void StreamStatistics::Count(const RTPStreamData &packet, Clock::time_point arri
 }
 
 void StreamStatistics::BeginSession() { begun_ = false; }
+
+void StreamStatistics::EndAt(Clock::time_point end) {
+    if (packets_ > 0 && end - lastArrival_ >= kOutage) CountGap(end - lastArrival_);
+}
+
+void StreamStatistics::CountGap(Clock::duration gap) {
+    longestGap_ = std::max(longestGap_, gap);
+    if (gap < kOutage) return;
+    ++outages_;
+    withoutMedia_ += gap;
+}
 
 uint64_t StreamStatistics::Lost() const { return lostBefore_ + LostFromSource(); }
 

@@ -35,7 +35,13 @@ public:
     uint32_t Ssrc() const { return source_.ssrc; }
     Clock::time_point FirstArrival() const { return firstArrival_; } // of no packet: the clock's beginning
     Clock::time_point LastArrival() const { return lastArrival_; }
-    Clock::duration LongestGap() const { return longestGap_; } // between two packets of a session
+    Clock::duration LongestGap() const { return longestGap_; } // between two packets, over reconnections, too
+
+    // Stretches of at least kOutage without a packet, from the first one on; WithoutMedia is their sum.
+    static constexpr auto kOutage = std::chrono::seconds(1);
+    uint64_t Outages() const { return outages_; }
+    Clock::duration WithoutMedia() const { return withoutMedia_; }
+    void EndAt(Clock::time_point end); // nothing more came until then
 
 private:
     static constexpr std::size_t kWindow = 1024; // sequence numbers back to which duplicates are known
@@ -53,6 +59,7 @@ private:
         double jitter = 0; // clock units
     };
 
+    void CountGap(Clock::duration gap);
     void BeginSource(const RTPHeader &header);
     void CountForward(uint16_t step, uint32_t packetIndex);
     void CountBack(const RTPHeader &header, uint16_t distance);
@@ -70,6 +77,8 @@ private:
     Clock::time_point firstArrival_;
     Clock::time_point lastArrival_;
     Clock::duration longestGap_{};
+    uint64_t outages_ = 0;
+    Clock::duration withoutMedia_{};
     uint16_t firstSequence_ = 0;
     double jitterSum_ = 0; // clock units, one summand for each of jitterCount_ packets
     uint64_t jitterCount_ = 0;

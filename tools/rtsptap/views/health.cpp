@@ -17,7 +17,8 @@ bool Carries(const StreamObservation &stream, const std::string &codec) {
 }
 
 // From the first packet to the end: of streams that stop early the rate is lower.
-double BitsPerSecond(const Observation &observation, Clock::time_point end) {
+double BitsPerSecond(const Observation &observation) {
+    Clock::time_point end = observation.now;
     Clock::time_point first = end;
     uint64_t bytes = 0;
     for (const auto &[stream, statistics, queued] : observation.streams) {
@@ -34,12 +35,13 @@ class HealthCheck : public Watcher {
 public:
     explicit HealthCheck(const HealthSettings &settings) : settings_(settings) {}
 
-    void Show(const Observation &observation) override { end_ = observation.now; }
+    void Show(const Observation &) override {}
 
     Outcome Finish(const Observation &observation) override {
         const auto arrived = [](const StreamObservation &stream) { return stream.statistics.Packets() > 0; };
         if (std::none_of(observation.streams.begin(), observation.streams.end(), arrived)) return {};
         CheckLoss(observation);
+        CheckGaps(observation);
         CheckRate(observation);
         for (const std::string &codec : settings_.expectedCodecs) CheckCodec(codec, observation);
         if (findings_.empty()) return {};
@@ -57,8 +59,16 @@ private:
                     " of its packets, allowed are " + Formatted("%.2f %%", *settings_.maxLossPercent));
     }
 
+    void CheckGaps(const Observation &observation) {
+        if (!settings_.maxGap) return;
+        for (const auto &[stream, statistics, queued] : observation.streams)
+            if (statistics.LongestGap() > *settings_.maxGap)
+                Add(NameOf(stream) + " brought nothing for " + TimeText(statistics.LongestGap()) +
+                    ", allowed are " + TimeText(*settings_.maxGap));
+    }
+
     void CheckRate(const Observation &observation) {
-        const double rate = BitsPerSecond(observation, end_);
+        const double rate = BitsPerSecond(observation);
         if (settings_.minBitsPerSecond && rate < *settings_.minBitsPerSecond)
             Add("the rate was " + RateText(rate) + ", at least " + RateText(*settings_.minBitsPerSecond) +
                 " are wanted");
@@ -71,7 +81,6 @@ private:
     }
 
     const HealthSettings settings_;
-    Clock::time_point end_; // of the reception, as last seen
     std::string findings_;
 };
 

@@ -17,8 +17,6 @@ std::string Milliseconds(std::chrono::microseconds time) {
 
 std::string OrDash(const std::string &text) { return text.empty() ? "–" : text; }
 
-std::string OrDash(const FromPlay &time) { return time ? Milliseconds(*time) : "–"; }
-
 std::string Row(const std::string &name, const std::string &value) {
     return "<tr>" + Tagged("th scope=\"row\"", name) + Tagged("td", OrDash(value)) + "</tr>\n";
 }
@@ -45,9 +43,11 @@ std::string Head(const ReportPage &page, const Observation &observation) {
                        "\n" + Tagged("p class=\"muted\"", page.time) + "</header>\n";
     const std::string &verdict = page.probed.outcome.text;
     if (!verdict.empty()) text += Tagged("p class=\"verdict\"", verdict) + "\n";
+    for (const std::string &line : page.omissions) text += Tagged("p class=\"muted\"", line) + "\n";
     return text + "<section class=\"tiles\">\n" + Tile("Received for", ElapsedText(observation.elapsed)) +
            Tile("Packets", std::to_string(packets)) + LossTile(lost, expected) +
            Tile("Bit rate", MeasureText(Measure::kBitRate, bitsPerSecond)) +
+           Tile("Reconnects", std::to_string(observation.reconnects), observation.reconnects > 0 ? "bad" : "") +
            Tile("Transport", OrDash(TransportTitle(page.probed.transport))) + "</section>\n";
 }
 
@@ -76,16 +76,14 @@ std::string PhaseTable(const ProbeResult &probed) {
     return text + "</table></div>\n";
 }
 
-std::string StreamTable(const ReportPage &page) {
-    std::string text = "<div class=\"wide\"><h2>Streams</h2>\n<table>\n<tr><th></th><th>Format</th><th>Payload "
-                       "type</th><th>Control</th><th>First packet</th><th>First key frame</th></tr>\n";
-    for (const ProbedStream &probed : page.probed.streams)
-        text += "<tr>" + Tagged("th scope=\"row\"", std::to_string(probed.stream.number)) +
-                Tagged("td", Headline(probed)) + Tagged("td", std::to_string(probed.payloadType)) +
-                Tagged("td", OrDash(probed.control)) + Tagged("td class=\"time\"", OrDash(probed.firstPacket)) +
-                Tagged("td class=\"time\"", OrDash(probed.firstKeyFrame)) + "</tr>\n";
+std::string EventTable(const EventLog &log) {
+    std::string text = "<div class=\"events\"><h2>Events</h2>\n<table>\n";
+    for (const Event &event : log.Events())
+        text += "<tr>" + Tagged("td class=\"time\"", ElapsedText(event.at)) + Tagged("td", event.stream) +
+                Tagged("td", event.what) + "</tr>\n";
     text += "</table>\n";
-    for (const std::string &line : page.omissions) text += Tagged("p class=\"muted\"", line) + "\n";
+    if (log.Events().empty()) text += Tagged("p", "No loss, no gap of a second or more, no reconnection.") + "\n";
+    if (log.LeftOut() > 0) text += Tagged("p", "And " + std::to_string(log.LeftOut()) + " more.") + "\n";
     return text + "</div>\n";
 }
 
@@ -111,7 +109,7 @@ the longest. <b>Queue</b>: packets that have arrived and are not yet taken. <b>S
 
 } // namespace
 
-std::string HtmlReport(const ReportPage &page, const SeriesRecorder &recorder) {
+std::string HtmlReport(const ReportPage &page, const SeriesRecorder &recorder, const EventLog &events) {
     std::string text = "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
                        "<meta http-equiv=\"Content-Security-Policy\" "
                        "content=\"default-src 'none'; style-src 'unsafe-inline'\">\n"
@@ -120,7 +118,7 @@ std::string HtmlReport(const ReportPage &page, const SeriesRecorder &recorder) {
     text += Tagged("title", "Reception report: " + page.probed.url) + "\n<style>\n" + kReportStyle +
             "</style>\n</head>\n<body>\n<main>\n";
     text += Head(page, recorder.Last()) + "<section class=\"facts\">\n" + ServerTable(page.probed.facts) +
-            PhaseTable(page.probed) + StreamTable(page) + "</section>\n";
+            PhaseTable(page.probed) + EventTable(events) + "</section>\n";
     return text + Sections(page, recorder) + kHowToRead + "</main>\n</body>\n</html>\n";
 }
 

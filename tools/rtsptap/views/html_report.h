@@ -1,6 +1,7 @@
 // The page about a reception: one self-contained HTML file that needs neither scripts nor other files.
 #pragma once
 
+#include "views/events.h"
 #include "views/probe_result.h"
 #include "views/series.h"
 
@@ -15,6 +16,6 @@ struct ReportPage {
     std::string time;                   // when it began
 };
 
-std::string HtmlReport(const ReportPage &page, const SeriesRecorder &recorder);
+std::string HtmlReport(const ReportPage &page, const SeriesRecorder &recorder, const EventLog &events);
 
 } // namespace tool

@@ -1,5 +1,6 @@
 #include "views/html_streams.h"
 
+#include "base/text.h"
 #include "views/html_parts.h"
 #include "views/svg_plot.h"
 
@@ -27,6 +28,7 @@ std::string StreamTiles(const StreamStatistics &statistics) {
     text += JitterTile("Jitter, average", statistics.MeanJitterMs());
     text += JitterTile("Jitter, highest", statistics.MaxJitterMs());
     text += Tile("Longest gap", MeasureText(Measure::kMilliseconds, gap));
+    text += Tile("Without media", TimeText(statistics.WithoutMedia()), statistics.Outages() > 0 ? "bad" : "");
     return text + "</section>\n";
 }
 
@@ -43,6 +45,9 @@ struct PlotKind {
 
 std::optional<double> Rate(const SeriesPoint &point) { return BitsPerSecond(point); }
 std::optional<double> Jitter(const SeriesPoint &point) { return point.jitterMs; }
+std::optional<double> HighestJitter(const SeriesPoint &point) {
+    return point.jitterMs ? std::optional(point.highestJitterMs) : std::nullopt;
+}
 std::optional<double> Queue(const SeriesPoint &point) { return point.queued; }
 std::optional<double> LongestGap(const SeriesPoint &point) {
     return point.packets > 0 ? std::optional(point.longestGapMs) : std::nullopt;
@@ -52,7 +57,7 @@ std::optional<double> None(const SeriesPoint &) { return std::nullopt; }
 constexpr PlotKind kPlots[] = {
     {"Bit rate", Measure::kBitRate, false, "", Rate, "", None},
     {"Loss", Measure::kPercent, true, "lost", LossPercent, "", None},
-    {"Jitter", Measure::kMilliseconds, false, "", Jitter, "", None},
+    {"Jitter", Measure::kMilliseconds, false, "on average", Jitter, "at most", HighestJitter},
     {"Time between packets", Measure::kMilliseconds, false, "on average", MeanGapMs, "at most", LongestGap},
     {"Packets in the queue", Measure::kPackets, false, "", Queue, "", None},
 };
@@ -82,15 +87,19 @@ std::string DrawPlot(const PlotKind &kind, const std::vector<SeriesPoint> &serie
     return "<figure>" + SvgPlot(plot) + "</figure>\n";
 }
 
-std::string DescriptionOf(const StreamObservation &stream, const ProbedStream *probed) {
-    std::string text;
-    if (stream.statistics.Packets() > 0) {
-        char ssrc[32];
-        std::snprintf(ssrc, sizeof ssrc, "SSRC 0x%08" PRIx32, stream.statistics.Ssrc());
-        text = ssrc;
-    }
-    if (probed == nullptr || probed->parameters.empty()) return text;
-    return text + (text.empty() ? "" : ", ") + "parameters " + probed->parameters;
+std::string TimeAfterPlay(const char *what, const FromPlay &time) {
+    return time ? std::string(", ") + what + " " + TimeText(*time) + " after PLAY" : "";
+}
+
+std::string DescriptionOf(const StreamStatistics &statistics, const ProbedStream &probed) {
+    std::string text = Headline(probed) + ", payload type " + std::to_string(probed.payloadType);
+    if (!probed.control.empty()) text += ", control " + probed.control;
+    text +=
+        TimeAfterPlay("first packet", probed.firstPacket) + TimeAfterPlay("first key frame", probed.firstKeyFrame);
+    char ssrc[32];
+    std::snprintf(ssrc, sizeof ssrc, ", SSRC 0x%08" PRIx32, statistics.Ssrc());
+    if (statistics.Packets() > 0) text += ssrc;
+    return text + (probed.parameters.empty() ? "" : ", parameters " + probed.parameters);
 }
 
 } // namespace
@@ -98,11 +107,12 @@ std::string DescriptionOf(const StreamObservation &stream, const ProbedStream *p
 std::string StreamSection(const StreamObservation &stream, const ProbedStream *probed,
                           const std::vector<SeriesPoint> &series) {
     const double seconds = series.empty() ? 0 : series.back().end;
-    std::string text = "<section class=\"stream hue" + std::to_string((stream.stream.number - 1) % kHues) +
-                       "\">\n<h2><i></i>Stream " + std::to_string(stream.stream.number) + ": " +
-                       Escaped(stream.stream.codec) + "</h2>\n" +
-                       Tagged("p class=\"muted\"", DescriptionOf(stream, probed)) + "\n" +
-                       StreamTiles(stream.statistics) + "<div class=\"plots\">\n";
+    std::string text =
+        "<section class=\"stream hue" + std::to_string((stream.stream.number - 1) % kHues) +
+        "\">\n<h2><i></i>Stream " + std::to_string(stream.stream.number) + ": " + Escaped(stream.stream.codec) +
+        "</h2>\n" +
+        Tagged("p class=\"muted\"", probed == nullptr ? "" : DescriptionOf(stream.statistics, *probed)) + "\n" +
+        StreamTiles(stream.statistics) + "<div class=\"plots\">\n";
     for (const PlotKind &kind : kPlots) text += DrawPlot(kind, series, seconds);
     return text + "</div></section>\n";
 }

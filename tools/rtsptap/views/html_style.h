@@ -46,19 +46,15 @@ tr:first-child > * { border-top: 0; }
 th { font-weight: 400; color: var(--muted); white-space: nowrap; }
 td { overflow-wrap: anywhere; }
 td.number { text-align: right; white-space: nowrap; font-variant-numeric: tabular-nums; }
-td.time { white-space: nowrap; }
-.wide { grid-column: 1 / -1; overflow-x: auto; }
-.wide tr:first-child th { border-top: 0; font-size: 12px; }
-.wide .muted { margin-top: 8px; }
-.wide td:nth-child(2) { min-width: 180px; }
-.wide td:nth-child(4) { min-width: 80px; }
+.events td:first-child { white-space: nowrap; }
+.events { grid-column: 1 / -1; }
 td.length { width: 40%; vertical-align: middle; padding-right: 0; }
 td.length div { height: 8px; min-width: 1px; border-radius: 4px; background: var(--hue0); }
 .hue0 { --hue: var(--hue0); } .hue1 { --hue: var(--hue1); } .hue2 { --hue: var(--hue2); } .hue3 { --hue: var(--hue3); }
 h2 i { display: inline-block; width: 11px; height: 11px; border-radius: 3px; background: var(--hue); margin-right: 8px; }
 .plots { display: grid; grid-template-columns: repeat(auto-fit, minmax(min(100%, 440px), 1fr)); gap: 14px 26px; }
 figure { margin: 0; }
-svg { display: block; width: 100%; height: auto; font: 12px system-ui, "Noto Sans", "DejaVu Sans", sans-serif; }
+svg { display: block; width: 100%; height: auto; overflow: visible; font: 12px system-ui, "Noto Sans", "DejaVu Sans", sans-serif; }
 text { fill: var(--muted); }
 text.title { fill: var(--text); font-size: 14px; font-weight: 600; }
 .unit { fill: var(--muted); font-size: 12px; font-weight: 400; }
@@ -73,7 +69,14 @@ text.title { fill: var(--text); font-size: 14px; font-weight: 600; }
 .bar { fill: var(--bad); }
 .hint { fill: transparent; }
 .hint:hover { fill: var(--hue); opacity: .12; }
-@media print { body { background: #fff; } .stream { break-inside: avoid; } }
+@media print, (max-width: 620px) { svg { font-size: 16px; } text.title { font-size: 18px; } .unit { font-size: 16px; } }
+@media print {
+  * { print-color-adjust: exact; -webkit-print-color-adjust: exact; }
+  body { background: #fff; }
+  main { padding: 0; }
+  section.facts, .plots { grid-template-columns: 1fr 1fr; }
+  .stream { break-inside: avoid; }
+}
 )";
 
 } // namespace tool

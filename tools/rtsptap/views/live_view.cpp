@@ -3,6 +3,7 @@
 #include "base/console.h"
 #include "base/text.h"
 #include "reception/interval.h"
+#include "views/columns.h"
 
 #include <cinttypes>
 #include <cstdio>
@@ -57,7 +58,7 @@ struct Cell {
 struct Column {
     const char *title;
     std::size_t width;
-    int rank; // in a narrow terminal the highest are left out first
+    int rank;
     Cell (*cell)(const Row &row);
 };
 
@@ -80,18 +81,6 @@ constexpr Column kColumns[] = {
          return {SecondsText(row.silence), row.silence >= kSilenceSeconds ? Paint::kYellow : Paint::kNone};
      }},
 };
-
-// The columns that there is room for, each with a space before it.
-std::vector<const Column *> ColumnsIn(std::size_t room) {
-    std::vector<const Column *> fitting;
-    for (const Column &column : kColumns) {
-        std::size_t needed = 0; // by those that matter as much
-        for (const Column &other : kColumns)
-            if (other.rank <= column.rank) needed += 1 + other.width;
-        if (needed <= room) fitting.push_back(&column);
-    }
-    return fitting;
-}
 
 class LiveView : public Watcher {
 public:
@@ -132,7 +121,7 @@ private:
         shown_ = observation.now;
         const std::size_t width = TerminalColumns();
         const std::size_t nameWidth = width < kNarrow ? 10 : 16;
-        const std::vector<const Column *> columns = ColumnsIn(width - std::min(width, nameWidth));
+        const std::vector<const Column *> columns = ColumnsIn<Column>(width - std::min(width, nameWidth), kColumns);
         std::vector<std::string> lines;
         std::string head = ElapsedText(observation.elapsed);
         head.resize(nameWidth, ' ');

@@ -1,4 +1,5 @@
-// How far a command of known length is: one line on standard error, only where that is a terminal.
+// How far a command of known length is: one line on standard error, redrawn on a terminal; elsewhere one every ten
+// seconds.
 #pragma once
 
 #include "reception/observation.h"

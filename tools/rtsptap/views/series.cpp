@@ -6,7 +6,7 @@
 namespace tool {
 namespace {
 
-constexpr double kLeastPart = 0.5; // of a point's width: a shorter last one says little
+constexpr double kLeastPart = 0.5; // of a point's width: a shorter last one becomes part of the one before
 
 double Seconds(Clock::duration length) { return std::chrono::duration<double>(length).count(); }
 
@@ -21,6 +21,7 @@ SeriesPoint Merged(const SeriesPoint &first, const SeriesPoint &second) {
         both.jitterMs = (*first.jitterMs + *second.jitterMs) / 2;
     else if (second.jitterMs)
         both.jitterMs = second.jitterMs;
+    both.highestJitterMs = std::max(first.highestJitterMs, second.highestJitterMs);
     both.longestGapMs = std::max(first.longestGapMs, second.longestGapMs);
     both.queued = std::max(first.queued, second.queued);
     both.disturbed = first.disturbed || second.disturbed;
@@ -55,10 +56,10 @@ PacketObserver SeriesRecorder::Observer() {
 
 void SeriesRecorder::Show(const Observation &observation) {
     ++looks_;
-    if (!observation.IsPlaying()) ForgetGaps();
+    if (!observation.IsPlaying()) ++disturbedLooks_;
     for (const StreamObservation &stream : observation.streams) {
         Gathering &gathering = streams_[stream.stream.number];
-        gathering.jitterSum += stream.statistics.JitterMs().value_or(0);
+        NoteJitter(stream.statistics, gathering);
         gathering.queued = std::max(gathering.queued, stream.queued);
         ++gathering.looks;
     }
@@ -66,8 +67,17 @@ void SeriesRecorder::Show(const Observation &observation) {
 }
 
 Outcome SeriesRecorder::Finish(const Observation &observation) {
-    if (Seconds(observation.elapsed) - begin_ >= kLeastPart * width_) Complete(observation);
     last_ = observation;
+    const double part = Seconds(observation.elapsed) - begin_;
+    if (part <= 0) return {};
+    Complete(observation);
+    for (auto &[number, gathering] : streams_) {
+        std::vector<SeriesPoint> &points = gathering.points;
+        if (part >= kLeastPart * width_ || points.size() < 2) continue;
+        const SeriesPoint last = points.back();
+        points.pop_back();
+        points.back() = Merged(points.back(), last);
+    }
     return {};
 }
 
@@ -89,6 +99,16 @@ void SeriesRecorder::Complete(const Observation &observation) {
     if (full) Merge();
 }
 
+// What rises between two looks and falls again shows where it is the highest of all.
+void SeriesRecorder::NoteJitter(const StreamStatistics &statistics, Gathering &gathering) {
+    const double jitter = statistics.JitterMs().value_or(0);
+    const double record = statistics.MaxJitterMs().value_or(0);
+    const double highest = record > gathering.jitterRecord ? record : jitter;
+    gathering.jitterSum += jitter;
+    gathering.jitterHighest = std::max(gathering.jitterHighest, highest);
+    gathering.jitterRecord = record;
+}
+
 SeriesPoint SeriesRecorder::TakePoint(const StreamObservation &stream, const Observation &observation) {
     Gathering &gathering = streams_[stream.stream.number];
     const Counts now = CountsOf(stream.statistics, observation.now);
@@ -100,13 +120,14 @@ SeriesPoint SeriesRecorder::TakePoint(const StreamObservation &stream, const Obs
                       interval.lost,
                       interval.duplicates,
                       {},
+                      gathering.jitterHighest,
                       TakeLongestGapMs(stream.stream.number),
                       gathering.queued,
                       2 * disturbedLooks_ > looks_};
     if (interval.packets > 0 && stream.statistics.JitterMs() && gathering.looks > 0)
         point.jitterMs = gathering.jitterSum / gathering.looks;
     gathering.before = now;
-    gathering.jitterSum = 0;
+    gathering.jitterSum = gathering.jitterHighest = 0;
     gathering.looks = gathering.queued = 0;
     return point;
 }
@@ -114,13 +135,6 @@ SeriesPoint SeriesRecorder::TakePoint(const StreamObservation &stream, const Obs
 double SeriesRecorder::TakeLongestGapMs(int32_t stream) {
     const std::lock_guard guard(lock_);
     return Seconds(std::exchange(gaps_[stream].longest, {})) * 1000;
-}
-
-// The way to the next packet is no gap of the stream's.
-void SeriesRecorder::ForgetGaps() {
-    ++disturbedLooks_;
-    const std::lock_guard guard(lock_);
-    for (auto &[number, gaps] : gaps_) gaps.last = {};
 }
 
 void SeriesRecorder::Merge() {

@@ -21,9 +21,10 @@ struct SeriesPoint {
     uint64_t lost = 0;
     uint64_t duplicates = 0;
     std::optional<double> jitterMs; // average; none when nothing arrived
-    double longestGapMs = 0;        // before a packet that arrived
-    int32_t queued = 0;             // the most
-    bool disturbed = false;         // not playing for most of it
+    double highestJitterMs = 0;
+    double longestGapMs = 0; // before a packet that arrived
+    int32_t queued = 0;      // the most
+    bool disturbed = false;  // not playing for most of it
 };
 
 double BitsPerSecond(const SeriesPoint &point);
@@ -47,6 +48,8 @@ private:
     struct Gathering {
         Counts before;
         double jitterSum = 0;
+        double jitterHighest = 0;
+        double jitterRecord = 0; // of all points
         int looks = 0;
         int32_t queued = 0;
         std::vector<SeriesPoint> points;
@@ -56,10 +59,10 @@ private:
         Clock::duration longest{};
     };
 
+    static void NoteJitter(const StreamStatistics &statistics, Gathering &gathering);
     void Complete(const Observation &observation);
     SeriesPoint TakePoint(const StreamObservation &stream, const Observation &observation);
     double TakeLongestGapMs(int32_t stream);
-    void ForgetGaps();
     void Merge();
 
     std::map<int32_t, Gathering> streams_; // by the stream's number

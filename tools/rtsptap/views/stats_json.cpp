@@ -44,7 +44,8 @@ Json Begin(const char *type, const Observation &observation) {
             {"schema", kSchema},
             {"time", WallClock()},
             {"elapsed_s", Rounded(std::chrono::duration<double>(observation.elapsed).count())},
-            {"state", observation.state}};
+            {"state", observation.state},
+            {"reconnects", observation.reconnects}};
 }
 
 Json IntervalOf(const Interval &interval) {
@@ -67,7 +68,9 @@ Json TotalOf(const StreamStatistics &statistics) {
             {"loss_percent", Rounded(statistics.LossPercent())},
             {"reordered", statistics.Reordered()},
             {"duplicates", statistics.Duplicates()},
-            {"longest_gap_ms", Milliseconds(statistics.LongestGap())}};
+            {"longest_gap_ms", Milliseconds(statistics.LongestGap())},
+            {"outages", statistics.Outages()},
+            {"without_media_s", Milliseconds(statistics.WithoutMedia()) / 1000}};
 }
 
 Json StreamOf(const StreamObservation &stream) {
