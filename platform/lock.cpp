@@ -19,9 +19,10 @@ int FailedLine(const char *line) {
     return RTSP_FAILURE;
 }
 
-int WaitUntil(pthread_cond_t *condition, pthread_mutex_t *mutex, const timespec &deadline) {
+int WaitUntil(pthread_cond_t *condition, pthread_mutex_t *mutex, clockid_t clock, const timespec &deadline) {
     int result = -1;
-    if (condition != nullptr && mutex != nullptr) result = pthread_cond_timedwait(condition, mutex, &deadline);
+    if (condition != nullptr && mutex != nullptr)
+        result = pthread_cond_clockwait(condition, mutex, clock, &deadline);
     if (result == ETIMEDOUT) {
         RtpRtspErrorPrint("No data received in 5 sec ...\n");
         return RTSP_FAILURE;
@@ -72,7 +73,7 @@ int DestroyConditionVar(pthread_cond_t *condition) {
 }
 
 int rtsptap::WaitForConditionUntil(pthread_cond_t *condition, pthread_mutex_t *mutex, uint64_t deadlineMs) {
-    return WaitUntil(condition, mutex,
+    return WaitUntil(condition, mutex, CLOCK_MONOTONIC,
                      {static_cast<time_t>(deadlineMs / 1000), static_cast<long>(deadlineMs % 1000) * 1000000});
 }
 
@@ -81,5 +82,5 @@ int WaitForConditionVar(pthread_cond_t *condition, pthread_mutex_t *mutex) {
     uint32_t seconds = 0;
     uint32_t microseconds = 0;
     GetPresentTimeInSec(&seconds, &microseconds);
-    return WaitUntil(condition, mutex, {time_t{seconds} + kWaitSeconds, long{microseconds} * 1000});
+    return WaitUntil(condition, mutex, CLOCK_REALTIME, {time_t{seconds} + kWaitSeconds, long{microseconds} * 1000});
 }

@@ -7,8 +7,7 @@ namespace rtsptap {
 
 inline constexpr uint64_t kConditionWaitMs = 5000; // how long WaitForConditionVar waits
 
-// WaitForConditionVar with its end given, in milliseconds of the wall clock since 1970: default condition variables
-// wait by that one.
+// WaitForConditionVar with its end given, in milliseconds of the monotonic clock (MonotonicMs), which nobody sets.
 int WaitForConditionUntil(pthread_cond_t *condition, pthread_mutex_t *mutex, uint64_t deadlineMs);
 
 } // namespace rtsptap

@@ -25,26 +25,24 @@ int rtsptap::ReceiveDatagram(int sockfd, void *buf, int len, int flags, sockaddr
         errno = EINVAL;
         return RTSP_FAILURE;
     }
-    for (;;) {
-        // MSG_TRUNC: the datagram's own size, also when it does not fit.
-        const auto result = static_cast<int>(
-            recvfrom(sockfd, buf, static_cast<size_t>(len), MSG_TRUNC | flags, srcAddr, srcAddrLen));
-        const int error = errno;
-        if (result < 0 && IsRetried(error)) {
-            RtpRtspInfoPrint("UDP recv function error in linux: Err :%d Retval: %d \n", error, result);
-            PrintSystemError(error);
-            continue;
-        }
-        if (result > len)
-            RtpRtspInfoPrint("Received data packet is greater than MTU size so changing MTU size; "
-                             "retValue:%d, dataSize:%d\n",
-                             result, len);
-        return result;
-    }
+    // MSG_TRUNC: the datagram's own size, also when it does not fit.
+    const auto result =
+        static_cast<int>(recvfrom(sockfd, buf, static_cast<size_t>(len), MSG_TRUNC | flags, srcAddr, srcAddrLen));
+    if (result > len)
+        RtpRtspInfoPrint("Received data packet is greater than MTU size so changing MTU size; "
+                         "retValue:%d, dataSize:%d\n",
+                         result, len);
+    return result;
 }
 
 int UDPSockRecv(int sockfd, void *buf, int len, struct sockaddr *srcAddr, socklen_t *srcAddrLen) {
-    return rtsptap::ReceiveDatagram(sockfd, buf, len, 0, srcAddr, srcAddrLen);
+    for (;;) {
+        const int result = rtsptap::ReceiveDatagram(sockfd, buf, len, 0, srcAddr, srcAddrLen);
+        const int error = errno;
+        if (result >= 0 || !IsRetried(error)) return result;
+        RtpRtspInfoPrint("UDP recv function error in linux: Err :%d Retval: %d \n", error, result);
+        PrintSystemError(error);
+    }
 }
 
 int rtsptap::ReceiveBytes(int sockfd, void *buf, int len, int flags) {

@@ -4,6 +4,7 @@
 #include "platform/clock.h"
 #include "rtp/interleaved_reader.h"
 #include "rtp/interleaved_units.h"
+#include "rtp/packet_queue.h"
 #include "rtp/receive_thread.h"
 #include "rtp/stream_record.h"
 #include "rtp/stream_thread.h"
@@ -26,9 +27,13 @@ void PlanRings(const RTSPClient &client) {
     }
 }
 
-void CloseRings(const RTSPClient &client) {
+// A successor goes on where the thread stops: readers then wait on.
+void CloseRings(const RTSPClient &client, bool handOver) {
     RTSPStreamInfo *stream = client.streamList.load(std::memory_order_acquire);
-    for (; stream != nullptr; stream = stream->next.load(std::memory_order_acquire)) stream->receiving = false;
+    for (; stream != nullptr; stream = stream->next.load(std::memory_order_acquire)) {
+        if (!stream->receiving.exchange(false)) continue;
+        if (!handOver) EndReaderWaits(*stream);
+    }
 }
 
 bool AnyStreamPlays(const RTSPClient &client) {
@@ -44,7 +49,7 @@ bool ServeOnce(RTSPClient &client, int timeoutMs) {
     InterleavedReader *const reader = OpenReader(client);
     client.turn.ended = client.turn.ended || reader == nullptr || reader->socket < 0;
     if (client.turn.ended) return false;
-    ChangeWatch(client.turn, reader->socket);
+    client.turn.socket = reader->socket;
     const int graceLeft = ReplyGraceLeft(*reader);
     const Fill fill = FillReader(*reader, graceLeft < 0 ? timeoutMs : std::min(timeoutMs, graceLeft));
     if (fill == Fill::kClosed) DebugPrint(kDebugEntry, "Stopping Thread \n");
@@ -55,27 +60,27 @@ bool ServeOnce(RTSPClient &client, int timeoutMs) {
 
 // The thread's turn, when no reader has it, then its wait for more. False ends the thread.
 bool ServeAsThread(RTSPClient &client, const StreamThread &thread) {
+    if (RestForReaders(thread, client.turn)) return true;
     {
         const ScopedTurn turn(client.turn, ScopedTurn::kTry);
-        if (turn.IsMine() && !ServeOnce(client, 0)) return false;
-        if (turn.IsMine()) WatchSocket(client.turn, true);
+        if (!turn.IsMine()) return true;
+        if (!ServeOnce(client, 0)) return false;
     }
-    WaitAtWatch(thread, client.turn.watch);
+    WaitForData(thread, client.turn, client.rtspSocket);
     return true;
 }
 
-// False when the thread cannot serve the connection.
-bool OpenService(StreamThread &thread, RTSPClient &client) {
+void OpenService(StreamThread &thread, RTSPClient &client) {
     const ScopedTurn turn(client.turn, ScopedTurn::kWait);
     thread.stream->baseSeqNum = -1;
     PlanRings(client);
-    return OpenWatch(client.turn, thread, client.rtspSocket);
+    OpenTurn(client.turn, thread, client.rtspSocket);
 }
 
-void CloseService(RTSPClient &client) {
+void CloseService(const StreamThread &thread, RTSPClient &client) {
     const ScopedTurn turn(client.turn, ScopedTurn::kWait);
-    CloseWatch(client.turn);
-    CloseRings(client);
+    CloseTurn(client.turn);
+    CloseRings(client, thread.yield);
 }
 
 } // namespace
@@ -83,10 +88,7 @@ void CloseService(RTSPClient &client) {
 void ServeInterleavedConnection(StreamThread &thread) {
     const CallTrace trace("RTPDataReceiveThread");
     RTSPClient &client = *thread.stream->client;
-    if (!OpenService(thread, client)) {
-        RtpRtspErrorPrint("EXIT : %s : %d Memory Allocation Failed\n", trace.Function(), __LINE__);
-        return;
-    }
+    OpenService(thread, client);
     while (!MustEnd(thread)) {
         if (AnyStreamPlays(client) || client.awaitingReply) {
             if (!ServeAsThread(client, thread)) break;
@@ -96,24 +98,22 @@ void ServeInterleavedConnection(StreamThread &thread) {
             MSecDelay(kPausedSleepMs);
         }
     }
-    CloseService(client);
+    CloseService(thread, client);
 }
 
-bool ServeAsReader(RTSPStreamInfo &stream, uint64_t deadlineMs) {
+TurnEnd ServeAsReader(RTSPStreamInfo &stream, uint64_t deadlineMs) {
     RTSPClient &client = *stream.client;
-    const ScopedTurn turn(client.turn, ScopedTurn::kTry);
-    if (!turn.IsMine() || client.turn.thread == nullptr || client.turn.ended || !stream.receiving) return false;
-    WatchSocket(client.turn, false);
+    const ReaderTurn turn(client.turn);
+    if (!turn.IsMine() || !stream.receiving) return TurnEnd::kNotDone;
+    // Looked at again in the turn: the thread may have queued what this reader would now wait for.
+    if (stream.packetListHead.load(std::memory_order_acquire) != nullptr) return TurnEnd::kHandled;
     const uint32_t before = stream.handled;
     const StreamThread &thread = *client.turn.thread;
-    while (stream.handled == before && stream.streamState == kStreamPlaying && !MustEnd(thread) &&
-           GetTimeValue() < deadlineMs && ServeOnce(client, kTurnSliceMs)) {
-    }
-    if (client.turn.ended)
-        WakeStreamThread(thread);
-    else
-        WatchSocket(client.turn, true);
-    return stream.handled != before;
+    while (!client.turn.ended && stream.handled == before && stream.streamState == kStreamPlaying &&
+           !MustEnd(thread) && MonotonicMs() < deadlineMs)
+        ServeOnce(client, kTurnSliceMs);
+    if (stream.handled != before) return TurnEnd::kHandled;
+    return IsOver(client.turn) ? TurnEnd::kOver : TurnEnd::kNotDone;
 }
 
 RecvBufferPtr ReceiveReplyAmongFrames(RTSPClient &client, int32_t &failure) {

@@ -12,14 +12,14 @@ namespace rtsptap {
 struct RTSPClient;
 struct RTSPStreamInfo;
 struct StreamThread;
+enum class TurnEnd;
 
 // Thread body: serves all streams of the client until it is told to end or the connection fails.
 void ServeInterleavedConnection(StreamThread &thread);
 
 // A reader's turn, in place of waiting for the thread: serves all streams until something of this one has been
-// queued or refused. False, maybe at once, when there is no turn to be had, the stream stops playing, the
-// connection fails, or the deadline has come (milliseconds of the wall clock).
-bool ServeAsReader(RTSPStreamInfo &stream, uint64_t deadlineMs);
+// queued or refused, at most until the deadline (MonotonicMs).
+TurnEnd ServeAsReader(RTSPStreamInfo &stream, uint64_t deadlineMs);
 
 // The next reply on a connection that no thread serves. Frames before it are delivered, bytes behind it stay
 // for the thread. Null with RTSP_RESPONSE_TIMEOUT or RTSP_NO_RESPONSE in `failure`.

@@ -1,5 +1,6 @@
 #include "rtp/packet_access.h"
 
+#include "platform/clock.h"
 #include "platform/lock.h"
 #include "platform/scope.h"
 #include "rtp/interleaved_loop.h"
@@ -15,23 +16,30 @@ namespace rtsptap {
 
 namespace {
 
-// Sleeps until any datagram or frame has been handled, accepted or not. The head is read once more under
-// signalLock, where no signal can slip by.
+// Nothing can come any more, and what would have said so may have passed before the reader slept.
+bool SessionIsOver(const RTSPClient &client) { return client.streamCount.load(std::memory_order_acquire) == 0; }
+
+// Sleeps until any datagram or frame has been handled, accepted or not, or reception ends. Both are looked at once
+// more under signalLock, where no signal can slip by.
 void SleepUntilSignalled(RTSPStreamInfo &stream, uint64_t deadlineMs) {
+    ReceiveTurn &turn = stream.receiving ? stream.client->turn : stream.turn;
     const ScopedLock lock(stream.signalLock);
     stream.handledBeforeWait = stream.handled.load(std::memory_order_acquire);
     stream.waitingReaders.fetch_add(1, std::memory_order_seq_cst);
-    if (stream.packetListHead.load(std::memory_order_seq_cst) == nullptr)
+    turn.sleepers.fetch_add(1, std::memory_order_relaxed);
+    if (stream.packetListHead.load(std::memory_order_seq_cst) == nullptr && !SessionIsOver(*stream.client))
         WaitForConditionUntil(&stream.dataCondition, &stream.signalLock, deadlineMs);
+    turn.sleepers.fetch_sub(1, std::memory_order_relaxed);
     stream.waitingReaders.fetch_sub(1, std::memory_order_seq_cst);
 }
 
 // Waits once, without a loop: the caller then looks again.
 void WaitForPacket(RTSPStreamInfo &stream) {
     if (stream.packetListHead.load(std::memory_order_acquire) != nullptr) return;
-    const uint64_t deadlineMs = GetTimeValue() + kConditionWaitMs;
-    if (ReceiveAsReader(stream, deadlineMs) || ServeAsReader(stream, deadlineMs)) return;
-    SleepUntilSignalled(stream, deadlineMs);
+    const uint64_t deadlineMs = MonotonicMs() + kConditionWaitMs;
+    TurnEnd end = ReceiveAsReader(stream, deadlineMs);
+    if (end == TurnEnd::kNotDone) end = ServeAsReader(stream, deadlineMs);
+    if (end == TurnEnd::kNotDone) SleepUntilSignalled(stream, deadlineMs);
 }
 
 // Kept: underflowLimit alone decides. A queue that has reached targetLatency is held back all the same.

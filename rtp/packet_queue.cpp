@@ -192,6 +192,12 @@ void SignalReaders(RTSPStreamInfo &stream) {
     SignalOnConditionVar(&stream.dataCondition);
 }
 
+void EndReaderWaits(RTSPStreamInfo &stream) {
+    // A reader that saw no reason not to wait is inside the wait once the lock has been free.
+    { const ScopedLock readerWaits(stream.signalLock); }
+    pthread_cond_broadcast(&stream.dataCondition);
+}
+
 // Kept: neither the packet's next nor the new head's prev is cleared.
 RTPStreamData *TakeHead(RTSPStreamInfo &stream) {
     RTPStreamData *const packet = HeadOf(stream);

@@ -28,6 +28,9 @@ void PassOver(RTSPStreamInfo &stream);
 // Wakes one reader that waits for the stream's next datagram or frame; costs nothing when none does.
 void SignalReaders(RTSPStreamInfo &stream);
 
+// Ends the wait of every reader of the stream: its reception has ended.
+void EndReaderWaits(RTSPStreamInfo &stream);
+
 // Unlinks and returns the oldest packet, which must exist. The caller holds packetListLock.
 RTPStreamData *TakeHead(RTSPStreamInfo &stream);
 

@@ -1,6 +1,7 @@
 #include "rtp/receive_thread.h"
 
 #include "platform/call_trace.h"
+#include "platform/clock.h"
 #include "platform/socket.h"
 #include "rtp/packet_queue.h"
 #include "rtp/rtp_packet.h"
@@ -48,7 +49,9 @@ int Receive(RTSPStreamInfo &stream, int64_t room, int flags) {
                            flags, reinterpret_cast<sockaddr *>(&stream.rtpAddr), &addressLength);
 }
 
-bool NothingArrived(int received) { return received < 0 && errno == EAGAIN; }
+// A signal ends the wait of a socket that has a time-out, whatever its handler asks for: whoever receives looks at
+// its orders and the clock, then waits on.
+bool NothingArrived(int received) { return received < 0 && (errno == EAGAIN || errno == EINTR); }
 
 // A socket that fails or delivers a datagram without content is done with.
 void EndReceiving(ReceiveTurn &turn) {
@@ -79,24 +82,23 @@ Batch ReceiveBatch(RTSPStreamInfo &stream, int flags) {
     return batch;
 }
 
-// The thread's turn, when no reader has it: what lies in the socket. The socket is watched again when it is empty.
+// The thread's turn, when no reader has it: what lies in the socket.
 Batch ReceiveAsThread(RTSPStreamInfo &stream) {
     const ScopedTurn turn(stream.turn, ScopedTurn::kTry);
-    if (!turn.IsMine()) return {.datagrams = 0, .reason = Batch::kNothingLeft};
+    if (!turn.IsMine()) return {};
     if (stream.turn.ended) return {.datagrams = 0, .reason = Batch::kEnded};
-    const Batch batch = ReceiveBatch(stream, MSG_DONTWAIT);
-    if (batch.reason == Batch::kNothingLeft) WatchSocket(stream.turn, true);
-    return batch;
+    return ReceiveBatch(stream, MSG_DONTWAIT);
 }
 
 enum class Pass { kGoOn, kStop };
 
 // Readers are signalled once for all that arrived together: waking one costs several times what receiving does.
 Pass ServeDatagrams(const StreamThread &thread, RTSPStreamInfo &stream) {
+    if (RestForReaders(thread, stream.turn)) return Pass::kGoOn;
     const Batch batch = ReceiveAsThread(stream);
     if (batch.datagrams > 0) SignalReaders(stream);
     if (batch.reason == Batch::kEnded) return Pass::kStop;
-    if (batch.reason == Batch::kNothingLeft) WaitAtWatch(thread, stream.turn.watch);
+    if (batch.reason == Batch::kNothingLeft) WaitForData(thread, stream.turn, stream.rtpSocket);
     if (batch.reason == Batch::kRingFull) MSecDelay(kFullSleepMs); // no packet is lost: the kernel keeps what comes
     return Pass::kGoOn;
 }
@@ -115,12 +117,17 @@ bool OpenReception(StreamThread &thread, RTSPStreamInfo &stream) {
     PlanRing(stream);
     if (!OpenRing(stream)) return false;
     stream.turn.readersMayWait = LimitReceiveWait(stream.rtpSocket);
-    return OpenWatch(stream.turn, thread, stream.rtpSocket);
+    OpenTurn(stream.turn, thread, stream.rtpSocket);
+    return true;
 }
 
-void CloseReception(RTSPStreamInfo &stream) {
-    const ScopedTurn turn(stream.turn, ScopedTurn::kWait);
-    CloseWatch(stream.turn);
+// A successor goes on where the thread stops: readers then wait on.
+void CloseReception(const StreamThread &thread, RTSPStreamInfo &stream) {
+    {
+        const ScopedTurn turn(stream.turn, ScopedTurn::kWait);
+        CloseTurn(stream.turn);
+    }
+    if (!thread.yield) EndReaderWaits(stream);
 }
 
 bool IsPlaying(const RTSPStreamInfo &stream) { return stream.streamState == kStreamPlaying; }
@@ -129,7 +136,7 @@ bool IsPlaying(const RTSPStreamInfo &stream) { return stream.streamState == kStr
 bool ReceiveUntil(RTSPStreamInfo &stream, uint64_t deadlineMs) {
     Batch batch;
     while (batch.datagrams == 0 && batch.reason != Batch::kRingFull && !stream.turn.ended && IsPlaying(stream) &&
-           !MustEnd(*stream.turn.thread) && GetTimeValue() < deadlineMs)
+           !MustEnd(*stream.turn.thread) && MonotonicMs() < deadlineMs)
         batch = ReceiveBatch(stream, 0);
     return batch.datagrams > 0;
 }
@@ -184,20 +191,16 @@ void ReceiveRtp(StreamThread &thread) {
     Pass pass = Pass::kGoOn;
     while (pass == Pass::kGoOn && !MustEnd(thread))
         pass = IsPlaying(stream) ? ServeDatagrams(thread, stream) : WaitWhilePaused(stream);
-    CloseReception(stream);
+    CloseReception(thread, stream);
 }
 
-bool ReceiveAsReader(RTSPStreamInfo &stream, uint64_t deadlineMs) {
-    const ScopedTurn turn(stream.turn, ScopedTurn::kTry);
-    if (!turn.IsMine() || stream.turn.thread == nullptr || !stream.turn.readersMayWait) return false;
-    if (stream.turn.ended || !IsPlaying(stream)) return false;
-    WatchSocket(stream.turn, false);
-    const bool received = ReceiveUntil(stream, deadlineMs);
-    if (stream.turn.ended)
-        WakeStreamThread(*stream.turn.thread);
-    else
-        WatchSocket(stream.turn, true);
-    return received;
+TurnEnd ReceiveAsReader(RTSPStreamInfo &stream, uint64_t deadlineMs) {
+    const ReaderTurn turn(stream.turn);
+    if (!turn.IsMine() || !stream.turn.readersMayWait || !IsPlaying(stream)) return TurnEnd::kNotDone;
+    // Looked at again in the turn: the thread may have queued what this reader would now wait for.
+    if (stream.packetListHead.load(std::memory_order_acquire) != nullptr) return TurnEnd::kHandled;
+    if (!stream.turn.ended && ReceiveUntil(stream, deadlineMs)) return TurnEnd::kHandled;
+    return IsOver(stream.turn) ? TurnEnd::kOver : TurnEnd::kNotDone;
 }
 
 } // namespace rtsptap

@@ -9,6 +9,7 @@
 namespace rtsptap {
 
 struct ArrivalRules;
+enum class TurnEnd;
 struct RTSPStreamInfo;
 struct StreamThread;
 
@@ -16,10 +17,9 @@ struct StreamThread;
 // socket fails or delivers nothing, or the session is over.
 void ReceiveRtp(StreamThread &thread);
 
-// A reader's turn, in place of waiting for the thread: receives until something has been queued or refused. False,
-// maybe at once, when there is no turn to be had, the stream stops playing, its ring is full, or the deadline has
-// come (milliseconds of the wall clock).
-bool ReceiveAsReader(RTSPStreamInfo &stream, uint64_t deadlineMs);
+// A reader's turn, in place of waiting for the thread: receives until something has been queued or refused, at most
+// until the deadline (MonotonicMs). A full ring ends it, too.
+TurnEnd ReceiveAsReader(RTSPStreamInfo &stream, uint64_t deadlineMs);
 
 // Gives the ring the client's size of now; the storage is kept while packets in it are queued or held.
 void PlanRing(RTSPStreamInfo &stream);

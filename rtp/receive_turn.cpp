@@ -1,28 +1,57 @@
 #include "rtp/receive_turn.h"
 
+#include "platform/clock.h"
 #include "rtp/stream_thread.h"
 
-#include <sys/epoll.h>
-#include <unistd.h>
+#include <algorithm>
+#include <poll.h>
 
 namespace rtsptap {
 namespace {
 
-constexpr int kWatchMs = 200; // the thread then looks itself: the system may have refused to watch
+// How long no reader may have come before the thread receives: what comes meanwhile must fit into the socket's
+// buffer, and every look costs a wake-up.
+constexpr int kRestMs = 4;
+constexpr int kShortRestMs = 1; // while somebody else waits for what the connection brings
+constexpr int kLookMs = 200;    // a reply in pieces is given up by the clock
+constexpr int kNoLimit = -1;
+
+bool IsTaken(TurnState state) { return state == TurnState::kTaken || state == TurnState::kTakenThreadSleeps; }
+
+// Takes a free turn; `found` is the state it was in.
+bool TakeFree(ReceiveTurn &turn, TurnState &found) {
+    found = turn.state.load(std::memory_order_relaxed);
+    while (!IsTaken(found))
+        if (turn.state.compare_exchange_weak(found, TurnState::kTaken, std::memory_order_acq_rel)) return true;
+    return false;
+}
 
 bool Take(ReceiveTurn &turn, ScopedTurn::Patience patience) {
-    while (turn.taken.exchange(true, std::memory_order_acquire)) {
+    TurnState found;
+    while (!TakeFree(turn, found)) {
         if (patience == ScopedTurn::kTry) return false;
-        turn.taken.wait(true, std::memory_order_relaxed);
+        turn.state.wait(found, std::memory_order_relaxed);
     }
     return true;
 }
 
-bool AddToWatch(int watch, int descriptor, uint32_t events) {
-    epoll_event event = {};
-    event.events = events;
-    event.data.fd = descriptor;
-    return epoll_ctl(watch, EPOLL_CTL_ADD, descriptor, &event) == 0;
+void GiveBack(ReceiveTurn &turn) {
+    turn.state.store(TurnState::kFree, std::memory_order_release);
+    turn.state.notify_one();
+}
+
+void WaitForWake(const StreamThread &thread, int timeoutMs) {
+    pollfd wake = {thread.wake, POLLIN, 0};
+    if (poll(&wake, 1, timeoutMs) == 1) DrainWake(thread.wake);
+}
+
+// A reader that waits long spares the thread its looks by the clock. It leaves the turn after it has woken the
+// thread, so what was awaited of it cannot be missed: the state is the turn's own.
+void SleepUntilReaderLeaves(const StreamThread &thread, ReceiveTurn &turn) {
+    TurnState state = TurnState::kTaken;
+    if (turn.state.compare_exchange_strong(state, TurnState::kTakenThreadSleeps, std::memory_order_acq_rel) ||
+        state == TurnState::kTakenThreadSleeps)
+        WaitForWake(thread, kNoLimit);
 }
 
 } // namespace
@@ -30,50 +59,69 @@ bool AddToWatch(int watch, int descriptor, uint32_t events) {
 ScopedTurn::ScopedTurn(ReceiveTurn &turn, Patience patience) : turn_(turn), mine_(Take(turn, patience)) {}
 
 ScopedTurn::~ScopedTurn() {
-    if (!mine_) return;
-    turn_.taken.store(false, std::memory_order_release);
-    turn_.taken.notify_one();
+    if (mine_) GiveBack(turn_);
 }
 
-bool OpenWatch(ReceiveTurn &turn, StreamThread &thread, int socket) {
-    turn.watch = epoll_create1(EPOLL_CLOEXEC);
+ReaderTurn::ReaderTurn(ReceiveTurn &turn) : turn_(turn) {
+    TurnState found;
+    mine_ = TakeFree(turn, found);
+    if (!mine_) return;
+    if (turn.thread == nullptr) {
+        mine_ = false;
+        GiveBack(turn);
+        return;
+    }
+    turn.visits.fetch_add(1, std::memory_order_release);
+    // The thread would be woken by every datagram, too, and find it gone.
+    if (found == TurnState::kFreeThreadWaits) WakeStreamThread(*turn.thread);
+}
+
+ReaderTurn::~ReaderTurn() {
+    if (!mine_) return;
+    turn_.lastVisitMs.store(MonotonicMs(), std::memory_order_release);
+    TurnState state = TurnState::kTaken;
+    if (turn_.state.compare_exchange_strong(state, TurnState::kFree, std::memory_order_acq_rel)) {
+        turn_.state.notify_one();
+        return;
+    }
+    // The thread sleeps, and lives as long as the turn is held: it takes the turn to end.
+    WakeStreamThread(*turn_.thread);
+    GiveBack(turn_);
+}
+
+void OpenTurn(ReceiveTurn &turn, StreamThread &thread, int socket) {
     turn.thread = &thread;
     turn.socket = socket;
     turn.ended = false;
-    if (turn.watch >= 0 && AddToWatch(turn.watch, thread.wake, EPOLLIN) &&
-        AddToWatch(turn.watch, socket, EPOLLONESHOT))
+}
+
+void CloseTurn(ReceiveTurn &turn) { turn.thread = nullptr; }
+
+bool IsOver(const ReceiveTurn &turn) { return turn.ended || turn.thread->stop.load(std::memory_order_acquire); }
+
+bool RestForReaders(const StreamThread &thread, ReceiveTurn &turn) {
+    const int restMs = turn.sleepers.load(std::memory_order_relaxed) > 0 ? kShortRestMs : kRestMs;
+    const uint32_t visits = turn.visits.load(std::memory_order_acquire);
+    if (!IsTaken(turn.state.load(std::memory_order_acquire))) {
+        const uint64_t away = MonotonicMs() - turn.lastVisitMs.load(std::memory_order_acquire);
+        if (away >= static_cast<uint64_t>(restMs)) return false;
+        WaitForWake(thread, restMs - static_cast<int>(away));
         return true;
-    CloseWatch(turn);
-    return false;
-}
-
-void CloseWatch(ReceiveTurn &turn) {
-    if (turn.watch >= 0) close(turn.watch);
-    turn.watch = -1;
-    turn.thread = nullptr;
-}
-
-void ChangeWatch(ReceiveTurn &turn, int socket) {
-    if (turn.socket == socket) return;
-    if (turn.watch >= 0) {
-        epoll_ctl(turn.watch, EPOLL_CTL_DEL, turn.socket, nullptr);
-        AddToWatch(turn.watch, socket, EPOLLONESHOT);
     }
-    turn.socket = socket;
+    WaitForWake(thread, restMs);
+    if (turn.visits.load(std::memory_order_acquire) == visits && !MustEnd(thread))
+        SleepUntilReaderLeaves(thread, turn);
+    return true;
 }
 
-void WatchSocket(const ReceiveTurn &turn, bool watch) {
-    if (turn.watch < 0) return;
-    epoll_event event = {};
-    event.events = EPOLLONESHOT;
-    event.data.fd = turn.socket;
-    if (watch) event.events |= EPOLLIN;
-    epoll_ctl(turn.watch, EPOLL_CTL_MOD, turn.socket, &event);
-}
-
-void WaitAtWatch(const StreamThread &thread, int watch) {
-    epoll_event event = {};
-    if (epoll_wait(watch, &event, 1, kWatchMs) == 1 && event.data.fd == thread.wake) DrainWake(thread.wake);
+void WaitForData(const StreamThread &thread, ReceiveTurn &turn, int socket) {
+    TurnState state = TurnState::kFree;
+    if (!turn.state.compare_exchange_strong(state, TurnState::kFreeThreadWaits, std::memory_order_acq_rel)) return;
+    pollfd waits[] = {{socket, POLLIN, 0}, {thread.wake, POLLIN, 0}};
+    poll(waits, 2, kLookMs);
+    if ((waits[1].revents & POLLIN) != 0) DrainWake(thread.wake);
+    state = TurnState::kFreeThreadWaits;
+    turn.state.compare_exchange_strong(state, TurnState::kFree, std::memory_order_acq_rel);
 }
 
 } // namespace rtsptap

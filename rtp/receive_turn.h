@@ -1,10 +1,19 @@
 // Whose turn it is to receive, a stream's datagrams or an interleaved connection's bytes: the receive thread's, or
 // that of a reader that would otherwise sleep until that thread woke it. Waking a thread costs many times what
-// receiving does; a reader in its turn is woken by the data itself. Between turns the thread watches the socket, so
-// nothing stays in the kernel while the readers are busy.
+// receiving does; a reader in its turn is woken by the data itself.
+//
+// Nothing is handed back between one turn of a reader and its next: while readers come and go the thread rests and
+// looks by the clock whether they still do. When none has come for a while it waits for the socket and receives
+// until the next one comes.
+//
+// No wake-up can be lost, because the thread sleeps in three ways only. It waits for the socket itself, and what
+// lies there already ends that wait. It rests for a few milliseconds. Or it sleeps while a reader has the turn,
+// which the turn's state says: the reader finds that state when it leaves, and wakes the thread before it gives the
+// turn back.
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 
 namespace rtsptap {
 
@@ -12,17 +21,26 @@ struct StreamThread;
 
 inline constexpr int kTurnSliceMs = 50; // a reader whose socket is silent looks around this often
 
+enum class TurnState : uint8_t {
+    kFree,
+    kFreeThreadWaits,  // the thread waits for the socket: a reader that comes sends it to rest
+    kTaken,            // by a reader or by the thread
+    kTakenThreadSleeps // by a reader, which wakes the thread when it leaves
+};
+
 struct ReceiveTurn {
-    std::atomic<bool> taken{false};
+    std::atomic<TurnState> state{TurnState::kFree};
+    std::atomic<uint32_t> visits{0};      // turns that readers have had
+    std::atomic<uint64_t> lastVisitMs{0}; // MonotonicMs when a reader last left its turn
+    std::atomic<int32_t> sleepers{0};     // readers that found it taken and wait to be signalled
     // ---- Whoever has the turn ----
     StreamThread *thread = nullptr; // that serves the socket; null: readers get no turn
     bool readersMayWait = false;    // in the socket: their waits there are limited
-    int watch = -1;                 // epoll: the socket between turns, and the thread's wake
     int socket = -1;                // what is received from
     bool ended = false;             // it delivers nothing any more
 };
 
-// Holds the turn for the length of a block, if it can be had.
+// Holds the turn for the length of a block, if it can be had. The thread's.
 class ScopedTurn {
 public:
     enum Patience { kTry, kWait };
@@ -37,20 +55,42 @@ private:
     const bool mine_;
 };
 
+// The same for a reader: the thread rests meanwhile, and hears of it when it sleeps until the reader leaves.
+class ReaderTurn {
+public:
+    explicit ReaderTurn(ReceiveTurn &turn);
+    ~ReaderTurn();
+    ReaderTurn(const ReaderTurn &) = delete;
+    ReaderTurn &operator=(const ReaderTurn &) = delete;
+    bool IsMine() const { return mine_; } // and a thread serves the socket
+
+private:
+    ReceiveTurn &turn_;
+    bool mine_;
+};
+
+// How a reader's turn, taken in place of waiting for the thread, came to its end.
+enum class TurnEnd {
+    kNotDone, // no turn was to be had, the stream stopped playing, or the deadline came: the reader waits on
+    kHandled, // something of the stream has been queued or refused
+    kOver     // the stream receives nothing any more
+};
+
 // ---- In a turn ----
 
-// Makes the turn's thread watch the socket between turns; false when the system refuses.
-bool OpenWatch(ReceiveTurn &turn, StreamThread &thread, int socket);
+// From here on readers may have turns.
+void OpenTurn(ReceiveTurn &turn, StreamThread &thread, int socket);
 // No reader gets a turn any more.
-void CloseWatch(ReceiveTurn &turn);
-// Goes over to another socket, if it is another one.
-void ChangeWatch(ReceiveTurn &turn, int socket);
-// From here on the next datagram or byte wakes the thread, once; or it does not.
-void WatchSocket(const ReceiveTurn &turn, bool watch);
+void CloseTurn(ReceiveTurn &turn);
+// Nothing will be received any more; the thread has ended, or will.
+bool IsOver(const ReceiveTurn &turn);
 
 // ---- Outside of a turn, the thread only ----
 
-// Waits a while for the watched socket or for the thread's wake.
-void WaitAtWatch(const StreamThread &thread, int watch);
+// True after a rest, when readers come; false at once when the thread is to receive itself.
+bool RestForReaders(const StreamThread &thread, ReceiveTurn &turn);
+
+// Waits for the socket, for the thread's wake, for a reader that wants to receive, or a fifth of a second.
+void WaitForData(const StreamThread &thread, ReceiveTurn &turn, int socket);
 
 } // namespace rtsptap

@@ -5,6 +5,7 @@
 #include "rtsp/client/client_record.h"
 
 #include <cerrno>
+#include <csignal>
 #include <memory>
 #include <new>
 #include <sys/eventfd.h>
@@ -50,6 +51,24 @@ StreamThreadPtr CreateThreadRecord(RTSPStreamInfo &stream, void (*body)(StreamTh
     return thread;
 }
 
+// Signals are the program's affair: its handlers run on its own threads, and no wait of ours ends early. Those that
+// tell of a fault of the thread itself stay as they are, for whoever writes crash reports.
+class ScopedSignalBlock {
+public:
+    ScopedSignalBlock() {
+        sigset_t all;
+        sigfillset(&all);
+        for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS}) sigdelset(&all, fault);
+        pthread_sigmask(SIG_BLOCK, &all, &before_);
+    }
+    ~ScopedSignalBlock() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+    ScopedSignalBlock(const ScopedSignalBlock &) = delete;
+    ScopedSignalBlock &operator=(const ScopedSignalBlock &) = delete;
+
+private:
+    sigset_t before_;
+};
+
 } // namespace
 
 // The outermost frame of every library thread. It holds nothing when it leaves through ThreadExit.
@@ -69,6 +88,7 @@ void StartStreamThread(StreamThread *&slot, RTSPStreamInfo &stream, void (*body)
     StreamThreadPtr thread = CreateThreadRecord(stream, body);
     if (thread == nullptr) return;
     thread->predecessor = slot;
+    const ScopedSignalBlock inherited;
     if (ThreadCreate(&thread->handle, StreamThreadMain, thread.get()) != RTSP_SUCCESS) return;
     slot = thread.release();
 }

@@ -3,6 +3,7 @@
 #include "platform/printers.h"
 #include "rtp/interleaved_loop.h"
 #include "rtp/interleaved_reader.h"
+#include "rtp/packet_queue.h"
 #include "rtp/receive_thread.h"
 #include "rtp/rtcp_thread.h"
 #include "rtp/stream_record.h"
@@ -57,6 +58,7 @@ void CloseConnectionAndStreams(RTSPClient &client) {
         DebugPrint(kDebugEntry, "\tWaiting for Stream Receive Thread Completion\n");
         StopAndClose(stream->rtpThread, stream->rtpSocket);
         StopAndClose(stream->rtcpThread, stream->rtcpSocket);
+        EndReaderWaits(*stream); // also of one whose thread had ended before
     }
 }
 

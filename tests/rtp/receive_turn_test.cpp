@@ -1,0 +1,137 @@
+// What another thread may do between two looks of a reader: the gap is held open where the reader reads the clock.
+#include "tests/support/session.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <future>
+#include <sys/syscall.h>
+#include <thread>
+#include <time.h>
+#include <unistd.h>
+
+using namespace rtsptap::test;
+
+namespace {
+
+thread_local std::function<void()> gap; // runs when this thread next reads the clock
+
+int32_t QueuedOf(intptr_t client, int32_t codec = kVideo) { return RTPClientGetNbOfPktInBuffer(client, codec); }
+
+class ReceiveTurn : public testing::TestWithParam<uint32_t> {
+protected:
+    void Read(int32_t codec = kVideo) {
+        RTPStreamData *packet = nullptr;
+        result = RTPClientGetRTPStreamData(session.client, &packet, codec);
+        if (packet == nullptr) return;
+        number = packet->rtpHeader->sequenceNumber;
+        RTPClientFreeRTPStreamData(session.client, packet, codec);
+    }
+    void Arrive(uint16_t sequenceNumber) {
+        if (session.proto == kUdp)
+            session.SendRtp(1, Rtp(sequenceNumber));
+        else
+            session.server.Send(Frame(0, Rtp(sequenceNumber)));
+    }
+
+    Session session{GetParam(), CLIENT_PLAYING_STATE, {{{"TEARDOWN "}, Ok(), true}}};
+    std::atomic<int32_t> result{1};
+    std::atomic<int> number{0};
+};
+INSTANTIATE_TEST_SUITE_P(Transports, ReceiveTurn, testing::Values(kUdp, kTcp),
+                         [](const auto &at) { return at.param == kUdp ? "Udp" : "Tcp"; });
+
+} // namespace
+
+// The library's clock reads, and everybody else's, come past here.
+extern "C" int clock_gettime(clockid_t clock, timespec *now) noexcept {
+    if (gap) std::exchange(gap, nullptr)();
+    return static_cast<int>(syscall(SYS_clock_gettime, clock, now));
+}
+
+TEST_P(ReceiveTurn, PacketQueuedBeforeTheReadersTurnIsTakenAtOnce) {
+    const auto read = [this] {
+        gap = [this] {
+            Arrive(1);
+            EXPECT_TRUE(Eventually([this] { return QueuedOf(session.client) == 1; }));
+        };
+        Read();
+    };
+    EXPECT_LT(SecondsOf(read), 4);
+    EXPECT_EQ(number, 1);
+}
+
+// The reader is held where it leaves its turn, when the thread rests or, after a long wait, sleeps.
+TEST_P(ReceiveTurn, PacketThatComesAsTheReaderLeavesIsReceived) {
+    for (const int waitMs : {0, 2, 5, 40}) {
+        std::promise<void> reads;
+        bool held = false;
+        const std::function<void()> leaving = [&] {
+            held = QueuedOf(session.client) == 1;
+            if (!held) return void(gap = leaving);
+            Arrive(2);
+            usleep(2000);
+        };
+        std::thread reader([&] {
+            gap = [&] {
+                reads.set_value();
+                gap = leaving;
+            };
+            Read();
+            gap = nullptr;
+        });
+        reads.get_future().wait();
+        usleep(static_cast<useconds_t>(waitMs) * 1000);
+        Arrive(1);
+        reader.join();
+        EXPECT_EQ(number, 1);
+        if (!held) Arrive(2); // the thread was quicker than the reader
+        EXPECT_TRUE(Eventually([this] { return QueuedOf(session.client) == 1; })) << waitMs;
+        Read();
+    }
+}
+
+// A reader in its turn, one that sleeps beside it, and one that found its stream just before the session ended.
+TEST_P(ReceiveTurn, TeardownEndsEveryWait) {
+    CapturedStdout out;
+    std::thread video([this] { Read(); });
+    std::thread audio([this] { Read(kAudio); });
+    std::promise<void> found;
+    std::promise<void> tornDown;
+    std::thread late([&] {
+        gap = [&] {
+            found.set_value();
+            tornDown.get_future().wait();
+        };
+        Read();
+    });
+    found.get_future().wait();
+    usleep(20000); // the others wait
+    EXPECT_EQ(session.Teardown(), 0);
+    tornDown.set_value();
+    EXPECT_LT(SecondsOf([&] {
+                  video.join();
+                  audio.join();
+                  late.join();
+              }),
+              4);
+    EXPECT_EQ(result, -1);
+    EXPECT_EQ(CountOf(out.Text(), "No data received"), 0U);
+}
+
+TEST(InterleavedTurn, ClosedConnectionEndsEveryWait) {
+    Session session(kTcp, CLIENT_PLAYING_STATE);
+    const auto read = [&](int32_t codec) {
+        RTPStreamData *packet = nullptr;
+        EXPECT_EQ(RTPClientGetRTPStreamData(session.client, &packet, codec), -1);
+    };
+    std::thread video(read, kVideo);
+    std::thread audio(read, kAudio);
+    usleep(20000); // both wait, one of them in its turn
+    session.server.Hangup();
+    EXPECT_LT(SecondsOf([&] {
+                  video.join();
+                  audio.join();
+              }),
+              4);
+}
