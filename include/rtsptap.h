@@ -579,7 +579,8 @@ RTSPTAP_API int32_t RTSPClientGetSSRC(intptr_t clientHandle, int32_t streamCount
  *
  * Over UDP packets are put in order as they arrive, by up to 499 numbers back into what is still queued. From
  * 1024 queued packets on the oldest ones are dropped. Packets are taken from whoever sends them; a datagram
- * without content ends the receiving of its stream until the next PLAY.
+ * without content ends the receiving of its stream until the next PLAY. A header extension that claims more than
+ * arrived takes memory, too: beyond the size of the receive buffer for all of a stream's, its packet is refused.
  */
 
 /**

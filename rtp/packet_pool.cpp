@@ -1,5 +1,6 @@
 #include "rtp/packet_pool.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <type_traits>
 
@@ -12,6 +13,7 @@ struct PacketBlock {
     RTPStreamData record;
     RTPHeader header;
     RingClaim claim;
+    uint16_t extensionBytes;
 };
 static_assert(std::is_standard_layout_v<PacketBlock>);
 
@@ -24,6 +26,12 @@ RTPStreamData *NewOrReturned(PacketPool &pool) {
     RTPStreamData *const packet = pool.ready;
     pool.ready = packet->next;
     return packet;
+}
+
+void FreeExtension(PacketPool &pool, RTPStreamData &packet) {
+    std::free(packet.extensionData);
+    packet.extensionData = nullptr;
+    pool.extensionBytes.fetch_sub(BlockOf(&packet)->extensionBytes, std::memory_order_relaxed);
 }
 
 void FreeList(RTPStreamData *packet) {
@@ -47,9 +55,18 @@ RTPStreamData *TakePacketRecord(PacketPool &pool) {
     return packet;
 }
 
+bool AllocateExtension(PacketPool &pool, RTPStreamData &packet, uint16_t length, int64_t limit) {
+    const int64_t others = pool.extensionBytes.load(std::memory_order_relaxed);
+    if (others > 0 && others + length > limit) return false;
+    packet.extensionData = static_cast<uint8_t *>(std::calloc(std::max<std::size_t>(length, 1), 1));
+    if (packet.extensionData == nullptr) return false;
+    BlockOf(&packet)->extensionBytes = length;
+    pool.extensionBytes.fetch_add(length, std::memory_order_relaxed);
+    return true;
+}
+
 void ReturnPacketRecord(PacketPool &pool, RTPStreamData *packet) {
-    std::free(packet->extensionData);
-    packet->extensionData = nullptr;
+    if (packet->extensionData != nullptr) FreeExtension(pool, *packet);
     packet->next = pool.returned.load(std::memory_order_relaxed);
     while (!pool.returned.compare_exchange_weak(packet->next, packet, std::memory_order_release,
                                                 std::memory_order_relaxed)) {

@@ -14,6 +14,7 @@ struct ReceiveRing;
 struct PacketPool {
     std::atomic<RTPStreamData *> returned{nullptr}; // pushed by whoever frees
     RTPStreamData *ready = nullptr;                 // receive thread only
+    std::atomic<int64_t> extensionBytes{0};         // in the extensions of records that are out
 };
 
 // The bytes of the receive ring that a packet gives back when it is freed. Packets are freed in the order
@@ -30,6 +31,10 @@ RingClaim &ClaimOf(RTPStreamData &packet);
 
 // A cleared record with its RTPHeader attached, or null when memory is short.
 RTPStreamData *TakePacketRecord(PacketPool &pool);
+
+// Gives the record an extension of `length` zeros. False when memory is short, or when the pool's other records
+// have so much that together it would be more than `limit` bytes.
+bool AllocateExtension(PacketPool &pool, RTPStreamData &packet, uint16_t length, int64_t limit);
 
 // Frees the extension copy and keeps the record for the next packet.
 void ReturnPacketRecord(PacketPool &pool, RTPStreamData *packet);

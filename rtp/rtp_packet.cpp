@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <span>
@@ -59,13 +58,14 @@ void ReadFlags(const wire::ReceivedBytes &bytes, RTPHeader &header) {
 
 uint32_t HeaderSize(const RTPHeader &header) { return (header.csrcCount + kFixedWords) * 4; }
 
-bool CopyExtension(std::span<const uint8_t> packetBytes, RTPStreamData &packet) {
+// What a packet claims costs memory, whether it has arrived or not. Extensions that have arrived take no more of it
+// together than the ring that they lie in: what would go beyond that is refused, except from a packet alone.
+bool CopyExtension(std::span<const uint8_t> packetBytes, RTSPStreamInfo &stream, RTPStreamData &packet) {
     const wire::ReceivedBytes bytes(packetBytes);
     const uint32_t at = HeaderSize(*packet.rtpHeader);
     packet.extensionProfile = bytes.U16(at);
     packet.extensionLength = static_cast<uint16_t>((bytes.U16(at + 2) & kExtensionWordsMask) * 4);
-    packet.extensionData = static_cast<uint8_t *>(std::calloc(std::max<std::size_t>(packet.extensionLength, 1), 1));
-    if (packet.extensionData == nullptr) return false;
+    if (!AllocateExtension(stream.pool, packet, packet.extensionLength, stream.ring.size)) return false;
     const std::size_t body = at + kExtensionHeader;
     if (body < packetBytes.size()) // what the extension claims beyond the packet stays 0
         std::memcpy(packet.extensionData, packetBytes.data() + body,
@@ -128,7 +128,7 @@ RTPStreamData *ParseRTPData(const RTPDataBuffer *rtpDataBuffer, RTSPStreamInfo *
     RTPHeader &header = *packet->rtpHeader;
     ReadFlags(bytes, header);
     if (header.version != kRtpVersion) return trace.Fail(nullptr, "\tEXIT : %s: RTP Version Invalid Found\n");
-    if (header.extension && !CopyExtension(packetBytes, *packet))
+    if (header.extension && !CopyExtension(packetBytes, *rtspStreamInfo, *packet))
         return trace.Fail(nullptr, "\tEXIT : %s: Memory Allocation Failed\n");
     if (!IsAcceptedPayloadType(header.payloadType)) {
         RtpRtspErrorPrint("\tEXIT : %s: RTP Payload Type %d unsupported\n", trace.Function(), header.payloadType);

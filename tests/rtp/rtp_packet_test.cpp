@@ -1,6 +1,6 @@
 #include "rtp/loss_accounting.h"
 #include "tests/rtp/stream_fixture.h"
-#include "tests/support/captured_stdout.h"
+#include "tests/support/session.h"
 
 #include <set>
 
@@ -64,6 +64,20 @@ TEST_F(RtpPacket, MayClaimMoreThanItHolds) {
         EXPECT_LE(packet->payload, stream->ring.storage + stream->ring.size + kRingSlackBytes);
         FreePacketRecord(packet);
     }
+}
+
+TEST_F(RtpPacket, TakesMemoryForExtensionsOnlyAsMuchAsTheRingHas) {
+    const Bytes claimsMost = {0x90, 96, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF};
+    for (int round = 0; round < 3; ++round) {
+        for (int i = 0; i < 3; ++i) Arrive(claimsMost);
+        Arrive(Packet(2));
+        EXPECT_EQ(Queued(), std::vector<int>({1, 2}));
+        Drain();
+    }
+    AllocateRing(stream->ring, 1000);
+    Arrive(claimsMost); // one alone may be longer than the ring
+    EXPECT_EQ(Queued(), std::vector<int>({1}));
+    EXPECT_EQ(test::CountOf(out.Text(), "EXIT : ParseRTPData: Memory Allocation Failed\n"), 6u);
 }
 
 // Kept: the SSRC is taken once, and 0 does not count as one.
