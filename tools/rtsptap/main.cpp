@@ -78,7 +78,7 @@ Outcome Run(CommandLine &line) {
         SetUpConsole(line.console);
         Interruption interruption;
         const LibraryOutput output(line.console.verbose);
-        return runner.run(line, output, interruption);
+        return QuietIfAbandoned(runner.run(line, output, interruption), output.Data());
     }
     return tool::WriteText(stdout, PageOf(line), tool::kStandardOutput);
 }

@@ -54,7 +54,7 @@ void Interruption::WatchSignals() {
         if (signal == kEndOfWatch) return;
         const auto now = Clock::now();
         const std::lock_guard guard(lock_);
-        if (signal_ != 0 && now - first < kOneIntent) continue;
+        if (signal_ != 0 && (now - first < kOneIntent || signal == SIGHUP)) continue; // shells send it on, too
         if (signal_ != 0) _exit(128 + signal);
         first = now;
         signal_ = signal;

@@ -3,12 +3,11 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <poll.h>
 
 namespace tool {
 
-// A reader that has enough is no failure to talk about.
 Outcome WriteFailure(const std::string &name, int error) {
-    if (error == EPIPE) return OutcomeOfSignal(SIGPIPE);
     return {ExitCode::kOutputFailed, name + ": " + std::strerror(error != 0 ? error : EIO)};
 }
 
@@ -16,6 +15,14 @@ Outcome WriteText(FILE *file, const std::string &text, const std::string &name) 
     errno = 0;
     const bool written = std::fputs(text.c_str(), file) >= 0 && std::fflush(file) == 0;
     return written ? Outcome{} : WriteFailure(name, errno);
+}
+
+Outcome QuietIfAbandoned(const Outcome &outcome, FILE *standardOutput) {
+    pollfd output = {fileno(standardOutput), POLLOUT, 0};
+    const bool isItsFailure =
+        outcome.code == ExitCode::kOutputFailed && outcome.text.rfind(kStandardOutput, 0) == 0;
+    const bool isAbandoned = isItsFailure && poll(&output, 1, 0) == 1 && (output.revents & POLLERR) != 0;
+    return isAbandoned ? OutcomeOfSignal(SIGPIPE) : outcome;
 }
 
 } // namespace tool

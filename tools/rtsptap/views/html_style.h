@@ -27,8 +27,8 @@ p { margin: 0; }
 .address { font-size: 17px; overflow-wrap: anywhere; }
 .muted { color: var(--muted); font-size: 13px; overflow-wrap: anywhere; }
 .verdict { margin-top: 14px; padding: 10px 14px; border: 1px solid var(--bad); border-radius: 8px; color: var(--bad); }
-.tiles { display: grid; grid-template-columns: repeat(auto-fit, minmax(118px, 1fr)); gap: 10px; margin: 16px 0; }
-.tile { background: var(--card); border: 1px solid var(--border); border-radius: 10px; padding: 9px 13px; }
+.tiles { display: grid; grid-template-columns: repeat(auto-fit, minmax(108px, 1fr)); gap: 10px; margin: 16px 0; }
+.tile { background: var(--card); border: 1px solid var(--border); border-radius: 10px; padding: 9px 10px; }
 .tile span { display: block; color: var(--muted); font-size: 12px; }
 .tile strong { display: block; font-size: 16px; font-weight: 600; font-variant-numeric: tabular-nums; }
 .tile.bad strong { color: var(--bad); }

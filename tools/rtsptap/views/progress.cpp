@@ -12,7 +12,7 @@ using std::chrono::milliseconds;
 
 constexpr auto kRedraw = milliseconds(250);
 constexpr auto kPlainLines = milliseconds(10000); // where nothing is redrawn
-constexpr std::size_t kPlainColumns = 60;         // without the bar
+constexpr std::size_t kPlainColumns = 55;         // without the bar
 constexpr int64_t kBarWidth = 20;
 
 struct Length {

@@ -10,7 +10,7 @@
 namespace tool {
 namespace {
 
-constexpr std::size_t kNameWidth = 16; // of number and codec
+constexpr std::size_t kUsualWidth = 16; // of number and codec
 
 struct Column {
     const char *title;
@@ -37,29 +37,31 @@ std::string Placed(const std::string &text, std::size_t width) {
     return " " + std::string(width - std::min(width, text.size()), ' ') + text;
 }
 
-std::string NameCell(const std::string &number, const std::string &codec) {
-    std::string cell = number + std::string(3 - std::min<std::size_t>(2, number.size()), ' ') + codec.substr(0, 64);
-    cell.resize(std::max(cell.size(), kNameWidth), ' ');
+// Number and codec, whole where there is room.
+std::string NameCell(const std::string &number, const std::string &codec, std::size_t width) {
+    std::string cell = number + std::string(number.size() < 2 ? 2 : 1, ' ') + codec.substr(0, 64);
+    if (cell.size() < width || width < kUsualWidth) cell.resize(width, ' ');
     return cell;
 }
 
 std::string OutageLine(const StreamObservation &stream) {
     const Statistics &statistics = stream.statistics;
     if (statistics.Outages() == 0) return "";
-    return NameOf(stream.stream) + ": " + TimeText(statistics.WithoutMedia()) + " without media, in " +
-           std::to_string(statistics.Outages()) + (statistics.Outages() == 1 ? " stretch" : " stretches") +
-           " of at most " + TimeText(statistics.LongestGap()) + "\n";
+    const std::string parts = std::to_string(statistics.Outages()) + " stretches, the longest ";
+    return NameOf(stream.stream) + ": " + TimeText(statistics.WithoutMedia()) + " without media" +
+           (statistics.Outages() == 1 ? "" : ", in " + parts + TimeText(statistics.LongestGap())) + "\n";
 }
 
 } // namespace
 
 std::string ReportTable(const Observation &observation, std::size_t width) {
-    const std::vector<const Column *> columns = ColumnsIn<Column>(width - std::min(width, kNameWidth), kColumns);
-    std::string table = NameCell("#", "codec");
+    const std::size_t nameWidth = width < 80 ? 10 : kUsualWidth;
+    const std::vector<const Column *> columns = ColumnsIn<Column>(width - std::min(width, nameWidth), kColumns);
+    std::string table = NameCell("#", "codec", nameWidth);
     for (const Column *column : columns) table += Placed(column->title, column->width);
     table += "\n";
     for (const auto &[stream, statistics, queued] : observation.streams) {
-        table += NameCell(std::to_string(stream.number), Printable(stream.codec));
+        table += NameCell(std::to_string(stream.number), Printable(stream.codec), nameWidth);
         for (const Column *column : columns) table += Placed(column->cell(statistics), column->width);
         table += "\n";
     }

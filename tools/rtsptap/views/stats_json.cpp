@@ -70,7 +70,7 @@ Json TotalOf(const StreamStatistics &statistics) {
             {"duplicates", statistics.Duplicates()},
             {"longest_gap_ms", Milliseconds(statistics.LongestGap())},
             {"outages", statistics.Outages()},
-            {"without_media_s", Milliseconds(statistics.WithoutMedia()) / 1000}};
+            {"without_media_s", Rounded(std::chrono::duration<double>(statistics.WithoutMedia()).count())}};
 }
 
 Json StreamOf(const StreamObservation &stream) {
