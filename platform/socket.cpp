@@ -18,6 +18,27 @@ void PrintSystemError(int error) {
     std::perror(nullptr);
 }
 
+int ReceiveFromStream(int sockfd, void *buf, int len, int flags) {
+    int result = RTSP_FAILURE;
+    int error = EINVAL; // a negative length
+    while (len >= 0) {
+        result = static_cast<int>(recv(sockfd, buf, static_cast<size_t>(len), flags));
+        error = errno;
+        if (result >= 0 || !IsRetried(error)) break;
+        RtpRtspInfoPrint("TCP recv function error in linux: Err :%d Retval: %d \n", error, result);
+        PrintSystemError(error);
+    }
+    errno = error;
+    return result;
+}
+
+void PrintNothingReceived(int result) {
+    const int error = errno;
+    if (result == 0) RtpRtspInfoPrint("Connection was closed by server\n");
+    if (result < 0) RtpRtspInfoPrint("Connection error %d\n", result);
+    errno = error;
+}
+
 } // namespace
 
 int rtsptap::ReceiveDatagram(int sockfd, void *buf, int len, int flags, sockaddr *srcAddr, socklen_t *srcAddrLen) {
@@ -46,22 +67,16 @@ int UDPSockRecv(int sockfd, void *buf, int len, struct sockaddr *srcAddr, sockle
 }
 
 int rtsptap::ReceiveBytes(int sockfd, void *buf, int len, int flags) {
-    int result = RTSP_FAILURE;
-    int error = EINVAL; // a negative length
-    while (len >= 0) {
-        result = static_cast<int>(recv(sockfd, buf, static_cast<size_t>(len), flags));
-        error = errno;
-        if (result >= 0 || !IsRetried(error)) break;
-        RtpRtspInfoPrint("TCP recv function error in linux: Err :%d Retval: %d \n", error, result);
-        PrintSystemError(error);
-    }
-    if (result == 0) RtpRtspInfoPrint("Connection was closed by server\n");
-    if (result < 0 && error != EAGAIN) RtpRtspInfoPrint("Connection error %d\n", result);
-    errno = error;
+    const int result = ReceiveFromStream(sockfd, buf, len, flags);
+    if (result >= 0 || errno != EAGAIN) PrintNothingReceived(result);
     return result;
 }
 
-int TCPSockRecv(int sockfd, void *buf, int len) { return rtsptap::ReceiveBytes(sockfd, buf, len, 0); }
+int TCPSockRecv(int sockfd, void *buf, int len) {
+    const int result = ReceiveFromStream(sockfd, buf, len, 0);
+    PrintNothingReceived(result);
+    return result;
+}
 
 void CloseSock(int fd) {
     if (fd == -1) return;

@@ -20,6 +20,19 @@ TEST(Socket, OnlyADatagramLongerThanTheBufferIsAnnounced) {
                                "retValue:11, dataSize:10\n");
 }
 
+TEST(Socket, AStreamThatGivesNothingIsAnnounced) {
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends), 0);
+    char buffer[10];
+    CapturedStdout captured;
+    EXPECT_EQ(TCPSockRecv(ends[0], buffer, 10), -1);
+    EXPECT_EQ(errno, EAGAIN);
+    CloseSock(ends[1]);
+    EXPECT_EQ(TCPSockRecv(ends[0], buffer, 10), 0);
+    CloseSock(ends[0]);
+    EXPECT_EQ(captured.Text(), "!!!INFO!!! : Connection error -1\n!!!INFO!!! : Connection was closed by server\n");
+}
+
 TEST(Printers, PrefixTheMessageAndCutItAt1023Characters) {
     const std::string longText(5000, 'x');
     CapturedStdout captured;
