@@ -117,7 +117,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
         sendUpTo((sizes & 12) == 12 ? std::min(pieceBytes, kSocketBytes)
                                     : kSocketBytes); // the rest may be waited for
         ChooseStreamsForFrames(client);
+        BeginAwaiting(client);
         server.CheckReply(ReceiveReplyAmongFrames(client, failure));
+        EndAwaiting(client);
     }
     if (settings & kAwaitReply) BeginAwaiting(client);
     StartInterleavedThread(client);

@@ -11,6 +11,7 @@
 #include "rtsp/client/client_record.h"
 
 #include <algorithm>
+#include <poll.h>
 
 namespace rtsptap {
 namespace {
@@ -77,6 +78,20 @@ void OpenService(StreamThread &thread, RTSPClient &client) {
     OpenTurn(client.turn, thread, client.rtspSocket);
 }
 
+enum class WaitEnd { kReadable, kNothing, kDeadline, kFailed };
+
+// Waits for the reply as every exchange does, or for the rest of one. A signal fails the wait, but not that for a
+// rest.
+WaitEnd WaitForReply(const InterleavedReader &reader, uint64_t deadlineMs) {
+    const uint64_t now = MonotonicMs();
+    if (now >= deadlineMs) return WaitEnd::kDeadline;
+    const int grace = ReplyGraceLeft(reader);
+    pollfd arrival = {reader.socket, POLLIN, 0};
+    const int ready = poll(&arrival, 1, grace >= 0 ? grace : static_cast<int>(deadlineMs - now));
+    if (ready < 0 && grace < 0) return WaitEnd::kFailed;
+    return ready > 0 ? WaitEnd::kReadable : WaitEnd::kNothing;
+}
+
 void CloseService(const StreamThread &thread, RTSPClient &client) {
     const ScopedTurn turn(client.turn, ScopedTurn::kWait);
     CloseTurn(client.turn);
@@ -123,17 +138,19 @@ RecvBufferPtr ReceiveReplyAmongFrames(RTSPClient &client, int32_t &failure) {
     if (reader == nullptr) return nullptr;
     PlanRings(client);
     const uint64_t deadline = MonotonicMs() + kReplyTimeoutMs;
-    bool closed = false;
-    while (client.recvData == nullptr) {
-        if (TakeBufferedUnits(client, *reader, ReplyEnd::kBlankLine, closed) == Unit::kNoMemory || closed) break;
-        if (client.recvData != nullptr) break;
-        const uint64_t now = MonotonicMs();
-        if (now >= deadline) {
+    for (bool closed = false;;) {
+        const Unit unit = TakeBufferedUnits(client, *reader, ReplyEnd::kFirstFrame, closed);
+        if (client.recvData != nullptr || unit == Unit::kNoMemory || closed) break;
+        const WaitEnd wait = WaitForReply(*reader, deadline);
+        if (wait == WaitEnd::kFailed) {
+            trace.Fail(failure, "\tEXIT : %s :Socket select call failed\n");
+            break;
+        }
+        if (wait == WaitEnd::kDeadline) {
             failure = trace.Fail(RTSP_RESPONSE_TIMEOUT, "\tEXIT : %s :No data received and timeout the session\n");
             break;
         }
-        const int grace = ReplyGraceLeft(*reader);
-        closed = FillReader(*reader, grace >= 0 ? grace : static_cast<int>(deadline - now)) == Fill::kClosed;
+        closed = wait == WaitEnd::kReadable && FillReader(*reader, 0) == Fill::kClosed;
     }
     return RecvBufferPtr(client.recvData.exchange(nullptr));
 }

@@ -14,7 +14,7 @@ namespace {
 
 void StartAfresh(InterleavedReader &reader, int32_t socket) {
     reader.socket = socket;
-    reader.begin = reader.end = reader.replyTail = 0;
+    reader.begin = reader.end = reader.replyTail = reader.freshBytes = reader.staleBytes = 0;
     reader.replySinceMs = 0;
     reader.outOfStep = false;
 }
@@ -52,6 +52,7 @@ std::string_view BufferedText(const InterleavedReader &reader) {
 void Consume(InterleavedReader &reader, std::size_t count) {
     reader.begin += count;
     reader.replyTail -= std::min(reader.replyTail, count);
+    reader.staleBytes -= std::min(reader.staleBytes, count);
     if (reader.begin == reader.end) reader.begin = reader.end = 0;
 }
 
@@ -68,7 +69,8 @@ Fill FillReader(InterleavedReader &reader, int timeoutMs) {
         ReceiveBytes(reader.socket, reader.bytes + reader.end, static_cast<int>(room), MSG_DONTWAIT);
     if (received < 0 && errno == EAGAIN) return Fill::kNothing;
     if (received < 1) return Fill::kClosed;
-    reader.end += static_cast<std::size_t>(received);
+    reader.freshBytes = static_cast<std::size_t>(received);
+    reader.end += reader.freshBytes;
     return Fill::kBytes;
 }
 

@@ -3,6 +3,7 @@
 // goes on in the middle of a frame if need be.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -10,19 +11,32 @@
 namespace rtsptap {
 
 struct RTSPClient;
+struct RTSPStreamInfo;
 
 inline constexpr std::size_t kFrameHeaderBytes = 4;   // "$", channel, length (RFC 2326, 10.12)
 inline constexpr std::size_t kReadAheadBytes = 65536; // asked of the socket at once
 inline constexpr std::size_t kReaderBytes = kReadAheadBytes + kFrameHeaderBytes + 65535; // and the longest frame
 
+// Whose frames a channel carries.
+struct Route {
+    RTSPStreamInfo *stream = nullptr; // null: nobody's
+    bool isRtcp = false;
+};
+
 struct InterleavedReader {
-    int32_t socket = -1;       // the connection that the bytes came from
-    std::size_t begin = 0;     // first byte not yet consumed
-    std::size_t end = 0;       // behind the last byte received
-    std::size_t replyTail = 0; // bytes from `begin` on that came in the same read as a reply before them
-    uint64_t replySinceMs = 0; // since when an incomplete reply waits for its rest; 0: none does
-    bool outOfStep = false;    // a frame's header was dropped, and no frame or reply has been found behind it
-    uint8_t bytes[kReaderBytes] = {}; // touched at once, so that a long session takes no more than a short one
+    int32_t socket = -1;        // the connection that the bytes came from
+    std::size_t begin = 0;      // first byte not yet consumed
+    std::size_t end = 0;        // behind the last byte received
+    std::size_t replyTail = 0;  // bytes from `begin` on that came in the same read as a reply before them
+    std::size_t freshBytes = 0; // the last of them, by the read that has not been looked at yet
+    std::size_t staleBytes = 0; // from `begin` on, received before the exchange under way began
+    uint64_t replySinceMs = 0;  // since when an incomplete reply waits for its rest; 0: none does
+    bool outOfStep = false;     // bytes were dropped, and no reply has been found behind them: a header may be none
+    uint32_t exchange = 0;      // the client's exchangeCount as it was last seen
+    uint32_t routesMade = 0;    // the client's channelChanges that `routes` was made after
+    std::array<Route, 256> routes = {};  // by channel
+    RTSPStreamInfo *signalDue = nullptr; // streams with data that no reader has been told of, by nextSignalDue
+    uint8_t bytes[kReaderBytes] = {};    // touched at once, so that a long session takes no more than a short one
 };
 
 // The client's reader, made at first use; null when memory is short. Starts afresh on another connection.

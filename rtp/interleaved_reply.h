@@ -14,13 +14,14 @@ struct RTSPClient;
 // Where a reply ends that stands at the front of `text`.
 enum class ReplyEnd {
     kFirstDollar, // at the first '$', or with what has been received
-    kBlankLine    // behind its blank line and body, when a frame or another reply follows there
+    kFirstFrame   // where a frame begins, or, once its blank line and body are there, with what has been received
 };
 
 enum class ReplyStatus { kTaken, kIncomplete, kNoMemory };
 
 // Hands the reply at the front of the reader over in the client's recvData. An incomplete one is left where
-// it is until its rest has come, or until kReplyGraceMs later, or when `final` says that nothing more comes.
+// it is until its rest has come, or until kReplyGraceMs later, or when `final` says that nothing more comes. What
+// was received before the exchange began is dropped instead.
 ReplyStatus TakeReply(RTSPClient &client, InterleavedReader &reader, ReplyEnd rule, bool final);
 
 // How long the rest of a reply may take that came in pieces, in ms: longer than a lost segment needs to be

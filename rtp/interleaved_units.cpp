@@ -11,10 +11,12 @@
 #include "rtp/stream_record.h"
 #include "rtsp/client/client_record.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstring>
 #include <span>
+#include <utility>
 
 namespace rtsptap {
 namespace {
@@ -29,22 +31,59 @@ struct Frame {
     bool followedReply = false; // came whole, and more behind it, in one read with a reply
 };
 
-struct Route {
-    RTSPStreamInfo *stream = nullptr;
-    bool isRtcp = false;
+constexpr std::string_view kReplyStart = "RTSP";
+constexpr std::string_view kReplyVersion = "RTSP/1.0 ";
+
+// ---- Bytes out of step: pure ----
+
+// Where `mark` stands first behind the front of `text`, or where it may be about to: its beginning ends the text. npos
+// when neither is before `limit`.
+std::size_t FindBehindFront(std::string_view text, std::string_view mark, std::size_t limit) {
+    text = text.substr(0, limit + mark.size() - 1); // the search is repeated every few bytes
+    std::size_t at = text.find(mark, 1);
+    if (at == text.npos) at = std::max<std::size_t>(1, text.size() - std::min(text.size(), mark.size() - 1));
+    while (at < text.size() && !mark.starts_with(text.substr(at, mark.size()))) ++at;
+    return at < std::min(limit, text.size()) ? at : text.npos;
+}
+
+enum class Search { kNone, kFound, kMoreNeeded };
+struct ReplySearch {
+    Search result = Search::kNone;
+    std::size_t at = 0;
 };
 
-constexpr std::string_view kReplyStart = "RTSP";
+// A reply that somebody waits for is found wherever it begins among bytes out of step. A full ring, whose frames
+// are not consumed, would cost three of four otherwise, and with them PAUSE and TEARDOWN.
+ReplySearch SearchReply(std::string_view text, std::string_view mark, std::size_t limit, bool final) {
+    const std::size_t at = FindBehindFront(text, mark, limit);
+    if (at == text.npos) return {};
+    if (text.size() - at >= mark.size()) return {Search::kFound, at};
+    return {final ? Search::kNone : Search::kMoreNeeded, at};
+}
 
-// The first stream in description order that has the channel for RTP or, one above, for RTCP.
-Route FindRoute(const RTSPClient &client, uint32_t channel) {
+// ---- Frames to their streams ----
+
+void MakeRoutes(const RTSPClient &client, InterleavedReader &reader) {
+    reader.routes.fill({});
+    const auto claim = [&reader](uint32_t channel, Route route) {
+        if (channel < reader.routes.size() && reader.routes[channel].stream == nullptr)
+            reader.routes[channel] = route;
+    };
     RTSPStreamInfo *stream = client.streamList.load(std::memory_order_acquire);
     for (; stream != nullptr; stream = stream->next.load(std::memory_order_acquire)) {
         const uint32_t rtpChannel = stream->interleavedChannel;
-        if (rtpChannel == channel) return {stream, false};
-        if (rtpChannel + 1 == channel) return {stream, true};
+        claim(rtpChannel, {stream, false});
+        claim(rtpChannel + 1, {stream, true});
     }
-    return {};
+}
+
+// The first stream in description order that has the channel for RTP or, one above, for RTCP. A description may
+// have thousands.
+const Route &FindRoute(const RTSPClient &client, InterleavedReader &reader, uint8_t channel) {
+    const uint32_t changes = client.channelChanges; // before the look, so that one during it is seen next time
+    if (reader.routesMade != changes) MakeRoutes(client, reader);
+    reader.routesMade = changes;
+    return reader.routes[channel];
 }
 
 bool TakesFrames(const Route &route) {
@@ -79,9 +118,9 @@ void PrintRing(RingRoom verdict, const ReceiveRing &ring, int64_t writeIndex, ui
     }
 }
 
-bool FindFrameRoom(RTSPStreamInfo &stream, const Frame &frame) {
+bool FindFrameRoom(RTSPStreamInfo &stream, uint32_t channel, std::size_t length) {
     const uint32_t mtu = stream.client->mtuSize;
-    const auto needed = static_cast<int64_t>(frame.body.size());
+    const auto needed = static_cast<int64_t>(std::max<std::size_t>(length, 1)); // a full ring takes no empty one
     const int64_t writeIndex = stream.ring.writeIndex;
     RingPlace place = PlaceNextPacket(stream.ring, mtu);
     if (place.room < needed && NothingInUse(stream)) {
@@ -90,65 +129,86 @@ bool FindFrameRoom(RTSPStreamInfo &stream, const Frame &frame) {
     }
     const bool fits = place.room >= needed;
     if (!fits && place.verdict != RingRoom::kFullAtEnd) place.verdict = RingRoom::kFullBehind;
-    PrintRing(place.verdict, stream.ring, writeIndex, frame.channel);
+    PrintRing(place.verdict, stream.ring, writeIndex, channel);
     return fits;
 }
 
-void AcceptFrame(RTSPStreamInfo &stream, const Frame &frame) {
+void AcceptFrame(InterleavedReader &reader, RTSPStreamInfo &stream, const Frame &frame) {
     if (!frame.body.empty())
         memcpy(stream.ring.storage + stream.ring.writeIndex, frame.body.data(), frame.body.size());
     const ArrivalRules rules{.reorder = false, .announceDrops = frame.followedReply, .channel = frame.channel};
     AcceptPacket(stream, static_cast<uint32_t>(frame.body.size()), rules,
                  frame.followedReply ? FailureText("%s :Invalid packet received ignoring\n")
                                      : FailureText("%s: Invalid packet received ignoring\n"));
+    if (stream.signalDue) return;
     stream.signalDue = true;
+    stream.nextSignalDue = std::exchange(reader.signalDue, &stream);
 }
 
-// A header that leads nowhere is dropped alone: the bytes behind it are looked at four by four until a
-// header lines up again.
-Unit DropHeader(InterleavedReader &reader) {
-    Consume(reader, kFrameHeaderBytes);
-    reader.outOfStep = true;
+// A header that leads nowhere is dropped alone: the bytes behind it are looked at four by four until a header lines
+// up again, or one by one where an awaited reply begins.
+Unit DropHeader(const RTSPClient &client, InterleavedReader &reader, std::size_t bodyLength) {
+    std::size_t dropped = kFrameHeaderBytes;
+    if (client.awaitingReply) {
+        const ReplySearch reply = SearchReply(BufferedText(reader), kReplyStart, kFrameHeaderBytes, true);
+        if (reply.result == Search::kFound) dropped = reply.at;
+    }
+    Consume(reader, dropped);
+    reader.outOfStep = reader.outOfStep || bodyLength > 0;
     return Unit::kHandled;
 }
 
-// A reply that somebody waits for is found wherever it begins among bytes out of step. A full buffer, whose frames
-// are not consumed, would cost three of four otherwise, and with them PAUSE and TEARDOWN.
-std::size_t CorruptedBytes(const RTSPClient &client, const InterleavedReader &reader) {
-    const std::string_view text = BufferedText(reader);
-    for (std::size_t at = 1; client.awaitingReply && at < kFrameHeaderBytes; ++at)
-        if (kReplyStart.starts_with(text.substr(at, kReplyStart.size()))) return at;
-    return kFrameHeaderBytes;
-}
+enum class Fit { kFits, kNowhere, kNoMemory };
 
-Unit TakeFrame(RTSPClient &client, InterleavedReader &reader) {
-    const uint8_t *const header = reader.bytes + reader.begin;
-    if (header[0] != '$') {
-        puts("Error: corrupted stream ($/RTSP not found)");
-        Consume(reader, CorruptedBytes(client, reader));
-        return Unit::kHandled;
-    }
-    const std::size_t length = wire::U16(header + 2);
+// Whether the frame whose header is known can be taken. Prints why not.
+Fit FindPlace(const RTSPClient &client, const Route &route, uint32_t channel, std::size_t length) {
     if (length > client.mtuSize) {
         printf("Error: interleaved frame in RTP stream is too large (%u)\n", static_cast<unsigned>(length));
-        return DropHeader(reader);
+        return Fit::kNowhere;
     }
-    const Route route = FindRoute(client, header[1]);
-    if (!TakesFrames(route)) return DropHeader(reader);
-    const std::size_t whole = kFrameHeaderBytes + length;
-    if (Buffered(reader) < whole) return Unit::kIncomplete;
+    if (!TakesFrames(route)) return Fit::kNowhere;
+    if (route.isRtcp) return Fit::kFits;
+    if (!OpenRing(*route.stream)) return Fit::kNoMemory;
+    return FindFrameRoom(*route.stream, channel, length) ? Fit::kFits : Fit::kNowhere;
+}
 
-    const Frame frame{header[1], {header + kFrameHeaderBytes, length}, whole < reader.replyTail};
+void Deliver(InterleavedReader &reader, const Route &route, const Frame &frame) {
     if (route.isRtcp)
         AnswerRtcp(*route.stream, frame.body);
-    else if (!OpenRing(*route.stream))
-        return Unit::kNoMemory;
-    else if (FindFrameRoom(*route.stream, frame))
-        AcceptFrame(*route.stream, frame);
     else
-        return DropHeader(reader);
+        AcceptFrame(reader, *route.stream, frame);
+}
+
+// Room is looked for before the body is waited for. Out of step the header may be bytes of a body: an awaited reply
+// within the frame it announces is no part of it.
+Unit TakeFrame(RTSPClient &client, InterleavedReader &reader, bool final) {
+    const std::string_view text = BufferedText(reader);
+    const uint8_t *const header = reader.bytes + reader.begin;
+    const bool searched = client.awaitingReply;
+    if (searched && SearchReply(text, kReplyStart, kFrameHeaderBytes, final).result == Search::kMoreNeeded)
+        return Unit::kIncomplete;
+    if (header[0] != '$') {
+        puts("Error: corrupted stream ($/RTSP not found)");
+        return DropHeader(client, reader, kFrameHeaderBytes);
+    }
+    const std::size_t length = wire::U16(header + 2);
+    const std::size_t whole = kFrameHeaderBytes + length;
+    const Route route = FindRoute(client, reader, header[1]);
+    const Fit fit = FindPlace(client, route, header[1], length);
+    if (fit == Fit::kNoMemory) return Unit::kNoMemory;
+    if (fit == Fit::kNowhere) return DropHeader(client, reader, length);
+
+    if (searched && reader.outOfStep) {
+        const ReplySearch reply = SearchReply(text, kReplyVersion, whole, final);
+        if (reply.result == Search::kMoreNeeded) return Unit::kIncomplete;
+        if (reply.result == Search::kFound) {
+            Consume(reader, reply.at);
+            return Unit::kHandled;
+        }
+    }
+    if (text.size() < whole) return Unit::kIncomplete;
+    Deliver(reader, route, {header[1], {header + kFrameHeaderBytes, length}, whole < reader.replyTail});
     Consume(reader, whole);
-    reader.outOfStep = false;
     return Unit::kHandled;
 }
 
@@ -167,36 +227,45 @@ Unit TakeReplyUnit(RTSPClient &client, InterleavedReader &reader, ReplyEnd rule,
 // Where a reply is all that is awaited, any text is taken for it, but not the body of a frame that was dropped.
 bool ReplyStandsNext(const InterleavedReader &reader, ReplyEnd rule) {
     const std::string_view text = BufferedText(reader);
-    if (rule == ReplyEnd::kBlankLine && !reader.outOfStep) return !text.empty() && !text.starts_with('$');
+    if (rule == ReplyEnd::kFirstFrame && !reader.outOfStep) return !text.empty() && !text.starts_with('$');
     return text.starts_with(kReplyStart);
 }
 
-void SignalDueStreams(const RTSPClient &client) {
-    RTSPStreamInfo *stream = client.streamList.load(std::memory_order_acquire);
-    for (; stream != nullptr; stream = stream->next.load(std::memory_order_acquire)) {
-        if (!stream->signalDue) continue;
-        stream->signalDue = false;
-        SignalReaders(*stream);
+// What was received before the exchange under way began cannot answer it.
+void NoteExchange(const RTSPClient &client, InterleavedReader &reader) {
+    const uint32_t exchange = client.exchangeCount;
+    if (std::exchange(reader.exchange, exchange) != exchange)
+        reader.staleBytes = Buffered(reader) - reader.freshBytes;
+    reader.freshBytes = 0;
+}
+
+void SignalDueStreams(InterleavedReader &reader) {
+    while (reader.signalDue != nullptr) {
+        RTSPStreamInfo &stream = *std::exchange(reader.signalDue, reader.signalDue->nextSignalDue);
+        stream.signalDue = false;
+        SignalReaders(stream);
     }
 }
 
 } // namespace
 
 Unit TakeBufferedUnits(RTSPClient &client, InterleavedReader &reader, ReplyEnd rule, bool final) {
+    const bool firstPlay = rule == ReplyEnd::kFirstFrame;
     Unit unit = Unit::kHandled;
+    NoteExchange(client, reader);
     while (unit == Unit::kHandled) {
         if (ReplyStandsNext(reader, rule)) {
             unit = TakeReplyUnit(client, reader, rule, final);
-            if (rule == ReplyEnd::kBlankLine) break;
+            if (firstPlay && client.recvData != nullptr) break;
         } else if (Buffered(reader) >= kFrameHeaderBytes) {
-            unit = TakeFrame(client, reader);
+            unit = TakeFrame(client, reader, final);
             // A frame without a ring does not fail the exchange that awaits its reply: the thread will tell.
-            if (unit == Unit::kNoMemory && rule == ReplyEnd::kBlankLine) unit = DropHeader(reader);
+            if (unit == Unit::kNoMemory && firstPlay) unit = DropHeader(client, reader, kFrameHeaderBytes);
         } else {
             break;
         }
     }
-    SignalDueStreams(client);
+    SignalDueStreams(reader);
     if (unit == Unit::kNoMemory)
         RtpRtspErrorPrint("EXIT : %s : %d Memory Allocation Failed\n", "RTPDataReceiveThread", __LINE__);
     return unit;

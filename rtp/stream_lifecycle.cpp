@@ -35,7 +35,13 @@ RTSPStreamInfo *AppendStream(RTSPClient &client, RTSPStreamInfo *last) {
     stream->client = &client;
     TailLink(client, last).store(stream, std::memory_order_release);
     client.streamCount.fetch_add(1, std::memory_order_release);
+    ++client.channelChanges;
     return stream;
+}
+
+void SetChannel(RTSPStreamInfo &stream, uint32_t channel) {
+    stream.interleavedChannel = channel;
+    ++stream.client->channelChanges;
 }
 
 void RetireEndedStreams(RTSPClient &client) {
@@ -44,6 +50,7 @@ void RetireEndedStreams(RTSPClient &client) {
     TailLink(client, first) = client.retiredStreams;
     client.retiredStreams = first;
     client.streamList = nullptr;
+    ++client.channelChanges;
 }
 
 StreamLock CreateStreamLocks(RTSPStreamInfo &stream) {

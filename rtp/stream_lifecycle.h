@@ -14,6 +14,9 @@ struct RTSPStreamInfo;
 // appended last, from which the tail is looked for: a description may open tens of thousands of sections.
 RTSPStreamInfo *AppendStream(RTSPClient &client, RTSPStreamInfo *last = nullptr);
 
+// The stream's RTP channel on an interleaved connection, also while frames come.
+void SetChannel(RTSPStreamInfo &stream, uint32_t channel);
+
 // After a TEARDOWN the streams of the last session are kept for those who hold their packets or descriptions. What
 // comes next starts with stream 1 again, so they leave the list.
 void RetireEndedStreams(RTSPClient &client);

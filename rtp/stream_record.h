@@ -37,7 +37,7 @@ struct RTSPStreamInfo {
 
     // ---- Written by the application thread, read by the receive threads ----
     std::atomic<uint32_t> streamState{0};        // kStreamPlaying, kStreamPaused or 0
-    std::atomic<uint32_t> interleavedChannel{0}; // RTP channel; RTCP uses the next one
+    std::atomic<uint32_t> interleavedChannel{0}; // RTP channel; RTCP uses the next one; set by SetChannel
     std::atomic<uint16_t> serverPort{0};         // server's RTP port, host order
     std::atomic<bool> takesFrames{false};        // interleaved: its ring and reports are the connection's affair
     std::atomic<int32_t> codecType{0};           // RTPCodecType, 0 when unknown
@@ -73,7 +73,8 @@ struct RTSPStreamInfo {
     // ---- Receive ring: see receive_ring.h for who moves what ----
     ReceiveRing ring;
     std::atomic<bool> receiving{false};  // interleaved: the ring is open and frames are taken
-    bool signalDue = false;              // interleaved, in the turn: new data since the last signal
+    bool signalDue = false;              // interleaved, in the turn: listed in the reader's signalDue
+    RTSPStreamInfo *nextSignalDue = nullptr;
     std::atomic<int32_t> outstanding{0}; // packets the application holds
     PacketPool pool;
 

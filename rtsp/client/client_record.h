@@ -60,7 +60,9 @@ struct RTSPClient {
     std::atomic<int32_t> videoBufferSize{0};           // bytes of a video stream's receive ring
     std::atomic<int32_t> audioBufferSize{0};           // bytes of an audio stream's receive ring
     std::atomic<bool> awaitingReply{false};            // an exchange waits: a paused interleaved thread reads on
+    std::atomic<uint32_t> exchangeCount{0};            // exchanges begun
     std::atomic<RTSPStreamInfo *> streamList{nullptr}; // append-only while threads live; owned
+    std::atomic<uint32_t> channelChanges{1};           // how often the list, or a stream's channel, has changed
 
     // ---- Written by the receive threads ----
     std::atomic<uint32_t> packetCounter{0};      // RTP packets parsed over all streams

@@ -48,6 +48,7 @@ RecvBufferPtr WaitForHandOver(RTSPClient &client) {
 
 void BeginAwaiting(RTSPClient &client) {
     const RecvBufferPtr stale(client.recvData.exchange(nullptr));
+    ++client.exchangeCount; // whoever serves the connection drops text that is older
     client.awaitingReply = true;
 }
 

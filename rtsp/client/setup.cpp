@@ -16,7 +16,7 @@ int32_t SelectStream(Exchange &exchange) {
     if (exchange.stream == nullptr)
         return exchange.trace.Fail(RTSP_INVALID_ARGUMENT,
                                    "EXIT : %s :Not able to get stream info from list for Stream Number\n");
-    exchange.stream->interleavedChannel = (static_cast<uint32_t>(number) - 1) * 2; // for UDP, too
+    SetChannel(*exchange.stream, (static_cast<uint32_t>(number) - 1) * 2); // for UDP, too
     return RTSP_SUCCESS;
 }
 

@@ -1,5 +1,6 @@
 #include "rtsp/client/transport_reply.h"
 
+#include "rtp/stream_lifecycle.h"
 #include "rtp/stream_record.h"
 #include "rtsp/client/client_record.h"
 #include "rtsp/client/exchange.h"
@@ -29,7 +30,7 @@ void TakeChannel(Exchange &exchange, std::string_view value) {
     if (channel.data() == nullptr) return;
     if (!channel.empty()) channel.remove_prefix(1); // the '='
     const auto number = static_cast<uint32_t>(LeadingNumber(channel));
-    exchange.stream->interleavedChannel = number;
+    SetChannel(*exchange.stream, number);
     RtpRtspInfoPrint("%s(%d) Interleaved: 0x%02x\n", exchange.trace.Function(), kInterleavedLineNumber, number);
 }
 

@@ -4,6 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <csignal>
+#include <random>
 #include <thread>
 
 using namespace rtsptap::test;
@@ -18,6 +21,21 @@ std::string Frames(uint16_t first, uint16_t last, unsigned channel = 0) {
     return bytes;
 }
 
+// Media that is hard to tell from frames and replies, in frames of random sizes.
+std::string Thicket(std::mt19937 &random, bool dense, unsigned channels) {
+    const auto below = [&](unsigned limit) { return static_cast<unsigned>(random() % limit); };
+    const auto header = [&] { return Frame(below(4), std::string(below(33000), 'x')).substr(0, 4); };
+    const std::string starts[] = {header(), header(), "R", "RT", "RTS", "$"};
+    std::string bytes;
+    for (int frame = 0; frame < 60; ++frame) {
+        std::string body;
+        for (const unsigned size = 1 + below(1500); body.size() < size;)
+            body += dense ? starts[below(6)] : std::string(1, static_cast<char>(below(256)));
+        bytes += Frame(2 * below(channels), Rtp(static_cast<uint16_t>(frame), body));
+    }
+    return bytes;
+}
+
 // What PLAY gave the caller, or the result as a text.
 std::string PlayReply(Session &session) {
     std::string buffer(256, '\0');
@@ -28,20 +46,41 @@ std::string PlayReply(Session &session) {
 
 } // namespace
 
+// The first reply ends where its frames begin, however its lines end and wherever the segments do.
 TEST(Interleaved, RepliesAmongFramesMaySplitAnywhere) {
-    const std::string reply = "RTSP/1.0 200 OK\r\nSession: 12345678\r\n\r\n";
-    const std::string bytes = Frames(1, 2) + reply + Frames(3, 5);
-    const std::vector<uint16_t> cuts = Numbers(1, static_cast<uint16_t>(bytes.size()));
-    Script repeated;
-    for (const uint16_t cut : cuts) {
-        repeated.push_back({"PLAY ", Pieces(bytes, cut, 2)});
-        Session first(kTcp, CLIENT_READY_STATE, {repeated.back()});
-        EXPECT_EQ(PlayReply(first), reply) << cut;
-        EXPECT_EQ(first.Video(5), Numbers(1, 5)) << cut;
+    const std::string good = "RTSP/1.0 200 OK\r\nSession: 12345678\r\n\r\n";
+    const struct {
+        std::string reply;
+        bool isCut = true;
+    } kFirst[] = {
+        {good},
+        {"RTSP/1.0 200 OK\nSession: 12345678\n\n"},
+        {"RTSP/1.0 200 OK\r\nSession: 12345678\r\n\n"},
+        {"RTSP/1.0 200 OK\r\r\nSession: 12345678\r\r\n\r\r\n"},
+        {"RTSP/1.0 200 OK\rSession: 12345678\r\r"},
+        {"\r\n\r\n" + good},
+        {"RTSP/1.0 200 OK\r\nSession: 12345678\r\n"},
+        {"RTSP/1.0 200 OK\r\nSession: 12345678"},
+        {"RTSP/1.0 200 OK\r\nContent-Length: 30\r\n\r\n"},
+        {"RTSP/1.0 200 OK\r\nContent-Length: 7\r\n\r\na\n$b\r\n\n", false},
+        {"RTSP/1.0 200 OK\r\nContent-Length: 33000\r\n\r\na\r\n"}, // the next one is ambiguous when cut
+        {good + "RTSP/1.0 404 Not Found\r\n\r\n", false},          // one receive is one message
+    };
+    for (const auto &row : kFirst) {
+        const std::string bytes = Frames(1, 2) + row.reply + Frames(3, 5);
+        const std::size_t stride = !row.isCut ? bytes.size() : LongForm() || row.reply == good ? 1 : 7;
+        for (std::size_t cut = row.isCut ? 1 : 0; cut < bytes.size(); cut += stride) {
+            Session session(kTcp, CLIENT_READY_STATE, {{"PLAY ", Pieces(bytes, cut, 2)}});
+            EXPECT_EQ(PlayReply(session), row.reply) << cut;
+            EXPECT_EQ(session.Video(5), Numbers(1, 5)) << row.reply << cut;
+        }
     }
+    const std::string bytes = Frames(1, 2) + good + Frames(3, 5);
+    Script repeated;
+    for (std::size_t cut = 1; cut <= bytes.size(); ++cut) repeated.push_back({"PLAY ", Pieces(bytes, cut, 2)});
     Session session(kTcp, CLIENT_PLAYING_STATE, repeated);
-    for (const uint16_t cut : cuts) {
-        EXPECT_EQ(PlayReply(session), reply) << cut;
+    for (std::size_t cut = 1; cut <= bytes.size(); ++cut) {
+        EXPECT_EQ(PlayReply(session), good) << cut;
         EXPECT_EQ(session.Video(5), Numbers(1, 5)) << cut;
     }
     // One that never ends is taken as far as it came.
@@ -49,6 +88,34 @@ TEST(Interleaved, RepliesAmongFramesMaySplitAnywhere) {
         Session unfinished(kTcp, state, {{"PLAY ", SendBytes("RTSP/1.0 200 OK\r\nSess")}});
         EXPECT_TRUE(SucceedsSoon([&] { return unfinished.Play(); }));
     }
+}
+
+TEST(Interleaved, TextFromBeforeTheRequestIsNotItsReply) {
+    const std::string good = "RTSP/1.0 200 OK\r\nSession: 12345678\r\n\r\n";
+    Session session(
+        kTcp, CLIENT_READY_STATE,
+        {{"PLAY ", SendBytes("RTSP/1.0 455 No\r\n\r\n" + Frames(1, 1) + "RTSP/1.0 500 No\r\n\r\n" + Frames(2, 2))},
+         {"PLAY ", SendBytes(Frames(3, 3) + good + Frames(4, 4))}});
+    EXPECT_EQ(session.Play(), RTSP_CLIENT_ERROR);
+    EXPECT_EQ(PlayReply(session), good);
+    EXPECT_EQ(session.Video(4), Numbers(1, 4));
+}
+
+TEST(Interleaved, ASignalEndsTheWaitForTheFirstReply) {
+    struct sigaction nothing = {};
+    nothing.sa_handler = [](int) {};
+    nothing.sa_flags = SA_RESTART;
+    sigaction(SIGUSR1, &nothing, nullptr);
+    Session session(kTcp, CLIENT_READY_STATE, {{"PLAY ", Stall()}});
+    CapturedStdout out;
+    std::atomic<bool> ended = false;
+    std::thread signals([&, waiting = pthread_self()] {
+        while (!ended) pthread_kill(waiting, SIGUSR1), std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    });
+    EXPECT_EQ(session.Play(), RTSP_NO_RESPONSE);
+    ended = true;
+    signals.join();
+    EXPECT_EQ(CountOf(out.Text(), "\tEXIT : ClientReadMessage :Socket select call failed\n"), 1U);
 }
 
 TEST(Interleaved, PauseAndResumeWithMediaFlowingLoseNothing) {
@@ -65,6 +132,23 @@ TEST(Interleaved, PauseAndResumeWithMediaFlowingLoseNothing) {
     EXPECT_EQ(session.Pause(), 0);
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     EXPECT_TRUE(SucceedsSoon([&] { return session.Teardown(); })); // its reply lies behind frames not yet read
+}
+
+TEST(Interleaved, ProgramsThatDoNotReadStillPauseAndTearDown) {
+    for (unsigned seed = 0; seed < (LongForm() ? 400U : 40U); ++seed) {
+        std::mt19937 random(seed);
+        const unsigned channels = 1 + seed / 2 % 2; // whether both rings fill
+        const auto thicket = [&] { return SendBytes(Thicket(random, seed % 2 == 0, channels)); };
+        CapturedStdout out;
+        Session session(kTcp, CLIENT_PLAYING_STATE,
+                        {{"PAUSE ", thicket() + Ok()},
+                         {"PLAY ", thicket() + Ok() + thicket() + Delay(1) + thicket()},
+                         {"TEARDOWN ", thicket() + Ok()}},
+                        40000);
+        EXPECT_TRUE(SucceedsSoon([&] { return session.Pause(); })) << seed;
+        EXPECT_TRUE(SucceedsSoon([&] { return session.Play(); })) << seed;
+        EXPECT_TRUE(SucceedsSoon([&] { return session.Teardown(); })) << seed;
+    }
 }
 
 TEST(Interleaved, OneStreamOfTwoKeepsTheConnectionServed) {
@@ -148,6 +232,13 @@ TEST(Interleaved, FramingErrorsAreReportedAndRecoveredFrom) {
         EXPECT_EQ(session.Video(1), Numbers(7, 7)) << row.name;
         EXPECT_EQ(CountOf(out.Text(), kCorrupted), row.corrupted) << row.name;
     }
+    // What a reply may begin with, at the end of a read, is no reply until more has come.
+    for (const char *word : {"AAAR", "AART", "ARTS"}) {
+        Session paused(kTcp, CLIENT_PLAYING_STATE,
+                       {{"PAUSE ", SendBytes(Frame(9, word)) + Delay(20) + SendBytes(Frames(1, 2)) + Ok()}});
+        EXPECT_EQ(paused.Pause(), 0);
+        EXPECT_EQ(paused.Video(2), Numbers(1, 2)) << word;
+    }
     // The first reply to PLAY is found behind frames that nobody takes, whatever their size.
     for (const std::size_t size : {0U, 1U, 50U, 51U}) {
         Session early(kTcp, CLIENT_READY_STATE, {{"PLAY ", SendBytes(Frame(9, std::string(size, 'A'))) + Ok()}});
@@ -161,9 +252,11 @@ TEST(Interleaved, FullBufferRefusesFramesUntilSpaceIsGivenBack) {
     RTPStreamData *held = TakePacket(session.client, kVideo);
     ASSERT_NE(held, nullptr);
     CapturedStdout out;
-    session.server.Send(Frames(2, 2) + Frames(3, 3, 2)); // the second goes to the other stream's buffer
+    session.server.Send(Frame(0, "") + Frames(2, 2) +
+                        Frames(3, 3, 2)); // the last goes to the other stream's buffer
     EXPECT_EQ(session.Audio(1), Numbers(3, 3));
-    EXPECT_EQ(CountOf(out.Text(), "Data full reset to 0 location, 1000, 20, 0   stream:0\n"), 1U);
+    EXPECT_EQ(CountOf(out.Text(), "Data full reset to 0 location, 1000, 20, 0   stream:0\n"), 2U);
+    EXPECT_EQ(CountOf(out.Text(), "Invalid packet"), 0U);
     EXPECT_EQ(CountOf(out.Text(), kCorrupted), 5U); // its body of 20 bytes
     EXPECT_EQ(RTPClientFreeRTPStreamData(session.client, held, kVideo), 0);
     session.server.Send(Frame(0, std::string(1200, 'A')) + Frames(4, 4)); // the first can never fit
