@@ -91,11 +91,10 @@ Verdict AfterSetup(const Parsed &parsed) {
 
 } // namespace
 
-Verdict Judge(const std::string &method, const std::string &bytes, bool amongFrames) {
+Verdict Judge(const std::string &method, const std::string &bytes) {
     const Verdict unreadable{RTSP_BAD_RESPONSE, " :Problem in parsing Response Message received from server \n"};
     if (bytes.empty()) return {RTSP_NO_RESPONSE, kNoReply};
-    const std::string text = amongFrames ? bytes.substr(0, bytes.find('$')) : bytes.substr(0, kOneReceive);
-    if (amongFrames && text.size() >= kOneReceive) return unreadable; // handed over empty
+    const std::string text = bytes.substr(0, kOneReceive);
     const std::optional<Parsed> parsed = Parse(text);
     if (!parsed) return unreadable;
     const bool asksForPassword = method == "OPTIONS" || method == "DESCRIBE";

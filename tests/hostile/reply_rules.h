@@ -16,8 +16,7 @@ struct Verdict {
 
 constexpr char kNoReply[] = " : No RTSP response received from server \n";
 
-// The session's id is 12345678, and the connection closes behind the bytes. `amongFrames`: the interleaved thread
-// reads them, of which the first four must be RTSP.
-Verdict Judge(const std::string &method, const std::string &bytes, bool amongFrames);
+// The session's id is 12345678, and the connection closes behind the bytes.
+Verdict Judge(const std::string &method, const std::string &bytes);
 
 } // namespace rtsptap::test

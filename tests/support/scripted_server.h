@@ -18,6 +18,12 @@ namespace rtsptap::test {
 // Placeholders in requests expected and replies sent: {base} rtsp://127.0.0.1:PORT/live, {port} the server's port,
 // {session} the session id 12345678, {cseq} the request's place in the list (replies only).
 
+// Two streams with the control URLs {base}/track1 and {base}/track2.
+inline constexpr char kDescription[] =
+    "v=0\r\no=- 1 1 IN IP4 127.0.0.1\r\ns=Tone and picture\r\nt=0 0\r\n"
+    "m=video 0 RTP/AVP 96\r\na=rtpmap:96 H264/90000\r\na=control:track1\r\n"
+    "m=audio 0 RTP/AVP 97\r\na=rtpmap:97 mpeg4-generic/44100/2\r\na=control:track2\r\n";
+
 struct Action {
     std::string bytes;
     bool expand = false;  // replace placeholders in the bytes

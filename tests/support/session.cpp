@@ -29,10 +29,6 @@ public:
 
 } // namespace
 
-const char kDescription[] = "v=0\r\no=- 1 1 IN IP4 127.0.0.1\r\ns=Tone and picture\r\nt=0 0\r\n"
-                            "m=video 0 RTP/AVP 96\r\na=rtpmap:96 H264/90000\r\na=control:track1\r\n"
-                            "m=audio 0 RTP/AVP 97\r\na=rtpmap:97 mpeg4-generic/44100/2\r\na=control:track2\r\n";
-
 Client::Client(int32_t ringBytes) : handle(RTSPClientCreate()) {
     EXPECT_EQ(RTPClientSetAudioVideoBufferSize(handle, ringBytes, ringBytes), 0);
 }

@@ -20,9 +20,6 @@ inline constexpr uint32_t kTcp = DATA_PROTO_TCP;
 inline constexpr int32_t kVideo = RTP_CODEC_H264;          // of the first stream below
 inline constexpr int32_t kAudio = RTP_CODEC_MPEG4_GENERIC; // of the second
 
-// Two streams with the control URLs {base}/track1 and {base}/track2.
-extern const char kDescription[];
-
 // A created client whose buffer sizes are set; destroyed at the end.
 class Client {
 public:

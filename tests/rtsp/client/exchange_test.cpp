@@ -1,5 +1,6 @@
 // What the six methods share: checks and their order, the caller's buffer. What replies lead to: tests/hostile.
 #include "tests/support/methods.h"
+#include "tests/support/session.h"
 
 #include <gtest/gtest.h>
 
@@ -22,6 +23,11 @@ std::string BadList(const Method &method) {
 }
 
 std::string Request(const Method &method) { return method.name + std::string(" {base}"); }
+
+int32_t Observed(RTSPClientState next) { // as ObservedState tells it
+    if (next == CLIENT_INIT_STATE) return RTSP_NOT_CONNECTED;
+    return next == CLIENT_OPTIONS_SENT_STATE ? CLIENT_INIT_STATE : next;
+}
 
 Reply Success(const Method &method) { return Is(method, "DESCRIBE") ? WithBody(kDescription) : Ok(); }
 
@@ -90,7 +96,7 @@ TEST(Exchange, RawReplyGoesToTheCallerWithoutATerminatorIfItFits) {
             EXPECT_GT(size, 20) << method.name;
             // The state has moved all the same, but DESCRIBE looks at the buffer before anything else.
             const bool moved = fits || !Is(method, "DESCRIBE");
-            EXPECT_EQ(ObservedState(session.client), moved ? method.to : 0) << method.name;
+            EXPECT_EQ(ObservedState(session.client), moved ? Observed(method.next) : 0) << method.name;
         }
     }
 }
