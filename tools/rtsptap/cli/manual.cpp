@@ -89,8 +89,8 @@ const std::vector<CommandText> &CommandTexts() {
         {"report",
          "receive for a while and write an HTML page about it",
          {{"rtsptap report rtsp://camera.local/live --duration 60s -o report.html", ""}},
-         {"One file without scripts: bit rate, loss, jitter, distance of packets and queue length of every stream "
-          "as plots, and what probe shows as a table."}},
+         {"One file without scripts: what probe shows, a list of what disturbed the reception, and bit rate, loss, "
+          "jitter, distance of packets and queue length of every stream as plots."}},
         {"demo",
          "play the bundled demo server",
          {{"rtsptap demo", "a test picture and a tone, five seconds over UDP"},

@@ -102,8 +102,9 @@ std::string Sections(const ReportPage &page, const SeriesRecorder &recorder) {
 
 constexpr const char *kHowToRead = R"(<section class="muted">
 <p><b>Loss</b>: packets missing from the sequence numbers. <b>Jitter</b>: how much earlier or later than their timestamps
-say packets arrive, smoothed (RFC 3550, 6.4.1). <b>Time between packets</b>: the line is the average, the area behind it
-the longest. <b>Queue</b>: packets that have arrived and are not yet taken. <b>Shaded</b>: not playing.</p>
+say packets arrive, smoothed (RFC 3550, 6.4.1). Of jitter and <b>time between packets</b> the line is the average, the
+area behind it the highest. <b>Without media</b>: all stretches of a second or more without a packet. <b>Queue</b>: packets
+that have arrived and are not yet taken. <b>Shaded</b>: not playing.</p>
 </section>
 )";
 

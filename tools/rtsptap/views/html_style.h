@@ -54,7 +54,8 @@ td.length div { height: 8px; min-width: 1px; border-radius: 4px; background: var
 h2 i { display: inline-block; width: 11px; height: 11px; border-radius: 3px; background: var(--hue); margin-right: 8px; }
 .plots { display: grid; grid-template-columns: repeat(auto-fit, minmax(min(100%, 440px), 1fr)); gap: 14px 26px; }
 figure { margin: 0; }
-svg { display: block; width: 100%; height: auto; overflow: visible; font: 12px system-ui, "Noto Sans", "DejaVu Sans", sans-serif; }
+svg { display: block; width: 100%; height: auto; overflow: visible;
+  font: 12px system-ui, "Noto Sans", "DejaVu Sans", sans-serif; }
 text { fill: var(--muted); }
 text.title { fill: var(--text); font-size: 14px; font-weight: 600; }
 .unit { fill: var(--muted); font-size: 12px; font-weight: 400; }

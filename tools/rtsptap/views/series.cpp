@@ -57,17 +57,13 @@ PacketObserver SeriesRecorder::Observer() {
 void SeriesRecorder::Show(const Observation &observation) {
     ++looks_;
     if (!observation.IsPlaying()) ++disturbedLooks_;
-    for (const StreamObservation &stream : observation.streams) {
-        Gathering &gathering = streams_[stream.stream.number];
-        NoteJitter(stream.statistics, gathering);
-        gathering.queued = std::max(gathering.queued, stream.queued);
-        ++gathering.looks;
-    }
+    NoteStreams(observation);
     if (Seconds(observation.elapsed) - begin_ >= width_) Complete(observation);
 }
 
 Outcome SeriesRecorder::Finish(const Observation &observation) {
     last_ = observation;
+    NoteStreams(observation);
     const double part = Seconds(observation.elapsed) - begin_;
     if (part <= 0) return {};
     Complete(observation);
@@ -97,6 +93,15 @@ void SeriesRecorder::Complete(const Observation &observation) {
     begin_ = Seconds(observation.elapsed);
     looks_ = disturbedLooks_ = 0;
     if (full) Merge();
+}
+
+void SeriesRecorder::NoteStreams(const Observation &observation) {
+    for (const StreamObservation &stream : observation.streams) {
+        Gathering &gathering = streams_[stream.stream.number];
+        NoteJitter(stream.statistics, gathering);
+        gathering.queued = std::max(gathering.queued, stream.queued);
+        ++gathering.looks;
+    }
 }
 
 // What rises between two looks and falls again shows where it is the highest of all.

@@ -59,6 +59,7 @@ private:
         Clock::duration longest{};
     };
 
+    void NoteStreams(const Observation &observation);
     static void NoteJitter(const StreamStatistics &statistics, Gathering &gathering);
     void Complete(const Observation &observation);
     SeriesPoint TakePoint(const StreamObservation &stream, const Observation &observation);
