@@ -78,7 +78,7 @@ STREAM ?= 1800
 soak: deps
 	cmake --preset release
 	cmake --build --preset release --target rtsptap_soak
-	build/release/tests/soak/rtsptap_soak tests/soak/answering_server.py cycles 100000 sessions 10000 kills 1000 \
+	build/release/tests/soak/rtsptap_soak tests/soak/answering_server.py cycles 100000 sessions 10000 \
 	    ports 60000 limits 1200 crowd 1 crowd 8 crowd 64 crowd 256 stream $(STREAM)
 
 install: release

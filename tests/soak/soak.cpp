@@ -5,8 +5,7 @@
 //
 //     cycles N       clients created and destroyed            stream S    four sessions of 4 Mbit/s for S seconds
 //     sessions N     over UDP, and as many over TCP           limits N    how long TEARDOWN and Destroy take
-//     kills N        N sessions cut off at each of 12 points  crowd N     clients at once, as threads
-//     ports N        SETUPs; from 29000 on the ports repeat
+//     ports N        SETUPs; from 29000 on they repeat        crowd N     clients at once, as threads
 #include "tests/soak/player.h"
 #include "tests/support/child_process.h"
 #include "tests/support/own_network.h"
@@ -66,30 +65,6 @@ void RunCycles(long count) {
 void RunSessions(long count) {
     for (const uint32_t proto : {kUdp, kTcp})
         Repeat(std::string("sessions") + NameOf(proto), count, [=](long) { PlayOnce(proto); });
-}
-
-// A session whose connection ends at some point.
-void BeCutOff(uint32_t proto, const std::string &cut) {
-    Player player(proto, cut);
-    int32_t result = player.Reach(CLIENT_PLAYING_STATE);
-    if (result == 0 && cut == "after:PLAY") player.TakeUpTo(0, 3);
-    // Over TCP a dead connection shows in the next exchange only after its 25 seconds.
-    const bool isDead = proto == kTcp && cut.ends_with(":PLAY");
-    if (result == 0 && !isDead) result = player.Pause();
-    if (result == 0 && !isDead) result = player.Teardown();
-    Expect(result < 0 || isDead, "no failure although " + cut, result);
-    const double ms = MillisecondsOf([&] { player.Destroy(); });
-    Expect(ms < 1000, "Destroy after " + cut + " takes ms", static_cast<long>(ms));
-}
-
-void RunKills(long count) {
-    for (const std::string cut :
-         {"end:OPTIONS", "half:OPTIONS", "end:DESCRIBE", "half:DESCRIBE", "after:DESCRIBE", "end:SETUP1",
-          "half:SETUP2", "end:PLAY", "half:PLAY", "after:PLAY", "end:PAUSE", "end:TEARDOWN"}) {
-        const bool slowOverTcp = cut == "end:PAUSE" || cut == "end:TEARDOWN"; // 25 seconds
-        Repeat(cut, count, [&](long at) { BeCutOff(slowOverTcp ? kUdp : ProtoOf(at), cut); });
-        if (slowOverTcp && count > kSettled) AtOnce(200, [&](long) { BeCutOff(kTcp, cut); });
-    }
 }
 
 // The client's RTP port as the reply to its SETUP tells it.
@@ -234,7 +209,7 @@ void RunCrowd(long clients) {
 const struct {
     const char *name;
     void (*run)(long number);
-} kCommands[] = {{"cycles", RunCycles}, {"sessions", RunSessions}, {"kills", RunKills}, {"ports", RunPorts},
+} kCommands[] = {{"cycles", RunCycles}, {"sessions", RunSessions}, {"ports", RunPorts},
                  {"stream", RunStream}, {"limits", RunLimits},     {"crowd", RunCrowd}};
 
 } // namespace

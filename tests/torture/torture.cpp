@@ -19,6 +19,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <iterator>
+#include <sstream>
 #include <string>
 #include <unistd.h>
 #include <utility>
@@ -29,42 +31,6 @@ namespace {
 using namespace torture;
 using namespace rtsptap::test;
 
-// The calls of the library and what may happen to each.
-const struct {
-    const char *call;
-    std::vector<int> effects;
-    bool isRepeated = false; // the session must go on as if nothing had happened
-} kFaults[] = {
-    {"memory", {ENOMEM, kStrikes}},
-    {"socket", {EMFILE}},
-    {"bind", {EADDRINUSE}},
-    {"connect", {ETIMEDOUT, EINTR}},
-    {"setsockopt", {ENOPROTOOPT}},
-    {"send", {EPIPE, EINTR, EAGAIN, kShort}},
-    {"sendto", {ENETUNREACH, EINTR, kShort, kNothing}},
-    {"recv", {ECONNRESET, kShort, kNothing}},
-    {"recv", {EINTR}, true},
-    {"recv", {ESPIPE}, true}, // Kept: repeated like an interruption
-    {"recvfrom", {ENOMEM, kShort, kNothing}},
-    {"recvfrom", {EINTR}, true},
-    {"recvfrom", {ESPIPE}, true},
-    {"poll", {ENOMEM, EINTR, kNothing}},
-    {"eventfd", {EMFILE}},
-    {"epoll", {EMFILE}},
-    {"watch", {ENOMEM}},
-    {"watchwait", {EINTR}},
-    {"read", {EINTR}},
-    {"thread", {EAGAIN, kStrikes}},
-    {"mutex", {ENOMEM}},
-    {"condition", {-1}},
-    {"gethostname", {ENAMETOOLONG}},
-    {"wait", {kNothing}},
-    {"replywait", {kNothing}},
-    {"sleep", {EINTR}},
-    {"lock", {EINVAL}},
-    {"unlock", {EPERM}},
-};
-
 // A line of sessions.txt.
 struct Scenario {
     char name[64] = {}, proto[8] = {}, path[64] = {}, acts[128] = {};
@@ -72,20 +38,41 @@ struct Scenario {
     bool isShort = false;
 };
 
-std::vector<Scenario> ReadScenarios(const char *file) {
+struct Plan {
     std::vector<Scenario> scenarios;
+    std::vector<std::pair<Fault, bool>> faults;                           // and whether it is the first of its line
+    std::vector<std::pair<std::string, std::vector<int32_t>>> documented; // acts and what they may give
+};
+
+int EffectOf(const std::string &word) {
+    for (int error = 1; error < 200; ++error)
+        if (const char *const name = strerrorname_np(error); name != nullptr && word == name) return error;
+    return word == "strikes" ? kStrikes : word == "short" ? kShort : word == "nothing" ? kNothing : std::stoi(word);
+}
+
+Plan ReadPlan(const char *file) {
+    Plan plan;
     std::ifstream lines(file);
     bool isShort = true;
     for (std::string line; std::getline(lines, line);) {
+        std::istringstream words(line);
+        std::string what, key, word;
+        bool isFirst = true;
+        words >> what >> key;
+        if (what == "code") plan.documented.push_back({key, {std::istream_iterator<int32_t>(words), {}}});
+        while ((what == "fault" || what == "again") && words >> word)
+            plan.faults.push_back({{strdup(key.c_str()), EffectOf(word), what == "again"}, isFirst}),
+                isFirst = false;
         if (line.empty()) isShort = false;
         Scenario next{.isShort = isShort};
         if (sscanf(line.c_str(), "%63[^;#]; %7[^;]; %63[^; ] ; %127[^;]; %d", next.name, next.proto, next.path,
                    next.acts, &next.firstFailure) == 5)
-            scenarios.push_back(next);
+            plan.scenarios.push_back(next);
     }
-    return scenarios;
+    return plan;
 }
 
+Plan plan;
 constexpr const char *kHost = "127.0.0.1";
 constexpr uint16_t kPort = 61000; // of standalone reception, and the two above it
 constexpr int32_t kCodecs[] = {0, RTP_CODEC_H264, RTP_CODEC_MPEG4_GENERIC, RTP_CODEC_JPEG};
@@ -107,28 +94,9 @@ struct Run {
     int32_t *Size() { return &(size = room); }
 };
 
-// What the header says that each act may answer besides 0; of an act that stands in several rows, all of them.
-const struct {
-    const char *acts;
-    std::vector<int32_t> codes;
-} kDocumented[] = {
-    {"odsput", {-99, -95, -84, -96, -94, -93, -91, -92, -90, -85, -86, -87, -89}},
-    {"od", {-88}},
-    {"d", {-73, -98}},
-    {"s", {-82, -73, -71, -98}},
-    {"put", {-83}},
-    {"c", {-99, -82, -80}},
-    {"a", {-99, -95, -93}},
-    {"ghk", {-1, -99}},
-    {"lmr", {-98, -97, -99}},
-    {"xz", {-1, -99, -78}},
-    {"ijR", {-99}},
-};
-
 bool IsDocumented(char act, int32_t result) {
-    return result >= 0 || std::any_of(std::begin(kDocumented), std::end(kDocumented), [=](const auto &row) {
-               return strchr(row.acts, act) != nullptr &&
-                      std::count(row.codes.begin(), row.codes.end(), result) > 0;
+    return result >= 0 || std::ranges::any_of(plan.documented, [=](const auto &row) {
+               return row.first.find(act) != row.first.npos && std::ranges::count(row.second, result) > 0;
            });
 }
 
@@ -277,12 +245,11 @@ void RunUnharmed(const Scenario &scenario) {
 long Torment(const Scenario &scenario, bool onlyFirst) {
     long runs = 2;
     RunUnharmed(scenario);
-    for (const auto &[call, effects, isRepeated] : kFaults)
-        for (const int effect : onlyFirst ? std::vector<int>{effects[0]} : effects)
-            for (long nth = 0; nth == 0 || torture::HasStruck(); ++nth, ++runs) {
-                const int32_t code = RunOnce(scenario, {call, effect, isRepeated}, nth);
-                if (isRepeated && code != scenario.firstFailure) Tell("an interrupted receive gives", code);
-            }
+    for (const auto &[fault, isFirst] : plan.faults)
+        for (long nth = 0; (isFirst || !onlyFirst) && (nth == 0 || torture::HasStruck()); ++nth, ++runs) {
+            const int32_t code = RunOnce(scenario, fault, nth);
+            if (fault.isRepeated && code != scenario.firstFailure) Tell("an interrupted receive gives", code);
+        }
     RunUnharmed(scenario); // nothing stays behind in the process either
     fprintf(stderr, "%s %ld runs\n", scenario.name, runs);
     return runs;
@@ -304,9 +271,9 @@ int main(int argc, char **argv) {
     if (freopen("/dev/null", "w", stdout) == nullptr) return 2;
 
     long runs = 0;
-    const std::vector<Scenario> scenarios = ReadScenarios(argv[2]);
-    for (std::size_t at = 0; at < scenarios.size(); ++at) {
-        const Scenario &scenario = scenarios[at];
+    plan = ReadPlan(argv[2]);
+    for (std::size_t at = 0; at < plan.scenarios.size(); ++at) {
+        const Scenario &scenario = plan.scenarios[at];
         const bool isWanted = wanted == "short" ? scenario.isShort : std::string(scenario.name).starts_with(wanted);
         if (!isWanted && (step == 0 || at % step != first)) continue;
         if (!ownNetwork && strcmp(scenario.path, "group") == 0) continue;

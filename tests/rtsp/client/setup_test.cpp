@@ -119,7 +119,7 @@ TEST(Setup, RunningOutOfDescriptorsIsReported) {
 }
 
 // Other replies: tests/hostile.
-TEST(Setup, FailureBehindTheReplyClosesTheSocketButLeavesTheStateReady) {
+TEST(Setup, FailureBehindTheReplyClosesWhatItsStepNames) {
     const std::string group = "Transport: RTP/AVP;multicast;destination";
     const std::string noPort = " : Multicast port is invalid in response\n";
     const UdpPeer taken;
@@ -127,8 +127,10 @@ TEST(Setup, FailureBehindTheReplyClosesTheSocketButLeavesTheStateReady) {
         std::string header;
         int32_t code;
         std::string text;
+        bool closesBoth = false; // the RTCP socket, too
     } kCases[] = {
-        {"Session: ;" + std::string(33, 'i'), -90, " : Too long SessionID received \n"},
+        {"CSeq: 0", -90, " :Problem in parsing Response Message received from server \n", true},
+        {"Session: ;" + std::string(33, 'i'), -90, " : Too long SessionID received \n", true},
         {"Transport: RTP/AVP;multicast;port=5000", 0, ""}, // without a destination it is unicast
         {group, -71, " : Destination address is null in response\n"},
         {group + "=232.1.1.1", -71, noPort},
@@ -140,8 +142,9 @@ TEST(Setup, FailureBehindTheReplyClosesTheSocketButLeavesTheStateReady) {
     for (const auto &row : kCases) {
         Session session(kUdp, CLIENT_DESCRIBE_SENT_STATE, {{"SETUP ", Ok(row.header)}});
         Refusals{kName}(session.Setup(1), row.code, row.text);
-        EXPECT_EQ(ObservedState(session.client), CLIENT_READY_STATE) << row.header;
+        EXPECT_EQ(ObservedState(session.client), &row == kCases ? CLIENT_DESCRIBE_SENT_STATE : CLIENT_READY_STATE);
         EXPECT_EQ(IsFree(session.ClientPort(1)), row.code != 0) << row.header;
+        EXPECT_EQ(IsFree(Plus(session.ClientPort(1), 1)), row.closesBoth) << row.header;
     }
 }
 

@@ -68,6 +68,7 @@ TEST(UdpSession, EmptyDatagramEndsTheThreadAndPlayStartsItAgain) {
     EXPECT_EQ(session.Video(4), Numbers(1, 4));
     session.SendRtp(1, "");
     EXPECT_EQ(session.Teardown(), 0);
+    EXPECT_EQ(session.rtcp[0].Receive(0), ""); // an RTCP thread that is told to stop sends nothing more
 }
 
 TEST(UdpSession, FullBufferHoldsPacketsBackAndLosesNone) {
