@@ -38,6 +38,9 @@ int OpenBound(int type, uint16_t &port) {
     address.sin_port = htons(port);
     socklen_t length = sizeof address;
     const int fd = socket(AF_INET, type | SOCK_CLOEXEC, 0);
+    // Bursts are lost by whom they are meant for, or by what was asked for, but not here.
+    constexpr int kReceiveBufferBytes = 4 << 20;
+    setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &kReceiveBufferBytes, sizeof kReceiveBufferBytes);
     const bool bound = bind(fd, reinterpret_cast<sockaddr *>(&address), length) == 0 &&
                        getsockname(fd, reinterpret_cast<sockaddr *>(&address), &length) == 0;
     port = ntohs(address.sin_port);
