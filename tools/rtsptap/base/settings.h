@@ -16,12 +16,12 @@ struct ServerSettings {
     std::string user;         // replaces the one of the URL
     std::string passwordFile; // its first line; "-" is standard input
     Transport transport = Transport::kAuto;
-    std::vector<std::string> headers;                // "METHOD: Name: value"
-    std::chrono::milliseconds connectTimeout{10000}; // for each step until media is due
-    std::chrono::milliseconds idleTimeout{10000};    // without a packet on any stream
-    std::chrono::milliseconds latency{0};            // 0: packets are not held back
-    bool keepalive = false;                          // repeat PLAY at half the server's session time-out
-    std::optional<int> reconnect;                    // how often in a row; 0: without end; none: not at all
+    std::vector<std::string> headers;                 // "METHOD: Name: value"
+    std::chrono::milliseconds connectTimeout{10000};  // for each step until media is due
+    std::chrono::milliseconds idleTimeout{10000};     // without a packet on any stream
+    std::optional<std::chrono::milliseconds> latency; // how long packets are held back; none: as usual
+    bool keepalive = false;                           // repeat PLAY at half the server's session time-out
+    std::optional<int> reconnect;                     // how often in a row; 0: without end; none: not at all
 };
 
 // What a stream of packets must keep to; exit status 14 when it does not.

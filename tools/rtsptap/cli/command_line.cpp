@@ -18,8 +18,10 @@ const CommandText &TextOf(const std::string &command) {
 }
 
 // What every command takes that receives from a server for long.
-std::vector<OptionGroup> ReceptionGroups(ServerSettings &server, std::initializer_list<OptionGroup> more) {
-    std::vector<OptionGroup> groups = {ServerOptions(server), WaitingOptions(server), StayingOptions(server)};
+std::vector<OptionGroup> ReceptionGroups(ServerSettings &server, std::initializer_list<OptionGroup> more,
+                                         bool records = false) {
+    std::vector<OptionGroup> groups = {ServerOptions(server), WaitingOptions(server),
+                                       StayingOptions(server, records)};
     groups.insert(groups.begin(), more.begin(), more.end());
     return groups;
 }
@@ -131,10 +133,12 @@ Manual MakeManual(CommandLine &line) {
     manual.commands = {
         {TextOf("probe"), url, {json, ServerOptions(server), WaitingOptions(server)}},
         {TextOf("play"), url, ReceptionGroups(server, {duration, figures})},
-        {TextOf("record"), url, ReceptionGroups(server, {RecordingOptions(line.output, true), duration, figures})},
+        {TextOf("record"), url,
+         ReceptionGroups(server, {RecordingOptions(line.output, true), duration, figures}, true)},
         {TextOf("snapshot"),
          url,
-         {PictureOptions(line.output, line.pictureLimit), ServerOptions(server), ConnectingOptions(server)}},
+         {PictureOptions(line.output, line.pictureLimit, server), ServerOptions(server),
+          ConnectingOptions(server)}},
         {TextOf("listen"), {}, {PortOptions(line.listen), RecordingOptions(line.output, false), duration, figures}},
         {TextOf("report"), url,
          ReceptionGroups(server, {PageOptions(line.output), DurationOptions(line.reportDuration, "60s")})},

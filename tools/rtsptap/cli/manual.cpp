@@ -72,7 +72,10 @@ const std::vector<CommandText> &CommandTexts() {
          {"Containers (mp4, mkv, ts) hold all streams; h264, aac, wav and mjpeg the first that fits; pcap and "
           "rtpdump the packets as they came. Pictures are never encoded anew; sound is, where the container does "
           "not hold its codec. A file begins with a key frame and plays after Ctrl-C; a transport stream (mp2t) is "
-          "written as it comes."}},
+          "written as it comes.",
+          "Over UDP packets are put in order: a late one is waited for as long as --latency says, and later ones "
+          "are counted. Captures have packets as they come. Picture and sound are aligned as the server says "
+          "(RTP-Info), by arrival where it says nothing."}},
         {"snapshot",
          "write the first picture of a server to a file",
          {{"rtsptap snapshot rtsp://camera.local/live -o now.jpg", ""},

@@ -17,9 +17,12 @@ Option Format(OutputSettings &output, unsigned formats) {
     return {"--format", names, "the format, whatever the extension says", Into(output.format)};
 }
 
-Option Latency(std::chrono::milliseconds &latency) {
-    return {"--latency", "TIME", "hold packets back so long, to put late ones in order", IntoLatency(latency)};
+Option Latency(std::optional<std::chrono::milliseconds> &latency, const std::string &otherwise) {
+    return {"--latency", "TIME", "wait so long for late packets, to put them in order (default: " + otherwise + ")",
+            IntoLatency(latency)};
 }
+
+const std::string kRecordedLatency = TimeText(kUsualLatency) + " over UDP, 0 over TCP";
 
 Reader IntoPort(ListenPort &port, bool video) {
     return [&port, video](const std::string &text) -> std::string {
@@ -74,14 +77,14 @@ OptionGroup WaitingOptions(ServerSettings &server) {
     return group;
 }
 
-OptionGroup StayingOptions(ServerSettings &server) {
+OptionGroup StayingOptions(ServerSettings &server, bool records) {
     return {
         "Staying",
         {{"--reconnect", "[=N]", "connect again when the session breaks; give up after N failures in a row",
           IntoCount(server.reconnect)},
          {"--keepalive", "", "repeat PLAY at half the session time-out, for servers that ignore receiver reports",
           Into(server.keepalive)},
-         Latency(server.latency)}};
+         Latency(server.latency, records ? kRecordedLatency : "0")}};
 }
 
 OptionGroup DurationOptions(std::chrono::milliseconds &duration, const std::string &otherwise) {
@@ -113,10 +116,11 @@ OptionGroup RecordingOptions(OutputSettings &output, bool isRequired) {
               IntoTime(output.split)}}};
 }
 
-OptionGroup PictureOptions(OutputSettings &output, std::chrono::milliseconds &limit) {
+OptionGroup PictureOptions(OutputSettings &output, std::chrono::milliseconds &limit, ServerSettings &server) {
     return {"Picture",
             {Output(output, true),
              Format(output, kPictures),
+             Latency(server.latency, kRecordedLatency),
              {"--limit", "TIME", "give up after so long without a picture (default: 10s)", IntoTime(limit)}}};
 }
 
@@ -126,7 +130,7 @@ OptionGroup PortOptions(ListenSettings &listen) {
              Port("audio", listen.audio, false),
              {"--sdp", "FILE", "take codecs, ports and parameters from a session description; - is standard input",
               Into(listen.sdpFile)},
-             Latency(listen.latency)}};
+             Latency(listen.latency, TimeText(kUsualLatency) + " for a recording, else 0")}};
 }
 
 OptionGroup PageOptions(OutputSettings &output) {

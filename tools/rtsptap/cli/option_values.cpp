@@ -80,7 +80,14 @@ Reader Into(std::vector<std::string> &field) {
 
 Reader IntoTime(milliseconds &field) { return IntoTimeOf(field, milliseconds(1), kLongest); }
 
-Reader IntoLatency(milliseconds &field) { return IntoTimeOf(field, milliseconds(0), kLongestLatency); }
+Reader IntoLatency(std::optional<milliseconds> &field) {
+    return [&field](const std::string &text) {
+        milliseconds latency{0};
+        const std::string wrong = IntoTimeOf(latency, milliseconds(0), kLongestLatency)(text);
+        if (wrong.empty()) field = latency;
+        return wrong;
+    };
+}
 
 Reader IntoGap(std::optional<milliseconds> &field) {
     return [&field](const std::string &text) { return IntoTime(field.emplace())(text); };

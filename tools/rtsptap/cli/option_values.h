@@ -20,11 +20,11 @@ bool ParseTime(const std::string &text, std::chrono::milliseconds &time);
 bool ParseBitRate(const std::string &text, double &bitsPerSecond);
 
 // Each sets the field it is given, which must outlive the reader.
-Reader Into(bool &field);                             // a switch: becomes true
-Reader Into(std::string &field);                      // not empty
-Reader Into(std::vector<std::string> &field);         // one more
-Reader IntoTime(std::chrono::milliseconds &field);    // above 0
-Reader IntoLatency(std::chrono::milliseconds &field); // 0 to a minute
+Reader Into(bool &field);                                            // a switch: becomes true
+Reader Into(std::string &field);                                     // not empty
+Reader Into(std::vector<std::string> &field);                        // one more
+Reader IntoTime(std::chrono::milliseconds &field);                   // above 0
+Reader IntoLatency(std::optional<std::chrono::milliseconds> &field); // 0 to a minute
 Reader IntoGap(std::optional<std::chrono::milliseconds> &field);
 Reader IntoPercent(std::optional<double> &field); // 0 to 100, with or without "%"
 Reader IntoRate(std::optional<double> &field);    // bits per second

@@ -69,6 +69,12 @@ Outcome MakeRecordingWatchers(const ReceptionSettings &settings, const OutputSet
                            watchers);
 }
 
+std::chrono::milliseconds WaitingInOrder(ServerSettings &server) {
+    const std::chrono::milliseconds latency = server.latency.value_or(kUsualLatency);
+    server.latency.reset();
+    return latency;
+}
+
 Audience AudienceOf(const Watchers &watchers) {
     Audience audience;
     for (const std::unique_ptr<Watcher> &watcher : watchers) audience.watchers.push_back(watcher.get());

@@ -22,6 +22,10 @@ Outcome MakePlayingWatchers(const ReceptionSettings &settings, FILE *standardOut
 Outcome MakeRecordingWatchers(const ReceptionSettings &settings, const OutputSettings &output, FILE *standardOutput,
                               Watchers &watchers);
 
+// How long the file's sink waits for late packets. The session then holds none back: a capture has them as they
+// come.
+std::chrono::milliseconds WaitingInOrder(ServerSettings &server);
+
 // Who watches; with a file, packets go there. Both outlive the audience.
 Audience AudienceOf(const Watchers &watchers);
 Audience AudienceOf(const Watchers &watchers, const OutputFile &file);

@@ -91,7 +91,10 @@ Outcome Listen(const ListenSettings &settings, const LibraryOutput &output, Inte
     OpenedSession opened;
     if (failed.IsOk()) failed = OpenPorts(sdp, memberships, opened);
     if (!failed.IsOk()) return failed;
-    opened.session->SetLatency(static_cast<int32_t>(settings.latency.count()));
+    if (records)
+        file.latency = settings.latency.value_or(kUsualLatency);
+    else if (settings.latency)
+        opened.session->SetLatency(static_cast<int32_t>(settings.latency->count()));
     const Audience audience = records ? AudienceOf(watchers, file) : AudienceOf(watchers);
     return ReceiveOpened(opened, settings.reception.duration, audience, interruption);
 }

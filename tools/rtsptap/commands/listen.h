@@ -7,13 +7,15 @@
 #include "session/library_output.h"
 #include "session/session.h"
 
+#include <optional>
+
 namespace tool {
 
 struct ListenSettings {
     ListenPort video;
     ListenPort audio;
-    std::string sdpFile;                  // a description instead; "-": standard input
-    std::chrono::milliseconds latency{0}; // 0: packets are not held back
+    std::string sdpFile;                              // a description instead; "-": standard input
+    std::optional<std::chrono::milliseconds> latency; // how long packets are held back; none: as usual
     ReceptionSettings reception;
     OutputSettings output; // no file: nothing is recorded
 };

@@ -11,8 +11,9 @@ Outcome Record(const RecordSettings &settings, const LibraryOutput &output, Inte
     Watchers watchers;
     failed = MakeRecordingWatchers(settings.reception, settings.output, output.Data(), watchers);
     if (!failed.IsOk()) return failed;
-    return ReceiveFromServer(settings.server, settings.reception.duration, AudienceOf(watchers, file),
-                             interruption);
+    ServerSettings server = settings.server;
+    file.latency = WaitingInOrder(server);
+    return ReceiveFromServer(server, settings.reception.duration, AudienceOf(watchers, file), interruption);
 }
 
 } // namespace tool

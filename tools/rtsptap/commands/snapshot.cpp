@@ -10,6 +10,7 @@ Outcome Snapshot(const SnapshotSettings &settings, const LibraryOutput &output, 
     if (!failed.IsOk()) return failed;
     ServerSettings server = settings.server;
     server.idleTimeout = {}; // the limit is one for everything
+    file.latency = WaitingInOrder(server);
     return ReceiveFromServer(server, settings.limit, AudienceOf({}, file), interruption);
 }
 

@@ -16,6 +16,28 @@ GstPadProbeReturn PassKeyFrame(GstPad *, GstPadProbeInfo *info, gpointer seen) {
     return GST_PAD_PROBE_REMOVE;
 }
 
+struct EncoderDelay {
+    const uint32_t samples;
+    GstClockTime first = GST_CLOCK_TIME_NONE; // of the sound
+};
+
+GstPadProbeReturn TakeDelayOut(GstPad *pad, GstPadProbeInfo *info, gpointer data) {
+    auto &delay = *static_cast<EncoderDelay *>(data);
+    const GstMini<GstCaps> caps(gst_pad_get_current_caps(pad));
+    int rate = 0;
+    if (caps == nullptr || gst_structure_get_int(gst_caps_get_structure(caps.get(), 0), "rate", &rate) == FALSE)
+        return GST_PAD_PROBE_OK;
+    GstBuffer *buffer = gst_buffer_make_writable(GST_PAD_PROBE_INFO_BUFFER(info));
+    GST_PAD_PROBE_INFO_DATA(info) = buffer;
+    const GstClockTime time = GST_BUFFER_PTS(buffer);
+    const GstClockTime late = gst_util_uint64_scale_int(delay.samples, GST_SECOND, rate);
+    if (!GST_CLOCK_TIME_IS_VALID(time) || time < late) return GST_PAD_PROBE_OK;
+    if (delay.first == GST_CLOCK_TIME_NONE) delay.first = time;
+    GST_BUFFER_PTS(buffer) = time - late;
+    GST_BUFFER_DTS(buffer) = GST_CLOCK_TIME_NONE;
+    return time - late < delay.first ? GST_PAD_PROBE_DROP : GST_PAD_PROBE_OK;
+}
+
 } // namespace
 
 MediaPipeline::~MediaPipeline() { Stop(); }
@@ -49,6 +71,14 @@ void MediaPipeline::HoldUntilKeyFrame() {
     if (gate == nullptr) return;
     const GstOwned<GstPad> pad(gst_element_get_static_pad(gate.get(), "src"));
     gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, PassKeyFrame, &keyFrame_, nullptr);
+}
+
+void MediaPipeline::TakeOutDelay(const std::string &encoder, uint32_t samples) {
+    const GstOwned<GstElement> element = Element(encoder.c_str());
+    if (element == nullptr) return;
+    const GstOwned<GstPad> pad(gst_element_get_static_pad(element.get(), "src"));
+    gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, TakeDelayOut, new EncoderDelay{samples},
+                      [](gpointer delay) { delete static_cast<EncoderDelay *>(delay); });
 }
 
 Outcome MediaPipeline::Trouble() {

@@ -29,6 +29,10 @@ public:
     void HoldUntilKeyFrame();
     GstClockTime KeyFrameTime() const { return keyFrame_; } // of that picture; GST_CLOCK_TIME_NONE before
 
+    // Times what the element, an encoder of sound, puts out by so many samples earlier, and drops what then lies
+    // before the first of them: what it puts there is silence. Nothing when there is no such element.
+    void TakeOutDelay(const std::string &encoder, uint32_t samples);
+
     Outcome Trouble();                                   // Ok while all is well
     Outcome WaitForEnd(std::chrono::milliseconds limit); // after the sources have ended
     void Stop();                                         // releases everything

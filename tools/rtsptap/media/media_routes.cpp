@@ -8,7 +8,8 @@
 namespace tool {
 namespace {
 
-constexpr std::string_view kGate = "name=gate"; // where pictures wait for the first key frame
+constexpr std::string_view kGate = "name=gate";       // where pictures wait for the first key frame
+constexpr std::string_view kEncoder = "name=encoder"; // its delay is taken out again; the stream's number follows
 
 struct Route {
     int32_t codecType;
@@ -62,6 +63,20 @@ constexpr Muxer kMuxers[] = {
     {kTs, "mpegtsmux", "", ""},
 };
 
+// By how much the sound is late that decoders give out, for what encoders put before it; in samples.
+struct Encoder {
+    const char *factory;
+    uint32_t delay;
+};
+
+constexpr Encoder kEncoders[] = {{"avenc_aac", 1024}, {"voaacenc", 1600}, {"fdkaacenc", 2048}, {"faac", 1024}};
+
+const Encoder &PresentEncoder() {
+    for (const Encoder &encoder : kEncoders)
+        if (MediaPipeline::HasElement(encoder.factory)) return encoder;
+    return kEncoders[0];
+}
+
 // What stands before the file of a format that is no container.
 const char *BareFile(FileFormat format) {
     if (format == kWav) return " ! wavenc ! ";
@@ -81,8 +96,8 @@ std::string Expanded(std::string chain) {
         {"TIMESTAMPS", MediaPipeline::HasElement("h264timestamper") ? "! h264timestamper" : ""},
         {"MPEGAUDIO", FirstPresent({"mpg123audiodec", "avdec_mp3"})},
         {"SAMPLES", "! audioconvert ! audio/x-raw,format=S16LE"},
-        {"ENCODE", std::string("! audioconvert ! audioresample ! ") +
-                       FirstPresent({"avenc_aac", "voaacenc", "fdkaacenc", "faac"}) + " ! aacparse"},
+        {"ENCODE", std::string("! audioconvert ! audioresample ! ") + PresentEncoder().factory + " " +
+                       std::string(kEncoder) + " ! aacparse"},
     };
     for (const auto &[word, elements] : words)
         if (const std::size_t at = chain.find(word); at != std::string::npos)
@@ -121,6 +136,8 @@ std::optional<std::string> PictureChainFor(int32_t codecType) {
     return std::nullopt;
 }
 
+uint32_t EncoderDelay() { return PresentEncoder().delay; }
+
 std::string DescribeRecording(const OutputFile &file, const std::vector<StreamFormat> &streams) {
     const bool isTransportStream = streams.front().stream.codecType == RTP_CODEC_MP2T;
     const bool muxes = (file.format & kContainers) != 0 && !isTransportStream;
@@ -131,7 +148,10 @@ std::string DescribeRecording(const OutputFile &file, const std::vector<StreamFo
         const std::size_t gate = chain.find(kGate);
         if (hasVideo && gate != std::string::npos)
             chain.erase(gate, kGate.size()); // only the first one is waited for
-        description += " appsrc name=feed" + std::to_string(format.stream.number) + " ! " + chain;
+        const std::string number = std::to_string(format.stream.number);
+        if (const std::size_t encoder = chain.find(kEncoder); encoder != std::string::npos)
+            chain.insert(encoder + kEncoder.size(), number);
+        description += " appsrc name=feed" + number + " ! " + chain;
         if (!muxes)
             description += BareFile(file.format) + Destination(file);
         else if (file.split.count() == 0)

@@ -16,8 +16,11 @@ std::optional<std::string> ChainFor(int32_t codecType, FileFormat format);
 // The chain from RTP packets to raw pictures; none for audio.
 std::optional<std::string> PictureChainFor(int32_t codecType);
 
-// The whole pipeline: a source "feedN" for each of the streams, N being its number, and, unless it is standard
-// output, an element "out" that wants the file's location.
+// Samples by which sound that is encoded anew comes out late.
+uint32_t EncoderDelay();
+
+// The whole pipeline: a source "feedN" for each of the streams, N being its number, an element "encoderN" for those
+// that are encoded anew, and, unless it is standard output, an element "out" that wants the file's location.
 std::string DescribeRecording(const OutputFile &file, const std::vector<StreamFormat> &streams);
 
 } // namespace tool

@@ -17,6 +17,7 @@ constexpr auto kPatience = std::chrono::seconds(3); // with streams that have no
 constexpr auto kFinish = std::chrono::seconds(5);   // to complete a file
 constexpr GstClockTime kStalled = 3 * GST_SECOND;   // a stream so far behind holds up the others
 constexpr GstClockTime kBehind = GST_SECOND;        // how far behind it is then taken to be
+constexpr GstClockTime kRounding = GST_MSECOND;     // of times, between streams whose clocks differ in their units
 
 class MediaSink : public PacketSink {
 public:
@@ -24,11 +25,13 @@ public:
         for (const StreamFormat &format : streams) feeds_.emplace_back(format, begin_);
     }
 
+    void BeginSession(const OpenedSession &opened) override;
     void Take(const Stream &stream, const RTPStreamData &packet, Clock::time_point arrival) override;
     bool IsDone() override;
     Outcome Finish() override;
 
 private:
+    void GoOn(const RtpFeed &feed, Clock::time_point now);
     bool CanStart(Clock::time_point now) const;
     void Start();
     Outcome BuildPipeline(const std::vector<StreamFormat> &streams);
@@ -56,18 +59,38 @@ void MediaSink::Take(const Stream &stream, const RTPStreamData &packet, Clock::t
     if (closed_ || !failure_.IsOk() || feed == feeds_.end()) return;
     if (firstArrival_ == Clock::time_point{}) firstArrival_ = arrival;
     feed->Take(packet, arrival);
-    if (!pipeline_.IsBuilt() && CanStart(arrival)) Start();
+    GoOn(*feed, arrival);
+}
+
+// The streams of a session begin together, and not before the end of what has been recorded.
+void MediaSink::BeginSession(const OpenedSession &opened) {
+    constexpr GstClockTime kPicture = 40 * GST_MSECOND;
+    const std::lock_guard guard(lock_);
+    const auto start = std::make_shared<SessionStart>();
+    GstClockTime end = 0;
+    for (RtpFeed &feed : feeds_) {
+        feed.BeginSession(opened, file_.latency, start);
+        if (feed.HasPackets()) end = std::max(end, feed.Reached() + kPicture);
+    }
+    start->earliest = std::chrono::nanoseconds(end);
+}
+
+// With what a feed has delivered.
+void MediaSink::GoOn(const RtpFeed &feed, Clock::time_point now) {
+    if (!pipeline_.IsBuilt() && CanStart(now)) Start();
     if (pipeline_.IsBuilt() && (!hasVideo_ || pipeline_.KeyFrameTime() != GST_CLOCK_TIME_NONE)) {
         OpenAll();
-        CatchUp(feed->Reached());
+        CatchUp(feed.Reached());
     }
-    if (feed->IsChoked()) Fail({ExitCode::kOutputFailed, "it takes less than the streams deliver"});
+    if (feed.IsChoked()) Fail({ExitCode::kOutputFailed, "it takes less than the streams deliver"});
 }
 
 bool MediaSink::CanStart(Clock::time_point now) const {
     const bool complete =
         std::all_of(feeds_.begin(), feeds_.end(), [](const RtpFeed &feed) { return feed.HasPackets(); });
-    return complete || now - firstArrival_ > kPatience;
+    const bool any =
+        std::any_of(feeds_.begin(), feeds_.end(), [](const RtpFeed &feed) { return feed.HasPackets(); });
+    return complete || (any && now - firstArrival_ > kPatience);
 }
 
 void MediaSink::Start() {
@@ -84,7 +107,9 @@ void MediaSink::Start() {
     for (const StreamFormat &format : streams) hasVideo_ |= format.isVideo && pipeline_.Element("gate") != nullptr;
     pipeline_.HoldUntilKeyFrame();
     for (RtpFeed &feed : feeds_) {
-        feed.Attach(pipeline_.Element(("feed" + std::to_string(feed.Format().stream.number)).c_str()));
+        const std::string number = std::to_string(feed.Format().stream.number);
+        pipeline_.TakeOutDelay("encoder" + number, EncoderDelay());
+        feed.Attach(pipeline_.Element(("feed" + number).c_str()));
         if (feed.Format().isVideo) feed.Open();
     }
     if (Outcome failed = pipeline_.Start(); !failed.IsOk()) Fail(failed);
@@ -95,7 +120,7 @@ void MediaSink::OpenAll() {
     const GstClockTime picture = pipeline_.KeyFrameTime();
     for (RtpFeed &feed : feeds_) {
         if (feed.IsOpen()) continue;
-        if (picture != GST_CLOCK_TIME_NONE) feed.ForgetBefore(picture);
+        if (picture != GST_CLOCK_TIME_NONE) feed.ForgetBefore(picture - std::min(picture, kRounding));
         feed.Open();
     }
 }
@@ -119,6 +144,12 @@ void MediaSink::Fail(const Outcome &outcome) {
 
 bool MediaSink::IsDone() {
     const std::lock_guard guard(lock_);
+    const Clock::time_point now = Clock::now();
+    for (RtpFeed &feed : feeds_) {
+        if (closed_ || !failure_.IsOk()) break;
+        feed.Release(now);
+        GoOn(feed, now);
+    }
     if (pipeline_.IsBuilt() && failure_.IsOk())
         if (Outcome trouble = pipeline_.Trouble(); !trouble.IsOk()) Fail(trouble);
     return !failure_.IsOk();
@@ -128,12 +159,15 @@ Outcome MediaSink::Finish() {
     const std::lock_guard guard(lock_);
     if (!closed_ && failure_.IsOk())
         if (Outcome failed = Complete(); !failed.IsOk()) Fail(failed);
+    for (const RtpFeed &feed : feeds_)
+        if (const std::string lateness = feed.Lateness(); !closed_ && !lateness.empty()) PrintNotice(lateness);
     closed_ = true;
     pipeline_.Stop();
     return failure_;
 }
 
 Outcome MediaSink::Complete() {
+    for (RtpFeed &feed : feeds_) feed.Flush();
     const bool any =
         std::any_of(feeds_.begin(), feeds_.end(), [](const RtpFeed &feed) { return feed.HasPackets(); });
     if (!any) return {};

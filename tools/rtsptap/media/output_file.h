@@ -27,6 +27,8 @@ constexpr unsigned kContainers = kMp4 | kMkv | kTs; // hold several streams, and
 constexpr unsigned kRecordings = kContainers | kH264 | kAac | kWav | kMjpeg | kPcap | kRtpdump;
 constexpr unsigned kPictures = kPng | kJpg;
 
+constexpr auto kUsualLatency = std::chrono::milliseconds(200);
+
 struct OutputSettings {
     std::string file;                   // "-": standard output; empty: none
     std::string format;                 // empty: by the file's extension
@@ -39,6 +41,7 @@ struct OutputFile {
     std::string path;                   // empty: standard output; of split files a pattern with "%03d"
     FILE *standardOutput = nullptr;     // the real one
     std::chrono::milliseconds split{0}; // 0: one file
+    std::chrono::milliseconds latency = kUsualLatency; // what packets over UDP are waited for to be put in order
 };
 
 // Reads the settings and makes sure that the file can be written; the tools that the format needs must be built in.

@@ -18,17 +18,23 @@ public:
     PictureSink(OutputFile file, const StreamFormat &format)
         : file_(std::move(file)), feed_(format, Clock::now()) {}
 
+    void BeginSession(const OpenedSession &opened) override {
+        const std::lock_guard guard(lock_);
+        feed_.BeginSession(opened, file_.latency, std::make_shared<SessionStart>());
+    }
+
     void Take(const Stream &stream, const RTPStreamData &packet, Clock::time_point arrival) override {
         const std::lock_guard guard(lock_);
         if (closed_ || stream.number != feed_.Format().stream.number) return;
         feed_.Take(packet, arrival);
-        if (pipeline_.IsBuilt() || !failure_.IsOk()) return;
-        failure_ = Start();
+        StartWhenKnown();
     }
 
     bool IsDone() override {
         const std::lock_guard guard(lock_);
         if (!failure_.IsOk() || picture_ != nullptr) return true;
+        feed_.Release(Clock::now());
+        StartWhenKnown();
         if (out_ == nullptr) return false;
         picture_.reset(gst_app_sink_try_pull_sample(GST_APP_SINK(out_.get()), 0));
         failure_ = picture_ != nullptr ? Outcome{} : pipeline_.Trouble();
@@ -47,7 +53,11 @@ public:
     }
 
 private:
-    // Called with the first packet, which tells the payload type.
+    // The first packet tells the payload type.
+    void StartWhenKnown() {
+        if (feed_.HasPackets() && !pipeline_.IsBuilt() && failure_.IsOk()) failure_ = Start();
+    }
+
     Outcome Start() {
         const char *encoder = file_.format == kPng ? "pngenc snapshot=true" : "jpegenc quality=92 snapshot=true";
         const std::string chain = PictureChainFor(feed_.Format().stream.codecType).value_or("");

@@ -1,5 +1,9 @@
 #include "media/rtp_feed.h"
 
+#include "base/text.h"
+
+#include <algorithm>
+
 namespace tool {
 namespace {
 
@@ -34,19 +38,37 @@ RtpFeed::RtpFeed(StreamFormat format, Clock::time_point begin)
     : format_(std::move(format)), endsFrames_(MarksFrameEnds(format_.stream.codecType)),
       time_(format_.clockRate, begin) {}
 
+void RtpFeed::BeginSession(const OpenedSession &opened, std::chrono::milliseconds window,
+                           const std::shared_ptr<SessionStart> &start) {
+    const bool isOrdered = opened.transport == Transport::kTcp;
+    order_.Begin(isOrdered ? std::chrono::milliseconds(0) : window);
+    Release({});
+    window_ = std::max(window_, window);
+    const auto found = opened.firstTimestamps.find(format_.stream.number);
+    time_.BeginSession(start, found != opened.firstTimestamps.end() ? std::optional(found->second) : std::nullopt);
+}
+
 void RtpFeed::Take(const RTPStreamData &packet, Clock::time_point arrival) {
     if (packet.payloadLength > packet.packetLength) return; // its headers claim more than arrived
-    const RTPHeader &header = *packet.rtpHeader;
-    const auto time = static_cast<GstClockTime>(time_.Of(header, arrival).count());
-    if (!frame_.empty() && (header.timestamp != timestamp_ || frame_.size() >= kMostPerFrame)) Deliver();
-    GstMini<GstBuffer> buffer(gst_buffer_new_memdup(packet.packetData, packet.packetLength));
+    order_.Put(CopyOf(packet, arrival));
+    Release(arrival);
+}
+
+void RtpFeed::Release(Clock::time_point now) {
+    while (const std::optional<HeldPacket> packet = order_.Next(now)) TakeNext(*packet);
+}
+
+void RtpFeed::TakeNext(const HeldPacket &packet) {
+    const auto time = static_cast<GstClockTime>(time_.Of(packet.ssrc, packet.timestamp, packet.arrival).count());
+    if (!frame_.empty() && (packet.timestamp != timestamp_ || frame_.size() >= kMostPerFrame)) Deliver();
+    GstMini<GstBuffer> buffer(gst_buffer_new_memdup(packet.bytes.data(), packet.bytes.size()));
     GST_BUFFER_PTS(buffer.get()) = time;
     frame_.push_back(std::move(buffer));
     taken_ = true;
-    payloadType_ = header.payloadType;
-    timestamp_ = header.timestamp;
+    payloadType_ = packet.payloadType;
+    timestamp_ = packet.timestamp;
     reached_ = time;
-    if (!endsFrames_ || header.marker != 0) Deliver();
+    if (!endsFrames_ || packet.marker) Deliver();
 }
 
 void RtpFeed::Deliver() {
@@ -84,6 +106,17 @@ void RtpFeed::SkipTo(GstClockTime time) {
 
 bool RtpFeed::IsChoked() const {
     return open_ && gst_app_src_get_current_level_bytes(GST_APP_SRC(appsrc_.get())) > kChokedBytes;
+}
+
+void RtpFeed::Flush() {
+    order_.Flush();
+    Release({});
+}
+
+std::string RtpFeed::Lateness() const {
+    if (order_.Late() == 0) return "";
+    return NameOf(format_.stream) + ": " + std::to_string(order_.Late()) + " packets came more than " +
+           TimeText(window_) + " behind their turn and are left out; --latency has more patience";
 }
 
 void RtpFeed::End() {

@@ -1,10 +1,11 @@
-// One stream's packets on their way into a pipeline: with their times, whole frames only, and kept until there is a
-// pipeline. One thread at a time.
+// One stream's packets on their way into a pipeline: in order, with their times, whole frames only, and kept until
+// there is a pipeline. One thread at a time.
 #pragma once
 
 #include "media/gst_owned.h"
 #include "media/media_time.h"
-#include "session/stream_format.h"
+#include "media/reorder_buffer.h"
+#include "session/opening.h"
 
 #include <gst/app/gstappsrc.h>
 
@@ -22,19 +23,28 @@ public:
     bool IsOpen() const { return open_; }
     GstClockTime Reached() const { return reached_; } // time of the latest packet
 
+    // What comes next is of a new session: over TCP nothing has to be put in order.
+    void BeginSession(const OpenedSession &opened, std::chrono::milliseconds window,
+                      const std::shared_ptr<SessionStart> &start);
     void Take(const RTPStreamData &packet, Clock::time_point arrival);
+    void Release(Clock::time_point now);      // what need not be waited for any more
     void ForgetBefore(GstClockTime time);     // of what is kept
     void Attach(GstOwned<GstElement> appsrc); // to a pipeline that has not been started
     void Open();                              // from now on packets go there, the kept ones first
     void SkipTo(GstClockTime time);           // tells the pipeline that nothing came until then
     bool IsChoked() const;                    // the pipeline takes less than comes
+    void Flush();                             // waits for nothing any more
     void End();                               // a frame without its end is left out
+    std::string Lateness() const;             // what came too late to be put in order; empty when nothing did
 
 private:
+    void TakeNext(const HeldPacket &packet);
     void Deliver();
 
     const StreamFormat format_;
     const bool endsFrames_; // the marker bit ends a frame
+    ReorderBuffer order_;
+    std::chrono::milliseconds window_{0}; // of the first session that needed one
     MediaTime time_;
     GstOwned<GstElement> appsrc_; // null until attached
     bool open_ = false;

@@ -3,7 +3,7 @@
 
 #include "base/clock.h"
 #include "base/outcome.h"
-#include "session/session.h"
+#include "session/opening.h"
 
 namespace tool {
 
@@ -13,6 +13,9 @@ public:
     virtual ~PacketSink() = default;
     PacketSink(const PacketSink &) = delete;
     PacketSink &operator=(const PacketSink &) = delete;
+
+    // Before each session's first packet; none of an earlier one is on its way.
+    virtual void BeginSession(const OpenedSession &) {}
 
     // On the thread that reads the stream; streams of several threads come at the same time.
     virtual void Take(const Stream &stream, const RTPStreamData &packet, Clock::time_point arrival) = 0;

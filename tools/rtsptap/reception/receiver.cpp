@@ -50,6 +50,7 @@ Outcome Receiver::Begin(const OpenedSession &opened) {
     if (isFirst && audience_.makeSink)
         if (Outcome failed = audience_.makeSink(opened, sink_); !failed.IsOk()) return failed;
     if (audience_.opened) audience_.opened(opened);
+    if (sink_ != nullptr) sink_->BeginSession(opened);
     reception_.Begin(session_, opened.streams);
     return {};
 }

@@ -1,6 +1,7 @@
 #include "session/handshake.h"
 
 #include "base/secrets.h"
+#include "session/rtp_info.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -136,7 +137,11 @@ Outcome Handshake::Ask() {
     if (Outcome failed = Request("OPTIONS", options); !failed.IsOk()) return failed;
     if (Outcome failed = Request("DESCRIBE", describe); !failed.IsOk()) return failed;
     if (Outcome failed = SetUpStreams(); !failed.IsOk()) return failed;
-    return Request("PLAY", [](Session &session) { return session.Play(); });
+    return Request("PLAY", [this](Session &session) {
+        Answer answer = session.Play();
+        opened_.firstTimestamps = FirstTimestamps(answer.reply, session, opened_.streams);
+        return answer;
+    });
 }
 
 // The library takes the first challenge, and knows how to answer Digest.

@@ -16,7 +16,7 @@ Outcome ReadServer(const ServerSettings &settings, Interruption &interruption, S
     for (const std::string &header : settings.headers)
         if (Outcome refused = AddHeaderOption(header, server.headers); !refused.IsOk()) return refused;
     server.connectTimeout = settings.connectTimeout;
-    server.latency = settings.latency;
+    server.latency = settings.latency.value_or(std::chrono::milliseconds(0));
     return ReadCredentials(settings, server.url, interruption, server.credentials);
 }
 

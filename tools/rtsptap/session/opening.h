@@ -10,6 +10,7 @@
 #include "session/url.h"
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -33,10 +34,11 @@ struct ServerFacts {
 };
 
 struct OpenedSession {
-    std::shared_ptr<Session> session;  // null after a failure
-    std::vector<Stream> streams;       // of the description; those that are left out are not readable
-    std::vector<StreamFormat> formats; // of the streams that are received
-    int described = 0;                 // streams that the description has, understood or not
+    std::shared_ptr<Session> session;            // null after a failure
+    std::vector<Stream> streams;                 // of the description; those that are left out are not readable
+    std::vector<StreamFormat> formats;           // of the streams that are received
+    std::map<int32_t, uint32_t> firstTimestamps; // where streams begin, by number; of the reply to PLAY
+    int described = 0;                           // streams that the description has, understood or not
     Transport transport = Transport::kUdp;
     ServerFacts facts;         // as far as it came, also after a failure
     std::vector<Phase> phases; // those that succeeded

@@ -1,0 +1,68 @@
+#include "media/reorder_buffer.h"
+
+#include <gtest/gtest.h>
+
+namespace tool {
+namespace {
+
+constexpr auto kWindow = std::chrono::milliseconds(200);
+
+struct Arrival {
+    int milliseconds;
+    uint16_t sequence;
+    uint32_t ssrc = 1;
+};
+
+// What comes out, each as number@time, when the buffer is looked at every 10 ms.
+std::string Order(const std::vector<Arrival> &arrivals, std::chrono::milliseconds window, uint64_t &late) {
+    ReorderBuffer buffer;
+    buffer.Begin(window);
+    std::string order;
+    std::size_t next = 0;
+    for (int now = 0; now <= 5000; now += 10) {
+        const Clock::time_point time{std::chrono::milliseconds(now)};
+        for (; next < arrivals.size() && arrivals[next].milliseconds <= now; ++next)
+            buffer.Put({arrivals[next].sequence, 0, arrivals[next].ssrc, 96, false, time, {}});
+        while (const auto packet = buffer.Next(time))
+            order += std::to_string(packet->sequence) + "@" + std::to_string(now) + " ";
+    }
+    late = buffer.Late();
+    return order;
+}
+
+TEST(ReorderBuffer, WaitsForNoPacketLongerThanTheWindow) {
+    const struct {
+        std::vector<Arrival> arrivals;
+        std::string order;
+        uint64_t late = 0;
+    } cases[] = {
+        {{{0, 7}, {10, 5}, {20, 6}, {300, 8}}, "5@200 6@200 7@200 8@300 "},
+        {{{0, 65535}, {210, 1}, {250, 0}, {260, 2}}, "65535@200 0@250 1@250 2@260 "}, // the numbers wrap
+        {{{0, 1}, {210, 3}, {300, 5}, {320, 4}, {500, 2}}, "1@200 3@410 4@410 5@410 ", 1},
+        {{{0, 1}, {0, 1}, {210, 2}, {220, 2}, {220, 1}}, "1@200 2@210 "},                 // duplicates
+        {{{0, 9}, {210, 10}, {220, 40, 2}, {230, 39, 2}}, "9@200 10@210 39@420 40@420 "}, // a new sender
+        {{{0, 9}, {210, 30000}, {220, 10}, {230, 11}}, "9@200 10@220 11@230 "},           // a stray
+        {{{0, 9}, {210, 30000}, {220, 30001}, {230, 30002}}, "9@200 30000@410 30001@410 30002@410 "}, // begins anew
+    };
+    for (const auto &row : cases) {
+        uint64_t late = 0;
+        EXPECT_EQ(row.order, Order(row.arrivals, kWindow, late));
+        EXPECT_EQ(row.late, late) << row.order;
+    }
+    uint64_t late = 0;
+    EXPECT_EQ("2@0 1@10 ", Order({{0, 2}, {10, 1}}, std::chrono::milliseconds(0), late));
+}
+
+// With the same SSRC and numbers that came before: what a camera does that has been restarted.
+TEST(ReorderBuffer, ASenderThatBeginsALittleBackIsFollowedSoon) {
+    std::vector<Arrival> arrivals;
+    for (int i = 0; i < 100; ++i) arrivals.push_back({10 * i, static_cast<uint16_t>(i)});
+    for (int i = 0; i < 100; ++i) arrivals.push_back({1000 + 20 * i, static_cast<uint16_t>(i)});
+    uint64_t late = 0;
+    const std::string order = Order(arrivals, kWindow, late);
+    EXPECT_NE(std::string::npos, order.find(" 99@990 32@1840 ")) << order;
+    EXPECT_NE(std::string::npos, order.find(" 99@2980 ")) << order;
+}
+
+} // namespace
+} // namespace tool
