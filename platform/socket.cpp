@@ -9,9 +9,6 @@
 
 namespace {
 
-// Kept: 29 (ESPIPE) is retried like an interruption.
-bool IsRetried(int error) { return error == EINTR || error == ESPIPE; }
-
 // Printing may change errno, which holds the error to be told.
 void PrintSystemError(int error) {
     errno = error;
@@ -24,7 +21,7 @@ int ReceiveFromStream(int sockfd, void *buf, int len, int flags) {
     while (len >= 0) {
         result = static_cast<int>(recv(sockfd, buf, static_cast<size_t>(len), flags));
         error = errno;
-        if (result >= 0 || !IsRetried(error)) break;
+        if (result >= 0 || !rtsptap::IsInterrupted(error)) break;
         RtpRtspInfoPrint("TCP recv function error in linux: Err :%d Retval: %d \n", error, result);
         PrintSystemError(error);
     }
@@ -40,6 +37,9 @@ void PrintNothingReceived(int result) {
 }
 
 } // namespace
+
+// Kept: 29 (ESPIPE) is retried like an interruption.
+bool rtsptap::IsInterrupted(int error) { return error == EINTR || error == ESPIPE; }
 
 int rtsptap::ReceiveDatagram(int sockfd, void *buf, int len, int flags, sockaddr *srcAddr, socklen_t *srcAddrLen) {
     if (len < 0) {
@@ -60,7 +60,7 @@ int UDPSockRecv(int sockfd, void *buf, int len, struct sockaddr *srcAddr, sockle
     for (;;) {
         const int result = rtsptap::ReceiveDatagram(sockfd, buf, len, 0, srcAddr, srcAddrLen);
         const int error = errno;
-        if (result >= 0 || !IsRetried(error)) return result;
+        if (result >= 0 || !rtsptap::IsInterrupted(error)) return result;
         RtpRtspInfoPrint("UDP recv function error in linux: Err :%d Retval: %d \n", error, result);
         PrintSystemError(error);
     }

@@ -17,7 +17,7 @@ namespace rtsptap {
 namespace {
 
 // Nothing can come any more, and what would have said so may have passed before the reader slept.
-bool SessionIsOver(const RTSPClient &client) { return client.streamCount.load(std::memory_order_acquire) == 0; }
+bool SessionIsOver(const RTSPClient &client) { return client.streamCount.load(std::memory_order_seq_cst) == 0; }
 
 // Sleeps until any datagram or frame has been handled, accepted or not, or reception ends. Both are looked at once
 // more under signalLock, where no signal can slip by.

@@ -51,7 +51,7 @@ int Receive(RTSPStreamInfo &stream, int64_t room, int flags) {
 
 // A signal ends the wait of a socket that has a time-out, whatever its handler asks for: whoever receives looks at
 // its orders and the clock, then waits on.
-bool NothingArrived(int received) { return received < 0 && (errno == EAGAIN || errno == EINTR); }
+bool NothingArrived(int received) { return received < 0 && (errno == EAGAIN || IsInterrupted(errno)); }
 
 // A socket that fails or delivers a datagram without content is done with.
 void EndReceiving(ReceiveTurn &turn) {

@@ -45,8 +45,9 @@ void WaitForWake(const StreamThread &thread, int timeoutMs) {
     if (poll(&wake, 1, timeoutMs) == 1) DrainWake(thread.wake);
 }
 
-// A reader that waits long spares the thread its looks by the clock. It leaves the turn after it has woken the
-// thread, so what was awaited of it cannot be missed: the state is the turn's own.
+// A reader that waits long spares the thread its looks by the clock. Found in this state, the reader takes the
+// state back, wakes the thread, and tries to leave anew: the wake that follows a state which the thread saw is yet
+// to come.
 void SleepUntilReaderLeaves(const StreamThread &thread, ReceiveTurn &turn) {
     TurnState state = TurnState::kTaken;
     if (turn.state.compare_exchange_strong(state, TurnState::kTakenThreadSleeps, std::memory_order_acq_rel) ||
@@ -80,13 +81,13 @@ ReaderTurn::~ReaderTurn() {
     if (!mine_) return;
     turn_.lastVisitMs.store(MonotonicMs(), std::memory_order_release);
     TurnState state = TurnState::kTaken;
-    if (turn_.state.compare_exchange_strong(state, TurnState::kFree, std::memory_order_acq_rel)) {
-        turn_.state.notify_one();
-        return;
+    while (!turn_.state.compare_exchange_strong(state, TurnState::kFree, std::memory_order_acq_rel)) {
+        // The thread sleeps, and lives as long as the turn is held: it takes the turn to end.
+        turn_.state.store(TurnState::kTaken, std::memory_order_release);
+        WakeStreamThread(*turn_.thread);
+        state = TurnState::kTaken;
     }
-    // The thread sleeps, and lives as long as the turn is held: it takes the turn to end.
-    WakeStreamThread(*turn_.thread);
-    GiveBack(turn_);
+    turn_.state.notify_one();
 }
 
 void OpenTurn(ReceiveTurn &turn, StreamThread &thread, int socket) {

@@ -6,10 +6,9 @@
 // looks by the clock whether they still do. When none has come for a while it waits for the socket and receives
 // until the next one comes.
 //
-// No wake-up can be lost, because the thread sleeps in three ways only. It waits for the socket itself, and what
-// lies there already ends that wait. It rests for a few milliseconds. Or it sleeps while a reader has the turn,
-// which the turn's state says: the reader finds that state when it leaves, and wakes the thread before it gives the
-// turn back.
+// No wake-up can be lost, because the thread sleeps in three ways only. It waits for the socket itself, and what lies
+// there already ends that wait. It rests for a few milliseconds. Or it sleeps while a reader has the turn, which the
+// turn's state says: the reader finds that state when it leaves, and does not leave before it has woken the thread.
 #pragma once
 
 #include <atomic>

@@ -14,7 +14,8 @@ using namespace rtsptap::test;
 
 namespace {
 
-thread_local std::function<void()> gap; // runs when this thread next reads the clock
+thread_local std::function<void()> gap;  // runs when this thread next reads the clock
+thread_local useconds_t heldBehindWrite; // how long every write of this thread takes longer
 
 int32_t QueuedOf(intptr_t client, int32_t codec = kVideo) { return RTPClientGetNbOfPktInBuffer(client, codec); }
 
@@ -43,7 +44,12 @@ INSTANTIATE_TEST_SUITE_P(Transports, ReceiveTurn, testing::Values(kUdp, kTcp),
 
 } // namespace
 
-// The library's clock reads, and everybody else's, come past here.
+// The library's calls, and everybody else's, come past here.
+extern "C" ssize_t write(int descriptor, const void *bytes, size_t count) {
+    const ssize_t written = syscall(SYS_write, descriptor, bytes, count);
+    if (heldBehindWrite > 0) usleep(heldBehindWrite);
+    return written;
+}
 extern "C" int clock_gettime(clockid_t clock, timespec *now) noexcept {
     if (gap) std::exchange(gap, nullptr)();
     return static_cast<int>(syscall(SYS_clock_gettime, clock, now));
@@ -61,7 +67,8 @@ TEST_P(ReceiveTurn, PacketQueuedBeforeTheReadersTurnIsTakenAtOnce) {
     EXPECT_EQ(number, 1);
 }
 
-// The reader is held where it leaves its turn, when the thread rests or, after a long wait, sleeps.
+// The reader is held where it leaves its turn, when the thread rests or, after a long wait, sleeps, and once more
+// where it has woken the thread.
 TEST_P(ReceiveTurn, PacketThatComesAsTheReaderLeavesIsReceived) {
     for (const int waitMs : {0, 2, 5, 40}) {
         std::promise<void> reads;
@@ -77,6 +84,7 @@ TEST_P(ReceiveTurn, PacketThatComesAsTheReaderLeavesIsReceived) {
                 reads.set_value();
                 gap = leaving;
             };
+            heldBehindWrite = 10000;
             Read();
             gap = nullptr;
         });
