@@ -7,7 +7,7 @@ RUNS ?= 50000
 SECONDS ?= 30
 SEED ?= 1
 
-.PHONY: all deps $(PRESETS) test fuzz memcheck coverage demo bench compare impair hostile torture soak install clean
+.PHONY: all deps $(PRESETS) test fuzz memcheck coverage demo bench compare impair hostile torture soak install uninstall clean
 
 all: release
 
@@ -84,6 +84,9 @@ soak: deps
 install: release
 	cmake --install build/release --prefix $(PREFIX)
 	if [ "$$(id -u)" -eq 0 ]; then ldconfig; fi
+
+uninstall:
+	cmake --build build/release --target uninstall
 
 clean:
 	rm -rf build

@@ -1,19 +1,44 @@
-# cmake --install: libraries, header, package config and pkg-config file.
-install(TARGETS ${install_targets} EXPORT rtsptap-targets)
-install(FILES include/rtsptap.h TYPE INCLUDE)
+# cmake --install: libraries, header, license, package config and pkg-config file.
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/rtsptap)
-foreach(target rtsptap_static rtsptap_digest)
-  if(TARGET ${target})
-    string(REPLACE rtsptap_digest digest exported_name ${target})
-    set_target_properties(${target} PROPERTIES EXPORT_NAME ${exported_name})
-  endif()
-endforeach()
+install(TARGETS ${library_targets} EXPORT rtsptap-targets)
 install(EXPORT rtsptap-targets NAMESPACE rtsptap:: DESTINATION ${package_dir})
+install(FILES include/rtsptap.h TYPE INCLUDE)
+install(FILES LICENSE TYPE DOC)
+
+# An export of its own, as only its users need OpenSSL.
+if(RTSPTAP_DIGEST)
+  set_target_properties(rtsptap_digest PROPERTIES EXPORT_NAME digest)
+  install(TARGETS rtsptap_digest EXPORT rtsptap-digest-targets)
+  install(EXPORT rtsptap-digest-targets NAMESPACE rtsptap:: DESTINATION ${package_dir})
+endif()
+
 configure_package_config_file(cmake/rtsptap-config.cmake.in rtsptap-config.cmake INSTALL_DESTINATION ${package_dir})
-write_basic_package_version_file(rtsptap-config-version.cmake COMPATIBILITY SameMajorVersion)
+# Before 1.0 a minor version may change the interface.
+write_basic_package_version_file(rtsptap-config-version.cmake COMPATIBILITY SameMinorVersion)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/rtsptap-config.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/rtsptap-config-version.cmake DESTINATION ${package_dir})
-# Found from where it lies, since --prefix moves an installation.
-file(RELATIVE_PATH prefix_from_pc ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+
+# Found from where it lies, since --prefix moves an installation; folders given as absolute ones stay there.
+set(pc_prefix ${CMAKE_INSTALL_PREFIX})
+if(NOT IS_ABSOLUTE ${CMAKE_INSTALL_LIBDIR})
+  file(RELATIVE_PATH prefix_from_pc ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+  set(pc_prefix "\${pcfiledir}/${prefix_from_pc}")
+endif()
+foreach(dir LIBDIR INCLUDEDIR)
+  set(pc_${dir} ${CMAKE_INSTALL_${dir}})
+  if(NOT IS_ABSOLUTE ${pc_${dir}})
+    set(pc_${dir} "\${prefix}/${pc_${dir}}")
+  endif()
+endforeach()
+set(pc_digest "")
+set(pc_digest_hint "")
+if(RTSPTAP_DIGEST)
+  set(pc_digest "-lrtsptap-digest -lcrypto ")
+  set(pc_digest_hint " itself, or adds -lrtsptap-digest -lcrypto")
+endif()
 configure_file(cmake/rtsptap.pc.in rtsptap.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/rtsptap.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+if(PROJECT_IS_TOP_LEVEL)
+  add_custom_target(uninstall COMMAND xargs -a install_manifest.txt -d "\\n" rm -fv -- VERBATIM)
+endif()

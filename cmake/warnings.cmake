@@ -1,6 +1,6 @@
-# Warnings of our own code; errors, so that none is left.
+# Warnings of our own code; errors for those who change it (RTSPTAP_WERROR), not for those who only build it.
 add_library(rtsptap_warnings INTERFACE)
-target_compile_options(rtsptap_warnings INTERFACE -Wall -Wextra -Wconversion -Werror
+target_compile_options(rtsptap_warnings INTERFACE -Wall -Wextra -Wconversion $<$<BOOL:${RTSPTAP_WERROR}>:-Werror>
   $<$<CXX_COMPILER_ID:GNU>:-Wshadow=local>
   $<$<CXX_COMPILER_ID:Clang>:-Wshadow>
   # g++ 12 sees overlapping copies in optimised std::string concatenations where there are none (GCC PR 105651).

@@ -76,7 +76,9 @@
  * Linking
  *     The library imports one function, GenerateDigestResponse, for servers that ask for a password. Link
  *     rtsptap::digest (librtsptap-digest.a and libcrypto) after the library, or define the function yourself.
- *     Nothing but the C and C++ run-time libraries is needed otherwise.
+ *     Nothing but the C and C++ run-time libraries is needed otherwise. Both forms of the library leave the names of
+ *     the platform wrappers to a program that has them and go on calling their own. A shared object with
+ *     librtsptap.a in it shows none of the library's names to others.
  *
  * Limits
  *     server address 31 characters, session name 63, user name and password 127 each, session identifier 32,
@@ -91,7 +93,9 @@
 #include <stdint.h>
 #include <sys/socket.h>
 
+#ifndef RTSPTAP_API
 #define RTSPTAP_API __attribute__((visibility("default")))
+#endif
 
 #ifdef __cplusplus
 extern "C" {
@@ -740,7 +744,7 @@ RTSPTAP_API int RtpRtspInfoPrint(const char *format, ...) __attribute__((format(
  *
  * The library's own way to threads, locks, time and sockets. 0 is success and RTSP_FAILURE (-1) failure unless
  * said otherwise; null objects and thread id 0 are failures. A program may have functions of its own under these
- * names: the shared library goes on calling its own. The calls on mutexes fail on any error of the system, those
+ * names: the library goes on calling its own. The calls on mutexes fail on any error of the system, those
  * on condition variables never report one except the end of a wait.
  */
 

@@ -1,4 +1,5 @@
 // The wall clock, and sleeping.
+#include "platform/archive_names.h"
 #include "rtsptap.h"
 
 #include <ctime>
@@ -22,3 +23,7 @@ int MSecDelay(uint32_t milliseconds) {
                          static_cast<long>(milliseconds % 1000) * 1000000};
     return nanosleep(&delay, nullptr);
 }
+
+RTSPTAP_WEAK_NAME(GetTimeValue)
+RTSPTAP_WEAK_NAME(GetPresentTimeInSec)
+RTSPTAP_WEAK_NAME(MSecDelay)

@@ -3,6 +3,7 @@
 // callers rely on a wait that goes wrong looking like a wake-up.
 #include "platform/lock.h"
 
+#include "platform/archive_names.h"
 #include "rtsptap.h"
 
 #include <cerrno>
@@ -84,3 +85,12 @@ int WaitForConditionVar(pthread_cond_t *condition, pthread_mutex_t *mutex) {
     GetPresentTimeInSec(&seconds, &microseconds);
     return WaitUntil(condition, mutex, CLOCK_REALTIME, {time_t{seconds} + kWaitSeconds, long{microseconds} * 1000});
 }
+
+RTSPTAP_WEAK_NAME(MutexInit)
+RTSPTAP_WEAK_NAME(MutexLock)
+RTSPTAP_WEAK_NAME(MutexUnlock)
+RTSPTAP_WEAK_NAME(MutexDestroy)
+RTSPTAP_WEAK_NAME(InitConditionVar)
+RTSPTAP_WEAK_NAME(SignalOnConditionVar)
+RTSPTAP_WEAK_NAME(DestroyConditionVar)
+RTSPTAP_WEAK_NAME(WaitForConditionVar)

@@ -1,6 +1,7 @@
 // Receiving with retry, and closing. A failed receive leaves its errno to the caller, whatever was printed.
 #include "platform/socket.h"
 
+#include "platform/archive_names.h"
 #include "rtsptap.h"
 
 #include <cerrno>
@@ -88,3 +89,8 @@ int CloseServerSock(int fd) {
     CloseSock(fd);
     return RTSP_SUCCESS;
 }
+
+RTSPTAP_WEAK_NAME(UDPSockRecv)
+RTSPTAP_WEAK_NAME(TCPSockRecv)
+RTSPTAP_WEAK_NAME(CloseSock)
+RTSPTAP_WEAK_NAME(CloseServerSock)

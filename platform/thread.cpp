@@ -1,4 +1,5 @@
 // Threads, and the one signal the library cares about.
+#include "platform/archive_names.h"
 #include "rtsptap.h"
 
 #include <csignal>
@@ -26,3 +27,9 @@ int WaitForThreadCompletion(pthread_t threadId) {
 }
 
 void HandleSignal(void) { std::signal(SIGPIPE, SIG_IGN); }
+
+RTSPTAP_WEAK_NAME(ThreadCreate)
+RTSPTAP_WEAK_NAME(ThreadExit)
+RTSPTAP_WEAK_NAME(ThreadDetach)
+RTSPTAP_WEAK_NAME(WaitForThreadCompletion)
+RTSPTAP_WEAK_NAME(HandleSignal)

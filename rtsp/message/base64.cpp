@@ -1,5 +1,6 @@
 #include "rtsp/message/base64.h"
 
+#include "platform/archive_names.h"
 #include "platform/call_trace.h"
 #include "platform/text.h"
 #include "rtsptap.h"
@@ -72,3 +73,5 @@ int Base64Encode(const uint8_t *data, int32_t length, char **encoded) {
     *encoded = text.release();
     return RTSP_SUCCESS;
 }
+
+RTSPTAP_WEAK_NAME(Base64Encode)
