@@ -145,6 +145,8 @@ void AcceptFrame(InterleavedReader &reader, RTSPStreamInfo &stream, const Frame 
     stream.nextSignalDue = std::exchange(reader.signalDue, &stream);
 }
 
+void PrintCorrupted() { puts("Error: corrupted stream ($/RTSP not found)"); }
+
 // A header that leads nowhere is dropped alone: the bytes behind it are looked at four by four until a header lines
 // up again, or one by one where an awaited reply begins.
 Unit DropHeader(const RTSPClient &client, InterleavedReader &reader, std::size_t bodyLength) {
@@ -188,7 +190,7 @@ Unit TakeFrame(RTSPClient &client, InterleavedReader &reader, bool final) {
     if (searched && SearchReply(text, kReplyStart, kFrameHeaderBytes, final).result == Search::kMoreNeeded)
         return Unit::kIncomplete;
     if (header[0] != '$') {
-        puts("Error: corrupted stream ($/RTSP not found)");
+        PrintCorrupted();
         return DropHeader(client, reader, kFrameHeaderBytes);
     }
     const std::size_t length = wire::U16(header + 2);
@@ -202,6 +204,7 @@ Unit TakeFrame(RTSPClient &client, InterleavedReader &reader, bool final) {
         const ReplySearch reply = SearchReply(text, kReplyVersion, whole, final);
         if (reply.result == Search::kMoreNeeded) return Unit::kIncomplete;
         if (reply.result == Search::kFound) {
+            PrintCorrupted();
             Consume(reader, reply.at);
             return Unit::kHandled;
         }
