@@ -1,6 +1,7 @@
 // Servers that mean no good. One reply of an otherwise good session is theirs; the method that gets it returns the
 // documented code in time, and Destroy leaves nothing behind. They are the lines of tests/data/hostile_servers.txt.
 // What any reply leads to is judged by rules: fuzz/exchange_fuzz.cpp.
+#include "rtsp/client/client_record.h"
 #include "rtsp/client/udp_ports.h"
 #include "tests/support/captured_stdout.h"
 #include "tests/support/methods.h"
@@ -12,6 +13,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <mutex>
+#include <poll.h>
 #include <regex>
 #include <sstream>
 #include <thread>
@@ -66,6 +68,17 @@ Hostiles ReadRows() {
     return hostiles;
 }
 
+// What came without a request has been met: the thread has come to the packet behind it, or it lies in the socket.
+void AwaitArrival(Session &session, const Hostile &hostile) {
+    const int socket = reinterpret_cast<RTSPClient *>(static_cast<intptr_t>(session.client))->rtspSocket;
+    pollfd wait = {socket, POLLIN, 0};
+    if (session.proto == kUdp || hostile.method->from < CLIENT_PLAYING_STATE) {
+        EXPECT_EQ(poll(&wait, 1, 20000), 1);
+    } else if (std::ranges::none_of(hostile.before, &Action::close) && session.server.Send(Frame(0, Rtp(1)))) {
+        EXPECT_TRUE(Eventually([&] { return RTPClientGetNbOfPktInBuffer(session.client, kVideo) == 1; }));
+    }
+}
+
 bool IsSlow(const Hostile &hostile) { return hostile.code == RTSP_RESPONSE_TIMEOUT; }
 
 // What went wrong; empty when nothing did.
@@ -77,8 +90,8 @@ std::string Meet(const Hostile &hostile) {
             session.server.Hangup(action.reset);
         else
             session.server.Send(action.bytes);
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
+    if (!hostile.before.empty()) AwaitArrival(session, hostile);
     // A challenge is answered, with whatever it gave.
     for (int i = 0; i < (hostile.code == RTSP_UNAUTHORIZED ? 2 : 1); ++i) {
         std::string buffer(100000, '#');
@@ -88,11 +101,11 @@ std::string Meet(const Hostile &hostile) {
             SecondsOf([&] { result = hostile.method->call(session.client, 0, buffer.data(), &size); });
         const bool endedMeanwhile = i == 1 && result == RTSP_NO_RESPONSE;
         if (result != hostile.code && !endedMeanwhile) wrong << " gave " << result << ", not " << hostile.code;
-        if (IsSlow(hostile) ? seconds < 24.5 || seconds > 28 : seconds > 4) wrong << " took " << seconds << " s";
+        if (IsSlow(hostile) ? seconds < 24.5 || seconds > 40 : seconds > 15) wrong << " took " << seconds << " s";
     }
     int32_t destroyed = 0;
     const double seconds = SecondsOf([&] { destroyed = session.client.Destroy(); });
-    if (destroyed != 0 || seconds > 2) wrong << " Destroy: " << destroyed << " after " << seconds << " s";
+    if (destroyed != 0 || seconds > 10) wrong << " Destroy: " << destroyed << " after " << seconds << " s";
     return wrong.str();
 }
 

@@ -64,15 +64,17 @@ public:
         if (handle > 0) Expect(RTSPClientDestroy(std::exchange(handle, 0)) == 0, "RTSPClientDestroy");
     }
 
+    int32_t SetUpBoth() {
+        const int32_t result = SetUp(1);
+        return result == 0 ? SetUp(2) : result;
+    }
+
     // The way to a state; the first failure.
     int32_t Reach(RTSPClientState state) {
-        int32_t result = Connect();
-        if (result == 0 && state >= CLIENT_OPTIONS_SENT_STATE) result = Options();
-        if (result == 0 && state >= CLIENT_DESCRIBE_SENT_STATE) result = Describe();
-        if (result == 0 && state >= CLIENT_READY_STATE) result = SetUp(1);
-        if (result == 0 && state >= CLIENT_READY_STATE) result = SetUp(2);
-        if (result == 0 && state >= CLIENT_PLAYING_STATE) result = Play();
-        if (result == 0 && state >= CLIENT_PAUSE_STATE) result = Pause();
+        constexpr int32_t (Player::*kSteps[])() = {&Player::Connect,   &Player::Options, &Player::Describe,
+                                                   &Player::SetUpBoth, &Player::Play,    &Player::Pause};
+        int32_t result = 0;
+        for (int at = 0; at <= state && result == 0; ++at) result = (this->*kSteps[at])();
         return result;
     }
 

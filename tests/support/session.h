@@ -120,8 +120,8 @@ bool LongForm();
 
 std::size_t CountDescriptors();
 std::size_t CountOf(const std::string &text, const std::string &part);
-bool Eventually(const std::function<bool()> &condition); // within 5 seconds
+bool Eventually(const std::function<bool()> &condition); // within 20 seconds
 double SecondsOf(const std::function<void()> &action);
-bool SucceedsSoon(const std::function<int32_t()> &call); // 0 within 2 seconds
+bool SucceedsSoon(const std::function<int32_t()> &call); // 0 without a wait for the server's 25 seconds
 
 } // namespace rtsptap::test
