@@ -7,7 +7,8 @@ namespace tool {
 namespace {
 
 Option Output(OutputSettings &output, bool isRequired) {
-    return {"-o,--output", "FILE", "write there, in the format of the extension; - is standard output",
+    return {"-o,--output", "FILE",
+            "write there, in the format of the extension; %Y, %H and so on as in strftime; - is standard output",
             Into(output.file), isRequired};
 }
 
@@ -15,6 +16,15 @@ Option Format(OutputSettings &output, unsigned formats) {
     std::string names = FormatNames(formats);
     for (std::size_t at = 0; (at = names.find(", ", at)) != std::string::npos;) names.replace(at, 2, "|");
     return {"--format", names, "the format, whatever the extension says", Into(output.format)};
+}
+
+Option Force(OutputSettings &output) {
+    return {"--force", "", "overwrite a file that exists; otherwise it is asked for, or refused",
+            Into(output.force)};
+}
+
+Option NoClobber(OutputSettings &output) {
+    return {"--no-clobber", "", "never overwrite a file, and do not ask", Into(output.noClobber)};
 }
 
 Option Latency(std::optional<std::chrono::milliseconds> &latency, const std::string &otherwise) {
@@ -112,14 +122,19 @@ OptionGroup RecordingOptions(OutputSettings &output, bool isRequired) {
     return {"Recording",
             {Output(output, isRequired),
              Format(output, kRecordings),
-             {"--split", "TIME", "begin a new file, NAME-001 and so on, at the key frame after so long",
-              IntoTime(output.split)}}};
+             {"--split", "TIME",
+              "begin a new file, NAME-001 and so on behind those that exist, at the key frame after so long",
+              IntoTime(output.split)},
+             Force(output),
+             NoClobber(output)}};
 }
 
 OptionGroup PictureOptions(OutputSettings &output, std::chrono::milliseconds &limit, ServerSettings &server) {
     return {"Picture",
             {Output(output, true),
              Format(output, kPictures),
+             Force(output),
+             NoClobber(output),
              Latency(server.latency, kRecordedLatency),
              {"--limit", "TIME", "give up after so long without a picture (default: 10s)", IntoTime(limit)}}};
 }

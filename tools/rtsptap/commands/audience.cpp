@@ -1,6 +1,7 @@
 #include "commands/audience.h"
 
 #include "base/console.h"
+#include "base/text.h"
 #include "base/writing.h"
 #include "media/sink.h"
 #include "views/health.h"
@@ -9,6 +10,9 @@
 #include "views/report.h"
 #include "views/stats_json.h"
 #include "views/warnings.h"
+
+#include <algorithm>
+#include <filesystem>
 
 namespace tool {
 namespace {
@@ -31,6 +35,67 @@ public:
 
 private:
     FILE *const out_; // null: nobody wants to see it
+};
+
+// "recorded walk.mp4: 00:10, 1.9 MB, no gaps"
+class LastLine : public Watcher {
+public:
+    explicit LastLine(const OutputFile &file)
+        : name_(file.name), toPipe_(file.path.empty()), written_(file.written) {}
+
+    void Show(const Observation &) override {}
+
+    Outcome Finish(const Observation &observation) override {
+        uint64_t bytes = 0;
+        const std::vector<std::string> paths = written_->Paths();
+        for (const std::string &path : paths) {
+            std::error_code error;
+            const uintmax_t size = std::filesystem::file_size(path, error);
+            bytes += error ? 0 : size;
+        }
+        if (bytes == 0 && !toPipe_) return {};
+        std::string line = "recorded " + (paths.empty() ? name_ : paths.front());
+        if (paths.size() > 1) line += " to " + paths.back() + ", " + std::to_string(paths.size()) + " files";
+        line += ": " + ElapsedText(written_->Duration().value_or(Received(observation)));
+        if (!toPipe_) line += Formatted(", %.1f MB", static_cast<double>(bytes) / 1e6);
+        PrintNotice(line + ", " + Gaps(observation));
+        return {};
+    }
+
+private:
+    static Clock::duration Received(const Observation &observation) {
+        Clock::time_point first = observation.now;
+        Clock::time_point last = {};
+        for (const StreamObservation &stream : observation.streams) {
+            if (stream.statistics.Packets() == 0) continue;
+            first = std::min(first, stream.statistics.FirstArrival());
+            last = std::max(last, stream.statistics.LastArrival());
+        }
+        return std::max(last - first, Clock::duration(0));
+    }
+
+    // Of the stream that has most of them.
+    static std::string Gaps(const Observation &observation) {
+        uint64_t outages = 0;
+        uint64_t lost = 0;
+        Clock::duration silence{0};
+        for (const StreamObservation &stream : observation.streams) {
+            outages = std::max(outages, stream.statistics.Outages());
+            silence = std::max(silence, stream.statistics.WithoutMedia());
+            lost += stream.statistics.Lost();
+        }
+        if (outages == 0 && lost == 0) return "no gaps";
+        const std::string seconds = TimeText(std::chrono::duration_cast<std::chrono::milliseconds>(silence));
+        std::string text;
+        if (outages > 0)
+            text = std::to_string(outages) + (outages == 1 ? " gap of " : " gaps, together ") + seconds;
+        if (lost > 0) text += (text.empty() ? "" : ", ") + std::to_string(lost) + " packets lost";
+        return text;
+    }
+
+    const std::string name_;
+    const bool toPipe_;
+    const std::shared_ptr<WrittenFiles> written_;
 };
 
 Outcome AddStatsJson(const ReceptionSettings &settings, FILE *standardOutput, Watchers &watchers) {
@@ -58,15 +123,17 @@ Outcome MakePlayingWatchers(const ReceptionSettings &settings, FILE *standardOut
     return CollectWatchers(settings, standardOutput, table, MakeLiveView(), watchers);
 }
 
-Outcome MakeRecordingWatchers(const ReceptionSettings &settings, const OutputSettings &output, FILE *standardOutput,
+Outcome MakeRecordingWatchers(const ReceptionSettings &settings, const OutputFile &file, FILE *standardOutput,
                               Watchers &watchers) {
-    const bool ofKnownLength = settings.duration.count() > 0 || output.split.count() > 0;
-    if (settings.statsJson == "-" && output.file == "-")
+    const bool ofKnownLength = settings.duration.count() > 0 || file.split.count() > 0;
+    if (settings.statsJson == "-" && file.path.empty())
         return {ExitCode::kUsage, "standard output cannot hold both the recording and --stats-json"};
-    if (!MayRedraw()) PrintNotice("recording to " + (output.file == "-" ? kStandardOutput : output.file));
-    return CollectWatchers(settings, standardOutput, IsQuiet() ? nullptr : stderr,
-                           ofKnownLength ? MakeProgress(settings.duration, output.split) : MakeLiveView(),
-                           watchers);
+    if (!MayRedraw()) PrintNotice("recording to " + file.name);
+    Outcome outcome =
+        CollectWatchers(settings, standardOutput, IsQuiet() ? nullptr : stderr,
+                        ofKnownLength ? MakeProgress(settings.duration, file.split) : MakeLiveView(), watchers);
+    watchers.push_back(std::make_unique<LastLine>(file));
+    return outcome;
 }
 
 std::chrono::milliseconds WaitingInOrder(ServerSettings &server) {

@@ -18,8 +18,8 @@ using Watchers = std::vector<std::unique_ptr<Watcher>>;
 Outcome MakePlayingWatchers(const ReceptionSettings &settings, FILE *standardOutput, Watchers &watchers);
 
 // The same for a recording: progress instead of the live view where the length is known, the table on standard
-// error unless quiet.
-Outcome MakeRecordingWatchers(const ReceptionSettings &settings, const OutputSettings &output, FILE *standardOutput,
+// error unless quiet, and a last line about the file.
+Outcome MakeRecordingWatchers(const ReceptionSettings &settings, const OutputFile &file, FILE *standardOutput,
                               Watchers &watchers);
 
 // How long the file's sink waits for late packets. The session then holds none back: a capture has them as they

@@ -3,6 +3,7 @@
 #include "base/codec_names.h"
 #include "base/console.h"
 #include "commands/audience.h"
+#include "media/key_frame.h"
 #include "media/sdp_file.h"
 #include "session/multicast_membership.h"
 
@@ -11,6 +12,7 @@
 #include <charconv>
 #include <cstring>
 #include <list>
+#include <optional>
 
 namespace tool {
 
@@ -74,6 +76,26 @@ Outcome OpenPorts(const SdpFile &sdp, Memberships &memberships, OpenedSession &o
     return {};
 }
 
+// Says once that a stream can be counted, but not be decoded. One stream at most has this codec.
+PacketObserver WatchForParameterSets() {
+    static constexpr auto kPatience = std::chrono::seconds(5); // longer than most senders have between them
+    struct Watch {
+        bool done = false;
+        std::optional<Clock::time_point> first;
+    };
+    return [watch = std::make_shared<Watch>()](const Stream &stream, const RTPStreamData &packet,
+                                               Clock::time_point arrival) {
+        if (watch->done || stream.codecType != RTP_CODEC_H264) return;
+        if (!watch->first) watch->first = arrival;
+        watch->done = !FindSps(PayloadOf(packet)).empty();
+        if (watch->done || arrival - *watch->first < kPatience) return;
+        watch->done = true;
+        PrintNotice(NameOf(stream) +
+                    " brings no parameter sets, without which H.264 cannot be decoded: take them from "
+                    "the sender's description with --sdp, or let it repeat them");
+    };
+}
+
 } // namespace
 
 Outcome Listen(const ListenSettings &settings, const LibraryOutput &output, Interruption &interruption) {
@@ -82,10 +104,11 @@ Outcome Listen(const ListenSettings &settings, const LibraryOutput &output, Inte
     if (failed.IsOk()) failed = CheckStreams(sdp);
     OutputFile file;
     const bool records = !settings.output.file.empty();
-    if (failed.IsOk() && records) failed = ChooseOutput(settings.output, kRecordings, output.Data(), file);
+    if (failed.IsOk() && records)
+        failed = ChooseOutput(settings.output, kRecordings, output.Data(), interruption, file);
     Watchers watchers;
     if (failed.IsOk())
-        failed = records ? MakeRecordingWatchers(settings.reception, settings.output, output.Data(), watchers)
+        failed = records ? MakeRecordingWatchers(settings.reception, file, output.Data(), watchers)
                          : MakePlayingWatchers(settings.reception, output.Data(), watchers);
     Memberships memberships;
     OpenedSession opened;
@@ -95,7 +118,10 @@ Outcome Listen(const ListenSettings &settings, const LibraryOutput &output, Inte
         file.latency = settings.latency.value_or(kUsualLatency);
     else if (settings.latency)
         opened.session->SetLatency(static_cast<int32_t>(settings.latency->count()));
-    const Audience audience = records ? AudienceOf(watchers, file) : AudienceOf(watchers);
+    Audience audience = records ? AudienceOf(watchers, file) : AudienceOf(watchers);
+    for (const StreamFormat &format : opened.formats)
+        if (format.stream.codecType == RTP_CODEC_H264 && !HasParameterSets(format))
+            audience.observers.push_back(WatchForParameterSets());
     return ReceiveOpened(opened, settings.reception.duration, audience, interruption);
 }
 

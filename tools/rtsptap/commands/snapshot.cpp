@@ -6,7 +6,7 @@ namespace tool {
 
 Outcome Snapshot(const SnapshotSettings &settings, const LibraryOutput &output, Interruption &interruption) {
     OutputFile file;
-    Outcome failed = ChooseOutput(settings.output, kPictures, output.Data(), file);
+    Outcome failed = ChooseOutput(settings.output, kPictures, output.Data(), interruption, file);
     if (!failed.IsOk()) return failed;
     ServerSettings server = settings.server;
     server.idleTimeout = {}; // the limit is one for everything

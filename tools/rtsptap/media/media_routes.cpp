@@ -116,7 +116,7 @@ std::string DescribeMuxer(const OutputFile &file) {
         if (file.split.count() == 0)
             return std::string(row.factory) + " name=mux " + (file.path.empty() ? row.toPipe : row.toFile) + " ! " +
                    Destination(file);
-        return std::string("splitmuxsink name=out start-index=1 muxer-factory=") + row.factory +
+        return std::string("splitmuxsink name=out muxer-factory=") + row.factory +
                " max-size-time=" + std::to_string(std::chrono::nanoseconds(file.split).count());
     }
     return "";

@@ -1,6 +1,7 @@
 // Recordings: packets through GStreamer's depayloaders and muxers into a file. The pipeline is built when it is
 // known which streams deliver, since a muxer waits for each one that it has.
 #include "base/console.h"
+#include "media/file_names.h"
 #include "media/media_pipeline.h"
 #include "media/media_routes.h"
 #include "media/rtp_feed.h"
@@ -18,6 +19,14 @@ constexpr auto kFinish = std::chrono::seconds(5);   // to complete a file
 constexpr GstClockTime kStalled = 3 * GST_SECOND;   // a stream so far behind holds up the others
 constexpr GstClockTime kBehind = GST_SECOND;        // how far behind it is then taken to be
 constexpr GstClockTime kRounding = GST_MSECOND;     // of times, between streams whose clocks differ in their units
+
+// On a thread of the pipeline; the name becomes its own.
+gchar *NameNextPart(GstElement *, guint, gpointer output) {
+    const auto &file = *static_cast<const OutputFile *>(output);
+    const std::string path = NextPart(file.path);
+    file.written->Add(path);
+    return g_strdup(path.c_str());
+}
 
 class MediaSink : public PacketSink {
 public:
@@ -39,6 +48,7 @@ private:
     void CatchUp(GstClockTime time);
     void Fail(const Outcome &outcome);
     Outcome Complete();
+    void NoteDuration() const;
 
     const OutputFile file_;
     const Clock::time_point begin_ = Clock::now();
@@ -127,8 +137,13 @@ void MediaSink::OpenAll() {
 
 Outcome MediaSink::BuildPipeline(const std::vector<StreamFormat> &streams) {
     if (Outcome failed = pipeline_.Build(DescribeRecording(file_, streams)); !failed.IsOk()) return failed;
-    if (const GstOwned<GstElement> out = pipeline_.Element("out"); out != nullptr)
+    const GstOwned<GstElement> out = pipeline_.Element("out");
+    if (out != nullptr && file_.split.count() > 0) {
+        g_signal_connect(out.get(), "format-location", G_CALLBACK(NameNextPart), const_cast<OutputFile *>(&file_));
+    } else if (out != nullptr) {
         g_object_set(out.get(), "location", file_.path.c_str(), nullptr);
+        file_.written->Add(file_.path);
+    }
     return {};
 }
 
@@ -176,9 +191,25 @@ Outcome MediaSink::Complete() {
     OpenAll();
     for (RtpFeed &feed : feeds_) feed.End();
     Outcome outcome = pipeline_.WaitForEnd(kFinish);
-    if (hasVideo_ && pipeline_.KeyFrameTime() == GST_CLOCK_TIME_NONE)
-        return {ExitCode::kNoMedia, "no key frame came, so there is no picture in it"};
-    return outcome;
+    NoteDuration();
+    if (!hasVideo_ || pipeline_.KeyFrameTime() != GST_CLOCK_TIME_NONE) return outcome;
+    const bool isHopeless =
+        std::any_of(feeds_.begin(), feeds_.end(), [](const RtpFeed &feed) { return feed.LacksParameterSets(); });
+    return {ExitCode::kNoMedia,
+            isHopeless ? "no parameter sets came, without which H.264 cannot be decoded, so there is no "
+                         "picture in it"
+                       : "no key frame came, so there is no picture in it"};
+}
+
+void MediaSink::NoteDuration() const {
+    GstClockTime begin = pipeline_.KeyFrameTime();
+    GstClockTime end = 0;
+    for (const RtpFeed &feed : feeds_) {
+        if (!feed.HasPackets()) continue;
+        end = std::max(end, feed.Reached());
+        if (!hasVideo_) begin = std::min(begin, feed.Begun());
+    }
+    if (begin < end) file_.written->SetDuration(std::chrono::nanoseconds(end - begin));
 }
 
 // Why a stream cannot be in the file; null when it can.

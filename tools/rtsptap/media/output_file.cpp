@@ -2,6 +2,7 @@
 
 #include "base/text.h"
 #include "base/writing.h"
+#include "media/file_names.h"
 
 #include <cerrno>
 #include <fcntl.h>
@@ -74,17 +75,7 @@ Outcome TryToWrite(const std::string &path) {
     return writable ? Outcome{} : WriteFailure(path, errno);
 }
 
-// "walk.mp4" becomes "walk-%03d.mp4"; a "%" of the name itself is doubled.
-std::string PatternOf(const std::string &path) {
-    std::string pattern;
-    for (const char letter : path) pattern += letter == '%' ? std::string("%%") : std::string(1, letter);
-    const std::size_t slash = pattern.rfind('/');
-    const std::size_t dot = pattern.rfind('.');
-    const bool hasExtension = dot != std::string::npos && (slash == std::string::npos || dot > slash);
-    return pattern.insert(hasExtension ? dot : pattern.size(), "-%03d");
-}
-
-Outcome ChoosePath(const OutputSettings &settings, OutputFile &file) {
+Outcome ChoosePath(const OutputSettings &settings, Interruption &interruption, OutputFile &file) {
     file.name = settings.file == "-" ? kStandardOutput : settings.file;
     if (settings.file == "-") {
         if (file.split.count() > 0) return {ExitCode::kUsage, "--split needs files, not standard output"};
@@ -94,8 +85,19 @@ Outcome ChoosePath(const OutputSettings &settings, OutputFile &file) {
     }
     if (file.split.count() > 0 && (file.format & kContainers) == 0)
         return {ExitCode::kUsage, "--split works with " + FormatNames(kContainers)};
-    file.path = file.split.count() > 0 ? PatternOf(settings.file) : settings.file;
-    return TryToWrite(settings.file);
+    if (settings.force && settings.noClobber)
+        return {ExitCode::kUsage, "--force and --no-clobber contradict one another"};
+    if (file.split.count() > 0) {
+        file.path = settings.file;
+        return TryToWrite(NextPart(file.path));
+    }
+    file.name = file.path = WithTime(settings.file);
+    const Overwriting overwriting = settings.force       ? Overwriting::kAlways
+                                    : settings.noClobber ? Overwriting::kNever
+                                                         : Overwriting::kAsk;
+    Outcome outcome = TryToWrite(file.path);
+    if (outcome.IsOk()) outcome = AllowOverwriting(file.path, overwriting, interruption);
+    return outcome;
 }
 
 } // namespace
@@ -109,7 +111,8 @@ std::string FormatNames(unsigned formats) {
     return Joined(names, ", ");
 }
 
-Outcome ChooseOutput(const OutputSettings &settings, unsigned allowed, FILE *standardOutput, OutputFile &file) {
+Outcome ChooseOutput(const OutputSettings &settings, unsigned allowed, FILE *standardOutput,
+                     Interruption &interruption, OutputFile &file) {
     const std::string name = NameOfFormat(settings);
     const FormatName *found = nullptr;
     for (const FormatName &row : kNames)
@@ -121,7 +124,7 @@ Outcome ChooseOutput(const OutputSettings &settings, unsigned allowed, FILE *sta
     file.standardOutput = standardOutput;
     file.split = settings.split;
     if (Outcome missing = CheckBuiltIn(file.format); !missing.IsOk()) return missing;
-    return ChoosePath(settings, file);
+    return ChoosePath(settings, interruption, file);
 }
 
 } // namespace tool

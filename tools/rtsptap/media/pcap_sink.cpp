@@ -79,7 +79,8 @@ public:
         const Headers headers = MakeHeaders(length, ports_[stream.number], ++identification_);
         std::vector<uint8_t> frame(headers.begin(), headers.end());
         frame.insert(frame.end(), packet.packetData, packet.packetData + length);
-        const int64_t time = wallClock_.Of(arrival).count();
+        // Two readers may come here in another order than they took their packets.
+        const int64_t time = latest_ = std::max(latest_, wallClock_.Of(arrival).count());
         const auto size = static_cast<bpf_u_int32>(frame.size());
         const pcap_pkthdr header{{time / kPerSecond, time % kPerSecond}, size, size};
         pcap_dump(reinterpret_cast<u_char *>(dumper_), &header, frame.data());
@@ -114,7 +115,8 @@ private:
     pcap_t *capture_ = nullptr;
     pcap_dumper_t *dumper_ = nullptr; // null: finished
     uint16_t identification_ = 0;
-    int error_ = 0; // of the first write that failed
+    int64_t latest_ = 0; // time of the packet before; nanoseconds since 1970
+    int error_ = 0;      // of the first write that failed
 };
 
 } // namespace

@@ -37,6 +37,7 @@ void ReorderBuffer::Begin(std::chrono::milliseconds window) {
 
 void ReorderBuffer::Put(HeldPacket packet) {
     if (window_.count() == 0) return due_.push_back(std::move(packet));
+    Pass(packet.arrival);
     if (!begun_ || packet.ssrc != ssrc_) BeginSource(packet);
     if (IsAstray(packet)) return;
     int64_t number = NumberOf(packet.sequence);
@@ -52,12 +53,13 @@ void ReorderBuffer::Put(HeldPacket packet) {
     late_ += isLate && !isDuplicate ? 1 : 0;
     if (isDuplicate || isLate) return;
     behind_ = 0;
-    arrivals_.emplace_back(number, packet.arrival);
+    arrivals_.emplace_back(number, waited_);
     held_.emplace(number, std::move(packet));
 }
 
 std::optional<HeldPacket> ReorderBuffer::Next(Clock::time_point now) {
-    if (due_.empty() && !IsDue(now)) return std::nullopt;
+    Pass(now);
+    if (due_.empty() && !IsDue()) return std::nullopt;
     if (due_.empty()) return TakeFirst();
     HeldPacket first = std::move(due_.front());
     due_.pop_front();
@@ -113,10 +115,18 @@ void ReorderBuffer::Advance(int64_t number) {
     highest_ = std::max(highest_, number);
 }
 
-bool ReorderBuffer::IsDue(Clock::time_point now) {
+// Where this process was held up, packets that came in time lie unread in a queue.
+void ReorderBuffer::Pass(Clock::time_point now) {
+    constexpr Clock::duration kLongestLook = std::chrono::milliseconds(100);
+    if (now <= looked_) return;
+    waited_ += std::min(now - looked_, kLongestLook);
+    looked_ = now;
+}
+
+bool ReorderBuffer::IsDue() {
     if (held_.empty()) return false;
     if (givenAny_ && held_.begin()->first == next_) return true;
-    return now - arrivals_.front().second >= window_ || held_.size() > kMostHeld;
+    return waited_ - arrivals_.front().second >= window_ || held_.size() > kMostHeld;
 }
 
 HeldPacket ReorderBuffer::TakeFirst() {

@@ -49,7 +49,8 @@ private:
     bool IsAstray(const HeldPacket &packet);
     bool GoesOnBehind(const HeldPacket &packet);
     void Advance(int64_t number);
-    bool IsDue(Clock::time_point now);
+    bool IsDue();
+    void Pass(Clock::time_point now);
     HeldPacket TakeFirst();
 
     std::chrono::milliseconds window_{0};
@@ -62,13 +63,15 @@ private:
     int64_t highest_ = 0;
     int64_t next_ = 0;
     std::map<int64_t, HeldPacket> held_;
-    std::deque<std::pair<int64_t, Clock::time_point>> arrivals_; // of held_ and of some that are gone
-    std::bitset<kReach> seen_;                                   // the latest numbers, by their lower bits
-    std::optional<HeldPacket> astray_;                           // the packet before, when it was
-    int behind_ = 0;                                             // packets in a row that brought nothing new
+    std::deque<std::pair<int64_t, Clock::duration>> arrivals_; // of held_ and of some that are gone; in waited_
+    std::bitset<kReach> seen_;                                 // the latest numbers, by their lower bits
+    std::optional<HeldPacket> astray_;                         // the packet before, when it was
+    int behind_ = 0;                                           // packets in a row that brought nothing new
     Clock::time_point behindSince_;
 
     uint64_t late_ = 0;
+    Clock::time_point looked_;
+    Clock::duration waited_{0}; // the time that passed, without stretches in which nobody could look
 };
 
 } // namespace tool

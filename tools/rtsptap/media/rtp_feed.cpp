@@ -1,8 +1,10 @@
 #include "media/rtp_feed.h"
 
 #include "base/text.h"
+#include "media/key_frame.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace tool {
 namespace {
@@ -50,6 +52,7 @@ void RtpFeed::BeginSession(const OpenedSession &opened, std::chrono::millisecond
 
 void RtpFeed::Take(const RTPStreamData &packet, Clock::time_point arrival) {
     if (packet.payloadLength > packet.packetLength) return; // its headers claim more than arrived
+    hasParameterSets_ = hasParameterSets_ || !FindSps(PayloadOf(packet)).empty();
     order_.Put(CopyOf(packet, arrival));
     Release(arrival);
 }
@@ -64,7 +67,7 @@ void RtpFeed::TakeNext(const HeldPacket &packet) {
     GstMini<GstBuffer> buffer(gst_buffer_new_memdup(packet.bytes.data(), packet.bytes.size()));
     GST_BUFFER_PTS(buffer.get()) = time;
     frame_.push_back(std::move(buffer));
-    taken_ = true;
+    if (!std::exchange(taken_, true)) begun_ = time;
     payloadType_ = packet.payloadType;
     timestamp_ = packet.timestamp;
     reached_ = time;
@@ -111,6 +114,10 @@ bool RtpFeed::IsChoked() const {
 void RtpFeed::Flush() {
     order_.Flush();
     Release({});
+}
+
+bool RtpFeed::LacksParameterSets() const {
+    return format_.stream.codecType == RTP_CODEC_H264 && !hasParameterSets_ && !HasParameterSets(format_);
 }
 
 std::string RtpFeed::Lateness() const {

@@ -21,7 +21,10 @@ public:
     const StreamFormat &Format() const { return format_; }
     bool HasPackets() const { return taken_; }
     bool IsOpen() const { return open_; }
-    GstClockTime Reached() const { return reached_; } // time of the latest packet
+    GstClockTime Begun() const { return begun_; }     // time of the first packet
+    GstClockTime Reached() const { return reached_; } // of the latest one
+    bool LacksParameterSets() const; // what H.264 cannot be decoded without has come neither with the description
+                                     // nor in packets
 
     // What comes next is of a new session: over TCP nothing has to be put in order.
     void BeginSession(const OpenedSession &opened, std::chrono::milliseconds window,
@@ -49,8 +52,10 @@ private:
     GstOwned<GstElement> appsrc_; // null until attached
     bool open_ = false;
     bool taken_ = false;
+    bool hasParameterSets_ = false;
     uint8_t payloadType_ = 0;
     uint32_t timestamp_ = 0; // of frame_
+    GstClockTime begun_ = 0;
     GstClockTime reached_ = 0;
     std::vector<GstMini<GstBuffer>> frame_; // packets of the frame that is arriving
     std::deque<GstMini<GstBuffer>> ready_;  // not delivered for want of a pipeline

@@ -60,6 +60,13 @@ std::vector<StreamFormat> FormatsOfSession(const Session &session, const std::ve
     return formats;
 }
 
+bool HasParameterSets(const StreamFormat &format) {
+    const auto fields = SplitParameters(format.parameters);
+    return std::any_of(fields.begin(), fields.end(), [](const auto &field) {
+        return field.first == "sprop-parameter-sets" && !field.second.empty();
+    });
+}
+
 std::vector<std::pair<std::string, std::string>> SplitParameters(const std::string &parameters) {
     std::vector<std::pair<std::string, std::string>> fields;
     const std::string text = Trimmed(parameters);

@@ -26,6 +26,9 @@ std::vector<StreamFormat> FormatsOfSession(const Session &session, const std::ve
 // A stream that nobody described.
 StreamFormat FormatOfCodec(const Stream &stream, uint16_t port);
 
+// The description has H.264's parameter sets.
+bool HasParameterSets(const StreamFormat &format);
+
 // "sizelength=13; mode=AAC-hbr" as names in lower case and values.
 std::vector<std::pair<std::string, std::string>> SplitParameters(const std::string &parameters);
 
