@@ -1,13 +1,17 @@
 /* A session method by method, with a look at every result: full_client 192.0.2.7 554 live [udp|tcp]
  *
  * OPTIONS, DESCRIBE, SETUP of each stream, PLAY, two seconds of packets, PAUSE, PLAY, two seconds more, TEARDOWN.
- * A server that asks for authentication needs RTSPClientAutoRTSPConnect, which takes user name and password. */
+ * A server that asks for a password: see "Passwords" in rtsptap.h. */
 #include <rtsptap.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
-enum { VIDEO_BUFFER = 4 << 20, AUDIO_BUFFER = 1 << 20, LISTEN_MS = 2000 };
+enum { VIDEO_BUFFER = 4 << 20, AUDIO_BUFFER = 1 << 20, LISTEN_MS = 2000, MAX_STREAMS = 8 };
+
+/* What packets are asked for by; taken down once, as every question to the library prints a line. */
+static int32_t codecs[MAX_STREAMS];
+static int32_t stream_count;
 
 static int failed(const char *what, int32_t result) {
     if (result != RTSP_SUCCESS) fprintf(stderr, "%s: result %d\n", what, (int)result);
@@ -36,16 +40,20 @@ static int prepare(intptr_t client, const char *ip, uint16_t port, const char *p
     if (failed("up to DESCRIBE", result)) return -1;
 
     print_session_name(client);
-    for (int32_t stream = 1; stream <= RTSPClientGetNbStreams(client); ++stream)
+    stream_count = RTSPClientGetNbStreams(client);
+    if (stream_count > MAX_STREAMS) stream_count = MAX_STREAMS;
+    for (int32_t stream = 1; stream <= stream_count; ++stream) {
         if (failed("SETUP", RTSPClientSendSetupRequest(client, stream, 0, NULL, NULL))) return -1;
+        codecs[stream - 1] = RTSPClientGetSDPInfo(client, stream)->codecType;
+    }
     return 0;
 }
 
 /* Takes what has arrived on every stream, without waiting for a stream that is silent. */
 static unsigned drain(intptr_t client) {
     unsigned count = 0;
-    for (int32_t stream = 1; stream <= RTSPClientGetNbStreams(client); ++stream) {
-        const int32_t codec = RTSPClientGetSDPInfo(client, stream)->codecType;
+    for (int32_t stream = 0; stream < stream_count; ++stream) {
+        const int32_t codec = codecs[stream];
         RTPStreamData *packet = NULL;
         while (codec != 0 && RTPClientGetNbOfPktInBuffer(client, codec) > 0 &&
                RTPClientGetRTPStreamData(client, &packet, codec) == RTSP_SUCCESS && packet != NULL) {

@@ -63,22 +63,36 @@
  *     taking a packet up to about 5 seconds. TEARDOWN and RTSPClientDestroy wait for the library's threads,
  *     which are prompt.
  *
+ *     Ending readers: a waiting one returns RTSP_FAILURE at once when the reception of its stream ends, by TEARDOWN
+ *     or, over TCP, because the connection has ended. Set a flag of your own that readers look at after every call,
+ *     TEARDOWN, join them, free what they hold, destroy the client. Without a TEARDOWN (no RTSP, a server that is
+ *     gone) each sees the flag within about 5 seconds.
+ *
  * Standard output
  *     The library tells what it does on the process's standard output: failures as "!!!ERROR!!! : ...",
  *     milestones as "!!!INFO!!! : ...", lost and reordered packets without a prefix. It prints from several
- *     threads and does not flush. A program that needs the descriptor for itself moves it aside (dup, dup2)
- *     before its first call.
+ *     threads and does not flush. A program that needs the descriptor for itself moves it aside before its first
+ *     call, prints to the copy, and never puts it back while a client lives:
+ *
+ *         fflush(stdout);
+ *         FILE *data = fdopen(dup(STDOUT_FILENO), "w");
+ *         int log = open("/dev/null", O_WRONLY); // or a file, or a pipe that somebody reads
+ *         dup2(log, STDOUT_FILENO);
+ *         close(log);
  *
  * The process
  *     The first RTSPClientCreate sets SIGPIPE to be ignored. Local UDP ports are counted up for all clients
  *     together: pairs from 2002 on, back to 2000 after 59999. So is the sum of lost packets that is printed.
+ *     After fork() a child must neither use nor destroy its parent's clients: their threads are not in it, and it
+ *     would speak and shut down on the parent's connections. Let it call exec or _exit, or make clients of its own
+ *     if no other thread was in the library at the fork.
  *
  * Linking
  *     The library imports one function, GenerateDigestResponse, for servers that ask for a password. Link
  *     rtsptap::digest (librtsptap-digest.a and libcrypto) after the library, or define the function yourself.
- *     Nothing but the C and C++ run-time libraries is needed otherwise. Both forms of the library leave the names of
- *     the platform wrappers to a program that has them and go on calling their own. A shared object with
- *     librtsptap.a in it shows none of the library's names to others.
+ *     Nothing but the C and C++ run-time libraries is needed otherwise. Both forms of the library leave the
+ *     names of the platform wrappers to a program that has them and go on calling their own. A shared object
+ *     with librtsptap.a in it shows none of the library's names to others.
  *
  * Limits
  *     server address 31 characters, session name 63, user name and password 127 each, session identifier 32,
@@ -200,7 +214,8 @@ typedef struct RTPStreamData {
     uint8_t *extensionData;     /* the extension, bytes that did not arrive are 0; null without one */
     uint32_t packetLength;      /* bytes at packetData: the datagram as far as stored, or the frame's body */
     uint8_t *packetData;        /* the whole packet, in the stream's receive buffer */
-    uint32_t lossFlag;          /* 1: a gap in the sequence numbers stood before it (UDP only), else 0 */
+    uint32_t lossFlag;          /* 1: it did not follow the number that arrived before it (UDP only), else 0. Not
+                                   a loss where packets change places: a late one has it, and the next one, too */
     uint32_t packetIndex;       /* running number over all streams of the client; starts at 2 after a
                                    connect, at 1 without RTSP */
     struct RTPStreamData *next; /* the library's; do not follow */
@@ -381,7 +396,15 @@ RTSPTAP_API int32_t RTSPDestroyHeaderList(intptr_t headerList);
  *
  * Passwords. A 401 to OPTIONS or DESCRIBE stores the challenge; from then on every request carries an
  * Authorization header (RFC 2617, digest with MD5), so the same call again answers it. Name and password come
- * from RTSPClientAutoRTSPConnect and are empty before its first call.
+ * from RTSPClientAutoRTSPConnect and are empty before its first call. To go method by method with a password, let
+ * it stop where it has connected and stored them, at a header that OPTIONS refuses; nothing has been sent then:
+ *
+ *     intptr_t refused = RTSPCreateHeaderList();
+ *     RTSPAddHeaderToList(refused, "Range", "npt=0.000-", 0);
+ *     int32_t result = RTSPClientAutoRTSPConnect(client, "10.0.0.5", 554, "live", "admin", "secret",
+ *                                                DATA_PROTO_UDP, refused, 0, 0, 0, 0, NULL, NULL);
+ *     RTSPDestroyHeaderList(refused);
+ *     if (result != RTSP_SEND_FAILED) return result; // not connected
  *
  * Keeping a session alive. Servers end sessions that are silent, many after 60 seconds. Receiver reports count
  * as a sign of life with most; the request to repeat is PLAY, which is cheap while playing. Its default Range
@@ -485,7 +508,8 @@ RTSPTAP_API int32_t RTSPClientGetSDPFieldInfo(intptr_t clientHandle, int32_t str
  * @param streamCount  number of the stream, from 1
  * @return an exchange's results (401 gives RTSP_CLIENT_ERROR);
  *         RTSP_SOCKET_FAILED no socket; RTSP_INVALID_HEADER_LIST also when a port is taken: the one you asked
- *         for, or the RTCP port of any pair; RTSP_BAD_NUMBER client_port= or server_port= has no number;
+ *         for, or the RTCP port of any pair (that passes: the same call again tries the next pair);
+ *         RTSP_BAD_NUMBER client_port= or server_port= has no number;
  *         RTSP_BAD_RESPONSE also for a session identifier or multicast address that is too long;
  *         RTSP_MULTICAST_FAILED group or port missing, or the group cannot be joined; RTSP_NO_MEMORY.
  *         After RTSP_SMALL_BUFFER the stream has no RTP socket: set it up again.
@@ -540,7 +564,8 @@ RTSPTAP_API int32_t RTSPClientSendTeardownRequest(intptr_t clientHandle, intptr_
  * Nothing is undone on failure: the client stays where the last good step left it, and can be used on from
  * there or destroyed. The failed step has printed its own line.
  *
- * @param username, password  at most 127 characters each, the rest is cut; null stands for an empty text
+ * @param username  at most 127 characters, the rest is cut; null stands for an empty text
+ * @param password  likewise
  * @return 0; RTSP_INVALID_ARGUMENT bad handle or dataProto, null address or session name, port 0;
  *         RTSP_NOT_CONNECTED connecting failed, for any reason that RTSPClientConnect has; RTSP_SEND_FAILED any
  *         later step failed
@@ -700,7 +725,9 @@ RTSPTAP_API int32_t RTPClientGetTSOffset(intptr_t clientHandle, int32_t codecTyp
  * @param audioPort           local port, not 0
  * @param audioBufferSize     bytes of its receive buffer, at least 1. Arguments of a medium that the flag leaves
  *                            out are not examined, except that no buffer size may be negative.
- * @param tLInMS,uFInMS,oFInMS  as in RTPClientConfigLatency
+ * @param tLInMS              as in RTPClientConfigLatency, as the next two
+ * @param uFInMS              underflow limit
+ * @param oFInMS              overflow limit
  * @return 0, for a transport stream also when its port is taken; RTSP_INVALID_ARGUMENT bad handle, codec, port
  *         or size; RTSP_FAILURE bad latency values or negative size, port taken, no socket, no memory
  */
@@ -751,7 +778,7 @@ RTSPTAP_API int RtpRtspInfoPrint(const char *format, ...) __attribute__((format(
 /** Starts a joinable thread with default attributes. Give its id to WaitForThreadCompletion or ThreadDetach. */
 RTSPTAP_API int ThreadCreate(pthread_t *threadId, void *(*startRoutine)(void *), void *argument);
 
-/** Ends the calling thread, unwinding its frames. The status is not handed on, and what a joiner gets means nothing. */
+/** Ends the calling thread, unwinding its frames. The status is not handed on: what a joiner gets means nothing. */
 RTSPTAP_API void ThreadExit(int status) __attribute__((noreturn));
 
 /** Lets a thread clean up after itself; it cannot be waited for any more. */
@@ -845,14 +872,17 @@ RTSPTAP_API int Base64Encode(const uint8_t *data, int32_t length, char **encoded
  * protection: MD5(MD5(username:realm:password):nonce:MD5(method:uri)). The result is not looked at: on failure
  * leave the response empty.
  *
- * @param nonce, realm        as the server gave them
- * @param cnonce, qop         null
- * @param username, password  of RTSPClientAutoRTSPConnect, or empty
- * @param algorithm           "md5"
- * @param nonceCount          empty
- * @param method              of the request, such as "DESCRIBE"
- * @param uri                 exactly the request line's
- * @param response            zeroed, room for 512 bytes: receives 32 lower-case hexadecimal digits and a NUL
+ * @param nonce       as the server gave it
+ * @param cnonce      null
+ * @param username    of RTSPClientAutoRTSPConnect, or empty
+ * @param realm       as the server gave it
+ * @param password    of RTSPClientAutoRTSPConnect, or empty
+ * @param algorithm   "md5"
+ * @param nonceCount  empty
+ * @param method      of the request, such as "DESCRIBE"
+ * @param qop         null
+ * @param uri         exactly the request line's
+ * @param response    zeroed, room for 512 bytes: receives 32 lower-case hexadecimal digits and a NUL
  * @return 0 done; negative not (the default: null response, or an algorithm or qop that it does not know)
  */
 int GenerateDigestResponse(const char *nonce, const char *cnonce, const char *username, const char *realm,
