@@ -44,11 +44,12 @@ coverage:
 	    --exclude-directories '.*CompilerId.*' --exclude-throw-branches --print-summary build/coverage
 
 demo:
-	scripts/deps.sh build demo
-	cmake --preset release
-	cmake --build --preset release --target rtsptap_cli rtsptap_demo_server
-	build/release/tools/rtsptap demo --auth
-	build/release/tools/rtsptap demo --auth --tcp
+	scripts/deps.sh build
+	cmake --preset demo
+	cmake --build --preset demo --target rtsptap_cli rtsptap_demo_server
+	build/demo/tools/rtsptap demo --auth
+	build/demo/tools/rtsptap demo --auth --tcp
+	@echo "rtsptap is build/demo/tools/rtsptap. To record, it needs GStreamer: make test or scripts/deps.sh installs it."
 
 bench: release
 	for program in build/release/bench/*_bench; do $$program || exit 1; done
@@ -56,7 +57,7 @@ bench: release
 compare:
 	scripts/deps.sh
 	cmake --preset release
-	cmake --build --preset release --target rtsptap_cli rtsptap_demo_server
+	cmake --build --preset release --target rtsptap_cli rtsptap_gst_server
 	bench/compare_players.sh build/release
 
 # The long forms of tests that every `make test` runs in short: docs/reliability.md.

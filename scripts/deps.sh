@@ -1,20 +1,21 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that are missing; does nothing, and needs no rights, when none is.
-#   scripts/deps.sh [GROUP...]      groups: build demo test (default: these), fuzz memcheck coverage
+#   scripts/deps.sh [GROUP...]      groups: build record test (default: these), fuzz memcheck coverage
+# build is enough for the library, the demo and the tool without recordings.
 set -euo pipefail
 
 declare -A packages=(
-    [build]="g++ cmake ninja-build pkg-config libssl-dev libcli11-dev libgtest-dev libbenchmark-dev
-             nlohmann-json3-dev libpcap-dev libgstreamer-plugins-base1.0-dev"
-    [demo]="libgstrtspserver-1.0-dev gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad
-            gstreamer1.0-plugins-ugly gstreamer1.0-libav gstreamer1.0-x"
-    [test]="ffmpeg groff-base gstreamer1.0-tools iproute2 python3 tshark"
+    [build]="g++ cmake ninja-build pkg-config libssl-dev libcli11-dev nlohmann-json3-dev libpcap-dev"
+    [record]="libgstreamer-plugins-base1.0-dev gstreamer1.0-plugins-base gstreamer1.0-plugins-good
+              gstreamer1.0-plugins-bad gstreamer1.0-libav"
+    [test]="libgtest-dev libbenchmark-dev ffmpeg groff-base libgstrtspserver-1.0-dev gstreamer1.0-plugins-ugly
+            gstreamer1.0-tools gstreamer1.0-x iproute2 python3 tshark"
     [fuzz]="clang-14 libclang-rt-14-dev"
-    [memcheck]="valgrind"
-    [coverage]="gcovr"
+    [memcheck]="valgrind libgtest-dev"
+    [coverage]="gcovr libgtest-dev"
 )
 
-[ $# -gt 0 ] || set -- build demo test
+[ $# -gt 0 ] || set -- build record test
 missing=()
 for group in "$@"; do
     for package in ${packages[$group]}; do

@@ -12,7 +12,7 @@ namespace {
 using nlohmann::json;
 
 TEST(CommandLine, ProbeTellsStreamsServerAndTimes) {
-    const DemoServer server;
+    const GstServer server;
     const Result probe = RunToEnd(TOOL " probe --json " + server.Url());
     ASSERT_EQ(0, probe.status) << probe.errors;
     EXPECT_FALSE(Contains(probe.output + probe.errors, "running")) << probe.output;
@@ -76,8 +76,30 @@ TEST(CommandLine, WhatNeedsNoServerToFailIsOneSentenceWithItsOwnStatus) {
     }
 }
 
+TEST(CommandLine, TheDemoServerAnswersWhateverIsAsked) {
+    ChildProcess demo({DEMO_SERVER, "--udp-only", "--seconds", "60"});
+    const std::string url = demo.ReadLine(std::chrono::seconds(10));
+    const auto request = [&url](const std::string &line, const std::string &path, const std::string &headers) {
+        return line + " " + url + path + " RTSP/1.0\\r\\nCSeq: 1\\r\\n" + headers + "\\r\\n";
+    };
+    const std::string udp = "Transport: RTP/AVP;unicast;client_port=2-3\\r\\n";
+    const std::string all = // at once; the last can be no request, and ends the connection
+        request("DESCRIBE", "x", "") + request("RECORD", "", "") + request("FETCH", "", "") +
+        request("SETUP", "", udp) + request("SETUP", "/stream=1", "") +
+        request("SETUP", "/stream=0", "Transport: RTP/AVP/TCP;interleaved=0-1\\r\\n") + "$\\0\\0\\4RTSP" +
+        request("SETUP", "/stream=0", udp) + request("SETUP", "/stream=1", udp) +
+        request("PLAY", "", "Session: 7\\r\\n") + request("DESCRIBE", "", "Require: x\\r\\n") +
+        "OPTIONS * RTSP/2.0\\nCSeq: 1\\n\\nRTSP\\r\\n\\r\\n" + request("OPTIONS", "", "");
+    const std::string port = url.substr(17, url.rfind('/') - 17);
+    EXPECT_EQ("404 405 501 459 400 461 200 455 454 551 505 400 ",
+              RunToEnd("exec 3<>/dev/tcp/127.0.0.1/" + port + "; printf '" + all +
+                       "' >&3; sed -n 's|^RTSP/1.0 \\(...\\).*|\\1|p' <&3 | tr '\\n' ' '")
+                  .output);
+}
+
 TEST(CommandLine, ThePageAndTheCompletionsCanBeRead) {
-    EXPECT_EQ("", RunToEnd(TOOL " --man | groff -man -ww -z 2>&1").output);
+    for (const char *program : {TOOL, DEMO_SERVER, RELAY})
+        EXPECT_EQ("", RunToEnd(program + std::string(" --man | groff -man -ww -z 2>&1")).output);
     const struct {
         const char *words;
         const char *offered;
@@ -104,7 +126,7 @@ void CollectFields(const json &value, const std::string &path, std::set<std::str
 }
 
 TEST(CommandLine, EveryFieldOfTheJsonIsDocumented) {
-    const DemoServer server;
+    const GstServer server;
     const std::string stats = " play --stats-json - --duration 1500ms -q -t tcp " + server.Url();
     const struct {
         std::string section, command;

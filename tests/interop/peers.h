@@ -9,10 +9,10 @@
 
 namespace rtsptap::test {
 
-// The bundled server on a free port; it asks for digest authentication.
-class DemoServer {
+// GStreamer's server on a free port; it asks for digest authentication.
+class GstServer {
 public:
-    DemoServer();
+    GstServer();
     uint16_t Port() const { return port_; }
     std::string Url() const; // user and password in it, escaped
 

@@ -37,12 +37,12 @@ int TakeFor(intptr_t client, std::chrono::milliseconds time) {
 class RealServer : public testing::TestWithParam<DataProto> {};
 
 TEST_P(RealServer, KeepsTheSessionForOurReportsLosesNothingPausesAndResumes) {
-    DemoServer server;
+    GstServer server;
     const intptr_t client = RTSPClientCreate();
     ASSERT_EQ(RTSP_SUCCESS, RTPClientSetAudioVideoBufferSize(client, 4 << 20, 1 << 20));
     ASSERT_EQ(RTSP_SUCCESS,
-              RTSPClientAutoRTSPConnect(client, "127.0.0.1", server.Port(), "demo", DemoServer::kUser,
-                                        DemoServer::kPassword, GetParam(), 0, 0, 0, 0, 0, nullptr, nullptr));
+              RTSPClientAutoRTSPConnect(client, "127.0.0.1", server.Port(), "demo", GstServer::kUser,
+                                        GstServer::kPassword, GetParam(), 0, 0, 0, 0, 0, nullptr, nullptr));
     EXPECT_EQ(2, RTSPClientGetNbStreams(client));
     EXPECT_GT(TakeFor(client, 12s), 1000);
     ASSERT_EQ(RTSP_SUCCESS, RTSPClientSendPauseRequest(client, 0, 0, nullptr, nullptr));

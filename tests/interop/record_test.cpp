@@ -12,6 +12,8 @@
 namespace rtsptap::test {
 namespace {
 
+using namespace std::chrono_literals;
+
 int FramesIn(const std::string &stream) { return std::atoi(stream.c_str() + stream.rfind(' ') + 1); }
 
 // Every frame can be decoded. The streams with their frames, like "h264 640 99" and "pcm_mulaw 38".
@@ -40,7 +42,7 @@ protected:
     }
     ~Record() override { std::filesystem::remove_all(directory); }
 
-    DemoServer server;
+    GstServer server;
     std::string directory;
 };
 
@@ -60,6 +62,27 @@ TEST_F(Record, EveryFormatDecodesWithoutErrors) {
         EXPECT_EQ(0, tool.status) << row.file << ": " << tool.errors;
         const std::vector<std::string> streams = ExpectStreams(file, row.streams);
         EXPECT_TRUE(row.streams[0] != "h264 640" || FramesIn(streams.at(0)) >= 45) << row.file;
+    }
+}
+
+// Three players at once, past the end of the clip; each begins with its first picture.
+TEST_F(Record, TheDemoServersClipArrivesPictureByPictureEverywhere) {
+    ChildProcess demo({DEMO_SERVER, "--auth", "viewer:a-running-clock", "--seconds", "60"});
+    std::string url = demo.ReadLine(10s);
+    url.insert(url.find("//") + 2, "viewer:a-running-clock@");
+    const std::string pictures = " -vsync passthrough -frames:v 150 -an -f md5 - ";
+    const std::string clip = RunToEnd("cat " CLIP " " CLIP " | ffmpeg -v error -i -" + pictures).output;
+    for (const std::string transport : {"udp", "tcp"}) {
+        const std::string file = directory + transport + ".mkv";
+        const Result players =
+            RunToEnd("ffmpeg -nostdin -v error -rtsp_transport " + transport + " -i " + url + pictures +
+                     " & ffmpeg=$!; gst-launch-1.0 -q rtspsrc protocols=" + transport + " location=" + url +
+                     " ! rtph264depay ! avdec_h264 ! fakesink num-buffers=100 & gst=$!; " TOOL " record -q " + url +
+                     " -o " + file + " -t " + transport + " --duration 7s && wait $gst && wait $ffmpeg");
+        EXPECT_EQ(0, players.status) << players.errors;
+        EXPECT_EQ(clip, players.output) << players.errors;
+        EXPECT_GT(FramesIn(ExpectStreams(file, {"h264 640", "pcm_mulaw"}).at(0)), 150);
+        EXPECT_EQ(clip, RunToEnd("ffmpeg -nostdin -v error -i " + file + pictures).output);
     }
 }
 

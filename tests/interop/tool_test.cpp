@@ -19,7 +19,7 @@ using namespace std::chrono_literals;
 using nlohmann::json;
 
 TEST(Tool, PlayReportsBothStreamsAndKeepsStandardOutputForData) {
-    const DemoServer server;
+    const GstServer server;
     const Result play = RunToEnd(TOOL " -v play " + server.Url() + " --duration 2s");
     EXPECT_EQ(0, play.status) << play.errors;
     // number, codec, packets, bytes, bit rate, lost, its share, reordered, jitter

@@ -4,6 +4,8 @@
 // has one line, the port; the figures come on standard error at the end.
 #include "impairment.h"
 
+#include "tools/man_page/man_page.h"
+
 #include <CLI/CLI.hpp>
 #include <netdb.h>
 #include <poll.h>
@@ -213,7 +215,11 @@ int main(int argc, char **argv) {
     relay::ImpairmentSettings &network = between.settings;
     std::string server, receiver;
     uint16_t port = 0;
-    CLI::App app("a bad network between a sender and a receiver of RTP");
+    CLI::App app("a bad network between a sender and a receiver of RTP", "rtsptap_relay");
+    app.footer(
+        "Stands before an RTSP server (--rtsp) for one session at a time, or before a receiver of RTP (--to), "
+        "prints its port, and impairs the RTP that goes to the receiver; RTSP and RTCP pass as they are. The "
+        "figures are printed at the end.");
     auto *ends = app.add_option_group("ends")->require_option(1);
     ends->add_option("--rtsp", server, "HOST:PORT of an RTSP server, reached through this port instead");
     ends->add_option("--to", receiver, "HOST:PORT of an RTP receiver, sent to through this port instead");
@@ -226,6 +232,7 @@ int main(int argc, char **argv) {
     app.add_option("--jitter", network.jitterMs, "milliseconds, at most")->check(CLI::Range(0, 60000));
     app.add_option("--burst", network.burst, "packets that leave together")->check(CLI::PositiveNumber);
     app.add_option("--seed", network.seed, "the same seed brings the same fate");
+    AddManPage(app);
     CLI11_PARSE(app, argc, argv);
 
     between.server = relay::Resolve(server);

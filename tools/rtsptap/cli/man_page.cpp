@@ -1,33 +1,16 @@
 #include "cli/build_facts.h"
 #include "cli/exit_status.h"
 #include "cli/help_text.h"
+#include "troff.h"
 
 #include <algorithm>
 
 namespace tool {
 namespace {
 
-// As troff writes it: dashes as they are typed, and no line that begins with a control character.
-std::string Plain(const std::string &text) {
-    std::string escaped;
-    for (const char letter : text) {
-        if (letter == '-')
-            escaped += "\\-";
-        else if (letter == '\\')
-            escaped += "\\e";
-        else if (letter == '\'')
-            escaped += "\\(aq";
-        else
-            escaped += letter;
-    }
-    return (escaped.rfind('.', 0) == 0 ? "\\&" : "") + escaped;
-}
-
-std::string Bold(const std::string &text) { return "\\fB" + Plain(text) + "\\fR"; }
-
-std::string Entry(const std::string &tag, const std::string &text) {
-    return ".TP\n" + tag + "\n" + Plain(text) + "\n";
-}
+using troff::Bold;
+using troff::Entry;
+using troff::Plain;
 
 std::string OptionEntry(const Option &option) {
     const std::vector<std::string> names = NamesOf(option);

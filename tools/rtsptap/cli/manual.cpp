@@ -98,8 +98,8 @@ const std::vector<CommandText> &CommandTexts() {
          "play the bundled demo server",
          {{"rtsptap demo", "a test picture and a tone, five seconds over UDP"},
           {"rtsptap demo --tcp --auth", "inside the RTSP connection, with a password"}},
-         {"The server, rtsptap_demo_server, is looked for beside rtsptap and in PATH. It listens on 127.0.0.1 and "
-          "ends with the command."}},
+         {"The server, rtsptap_demo_server, is looked for beside rtsptap and in PATH. It carries its clip, listens on "
+          "127.0.0.1 and ends with the command."}},
         {"completion",
          "print the completion of a shell",
          {{"source <(rtsptap completion bash)", "for this shell; packages install it for all"}},

@@ -61,8 +61,7 @@ private:
 
 Outcome NotStarted(int error) {
     if (error == ENOENT)
-        return {ExitCode::kUsage, std::string(kProgram) + " is neither beside rtsptap nor in PATH; it is built " +
-                                      "where GStreamer's RTSP server library is present"};
+        return {ExitCode::kUsage, std::string(kProgram) + " is neither beside rtsptap nor in PATH"};
     return {ExitCode::kUsage, std::string(kProgram) + ": " + std::strerror(error)};
 }
 
