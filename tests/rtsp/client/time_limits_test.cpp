@@ -11,22 +11,23 @@ using namespace rtsptap::test;
 
 namespace {
 
-void ExpectAbout25Seconds(const std::function<void()> &action) {
+// Never less; a busy machine may take some more.
+void ExpectAbout(double limit, const std::function<void()> &action) {
     const double seconds = SecondsOf(action);
-    EXPECT_GT(seconds, 24.5);
-    EXPECT_LT(seconds, 27);
+    EXPECT_GT(seconds, limit - 0.5);
+    EXPECT_LT(seconds, limit + 4);
 }
 
 void ReadOfAReply() {
     Session session(kUdp, CLIENT_READY_STATE, {{"PLAY ", Stall()}, {"PLAY ", Ok()}});
-    ExpectAbout25Seconds([&] { EXPECT_EQ(session.Play(), RTSP_RESPONSE_TIMEOUT); });
+    ExpectAbout(25, [&] { EXPECT_EQ(session.Play(), RTSP_RESPONSE_TIMEOUT); });
     EXPECT_EQ(session.Play(), 0);
 }
 
 // The reply that comes too late is not taken for the next one.
 void WaitForAReplyAmongFrames() {
     Session session(kTcp, CLIENT_PLAYING_STATE, {{"PAUSE ", Stall()}, {"PAUSE ", Ok()}, {"TEARDOWN ", Ok()}});
-    ExpectAbout25Seconds([&] { EXPECT_EQ(session.Pause(), RTSP_RESPONSE_TIMEOUT); });
+    ExpectAbout(25, [&] { EXPECT_EQ(session.Pause(), RTSP_RESPONSE_TIMEOUT); });
     session.server.Send("RTSP/1.0 500 Late\r\n\r\n");
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     session.server.Send(Frame(0, Rtp(1)));
@@ -38,7 +39,7 @@ void WaitForAReplyAmongFrames() {
 // PLAY in between, which keeps a session alive, does not begin the silence anew.
 void ReportAfterSilence() {
     Session session(kUdp, CLIENT_PLAYING_STATE, Times(2, {"PLAY ", Ok()}));
-    ExpectAbout25Seconds([&] {
+    ExpectAbout(25, [&] {
         for (int i = 0; i < 2; ++i) {
             EXPECT_EQ(session.rtcp[0].Receive(9000), "");
             EXPECT_EQ(session.Play(), 0);
@@ -61,8 +62,7 @@ void WaitForAPacketAmongSignals() {
     for (const uint32_t proto : {kUdp, kTcp}) {
         const Session session(proto, CLIENT_PLAYING_STATE);
         RTPStreamData *packet = nullptr;
-        EXPECT_NEAR(SecondsOf([&] { EXPECT_EQ(RTPClientGetRTPStreamData(session.client, &packet, kVideo), -1); }),
-                    5, 0.7);
+        ExpectAbout(5, [&] { EXPECT_EQ(RTPClientGetRTPStreamData(session.client, &packet, kVideo), -1); });
     }
 }
 
