@@ -71,8 +71,7 @@ RTPStreamData *TakeDeliverableHead(RTSPStreamInfo &stream) {
     const ScopedShortLock lock(stream.packetListLock);
     RTPStreamData *const head = DeliverableHead(stream);
     if (head == nullptr) return nullptr;
-    // Counted before it leaves the queue: at no moment does the packet's place in the ring look unused.
-    stream.outstanding.fetch_add(1, std::memory_order_relaxed);
+    HoldRing(stream); // before it leaves the queue: at no moment does the packet's place in the ring look unused
     if (head == stream.peekedPacket) stream.peekedPacket = nullptr;
     return TakeHead(stream);
 }
@@ -92,15 +91,18 @@ int32_t HandOutPacket(const CallTrace &trace, intptr_t clientHandle, RTPStreamDa
     return RTSP_SUCCESS;
 }
 
-// A packet of another stream, or of one that is gone, does not move this stream's ring, nor may it look at the
-// storage: only a ring with packets out keeps it, and a thread that starts may be making another.
+// The stream whose ring the packet lies in, whatever codec it is freed with and however long its session is over.
+// Null for a packet of another client, which may be gone: its streams are not looked at.
+RTSPStreamInfo *FindOwner(const RTSPClient &client, RTPStreamData &packet, int32_t codecType) {
+    const ReceiveRing *const ring = ClaimOf(packet).ring;
+    RTSPStreamInfo *const named = FindStreamByCodec(client, codecType);
+    return named != nullptr && ring == &named->ring ? named : FindStreamByRing(client, ring);
+}
+
 void GiveBack(RTSPStreamInfo &stream, RTPStreamData *packet) {
-    const RingClaim &claim = ClaimOf(*packet);
-    if (claim.ring == &stream.ring && LiesInRing(stream.ring, packet->packetData)) {
-        stream.ring.readIndex.store(claim.end - stream.ring.storage, std::memory_order_release);
-        stream.outstanding.fetch_sub(1, std::memory_order_release);
-    }
+    stream.ring.readIndex.store(ClaimOf(*packet).end - stream.ring.storage, std::memory_order_release);
     ReturnPacketRecord(stream.pool, packet);
+    LetGoOfRing(stream); // at last: it may be what kept ring and pool
 }
 
 } // namespace
@@ -133,9 +135,9 @@ int32_t RTPClientFreeRTPStreamData(intptr_t clientHandle, RTPStreamData *streamD
     DebugPrint(kDebugEntry, "Input: RTPStreamData     : %d\n", PrintableHandle(streamData));
     const RTSPClient *const client = CheckPacketCall(trace, clientHandle, codecType, streamData != nullptr);
     if (client == nullptr) return RTSP_INVALID_ARGUMENT;
-    RTSPStreamInfo *const stream = FindStreamByCodec(*client, codecType);
-    if (stream != nullptr)
-        GiveBack(*stream, streamData);
+    RTSPStreamInfo *const owner = FindOwner(*client, *streamData, codecType);
+    if (owner != nullptr)
+        GiveBack(*owner, streamData);
     else
         FreePacketRecord(streamData);
     return RTSP_SUCCESS;

@@ -2,6 +2,7 @@
 
 #include "platform/scope.h"
 #include "rtp/packet_pool.h"
+#include "rtp/stream_lifecycle.h"
 #include "rtp/stream_record.h"
 #include "rtsp/client/client_record.h"
 
@@ -96,7 +97,7 @@ void DropHead(RTSPStreamInfo &stream) {
     FreeDeferredPacket(stream);
     stream.peekedPacket = nullptr;
     stream.deferredPacket = packet;
-    stream.outstanding.fetch_add(1, std::memory_order_relaxed);
+    HoldRing(stream);
 }
 
 // True when the queue spanned more than overflowLimit, which is not below targetLatency, and was cut down to that.
@@ -213,7 +214,12 @@ void FreeDeferredPacket(RTSPStreamInfo &stream) {
     RTPStreamData *const packet = std::exchange(stream.deferredPacket, nullptr);
     if (packet == nullptr) return;
     ReturnPacketRecord(stream.pool, packet);
-    stream.outstanding.fetch_sub(1, std::memory_order_release);
+    LetGoOfRing(stream);
+}
+
+void DropAllPackets(RTSPStreamInfo &stream) {
+    while (HeadOf(stream) != nullptr) DropHead(stream);
+    stream.packetCount.store(0, std::memory_order_relaxed);
 }
 
 int32_t TimestampSpan(const RTPStreamData &newer, const RTPStreamData &older) {

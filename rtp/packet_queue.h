@@ -37,6 +37,9 @@ RTPStreamData *TakeHead(RTSPStreamInfo &stream);
 // Frees the packet that was shown, then left the queue. The caller holds packetListLock.
 void FreeDeferredPacket(RTSPStreamInfo &stream);
 
+// Empties the queue. A packet that was shown stays until the next look. The caller holds packetListLock.
+void DropAllPackets(RTSPStreamInfo &stream);
+
 // Timestamp distance in clock ticks, negative when `newer` is the older one.
 int32_t TimestampSpan(const RTPStreamData &newer, const RTPStreamData &older);
 

@@ -58,11 +58,4 @@ void ReleaseRing(ReceiveRing &ring) {
     EmptyRing(ring);
 }
 
-bool LiesInRing(const ReceiveRing &ring, const uint8_t *packetData) {
-    // As integers: comparing pointers into different allocations has no defined result.
-    const auto first = reinterpret_cast<uintptr_t>(ring.storage);
-    const auto byte = reinterpret_cast<uintptr_t>(packetData);
-    return ring.storage != nullptr && byte >= first && byte - first < static_cast<uintptr_t>(ring.size);
-}
-
 } // namespace rtsptap

@@ -48,7 +48,4 @@ void EmptyRing(ReceiveRing &ring);
 bool AllocateRing(ReceiveRing &ring, int32_t size);
 void ReleaseRing(ReceiveRing &ring);
 
-// True when the packet's first byte lies in this ring.
-bool LiesInRing(const ReceiveRing &ring, const uint8_t *packetData);
-
 } // namespace rtsptap

@@ -144,9 +144,9 @@ bool ReceiveUntil(RTSPStreamInfo &stream, uint64_t deadlineMs) {
 } // namespace
 
 bool NothingInUse(const RTSPStreamInfo &stream) {
-    // In this order: a packet that is being taken is counted as outstanding before it leaves the head.
+    // In this order: a packet that is being taken holds the ring before it leaves the head.
     return stream.packetListHead.load(std::memory_order_acquire) == nullptr &&
-           stream.outstanding.load(std::memory_order_acquire) == 0;
+           stream.ringHolders.load(std::memory_order_acquire) == 1;
 }
 
 void PlanRing(RTSPStreamInfo &stream) {

@@ -1,6 +1,10 @@
 #include "rtp/stream_lifecycle.h"
 
+#include "platform/scope.h"
+#include "rtp/packet_queue.h"
+#include "rtp/receive_thread.h"
 #include "rtp/stream_record.h"
+#include "rtp/stream_thread.h"
 #include "rtsp/client/client_record.h"
 #include "sdp/sdp_field.h"
 
@@ -27,6 +31,21 @@ void FreeQueuedPackets(RTSPStreamInfo &stream) {
     if (stream.deferredPacket != nullptr) FreePacketRecord(stream.deferredPacket);
 }
 
+void FreeRingAndPool(RTSPStreamInfo &stream) {
+    DrainPacketPool(stream.pool);
+    ReleaseRing(stream.ring);
+}
+
+// Without the threads nobody takes a record or receives any more, and with the queue empty no reader gets a packet.
+void EndStream(RTSPStreamInfo &stream) {
+    ReleaseSdpFields(stream.sdpFieldList);
+    {
+        const ScopedLock lock(stream.packetListLock);
+        DropAllPackets(stream);
+    }
+    LetGoOfRing(stream);
+}
+
 } // namespace
 
 RTSPStreamInfo *AppendStream(RTSPClient &client, RTSPStreamInfo *last) {
@@ -47,10 +66,33 @@ void SetChannel(RTSPStreamInfo &stream, uint32_t channel) {
 void RetireEndedStreams(RTSPClient &client) {
     RTSPStreamInfo *const first = client.streamList;
     if (client.streamCount != 0 || first == nullptr) return;
-    TailLink(client, first) = client.retiredStreams;
+    // In this order: who looks for a stream in the list, then among the retired ones, finds it.
+    TailLink(client, first) = client.retiredStreams.load();
     client.retiredStreams = first;
     client.streamList = nullptr;
     ++client.channelChanges;
+}
+
+void EndStreams(RTSPClient &client) {
+    for (RTSPStreamInfo *stream = client.retiredStreams; stream != nullptr; stream = stream->next) {
+        const ScopedLock lock(stream->packetListLock);
+        FreeDeferredPacket(*stream);
+    }
+    for (RTSPStreamInfo *stream = client.streamList; stream != nullptr; stream = stream->next) EndStream(*stream);
+    RetireEndedStreams(client);
+}
+
+void FreeIdleRings(const RTSPClient &client) {
+    const RTSPStreamInfo *const first = client.streamList;
+    if (first == nullptr || IsServing(first->rtpThread)) return; // over TCP it serves all of them
+    for (RTSPStreamInfo *stream = client.streamList; stream != nullptr; stream = stream->next)
+        if (!IsServing(stream->rtpThread) && NothingInUse(*stream)) FreeRingAndPool(*stream);
+}
+
+void HoldRing(RTSPStreamInfo &stream) { stream.ringHolders.fetch_add(1, std::memory_order_relaxed); }
+
+void LetGoOfRing(RTSPStreamInfo &stream) {
+    if (stream.ringHolders.fetch_sub(1, std::memory_order_acq_rel) == 1) FreeRingAndPool(stream);
 }
 
 StreamLock CreateStreamLocks(RTSPStreamInfo &stream) {
@@ -68,13 +110,15 @@ void DestroyStreamLocks(RTSPStreamInfo &stream) {
     if (made > 2) DestroyConditionVar(&stream.dataCondition);
     if (made > 1) MutexDestroy(&stream.signalLock);
     if (made > 0) MutexDestroy(&stream.packetListLock);
+    stream.packetListLock = stream.signalLock =
+        PTHREAD_MUTEX_INITIALIZER; // an abandoned stream's can still be taken
+    stream.dataCondition = PTHREAD_COND_INITIALIZER;
 }
 
 void ReleaseStream(RTSPStreamInfo *stream) {
     ReleaseSdpFields(stream->sdpFieldList);
     FreeQueuedPackets(*stream);
-    DrainPacketPool(stream->pool);
-    ReleaseRing(stream->ring);
+    FreeRingAndPool(*stream);
     free(stream->description.fmtp);
     free(stream->description.sps);
     free(stream->description.pps);
@@ -89,6 +133,13 @@ RTSPStreamInfo *FindStreamByNumber(const RTSPClient &client, int32_t number) {
     for (int32_t at = 1; stream != nullptr && at < number; ++at)
         stream = stream->next.load(std::memory_order_acquire);
     return stream;
+}
+
+RTSPStreamInfo *FindStreamByRing(const RTSPClient &client, const ReceiveRing *ring) {
+    for (const auto *list : {&client.streamList, &client.retiredStreams})
+        for (RTSPStreamInfo *stream = *list; stream != nullptr; stream = stream->next)
+            if (&stream->ring == ring) return stream;
+    return nullptr;
 }
 
 RTSPStreamInfo *FindStreamByCodec(const RTSPClient &client, int32_t codecType) {

@@ -6,6 +6,7 @@
 
 namespace rtsptap {
 
+struct ReceiveRing;
 struct RTSPClient;
 struct RTSPStreamInfo;
 
@@ -17,9 +18,23 @@ RTSPStreamInfo *AppendStream(RTSPClient &client, RTSPStreamInfo *last = nullptr)
 // The stream's RTP channel on an interleaved connection, also while frames come.
 void SetChannel(RTSPStreamInfo &stream, uint32_t channel);
 
-// After a TEARDOWN the streams of the last session are kept for those who hold their packets or descriptions. What
-// comes next starts with stream 1 again, so they leave the list.
+// The streams of an ended session are kept for those who hold their packets or descriptions. What comes next starts
+// with stream 1 again, so they leave the list.
 void RetireEndedStreams(RTSPClient &client);
+
+// After a TEARDOWN, when no thread of the client lives any more: frees what the session's streams took, and retires
+// them. Their descriptions stay until Destroy, a ring until the application has freed the last packet in it. One
+// that it was only shown stays until the next session ends.
+void EndStreams(RTSPClient &client);
+
+// When a connection is replaced by another one, whose server may never send to the old streams again: frees the
+// rings that no thread serves and no packet needs. PLAY makes them anew.
+void FreeIdleRings(const RTSPClient &client);
+
+// A packet that the application has, or will look at, keeps the ring; the stream's last holder frees it, and the
+// pool.
+void HoldRing(RTSPStreamInfo &stream);
+void LetGoOfRing(RTSPStreamInfo &stream);
 
 enum class StreamLock { kNone, kPacketList, kSignal, kCondition };
 
@@ -34,6 +49,8 @@ void ReleaseStream(RTSPStreamInfo *stream);
 
 // Stream number 1 and up in description order; null when the list is shorter.
 RTSPStreamInfo *FindStreamByNumber(const RTSPClient &client, int32_t number);
+// The stream with that ring, also of an ended session; null when it is not one of this client's.
+RTSPStreamInfo *FindStreamByRing(const RTSPClient &client, const ReceiveRing *ring);
 // The first of the client's streamCount streams with that codec; null when there is none.
 RTSPStreamInfo *FindStreamByCodec(const RTSPClient &client, int32_t codecType);
 

@@ -72,10 +72,11 @@ struct RTSPStreamInfo {
 
     // ---- Receive ring: see receive_ring.h for who moves what ----
     ReceiveRing ring;
-    std::atomic<bool> receiving{false};  // interleaved: the ring is open and frames are taken
-    bool signalDue = false;              // interleaved, in the turn: listed in the reader's signalDue
+    std::atomic<bool> receiving{false}; // interleaved: the ring is open and frames are taken
+    bool signalDue = false;             // interleaved, in the turn: listed in the reader's signalDue
     RTSPStreamInfo *nextSignalDue = nullptr;
-    std::atomic<int32_t> outstanding{0}; // packets the application holds
+    // The session, and each packet that the application has: the last one frees ring and pool.
+    std::atomic<int32_t> ringHolders{1};
     PacketPool pool;
 
     // ---- Packet queue: links and counts change under packetListLock ----

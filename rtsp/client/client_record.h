@@ -23,21 +23,20 @@ inline constexpr uint32_t kDefaultMtuSize = 33000; // bytes; connect and the sta
 
 struct RTSPClient {
     // ---- Application thread only ----
-    char sessionName[64] = {};                // path of the aggregate URI
-    char serverIp[32] = {};                   // dotted IPv4 text
-    char sessionId[33] = {};                  // from the SETUP reply, at most 32 characters
-    char multicastIp[33] = {};                // destination of a multicast SETUP reply
-    uint16_t multicastPort = 0;               // host order
-    uint16_t serverPort = 0;                  // RTSP port of the server, host order
-    uint32_t cSeq = 0;                        // CSeq of the last generated request
-    RequestMsg *requestMsg = nullptr;         // owned; null between exchanges
-    ResponseMsg *responseMsg = nullptr;       // owned; null between exchanges
-    RecvBuffer *lastReply = nullptr;          // owned: raw first reply of the last exchange; null when none came
-    char *receivedSDP = nullptr;              // owned, free()
-    SDPField *sdpFieldList = nullptr;         // owned: the session-level lines
-    RTSPStreamInfo *retiredStreams = nullptr; // owned: records of an earlier description, kept for their readers
-    intptr_t mtuCallBack = 0;                 // stored, never called
-    uint32_t authRequired = 0;                // 1 after a 401: every request carries Authorization
+    char sessionName[64] = {};          // path of the aggregate URI
+    char serverIp[32] = {};             // dotted IPv4 text
+    char sessionId[33] = {};            // from the SETUP reply, at most 32 characters
+    char multicastIp[33] = {};          // destination of a multicast SETUP reply
+    uint16_t multicastPort = 0;         // host order
+    uint16_t serverPort = 0;            // RTSP port of the server, host order
+    uint32_t cSeq = 0;                  // CSeq of the last generated request
+    RequestMsg *requestMsg = nullptr;   // owned; null between exchanges
+    ResponseMsg *responseMsg = nullptr; // owned; null between exchanges
+    RecvBuffer *lastReply = nullptr;    // owned: raw first reply of the last exchange; null when none came
+    char *receivedSDP = nullptr;        // owned, free()
+    SDPField *sdpFieldList = nullptr;   // owned: the session-level lines
+    intptr_t mtuCallBack = 0;           // stored, never called
+    uint32_t authRequired = 0;          // 1 after a 401: every request carries Authorization
     char username[128] = {};
     char password[128] = {};
     char authType[128] = {}; // scheme word of the last challenge
@@ -63,6 +62,8 @@ struct RTSPClient {
     std::atomic<uint32_t> exchangeCount{0};            // exchanges begun
     std::atomic<RTSPStreamInfo *> streamList{nullptr}; // append-only while threads live; owned
     std::atomic<uint32_t> channelChanges{1};           // how often the list, or a stream's channel, has changed
+    // Owned: of ended sessions, kept for packets and descriptions.
+    std::atomic<RTSPStreamInfo *> retiredStreams{nullptr};
 
     // ---- Written by the receive threads ----
     std::atomic<uint32_t> packetCounter{0};      // RTP packets parsed over all streams

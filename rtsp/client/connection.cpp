@@ -2,6 +2,7 @@
 #include "platform/call_trace.h"
 #include "platform/scope.h"
 #include "platform/text.h"
+#include "rtp/stream_lifecycle.h"
 #include "rtp/stream_record.h"
 #include "rtp/stream_thread.h"
 #include "rtsp/client/client_record.h"
@@ -56,7 +57,10 @@ int32_t OpenConnection(const CallTrace &trace, RTSPClient &client, const sockadd
 void AdoptSocket(RTSPClient &client, int32_t socket) {
     SendAtOnce(socket);
     const int32_t earlier = client.rtspSocket.exchange(socket);
-    if (earlier >= 0) client.supersededSockets[client.supersededCount++] = earlier;
+    if (earlier >= 0) {
+        client.supersededSockets[client.supersededCount++] = earlier;
+        FreeIdleRings(client);
+    }
     const RTSPStreamInfo *const first = client.streamList;
     if (first != nullptr && first->rtpThread != nullptr) WakeStreamThread(*first->rtpThread);
 }

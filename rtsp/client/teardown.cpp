@@ -1,4 +1,5 @@
 // TEARDOWN: ends the whole session. Application thread.
+#include "rtp/stream_lifecycle.h"
 #include "rtsp/client/checks.h"
 #include "rtsp/client/client_record.h"
 #include "rtsp/client/reply_status.h"
@@ -7,13 +8,13 @@
 namespace rtsptap {
 namespace {
 
-// The stream records stay, with their queues: packets that the application holds remain valid.
 int32_t EndSession(Exchange &exchange) {
     RTSPClient &client = *exchange.client;
     client.state = CLIENT_INIT_STATE;
     client.connected = 0;
     client.streamCount = 0;
     CloseConnectionAndStreams(client);
+    EndStreams(client);
     return RTSP_SUCCESS;
 }
 

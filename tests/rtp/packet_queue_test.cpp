@@ -42,12 +42,12 @@ TEST_F(PacketQueue, KeepsAShownPacketUntilTheNextLook) {
     EXPECT_EQ(RTPClientPeekRTPStreamData(Handle(), &shown, RTP_CODEC_H264), 0);
     Arrive(Packet(3, 90000)); // 1 and 2 leave the queue
     EXPECT_EQ(shown->rtpHeader->sequenceNumber, 1);
-    EXPECT_EQ(stream->outstanding, 1);
+    EXPECT_EQ(stream->ringHolders, 2);
     client.targetLatency = 0;
     RTPStreamData *const next = Get();
     EXPECT_EQ(next->rtpHeader->sequenceNumber, 3);
     EXPECT_EQ(stream->deferredPacket, nullptr);
-    EXPECT_EQ(stream->outstanding, 1);
+    EXPECT_EQ(stream->ringHolders, 2);
     Free(next);
 }
 

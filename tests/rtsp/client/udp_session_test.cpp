@@ -1,4 +1,6 @@
 // Sessions over UDP from PLAY on: threads, media, pause, teardown, receiver reports.
+#include "rtp/stream_record.h"
+#include "rtsp/client/client_record.h"
 #include "tests/support/session.h"
 
 #include <gtest/gtest.h>
@@ -42,11 +44,22 @@ TEST(UdpSession, PausedStreamLosesNothingThatArrived) {
 }
 
 TEST(UdpSession, PacketsOfTheLastSessionAreFreedWhileTheNextOneStarts) {
-    Session session(kUdp, CLIENT_PLAYING_STATE, Script{{"TEARDOWN ", Ok()}} + StepsTo(CLIENT_PLAYING_STATE, kUdp));
-    session.SendNumbers(1, Numbers(1, 20));
+    const Script teardown{{"TEARDOWN ", Ok()}};
+    Session session(kUdp, CLIENT_PLAYING_STATE, teardown + StepsTo(CLIENT_PLAYING_STATE, kUdp) + teardown);
+    session.SendNumbers(1, Numbers(1, 40));
+    session.SendNumbers(2, Numbers(1, 2));
+    const auto &client = *reinterpret_cast<rtsptap::RTSPClient *>(static_cast<intptr_t>(session.client));
     std::vector<RTPStreamData *> held;
     for (int i = 0; i < 20; ++i) held.push_back(TakePacket(session.client, kVideo));
+    RTPStreamData *shown = nullptr;
+    while (RTPClientPeekRTPStreamData(session.client, &shown, kAudio) != 0) {
+    }
     EXPECT_EQ(session.Teardown(), 0);
+    // What is held or was shown keeps its ring and its pool, nothing else is kept.
+    const rtsptap::RTSPStreamInfo &video = *client.retiredStreams.load();
+    const rtsptap::RTSPStreamInfo &audio = *video.next.load();
+    EXPECT_EQ(shown->packetData, audio.ring.storage);
+    EXPECT_EQ(PayloadOf(*shown), PayloadOf(*held.front()));
     session.Reach(CLIENT_READY_STATE);
     std::thread reader([&] {
         for (RTPStreamData *packet : held) EXPECT_EQ(RTPClientFreeRTPStreamData(session.client, packet, kVideo), 0);
@@ -55,6 +68,10 @@ TEST(UdpSession, PacketsOfTheLastSessionAreFreedWhileTheNextOneStarts) {
     reader.join();
     session.SendNumbers(1, Numbers(30, 32));
     EXPECT_EQ(session.Video(3), Numbers(30, 32));
+    EXPECT_EQ(session.Teardown(), 0);
+    for (const rtsptap::RTSPStreamInfo *stream :
+         {&video, &audio, static_cast<const rtsptap::RTSPStreamInfo *>(client.retiredStreams)})
+        EXPECT_TRUE(stream->ring.storage == nullptr && stream->pool.ready == nullptr && !stream->pool.returned);
 }
 
 TEST(UdpSession, EmptyDatagramEndsTheThreadAndPlayStartsItAgain) {
