@@ -51,6 +51,12 @@ StreamThreadPtr CreateThreadRecord(RTSPStreamInfo &stream, void (*body)(StreamTh
     return thread;
 }
 
+// Kept: PLAY succeeds all the same. Repeated, it starts what is missing.
+void TellWhyNotStarted(int error) {
+    errno = error;
+    RtpRtspErrorPrint("EXIT : StartStreamThread : A receive thread can not be started: %m\n");
+}
+
 // Signals are the program's affair: its handlers run on its own threads, and no wait of ours ends early. Those that
 // tell of a fault of the thread itself stay as they are, for whoever writes crash reports.
 class ScopedSignalBlock {
@@ -86,10 +92,11 @@ bool IsServing(const StreamThread *thread) {
 void StartStreamThread(StreamThread *&slot, RTSPStreamInfo &stream, void (*body)(StreamThread &)) {
     if (slot != nullptr) slot->tookOver.wait(false, std::memory_order_acquire);
     StreamThreadPtr thread = CreateThreadRecord(stream, body);
-    if (thread == nullptr) return;
+    if (thread == nullptr) return TellWhyNotStarted(errno);
     thread->predecessor = slot;
     const ScopedSignalBlock inherited;
-    if (ThreadCreate(&thread->handle, StreamThreadMain, thread.get()) != RTSP_SUCCESS) return;
+    if (ThreadCreate(&thread->handle, StreamThreadMain, thread.get()) != RTSP_SUCCESS)
+        return TellWhyNotStarted(EAGAIN); // with default attributes there is no other reason
     slot = thread.release();
 }
 

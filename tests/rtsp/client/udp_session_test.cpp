@@ -88,6 +88,19 @@ TEST(UdpSession, EmptyDatagramEndsTheThreadAndPlayStartsItAgain) {
     EXPECT_EQ(session.rtcp[0].Receive(0), ""); // an RTCP thread that is told to stop sends nothing more
 }
 
+TEST(UdpSession, PlayWithoutDescriptorsTellsWhyNothingComes) {
+    Session session(kUdp, CLIENT_READY_STATE, Times(2, {"PLAY ", Ok()}));
+    CapturedStdout out;
+    {
+        const DescriptorLimit limit(0);
+        EXPECT_EQ(session.Play(), 0);
+    }
+    EXPECT_EQ(CountOf(out.Text(), "can not be started: Too many open files\n"), 4U);
+    EXPECT_EQ(session.Play(), 0);
+    session.SendNumbers(1, Numbers(1, 3));
+    EXPECT_EQ(session.Video(3), Numbers(1, 3));
+}
+
 TEST(UdpSession, FullBufferHoldsPacketsBackAndLosesNone) {
     for (const int32_t ringBytes : {64, 40000}) { // below the largest packet there is room for one at a time
         Session session(kUdp, CLIENT_PLAYING_STATE, {{"TEARDOWN ", Ok()}}, ringBytes);
