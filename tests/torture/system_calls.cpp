@@ -40,7 +40,7 @@ thread_local pthread_mutex_t *refused = nullptr; // by a failed lock: its unlock
 // The fault when it is this call's turn.
 const Fault *Strike(const char *call) {
     const Fault *const fault = armed;
-    if (fault == nullptr || strcmp(fault->call, call) != 0) return nullptr;
+    if (fault == nullptr || fault->call != call) return nullptr;
     const long left = callsLeft.fetch_sub(1);
     if (left > 0 || (left < 0 && fault->effect != kStrikes)) return nullptr;
     struck = true;
@@ -124,7 +124,7 @@ int WaitOn(pthread_cond_t *condition, pthread_mutex_t *mutex, clockid_t clock, c
 
 } // namespace
 
-void Arm(Fault fault, long nth) {
+void Arm(const Fault &fault, long nth) {
     static Fault one;
     one = fault;
     struck = false;

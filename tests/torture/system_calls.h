@@ -1,8 +1,10 @@
 // What the library under torture, or under the fuzzers of whole sessions, calls instead of the system: in a copy of
-// its archive these calls are renamed (system_calls.cmake), so nobody else's are touched. One chosen call fails, time
-// runs faster; all that the library takes is counted and must be given back, and it may use no descriptor but its
-// own. Threads: any.
+// its archive these calls are renamed (system_calls.cmake), so nobody else's are touched. One chosen call fails,
+// time runs faster; all that the library takes is counted and must be given back, and it may use no descriptor but
+// its own. Threads: any.
 #pragma once
+
+#include <string>
 
 namespace torture {
 
@@ -14,13 +16,13 @@ enum Effect : int {
 };
 
 struct Fault {
-    const char *call; // see system_calls.cpp
+    std::string call; // see system_calls.cpp
     int effect;
     bool isRepeated = false; // the library makes the call again
 };
 
 // The nth such call from now (0: the next) meets the fault. From then on, unless it is repeated, time hurries.
-void Arm(Fault fault, long nth);
+void Arm(const Fault &fault, long nth);
 void Hurry(); // from now on the library's clocks and waits go a thousand times faster, up to the next Arm
 bool HasStruck();
 

@@ -61,8 +61,7 @@ Plan ReadPlan(const char *file) {
         words >> what >> key;
         if (what == "code") plan.documented.push_back({key, {std::istream_iterator<int32_t>(words), {}}});
         while ((what == "fault" || what == "again") && words >> word)
-            plan.faults.push_back({{strdup(key.c_str()), EffectOf(word), what == "again"}, isFirst}),
-                isFirst = false;
+            plan.faults.push_back({{key, EffectOf(word), what == "again"}, isFirst}), isFirst = false;
         if (line.empty()) isShort = false;
         Scenario next{.isShort = isShort};
         if (sscanf(line.c_str(), "%63[^;#]; %7[^;]; %63[^; ] ; %127[^;]; %d", next.name, next.proto, next.path,
@@ -226,8 +225,8 @@ int32_t PerformAll(Run &run, const char *acts) {
     return firstFailure;
 }
 
-int32_t RunOnce(const Scenario &scenario, Fault fault, long nth) {
-    snprintf(current, sizeof current, "%s, %s %ld (%d)", scenario.name, fault.call, nth, fault.effect);
+int32_t RunOnce(const Scenario &scenario, const Fault &fault, long nth) {
+    snprintf(current, sizeof current, "%s, %s %ld (%d)", scenario.name, fault.call.c_str(), nth, fault.effect);
     alarm(kWatchdogSeconds);
     Run run{.path = scenario.path, .proto = strcmp(scenario.proto, "TCP") == 0 ? 1U : 0U};
     torture::Arm(fault, nth);
