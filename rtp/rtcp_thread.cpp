@@ -36,7 +36,8 @@ Pass AnswerDatagram(StreamThread &thread, RTSPStreamInfo &stream, RtcpArea &area
     socklen_t addressLength = sizeof stream.rtcpAddr;
     const int received = ReceiveDatagram(stream.rtcpSocket, area.data(), kRtcpAreaBytes, MSG_DONTWAIT,
                                          reinterpret_cast<sockaddr *>(&stream.rtcpAddr), &addressLength);
-    if (received < 0 && errno == EAGAIN) return Pass::kGoOn; // a damaged datagram, which the system has dropped
+    // A damaged datagram, which the system has dropped, or an interruption.
+    if (received < 0 && (errno == EAGAIN || IsInterrupted(errno))) return Pass::kGoOn;
     if (received < 1) {
         if (MustEnd(thread)) return Pass::kStop;
         puts("Exiting RTCP thread");

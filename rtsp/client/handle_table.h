@@ -6,13 +6,11 @@
 // Open addressing with linear probing. Clients are added and removed by one thread at a time; meanwhile others ask.
 // What makes their answers right:
 //
-//   - Between the slot where the search for a live client begins and the slot where it lies, no slot is empty, or
-//   it
-//     would have been taken for it; and none becomes empty while the client lives: a removed client leaves a mark,
-//     which is cleared only where the slot behind it is empty, so that no search passes there. A client never
+//   - Between the slot where the search for a live client begins and the slot where it lies, no slot is empty: it
+//     would have been taken for the client. None becomes empty while the client lives: a removed client leaves a
+//     mark, which is cleared only where the slot behind it is empty, so that no search passes there. A client never
 //     moves. So a search for a live client ends at its slot, whatever is added and removed around it.
-//   - A table that gets full is replaced by a copy twice its size. Searches under way end in the one they began
-//   with,
+//   - A table that gets full is replaced by a copy twice its size. Searches under way end in the one they began in,
 //     which nobody changes any more and which still holds whom they may ask for: their clients live, since Destroy
 //     is the only call on its client. Who asks after Destroy has returned finds the table that Destroy changed or a
 //     later one.
