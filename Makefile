@@ -7,7 +7,7 @@ RUNS ?= 50000
 SECONDS ?= 30
 SEED ?= 1
 
-.PHONY: all deps $(PRESETS) test fuzz memcheck coverage demo bench compare impair hostile torture soak install uninstall clean
+.PHONY: all deps $(PRESETS) test fuzz trixie memcheck coverage demo bench compare impair hostile torture soak install uninstall clean
 
 all: release
 
@@ -26,6 +26,10 @@ fuzz:
 	cmake --preset fuzz
 	cmake --build --preset fuzz
 	scripts/fuzz.sh $(RUNS) $(SECONDS) $(SEED) $(TARGETS)
+
+# With Debian 13's compiler, in a root of its own.
+trixie:
+	scripts/trixie.sh
 
 # The unit tests under valgrind, and the share of the library's lines that they execute.
 memcheck:

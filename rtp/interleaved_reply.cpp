@@ -60,7 +60,7 @@ bool FrameBegins(std::string_view text, const ReplyParts &parts, std::size_t dol
     const char before = dollar > 0 ? text[dollar - 1] : '\n';
     const bool beginsLine = (before == '\r' || before == '\n') && !inWholeBody;
     const char channel = dollar + 1 < text.size() ? text[dollar + 1] : '$';
-    const bool beforeChannel = channel >= 0 && channel < ' ' && !Contains(kText, {&channel, 1});
+    const bool beforeChannel = static_cast<unsigned char>(channel) < ' ' && !Contains(kText, {&channel, 1});
     return beginsLine || beforeChannel || dollar == parts.head || dollar == parts.body;
 }
 

@@ -77,8 +77,9 @@ public:
         if (dumper_ == nullptr || error_ != 0) return;
         const std::size_t length = std::min<std::size_t>(packet.packetLength, kLongestPacket);
         const Headers headers = MakeHeaders(length, ports_[stream.number], ++identification_);
-        std::vector<uint8_t> frame(headers.begin(), headers.end());
-        frame.insert(frame.end(), packet.packetData, packet.packetData + length);
+        std::vector<uint8_t> frame(kHeaderBytes + length);
+        std::copy(headers.begin(), headers.end(), frame.begin());
+        std::copy_n(packet.packetData, length, frame.begin() + kHeaderBytes);
         // Two readers may come here in another order than they took their packets.
         const int64_t time = latest_ = std::max(latest_, wallClock_.Of(arrival).count());
         const auto size = static_cast<bpf_u_int32>(frame.size());
