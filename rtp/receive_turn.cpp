@@ -45,13 +45,12 @@ void WaitForWake(const StreamThread &thread, int timeoutMs) {
     if (poll(&wake, 1, timeoutMs) == 1) DrainWake(thread.wake);
 }
 
-// A reader that waits long spares the thread its looks by the clock. Found in this state, the reader takes the
-// state back, wakes the thread, and tries to leave anew: the wake that follows a state which the thread saw is yet
-// to come.
+// A reader that waits long spares the thread its looks by the clock. The state changes once in a reader's turn, and
+// the wake that answers it is yet to come: a thread that was woken and finds the reader still there does not sleep
+// again.
 void SleepUntilReaderLeaves(const StreamThread &thread, ReceiveTurn &turn) {
     TurnState state = TurnState::kTaken;
-    if (turn.state.compare_exchange_strong(state, TurnState::kTakenThreadSleeps, std::memory_order_acq_rel) ||
-        state == TurnState::kTakenThreadSleeps)
+    if (turn.state.compare_exchange_strong(state, TurnState::kTakenThreadSleeps, std::memory_order_acq_rel))
         WaitForWake(thread, kNoLimit);
 }
 
@@ -81,13 +80,13 @@ ReaderTurn::~ReaderTurn() {
     if (!mine_) return;
     turn_.lastVisitMs.store(MonotonicMs(), std::memory_order_release);
     TurnState state = TurnState::kTaken;
-    while (!turn_.state.compare_exchange_strong(state, TurnState::kFree, std::memory_order_acq_rel)) {
-        // The thread sleeps, and lives as long as the turn is held: it takes the turn to end.
-        turn_.state.store(TurnState::kTaken, std::memory_order_release);
-        WakeStreamThread(*turn_.thread);
-        state = TurnState::kTaken;
+    if (turn_.state.compare_exchange_strong(state, TurnState::kFree, std::memory_order_acq_rel)) {
+        turn_.state.notify_one();
+        return;
     }
-    turn_.state.notify_one();
+    // The thread sleeps, and lives as long as the turn is held: it takes the turn to end.
+    WakeStreamThread(*turn_.thread);
+    GiveBack(turn_);
 }
 
 void OpenTurn(ReceiveTurn &turn, StreamThread &thread, int socket) {

@@ -6,9 +6,10 @@
 // looks by the clock whether they still do. When none has come for a while it waits for the socket and receives
 // until the next one comes.
 //
-// No wake-up can be lost, because the thread sleeps in three ways only. It waits for the socket itself, and what lies
-// there already ends that wait. It rests for a few milliseconds. Or it sleeps while a reader has the turn, which the
-// turn's state says: the reader finds that state when it leaves, and does not leave before it has woken the thread.
+// No wake-up can be lost, because the thread sleeps in three ways only. It waits for the socket itself, and what
+// lies there already ends that wait. It rests for a few milliseconds. Or it sleeps while a reader has the turn,
+// which the turn's state says, at most once in each of a reader's turns: the reader finds that state when it
+// leaves, and wakes the thread. A thread that is awake again before the turn is given back rests by the clock.
 #pragma once
 
 #include <atomic>
