@@ -27,6 +27,17 @@ int32_t RTPClientConfigLatency(intptr_t clientHandle, int32_t tLInMS, int32_t uF
     return RTSP_SUCCESS;
 }
 
+int32_t RTPClientSetRtcpCallback(intptr_t clientHandle, RTPRtcpCallback callback, void *context) {
+    const CallTrace trace(__func__);
+    RTSPClient *const client = LiveClient(clientHandle);
+    if (client == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid Client Handle\n");
+    const bool used = client->connected != 0 || client->cSeq != 0 || client->streamList != nullptr;
+    if (used) return trace.Fail(RTSP_FAILURE, "EXIT : %s :Client has connected before\n");
+    client->rtcpCallback = callback;
+    client->rtcpContext = context;
+    return RTSP_SUCCESS;
+}
+
 int32_t RTPClientSetAudioVideoBufferSize(intptr_t clientHandle, int32_t videoBufferSize, int32_t audioBufferSize) {
     const CallTrace trace(__func__);
     DebugPrint(kDebugEntry, "Input:  videoBufferSize    : %d\n", videoBufferSize);

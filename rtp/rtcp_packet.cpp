@@ -3,6 +3,7 @@
 #include "platform/printers.h"
 #include "platform/wire.h"
 #include "rtp/stream_record.h"
+#include "rtsp/client/client_record.h"
 
 #include <cstdio>
 
@@ -47,6 +48,7 @@ void KeepSenderReport(RTSPStreamInfo &stream, const wire::ReceivedBytes &bytes) 
 int32_t ParseRtcpPacket(RTSPStreamInfo *stream, const uint8_t *packet, int32_t size) {
     DebugPrint(kDebugEntry, "\nENTER: ParseRtcpPacket streamInfoPtr = %d\n\tpacketData = %d\n\tpacketSize = %d",
                PrintableHandle(stream), PrintableHandle(packet), size);
+    ShowRtcp(*stream, false, packet, size);
     const wire::ReceivedBytes bytes({packet, size > 0 ? static_cast<std::size_t>(size) : 0});
     const int version = bytes.U8(0) >> 6;
     const uint8_t type = bytes.U8(1);
@@ -70,6 +72,16 @@ int32_t ParseRtcpPacket(RTSPStreamInfo *stream, const uint8_t *packet, int32_t s
     }
     DebugPrint(kDebugEntry, "\tEXIT : \n\tReturning Successfully");
     return RTSP_SUCCESS;
+}
+
+void ShowRtcp(const RTSPStreamInfo &stream, bool isSent, const uint8_t *packet, int32_t size) {
+    const RTSPClient *const client = stream.client;
+    if (client == nullptr || client->rtcpCallback == nullptr || size <= 0) return;
+    int32_t number = 1;
+    for (const RTSPStreamInfo *other = client->streamList; other != nullptr && other != &stream;
+         other = other->next)
+        ++number;
+    client->rtcpCallback(client->rtcpContext, number, isSent ? 1 : 0, packet, static_cast<uint32_t>(size));
 }
 
 void ClearSenderReport(RTSPStreamInfo &stream) { KeepSenderReport(stream, wire::ReceivedBytes({})); }

@@ -11,6 +11,9 @@ struct RTSPStreamInfo;
 // that a report answers, -1 otherwise. A packet shorter than its fields is read as if zeros followed.
 int32_t ParseRtcpPacket(RTSPStreamInfo *stream, const uint8_t *packet, int32_t size);
 
+// To whom the client wants it shown.
+void ShowRtcp(const RTSPStreamInfo &stream, bool isSent, const uint8_t *packet, int32_t size);
+
 // Forgets the last sender report.
 void ClearSenderReport(RTSPStreamInfo &stream);
 

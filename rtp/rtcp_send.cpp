@@ -3,6 +3,7 @@
 #include "platform/call_trace.h"
 #include "platform/scope.h"
 #include "platform/wire.h"
+#include "rtp/rtcp_packet.h"
 #include "rtp/stream_record.h"
 #include "rtsp/client/client_record.h"
 
@@ -67,6 +68,7 @@ int32_t SendRtcpPacket(RTSPStreamInfo *stream, const uint8_t *packet, int32_t le
         RtpRtspErrorPrint("Error in Sending RTCP Data\n");
         return RTSP_FAILURE;
     }
+    if (sent > 0) ShowRtcp(*stream, true, packet, length);
     return RTSP_SUCCESS;
 }
 
@@ -88,6 +90,7 @@ int32_t SendRtcpPacketTCP(RTSPStreamInfo *stream, const uint8_t *packet, int32_t
     std::memcpy(&frame[kFrameHeader], packet, static_cast<std::size_t>(length));
     if (!SendOrDrop(*stream->client, std::span(frame).first(static_cast<std::size_t>(kFrameHeader + length))))
         return trace.Fail(RTSP_SEND_FAILED, "\tEXIT : %s :Problem in Sending RTCP packet to Server 2\n");
+    ShowRtcp(*stream, true, packet, length);
     return RTSP_SUCCESS;
 }
 

@@ -36,6 +36,8 @@ struct RTSPClient {
     char *receivedSDP = nullptr;        // owned, free()
     SDPField *sdpFieldList = nullptr;   // owned: the session-level lines
     intptr_t mtuCallBack = 0;           // stored, never called
+    void *rtcpContext = nullptr;        // constant once connected, like the next, which threads with RTCP call
+    RTPRtcpCallback rtcpCallback = nullptr;
     uint32_t authRequired = 0;          // 1 after a 401: every request carries Authorization
     char username[128] = {};
     char password[128] = {};

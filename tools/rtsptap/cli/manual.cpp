@@ -74,7 +74,8 @@ const std::vector<CommandText> &CommandTexts() {
           "not hold its codec. A file begins with a key frame and plays after Ctrl-C; a transport stream (mp2t) is "
           "written as it comes.",
           "Over UDP packets are put in order: a late one is waited for as long as --latency says, and later ones "
-          "are counted. Captures have packets as they come. Picture and sound are aligned as the server says "
+          "are counted. Captures have packets as they come, with RTCP, and a first one that describes them. "
+          "Picture and sound are aligned as the server says "
           "(RTP-Info), by arrival where it says nothing."}},
         {"snapshot",
          "write the first picture of a server to a file",

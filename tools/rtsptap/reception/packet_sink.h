@@ -5,6 +5,8 @@
 #include "base/outcome.h"
 #include "session/opening.h"
 
+#include <span>
+
 namespace tool {
 
 class PacketSink {
@@ -19,6 +21,9 @@ public:
 
     // On the thread that reads the stream; streams of several threads come at the same time.
     virtual void Take(const Stream &stream, const RTPStreamData &packet, Clock::time_point arrival) = 0;
+
+    // An RTCP packet of a stream, received or sent; on any thread.
+    virtual void TakeControl(int32_t, bool, std::span<const uint8_t>) {}
 
     virtual bool IsDone() = 0;    // wants no more packets: complete, or failed
     virtual Outcome Finish() = 0; // completes the output; packets taken later are passed over

@@ -50,7 +50,12 @@ Outcome Receiver::Begin(const OpenedSession &opened) {
     if (isFirst && audience_.makeSink)
         if (Outcome failed = audience_.makeSink(opened, sink_); !failed.IsOk()) return failed;
     if (audience_.opened) audience_.opened(opened);
-    if (sink_ != nullptr) sink_->BeginSession(opened);
+    if (sink_ != nullptr) {
+        sink_->BeginSession(opened);
+        session_->ShowControl([this](int32_t number, bool isSent, std::span<const uint8_t> packet) {
+            sink_->TakeControl(number, isSent, packet);
+        });
+    }
     reception_.Begin(session_, opened.streams);
     return {};
 }
@@ -136,6 +141,7 @@ void Receiver::EndSession() {
     if (session_ == nullptr) return;
     if (session_->ReleaseHeldBack()) interruption_.WaitFor(kLook); // for readers to take it
     reception_.End();
+    session_->ShowControl({}); // the session may outlive this
     const auto done = std::make_shared<std::promise<void>>();
     teardown_ = done->get_future();
     teardownBegin_ = Clock::now();

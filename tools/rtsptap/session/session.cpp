@@ -65,6 +65,7 @@ std::string NameOf(const Stream &stream) {
 Session::Session() : client_(RTSPClientCreate()) {
     if (client_ <= 0) throw std::bad_alloc();
     RTPClientSetAudioVideoBufferSize(client_, kVideoBufferBytes, kAudioBufferBytes);
+    RTPClientSetRtcpCallback(client_, TakeControl, this);
 }
 
 Session::~Session() { RTSPClientDestroy(client_); }
@@ -196,6 +197,25 @@ bool Session::ReleaseHeldBack() {
     const std::unique_lock guard(exchange_, std::try_to_lock);
     if (!guard.owns_lock() || std::exchange(latency_, 0) == 0) return false;
     return RTPClientConfigLatency(client_, 0, 0, 0) == RTSP_SUCCESS;
+}
+
+// On threads of the library.
+void Session::TakeControl(void *session, int32_t number, int32_t isSent, const uint8_t *packet, uint32_t length) {
+    constexpr std::size_t kMostUnseen = 64;
+    Session &self = *static_cast<Session *>(session);
+    const std::lock_guard guard(self.controlLock_);
+    if (self.controlObserver_)
+        self.controlObserver_(number, isSent != 0, {packet, length});
+    else if (self.unseenControl_.size() < kMostUnseen)
+        self.unseenControl_.push_back({number, isSent != 0, {packet, packet + length}});
+}
+
+void Session::ShowControl(ControlObserver observer) {
+    const std::lock_guard guard(controlLock_);
+    controlObserver_ = std::move(observer);
+    if (!controlObserver_) return;
+    for (const ControlPacket &packet : unseenControl_) controlObserver_(packet.number, packet.isSent, packet.bytes);
+    unseenControl_.clear();
 }
 
 Packet Session::Take(int32_t codecType) const {

@@ -6,8 +6,10 @@
 #include "session/method_headers.h"
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -93,6 +95,12 @@ public:
     bool HasPacket(int32_t codecType) const { return Queued(codecType) > 0; } // Take would not wait
     int32_t Queued(int32_t codecType) const { return RTPClientGetNbOfPktInBuffer(client_, codecType); }
 
+    // An RTCP packet of a stream: received, or a report of ours.
+    using ControlObserver = std::function<void(int32_t number, bool isSent, std::span<const uint8_t> packet)>;
+
+    // From now on, the latest before it included; none: nobody. Not called any more when this returns.
+    void ShowControl(ControlObserver observer);
+
     bool IsConnectionClosed() const; // by the server
     bool HasReceivedControl() const; // an RTCP datagram has come
 
@@ -100,6 +108,7 @@ private:
     Answer Send(RTSPMethod method, int32_t stream = 0, const std::vector<Header> &instead = {});
     int32_t ConnectWithPassword(const Target &target);
     Reply LastReply() const;
+    static void TakeControl(void *session, int32_t number, int32_t isSent, const uint8_t *packet, uint32_t length);
     void NoteControlSockets(const std::vector<int> &before);
 
     const intptr_t client_;
@@ -108,6 +117,15 @@ private:
     bool multicast_ = false;
     int32_t latency_ = 0;
     bool tornDown_ = false;
+
+    struct ControlPacket {
+        int32_t number;
+        bool isSent;
+        std::vector<uint8_t> bytes;
+    };
+    std::mutex controlLock_; // guards the next two; held while the observer runs
+    ControlObserver controlObserver_;
+    std::vector<ControlPacket> unseenControl_; // the first ones, before there was an observer
 
     // The library's sockets, to be looked at only; constant once it plays.
     int connection_ = -1;
