@@ -53,7 +53,7 @@ void ReorderBuffer::Put(HeldPacket packet) {
     late_ += isLate && !isDuplicate ? 1 : 0;
     if (isDuplicate || isLate) return;
     behind_ = 0;
-    arrivals_.emplace_back(number, waited_);
+    arrivals_.emplace_back(number, waited_ - (looked_ - packet.arrival)); // a stray is put in later than it came
     held_.emplace(number, std::move(packet));
 }
 
