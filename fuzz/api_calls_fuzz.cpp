@@ -151,12 +151,14 @@ void Query(Caller &caller, intptr_t client, Input &in) {
 }
 
 void ConfigureClient(Caller &, intptr_t client, Input &in) {
-    const uint8_t what = in.U8() % 3;
+    const uint8_t what = in.U8() % 5;
     const int32_t first = Number(in);
     const int32_t second = Number(in);
     if (what == 0) RTSPClientSetMTUSize(client, static_cast<uint32_t>(first));
     if (what == 1) RTPClientSetAudioVideoBufferSize(client, first, second);
     if (what == 2) RTPClientConfigLatency(client, first, second, Number(in));
+    if (what == 3) RTSPClientSetDataProto(client, static_cast<uint32_t>(first) % 3);
+    if (what == 4) RTSPClientForgetChallenge(client);
 }
 
 void Listen(Caller &, intptr_t client, Input &in) {

@@ -1,7 +1,9 @@
 #include "rtsp/client/challenge.h"
 
+#include "platform/call_trace.h"
 #include "platform/text.h"
 #include "rtsp/client/client_record.h"
+#include "rtsp/client/registry.h"
 #include "rtsp/message/response.h"
 
 #include <algorithm>
@@ -58,3 +60,13 @@ void StoreChallenge(RTSPClient &client, ResponseMsg &response) {
 }
 
 } // namespace rtsptap
+
+using namespace rtsptap;
+
+int32_t RTSPClientForgetChallenge(intptr_t clientHandle) {
+    const CallTrace trace(__func__);
+    RTSPClient *const client = LiveClient(clientHandle);
+    if (client == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid client handle\n");
+    client->authRequired = 0;
+    return RTSP_SUCCESS;
+}

@@ -102,3 +102,17 @@ int32_t RTSPClientConnect(intptr_t clientHandle, const char *serverIp, uint16_t 
     client->connected = 1;
     return RTSP_SUCCESS;
 }
+
+int32_t RTSPClientSetDataProto(intptr_t clientHandle, uint32_t dataProto) {
+    const CallTrace trace(__func__);
+    if (clientHandle == 0 || dataProto > DATA_PROTO_TCP)
+        return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid input argument\n");
+    RTSPClient *const client = LiveClient(clientHandle);
+    if (client == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid client handle\n");
+    if (client->connected != 1)
+        return trace.Fail(RTSP_NOT_CONNECTED, "EXIT : %s :Client is created but is not connected to server\n");
+    if (client->state >= CLIENT_READY_STATE)
+        return trace.Fail(RTSP_INVALID_STATE, "EXIT : %s :A stream is set up already\n");
+    client->dataProto = dataProto;
+    return RTSP_SUCCESS;
+}

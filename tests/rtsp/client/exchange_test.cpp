@@ -57,6 +57,23 @@ TEST(Exchange, TheReplyThatMadeAMethodFailCanBeRead) {
     EXPECT_EQ(lastReply(512, reply), RTSP_FAILURE);
 }
 
+TEST(Exchange, AProgramMayAnswerChallengesItselfAndChooseAnotherTransportUntilOneIsSetUp) {
+    const Script further = {
+        {{"DESCRIBE ", "!Authorization"}, Status(401, "?", "WWW-Authenticate: Basic realm=\"r\"")},
+        {{"DESCRIBE ", "!Authorization"}, WithBody(kDescription)},
+        {{"SETUP ", "interleaved=0-1"}, Ok("Session: {session}")}};
+    Session session(kUdp, CLIENT_INIT_STATE, further);
+    EXPECT_EQ(session.Describe(), RTSP_UNAUTHORIZED);
+    EXPECT_EQ(RTSPClientForgetChallenge(session.client), RTSP_SUCCESS);
+    EXPECT_EQ(session.Describe(), RTSP_SUCCESS);
+    EXPECT_EQ(RTSPClientSetDataProto(session.client, 2), RTSP_INVALID_ARGUMENT);
+    EXPECT_EQ(RTSPClientSetDataProto(session.client, kTcp), RTSP_SUCCESS);
+    EXPECT_EQ(session.Setup(1), RTSP_SUCCESS);
+    EXPECT_EQ(RTSPClientSetDataProto(session.client, kUdp), RTSP_INVALID_STATE);
+    EXPECT_EQ(RTSPClientSetDataProto(Client(), kUdp), RTSP_NOT_CONNECTED);
+    EXPECT_EQ(RTSPClientForgetChallenge(0), RTSP_INVALID_ARGUMENT);
+}
+
 } // namespace
 
 TEST(Exchange, MethodsAreRefusedOutsideTheirStates) {
