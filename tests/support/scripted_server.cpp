@@ -43,7 +43,7 @@ std::string ReplyText(const std::string &statusLine, std::initializer_list<std::
 ScriptedServer::ScriptedServer(Script steps) : script(std::move(steps)) {
     sockaddr_in address = {};
     address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_addr.s_addr = htonl(INADDR_ANY); // also as 127.0.0.2, another host to a client
     socklen_t length = sizeof address;
     listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     int ends[2] = {-1, -1};

@@ -73,7 +73,9 @@ Outcome OutcomeOfRequest(const std::string &phase, int32_t result, const Reply &
 }
 
 Outcome OutcomeOfTimeout(const std::string &phase, std::chrono::milliseconds limit) {
-    const std::string what = phase == "connect" ? "no connection" : phase == "resolve" ? "no answer" : "no reply";
+    const std::string what = phase.rfind("connect", 0) == 0 ? "no connection"
+                             : phase == "resolve"           ? "no answer"
+                                                            : "no reply";
     return {ExitCode::kTimeout, phase + ": " + what + " within " + TimeText(limit)};
 }
 

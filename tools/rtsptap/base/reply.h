@@ -5,11 +5,13 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace tool {
 
 constexpr int kOk = 200;
+constexpr int kUnauthorized = 401;
 constexpr int kSessionNotFound = 454;
 constexpr int kUnsupportedTransport = 461;
 
@@ -25,8 +27,17 @@ Reply ParseReply(std::string_view text);
 // The first header of that name, letter case ignored; empty when there is none.
 std::string HeaderOf(const Reply &reply, std::string_view name);
 
-// The authentication schemes of all challenges, in their order: "Digest", "Basic".
-std::vector<std::string> ChallengesOf(const Reply &reply);
+// One way in that a server offers (RFC 9110, 11.3).
+struct Challenge {
+    std::string scheme;                                          // "Digest", "Basic", others as they were sent
+    std::vector<std::pair<std::string, std::string>> parameters; // names in lower case; without their quotes
+};
+
+// In their order: of all WWW-Authenticate headers, and of each as many as it has.
+std::vector<Challenge> ChallengesOf(const Reply &reply);
+
+// A parameter of a challenge; empty when it has none.
+std::string ParameterOf(const Challenge &challenge, std::string_view name);
 
 // "Session: 12345678;timeout=60"
 std::optional<std::chrono::seconds> SessionTimeoutOf(const Reply &reply);

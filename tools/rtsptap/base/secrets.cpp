@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <iterator>
 
 namespace tool {
 namespace {
@@ -13,11 +14,26 @@ bool SameLetter(char first, char second) {
     return std::tolower(static_cast<unsigned char>(first)) == std::tolower(static_cast<unsigned char>(second));
 }
 
-// Where the value of a header begins whose name ends in "Authorization"; npos without one.
-std::size_t FindAuthorization(std::string_view line) {
-    constexpr std::string_view kName = "authorization:";
-    const auto *const found = std::search(line.begin(), line.end(), kName.begin(), kName.end(), SameLetter);
-    return found == line.end() ? line.npos : static_cast<std::size_t>(found - line.begin()) + kName.size();
+bool HasWord(std::string_view text, std::string_view word) {
+    return std::search(text.begin(), text.end(), word.begin(), word.end(), SameLetter) != text.end();
+}
+
+// The name that ends there.
+std::string_view NameBefore(std::string_view line, std::size_t colon) {
+    const std::string_view before = line.substr(0, colon);
+    const std::size_t blank = before.find_last_of(" \t");
+    return blank == before.npos ? before : before.substr(blank + 1);
+}
+
+// Where a secret begins that goes on to the end of the line; npos without one.
+std::size_t FindSecret(std::string_view line) {
+    constexpr std::string_view kReply = "< ";
+    const std::size_t begin = line.starts_with(kReply) ? kReply.size() : 0;
+    for (const std::string_view key : {"k=", "a=crypto:"}) // RFC 4566, 5.12; RFC 4568
+        if (line.substr(begin).starts_with(key)) return begin + key.size();
+    for (std::size_t colon = line.find(':'); colon != line.npos; colon = line.find(':', colon + 1))
+        if (IsSecretHeader(NameBefore(line, colon))) return colon + 1;
+    return line.npos;
 }
 
 std::string WithoutUserinfo(std::string_view text) {
@@ -36,10 +52,16 @@ std::string WithoutUserinfo(std::string_view text) {
 
 } // namespace
 
+bool IsSecretHeader(std::string_view name) {
+    constexpr std::string_view kWords[] = {"authorization", "cookie", "token", "password", "secret", "api-key"};
+    return std::any_of(std::begin(kWords), std::end(kWords),
+                       [name](std::string_view word) { return HasWord(name, word); });
+}
+
 std::string WithoutSecrets(std::string_view line) {
-    const std::size_t value = FindAuthorization(line);
-    if (value == line.npos) return WithoutUserinfo(line);
-    return WithoutUserinfo(line.substr(0, value)) + " " + std::string(kHidden);
+    const std::size_t secret = FindSecret(line);
+    if (secret == line.npos) return WithoutUserinfo(line);
+    return WithoutUserinfo(line.substr(0, secret)) + " " + std::string(kHidden);
 }
 
 std::string Presentable(std::string_view text) {

@@ -6,8 +6,11 @@
 
 namespace tool {
 
-// A line, without its end, and without the values of Authorization headers of any kind and without user names and
-// passwords in URLs.
+// Whether a header of that name is there to carry a secret: Authorization of any kind, Cookie, X-Auth-Token.
+bool IsSecretHeader(std::string_view name);
+
+// A line, without its end, and without the values of such headers, without user names and passwords in URLs, and
+// without the keys of descriptions.
 std::string WithoutSecrets(std::string_view line);
 
 // What a server said, fit for a line of ours: no control characters, no secrets, not endless.

@@ -35,11 +35,12 @@ OptionGroup DemoOptions(CommandLine &line) {
 // CLI11 speaks in exceptions and texts; from here on this file is the only place that does.
 
 CLI::callback_t EachInto(const Option &option) {
-    return [read = option.read, names = NamesOf(option), given = option.value](const CLI::results_t &texts) {
+    return [read = option.read, names = NamesOf(option), given = option.value,
+            mayBeSecret = option.mayBeSecret](const CLI::results_t &texts) {
         for (const std::string &text : texts) {
             const bool isLeftOut = given[0] == '[' && text == "true";
             if (const std::string wrong = read(isLeftOut ? "" : text); !wrong.empty())
-                throw CLI::ValidationError(names.back() + ": '" + text + "' " + wrong);
+                throw CLI::ValidationError(names.back() + (mayBeSecret ? " " : ": '" + text + "' ") + wrong);
         }
         return true;
     };
@@ -83,11 +84,17 @@ std::vector<std::string> OptionNames(const Manual &manual, const std::string &co
 // Without the value: it may be a password.
 std::string UnknownOption(const std::string &argument, const Manual &manual, const std::string &command) {
     const std::string name = argument.substr(0, argument.find('='));
-    return "there is no option " + name + Suggestion(name, OptionNames(manual, command));
+    const std::vector<std::string> known = OptionNames(manual, command);
+    std::vector<std::string> same; // that begin with its letter
+    for (const std::string &option : known)
+        if (name.size() == 2 && option.compare(2, 1, name, 1, 1) == 0) same.push_back(option);
+    const std::string hint = "; did you mean " + Joined(same, " or ") + "?";
+    return "there is no option " + name + (same.empty() ? Suggestion(name, known) : hint);
 }
 
-std::string UnknownCommand(const std::vector<std::string> &arguments, const Manual &manual) {
+std::string UnknownCommand(std::vector<std::string> arguments, const Manual &manual) {
     const std::string which = "a command is missing";
+    if (arguments.size() > 1 && arguments.front() == "help") arguments.erase(arguments.begin());
     if (arguments.empty()) return which;
     if (arguments.front().find("://") != std::string::npos) return which + " before the address, such as play";
     return "there is no command " + arguments.front() + Suggestion(arguments.front(), CommandNames(manual));
@@ -149,8 +156,24 @@ Manual MakeManual(CommandLine &line) {
     return manual;
 }
 
+namespace {
+
+// "help play" is the same as "play --help".
+bool AsksForHelp(int argc, char **argv, const Manual &manual, CommandLine &line) {
+    if (argc < 2 || std::string(argv[1]) != "help") return false;
+    const std::string topic = argc > 2 ? argv[2] : "";
+    const std::vector<std::string> names = CommandNames(manual);
+    if (argc > 3 || (!topic.empty() && std::find(names.begin(), names.end(), topic) == names.end())) return false;
+    line.command = "help";
+    line.topic = topic;
+    return true;
+}
+
+} // namespace
+
 Outcome ParseCommandLine(int argc, char **argv, CommandLine &line) {
     const Manual manual = MakeManual(line);
+    if (AsksForHelp(argc, argv, manual, line)) return {};
     CLI::App app;
     AddManual(app, manual);
     std::string error;

@@ -99,7 +99,8 @@ const std::vector<CommandText> &CommandTexts() {
          "play the bundled demo server",
          {{"rtsptap demo", "a test picture and a tone, five seconds over UDP"},
           {"rtsptap demo --tcp --auth", "inside the RTSP connection, with a password"}},
-         {"The server, rtsptap_demo_server, is looked for beside rtsptap and in PATH. It carries its clip, listens on "
+         {"The server, rtsptap_demo_server, is looked for beside rtsptap and in PATH. It carries its clip, listens "
+          "on "
           "127.0.0.1 and ends with the command."}},
         {"completion",
          "print the completion of a shell",
@@ -115,7 +116,8 @@ const std::vector<std::string> &ProgramNotes() {
         "RTSP connection, and shows, measures or records them. A URL is rtsp://[USER[:PASSWORD]@]HOST[:PORT]/PATH; "
         "% and two hexadecimal digits stand for a character in user name and password.",
         "Standard output carries data only; everything else goes to standard error.",
-        "Times are numbers with ms, s, m or h, and seconds without. A password is never shown, also not with "
+        "Times are numbers with ms, s, m or h, as 1m30s, and seconds without; 00:01:30 is one, too. A password is "
+        "never shown, also not with "
         "--verbose.",
         "The first Ctrl-C, SIGTERM or SIGHUP ends the session at the server and completes files; a second one ends "
         "at once.",

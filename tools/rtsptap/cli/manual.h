@@ -18,6 +18,7 @@ struct Option {
     Reader read; // once for each time the option is given
     bool isRequired = false;
     std::vector<std::string> words = {}; // that shells complete the value with, where it names none itself
+    bool mayBeSecret = false;            // a refusal does not repeat the value
 };
 
 struct OptionGroup {

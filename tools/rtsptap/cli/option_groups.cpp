@@ -64,11 +64,17 @@ OptionGroup ServerOptions(ServerSettings &server) {
                                                        {"udp", Transport::kUdp},
                                                        {"tcp", Transport::kTcp},
                                                        {"multicast", Transport::kMulticast}})},
-             {"-u,--user", "NAME",
+             {"-u,--user",
+              "NAME",
               "log in as NAME; a password that comes from nowhere else is asked for on the terminal",
-              Into(server.user)},
+              IntoUser(server.user),
+              false,
+              {},
+              true},
              {"--password-file", "FILE", "take the password from the first line of FILE; - is standard input",
               Into(server.passwordFile)},
+             {"--follow", "[=N]", "go where the server sends us, so often in a row (default: 5; 0: not at all)",
+              IntoHops(server.follow)},
              {"-H,--header", "HEADER", "add 'METHOD: Name: value' to the requests of a method; may be repeated",
               Into(server.headers)}}};
 }
@@ -88,13 +94,15 @@ OptionGroup WaitingOptions(ServerSettings &server) {
 }
 
 OptionGroup StayingOptions(ServerSettings &server, bool records) {
-    return {
-        "Staying",
-        {{"--reconnect", "[=N]", "connect again when the session breaks; give up after N failures in a row",
-          IntoCount(server.reconnect)},
-         {"--keepalive", "", "repeat PLAY at half the session time-out, for servers that ignore receiver reports",
-          Into(server.keepalive)},
-         Latency(server.latency, records ? kRecordedLatency : "0")}};
+    return {"Staying",
+            {{"--reconnect", "[=N]", "connect again when the session breaks; give up after N failures in a row",
+              IntoCount(server.reconnect)},
+             {"--keepalive", "",
+              "repeat PLAY at half the session time-out, also where the server names none (then 60s)",
+              Into(server.keepalive, true)},
+             {"--no-keepalive", "", "repeat it nowhere, not where the server names a time-out either",
+              Into(server.keepalive, false)},
+             Latency(server.latency, records ? kRecordedLatency : "0")}};
 }
 
 OptionGroup DurationOptions(std::chrono::milliseconds &duration, const std::string &otherwise) {
@@ -115,7 +123,7 @@ OptionGroup FigureOptions(ReceptionSettings &reception) {
           "end with status 14 if all streams together brought fewer bits per second, as 500k or 2M",
           IntoRate(reception.health.minBitsPerSecond)},
          {"--expect-codec", "CODEC", "end with status 14 if no stream of this codec came; may be repeated",
-          IntoList(reception.health.expectedCodecs), false, AllCodecs()}}};
+          IntoCodecs(reception.health.expectedCodecs), false, AllCodecs()}}};
 }
 
 OptionGroup RecordingOptions(OutputSettings &output, bool isRequired) {
@@ -159,12 +167,14 @@ OptionGroup GeneralOptions(ConsoleSettings &console) {
         console.color = false;
         return std::string();
     };
-    return {"General",
-            {{"-q,--quiet", "", "say nothing but errors, and show no table", Into(console.quiet)},
-             {"-v,--verbose", "", "show on standard error what the library prints, too", Into(console.verbose)},
-             {"--no-color", "", "use no colors; the variable NO_COLOR does the same", noColor},
-             {"-h,--help", "", "show this help, or that of a command", nothing},
-             {"--version", "", "show the version and what the program was built with", nothing}}};
+    return {
+        "General",
+        {{"-q,--quiet", "", "say nothing but errors, and show no table", Into(console.quiet)},
+         {"-v,--verbose", "", "show the dialogue with the server, and what the library prints, on standard error",
+          Into(console.verbose)},
+         {"--no-color", "", "use no colors; the variable NO_COLOR does the same", noColor},
+         {"-h,--help", "", "show this help, or that of a command", nothing},
+         {"--version", "", "show the version and what the program was built with", nothing}}};
 }
 
 } // namespace tool

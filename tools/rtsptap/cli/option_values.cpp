@@ -1,5 +1,6 @@
 #include "cli/option_values.h"
 
+#include "base/codec_names.h"
 #include "base/outcome.h"
 #include "base/text.h"
 
@@ -22,10 +23,45 @@ bool ParseNumber(const std::string &text, double &number, std::string &rest) {
     return error == std::errc() && std::isfinite(number) && !std::signbit(number);
 }
 
+// 1h30m, 1m30s, 200ms; a number without a unit stands alone and is seconds
+bool ParseUnits(std::string text, double &totalMs) {
+    static const std::map<std::string, double> kUnitsMs = {
+        {"", 1000}, {"ms", 1}, {"s", 1000}, {"m", 60e3}, {"h", 3600e3}};
+    double last = HUGE_VAL;
+    do {
+        double number = 0;
+        std::string rest;
+        if (!ParseNumber(text, number, rest)) return false;
+        const std::size_t end = std::min(rest.find_first_of("0123456789"), rest.size());
+        const auto unit = kUnitsMs.find(rest.substr(0, end));
+        if (unit == kUnitsMs.end() || unit->second >= last || (unit->first.empty() && last != HUGE_VAL))
+            return false;
+        last = unit->second;
+        totalMs += number * last;
+        text = rest.substr(end);
+    } while (!text.empty());
+    return true;
+}
+
+// 01:30 minutes and seconds, 00:01:30 with hours
+bool ParseClock(const std::string &text, double &totalMs) {
+    const std::vector<std::string> parts = Split(text, ':');
+    if (parts.size() > 3) return false;
+    for (std::size_t i = 0; i < parts.size(); ++i) {
+        double number = 0;
+        std::string rest;
+        const bool isWhole = parts[i].find_first_not_of("0123456789") == std::string::npos;
+        if (!ParseNumber(parts[i], number, rest) || !rest.empty()) return false;
+        if ((i > 0 && number >= 60) || (i + 1 < parts.size() && !isWhole)) return false;
+        totalMs = totalMs * 60 + number * 1000;
+    }
+    return true;
+}
+
 Reader IntoTimeOf(milliseconds &field, milliseconds least, milliseconds most) {
     return [&field, least, most](const std::string &text) -> std::string {
         milliseconds time{0};
-        if (!ParseTime(text, time)) return "is no time, as 200ms, 10s, 5m or 1h are";
+        if (!ParseTime(text, time)) return "is no time, as 200ms, 10s, 1m30s or 00:01:30 are";
         if (time < least) return "must be longer than nothing";
         if (time > most) return "is longer than " + TimeText(most);
         field = time;
@@ -46,20 +82,24 @@ bool ParseBitRate(const std::string &text, double &bitsPerSecond) {
 }
 
 bool ParseTime(const std::string &text, milliseconds &time) {
-    static const std::map<std::string, double> kUnitsMs = {
-        {"", 1000}, {"ms", 1}, {"s", 1000}, {"m", 60e3}, {"h", 3600e3}};
-    double number = 0;
-    std::string unit;
-    if (!ParseNumber(text, number, unit)) return false;
-    const auto found = kUnitsMs.find(unit);
-    if (found == kUnitsMs.end() || number * found->second > static_cast<double>(kLongest.count())) return false;
-    time = milliseconds(std::llround(number * found->second));
+    double total = 0;
+    const bool isClock = text.find(':') != text.npos;
+    if (!(isClock ? ParseClock(text, total) : ParseUnits(text, total))) return false;
+    if (total > static_cast<double>(kLongest.count())) return false;
+    time = milliseconds(std::llround(total));
     return true;
 }
 
 Reader Into(bool &field) {
     return [&field](const std::string &) {
         field = true;
+        return std::string();
+    };
+}
+
+Reader Into(std::optional<bool> &field, bool value) {
+    return [&field, value](const std::string &) {
+        field = value;
         return std::string();
     };
 }
@@ -124,12 +164,33 @@ Reader IntoCount(std::optional<int> &field) {
     };
 }
 
-Reader IntoList(std::vector<std::string> &field) {
+Reader IntoHops(int &field) {
     return [&field](const std::string &text) {
-        const std::vector<std::string> entries = Split(text, ',');
-        field.insert(field.end(), entries.begin(), entries.end());
-        const bool hasGap = std::find(entries.begin(), entries.end(), "") != entries.end();
-        return std::string(hasGap ? "has an empty entry" : "");
+        std::optional<int> number = field;
+        const std::string wrong = text.empty() ? "" : IntoCount(number)(text);
+        field = *number;
+        return wrong;
+    };
+}
+
+Reader IntoCodecs(std::vector<std::string> &field) {
+    return [&field](const std::string &text) -> std::string {
+        for (const std::string &name : Split(text, ',')) {
+            if (CodecTypeOfName(name) == 0 && CodecTypeOfEncoding(name) == 0)
+                return "is none of " + Joined(CodecNames(true), ", ") + ", " + Joined(CodecNames(false), ", ");
+            field.push_back(name);
+        }
+        return "";
+    };
+}
+
+Reader IntoUser(std::string &field) {
+    return [&field](const std::string &text) -> std::string {
+        if (text.find(':') != std::string::npos)
+            return "takes the name alone; the password comes from RTSPTAP_PASSWORD, --password-file or the "
+                   "terminal";
+        field = text;
+        return text.empty() ? "must not be empty" : "";
     };
 }
 

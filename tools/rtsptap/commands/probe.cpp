@@ -50,7 +50,8 @@ Outcome Probe(const ProbeSettings &settings, const LibraryOutput &output, Interr
     result.streams = arrivals.Streams();
     if (result.outcome.IsOk()) result.outcome = JudgeArrivals(result.streams);
     if (result.url.empty()) return result.outcome;
-    const std::string shown = settings.json ? ProbeJson(result) : ProbeText(result);
+    const bool reachedNothing = result.phases.size() < 2; // the name has an address, and nobody answers there
+    const std::string shown = settings.json ? ProbeJson(result) : reachedNothing ? "" : ProbeText(result);
     const Outcome written = WriteText(output.Data(), shown, kStandardOutput);
     return written.IsOk() ? result.outcome : written;
 }

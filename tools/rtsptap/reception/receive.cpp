@@ -10,6 +10,12 @@ namespace tool {
 namespace {
 
 constexpr auto kUsualSessionTimeout = std::chrono::seconds(60);
+constexpr auto kBeforeFallingBack = std::chrono::milliseconds(700); // servers take a session down slowly
+
+// After a session was taken down a moment ago.
+bool IsPassing(ExitCode code) {
+    return code == ExitCode::kUnreachable || code == ExitCode::kServerError || code == ExitCode::kTimeout;
+}
 
 // A server, tried over one transport after the other and again after pauses.
 class ServerReception {
@@ -17,8 +23,8 @@ public:
     ServerReception(const ServerSettings &settings, const Server &server, Receiver &receiver,
                     Interruption &interruption)
         : server_(server), keepsAlive_(settings.keepalive), mayFallBack_(settings.transport == Transport::kAuto),
-          transport_(mayFallBack_ ? Transport::kUdp : settings.transport), receiver_(receiver),
-          interruption_(interruption), reconnection_(settings.reconnect) {}
+          transport_(settings.transport), receiver_(receiver), interruption_(interruption),
+          reconnection_(settings.reconnect) {}
 
     Outcome Run();
 
@@ -27,13 +33,16 @@ private:
 
     Next ReceiveOnce(Outcome &outcome);
     Next FallBack(const std::string &why);
+    Next TryAgainOverTcp();
+    void SayWhatHappened(const OpenedSession &opened);
     Next AfterRefusal(const OpenedSession &opened, Outcome &outcome);
     Outcome Receive(const OpenedSession &opened, Receiver::End &end);
     void SayWhatIsLeftOut(const OpenedSession &opened);
 
     const Server &server_;
-    const bool keepsAlive_;
+    const std::optional<bool> keepsAlive_;
     bool mayFallBack_;
+    bool mayTryAgain_ = false; // over TCP, what failed there at once
     Transport transport_;
     Receiver &receiver_;
     Interruption &interruption_;
@@ -61,7 +70,9 @@ Outcome ServerReception::Run() {
 ServerReception::Next ServerReception::ReceiveOnce(Outcome &outcome) {
     OpenedSession opened;
     outcome = OpenSession(server_, transport_, interruption_, opened, [this] { receiver_.Show(); });
+    SayWhatHappened(opened);
     if (!outcome.IsOk()) return AfterRefusal(opened, outcome);
+    mayTryAgain_ = false;
     SayWhatIsLeftOut(opened);
     outcome = receiver_.Begin(opened);
     if (!outcome.IsOk()) return Next::kEnd;
@@ -75,10 +86,25 @@ ServerReception::Next ServerReception::ReceiveOnce(Outcome &outcome) {
     return end == Receiver::End::kOver ? Next::kEnd : Next::kMayReconnect;
 }
 
+void ServerReception::SayWhatHappened(const OpenedSession &opened) {
+    for (const std::string &note : opened.notes) PrintNotice(note);
+    if (!opened.fellBack || !mayFallBack_) return;
+    mayFallBack_ = false;
+    mayTryAgain_ = true;
+    transport_ = Transport::kTcp;
+}
+
 ServerReception::Next ServerReception::AfterRefusal(const OpenedSession &opened, Outcome &outcome) {
     receiver_.NoteRefusal(opened);
+    if (outcome.code > ExitCode::kSignal) return Next::kEnd;
     if (outcome.code == ExitCode::kNoSupportedStream) SayWhatIsLeftOut(opened);
-    if (opened.refusal == kUnsupportedTransport && mayFallBack_) return FallBack(outcome.text);
+    const bool isRefused = opened.refusal == kUnsupportedTransport || opened.udpIsUnusable;
+    if (isRefused && mayFallBack_) return FallBack(outcome.text);
+    if (mayTryAgain_ && (opened.fellBack || IsPassing(outcome.code))) {
+        PrintNotice(outcome.text + ": trying once more");
+        mayTryAgain_ = false;
+        return TryAgainOverTcp();
+    }
     if (opened.refusal == kUnsupportedTransport && udpWasSilent_)
         outcome = {ExitCode::kNoMedia, "no packet arrived over UDP, and over TCP: " + outcome.text};
     return Next::kMayReconnect;
@@ -87,17 +113,23 @@ ServerReception::Next ServerReception::AfterRefusal(const OpenedSession &opened,
 ServerReception::Next ServerReception::FallBack(const std::string &why) {
     PrintNotice(why + ": falling back to TCP");
     mayFallBack_ = false;
+    mayTryAgain_ = true;
     transport_ = Transport::kTcp;
     receiver_.EndSession();
     receiver_.WaitForTeardown(); // some servers serve one at a time
-    return Next::kTryAgain;
+    return TryAgainOverTcp();
+}
+
+ServerReception::Next ServerReception::TryAgainOverTcp() {
+    return receiver_.Pause(kBeforeFallingBack, "falling back to TCP") ? Next::kTryAgain : Next::kEnd;
 }
 
 Outcome ServerReception::Receive(const OpenedSession &opened, Receiver::End &end) {
     Outcome outcome;
     std::optional<KeepAlive> keepAlive;
-    if (keepsAlive_)
-        keepAlive.emplace(opened.session, opened.facts.sessionTimeout.value_or(kUsualSessionTimeout) / 2.0);
+    const std::optional<std::chrono::seconds> timeout = opened.facts.sessionTimeout;
+    if (keepsAlive_.value_or(timeout.has_value()))
+        keepAlive.emplace(opened.session, timeout.value_or(kUsualSessionTimeout) / 2.0);
     end = receiver_.Run(mayFallBack_, keepAlive ? &*keepAlive : nullptr, outcome);
     return outcome;
 }

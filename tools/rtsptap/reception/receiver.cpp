@@ -14,7 +14,7 @@ using std::chrono::milliseconds;
 constexpr auto kLook = milliseconds(100);
 constexpr auto kPatienceWithUdp = std::chrono::seconds(3); // then another transport is tried
 constexpr auto kPatienceWithTeardown = std::chrono::seconds(1);
-constexpr auto kSilence = std::chrono::seconds(1); // of a server that has closed its connection
+constexpr auto kSilence = milliseconds(300); // of a server that has closed its connection
 
 uint64_t PacketsOf(const std::vector<StreamObservation> &streams) {
     uint64_t packets = 0;
@@ -101,12 +101,19 @@ Outcome Receiver::MediaTrouble(const Observation &now) const {
     const Clock::duration silence = now.now - last;
     const bool anything = PacketsOf(now.streams) > 0;
     const ExitCode code = anything ? ExitCode::kEndedEarly : ExitCode::kNoMedia;
-    if (silence >= kSilence && session_->IsConnectionClosed())
+    if (session_->IsConnectionClosed() && (silence >= kSilence || HasEverything(now.streams)))
         return {code, anything ? "the media ended: the server closed the connection"
                                : "no packet arrived before the server closed the connection"};
     if (idleTimeout_.count() == 0 || silence < idleTimeout_) return {};
     return {code, (anything ? "the media ended: nothing arrived for " : "no packet arrived within ") +
                       TimeText(idleTimeout_)};
+}
+
+// Of a connection that carries the media and is closed: nothing more can come of it.
+bool Receiver::HasEverything(const std::vector<StreamObservation> &streams) const {
+    return transport_ == Transport::kTcp && !session_->HasUnread() &&
+           std::all_of(streams.begin(), streams.end(),
+                       [](const StreamObservation &stream) { return stream.queued == 0; });
 }
 
 // Where silence ends a reception, waiting for the first packet takes nothing away from the duration.
@@ -146,7 +153,7 @@ void Receiver::EndSession() {
     teardown_ = done->get_future();
     teardownBegin_ = Clock::now();
     RunInBackground([session = std::move(session_), done]() mutable {
-        session->Teardown();
+        if (!session->IsConnectionClosed()) session->Teardown();
         session.reset();
         done->set_value();
     });

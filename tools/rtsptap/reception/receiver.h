@@ -44,6 +44,7 @@ private:
     Observation Observe();
     bool IsOver(const Observation &now) const;
     Outcome MediaTrouble(const Observation &now) const;
+    bool HasEverything(const std::vector<StreamObservation> &streams) const;
     Clock::time_point Beginning(const Observation &now) const;
     Outcome Finish(int signal, const Outcome &own);
 

@@ -1,5 +1,6 @@
 #include "session/credentials.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -98,6 +99,9 @@ Outcome ReadCredentials(const ServerSettings &settings, const Url &url, Interrup
         outcome = AskForPassword(credentials.user, url, interruption, credentials.password);
     if (outcome.IsOk() && (credentials.user.size() > kLongest || credentials.password.size() > kLongest))
         return {ExitCode::kUsage, "user name and password have at most 127 characters each"};
+    const auto isControl = [](unsigned char letter) { return letter < ' ' || letter == 0x7F; };
+    if (outcome.IsOk() && std::any_of(credentials.user.begin(), credentials.user.end(), isControl))
+        return {ExitCode::kUsage, "the user name has a control character"};
     return outcome;
 }
 

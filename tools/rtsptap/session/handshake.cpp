@@ -1,23 +1,17 @@
 #include "session/handshake.h"
 
 #include "base/secrets.h"
+#include "session/description_fault.h"
 #include "session/rtp_info.h"
+#include "session/sockets.h"
 
 #include <algorithm>
-#include <cstdlib>
+#include <strings.h>
 
 namespace tool {
 namespace {
 
 constexpr int32_t kClockOfLatency = 90000; // units per second that the library counts in, whatever the stream's are
-
-std::string BasicValue(const Credentials &credentials) {
-    const std::string text = credentials.user + ":" + credentials.password;
-    char *encoded = nullptr;
-    Base64Encode(reinterpret_cast<const uint8_t *>(text.data()), static_cast<int32_t>(text.size()), &encoded);
-    const std::unique_ptr<char, void (*)(void *)> owner(encoded, std::free);
-    return std::string("Basic ") + (encoded != nullptr ? encoded : "");
-}
 
 int CountMedia(const std::string &description) {
     int count = 0;
@@ -33,6 +27,13 @@ Handshake::Progress Handshake::Look() const {
     return progress_;
 }
 
+bool Handshake::StopReading() const {
+    const std::lock_guard guard(lock_);
+    if (progress_.done || progress_.phase != "DESCRIBE" || session_ == nullptr) return false;
+    session_->StopReading();
+    return true;
+}
+
 bool Handshake::Leave(OpenedSession &opened, Outcome &outcome) {
     const std::lock_guard guard(lock_);
     abandoned_ = !progress_.done;
@@ -43,17 +44,18 @@ bool Handshake::Leave(OpenedSession &opened, Outcome &outcome) {
 
 void Handshake::Run() {
     try {
-        outcome_ = Resolve();
-        if (outcome_.IsOk()) outcome_ = Talk();
+        outcome_ = Talk();
     } catch (const std::exception &error) { // no memory
         outcome_ = {ExitCode::kUsage, error.what()};
     }
     if (!outcome_.IsOk()) opened_.session.reset();
     bool wanted = false;
+    std::shared_ptr<Session> last; // ends outside the lock
     {
         const std::lock_guard guard(lock_);
         wanted = !abandoned_;
         progress_.done = wanted;
+        last.swap(session_);
     }
     if (!wanted && outcome_.IsOk()) opened_.session->Teardown();
 }
@@ -61,12 +63,14 @@ void Handshake::Run() {
 // Runs a step, unless nobody waits for it any more, and notes how long it took.
 template <typename Call> Outcome Handshake::Step(const std::string &phase, Call call) {
     const Clock::time_point begin = Clock::now();
+    std::shared_ptr<Session> last = opened_.session; // what was here before ends outside the lock
     {
         const std::lock_guard guard(lock_);
         if (abandoned_) return {ExitCode::kTimeout, ""};
-        progress_ = {phase, begin, false};
+        progress_ = {phase, phase == "connect" ? phase + ": " + HostAndPort() : phase, begin, false};
         soFar_ = opened_;
         soFar_.session.reset();
+        last.swap(session_);
     }
     Outcome outcome = call();
     if (outcome.IsOk())
@@ -82,60 +86,59 @@ template <typename Exchange> Outcome Handshake::Request(const std::string &phase
 Outcome Handshake::Judge(const std::string &phase, const Answer &answer) {
     if (const std::string software = HeaderOf(answer.reply, "Server"); !software.empty())
         opened_.facts.software = Presentable(software);
+    const std::string authentication = opened_.session->Authentication();
+    if (answer.reply.status != 0) opened_.facts.authentication = authentication.empty() ? "none" : authentication;
     Outcome outcome = OutcomeOfRequest(phase, answer.result, answer.reply);
     opened_.refusal = outcome.IsOk() ? 0 : answer.reply.status;
+    location_ = HeaderOf(answer.reply, "Location");
     if (outcome.code != ExitCode::kAuthentication) return outcome;
-    NoteChallenge(answer.reply);
-    if (server_.credentials.user.empty())
-        outcome.text += ": a user name and a password are needed (-u, RTSPTAP_PASSWORD)";
-    else if (server_.credentials.password.empty())
-        outcome.text += ": a password is needed (RTSPTAP_PASSWORD, --password-file)";
-    else
-        outcome.text += ": user name or password are wrong";
+    outcome.text += ": " + answer.complaint;
+    if (!IsOwnHost() && !server_.credentials.user.empty()) outcome.text += "; those given are for another host";
     return outcome;
+}
+
+Outcome Handshake::Talk() {
+    for (int followed = 0;; ++followed) {
+        Outcome outcome = Resolve();
+        if (outcome.IsOk()) outcome = Ask();
+        if (outcome.code != ExitCode::kRedirected) return outcome;
+        if (followed == server_.follow && followed > 0)
+            outcome.text += ", after " + std::to_string(followed) + " other redirections";
+        if (followed == server_.follow || !Redirect()) return outcome;
+    }
+}
+
+// What is known of the server that sends us on is of no more use.
+bool Handshake::Redirect() {
+    Url next = url_;
+    const std::string note = "the server sends us to " + Presentable(location_);
+    if (location_.rfind('/', 0) == 0)
+        next.path = location_.substr(1);
+    else if (!ParseUrl(location_, next).IsOk())
+        return false;
+    url_ = next;
+    OpenedSession fresh;
+    fresh.transport = opened_.transport;
+    fresh.fellBack = opened_.fellBack;
+    fresh.notes = opened_.notes;
+    fresh.notes.push_back(note);
+    opened_ = std::move(fresh);
+    return true;
 }
 
 Outcome Handshake::Resolve() {
     return Step("resolve", [this] {
-        opened_.facts.port = server_.url.port;
-        opened_.facts.authentication = "none";
-        return ResolveHost(server_.url.host, opened_.facts.address);
+        opened_.facts.port = url_.port;
+        Outcome outcome = ResolveHost(url_.host, opened_.facts.address);
+        if (ownAddress_.empty()) ownAddress_ = opened_.facts.address;
+        return outcome;
     });
 }
 
-// A server that offers nothing but Basic is begun anew: the client that has met the challenge would answer it.
-Outcome Handshake::Talk() {
-    Outcome outcome = Ask();
-    basic_ = outcome.code == ExitCode::kAuthentication && basicOffered_ && !server_.credentials.user.empty();
-    if (!basic_) return outcome;
-    opened_.phases.resize(1); // the name stays resolved
-    opened_.refusal = 0;
-    return Ask();
-}
-
 Outcome Handshake::Ask() {
-    // The library has kept a Digest challenge, and answers it now.
-    const auto answering = [this](Answer (Session::*method)()) {
-        return [this, method](Session &session) {
-            Answer answer = (session.*method)();
-            if (answer.result != RTSP_UNAUTHORIZED) return answer;
-            NoteChallenge(answer.reply);
-            return server_.credentials.user.empty() || basicOffered_ ? answer : (session.*method)();
-        };
-    };
     if (Outcome failed = Connect(); !failed.IsOk()) return failed;
-    const auto options = [&](Session &session) {
-        Answer answer = answering(&Session::Options)(session);
-        opened_.facts.methods = Presentable(HeaderOf(answer.reply, "Public"));
-        return answer;
-    };
-    const auto describe = [&](Session &session) {
-        Answer answer = answering(&Session::Describe)(session);
-        opened_.described = CountMedia(answer.reply.body);
-        return answer;
-    };
-    if (Outcome failed = Request("OPTIONS", options); !failed.IsOk()) return failed;
-    if (Outcome failed = Request("DESCRIBE", describe); !failed.IsOk()) return failed;
+    if (Outcome failed = Options(); !failed.IsOk()) return failed;
+    if (Outcome failed = Describe(); !failed.IsOk()) return failed;
     if (Outcome failed = SetUpStreams(); !failed.IsOk()) return failed;
     return Request("PLAY", [this](Session &session) {
         Answer answer = session.Play();
@@ -144,33 +147,63 @@ Outcome Handshake::Ask() {
     });
 }
 
-// The library takes the first challenge, and knows how to answer Digest.
-void Handshake::NoteChallenge(const Reply &reply) {
-    const std::vector<std::string> schemes = ChallengesOf(reply);
-    if (schemes.empty()) return;
-    basicOffered_ =
-        schemes.front() != "Digest" && std::find(schemes.begin(), schemes.end(), "Basic") != schemes.end();
-    opened_.facts.authentication = basicOffered_ ? "Basic" : schemes.front();
+Outcome Handshake::Options() {
+    return Request("OPTIONS", [this](Session &session) {
+        Answer answer = session.Options();
+        opened_.facts.methods = Presentable(HeaderOf(answer.reply, "Public"));
+        return answer;
+    });
+}
+
+Outcome Handshake::Describe() {
+    return Step("DESCRIBE", [this] {
+        const Answer answer = opened_.session->Describe();
+        opened_.described = CountMedia(answer.reply.body);
+        return JudgeDescription(answer, Judge("DESCRIBE", answer));
+    });
+}
+
+// A body that is no description is waited behind, as if one were still to come. Of one that comes behind the
+// reply's headers, by itself, nothing is known here.
+Outcome Handshake::JudgeDescription(const Answer &answer, Outcome outcome) {
+    if (answer.reply.status != kOk) return outcome;
+    const std::string &body = answer.reply.body;
+    const std::size_t begin = body.find("v=0");
+    const bool isAllThere = !body.empty() || HeaderOf(answer.reply, "Content-Length").empty();
+    if (begin != std::string::npos) opened_.fault = FaultOfDescription(body.substr(begin));
+    if (!outcome.IsOk() && begin == std::string::npos && isAllThere)
+        return {ExitCode::kNotUnderstood, "DESCRIBE: the reply has no session description"};
+    if (outcome.code == ExitCode::kNotUnderstood && !opened_.fault.empty())
+        outcome.text = "DESCRIBE: the description is not understood: " + opened_.fault;
+    return outcome;
+}
+
+bool Handshake::IsOwnHost() const {
+    return opened_.facts.address == ownAddress_ || strcasecmp(url_.host.c_str(), server_.url.host.c_str()) == 0;
+}
+
+Target Handshake::TargetOf() const {
+    Target target{opened_.facts.address,
+                  url_.port,
+                  url_.path,
+                  server_.credentials,
+                  opened_.transport == Transport::kTcp ? DATA_PROTO_TCP : DATA_PROTO_UDP,
+                  opened_.transport == Transport::kMulticast,
+                  server_.headers};
+    if (IsOwnHost()) return target;
+    target.credentials = {};
+    for (auto &[method, headers] : target.headers)
+        std::erase_if(headers, [](const Header &header) { return IsSecretHeader(header.name); });
+    return target;
 }
 
 Outcome Handshake::Connect() {
-    Target target{opened_.facts.address,
-                  server_.url.port,
-                  server_.url.path,
-                  server_.credentials.user,
-                  server_.credentials.password,
-                  DATA_PROTO_UDP,
-                  opened_.transport == Transport::kMulticast,
-                  server_.headers};
-    if (opened_.transport == Transport::kTcp) target.transport = DATA_PROTO_TCP;
-    if (basic_) {
-        target.user.clear();
-        for (const RTSPMethod method : kSessionMethods)
-            target.headers[method].push_back({"Authorization", BasicValue(server_.credentials)});
-    }
-    return Step("connect", [this, &target] {
+    return Step("connect", [this] {
         opened_.session = std::make_shared<Session>();
-        return OutcomeOfCall("connect", opened_.session->Connect(target));
+        const int32_t result = opened_.session->Connect(TargetOf());
+        if (result != RTSP_CONNECT_FAILED) return OutcomeOfCall("connect", result);
+        return Outcome{ExitCode::kUnreachable,
+                       "connect: " + HostAndPort() + ": " + WhyUnreachable(opened_.facts.address, url_.port)};
     });
 }
 
@@ -185,24 +218,40 @@ Outcome Handshake::SetUpStreams() {
     bool isFirst = true;
     for (const Stream &stream : opened_.streams) {
         if (!stream.isReadable) continue;
-        Outcome outcome = SetUpStream(stream.number);
-        // The library names a session with every stream but number 1, also where there is none yet. Most servers
-        // pass over the empty name; others have a stream 1 that nobody reads set up for them.
-        if (opened_.refusal == kSessionNotFound && std::exchange(isFirst, false) && stream.number > 1) {
-            outcome = SetUpStream(1);
-            if (outcome.IsOk()) outcome = SetUpStream(stream.number);
-        }
+        Outcome outcome = std::exchange(isFirst, false) ? SetUpFirst(stream.number) : SetUpStream(stream.number);
         if (!outcome.IsOk()) return outcome;
-        isFirst = false;
     }
     return {};
 }
 
+Outcome Handshake::SetUpFirst(int32_t number) {
+    Outcome outcome = SetUpStream(number);
+    if (FallBack(outcome)) outcome = SetUpStream(number);
+    // The library names a session with every stream but number 1, also where there is none yet. Most servers
+    // pass over the empty name; others have a stream 1 that nobody reads set up for them.
+    if (opened_.refusal != kSessionNotFound || number == 1) return outcome;
+    outcome = SetUpStream(1);
+    return outcome.IsOk() ? SetUpStream(number) : outcome;
+}
+
+// Where UDP is refused before anything is set up, the connection stays good for TCP.
+bool Handshake::FallBack(const Outcome &refused) {
+    if (!mayFallBack_ || opened_.refusal != kUnsupportedTransport || !opened_.session->SwitchToTcp()) return false;
+    mayFallBack_ = false;
+    opened_.transport = Transport::kTcp;
+    opened_.fellBack = true;
+    opened_.notes.push_back(refused.text + ": falling back to TCP");
+    return true;
+}
+
 Outcome Handshake::SetUpStream(int32_t number) {
-    return Request("SETUP " + std::to_string(number), [this, number](Session &session) {
-        Answer answer = session.SetUp(number);
+    const std::string phase = "SETUP " + std::to_string(number);
+    return Step(phase, [this, number, &phase] {
+        const Answer answer = opened_.session->SetUp(number);
         if (const auto timeout = SessionTimeoutOf(answer.reply)) opened_.facts.sessionTimeout = timeout;
-        return answer;
+        Outcome outcome = Judge(phase, answer);
+        opened_.udpIsUnusable = outcome.code == ExitCode::kNotUnderstood && opened_.transport == Transport::kUdp;
+        return outcome;
     });
 }
 

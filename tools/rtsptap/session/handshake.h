@@ -11,45 +11,61 @@ namespace tool {
 
 class Handshake {
 public:
-    Handshake(Server server, Transport transport) : server_(std::move(server)) {
-        opened_.transport = transport == Transport::kAuto ? Transport::kUdp : transport;
+    Handshake(Server server, Transport transport)
+        : server_(std::move(server)), mayFallBack_(transport == Transport::kAuto), url_(server_.url) {
+        opened_.transport = mayFallBack_ ? Transport::kUdp : transport;
     }
 
     void Run(); // takes what it began back when it was abandoned meanwhile
 
     struct Progress {
         std::string phase; // the step that runs
+        std::string where; // the same as a failure has it, with the server where that says more
         Clock::time_point since;
         bool done = false;
     };
     Progress Look() const;
 
+    // Makes a DESCRIBE that waits for more end with what it has; false when none is under way.
+    bool StopReading() const;
+
     // Takes what there is; what is still on its way is left to itself. False when it was not done.
     bool Leave(OpenedSession &opened, Outcome &outcome);
 
 private:
-    Outcome Resolve();
     Outcome Talk();
+    Outcome Resolve();
     Outcome Connect();
     Outcome Ask();
+    Outcome Options();
+    Outcome Describe();
     Outcome SetUpStreams();
+    Outcome SetUpFirst(int32_t number);
     Outcome SetUpStream(int32_t number);
     void SetUpLatency();
     Outcome Judge(const std::string &phase, const Answer &answer);
-    void NoteChallenge(const Reply &reply);
+    Outcome JudgeDescription(const Answer &answer, Outcome outcome);
+    bool FallBack(const Outcome &refused);
+    bool Redirect();
+    bool IsOwnHost() const;
+    Target TargetOf() const;
+    std::string HostAndPort() const { return url_.host + ":" + std::to_string(url_.port); }
 
     template <typename Call> Outcome Step(const std::string &phase, Call call);
     template <typename Exchange> Outcome Request(const std::string &phase, Exchange exchange);
 
     const Server server_;
-    bool basic_ = false;        // every request carries the password
-    bool basicOffered_ = false; // and nothing else that the library can answer
+    bool mayFallBack_;
+    Url url_;                // where it leads now
+    std::string ownAddress_; // the server's that the password is for
+    std::string location_;   // of the latest reply that redirects
     OpenedSession opened_;
     Outcome outcome_;
 
     mutable std::mutex lock_; // guards the fields below
     Progress progress_;
-    OpenedSession soFar_; // without the session, when the step began
+    OpenedSession soFar_;              // without the session, when the step began
+    std::shared_ptr<Session> session_; // of the step
     bool abandoned_ = false;
 };
 

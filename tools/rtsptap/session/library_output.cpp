@@ -3,8 +3,11 @@
 #include "base/console.h"
 #include "base/secrets.h"
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <fcntl.h>
+#include <string>
 #include <string_view>
 #include <system_error>
 #include <unistd.h>
@@ -17,19 +20,37 @@ int Checked(int descriptor) {
     return descriptor;
 }
 
+constexpr std::string_view kRequest = "RTSP SENDING:"; // the library's line before one
+constexpr std::string_view kReply = "< ";
+
+std::atomic<bool> gblShows{false};
+
 // Whole lines, in however many pieces the library prints them: what is to be hidden stands in one of them.
-void ShowLine(std::string_view line) {
-    if (!line.empty() && line.back() == '\n') line.remove_suffix(1);
-    if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
-    PrintLine(WithoutSecrets(line));
-}
+class Dialogue {
+public:
+    void Show(std::string_view line) {
+        while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.remove_suffix(1);
+        const bool isRequest = line.find(kRequest) != line.npos;
+        const bool isOther = line.starts_with("!!!") || line.starts_with(kReply);
+        if (isRequest || isOther || line.empty()) sending_ = isRequest;
+        const bool isBlank = line.empty() && !isRequest;
+        if (isRequest || isBlank) return;
+        std::string shown = WithoutSecrets(line);
+        std::replace(shown.begin(), shown.end(), '\t', ' ');
+        PrintLine((sending_ ? "> " : "") + Printable(shown));
+    }
+
+private:
+    bool sending_ = false;
+};
 
 void ShowLines(int descriptor) {
     FILE *lines = fdopen(descriptor, "r");
+    Dialogue dialogue;
     char *line = nullptr;
     std::size_t capacity = 0;
     for (ssize_t length = 0; lines != nullptr && (length = getline(&line, &capacity, lines)) > 0;)
-        ShowLine({line, static_cast<std::size_t>(length)});
+        dialogue.Show({line, static_cast<std::size_t>(length)});
     free(line);
     if (lines != nullptr) std::fclose(lines);
 }
@@ -40,6 +61,7 @@ LibraryOutput::LibraryOutput(bool show) {
     std::fflush(stdout);
     data_ = fdopen(Checked(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3)), "w");
     int sink = -1;
+    gblShows = show;
     if (show) {
         int ends[2] = {};
         Checked(pipe2(ends, O_CLOEXEC));
@@ -51,6 +73,18 @@ LibraryOutput::LibraryOutput(bool show) {
     }
     Checked(dup2(sink, STDOUT_FILENO));
     close(sink);
+}
+
+void ShowReply(std::string_view text) {
+    if (!gblShows) return;
+    std::string lines;
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t end = std::min(text.find('\n', at), text.size());
+        const std::string_view line = text.substr(at, end - at);
+        if (line.find_first_not_of('\r') != line.npos) lines.append(kReply).append(line).append("\n");
+        at = end + 1;
+    }
+    std::fwrite(lines.data(), 1, lines.size(), stdout); // in one piece, whoever else prints
 }
 
 // Threads of the library may be left that print: descriptor 1 stays away from what was standard output.

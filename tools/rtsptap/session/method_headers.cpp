@@ -27,6 +27,11 @@ bool IsPrintable(const std::string &text) {
 
 } // namespace
 
+const char *NameOf(RTSPMethod method) {
+    const auto *const found = std::find(std::begin(kSessionMethods), std::end(kSessionMethods), method);
+    return found == std::end(kSessionMethods) ? "" : kNames[found - std::begin(kSessionMethods)];
+}
+
 Outcome AddHeaderOption(const std::string &text, MethodHeaders &headers) {
     const std::size_t colon = text.find(':');
     const std::size_t second = colon == text.npos ? colon : text.find(':', colon + 1);

@@ -3,11 +3,22 @@
 #include "base/background.h"
 #include "session/handshake.h"
 
+#include <thread>
+
 namespace tool {
 namespace {
 
 constexpr auto kLook = std::chrono::milliseconds(5);
 constexpr auto kTick = std::chrono::milliseconds(100);
+
+// A reply may have come, and the library be waiting for more of it: then it says at once what it has.
+bool WaitForVerdict(Handshake &handshake) {
+    constexpr auto kPatience = std::chrono::milliseconds(200);
+    if (!handshake.StopReading()) return false;
+    const Clock::time_point end = Clock::now() + kPatience;
+    while (!handshake.Look().done && Clock::now() < end) std::this_thread::sleep_for(kLook);
+    return true;
+}
 
 } // namespace
 
@@ -17,6 +28,7 @@ Outcome ReadServer(const ServerSettings &settings, Interruption &interruption, S
         if (Outcome refused = AddHeaderOption(header, server.headers); !refused.IsOk()) return refused;
     server.connectTimeout = settings.connectTimeout;
     server.latency = settings.latency.value_or(std::chrono::milliseconds(0));
+    server.follow = settings.follow;
     return ReadCredentials(settings, server.url, interruption, server.credentials);
 }
 
@@ -33,9 +45,12 @@ Outcome OpenSession(const Server &server, Transport transport, Interruption &int
         const bool late = !progress.phase.empty() && now - progress.since > server.connectTimeout;
         if (signal != 0 || progress.done || late) {
             Outcome outcome =
-                signal != 0 ? OutcomeOfSignal(signal) : OutcomeOfTimeout(progress.phase, server.connectTimeout);
-            handshake->Leave(opened, outcome);
-            return outcome; // also of one that was done when the signal came
+                signal != 0 ? OutcomeOfSignal(signal) : OutcomeOfTimeout(progress.where, server.connectTimeout);
+            const bool stopped = signal == 0 && late && !progress.done && WaitForVerdict(*handshake);
+            Outcome own = outcome;
+            handshake->Leave(opened, own);
+            // Also of one that was done when the signal came; one that was made to end knows that much at most.
+            return !stopped || own.code == ExitCode::kNotUnderstood ? own : outcome;
         }
         if (now - lastTick >= kTick) {
             lastTick = now;
@@ -48,14 +63,13 @@ std::vector<std::string> DescribeOmissions(const OpenedSession &opened) {
     std::vector<std::string> lines;
     for (const Stream &stream : opened.streams) {
         if (stream.isReadable) continue;
-        const char *why =
-            stream.codecType == 0 ? "its codec is not supported" : "an earlier one has the same codec";
-        lines.push_back(NameOf(stream) + " is left out: " + why);
+        lines.push_back(NameOf(stream) + " is left out: " + stream.omission);
     }
     const int understood = static_cast<int>(opened.streams.size());
     if (opened.described > understood)
         lines.push_back("the description is not understood behind stream " + std::to_string(understood) + ": " +
-                        std::to_string(opened.described - understood) + " more left out");
+                        std::to_string(opened.described - understood) + " more left out" +
+                        (opened.fault.empty() ? "" : " (" + opened.fault + ")"));
     return lines;
 }
 

@@ -29,7 +29,7 @@ struct ServerFacts {
     uint16_t port = 0;
     std::string software;                               // Server header; empty: not said
     std::string methods;                                // Public header
-    std::string authentication;                         // "none", "Digest", "Basic"
+    std::string authentication;                         // "none", "Digest", "Basic"; empty: no reply came
     std::optional<std::chrono::seconds> sessionTimeout; // of the SETUP reply
 };
 
@@ -40,9 +40,13 @@ struct OpenedSession {
     std::map<int32_t, uint32_t> firstTimestamps; // where streams begin, by number; of the reply to PLAY
     int described = 0;                           // streams that the description has, understood or not
     Transport transport = Transport::kUdp;
-    ServerFacts facts;         // as far as it came, also after a failure
-    std::vector<Phase> phases; // those that succeeded
-    int refusal = 0;           // status of the reply that ended the attempt; 0: none did
+    ServerFacts facts;              // as far as it came, also after a failure
+    std::vector<Phase> phases;      // those that succeeded
+    int refusal = 0;                // status of the reply that ended the attempt; 0: none did
+    bool fellBack = false;          // to TCP, on the connection there was
+    bool udpIsUnusable = false;     // the reply to a SETUP over UDP leads nowhere
+    std::vector<std::string> notes; // what happened on the way: redirections, falling back
+    std::string fault;              // of the description: the line that is not understood, and why
 };
 
 // The settings, read and checked: all that needs no network.
@@ -52,6 +56,7 @@ struct Server {
     MethodHeaders headers;
     std::chrono::milliseconds connectTimeout{0};
     std::chrono::milliseconds latency{0};
+    int follow = 0; // redirections in a row
 };
 
 // Asks for a password where one is missing and there is a terminal.
@@ -60,8 +65,8 @@ Outcome ReadServer(const ServerSettings &settings, Interruption &interruption, S
 // Called about every 100 ms while something is waited for.
 using Tick = std::function<void()>;
 
-// One attempt over one transport; kAuto counts as kUdp. Falling back and trying again are the caller's. Says
-// nothing.
+// One attempt: over one transport; kAuto is UDP, and TCP where that is refused before anything is set up. Follows
+// redirections; password and headers with secrets go to no other host. Trying again is the caller's. Says nothing.
 Outcome OpenSession(const Server &server, Transport transport, Interruption &interruption, OpenedSession &opened,
                     const Tick &tick);
 

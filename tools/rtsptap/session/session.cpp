@@ -1,10 +1,13 @@
 #include "session/session.h"
 
 #include "base/secrets.h"
+#include "session/library_output.h"
 #include "session/sockets.h"
 
 #include <algorithm>
+#include <iterator>
 #include <new>
+#include <sys/socket.h>
 #include <utility>
 
 namespace tool {
@@ -14,6 +17,7 @@ constexpr int32_t kVideoBufferBytes = 4 << 20;
 constexpr int32_t kAudioBufferBytes = 1 << 20;
 constexpr uint32_t kLargestDatagramBytes = 33000; // without RTSP; with it, the library's own
 constexpr std::size_t kUsualAttributeBytes = 512;
+constexpr int kMostTries = 3; // of one request, with one challenge after the other
 
 // Header lists are the library's; a fresh one for each request, since SETUP takes entries out.
 class HeaderList {
@@ -55,6 +59,29 @@ bool HasHeader(const std::vector<Header> &headers, const std::string &name) {
                        [&name](const Header &header) { return header.name == name; });
 }
 
+bool WasSent(int32_t result) {
+    constexpr int32_t kBefore[] = {RTSP_INVALID_HEADER_LIST, RTSP_INVALID_STATE,  RTSP_INVALID_ARGUMENT,
+                                   RTSP_NOT_CONNECTED,       RTSP_SOCKET_FAILED,  RTSP_NO_MEMORY,
+                                   RTSP_REQUEST_NOT_BUILT,   RTSP_SEND_FAILED};
+    return std::find(std::begin(kBefore), std::end(kBefore), result) == std::end(kBefore);
+}
+
+// Packets with others are refused by the library (RFC 3551, 6).
+bool IsAcceptedPayloadType(int32_t type) {
+    constexpr int32_t kStatic[] = {0, 8, 10, 11, 14, 26, 33};
+    return (type >= 96 && type <= 127) ||
+           std::find(std::begin(kStatic), std::end(kStatic), type) != std::end(kStatic);
+}
+
+// Empty when nothing speaks against it.
+std::string WhyUnreadable(const Stream &stream, int32_t payloadType, const std::vector<Stream> &earlier) {
+    const auto isSame = [&stream](const Stream &other) { return other.codecType == stream.codecType; };
+    if (stream.codecType == 0) return "its codec is not supported";
+    if (!IsAcceptedPayloadType(payloadType))
+        return "packets of payload type " + std::to_string(payloadType) + " cannot be received";
+    return std::any_of(earlier.begin(), earlier.end(), isSame) ? "an earlier one has the same codec" : "";
+}
+
 } // namespace
 
 std::string NameOf(const Stream &stream) {
@@ -73,25 +100,28 @@ Session::~Session() { RTSPClientDestroy(client_); }
 int32_t Session::Connect(const Target &target) {
     const std::lock_guard guard(exchange_);
     headers_ = target.headers;
+    authorization_ = Authorization(target.credentials);
     multicast_ = target.multicast;
+    path_ = target.path;
+    base_ = "rtsp://" + target.address + ":" + std::to_string(target.port) + "/" + path_;
     const std::vector<int> before = OpenSockets();
-    const int32_t result = target.user.empty() ? RTSPClientConnect(client_, target.address.c_str(), target.port,
-                                                                   target.path.c_str(), target.transport, 0)
-                                               : ConnectWithPassword(target);
+    const int32_t result =
+        RTSPClientConnect(client_, target.address.c_str(), target.port, target.path.c_str(), target.transport, 0);
     for (const int socket : NewSockets(before, OpenSockets()))
-        if (IsStream(socket)) connection_ = socket;
+        if (IsStreamTo(socket, target.address, target.port)) connection_ = socket;
     return result;
 }
 
-// Only the one-call connection takes credentials. A header that OPTIONS refuses makes it stop right after it has
-// connected and stored them, with nothing sent.
-int32_t Session::ConnectWithPassword(const Target &target) {
-    HeaderList refused;
-    refused.Add({"Range", "npt=0.000-"});
-    const int32_t result = RTSPClientAutoRTSPConnect(
-        client_, target.address.c_str(), target.port, target.path.c_str(), target.user.c_str(),
-        target.password.c_str(), target.transport, refused.Handle(), 0, 0, 0, 0, nullptr, nullptr);
-    return result == RTSP_SEND_FAILED ? RTSP_SUCCESS : result;
+bool Session::SwitchToTcp() {
+    const std::lock_guard guard(exchange_);
+    return RTSPClientSetDataProto(client_, DATA_PROTO_TCP) == RTSP_SUCCESS;
+}
+
+void Session::StopReading() const { shutdown(connection_, SHUT_RD); }
+
+std::string Session::Authentication() {
+    const std::lock_guard guard(exchange_);
+    return authorization_.Scheme();
 }
 
 Answer Session::SetUp(int32_t number) {
@@ -115,27 +145,57 @@ Answer Session::Teardown() {
     return Send(RTSP_TEARDOWN);
 }
 
+// A challenge is answered here, whichever method it came to: the library would answer those that it knows, but for
+// the rest of the session, and with what the server said first.
 Answer Session::Send(RTSPMethod method, int32_t stream, const std::vector<Header> &instead) {
     const std::lock_guard guard(exchange_);
-    std::vector<Header> &own = headers_[method];
+    Answer answer = SendOnce(method, stream, instead);
+    for (int tries = 0; tries < kMostTries && answer.reply.status == kUnauthorized; ++tries) {
+        RTSPClientForgetChallenge(client_);
+        if (!authorization_.Take(answer.reply)) break;
+        answer = SendOnce(method, stream, instead);
+    }
+    if (answer.reply.status == kUnauthorized) answer.complaint = authorization_.Complaint();
+    // A transport of the user's names ports or channels, which are good for one stream.
+    if (method == RTSP_SETUP)
+        std::erase_if(headers_[method], [](const Header &header) { return header.name == "Transport"; });
+    return answer;
+}
+
+Answer Session::SendOnce(RTSPMethod method, int32_t stream, const std::vector<Header> &instead) {
+    const std::vector<Header> &own = headers_[method];
     HeaderList list;
     for (const Header &header : instead) list.Add(header);
     for (const Header &header : own) {
         if (HasHeader(instead, header.name)) continue;
-        if (const int32_t result = list.Add(header); result != RTSP_SUCCESS) return {result, {}};
+        if (const int32_t result = list.Add(header); result != RTSP_SUCCESS) return {result, {}, ""};
     }
+    const bool carriesPassword = authorization_.IsNeeded() && !HasHeader(own, "Authorization");
+    if (carriesPassword) list.Add({"Authorization", authorization_.Value(NameOf(method), UriOf(method, stream))});
     const int32_t result = Call(method, client_, stream, list.Handle());
-    // A transport of the user's names ports or channels, which are good for one stream.
-    if (method == RTSP_SETUP) std::erase_if(own, [](const Header &header) { return header.name == "Transport"; });
-    return {result, LastReply()};
+    const std::string text = WasSent(result) ? LastReply() : ""; // else it is the one before
+    ShowReply(text);
+    Answer answer{result, ParseReply(text), ""};
+    if (carriesPassword && answer.reply.status != 0 && answer.reply.status != kUnauthorized)
+        authorization_.NoteAccepted();
+    return answer;
 }
 
-Reply Session::LastReply() const {
+// As the library names it in the request: a stream by its control attribute.
+std::string Session::UriOf(RTSPMethod method, int32_t stream) const {
+    constexpr std::size_t kLongestRelative = 255; // the rest is cut
+    if (stream < 1 || (method != RTSP_SETUP && method != RTSP_PLAY)) return base_;
+    const std::string control = Attribute(stream, "control");
+    const std::string whole = (base_ + "/" + control).substr(0, kLongestRelative);
+    const std::string uri = control.find("rtsp://") != control.npos ? control : control.empty() ? "" : whole;
+    return uri.empty() || uri == path_ ? base_ + "/trackID=" + std::to_string(stream - 1) : uri;
+}
+
+std::string Session::LastReply() const {
     int32_t size = 0;
     if (RTSPClientGetLastReply(client_, nullptr, &size) != RTSP_SUCCESS) return {};
     std::string text(static_cast<std::size_t>(size), '\0');
-    if (RTSPClientGetLastReply(client_, text.data(), &size) != RTSP_SUCCESS) return {};
-    return ParseReply(text);
+    return RTSPClientGetLastReply(client_, text.data(), &size) == RTSP_SUCCESS ? text : "";
 }
 
 void Session::NoteControlSockets(const std::vector<int> &before) {
@@ -156,16 +216,20 @@ Outcome Session::Listen(const ListenPort &port) {
     return OutcomeOfCall(name, result);
 }
 
-std::string Session::Attribute(int32_t number, const std::string &name) const {
-    const std::string line = "a=" + name + ":";
+std::string Session::Line(int32_t number, const std::string &name) const {
     std::string value(kUsualAttributeBytes, '\0');
     auto size = static_cast<uint32_t>(value.size());
-    int32_t result = RTSPClientGetSDPFieldInfo(client_, number, line.c_str(), value.data(), &size);
+    int32_t result = RTSPClientGetSDPFieldInfo(client_, number, name.c_str(), value.data(), &size);
     value.resize(std::max(value.size(), std::size_t{size}));
     if (result == RTSP_SMALL_BUFFER)
-        result = RTSPClientGetSDPFieldInfo(client_, number, line.c_str(), value.data(), &size);
+        result = RTSPClientGetSDPFieldInfo(client_, number, name.c_str(), value.data(), &size);
     if (result != RTSP_SUCCESS) return "";
     value.resize(size - 1);
+    return value;
+}
+
+std::string Session::Attribute(int32_t number, const std::string &name) const {
+    const std::string value = Line(number, "a=" + name + ":");
     return value.rfind(name + ":", 0) == 0 ? value.substr(name.size() + 1) : "";
 }
 
@@ -175,10 +239,11 @@ std::vector<Stream> Session::Streams() const {
     for (int32_t number = 1; number <= count; ++number) {
         const RTSPStreamDescription *description = RTSPClientGetSDPInfo(client_, number);
         if (description == nullptr) break;
-        Stream stream{number, description->encodingName, description->codecType, description->codecType != 0,
-                      description->clockRate};
-        for (const Stream &earlier : streams)
-            if (earlier.codecType == stream.codecType) stream.isReadable = false;
+        Stream stream{number, description->encodingName, description->codecType, false, description->clockRate};
+        const std::string line = Line(number, "m");
+        stream.media = line.substr(0, line.find(' '));
+        stream.omission = WhyUnreadable(stream, description->payloadNumber, streams);
+        stream.isReadable = stream.omission.empty();
         streams.push_back(stream);
     }
     return streams;
@@ -225,6 +290,8 @@ Packet Session::Take(int32_t codecType) const {
 }
 
 bool Session::IsConnectionClosed() const { return connection_ >= 0 && IsClosedByPeer(connection_); }
+
+bool Session::HasUnread() const { return connection_ >= 0 && HasUnreadBytes(connection_); }
 
 bool Session::HasReceivedControl() const { return std::any_of(control_.begin(), control_.end(), HasReceived); }
 

@@ -3,8 +3,10 @@
 
 #include "base/outcome.h"
 #include "rtsptap.h"
+#include "session/authorization.h"
 #include "session/method_headers.h"
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -20,8 +22,7 @@ struct Target {
     std::string address;
     uint16_t port = 554;
     std::string path;
-    std::string user; // empty: the library answers no challenge
-    std::string password;
+    Credentials credentials; // without user: no challenge is answered
     DataProto transport = DATA_PROTO_UDP;
     bool multicast = false; // over UDP, asked for
     MethodHeaders headers;
@@ -30,7 +31,8 @@ struct Target {
 // What an exchange came to.
 struct Answer {
     int32_t result = RTSP_SUCCESS;
-    Reply reply; // empty when there was none
+    Reply reply;           // empty when there was none
+    std::string complaint; // of a 401: what is wrong
 };
 
 // A port to receive on without RTSP; no codec: none.
@@ -43,8 +45,10 @@ struct Stream {
     int32_t number = 0; // from 1, in the order of the description
     std::string codec;
     int32_t codecType = 0;
-    bool isReadable = false; // has a code, and no earlier stream has the same one
-    int32_t clockRate = 0;   // RTP timestamp units per second; 0: not said
+    bool isReadable = false;   // nothing speaks against it
+    int32_t clockRate = 0;     // RTP timestamp units per second; 0: not said
+    std::string media = "";    // "video", "audio", "application", as its m= line has it
+    std::string omission = ""; // why it is not readable
 };
 
 std::string NameOf(const Stream &stream); // "stream 1 (H264)"
@@ -65,6 +69,8 @@ public:
     Session &operator=(const Session &) = delete;
 
     int32_t Connect(const Target &target);
+    bool SwitchToTcp();       // media comes inside the connection; false once a stream is set up
+    void StopReading() const; // ends an exchange that waits; any thread
 
     // Each is one exchange, and blocks as long as the library does. Any thread: they wait for one another.
     Answer Options() { return Send(RTSP_OPTIONS); }
@@ -85,6 +91,9 @@ public:
     // An attribute of a stream's description that no field has, as "control"; empty when there is none.
     std::string Attribute(int32_t number, const std::string &name) const;
 
+    // A line of its description by the line's letter, as "m", without letter and equals sign; empty: none.
+    std::string Line(int32_t number, const std::string &name) const;
+
     // Holds packets back until a stream's queue spans so many milliseconds of a clock of 90 kHz.
     void SetLatency(int32_t milliseconds);
     bool ReleaseHeldBack(); // from now on nothing is held back; false when nothing was
@@ -101,19 +110,26 @@ public:
     // From now on, the latest before it included; none: nobody. Not called any more when this returns.
     void ShowControl(ControlObserver observer);
 
+    std::string Authentication(); // the way of the server's that is answered, "Digest"; empty: never asked for
+
     bool IsConnectionClosed() const; // by the server
+    bool HasUnread() const;          // of the connection: the library has not taken everything
     bool HasReceivedControl() const; // an RTCP datagram has come
 
 private:
     Answer Send(RTSPMethod method, int32_t stream = 0, const std::vector<Header> &instead = {});
-    int32_t ConnectWithPassword(const Target &target);
-    Reply LastReply() const;
+    Answer SendOnce(RTSPMethod method, int32_t stream, const std::vector<Header> &instead);
+    std::string UriOf(RTSPMethod method, int32_t stream) const;
+    std::string LastReply() const;
     static void TakeControl(void *session, int32_t number, int32_t isSent, const uint8_t *packet, uint32_t length);
     void NoteControlSockets(const std::vector<int> &before);
 
     const intptr_t client_;
     std::mutex exchange_; // guards the fields up to the empty line
     MethodHeaders headers_;
+    Authorization authorization_;
+    std::string path_; // of the URL
+    std::string base_; // the URL that requests name
     bool multicast_ = false;
     int32_t latency_ = 0;
     bool tornDown_ = false;
@@ -128,7 +144,7 @@ private:
     std::vector<ControlPacket> unseenControl_; // the first ones, before there was an observer
 
     // The library's sockets, to be looked at only; constant once it plays.
-    int connection_ = -1;
+    std::atomic<int> connection_{-1};
     std::vector<int> control_;
 };
 

@@ -9,11 +9,14 @@
 namespace tool {
 namespace {
 
-bool Carries(const StreamObservation &stream, const std::string &codec) {
+bool IsOf(const StreamObservation &stream, const std::string &codec) {
     const int32_t type = CodecTypeOfName(codec);
-    const bool isThat =
-        type != 0 ? stream.stream.codecType == type : strcasecmp(stream.stream.codec.c_str(), codec.c_str()) == 0;
-    return isThat && stream.statistics.Packets() > 0;
+    return type != 0 ? stream.stream.codecType == type
+                     : strcasecmp(stream.stream.codec.c_str(), codec.c_str()) == 0;
+}
+
+bool Carries(const StreamObservation &stream, const std::string &codec) {
+    return IsOf(stream, codec) && stream.statistics.Packets() > 0;
 }
 
 // From the first packet to the end: of streams that stop early the rate is lower.
@@ -35,9 +38,18 @@ class HealthCheck : public Watcher {
 public:
     explicit HealthCheck(const HealthSettings &settings) : settings_(settings) {}
 
-    void Show(const Observation &) override {}
+    // What a description does not have, no waiting will bring.
+    void Show(const Observation &observation) override {
+        if (observation.streams.empty() || !missing_.empty()) return;
+        for (const std::string &codec : settings_.expectedCodecs)
+            if (std::none_of(observation.streams.begin(), observation.streams.end(),
+                             [&codec](const StreamObservation &stream) { return IsOf(stream, codec); }))
+                missing_ = codec;
+    }
+    bool HasFailed() const override { return !missing_.empty(); }
 
     Outcome Finish(const Observation &observation) override {
+        if (HasFailed()) return {ExitCode::kHealthLimit, "health: no stream carries " + missing_};
         const auto arrived = [](const StreamObservation &stream) { return stream.statistics.Packets() > 0; };
         if (std::none_of(observation.streams.begin(), observation.streams.end(), arrived)) return {};
         CheckLoss(observation);
@@ -82,6 +94,7 @@ private:
 
     const HealthSettings settings_;
     std::string findings_;
+    std::string missing_; // a codec that no stream has
 };
 
 } // namespace

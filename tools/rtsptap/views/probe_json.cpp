@@ -48,7 +48,7 @@ Json PictureOf(const std::optional<PictureFormat> &picture) {
 Json StreamOf(const ProbedStream &probed) {
     return {{"stream", probed.stream.number},
             {"codec", Known(probed.stream.codec)},
-            {"media", probed.isVideo ? "video" : "audio"},
+            {"media", Known(probed.stream.media)},
             {"received", probed.stream.isReadable},
             {"payload_type", probed.payloadType},
             {"clock_hz", Known(probed.stream.clockRate)},

@@ -9,9 +9,9 @@ namespace {
 ProbedStream ProbedStreamOf(const Stream &stream, const Session *session) {
     ProbedStream probed;
     probed.stream = stream;
+    probed.isVideo = stream.media != "audio";
     const RTSPStreamDescription *description = session == nullptr ? nullptr : session->Description(stream.number);
     if (description == nullptr) return probed;
-    probed.isVideo = description->isVideo != 0;
     probed.payloadType = description->payloadNumber;
     probed.channels = description->channels > 0 ? description->channels : description->aacChannels;
     probed.frameRate = description->frameRate;

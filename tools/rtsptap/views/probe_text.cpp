@@ -56,7 +56,7 @@ std::string ServerText(const ProbeResult &result) {
 
 std::string Headline(const ProbedStream &probed) {
     std::string line = Presentable(probed.stream.codec.empty() ? "unknown codec" : probed.stream.codec);
-    line += probed.isVideo ? " video" : " audio";
+    if (!probed.stream.media.empty()) line += " " + Presentable(probed.stream.media);
     if (!probed.stream.isReadable) Append(line, "left out");
     if (probed.stream.clockRate > 0) Append(line, "clock " + std::to_string(probed.stream.clockRate) + " Hz");
     if (probed.samplingRate > 0) Append(line, std::to_string(probed.samplingRate) + " samples/s");
