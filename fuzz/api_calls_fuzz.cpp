@@ -4,7 +4,7 @@
 // freed after its client. Nothing may be left when all is destroyed.
 #include "fuzz/fuzz_target.h"
 #include "rtsp/client/udp_ports.h"
-#include "rtsptap.h"
+#include "rtsptap_extended.h"
 #include "tests/support/child_process.h"
 #include "tests/support/packet_builder.h"
 #include "tests/torture/system_calls.h"
@@ -157,8 +157,8 @@ void ConfigureClient(Caller &, intptr_t client, Input &in) {
     if (what == 0) RTSPClientSetMTUSize(client, static_cast<uint32_t>(first));
     if (what == 1) RTPClientSetAudioVideoBufferSize(client, first, second);
     if (what == 2) RTPClientConfigLatency(client, first, second, Number(in));
-    if (what == 3) RTSPClientSetDataProto(client, static_cast<uint32_t>(first) % 3);
-    if (what == 4) RTSPClientForgetChallenge(client);
+    if (what == 3) RTSPTapSetDataProto(client, static_cast<uint32_t>(first) % 3);
+    if (what == 4) RTSPTapForgetChallenge(client);
 }
 
 void Listen(Caller &, intptr_t client, Input &in) {

@@ -406,8 +406,6 @@ RTSPTAP_API int32_t RTSPDestroyHeaderList(intptr_t headerList);
  *     RTSPDestroyHeaderList(refused);
  *     if (result != RTSP_SEND_FAILED) return result; // not connected
  *
- * RTSPClientForgetChallenge leaves the answer to the program, for schemes that the library does not know.
- *
  * Keeping a session alive. Servers end sessions that are silent, many after 60 seconds. Receiver reports count
  * as a sign of life with most; the request to repeat is PLAY, which is cheap while playing. Its default Range
  * starts recorded media again from the beginning: give it a Range of "npt=now-". Not OPTIONS: it puts the client
@@ -431,26 +429,6 @@ RTSPTAP_API int32_t RTSPDestroyHeaderList(intptr_t headerList);
  */
 RTSPTAP_API int32_t RTSPClientConnect(intptr_t clientHandle, const char *serverIp, uint16_t serverPort,
                                       const char *sessionName, uint32_t dataProto, intptr_t mtuCallBack);
-
-/**
- * Takes down anew how RTP is to come, on the connection there is: for a server that refuses one way at SETUP.
- *
- * Allowed until the first stream is set up. Sends nothing and changes nothing else.
- *
- * @param dataProto  DATA_PROTO_UDP or DATA_PROTO_TCP
- * @return 0; RTSP_INVALID_ARGUMENT bad handle or dataProto; RTSP_NOT_CONNECTED; RTSP_INVALID_STATE a stream is set
- * up
- */
-RTSPTAP_API int32_t RTSPClientSetDataProto(intptr_t clientHandle, uint32_t dataProto);
-
-/**
- * Forgets the challenge of an earlier 401: requests carry no Authorization header of the library's any more, until
- * the next 401 to OPTIONS or DESCRIBE. For a program that answers challenges itself, with an Authorization entry
- * in its header lists, because the scheme is none that the library computes. Name and password stay.
- *
- * @return 0; RTSP_INVALID_ARGUMENT bad handle
- */
-RTSPTAP_API int32_t RTSPClientForgetChallenge(intptr_t clientHandle);
 
 /**
  * Asks what the server can do (RFC 2326, 10.1). Optional: DESCRIBE may come first.

@@ -1,6 +1,6 @@
 #!/bin/sh
-# The public header compiles alone as C99 and as C++20 and explains every function; the shared library exports
-# exactly the functions that it declares, imports the host's digest function, and needs nothing beyond the C and
+# Each public header compiles alone as C99 and as C++20 and explains every function; the shared library exports
+# exactly the functions that they declare, imports the host's digest function, and needs nothing beyond the C and
 # C++ run-time libraries.
 # Usage: public_header.sh CC CXX NM INCLUDE_DIRECTORY SHARED_LIBRARY
 set -u
@@ -12,14 +12,15 @@ fail() {
 }
 
 warnings="-pedantic -Wall -Wextra -Werror"
-"$cc" -x c -std=c99 $warnings -fsyntax-only "$include/rtsptap.h" || fail "not C99"
-"$cxx" -x c++ -std=c++20 $warnings -fsyntax-only "$include/rtsptap.h" || fail "not C++20"
-
-undocumented=$(awk '/^RTSPTAP_API/ && previous !~ /\*\/$/ { print } { previous = $0 }' "$include/rtsptap.h")
-[ -z "$undocumented" ] || fail "no manual entry: $undocumented"
+for header in "$include"/*.h; do
+    "$cc" -x c -std=c99 $warnings -fsyntax-only "$header" || fail "$header is not C99"
+    "$cxx" -x c++ -std=c++20 $warnings -fsyntax-only "$header" || fail "$header is not C++20"
+    undocumented=$(awk '/^RTSPTAP_API/ && previous !~ /\*\/$/ { print } { previous = $0 }' "$header")
+    [ -z "$undocumented" ] || fail "no manual entry: $undocumented"
+done
 
 # A declaration begins with the export mark; its name stands before the first parenthesis that follows.
-declared=$("$cc" -x c -E -P "$include/rtsptap.h" | tr '\n' ' ' |
+declared=$("$cc" -x c -E -P "$include/rtsptap_extended.h" | tr '\n' ' ' |
     sed 's/__attribute__ *((visibility("default")))/\n@/g' |
     sed -n 's/^@[^(]*[ *]\([A-Za-z0-9_]*\)(.*/\1/p' | sort)
 exported=$("$nm" -D --defined-only "$library" | awk '{ print $NF }' | sort)

@@ -5,6 +5,7 @@
 #include "rtsp/client/client_record.h"
 #include "rtsp/client/registry.h"
 #include "rtsp/message/response.h"
+#include "rtsptap_extended.h"
 
 #include <algorithm>
 #include <string_view>
@@ -63,7 +64,7 @@ void StoreChallenge(RTSPClient &client, ResponseMsg &response) {
 
 using namespace rtsptap;
 
-int32_t RTSPClientForgetChallenge(intptr_t clientHandle) {
+int32_t RTSPTapForgetChallenge(intptr_t clientHandle) {
     const CallTrace trace(__func__);
     RTSPClient *const client = LiveClient(clientHandle);
     if (client == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid client handle\n");

@@ -7,6 +7,7 @@
 #include "rtp/stream_thread.h"
 #include "rtsp/client/client_record.h"
 #include "rtsp/client/registry.h"
+#include "rtsptap_extended.h"
 
 #include <arpa/inet.h>
 #include <cstdlib>
@@ -103,7 +104,7 @@ int32_t RTSPClientConnect(intptr_t clientHandle, const char *serverIp, uint16_t 
     return RTSP_SUCCESS;
 }
 
-int32_t RTSPClientSetDataProto(intptr_t clientHandle, uint32_t dataProto) {
+int32_t RTSPTapSetDataProto(intptr_t clientHandle, uint32_t dataProto) {
     const CallTrace trace(__func__);
     if (clientHandle == 0 || dataProto > DATA_PROTO_TCP)
         return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid input argument\n");

@@ -1,4 +1,5 @@
 // What the six methods share: checks and their order, the caller's buffer. What replies lead to: tests/hostile.
+#include "rtsptap_extended.h"
 #include "tests/support/methods.h"
 #include "tests/support/session.h"
 
@@ -64,14 +65,14 @@ TEST(Exchange, AProgramMayAnswerChallengesItselfAndChooseAnotherTransportUntilOn
         {{"SETUP ", "interleaved=0-1"}, Ok("Session: {session}")}};
     Session session(kUdp, CLIENT_INIT_STATE, further);
     EXPECT_EQ(session.Describe(), RTSP_UNAUTHORIZED);
-    EXPECT_EQ(RTSPClientForgetChallenge(session.client), RTSP_SUCCESS);
+    EXPECT_EQ(RTSPTapForgetChallenge(session.client), RTSP_SUCCESS);
     EXPECT_EQ(session.Describe(), RTSP_SUCCESS);
-    EXPECT_EQ(RTSPClientSetDataProto(session.client, 2), RTSP_INVALID_ARGUMENT);
-    EXPECT_EQ(RTSPClientSetDataProto(session.client, kTcp), RTSP_SUCCESS);
+    EXPECT_EQ(RTSPTapSetDataProto(session.client, 2), RTSP_INVALID_ARGUMENT);
+    EXPECT_EQ(RTSPTapSetDataProto(session.client, kTcp), RTSP_SUCCESS);
     EXPECT_EQ(session.Setup(1), RTSP_SUCCESS);
-    EXPECT_EQ(RTSPClientSetDataProto(session.client, kUdp), RTSP_INVALID_STATE);
-    EXPECT_EQ(RTSPClientSetDataProto(Client(), kUdp), RTSP_NOT_CONNECTED);
-    EXPECT_EQ(RTSPClientForgetChallenge(0), RTSP_INVALID_ARGUMENT);
+    EXPECT_EQ(RTSPTapSetDataProto(session.client, kUdp), RTSP_INVALID_STATE);
+    EXPECT_EQ(RTSPTapSetDataProto(Client(), kUdp), RTSP_NOT_CONNECTED);
+    EXPECT_EQ(RTSPTapForgetChallenge(0), RTSP_INVALID_ARGUMENT);
 }
 
 } // namespace

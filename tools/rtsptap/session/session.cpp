@@ -1,6 +1,7 @@
 #include "session/session.h"
 
 #include "base/secrets.h"
+#include "rtsptap_extended.h"
 #include "session/library_output.h"
 #include "session/sockets.h"
 
@@ -60,8 +61,8 @@ bool HasHeader(const std::vector<Header> &headers, const std::string &name) {
 }
 
 bool WasSent(int32_t result) {
-    constexpr int32_t kBefore[] = {RTSP_INVALID_HEADER_LIST, RTSP_INVALID_STATE,  RTSP_INVALID_ARGUMENT,
-                                   RTSP_NOT_CONNECTED,       RTSP_SOCKET_FAILED,  RTSP_NO_MEMORY,
+    constexpr int32_t kBefore[] = {RTSP_INVALID_HEADER_LIST, RTSP_INVALID_STATE, RTSP_INVALID_ARGUMENT,
+                                   RTSP_NOT_CONNECTED,       RTSP_SOCKET_FAILED, RTSP_NO_MEMORY,
                                    RTSP_REQUEST_NOT_BUILT,   RTSP_SEND_FAILED};
     return std::find(std::begin(kBefore), std::end(kBefore), result) == std::end(kBefore);
 }
@@ -114,7 +115,7 @@ int32_t Session::Connect(const Target &target) {
 
 bool Session::SwitchToTcp() {
     const std::lock_guard guard(exchange_);
-    return RTSPClientSetDataProto(client_, DATA_PROTO_TCP) == RTSP_SUCCESS;
+    return RTSPTapSetDataProto(client_, DATA_PROTO_TCP) == RTSP_SUCCESS;
 }
 
 void Session::StopReading() const { shutdown(connection_, SHUT_RD); }
@@ -151,7 +152,7 @@ Answer Session::Send(RTSPMethod method, int32_t stream, const std::vector<Header
     const std::lock_guard guard(exchange_);
     Answer answer = SendOnce(method, stream, instead);
     for (int tries = 0; tries < kMostTries && answer.reply.status == kUnauthorized; ++tries) {
-        RTSPClientForgetChallenge(client_);
+        RTSPTapForgetChallenge(client_);
         if (!authorization_.Take(answer.reply)) break;
         answer = SendOnce(method, stream, instead);
     }
