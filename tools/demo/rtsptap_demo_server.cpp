@@ -42,6 +42,22 @@ std::string CheckCredentials(const std::string &text) {
     return colon == std::string::npos || colon == 0 ? "it is USER:PASSWORD" : "";
 }
 
+// The program's exit status.
+int Serve(demo::Offer offer, uint16_t port, int seconds) {
+    offer.tracks = demo::LoadClip();
+    demo::Server server(std::move(offer));
+    const uint16_t own = server.Listen(port);
+    if (own == 0) {
+        std::fprintf(stderr, "rtsptap_demo_server: cannot listen on 127.0.0.1:%d: %s\n", port,
+                     std::strerror(errno));
+        return 1;
+    }
+    std::printf("rtsp://127.0.0.1:%d/demo\n", own);
+    std::fflush(stdout);
+    server.Run(&gblEnd, seconds);
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char **argv) {
@@ -71,16 +87,5 @@ int main(int argc, char **argv) {
     if (!credentials.empty())
         offer.account = {credentials.substr(0, credentials.find(':')),
                          credentials.substr(credentials.find(':') + 1)};
-    offer.tracks = demo::LoadClip();
-    demo::Server server(std::move(offer));
-    const uint16_t own = server.Listen(port);
-    if (own == 0) {
-        std::fprintf(stderr, "rtsptap_demo_server: cannot listen on 127.0.0.1:%d: %s\n", port,
-                     std::strerror(errno));
-        return 1;
-    }
-    std::printf("rtsp://127.0.0.1:%d/demo\n", own);
-    std::fflush(stdout);
-    server.Run(&gblEnd, seconds);
-    return 0;
+    return Serve(std::move(offer), port, seconds);
 }
