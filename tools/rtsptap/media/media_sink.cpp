@@ -178,6 +178,7 @@ Outcome MediaSink::Finish() {
         if (const std::string lateness = feed.Lateness(); !closed_ && !lateness.empty()) PrintNotice(lateness);
     closed_ = true;
     pipeline_.Stop();
+    if (!failure_.IsOk()) file_.written->Clear();
     return failure_;
 }
 

@@ -49,6 +49,10 @@ public:
         const std::lock_guard guard(lock_);
         paths_.push_back(path);
     }
+    void Clear() { // they are of no use
+        const std::lock_guard guard(lock_);
+        paths_.clear();
+    }
     void SetDuration(std::chrono::nanoseconds duration) {
         const std::lock_guard guard(lock_);
         duration_ = duration;
