@@ -599,29 +599,6 @@ RTSPTAP_API int32_t RTSPClientGetLastReply(intptr_t clientHandle, char *response
  */
 RTSPTAP_API int32_t RTSPClientGetSSRC(intptr_t clientHandle, int32_t streamCount, uint32_t *ssrc);
 
-/**
- * Is shown an RTCP packet of a session. Called on threads of the library, over TCP also on those that take packets:
- * it must return soon, and call no function of the library.
- *
- * @param streamNumber  number of its stream, from 1
- * @param isSent        1: a report of ours that was sent; 0: it was received
- * @param packet        the whole compound packet, unchecked; good until the callback returns
- * @param length        its bytes
- */
-typedef void (*RTPRtcpCallback)(void *context, int32_t streamNumber, int32_t isSent, const uint8_t *packet,
-                                uint32_t length);
-
-/**
- * Has the client's RTCP packets shown, received and sent ones: for captures, and for what nobody else reads in
- * them. Reports are sent all the same. To be set between RTSPClientCreate and RTSPClientConnect; it counts until
- * RTSPClientDestroy has returned.
- *
- * @param callback  null: none
- * @param context   handed to the callback
- * @return 0; RTSP_FAILURE the client has connected before; RTSP_INVALID_ARGUMENT bad handle
- */
-RTSPTAP_API int32_t RTPClientSetRtcpCallback(intptr_t clientHandle, RTPRtcpCallback callback, void *context);
-
 /* ---- packets ----
  *
  * Each stream has a queue, filled by a thread of the library and emptied by one thread of the program. Payloads

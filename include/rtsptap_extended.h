@@ -34,6 +34,29 @@ RTSPTAP_API int32_t RTSPTapSetDataProto(intptr_t clientHandle, uint32_t dataProt
  */
 RTSPTAP_API int32_t RTSPTapForgetChallenge(intptr_t clientHandle);
 
+/**
+ * Is shown an RTCP packet of a session. Called on threads of the library, over TCP also on those that take packets:
+ * it must return soon, and call no function of the library.
+ *
+ * @param streamNumber  number of its stream, from 1
+ * @param isSent        1: a report of ours that was sent; 0: it was received
+ * @param packet        the whole compound packet, unchecked; good until the callback returns
+ * @param length        its bytes
+ */
+typedef void (*RTSPTapRtcpCallback)(void *context, int32_t streamNumber, int32_t isSent, const uint8_t *packet,
+                                    uint32_t length);
+
+/**
+ * Has the client's RTCP packets shown, received and sent ones: for captures, and for what nobody else reads in
+ * them. Reports are sent all the same. To be set between RTSPClientCreate and RTSPClientConnect; it counts until
+ * RTSPClientDestroy has returned.
+ *
+ * @param callback  null: none
+ * @param context   handed to the callback
+ * @return 0; RTSP_FAILURE the client has connected before; RTSP_INVALID_ARGUMENT bad handle
+ */
+RTSPTAP_API int32_t RTSPTapSetRtcpCallback(intptr_t clientHandle, RTSPTapRtcpCallback callback, void *context);
+
 #ifdef __cplusplus
 }
 #endif

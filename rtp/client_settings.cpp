@@ -27,7 +27,7 @@ int32_t RTPClientConfigLatency(intptr_t clientHandle, int32_t tLInMS, int32_t uF
     return RTSP_SUCCESS;
 }
 
-int32_t RTPClientSetRtcpCallback(intptr_t clientHandle, RTPRtcpCallback callback, void *context) {
+int32_t RTSPTapSetRtcpCallback(intptr_t clientHandle, RTSPTapRtcpCallback callback, void *context) {
     const CallTrace trace(__func__);
     RTSPClient *const client = LiveClient(clientHandle);
     if (client == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid Client Handle\n");

@@ -4,7 +4,7 @@
 #pragma once
 
 #include "rtp/receive_turn.h"
-#include "rtsptap.h"
+#include "rtsptap_extended.h"
 
 #include <atomic>
 #include <cstddef>
@@ -37,7 +37,7 @@ struct RTSPClient {
     SDPField *sdpFieldList = nullptr;   // owned: the session-level lines
     intptr_t mtuCallBack = 0;           // stored, never called
     void *rtcpContext = nullptr;        // constant once connected, like the next, which threads with RTCP call
-    RTPRtcpCallback rtcpCallback = nullptr;
+    RTSPTapRtcpCallback rtcpCallback = nullptr;
     uint32_t authRequired = 0;          // 1 after a 401: every request carries Authorization
     char username[128] = {};
     char password[128] = {};

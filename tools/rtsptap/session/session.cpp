@@ -93,7 +93,7 @@ std::string NameOf(const Stream &stream) {
 Session::Session() : client_(RTSPClientCreate()) {
     if (client_ <= 0) throw std::bad_alloc();
     RTPClientSetAudioVideoBufferSize(client_, kVideoBufferBytes, kAudioBufferBytes);
-    RTPClientSetRtcpCallback(client_, TakeControl, this);
+    RTSPTapSetRtcpCallback(client_, TakeControl, this);
 }
 
 Session::~Session() { RTSPClientDestroy(client_); }
