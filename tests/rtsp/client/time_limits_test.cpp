@@ -56,11 +56,12 @@ void WaitForAPacketAmongSignals() {
     quiet.sa_flags = SA_RESTART;
     sigaction(SIGUSR1, &quiet, nullptr);
     const pthread_t reader = pthread_self();
-    std::jthread signals([reader](const std::stop_token &stop) {
-        for (; !stop.stop_requested(); usleep(10000)) pthread_kill(reader, SIGUSR1);
-    });
     for (const uint32_t proto : {kUdp, kTcp}) {
+        // Before they come: an exchange fails when it is interrupted.
         const Session session(proto, CLIENT_PLAYING_STATE);
+        std::jthread signals([reader](const std::stop_token &stop) {
+            for (; !stop.stop_requested(); usleep(10000)) pthread_kill(reader, SIGUSR1);
+        });
         RTPStreamData *packet = nullptr;
         ExpectAbout(5, [&] { EXPECT_EQ(RTPClientGetRTPStreamData(session.client, &packet, kVideo), -1); });
     }
