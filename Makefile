@@ -53,7 +53,8 @@ demo:
 	cmake --build --preset demo --target rtsptap_cli rtsptap_demo_server
 	build/demo/tools/rtsptap demo --auth
 	build/demo/tools/rtsptap demo --auth --tcp
-	@echo "rtsptap is build/demo/tools/rtsptap. To record, it needs GStreamer: make test or scripts/deps.sh installs it."
+	@echo "This was build/demo/tools/rtsptap, built in a hurry. One for use: make install. To record, it needs GStreamer:"
+	@echo "make test or scripts/deps.sh build record installs that first."
 
 bench: release
 	for program in build/release/bench/*_bench; do $$program || exit 1; done
