@@ -53,8 +53,8 @@ demo:
 	cmake --build --preset demo --target rtsptap_cli rtsptap_demo_server
 	build/demo/tools/rtsptap demo --auth
 	build/demo/tools/rtsptap demo --auth --tcp
-	@echo "This was build/demo/tools/rtsptap, built in a hurry. One for use: make install. To record, it needs GStreamer:"
-	@echo "make test or scripts/deps.sh build record installs that first."
+	@echo "This was build/demo/tools/rtsptap, built in a hurry, without GStreamer, which recordings need."
+	@echo "One for use: scripts/deps.sh && make install"
 
 bench: release
 	for program in build/release/bench/*_bench; do $$program || exit 1; done
