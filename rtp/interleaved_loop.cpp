@@ -122,6 +122,7 @@ TurnEnd ServeAsReader(RTSPStreamInfo &stream, uint64_t deadlineMs) {
     if (!turn.IsMine() || !stream.receiving) return TurnEnd::kNotDone;
     // Looked at again in the turn: the thread may have queued what this reader would now wait for.
     if (stream.packetListHead.load(std::memory_order_acquire) != nullptr) return TurnEnd::kHandled;
+    if (client.turn.ended) return TurnEnd::kNotDone; // another one has seen it: the thread's end ends the wait
     const uint32_t before = stream.handled;
     const StreamThread &thread = *client.turn.thread;
     while (!client.turn.ended && stream.handled == before && stream.streamState == kStreamPlaying &&

@@ -16,18 +16,20 @@ namespace rtsptap {
 
 namespace {
 
-// Nothing can come any more, and what would have said so may have passed before the reader slept.
+// A reader found its stream just before the session ended.
 bool SessionIsOver(const RTSPClient &client) { return client.streamCount.load(std::memory_order_seq_cst) == 0; }
 
 // Sleeps until any datagram or frame has been handled, accepted or not, or reception ends. Both are looked at once
 // more under signalLock, where no signal can slip by.
-void SleepUntilSignalled(RTSPStreamInfo &stream, uint64_t deadlineMs) {
+void SleepUntilSignalled(RTSPStreamInfo &stream, uint32_t endsBefore, uint64_t deadlineMs) {
     ReceiveTurn &turn = stream.receiving ? stream.client->turn : stream.turn;
     const ScopedLock lock(stream.signalLock);
     stream.handledBeforeWait = stream.handled.load(std::memory_order_acquire);
     stream.waitingReaders.fetch_add(1, std::memory_order_seq_cst);
     turn.sleepers.fetch_add(1, std::memory_order_relaxed);
-    if (stream.packetListHead.load(std::memory_order_seq_cst) == nullptr && !SessionIsOver(*stream.client))
+    const bool isOver = stream.receptionsEnded.load(std::memory_order_seq_cst) != endsBefore;
+    if (stream.packetListHead.load(std::memory_order_seq_cst) == nullptr && !isOver &&
+        !SessionIsOver(*stream.client))
         WaitForConditionUntil(&stream.dataCondition, &stream.signalLock, deadlineMs);
     turn.sleepers.fetch_sub(1, std::memory_order_relaxed);
     stream.waitingReaders.fetch_sub(1, std::memory_order_seq_cst);
@@ -36,10 +38,11 @@ void SleepUntilSignalled(RTSPStreamInfo &stream, uint64_t deadlineMs) {
 // Waits once, without a loop: the caller then looks again.
 void WaitForPacket(RTSPStreamInfo &stream) {
     if (stream.packetListHead.load(std::memory_order_acquire) != nullptr) return;
+    const uint32_t endsBefore = stream.receptionsEnded.load(std::memory_order_seq_cst);
     const uint64_t deadlineMs = MonotonicMs() + kConditionWaitMs;
     TurnEnd end = ReceiveAsReader(stream, deadlineMs);
     if (end == TurnEnd::kNotDone) end = ServeAsReader(stream, deadlineMs);
-    if (end == TurnEnd::kNotDone) SleepUntilSignalled(stream, deadlineMs);
+    if (end == TurnEnd::kNotDone) SleepUntilSignalled(stream, endsBefore, deadlineMs);
 }
 
 // Kept: underflowLimit alone decides. A queue that has reached targetLatency is held back all the same.

@@ -194,6 +194,7 @@ void SignalReaders(RTSPStreamInfo &stream) {
 }
 
 void EndReaderWaits(RTSPStreamInfo &stream) {
+    stream.receptionsEnded.fetch_add(1, std::memory_order_seq_cst);
     if (stream.waitingReaders.load(std::memory_order_seq_cst) == 0) return;
     // A reader that saw no reason not to wait is inside the wait once the lock has been free.
     { const ScopedLock readerWaits(stream.signalLock); }

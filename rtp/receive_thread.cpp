@@ -199,7 +199,8 @@ TurnEnd ReceiveAsReader(RTSPStreamInfo &stream, uint64_t deadlineMs) {
     if (!turn.IsMine() || !stream.turn.readersMayWait || !IsPlaying(stream)) return TurnEnd::kNotDone;
     // Looked at again in the turn: the thread may have queued what this reader would now wait for.
     if (stream.packetListHead.load(std::memory_order_acquire) != nullptr) return TurnEnd::kHandled;
-    if (!stream.turn.ended && ReceiveUntil(stream, deadlineMs)) return TurnEnd::kHandled;
+    if (stream.turn.ended) return TurnEnd::kNotDone; // another one has seen it: the thread's end ends the wait
+    if (ReceiveUntil(stream, deadlineMs)) return TurnEnd::kHandled;
     return IsOver(stream.turn) ? TurnEnd::kOver : TurnEnd::kNotDone;
 }
 

@@ -78,7 +78,8 @@ ReaderTurn::ReaderTurn(ReceiveTurn &turn) : turn_(turn) {
 
 ReaderTurn::~ReaderTurn() {
     if (!mine_) return;
-    turn_.lastVisitMs.store(MonotonicMs(), std::memory_order_release);
+    // Where nothing more comes the thread is not to rest: it has to end.
+    if (!turn_.ended) turn_.lastVisitMs.store(MonotonicMs(), std::memory_order_release);
     TurnState state = TurnState::kTaken;
     if (turn_.state.compare_exchange_strong(state, TurnState::kFree, std::memory_order_acq_rel)) {
         turn_.state.notify_one();
@@ -103,7 +104,8 @@ bool RestForReaders(const StreamThread &thread, ReceiveTurn &turn) {
     const int restMs = turn.sleepers.load(std::memory_order_relaxed) > 0 ? kShortRestMs : kRestMs;
     const uint32_t visits = turn.visits.load(std::memory_order_acquire);
     if (!IsTaken(turn.state.load(std::memory_order_acquire))) {
-        const uint64_t away = MonotonicMs() - turn.lastVisitMs.load(std::memory_order_acquire);
+        const uint64_t lastVisitMs = turn.lastVisitMs.load(std::memory_order_acquire); // before the clock is read
+        const uint64_t away = MonotonicMs() - lastVisitMs;
         if (away >= static_cast<uint64_t>(restMs)) return false;
         WaitForWake(thread, restMs - static_cast<int>(away));
         return true;

@@ -92,9 +92,10 @@ struct RTSPStreamInfo {
     // ---- New-data signal ----
     pthread_mutex_t signalLock = PTHREAD_MUTEX_INITIALIZER;  // of dataCondition; never held with packetListLock
     pthread_cond_t dataCondition = PTHREAD_COND_INITIALIZER; // a datagram or frame was handled
-    std::atomic<int32_t> waitingReaders{0};                  // readers inside the wait; nobody is signalled while 0
-    std::atomic<uint32_t> handled{0}; // datagrams and frames so far; changes with the queue they went into
-    uint32_t handledBeforeWait = 0;   // as the waiting reader found it; guarded by signalLock
+    std::atomic<uint32_t> receptionsEnded{0}; // a reader that began to wait before the last one does not
+    std::atomic<int32_t> waitingReaders{0};   // readers inside the wait; nobody is signalled while 0
+    std::atomic<uint32_t> handled{0};         // datagrams and frames so far; changes with the queue they went into
+    uint32_t handledBeforeWait = 0;           // as the waiting reader found it; guarded by signalLock
 };
 
 } // namespace rtsptap

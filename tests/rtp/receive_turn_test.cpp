@@ -127,6 +127,29 @@ TEST_P(ReceiveTurn, TeardownEndsEveryWait) {
     EXPECT_EQ(CountOf(out.Text(), "No data received"), 0U);
 }
 
+// By the connection's end, or a datagram without content. The thread ends, too, however soon the reader is back:
+// then there is only the wait.
+TEST_P(ReceiveTurn, EndOfReceptionEndsOneWaitAndTheThread) {
+    std::atomic<int> atOnce{0};
+    std::atomic<bool> stop{false};
+    std::thread reader([&] {
+        while (!stop) {
+            atOnce += SecondsOf([this] { Read(); }) < 4 ? 1 : 0;
+            usleep(500);
+        }
+    });
+    usleep(20000); // it waits
+    if (session.proto == kUdp)
+        session.SendRtp(1, "");
+    else
+        session.server.Hangup();
+    EXPECT_TRUE(Eventually([&] { return atOnce > 0; }));
+    usleep(300000);
+    stop = true;
+    reader.join();
+    EXPECT_LE(atOnce, 3);
+}
+
 TEST(InterleavedTurn, ClosedConnectionEndsEveryWait) {
     Session session(kTcp, CLIENT_PLAYING_STATE);
     const auto read = [&](int32_t codec) {

@@ -53,7 +53,7 @@ public:
             const uintmax_t size = std::filesystem::file_size(path, error);
             bytes += error ? 0 : size;
         }
-        if (bytes == 0 && !toPipe_) return {};
+        if (toPipe_ ? Received(observation).count() == 0 : bytes == 0) return {};
         std::string line = "recorded " + (paths.empty() ? name_ : paths.front());
         if (paths.size() > 1) line += " to " + paths.back() + ", " + std::to_string(paths.size()) + " files";
         line += ": " + ElapsedText(written_->Duration().value_or(Received(observation)));

@@ -21,6 +21,7 @@ MediaTime::MediaTime(int32_t clockRate, Clock::time_point begin)
 void MediaTime::BeginSession(std::shared_ptr<SessionStart> start, std::optional<uint32_t> firstTimestamp) {
     start_ = std::move(start);
     firstTimestamp_ = firstTimestamp;
+    begun_ = false; // a server that began anew may count from where it once was
 }
 
 nanoseconds MediaTime::Of(uint32_t ssrc, uint32_t timestamp, Clock::time_point arrival) {

@@ -5,6 +5,7 @@
 #include "base/text.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace tool {
 namespace {
@@ -14,6 +15,9 @@ using std::chrono::milliseconds;
 constexpr auto kLook = milliseconds(100);
 constexpr auto kPatienceWithUdp = std::chrono::seconds(3); // then another transport is tried
 constexpr auto kPatienceWithTeardown = std::chrono::seconds(1);
+constexpr auto kStall =
+    std::chrono::seconds(1);                 // between two looks: this process was stopped, or its machine slept
+constexpr auto kCatchUp = milliseconds(500); // what came meanwhile is taken in this time
 constexpr auto kSilence = milliseconds(300); // of a server that has closed its connection
 
 uint64_t PacketsOf(const std::vector<StreamObservation> &streams) {
@@ -65,9 +69,11 @@ void Receiver::NoteRefusal(const OpenedSession &opened) const {
 }
 
 Receiver::End Receiver::Run(bool fallsBack, KeepAlive *keepAlive, Outcome &outcome) {
+    Clock::time_point looked = Clock::now();
     for (;;) {
         const int signal = interruption_.WaitFor(kLook);
         Observation now = Observe();
+        if (now.now - std::exchange(looked, now.now) > kStall) resumed_ = now.now;
         const bool hasMedia = PacketsOf(now.streams) > packetsBefore_;
         now.state = state_ = hasMedia ? kPlaying : kWaitingForMedia;
         if (signal != 0 || IsOver(now)) return End::kOver;
@@ -76,6 +82,7 @@ Receiver::End Receiver::Run(bool fallsBack, KeepAlive *keepAlive, Outcome &outco
         outcome = MediaTrouble(now);
         if (keepAlive != nullptr && outcome.IsOk()) outcome = keepAlive->Look(now.now);
         if (!outcome.IsOk()) return End::kMediaEnded;
+        if (now.now - resumed_ < kCatchUp) continue;
         for (Watcher *watcher : audience_.watchers) watcher->Show(now);
     }
 }
@@ -96,7 +103,7 @@ bool Receiver::IsOver(const Observation &now) const {
 
 // Why no more packets are to be expected; Ok while they are.
 Outcome Receiver::MediaTrouble(const Observation &now) const {
-    Clock::time_point last = sessionBegin_;
+    Clock::time_point last = std::max(sessionBegin_, resumed_);
     for (const StreamObservation &stream : now.streams) last = std::max(last, stream.statistics.LastArrival());
     const Clock::duration silence = now.now - last;
     const bool anything = PacketsOf(now.streams) > 0;

@@ -58,7 +58,8 @@ private:
     Clock::time_point sessionBegin_;
     uint64_t packetsBefore_ = 0; // the current session
     uint64_t reconnects_ = 0;
-    Clock::time_point looked_; // when it was observed last
+    Clock::time_point looked_;  // when it was observed last
+    Clock::time_point resumed_; // when this process last went on after it had been stopped
     bool hasServer_ = false;
     Transport transport_ = Transport::kUdp;
     std::string state_;
