@@ -64,7 +64,7 @@ TEST_F(Record, EveryFormatDecodesWithoutErrors) {
     for (const auto &row : cases) {
         const std::string file = directory + row.file;
         const Result tool = RunToEnd(TOOL " " + row.command + " " + url + " -o " + file + " -t " + row.transport +
-                                     (row.command == "record" ? " --duration 3s" : ""));
+                                     (row.command == "record" ? " --duration 3s --latency 1s" : ""));
         EXPECT_EQ(0, tool.status) << row.file << ": " << tool.errors;
         const std::vector<std::string> streams = ExpectStreams(file, row.streams);
         EXPECT_TRUE(row.streams[0] != "h264 640" || FramesIn(streams.at(0)) >= 45) << row.file;

@@ -71,10 +71,13 @@ public:
 
     // The way to a state; the first failure.
     int32_t Reach(RTSPClientState state) {
-        constexpr int32_t (Player::*kSteps[])() = {&Player::Connect,   &Player::Options, &Player::Describe,
-                                                   &Player::SetUpBoth, &Player::Play,    &Player::Pause};
+        static constexpr int32_t (Player::*kSteps[])() = {&Player::Connect,   &Player::Options, &Player::Describe,
+                                                          &Player::SetUpBoth, &Player::Play,    &Player::Pause};
         int32_t result = 0;
-        for (int at = 0; at <= state && result == 0; ++at) result = (this->*kSteps[at])();
+        for (std::size_t at = 0; at <= static_cast<std::size_t>(state) && result == 0; ++at) {
+            const auto step = kSteps[at];
+            result = (this->*step)();
+        }
         return result;
     }
 

@@ -18,7 +18,8 @@ constexpr int32_t kVideoBufferBytes = 4 << 20;
 constexpr int32_t kAudioBufferBytes = 1 << 20;
 constexpr uint32_t kLargestDatagramBytes = 33000; // without RTSP; with it, the library's own
 constexpr std::size_t kUsualAttributeBytes = 512;
-constexpr int kMostTries = 3; // of one request, with one challenge after the other
+constexpr int kPortTries = 10; // of a SETUP whose RTCP port somebody had
+constexpr int kMostTries = 3;  // of one request, with one challenge after the other
 
 // Header lists are the library's; a fresh one for each request, since SETUP takes entries out.
 class HeaderList {
@@ -128,9 +129,12 @@ std::string Session::Authentication() {
 Answer Session::SetUp(int32_t number) {
     const std::vector<int> before = OpenSockets();
     const bool asksForGroup = multicast_ && !HasHeader(headers_[RTSP_SETUP], "Transport");
-    Answer answer =
-        Send(RTSP_SETUP, number,
-             asksForGroup ? std::vector<Header>{{"Transport", "RTP/AVP;multicast"}} : std::vector<Header>());
+    const std::vector<Header> transport =
+        asksForGroup ? std::vector<Header>{{"Transport", "RTP/AVP;multicast"}} : std::vector<Header>();
+    Answer answer = Send(RTSP_SETUP, number, transport);
+    // Somebody had the RTCP port, and nothing was sent: the next try takes other ports.
+    for (int tries = 1; tries < kPortTries && answer.result == RTSP_INVALID_HEADER_LIST; ++tries)
+        answer = Send(RTSP_SETUP, number, transport);
     NoteControlSockets(before);
     return answer;
 }
