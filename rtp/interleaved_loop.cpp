@@ -50,7 +50,6 @@ bool ServeOnce(RTSPClient &client, int timeoutMs) {
     InterleavedReader *const reader = OpenReader(client);
     client.turn.ended = client.turn.ended || reader == nullptr || reader->socket < 0;
     if (client.turn.ended) return false;
-    client.turn.socket = reader->socket;
     const int graceLeft = ReplyGraceLeft(*reader);
     const Fill fill = FillReader(*reader, graceLeft < 0 ? timeoutMs : std::min(timeoutMs, graceLeft));
     if (fill == Fill::kClosed) DebugPrint(kDebugEntry, "Stopping Thread \n");
@@ -75,7 +74,7 @@ void OpenService(StreamThread &thread, RTSPClient &client) {
     const ScopedTurn turn(client.turn, ScopedTurn::kWait);
     thread.stream->baseSeqNum = -1;
     PlanRings(client);
-    OpenTurn(client.turn, thread, client.rtspSocket);
+    OpenTurn(client.turn, thread);
 }
 
 enum class WaitEnd { kReadable, kNothing, kDeadline, kFailed };

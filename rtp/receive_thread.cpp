@@ -45,7 +45,7 @@ struct Batch {
 
 int Receive(RTSPStreamInfo &stream, int64_t room, int flags) {
     socklen_t addressLength = sizeof stream.rtpAddr;
-    return ReceiveDatagram(stream.turn.socket, stream.ring.storage + stream.ring.writeIndex, static_cast<int>(room),
+    return ReceiveDatagram(stream.rtpSocket, stream.ring.storage + stream.ring.writeIndex, static_cast<int>(room),
                            flags, reinterpret_cast<sockaddr *>(&stream.rtpAddr), &addressLength);
 }
 
@@ -117,7 +117,7 @@ bool OpenReception(StreamThread &thread, RTSPStreamInfo &stream) {
     PlanRing(stream);
     if (!OpenRing(stream)) return false;
     stream.turn.readersMayWait = LimitReceiveWait(stream.rtpSocket);
-    OpenTurn(stream.turn, thread, stream.rtpSocket);
+    OpenTurn(stream.turn, thread);
     return true;
 }
 

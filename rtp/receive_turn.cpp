@@ -90,9 +90,8 @@ ReaderTurn::~ReaderTurn() {
     GiveBack(turn_);
 }
 
-void OpenTurn(ReceiveTurn &turn, StreamThread &thread, int socket) {
+void OpenTurn(ReceiveTurn &turn, StreamThread &thread) {
     turn.thread = &thread;
-    turn.socket = socket;
     turn.ended = false;
 }
 

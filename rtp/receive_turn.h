@@ -36,7 +36,6 @@ struct ReceiveTurn {
     // ---- Whoever has the turn ----
     StreamThread *thread = nullptr; // that serves the socket; null: readers get no turn
     bool readersMayWait = false;    // in the socket: their waits there are limited
-    int socket = -1;                // what is received from
     bool ended = false;             // it delivers nothing any more
 };
 
@@ -79,7 +78,7 @@ enum class TurnEnd {
 // ---- In a turn ----
 
 // From here on readers may have turns.
-void OpenTurn(ReceiveTurn &turn, StreamThread &thread, int socket);
+void OpenTurn(ReceiveTurn &turn, StreamThread &thread);
 // No reader gets a turn any more.
 void CloseTurn(ReceiveTurn &turn);
 // Nothing will be received any more; the thread has ended, or will.
