@@ -53,6 +53,24 @@ TEST(ReorderBuffer, WaitsForNoPacketLongerThanTheWindow) {
     EXPECT_EQ("2@0 1@10 ", Order({{0, 2}, {10, 1}}, std::chrono::milliseconds(0), late));
 }
 
+// The gap before 4 has been waited for long enough, the one before 6 has not.
+TEST(ReorderBuffer, WhatIsBehindAYoungGapAtTheEndMayBeDiscarded) {
+    const Clock::time_point begin{};
+    const std::vector<Arrival> arrivals = {{0, 1}, {50, 2}, {100, 4}, {200, 6}, {300, 7}};
+    for (const auto &[flush, order] :
+         {std::pair(&ReorderBuffer::Flush, "12467"), {&ReorderBuffer::FlushToGap, "124"}}) {
+        ReorderBuffer buffer;
+        buffer.Begin(kWindow);
+        for (const Arrival &arrival : arrivals)
+            buffer.Put(
+                {arrival.sequence, 0, 1, 96, false, begin + std::chrono::milliseconds(arrival.milliseconds), {}});
+        (buffer.*flush)();
+        std::string left;
+        while (const auto packet = buffer.Next(begin)) left += std::to_string(packet->sequence);
+        EXPECT_EQ(order, left);
+    }
+}
+
 // With the same SSRC and numbers that came before: what a camera does that has been restarted.
 TEST(ReorderBuffer, ASenderThatBeginsALittleBackIsFollowedSoon) {
     std::vector<Arrival> arrivals;

@@ -70,6 +70,12 @@ void ReorderBuffer::Flush() {
     while (!held_.empty()) due_.push_back(TakeFirst());
 }
 
+void ReorderBuffer::FlushToGap() {
+    while (!held_.empty() && (!givenAny_ || IsDue())) due_.push_back(TakeFirst());
+    held_.clear();
+    arrivals_.clear();
+}
+
 void ReorderBuffer::BeginSource(const HeldPacket &packet) {
     Flush();
     begun_ = true;

@@ -37,6 +37,7 @@ public:
     void Put(HeldPacket packet);
     std::optional<HeldPacket> Next(Clock::time_point now); // none while one before it may still come
     void Flush();                                          // all that is held is due
+    void FlushToGap(); // what is behind a gap that may still be filled is discarded, the rest is due
 
     uint64_t Late() const { return late_; } // came behind their window; duplicates are not counted
 

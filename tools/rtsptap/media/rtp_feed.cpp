@@ -111,8 +111,12 @@ bool RtpFeed::IsChoked() const {
     return open_ && gst_app_src_get_current_level_bytes(GST_APP_SRC(appsrc_.get())) > kChokedBytes;
 }
 
+// A picture that lacks packets spoils the end of a recording; sound has a hole at most.
 void RtpFeed::Flush() {
-    order_.Flush();
+    if (format_.isVideo)
+        order_.FlushToGap();
+    else
+        order_.Flush();
     Release({});
 }
 
