@@ -1,8 +1,7 @@
 # cmake --install: libraries, headers, license, package config and pkg-config file.
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/rtsptap)
-install(TARGETS ${library_targets} EXPORT rtsptap-targets)
+install(TARGETS ${library_targets} EXPORT rtsptap-targets FILE_SET HEADERS)
 install(EXPORT rtsptap-targets NAMESPACE rtsptap:: DESTINATION ${package_dir})
-install(FILES include/rtsptap.h include/rtsptap_extended.h TYPE INCLUDE)
 install(FILES LICENSE TYPE DOC)
 
 # An export of its own, as only its users need OpenSSL.
