@@ -14,9 +14,7 @@ class GstServer {
 public:
     GstServer();
     uint16_t Port() const { return port_; }
-    std::string Url() const; // user and password in it, escaped
-
-    std::string Stop(); // what it said on standard error
+    std::string Url(uint16_t port = 0) const; // user and password in it, escaped; 0: the server's own port
 
     static constexpr const char *kUser = "viewer";
     static constexpr const char *kPassword = "a-running-clock";

@@ -34,6 +34,20 @@ TEST(Tool, PlayReportsBothStreamsAndKeepsStandardOutputForData) {
     EXPECT_FALSE(Contains(play.errors, "running") || Contains(play.errors, "response=")) << play.errors;
 }
 
+TEST(Tool, ThroughTheRelayItLosesWhatTheRelayLost) {
+    const GstServer server;
+    ChildProcess relay({RELAY, "--rtsp", "127.0.0.1:" + std::to_string(server.Port()), "--loss", "20"});
+    const std::string line = relay.ReadLine(10s);
+    const Result play = RunToEnd(TOOL " play -t udp --duration 2s " +
+                                 server.Url(static_cast<uint16_t>(std::stoi(line.substr(line.rfind(' '))))));
+    EXPECT_TRUE(std::regex_search(play.output, std::regex(" 1 +H264 .*/s +[0-9]+ +[12][0-9]\\.[0-9]% +0 ")))
+        << play.output << play.errors;
+    relay.Signal(SIGTERM);
+    EXPECT_EQ(0, relay.Wait(10s));
+    EXPECT_TRUE(std::regex_search(relay.Errors(), std::regex("^packets [1-9][0-9]+, lost [1-9]")))
+        << relay.Errors();
+}
+
 // A server with one H.264 stream: the first so many requests of a session are answered as they should be. Two of
 // five packets are missing, and the server's names are markup.
 Script Opening(std::size_t answered, const char *transport = "RTP/AVP/TCP;unicast;interleaved=0-1") {

@@ -24,22 +24,21 @@ inline Bytes Packet(int number, uint32_t timestamp = 0, unsigned payloadType = 9
     return {bytes.begin(), bytes.end()};
 }
 
-class StreamFixture : public testing::Test {
-protected:
-    StreamFixture() : stream(&AddStream(RTP_CODEC_H264)) {
+struct LiveStream {
+    explicit LiveStream(int32_t ringBytes = 100000) : stream(&AddStream(RTP_CODEC_H264, ringBytes)) {
         EXPECT_EQ(LinkClient(&client), 0);
         client.mtuSize = 1500;
     }
-    ~StreamFixture() override {
+    ~LiveStream() {
         UnlinkClient(&client);
         for (RTSPStreamInfo *at = client.streamList; at != nullptr;)
             ReleaseStream(std::exchange(at, at->next.load()));
     }
 
-    RTSPStreamInfo &AddStream(int32_t codecType) {
+    RTSPStreamInfo &AddStream(int32_t codecType, int32_t ringBytes = 100000) {
         RTSPStreamInfo &added = *AppendStream(client);
         EXPECT_EQ(CreateStreamLocks(added), StreamLock::kNone);
-        EXPECT_TRUE(AllocateRing(added.ring, 100000));
+        EXPECT_TRUE(AllocateRing(added.ring, ringBytes));
         added.codecType = codecType;
         return added;
     }
@@ -84,5 +83,7 @@ protected:
     RTSPStreamInfo *stream;
     ArrivalRules rules{.reorder = true};
 };
+
+class StreamFixture : public testing::Test, protected LiveStream {};
 
 } // namespace rtsptap
