@@ -40,7 +40,7 @@ TEST(Tool, ThroughTheRelayItLosesWhatTheRelayLost) {
     const std::string line = relay.ReadLine(10s);
     const Result play = RunToEnd(TOOL " play -t udp --duration 2s " +
                                  server.Url(static_cast<uint16_t>(std::stoi(line.substr(line.rfind(' '))))));
-    EXPECT_TRUE(std::regex_search(play.output, std::regex(" 1 +H264 .*/s +[0-9]+ +[12][0-9]\\.[0-9]% +0 ")))
+    EXPECT_TRUE(std::regex_search(play.output, std::regex("\n1 +H264 .*/s +[0-9]+ +[12][0-9]\\.[0-9]% +0 ")))
         << play.output << play.errors;
     relay.Signal(SIGTERM);
     EXPECT_EQ(0, relay.Wait(10s));

@@ -12,22 +12,6 @@ protected:
     CapturedStdout out;
 };
 
-TEST_F(PacketAccess, ChecksItsArgumentsInOrder) {
-    const intptr_t live = Handle();
-    const intptr_t dead = live + 1;
-    RTPStreamData record = {};
-    test::Refusals check("RTPClient");
-    const std::string stale = " : Argument error. Invalid handle in stack.\n";
-    check(RTPClientGetRTPStreamData(dead, nullptr, 104), -99, "GetRTPStreamData :Invalid Client Handle\n");
-    check(RTPClientPeekRTPStreamData(dead, nullptr, 100), -99, "PeekRTPStreamData" + stale);
-    check(RTPClientFreeRTPStreamData(dead, &record, 100), -99, "FreeRTPStreamData" + stale);
-    check(RTPClientGetNbOfPktInBuffer(dead, 104), -99, "GetNbOfPktInBuffer :Invalid Codec Type \n");
-    check(RTPClientGetStreamPktCount(dead, 199), 0, "GetStreamPktCount :Invalid Codec Type \n");
-    check(RTPClientGetStreamPktCount(dead, 100), 0, "GetStreamPktCount" + stale);
-    check(RTPClientConfigLatency(live, 100, 50, 99), -99, "ConfigLatency :Invalid Input arguments\n");
-    check(RTPClientSetAudioVideoBufferSize(dead, 0, 0), -99, "SetAudioVideoBufferSize" + stale);
-}
-
 TEST_F(PacketAccess, WaitsForTheNextDatagramWhateverItIs) {
     for (const unsigned payloadType : {96u, 34u}) {
         std::thread sender([this, payloadType] {

@@ -1,7 +1,7 @@
 // One scripted RTSP server for the whole suite: a list of { what the request must contain, what the server does }.
-// It listens on every local address and walks its list on a thread of its own, across connections: the newest connection is
-// the current one, earlier ones stay open. A request that does not meet its step, or comes after the last one,
-// fails the test and closes the connection; so does, at the end, a step that was never asked for.
+// It listens on every local address and walks its list on a thread of its own, across connections: the newest
+// connection is the current one, earlier ones stay open. A request that does not meet its step, or comes after the
+// last one, fails the test and closes the connection; so does, at the end, a step that was never asked for.
 #pragma once
 
 #include <condition_variable>
@@ -52,6 +52,7 @@ inline Reply Pieces(const std::string &bytes, std::size_t cut, int pauseMs) {
     return SendBytes(bytes.substr(0, cut)) + Delay(pauseMs) + SendBytes(bytes.substr(cut));
 }
 
+void ReplaceAll(std::string &text, const std::string &mark, const std::string &value);
 std::string ReplyText(const std::string &statusLine, std::initializer_list<std::string> headers,
                       const std::string &body);
 

@@ -145,6 +145,12 @@ std::vector<uint16_t> Numbers(uint16_t first, uint16_t last) {
     return numbers;
 }
 
+uint16_t FreePair() {
+    auto port = static_cast<uint16_t>(20000 + getpid() % 500 * 20);
+    while (!IsFree(port) || !IsFree(Plus(port, 1))) port = Plus(port, 2);
+    return port;
+}
+
 void Refusals::operator()(int32_t result, int32_t code, const std::string &text, int line) {
     const std::string printed = out.Text().substr(std::exchange(compared, out.Text().size()));
     EXPECT_EQ(result, code) << "line " << line << text;

@@ -92,6 +92,10 @@ RTPStreamData *TakePacket(intptr_t client, int32_t codec); // null when none com
 std::string PayloadOf(const RTPStreamData &packet);
 std::vector<uint16_t> Numbers(uint16_t first, uint16_t last);
 
+inline uint16_t Plus(uint16_t port, int distance) { return static_cast<uint16_t>(port + distance); }
+inline bool IsFree(uint16_t port) { return UdpPeer(port).Port() != 0; } // bound by nobody
+uint16_t FreePair(); // of neighbouring ports that were free a moment ago, away from those of other test processes
+
 // Compares what calls of a function return, and the failure text that is the last thing each of them prints.
 class Refusals {
 public:

@@ -81,17 +81,3 @@ TEST(AutoConnect, StepThatFailsIsNamed) {
         EXPECT_EQ(ObservedState(client), row.state) << row.step;
     }
 }
-
-TEST(AutoConnect, ArgumentsAreCheckedBeforeConnecting) {
-    const Client client;
-    const uint16_t closed = UdpPeer().Port();
-    const auto connect = [closed](intptr_t handle, const char *name, uint32_t proto) {
-        return RTSPClientAutoRTSPConnect(handle, "127.0.0.1", closed, name, "u", "p", proto, 0, 0, 0, 0, 0, nullptr,
-                                         nullptr);
-    };
-    Refusals refused(kName);
-    refused(connect(1, "live", 2), -99, " :Invalid input argument\n");
-    refused(connect(client, nullptr, kTcp), -99, " :Invalid input argument\n");
-    refused(connect(1, "live", kTcp), -99, " :Invalid client handle\n");
-    refused(connect(client, "live", kTcp), -95, " :Client Connection to RTSP server Failed\n");
-}

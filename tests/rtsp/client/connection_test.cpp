@@ -7,45 +7,6 @@
 
 using namespace rtsptap::test;
 
-TEST(Connection, ArgumentsAreCheckedInOrder) {
-    const Client client;
-    const Client unsized(0);
-    const uint16_t closed = UdpPeer().Port(); // a port where no TCP listener is
-    const std::string ip32 = "127.0.0." + std::string(24, '0');
-    const std::string name64(64, 'n');
-    const auto connect = [=](intptr_t handle, const char *ip, const char *name, uint32_t proto = kUdp) {
-        return RTSPClientConnect(handle, ip, closed, name, proto, 0);
-    };
-    const std::string argument = ": Invalid input argument\n";
-    Refusals refused("RTSPClientConnect");
-    refused(connect(0, "127.0.0.1", "live"), -99, argument);
-    refused(connect(client, nullptr, "live"), -99, argument);
-    refused(RTSPClientConnect(client, "127.0.0.1", 0, "live", kUdp, 0), -99, argument);
-    refused(connect(1, "127.0.0.1", "live", 2), -99, argument);
-    refused(connect(client, ip32.c_str(), "live"), -99, argument);
-    refused(connect(client, "127.0.0.1", name64.c_str()), -99, argument);
-    refused(connect(1, "127.0.0.1", "live"), -99, " :Invalid client handle\n");
-    refused(connect(unsized, "127.0.0.1", "live"), -99, " : Please set Audio and Video buffer sizes\n");
-    refused(connect(client, "127.0.0.1", "live"), -80, " :Connection Error \n");
-    refused(connect(client, "localhost", "live"), -80, " :Connection Error \n");
-    {
-        const DescriptorLimit limit(0);
-        refused(connect(client, "127.0.0.1", "live"), -82, " :RTSP Client socket creation failed\n");
-    }
-    EXPECT_EQ(RTSPClientSendOptionsRequest(client, 0, nullptr, nullptr), RTSP_NOT_CONNECTED);
-}
-
-TEST(Connection, WhatIsNoLiveClientIsNotDestroyed) {
-    const Client client;
-    const intptr_t gone = Client();
-    Refusals refused("RTSPClientDestroy");
-    refused(RTSPClientDestroy(0), -99, " :Invalid input argument\n");
-    refused(RTSPClientDestroy(gone), -72, " :No such client found\n");
-    EXPECT_EQ(RTSPClientSetMTUSize(client, 100), -99);
-    EXPECT_EQ(RTSPClientSetMTUSize(gone, 5000), -99);
-    EXPECT_EQ(RTSPClientSetMTUSize(client, 101), 0);
-}
-
 TEST(Connection, ClientsComeAndGoWhileOthersAreAsked) {
     CapturedStdout out;
     const Client kept;

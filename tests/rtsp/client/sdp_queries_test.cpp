@@ -11,30 +11,6 @@ constexpr char kDescription[] =
     "m=video 0 RTP/AVP 96\r\na=rtpmap:96 H264/90000\r\na=fmtp:96 a=1\r\n"
     "m=audio 0 RTP/AVP 0\r\nb=AS:64\r\n";
 
-TEST(SdpQueries, RefusalsFollowTheOrderOfTheChecks) {
-    const CapturedStdout out;
-    DescribedClient described(kDescription);
-    const intptr_t live = described.handle;
-    const intptr_t dead = live + 1;
-    char value[32];
-    uint32_t size = sizeof value;
-    uint32_t ssrc = 0;
-    EXPECT_EQ(RTSPClientGetSDPFieldInfo(live, 1, "m", nullptr, &size), -99);
-    EXPECT_EQ(RTSPClientGetSDPFieldInfo(live, 1, "m", value, nullptr), -99);
-    EXPECT_EQ(RTSPClientGetSDPFieldInfo(live, 1, nullptr, value, &size), -99);
-    EXPECT_EQ(RTSPClientGetSSRC(live, 1, nullptr), -99);
-    for (const uint32_t connected : {1U, 0U}) { // the connection is looked at before the number
-        described.client.connected = connected;
-        for (const auto &[client, code] : {std::pair<intptr_t, int32_t>{0, -99}, {dead, -99}, {live, -95}}) {
-            const int32_t expected = connected != 0 ? -99 : code;
-            EXPECT_EQ(RTSPClientGetNbStreams(client), client == live && connected != 0 ? 2 : expected);
-            EXPECT_EQ(RTSPClientGetSDPInfo(client, 3), nullptr);
-            EXPECT_EQ(RTSPClientGetSDPFieldInfo(client, 3, "m", value, &size), expected);
-            EXPECT_EQ(RTSPClientGetSSRC(client, 3, &ssrc), expected);
-        }
-    }
-}
-
 TEST(SdpQueries, KeptLinesAreFoundByLetterAndInStreamsAlsoByTextBehindAnEqualsSign) {
     const CapturedStdout out;
     DescribedClient described(kDescription);

@@ -43,18 +43,3 @@ TEST(HeaderLists, AreEditedInPlace) {
         EXPECT_EQ(test::OnOneLine(output.Text()), printed == "nothing" ? "" : printed) << name << value;
     }
 }
-
-TEST(HeaderLists, MissingArgumentsAreRefused) {
-    const HeaderList list({{"Range", "a"}});
-    const CapturedStdout output;
-    for (const auto &[handle, name, value] : {std::tuple<intptr_t, const char *, const char *>{0, "Range", "b"},
-                                              {list, nullptr, "b"},
-                                              {list, "Range", nullptr}}) {
-        EXPECT_EQ(RTSPAddHeaderToList(handle, name, value, 0), RTSP_INVALID_ARGUMENT);
-        EXPECT_EQ(RTSPModifyHeaderInList(handle, name, value), RTSP_INVALID_ARGUMENT);
-    }
-    EXPECT_EQ(RTSPRemoveHeaderFromList(0, "Range"), RTSP_INVALID_ARGUMENT);
-    EXPECT_EQ(RTSPRemoveHeaderFromList(list, nullptr), RTSP_INVALID_ARGUMENT);
-    EXPECT_EQ(RTSPDestroyHeaderList(0), RTSP_INVALID_ARGUMENT);
-    EXPECT_EQ(Entries(list), "Range=a ");
-}

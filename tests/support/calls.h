@@ -1,0 +1,103 @@
+// The exported functions by their names, called with arguments from a source: the words of a row, or a fuzzer's
+// bytes.
+#pragma once
+
+#include "rtsptap_extended.h"
+
+#include <deque>
+#include <iomanip>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <tuple>
+
+namespace rtsptap::test {
+
+template <auto function> consteval std::string_view NameOf() {
+    std::string_view name = __PRETTY_FUNCTION__; // "... [with auto function = NAME; ...", "... [function = &NAME]"
+    name.remove_prefix(name.find("function = ") + 11);
+    name.remove_prefix(name[0] == '&');
+    return name.substr(0, name.find_first_of(";]"));
+}
+
+// The source's Next<T>() gives the arguments from left to right. A pointer returned counts as whether there is one.
+template <typename Source, typename Result, typename... Parameters>
+int64_t CallFrom(Source &source, Result (*function)(Parameters...)) {
+    const std::tuple<Parameters...> arguments{source.template Next<Parameters>()...};
+    const Result result = std::apply(function, arguments);
+    if constexpr (std::is_pointer_v<Result>)
+        return result != nullptr ? 1 : 0;
+    else
+        return result;
+}
+
+template <typename Source> struct Function {
+    std::string_view name;
+    int64_t (*call)(Source &);
+};
+
+template <typename Source, auto... functions>
+constexpr Function<Source> kTable[] = {
+    {NameOf<functions>(), [](Source &source) { return CallFrom(source, functions); }}...};
+
+// Whatever they are given, these may be called. RTSPDestroyHeaderList and what handles packets is for the careful.
+template <typename Source>
+constexpr auto &kFunctions =
+    kTable<Source, ValidateRTSPClientHandle, RTSPClientSetMTUSize, RTSPClientSendOptionsRequest,
+           RTSPClientSendDescribeRequest, RTSPClientSendSetupRequest, RTSPClientSendPlayRequest,
+           RTSPClientSendPauseRequest, RTSPClientSendTeardownRequest, RTSPClientGetNbStreams, RTSPClientGetSDPInfo,
+           RTSPClientGetSDPFieldInfo, RTSPClientGetLastReply, RTSPClientGetSSRC, RTPClientConfigLatency,
+           RTPClientSetAudioVideoBufferSize, RTPClientGetNbOfPktInBuffer, RTPClientGetStreamPktCount,
+           RTPClientGetTSOffset, RTPClientPeekRTPStreamData, StartThirdPartyClient, CreateRTPStream,
+           RTSPTapSetDataProto, RTSPTapForgetChallenge, RTSPAddHeaderToList, RTSPModifyHeaderInList,
+           RTSPRemoveHeaderFromList, RTSPClientConnect, RTSPClientAutoRTSPConnect, RTSPDestroyHeaderList,
+           RTPClientGetRTPStreamData, RTPClientFreeRTPStreamData, RTSPClientDestroy>;
+
+// Arguments from words apart by spaces: numbers, texts, null; any other word for a pointer stands for a place that
+// its owner can look at. A word with spaces is quoted.
+struct Words {
+    int64_t Call(const std::string &line) {
+        words_ = std::istringstream(line);
+        read_.clear();
+        const std::string &name = NextWord();
+        for (const Function<Words> &function : kFunctions<Words>)
+            if (function.name == name) return function.call(*this);
+        return INT64_MIN;
+    }
+
+    template <typename T> T Next() {
+        const std::string &word = NextWord();
+        if constexpr (std::is_integral_v<T>)
+            return static_cast<T>(std::stoll(word));
+        else if (word == "null")
+            return nullptr;
+        else if constexpr (std::is_same_v<T, const char *>)
+            return word.c_str();
+        else if constexpr (std::is_same_v<T, char *>)
+            return buffer;
+        else if constexpr (std::is_same_v<T, RTPStreamData **>)
+            return &packet;
+        else if constexpr (std::is_same_v<T, RTPStreamData *>)
+            return &record;
+        else
+            return reinterpret_cast<T>(&(size = room)); // int32_t *, uint32_t *
+    }
+
+    char buffer[4096] = {};
+    int32_t room = sizeof buffer;
+    int32_t size = 0;
+    RTPStreamData *packet = nullptr;
+    RTPStreamData record = {};
+
+private:
+    const std::string &NextWord() {
+        std::string word;
+        words_ >> std::quoted(word);
+        return read_.emplace_back(word);
+    }
+
+    std::istringstream words_;
+    std::deque<std::string> read_; // as long as the call may look at them
+};
+
+} // namespace rtsptap::test
