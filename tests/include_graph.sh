@@ -17,7 +17,7 @@ function height(path) {
 }
 function toolHeight(path) {
     sub(/^tools\/rtsptap\//, "", path)
-    return index(" base session reception media views commands cli", " " substr(path, 1, index(path, "/") - 1))
+    return index(" base session reception media views cli commands", " " substr(path, 1, index(path, "/") - 1))
 }
 BEGIN {
     record["rtsp/client/client_record.h"] = record["rtsp/client/registry.h"] = 1

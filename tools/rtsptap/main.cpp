@@ -1,93 +1,99 @@
 // rtsptap: from the command line to a command. Data goes to standard output, everything else to standard error.
 #include "base/background.h"
 #include "base/console.h"
+#include "base/interruption.h"
 #include "base/writing.h"
-#include "cli/build_facts.h"
 #include "cli/command_line.h"
-#include "cli/exit_status.h"
-#include "cli/help_text.h"
-#include "commands/demo.h"
-#include "commands/play.h"
-#include "commands/probe.h"
-#include "commands/record.h"
-#include "commands/report_command.h"
-#include "commands/snapshot.h"
+#include "cli/help.h"
+#include "commands/commands.h"
+#include "rtsptap.h"
+#include "session/library_output.h"
 
+#include <CLI/Version.hpp>
+#include <nlohmann/json.hpp>
+
+#include <climits>
+#include <cstdlib>
+#include <dlfcn.h>
 #include <fcntl.h>
+#include <openssl/crypto.h>
 #include <system_error>
 #include <unistd.h>
 
+#ifdef RTSPTAP_WITH_GSTREAMER
+#include <gst/gst.h>
+#endif
+#ifdef RTSPTAP_WITH_LIBPCAP
+#include <pcap/pcap.h>
+#endif
+
+namespace tool {
 namespace {
 
-using tool::CommandLine;
-using tool::ExitCode;
-using tool::Interruption;
-using tool::LibraryOutput;
-using tool::Outcome;
+#ifdef __clang__
+constexpr const char *kCompiler = "clang++ " __clang_version__;
+#else
+constexpr const char *kCompiler = "g++ " __VERSION__;
+#endif
 
-struct Runner {
-    const char *command;
-    Outcome (*run)(CommandLine &line, const LibraryOutput &output, Interruption &interruption);
-};
-
-constexpr Runner kRunners[] = {
-    {"probe",
-     [](CommandLine &line, const LibraryOutput &output, Interruption &interruption) {
-         return Probe({line.server, line.json}, output, interruption);
-     }},
-    {"play",
-     [](CommandLine &line, const LibraryOutput &output, Interruption &interruption) {
-         return Play({line.server, line.reception}, output, interruption);
-     }},
-    {"record",
-     [](CommandLine &line, const LibraryOutput &output, Interruption &interruption) {
-         return Record({line.server, line.reception, line.output}, output, interruption);
-     }},
-    {"snapshot",
-     [](CommandLine &line, const LibraryOutput &output, Interruption &interruption) {
-         return Snapshot({line.server, line.output, line.pictureLimit}, output, interruption);
-     }},
-    {"listen",
-     [](CommandLine &line, const LibraryOutput &output, Interruption &interruption) {
-         line.listen.reception = line.reception;
-         line.listen.output = line.output;
-         return Listen(line.listen, output, interruption);
-     }},
-    {"report",
-     [](CommandLine &line, const LibraryOutput &output, Interruption &interruption) {
-         return WriteReport({line.server, line.reportDuration, line.output.file}, output.Data(), interruption);
-     }},
-    {"demo",
-     [](CommandLine &line, const LibraryOutput &output, Interruption &interruption) {
-         return Demo({line.demoTcp, line.demoAuth, line.demoDuration}, output, interruption);
-     }},
-};
-
-// What is only printed: no session, no signals to look after.
-std::string PageOf(CommandLine &line) {
-    const tool::Manual manual = MakeManual(line);
-    if (line.command == "help") return HelpText(manual, line.topic);
-    if (line.command == "version") return tool::BuildFacts();
-    if (line.command == "man") return ManPage(manual);
-    return Completion(manual, line.shell);
+std::string GstreamerVersion() {
+#ifdef RTSPTAP_WITH_GSTREAMER
+    char *text = gst_version_string();
+    const std::string version = text;
+    g_free(text);
+    return version;
+#else
+    return "GStreamer: absent; only packets are recorded, no media and no pictures";
+#endif
 }
 
-Outcome Run(CommandLine &line) {
-    for (const Runner &runner : kRunners) {
-        if (runner.command != line.command) continue;
-        SetUpConsole(line.console);
-        Interruption interruption;
-        const LibraryOutput output(line.console.verbose);
-        return QuietIfAbandoned(runner.run(line, output, interruption), output.Data());
-    }
-    return tool::WriteText(stdout, PageOf(line), tool::kStandardOutput);
+std::string PcapVersion() {
+#ifdef RTSPTAP_WITH_LIBPCAP
+    return pcap_lib_version();
+#else
+    return "libpcap: absent; no captures";
+#endif
+}
+
+// The file that the functions come from; its name ends in its version.
+std::string LibraryFile() {
+    Dl_info info = {};
+    if (dladdr(reinterpret_cast<const void *>(&RTSPClientCreate), &info) == 0) return "unknown";
+    char path[PATH_MAX] = {};
+    return realpath(info.dli_fname, path) != nullptr ? path : info.dli_fname;
+}
+
+// For --version: also the compiler, the libraries and those that are missing.
+std::string BuildFacts() {
+    const std::string json = std::to_string(NLOHMANN_JSON_VERSION_MAJOR) + "." +
+                             std::to_string(NLOHMANN_JSON_VERSION_MINOR) + "." +
+                             std::to_string(NLOHMANN_JSON_VERSION_PATCH);
+    return "rtsptap " RTSPTAP_VERSION "\nlibrary: " + LibraryFile() + "\nbuild: " RTSPTAP_BUILD_TYPE ", " +
+           kCompiler + "\n" + OpenSSL_version(OPENSSL_VERSION) + "\nCLI11 " CLI11_VERSION "\nnlohmann-json " +
+           json + "\n" + GstreamerVersion() + "\n" + PcapVersion() + "\n";
+}
+
+Outcome Run(const Command &command, const ConsoleSettings &console) {
+    SetUpConsole(console);
+    Interruption interruption;
+    const LibraryOutput output(console.verbose);
+    return QuietIfAbandoned(command.run(output, interruption), output.Data());
+}
+
+std::string PageOf(const Manual &manual, const CommandLine &line) {
+    if (line.page == "help") return HelpText(manual, line.command);
+    return line.page == "version" ? BuildFacts() : ManPage(manual, RTSPTAP_VERSION);
 }
 
 Outcome ParseAndRun(int argc, char **argv) {
-    CommandLine line;
     try {
-        const Outcome refused = ParseCommandLine(argc, argv, line);
-        return refused.IsOk() ? Run(line) : refused;
+        ConsoleSettings console;
+        const Manual manual = MakeManual(console);
+        CommandLine line;
+        const Outcome refused = ParseCommandLine(argc, argv, manual, line);
+        if (!refused.IsOk()) return refused;
+        if (line.page.empty()) return Run(*line.command, console);
+        return WriteText(stdout, PageOf(manual, line), kStandardOutput);
     } catch (const std::system_error &error) {
         return {ExitCode::kOutputFailed, error.what()};
     } catch (const std::exception &error) {
@@ -106,13 +112,14 @@ void OpenIfClosed(int descriptor) {
 }
 
 } // namespace
+} // namespace tool
 
 int main(int argc, char **argv) {
-    OpenIfClosed(STDIN_FILENO);
-    OpenIfClosed(STDERR_FILENO);
-    const Outcome outcome = ParseAndRun(argc, argv);
-    const bool isSignal = outcome.code > ExitCode::kSignal;
-    const std::string text = outcome.text.empty() && !isSignal ? MeaningOf(outcome.code) : outcome.text;
+    tool::OpenIfClosed(STDIN_FILENO);
+    tool::OpenIfClosed(STDERR_FILENO);
+    const tool::Outcome outcome = tool::ParseAndRun(argc, argv);
+    const bool isSignal = outcome.code > tool::ExitCode::kSignal;
+    const std::string text = outcome.text.empty() && !isSignal ? tool::MeaningOf(outcome.code) : outcome.text;
     if (!outcome.IsOk() && !text.empty()) tool::PrintError(text);
     tool::EndProcess(static_cast<int>(outcome.code));
 }

@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <span>
 #include <string>
 
 namespace tool {
@@ -30,6 +31,15 @@ enum class ExitCode {
     kOutputFailed = 15,
     kSignal = 128 // plus the signal's number, as 130 for SIGINT
 };
+
+struct ExitStatus {
+    int number;
+    const char *meaning;
+};
+
+std::span<const ExitStatus> ExitStatuses(); // all of them, those of signals, too
+
+const char *MeaningOf(ExitCode code); // empty when there is none
 
 struct Outcome {
     ExitCode code = ExitCode::kOk;

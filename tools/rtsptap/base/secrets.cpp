@@ -25,6 +25,12 @@ std::string_view NameBefore(std::string_view line, std::size_t colon) {
     return blank == before.npos ? before : before.substr(blank + 1);
 }
 
+bool IsSecretHeader(std::string_view name) {
+    constexpr std::string_view kWords[] = {"authorization", "cookie", "token", "password", "secret", "api-key"};
+    return std::any_of(std::begin(kWords), std::end(kWords),
+                       [name](std::string_view word) { return HasWord(name, word); });
+}
+
 // Where a secret begins that goes on to the end of the line; npos without one.
 std::size_t FindSecret(std::string_view line) {
     constexpr std::string_view kReply = "< ";
@@ -51,12 +57,6 @@ std::string WithoutUserinfo(std::string_view text) {
 }
 
 } // namespace
-
-bool IsSecretHeader(std::string_view name) {
-    constexpr std::string_view kWords[] = {"authorization", "cookie", "token", "password", "secret", "api-key"};
-    return std::any_of(std::begin(kWords), std::end(kWords),
-                       [name](std::string_view word) { return HasWord(name, word); });
-}
 
 std::string WithoutSecrets(std::string_view line) {
     const std::size_t secret = FindSecret(line);

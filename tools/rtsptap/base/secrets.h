@@ -6,11 +6,8 @@
 
 namespace tool {
 
-// Whether a header of that name is there to carry a secret: Authorization of any kind, Cookie, X-Auth-Token.
-bool IsSecretHeader(std::string_view name);
-
-// A line, without its end, and without the values of such headers, without user names and passwords in URLs, and
-// without the keys of descriptions.
+// A line, without its end, and without the values of headers that carry secrets (Authorization of any kind, Cookie,
+// X-Auth-Token), without user names and passwords in URLs, and without the keys of descriptions.
 std::string WithoutSecrets(std::string_view line);
 
 // What a server said, fit for a line of ours: no control characters, no secrets, not endless.

@@ -1,35 +1,41 @@
 #include "cli/command_line.h"
 
-#include "cli/option_groups.h"
-#include "cli/option_values.h"
-#include "cli/suggestion.h"
-
 #include <CLI/CLI.hpp>
 
-#include <utility>
+#include <algorithm>
 
 namespace tool {
 namespace {
 
-const CommandText &TextOf(const std::string &command) {
-    const std::vector<CommandText> &texts = CommandTexts();
-    return *std::find_if(texts.begin(), texts.end(),
-                         [&command](const CommandText &text) { return text.name == command; });
+// Letters to insert, remove, replace or swap with their neighbour to make one word of the other.
+std::size_t Distance(const std::string &left, const std::string &right) {
+    std::vector<std::vector<std::size_t>> steps(left.size() + 1, std::vector<std::size_t>(right.size() + 1));
+    for (std::size_t i = 0; i <= left.size(); ++i)
+        for (std::size_t j = 0; j <= right.size(); ++j) {
+            if (i == 0 || j == 0) {
+                steps[i][j] = i + j;
+                continue;
+            }
+            const std::size_t replaced = steps[i - 1][j - 1] + (left[i - 1] != right[j - 1] ? 1 : 0);
+            steps[i][j] = std::min({steps[i - 1][j] + 1, steps[i][j - 1] + 1, replaced});
+            const bool isSwap = i > 1 && j > 1 && left[i - 1] == right[j - 2] && left[i - 2] == right[j - 1];
+            if (isSwap) steps[i][j] = std::min(steps[i][j], steps[i - 2][j - 2] + 1);
+        }
+    return steps[left.size()][right.size()];
 }
 
-// What every command takes that receives from a server for long.
-std::vector<OptionGroup> ReceptionGroups(ServerSettings &server, std::initializer_list<OptionGroup> more,
-                                         bool records = false) {
-    std::vector<OptionGroup> groups = {ServerOptions(server), WaitingOptions(server),
-                                       StayingOptions(server, records)};
-    groups.insert(groups.begin(), more.begin(), more.end());
-    return groups;
-}
-
-OptionGroup DemoOptions(CommandLine &line) {
-    return {"Demo",
-            {{"--tcp", "", "receive inside the RTSP connection", Into(line.demoTcp)},
-             {"--auth", "", "let the server ask for a password", Into(line.demoAuth)}}};
+// "; did you mean --transport?", or nothing when no known word is near.
+std::string Suggestion(const std::string &word, const std::vector<std::string> &known) {
+    const std::string *nearest = nullptr;
+    std::size_t least = 1 + word.size() / 4; // further away it is another word
+    for (const std::string &candidate : known) {
+        const bool isBeginning = word.size() > 3 && candidate.compare(0, word.size(), word) == 0;
+        const std::size_t distance = isBeginning ? 0 : Distance(word, candidate);
+        if (distance > least || (nearest != nullptr && distance == least)) continue;
+        least = distance;
+        nearest = &candidate;
+    }
+    return nearest == nullptr ? "" : "; did you mean " + *nearest + "?";
 }
 
 // CLI11 speaks in exceptions and texts; from here on this file is the only place that does.
@@ -55,12 +61,10 @@ void AddOption(CLI::App &app, const Option &option) {
 }
 
 void AddCommand(CLI::App &app, const Command &command) {
-    CLI::App *added = app.add_subcommand(command.text.name);
+    CLI::App *added = app.add_subcommand(command.name);
     for (const OptionGroup &group : command.groups)
         for (const Option &option : group.options) AddOption(*added, option);
-    if (command.argument.name.empty()) return;
-    const std::string name = command.argument.name == "URL" ? "url" : "shell";
-    added->add_option(name, EachInto({name, command.argument.name, "", command.argument.read}))->required();
+    if (!command.argument.names.empty()) AddOption(*added, command.argument);
 }
 
 void AddManual(CLI::App &app, const Manual &manual) {
@@ -71,10 +75,15 @@ void AddManual(CLI::App &app, const Manual &manual) {
     for (const Command &command : manual.commands) AddCommand(app, command);
 }
 
-std::vector<std::string> OptionNames(const Manual &manual, const std::string &command) {
+const Command *FindCommand(const Manual &manual, const std::string &name) {
+    for (const Command &command : manual.commands)
+        if (command.name == name) return &command;
+    return nullptr;
+}
+
+std::vector<std::string> OptionNames(const Manual &manual, const Command *command) {
     std::vector<OptionGroup> groups = {manual.general};
-    for (const Command &entry : manual.commands)
-        if (entry.text.name == command) groups.insert(groups.end(), entry.groups.begin(), entry.groups.end());
+    if (command != nullptr) groups.insert(groups.end(), command->groups.begin(), command->groups.end());
     std::vector<std::string> names;
     for (const OptionGroup &group : groups)
         for (const Option &option : group.options) names.push_back(NamesOf(option).back());
@@ -82,7 +91,7 @@ std::vector<std::string> OptionNames(const Manual &manual, const std::string &co
 }
 
 // Without the value: it may be a password.
-std::string UnknownOption(const std::string &argument, const Manual &manual, const std::string &command) {
+std::string UnknownOption(const std::string &argument, const Manual &manual, const Command *command) {
     const std::string name = argument.substr(0, argument.find('='));
     const std::vector<std::string> known = OptionNames(manual, command);
     std::vector<std::string> same; // that begin with its letter
@@ -100,16 +109,17 @@ std::string UnknownCommand(std::vector<std::string> arguments, const Manual &man
     return "there is no command " + arguments.front() + Suggestion(arguments.front(), CommandNames(manual));
 }
 
-Outcome Refuse(const std::string &command, const std::string &why) {
-    const std::string where = command.empty() ? "" : " " + command;
-    return {ExitCode::kUsage, (command.empty() ? "" : command + ": ") + why + "\nSee rtsptap" + where + " --help"};
+Outcome Refuse(const Command *command, const std::string &why) {
+    const std::string name = command == nullptr ? "" : command->name;
+    return {ExitCode::kUsage, (name.empty() ? "" : name + ": ") + why + "\nSee rtsptap" +
+                                  (name.empty() ? "" : " " + name) + " --help"};
 }
 
-std::string Explain(const CLI::App &app, const CommandLine &line, const Manual &manual, const std::string &error) {
+std::string Explain(const CLI::App &app, const Manual &manual, const Command *command, const std::string &error) {
     const std::vector<std::string> left = app.remaining(true);
     for (const std::string &argument : left)
-        if (argument.size() > 1 && argument[0] == '-') return UnknownOption(argument, manual, line.command);
-    if (line.command.empty()) return UnknownCommand(left, manual);
+        if (argument.size() > 1 && argument[0] == '-') return UnknownOption(argument, manual, command);
+    if (command == nullptr) return UnknownCommand(left, manual);
     return left.empty() ? error : "there is an argument too many";
 }
 
@@ -120,59 +130,19 @@ std::string Shortened(std::string error) {
     return at == std::string::npos ? error : error.erase(at, needless.size());
 }
 
-std::string CheckTogether(const CommandLine &line) {
-    if (line.reception.statsJson == "-" && line.output.file == "-")
-        return "--output and --stats-json cannot both go to standard output";
-    return "";
-}
-
-} // namespace
-
-Manual MakeManual(CommandLine &line) {
-    const Argument url = {"URL", Into(line.server.url)};
-    const Argument shells = {
-        "bash|zsh|fish", IntoChoice<std::string>(line.shell, {{"bash", "bash"}, {"zsh", "zsh"}, {"fish", "fish"}})};
-    const OptionGroup duration = DurationOptions(line.reception.duration, "until interrupted");
-    const OptionGroup figures = FigureOptions(line.reception);
-    const OptionGroup json = {"Probe", {{"--json", "", "show JSON instead of text", Into(line.json)}}};
-    ServerSettings &server = line.server;
-    Manual manual;
-    manual.commands = {
-        {TextOf("probe"), url, {json, ServerOptions(server), WaitingOptions(server)}},
-        {TextOf("play"), url, ReceptionGroups(server, {duration, figures})},
-        {TextOf("record"), url,
-         ReceptionGroups(server, {RecordingOptions(line.output, true), duration, figures}, true)},
-        {TextOf("snapshot"),
-         url,
-         {PictureOptions(line.output, line.pictureLimit, server), ServerOptions(server),
-          ConnectingOptions(server)}},
-        {TextOf("listen"), {}, {PortOptions(line.listen), RecordingOptions(line.output, false), duration, figures}},
-        {TextOf("report"), url,
-         ReceptionGroups(server, {PageOptions(line.output), DurationOptions(line.reportDuration, "60s")})},
-        {TextOf("demo"), {}, {DemoOptions(line), DurationOptions(line.demoDuration, "5s")}},
-        {TextOf("completion"), shells, {}},
-    };
-    manual.general = GeneralOptions(line.console);
-    return manual;
-}
-
-namespace {
-
 // "help play" is the same as "play --help".
 bool AsksForHelp(int argc, char **argv, const Manual &manual, CommandLine &line) {
-    if (argc < 2 || std::string(argv[1]) != "help") return false;
+    if (argc < 2 || argc > 3 || std::string(argv[1]) != "help") return false;
     const std::string topic = argc > 2 ? argv[2] : "";
-    const std::vector<std::string> names = CommandNames(manual);
-    if (argc > 3 || (!topic.empty() && std::find(names.begin(), names.end(), topic) == names.end())) return false;
-    line.command = "help";
-    line.topic = topic;
+    const Command *command = FindCommand(manual, topic);
+    if (!topic.empty() && command == nullptr) return false;
+    line = {command, "help"};
     return true;
 }
 
 } // namespace
 
-Outcome ParseCommandLine(int argc, char **argv, CommandLine &line) {
-    const Manual manual = MakeManual(line);
+Outcome ParseCommandLine(int argc, char **argv, const Manual &manual, CommandLine &line) {
     if (AsksForHelp(argc, argv, manual, line)) return {};
     CLI::App app;
     AddManual(app, manual);
@@ -182,16 +152,15 @@ Outcome ParseCommandLine(int argc, char **argv, CommandLine &line) {
     } catch (const CLI::ParseError &failure) {
         error = Shortened(failure.what());
     }
-    if (!app.get_subcommands().empty()) line.command = app.get_subcommands().front()->get_name();
-    for (const char *page : {"help", "version", "man"}) {
-        if (app.count(std::string("--") + page) == 0) continue;
-        line.topic = std::exchange(line.command, page);
-        return {};
-    }
-    if (error.empty() && !line.command.empty())
-        error = CheckTogether(line);
-    else
-        error = Explain(app, line, manual, error);
+    if (!app.get_subcommands().empty())
+        line.command = FindCommand(manual, app.get_subcommands().front()->get_name());
+    for (const char *page : {"help", "version", "man"})
+        if (line.page.empty() && app.count(std::string("--") + page) > 0) line.page = page;
+    if (!line.page.empty()) return {};
+    if (!error.empty() || line.command == nullptr)
+        error = Explain(app, manual, line.command, error);
+    else if (line.command->check)
+        error = line.command->check();
     return error.empty() ? Outcome{} : Refuse(line.command, error);
 }
 

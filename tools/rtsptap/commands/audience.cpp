@@ -126,14 +126,25 @@ Outcome MakePlayingWatchers(const ReceptionSettings &settings, FILE *standardOut
 Outcome MakeRecordingWatchers(const ReceptionSettings &settings, const OutputFile &file, FILE *standardOutput,
                               Watchers &watchers) {
     const bool ofKnownLength = settings.duration.count() > 0 || file.split.count() > 0;
-    if (settings.statsJson == "-" && file.path.empty())
-        return {ExitCode::kUsage, "standard output cannot hold both the recording and --stats-json"};
     if (!MayRedraw()) PrintNotice("recording to " + file.name);
     Outcome outcome =
         CollectWatchers(settings, standardOutput, IsQuiet() ? nullptr : stderr,
                         ofKnownLength ? MakeProgress(settings.duration, file.split) : MakeLiveView(), watchers);
     watchers.push_back(std::make_unique<LastLine>(file));
     return outcome;
+}
+
+Outcome Play(const ServerSettings &server, const ReceptionSettings &settings, const LibraryOutput &output,
+             Interruption &interruption) {
+    Watchers watchers;
+    Outcome failed = MakePlayingWatchers(settings, output.Data(), watchers);
+    if (!failed.IsOk()) return failed;
+    return ReceiveFromServer(server, settings.duration, AudienceOf(watchers), interruption);
+}
+
+std::string CheckStandardOutput(const OutputSettings &output, const ReceptionSettings &settings) {
+    const bool isShared = settings.statsJson == "-" && output.file == "-";
+    return isShared ? "--output and --stats-json cannot both go to standard output" : "";
 }
 
 std::chrono::milliseconds WaitingInOrder(ServerSettings &server) {

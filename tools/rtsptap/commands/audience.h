@@ -11,6 +11,8 @@
 
 namespace tool {
 
+constexpr const char *kUntilInterrupted = "until interrupted"; // how long reception lasts otherwise
+
 using Watchers = std::vector<std::unique_ptr<Watcher>>;
 
 // The watchers that the settings ask for, in the order in which they are finished. Files are opened: call it before
@@ -21,6 +23,13 @@ Outcome MakePlayingWatchers(const ReceptionSettings &settings, FILE *standardOut
 // error unless quiet, and a last line about the file.
 Outcome MakeRecordingWatchers(const ReceptionSettings &settings, const OutputFile &file, FILE *standardOutput,
                               Watchers &watchers);
+
+// Receives, and shows what arrives.
+Outcome Play(const ServerSettings &server, const ReceptionSettings &settings, const LibraryOutput &output,
+             Interruption &interruption);
+
+// What is wrong with a recording and figures that both go to standard output.
+std::string CheckStandardOutput(const OutputSettings &output, const ReceptionSettings &settings);
 
 // How long the file's sink waits for late packets. The session then holds none back: a capture has them as they
 // come.

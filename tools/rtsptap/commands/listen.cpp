@@ -1,11 +1,12 @@
-#include "commands/listen.h"
-
+// Receives RTP on local ports, without RTSP, and shows or records it.
 #include "base/codec_names.h"
 #include "base/console.h"
 #include "commands/audience.h"
+#include "commands/commands.h"
 #include "media/key_frame.h"
 #include "media/sdp_file.h"
 #include "session/multicast_membership.h"
+#include "session/session.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -15,7 +16,28 @@
 #include <optional>
 
 namespace tool {
+namespace {
 
+constexpr Example kExamples[] = {
+    {"rtsptap listen --video h264@5004 --audio pcmu@5006", ""},
+    {"rtsptap listen --sdp stream.sdp -o talk.mkv --duration 5m", "codecs and ports of a description"}};
+
+constexpr const char *kNotes[] = {
+    "AAC and H.264 without parameter sets in the stream need the parameters of a description to be recorded: "
+    "--sdp. Multicast groups that it names are joined; its other addresses are passed over, since packets "
+    "are "
+    "taken on every local one."};
+
+struct ListenSettings {
+    ListenPort video;
+    ListenPort audio;
+    std::string sdpFile;                              // a description instead; "-": standard input
+    std::optional<std::chrono::milliseconds> latency; // how long packets are held back; none: as usual
+    ReceptionSettings reception;
+    OutputSettings output; // no file: nothing is recorded
+};
+
+// Reads "h264@5004"; false when codec or port are none, or the codec is one of the other medium.
 bool ParseListenPort(const std::string &text, bool video, ListenPort &port) {
     const std::size_t at = text.find('@');
     if (at == std::string::npos) return false;
@@ -26,7 +48,28 @@ bool ParseListenPort(const std::string &text, bool video, ListenPort &port) {
     return error == std::errc() && stop == end && port.port != 0 && ofThisMedium;
 }
 
-namespace {
+Reader IntoPort(ListenPort &port, bool video) {
+    return [&port, video](const std::string &text) -> std::string {
+        if (ParseListenPort(text, video, port)) return "";
+        return "is not CODEC@PORT with a codec of " + Joined(CodecNames(video), ", ");
+    };
+}
+
+Option Port(const char *medium, ListenPort &port, bool video) {
+    std::vector<std::string> words = CodecNames(video);
+    const std::string help = "receive " + std::string(medium) + "; CODEC is one of " + Joined(words, ", ");
+    for (std::string &word : words) word += "@";
+    return {"--" + std::string(medium), "CODEC@PORT", help, IntoPort(port, video), false, words};
+}
+
+OptionGroup PortOptions(ListenSettings &listen) {
+    return {"Ports",
+            {Port("video", listen.video, true),
+             Port("audio", listen.audio, false),
+             {"--sdp", "FILE", "take codecs, ports and parameters from a session description; - is standard input",
+              Into(listen.sdpFile)},
+             LatencyOption(listen.latency, TimeText(kUsualLatency) + " for a recording, else 0")}};
+}
 
 using Memberships = std::list<MulticastMembership>;
 
@@ -96,8 +139,6 @@ PacketObserver WatchForParameterSets() {
     };
 }
 
-} // namespace
-
 Outcome Listen(const ListenSettings &settings, const LibraryOutput &output, Interruption &interruption) {
     SdpFile sdp;
     Outcome failed = FindStreams(settings, sdp);
@@ -123,6 +164,23 @@ Outcome Listen(const ListenSettings &settings, const LibraryOutput &output, Inte
         if (format.stream.codecType == RTP_CODEC_H264 && !HasParameterSets(format))
             audience.observers.push_back(WatchForParameterSets());
     return ReceiveOpened(opened, settings.reception.duration, audience, interruption);
+}
+
+} // namespace
+
+Command ListenCommand() {
+    const auto settings = std::make_shared<ListenSettings>();
+    return {.name = "listen",
+            .summary = "receive RTP on local ports, without RTSP",
+            .examples = kExamples,
+            .notes = kNotes,
+            .argument = {},
+            .groups = {PortOptions(*settings), RecordingOptions(settings->output, false),
+                       DurationOptions(settings->reception.duration, kUntilInterrupted),
+                       FigureOptions(settings->reception)},
+            .run = [settings](const LibraryOutput &output,
+                              Interruption &interruption) { return Listen(*settings, output, interruption); },
+            .check = [settings] { return CheckStandardOutput(settings->output, settings->reception); }};
 }
 
 } // namespace tool

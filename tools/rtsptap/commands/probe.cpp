@@ -1,12 +1,26 @@
-#include "commands/probe.h"
-
+// What a server offers, and how long every step takes up to the first key frame.
 #include "base/writing.h"
+#include "commands/commands.h"
 #include "reception/receive.h"
+#include "session/library_output.h"
 #include "views/arrivals.h"
 #include "views/probe_result.h"
 
 namespace tool {
 namespace {
+
+constexpr Example kExamples[] = {
+    {"rtsptap probe rtsp://camera.local/live", "streams, server, and the time of every step"},
+    {"rtsptap probe rtsp://camera.local/live --json | jq .streams", "the same for programs"}};
+
+constexpr const char *kNotes[] = {
+    "Connects, plays until every stream has brought a packet and every video stream a key frame, and tears "
+    "the session down. When no packet comes, what is known is shown all the same."};
+
+struct ProbeSettings {
+    ServerSettings server;
+    bool json = false; // instead of text
+};
 
 // Has enough when every stream has shown itself.
 class ArrivalSink : public PacketSink {
@@ -30,8 +44,6 @@ Outcome JudgeArrivals(const std::vector<ProbedStream> &streams) {
     return {};
 }
 
-} // namespace
-
 Outcome Probe(const ProbeSettings &settings, const LibraryOutput &output, Interruption &interruption) {
     ProbeResult result;
     result.url = UrlWithoutCredentials(settings.server.url);
@@ -54,6 +66,24 @@ Outcome Probe(const ProbeSettings &settings, const LibraryOutput &output, Interr
     const std::string shown = settings.json ? ProbeJson(result) : reachedNothing ? "" : ProbeText(result);
     const Outcome written = WriteText(output.Data(), shown, kStandardOutput);
     return written.IsOk() ? result.outcome : written;
+}
+
+} // namespace
+
+Command ProbeCommand() {
+    const auto settings = std::make_shared<ProbeSettings>();
+    ServerSettings &server = settings->server;
+    return {.name = "probe",
+            .summary = "show what a server offers, and how fast it answers",
+            .examples = kExamples,
+            .notes = kNotes,
+            .argument = UrlArgument(server),
+            .groups = {{"Probe", {{"--json", "", "show JSON instead of text", Switch(settings->json)}}},
+                       ServerOptions(server),
+                       WaitingOptions(server)},
+            .run = [settings](const LibraryOutput &output, Interruption &interruption) {
+                return Probe(*settings, output, interruption);
+            }};
 }
 
 } // namespace tool

@@ -1,10 +1,15 @@
-#include "base/text.h"
-#include "cli/help_text.h"
+// What shells read to complete command lines.
+#include "base/writing.h"
+#include "commands/commands.h"
+#include "session/library_output.h"
 
 #include <map>
 
 namespace tool {
 namespace {
+
+constexpr Example kExamples[] = {
+    {"source <(rtsptap completion bash)", "for this shell; packages install it for all"}};
 
 // The text in single quotes, with every character of the set behind a backslash.
 std::string Quoted(const std::string &text, const std::string &escaped = "") {
@@ -18,6 +23,16 @@ std::string Quoted(const std::string &text, const std::string &escaped = "") {
             quoted += letter;
     }
     return quoted + "'";
+}
+
+// The words that a value must be one of; none when it is free.
+std::vector<std::string> ChoicesOf(const std::string &value) {
+    return value.find('|') == std::string::npos ? std::vector<std::string>() : Split(value, '|');
+}
+
+// The same, or the words of the option.
+std::vector<std::string> CompletionsOf(const Option &option) {
+    return option.words.empty() ? ChoicesOf(option.value) : option.words;
 }
 
 bool TakesNextWord(const Option &option) { return !option.value.empty() && option.value[0] != '['; }
@@ -65,7 +80,7 @@ std::string BashValues(const Manual &manual) {
             for (const std::string &name : NamesOf(*option)) {
                 if (!TakesNextWord(*option)) continue;
                 std::string &pattern = patterns[BashAction(*option)];
-                pattern += (pattern.empty() ? "" : "|") + command.text.name + ":" + name;
+                pattern += (pattern.empty() ? "" : "|") + command.name + ":" + name;
             }
     std::string cases;
     for (const auto &[action, pattern] : patterns) cases += "    " + pattern + ") " + action + " ;;\n";
@@ -76,7 +91,7 @@ std::string BashCompletion(const Manual &manual) {
     const std::string general = BashWords(GeneralOf(manual));
     std::string words = "    '') words='" + Joined(CommandNames(manual), " ") + general + "' ;;\n";
     for (const Command &command : manual.commands)
-        words += "    " + command.text.name + ") words='" + Joined(ChoicesOf(command.argument.name), " ") +
+        words += "    " + command.name + ") words='" + Joined(ChoicesOf(command.argument.value), " ") +
                  BashWords(OptionsOf(command)) + general + "' ;;\n";
     return R"(# bash completion for rtsptap
 _rtsptap_files() {
@@ -153,9 +168,9 @@ std::string ZshCompletion(const Manual &manual) {
     std::string commands;
     std::string cases;
     for (const Command &command : manual.commands) {
-        commands += "\n            " + Quoted(command.text.name + ":" + command.text.summary);
-        const std::string &argument = command.argument.name;
-        cases += "        " + command.text.name + ") _arguments" + general + ZshOptions(OptionsOf(command)) +
+        commands += "\n            " + Quoted(command.name + ":" + command.summary);
+        const std::string &argument = command.argument.value;
+        cases += "        " + command.name + ") _arguments" + general + ZshOptions(OptionsOf(command)) +
                  (argument.empty() ? "" : " \\\n        '1" + ZshValue(argument, ChoicesOf(argument)) + "'") +
                  " ;;\n";
     }
@@ -203,12 +218,12 @@ std::string FishCompletion(const Manual &manual) {
     std::string text = "# fish completion for rtsptap\ncomplete -c rtsptap -f\n";
     for (const Option *option : GeneralOf(manual)) text += FishOption(*option, "");
     for (const Command &command : manual.commands) {
-        const std::string &name = command.text.name;
+        const std::string &name = command.name;
         const std::string condition = " -n '__fish_seen_subcommand_from " + name + "'";
-        text += "complete -c rtsptap -n __fish_use_subcommand -a " + name + " -d " +
-                Quoted(command.text.summary, "\\") + "\n";
+        text += "complete -c rtsptap -n __fish_use_subcommand -a " + name + " -d " + Quoted(command.summary, "\\") +
+                "\n";
         for (const Option *option : OptionsOf(command)) text += FishOption(*option, condition);
-        if (const std::vector<std::string> choices = ChoicesOf(command.argument.name); !choices.empty())
+        if (const std::vector<std::string> choices = ChoicesOf(command.argument.value); !choices.empty())
             text += "complete -c rtsptap" + condition + " -a " + Quoted(Joined(choices, " ")) + "\n";
     }
     return text;
@@ -216,10 +231,21 @@ std::string FishCompletion(const Manual &manual) {
 
 } // namespace
 
-std::string Completion(const Manual &manual, const std::string &shell) {
-    if (shell == "bash") return BashCompletion(manual);
-    if (shell == "zsh") return ZshCompletion(manual);
-    return shell == "fish" ? FishCompletion(manual) : "";
+Command CompletionCommand() {
+    const auto write = std::make_shared<std::string (*)(const Manual &)>();
+    return {.name = "completion",
+            .summary = "print the completion of a shell",
+            .examples = kExamples,
+            .notes = {},
+            .argument = {"shell", "bash|zsh|fish", "",
+                         IntoChoice<std::string (*)(const Manual &)>(
+                             *write, {{"bash", BashCompletion}, {"zsh", ZshCompletion}, {"fish", FishCompletion}}),
+                         true},
+            .groups = {},
+            .run = [write](const LibraryOutput &output, Interruption &) {
+                ConsoleSettings unused;
+                return WriteText(output.Data(), (*write)(MakeManual(unused)), kStandardOutput);
+            }};
 }
 
 } // namespace tool

@@ -1,12 +1,13 @@
-#include "commands/report_command.h"
-
+// Receives for a while and writes a page about it.
+#include "views/report.h"
 #include "base/console.h"
-#include "commands/page_file.h"
+#include "base/writing.h"
+#include "commands/commands.h"
 #include "reception/receive.h"
+#include "session/library_output.h"
 #include "views/arrivals.h"
 #include "views/html_report.h"
 #include "views/live_view.h"
-#include "views/report.h"
 #include "views/warnings.h"
 
 #include <atomic>
@@ -14,6 +15,18 @@
 
 namespace tool {
 namespace {
+
+constexpr Example kExamples[] = {{"rtsptap report rtsp://camera.local/live --duration 60s -o report.html", ""}};
+
+constexpr const char *kNotes[] = {
+    "One file without scripts: what probe shows, a list of what disturbed the reception, and bit rate, loss, "
+    "jitter, distance of packets and queue length of every stream as plots."};
+
+struct ReportSettings {
+    ServerSettings server;
+    std::chrono::milliseconds duration{60000};
+    std::string output; // the HTML file; "-": standard output
+};
 
 std::string LocalTime() {
     const std::time_t now = std::time(nullptr);
@@ -52,8 +65,6 @@ bool Gather(const ReportSettings &settings, Interruption &interruption, SeriesRe
     return opened;
 }
 
-} // namespace
-
 Outcome WriteReport(const ReportSettings &settings, FILE *standardOutput, Interruption &interruption) {
     PageFile file;
     if (Outcome failed = file.Open(settings.output, standardOutput); !failed.IsOk()) return failed;
@@ -68,6 +79,28 @@ Outcome WriteReport(const ReportSettings &settings, FILE *standardOutput, Interr
     if (Outcome failed = file.Write(HtmlReport(page, recorder, events)); !failed.IsOk()) return failed;
     if (settings.output != "-") PrintNotice("the report is in " + settings.output);
     return outcome;
+}
+
+} // namespace
+
+Command ReportCommand() {
+    const auto settings = std::make_shared<ReportSettings>();
+    ServerSettings &server = settings->server;
+    return {.name = "report",
+            .summary = "receive for a while and write an HTML page about it",
+            .examples = kExamples,
+            .notes = kNotes,
+            .argument = UrlArgument(server),
+            .groups = {{"Page",
+                        {{"-o,--output", "FILE", "write the page there; - is standard output",
+                          Into(settings->output), true}}},
+                       DurationOptions(settings->duration, "60s"),
+                       ServerOptions(server),
+                       WaitingOptions(server),
+                       StayingOptions(server, false)},
+            .run = [settings](const LibraryOutput &output, Interruption &interruption) {
+                return WriteReport(*settings, output.Data(), interruption);
+            }};
 }
 
 } // namespace tool
