@@ -2,10 +2,8 @@
 // parse, insert, take, free, without system calls. One thread does everything, so no cache line changes owner.
 #include "rtp/packet_queue.h"
 #include "rtp/rtp_packet.h"
-#include "rtp/stream_lifecycle.h"
-#include "rtp/stream_record.h"
-#include "rtsp/client/client_record.h"
-#include "rtsp/client/registry.h"
+#include "rtp/stream.h"
+#include "rtsp/client/client.h"
 
 #include <benchmark/benchmark.h>
 

@@ -3,7 +3,7 @@
 // function's own choices. What the manual forbids is left out: a header list used after it was destroyed, a packet
 // freed after its client. Nothing may be left when all is destroyed.
 #include "fuzz/fuzz_target.h"
-#include "rtsp/client/udp_ports.h"
+#include "rtsp/client/stream_sockets.h"
 #include "rtsptap_extended.h"
 #include "tests/support/child_process.h"
 #include "tests/support/packet_builder.h"

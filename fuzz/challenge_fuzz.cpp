@@ -1,9 +1,8 @@
 // A hostile WWW-Authenticate value: cut up, stored and sent back.
 #include "fuzz/fuzz_target.h"
 #include "platform/text.h"
-#include "rtsp/client/challenge.h"
-#include "rtsp/client/client_record.h"
-#include "rtsp/message/authorization.h"
+#include "rtsp/message/authentication.h"
+#include "rtsp/client/client.h"
 #include "rtsp/message/response.h"
 
 #include <cstring>

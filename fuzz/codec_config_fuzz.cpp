@@ -2,11 +2,8 @@
 // written in, base64 and hexadecimal digits.
 #include "fuzz/fuzz_target.h"
 #include "platform/text.h"
-#include "rtp/stream_lifecycle.h"
-#include "rtp/stream_record.h"
-#include "rtsp/message/base64.h"
-#include "sdp/aac_config.h"
-#include "sdp/h264_config.h"
+#include "rtp/stream.h"
+#include "sdp/codec_config.h"
 
 #include <vector>
 

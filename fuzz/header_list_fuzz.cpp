@@ -2,13 +2,11 @@
 // method, then operations, each one byte, the name's number another, and a value up to the next line end.
 #include "fuzz/fuzz_target.h"
 #include "platform/text.h"
-#include "rtsp/client/client_record.h"
+#include "rtsp/client/client.h"
 #include "rtsp/message/header_list.h"
-#include "rtsp/message/header_validation.h"
-#include "rtsp/message/method_names.h"
+#include "rtsp/message/header_rules.h"
+#include "rtsp/message/methods.h"
 #include "rtsp/message/request.h"
-#include "rtsp/message/request_build.h"
-#include "rtsp/message/request_send.h"
 
 #include <string>
 #include <sys/socket.h>

@@ -2,12 +2,11 @@
 // sizes, one that cuts what follows into pieces, then the bytes, sent once or over and over until the thread has to
 // move what it read ahead. Two streams, channels 0 and 2.
 #include "fuzz/fuzz_target.h"
-#include "rtp/interleaved_loop.h"
-#include "rtp/stream_thread.h"
+#include "rtp/interleaved/interleaved_service.h"
+#include "rtp/service_thread.h"
 #include "rtsp/client/reply_source.h"
-#include "rtsp/client/stream_threads.h"
+#include "rtp/session_threads.h"
 #include "rtsp/message/response.h"
-#include "rtsp/message/response_parse.h"
 #include "tests/support/described_client.h"
 #include "tests/torture/system_calls.h"
 

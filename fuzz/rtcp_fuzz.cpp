@@ -1,9 +1,8 @@
 // A hostile RTCP packet, then the report that answers it. Input: ten bytes of sequence and loss figures, buffer
 // size and host-name length, then the packet.
 #include "fuzz/fuzz_target.h"
-#include "rtp/receiver_report.h"
-#include "rtp/rtcp_packet.h"
-#include "rtp/stream_record.h"
+#include "rtp/rtcp/rtcp_packet.h"
+#include "rtp/stream.h"
 
 #include <vector>
 

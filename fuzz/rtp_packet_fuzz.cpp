@@ -3,12 +3,10 @@
 // length byte before it.
 #include "fuzz/fuzz_target.h"
 #include "rtp/packet_queue.h"
-#include "rtp/receive_thread.h"
+#include "rtp/udp_reception.h"
 #include "rtp/rtp_packet.h"
-#include "rtp/stream_lifecycle.h"
-#include "rtp/stream_record.h"
-#include "rtsp/client/client_record.h"
-#include "rtsp/client/registry.h"
+#include "rtp/stream.h"
+#include "rtsp/client/client.h"
 
 #include <cstring>
 #include <deque>

@@ -1,7 +1,7 @@
-// Exported names that a program may well have itself. In the archive each is a weak name of a function that the library
-// calls by a name of its own: the program's goes before it, and the library keeps to its own, as the shared one does.
-// The archive is compiled with this header in front of every file (see CMakeLists.txt). The shared library's linker
-// does the same, so there it says nothing.
+// Exported names that a program may well have itself. In the archive each is a weak name of a function that the
+// library calls by a name of its own: the program's goes before it, and the library keeps to its own, as the shared
+// one does. The archive is compiled with this header in front of every file (see CMakeLists.txt). The shared
+// library's linker does the same, so there it says nothing.
 #pragma once
 
 #ifdef RTSPTAP_ARCHIVE
@@ -31,9 +31,9 @@
 #pragma redefine_extname Base64Encode rtsptap_Base64Encode
 
 // Stands behind the function's definition, in the same file.
-#define RTSPTAP_WEAK_NAME(name)                                                                                   \
-    extern "C" RTSPTAP_API __attribute__((weak, alias("rtsptap_" #name))) RTSPTAP_LIKE(name)                      \
-        decltype(name) weak##name __asm__(#name);
+#define RTSPTAP_WEAK_NAME(name)                                                                                    \
+    extern "C" RTSPTAP_API __attribute__((weak, alias("rtsptap_" #name)))                                          \
+    RTSPTAP_LIKE(name) decltype(name) weak##name __asm__(#name);
 #if __has_attribute(copy)
 #define RTSPTAP_LIKE(name) __attribute__((copy(name)))
 #else

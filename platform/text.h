@@ -1,5 +1,5 @@
-// Text without surprises: views that are eaten from the front, numbers read as atoi reads them,
-// copies bounded by the field they go to.
+// Text without surprises: views that are eaten from the front, numbers read as atoi reads them, copies bounded by
+// the field they go to, and bytes written as text.
 #pragma once
 
 #include <cstddef>
@@ -44,5 +44,9 @@ template <std::size_t N> void CopyText(char (&field)[N], std::string_view text) 
 
 // A heap copy with terminator, or null when memory is short.
 HeapText DuplicateText(std::string_view text);
+
+// Decodes `text`, with its padding or without it, into at most `capacity` bytes.
+// The number of bytes, or RTSP_FAILURE: a foreign character, a cut-off group, not enough room.
+int32_t Base64DecodeBinaryToBuffer(std::string_view text, uint8_t *buffer, int32_t capacity);
 
 } // namespace rtsptap

@@ -1,10 +1,9 @@
 #include "rtp/packet_queue.h"
 
-#include "platform/scope.h"
-#include "rtp/packet_pool.h"
-#include "rtp/stream_lifecycle.h"
-#include "rtp/stream_record.h"
-#include "rtsp/client/client_record.h"
+#include "platform/system.h"
+#include "rtp/packet_memory.h"
+#include "rtp/stream.h"
+#include "rtsp/client/client.h"
 
 #include <array>
 #include <cstddef>

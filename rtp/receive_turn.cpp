@@ -1,7 +1,7 @@
 #include "rtp/receive_turn.h"
 
-#include "platform/clock.h"
-#include "rtp/stream_thread.h"
+#include "platform/system.h"
+#include "rtp/service_thread.h"
 
 #include <algorithm>
 #include <poll.h>

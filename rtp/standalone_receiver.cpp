@@ -1,12 +1,10 @@
 // Receiving RTP on ports that the application names, without RTSP. Application thread.
-#include "platform/call_trace.h"
-#include "platform/scope.h"
-#include "rtp/receive_thread.h"
-#include "rtp/stream_lifecycle.h"
-#include "rtp/stream_record.h"
-#include "rtp/stream_thread.h"
-#include "rtsp/client/client_record.h"
-#include "rtsp/client/registry.h"
+#include "platform/printers.h"
+#include "platform/system.h"
+#include "rtp/service_thread.h"
+#include "rtp/stream.h"
+#include "rtp/udp_reception.h"
+#include "rtsp/client/client.h"
 
 #include <netinet/in.h>
 

@@ -1,9 +1,19 @@
-// Reads the description in the client's receivedSDP into lines and stream records. Application thread.
+// Reads a session description (RFC 4566) into lines and stream records. Application thread.
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 namespace rtsptap {
+
+struct SDPField {
+    char name[2] = {};        // type letter and terminator
+    char *value = nullptr;    // owned, free(): the line from its third character on
+    SDPField *next = nullptr; // next line of the same list
+};
+
+// Frees every line of the list and clears the head.
+void ReleaseSdpFields(SDPField *&head);
 
 struct RTSPClient;
 

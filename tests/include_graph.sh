@@ -20,8 +20,7 @@ function toolHeight(path) {
     return index(" base session reception media views cli commands", " " substr(path, 1, index(path, "/") - 1))
 }
 BEGIN {
-    record["rtsp/client/client_record.h"] = record["rtsp/client/registry.h"] = 1
-    record["rtsp/message/recv_buffer.h"] = record["sdp/sdp_field.h"] = 1
+    record["rtsp/client/client.h"] = record["sdp/sdp_parser.h"] = 1
 }
 {
     lines++

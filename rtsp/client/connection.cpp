@@ -1,12 +1,10 @@
 // Opening the control connection. Application thread.
-#include "platform/call_trace.h"
-#include "platform/scope.h"
+#include "platform/printers.h"
+#include "platform/system.h"
 #include "platform/text.h"
-#include "rtp/stream_lifecycle.h"
-#include "rtp/stream_record.h"
-#include "rtp/stream_thread.h"
-#include "rtsp/client/client_record.h"
-#include "rtsp/client/registry.h"
+#include "rtp/service_thread.h"
+#include "rtp/stream.h"
+#include "rtsp/client/client.h"
 #include "rtsptap_extended.h"
 
 #include <arpa/inet.h>

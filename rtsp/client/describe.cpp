@@ -1,10 +1,8 @@
 // DESCRIBE: fetches the description, in one piece or two, and hands it to the parser. Application thread.
-#include "rtp/stream_lifecycle.h"
-#include "rtsp/client/checks.h"
-#include "rtsp/client/client_record.h"
-#include "rtsp/client/reply_status.h"
+#include "rtp/stream.h"
+#include "rtsp/client/client.h"
+#include "rtsp/client/exchange.h"
 #include "rtsp/message/response.h"
-#include "sdp/sdp_field.h"
 #include "sdp/sdp_parser.h"
 
 #include <cstdlib>

@@ -1,19 +1,20 @@
+
 #include "rtsp/client/exchange.h"
 
-#include "rtsp/client/client_record.h"
+#include "rtp/session_threads.h"
+#include "rtsp/client/client.h"
 #include "rtsp/client/reply_source.h"
-#include "rtsp/client/stream_threads.h"
-#include "rtsp/message/method_names.h"
+#include "rtsp/message/authentication.h"
+#include "rtsp/message/header_rules.h"
+#include "rtsp/message/methods.h"
 #include "rtsp/message/request.h"
-#include "rtsp/message/request_build.h"
-#include "rtsp/message/request_send.h"
 #include "rtsp/message/response.h"
-#include "rtsp/message/response_parse.h"
 
 #include <cstring>
 #include <utility>
 
 namespace rtsptap {
+
 namespace {
 
 int32_t RunSteps(std::span<const Step> steps, Exchange &exchange) {
@@ -117,5 +118,77 @@ int32_t CopyReply(Exchange &exchange) {
 }
 
 bool IsOk(const Exchange &exchange) { return exchange.client->responseMsg->statusCode == 200; }
+
+namespace {
+
+int32_t CheckArguments(Exchange &exchange, bool streamNumberIsValid) {
+    if (exchange.arguments.clientHandle == 0 || !streamNumberIsValid)
+        return exchange.trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid input argument\n");
+    exchange.client = LiveClient(exchange.arguments.clientHandle);
+    if (exchange.client == nullptr)
+        return exchange.trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid client handle\n");
+    return RTSP_SUCCESS;
+}
+
+} // namespace
+
+int32_t CheckHandle(Exchange &exchange) { return CheckArguments(exchange, true); }
+
+int32_t CheckHandleAndSession(Exchange &exchange) {
+    return CheckArguments(exchange, exchange.arguments.streamNumber >= 0);
+}
+
+int32_t CheckHandleAndStream(Exchange &exchange) {
+    return CheckArguments(exchange, exchange.arguments.streamNumber > 0);
+}
+
+int32_t CheckConnected(Exchange &exchange) {
+    if (exchange.client->connected == 1) return RTSP_SUCCESS;
+    return exchange.trace.Fail(RTSP_NOT_CONNECTED, "EXIT : %s :Client is created but is not connected to server\n");
+}
+
+int32_t CheckStreamNumber(Exchange &exchange) {
+    if (exchange.arguments.streamNumber <= exchange.client->streamCount) return RTSP_SUCCESS;
+    return exchange.trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid Stream Number\n");
+}
+
+int32_t CheckState(Exchange &exchange) {
+    DebugPrint(kDebugEntry, "\tChecking whether client is in Valid state or not \n");
+    if ((exchange.method.allowedStates >> exchange.client->state & 1U) != 0) return RTSP_SUCCESS;
+    return exchange.trace.Fail(RTSP_INVALID_STATE, exchange.method.badState);
+}
+
+int32_t CheckHeaderList(Exchange &exchange) {
+    const intptr_t list = exchange.arguments.headerList;
+    if (list == 0 || ValidateHeaderList(list, exchange.method.method) == RTSP_SUCCESS) return RTSP_SUCCESS;
+    return exchange.trace.Fail(RTSP_INVALID_HEADER_LIST, exchange.method.badHeaderList);
+}
+
+std::string_view SessionToken(std::string_view headerValue) {
+    const std::size_t start = headerValue.find_first_not_of(';');
+    if (start == headerValue.npos) return headerValue;
+    return headerValue.substr(start, headerValue.find(';', start) - start);
+}
+
+int32_t CompareSession(Exchange &exchange) {
+    const char *const session = GetResponseHeader(exchange.client->responseMsg, "Session");
+    if (session == nullptr || SessionToken(session) == exchange.client->sessionId) return RTSP_SUCCESS;
+    return exchange.trace.Fail(RTSP_INVALID_SESSION, "EXIT : %s : Invalid Session Id received from server \n");
+}
+
+int32_t ClassifyStatus(Exchange &exchange) {
+    const int32_t status = exchange.client->responseMsg->statusCode;
+    if (status >= 500)
+        return exchange.trace.Fail(RTSP_SERVER_ERROR, "EXIT : %s :Server Error Received from Server\n");
+    if (status == 401 && exchange.method.answersChallenge) {
+        StoreChallenge(*exchange.client, *exchange.client->responseMsg);
+        return RTSP_UNAUTHORIZED;
+    }
+    if (status >= 400)
+        return exchange.trace.Fail(RTSP_CLIENT_ERROR, "EXIT : %s :Client Error Received from Server\n");
+    if (status >= 300)
+        return exchange.trace.Fail(RTSP_REDIRECTED, "EXIT : %s :Redirectional Error Received from Server\n");
+    return RTSP_SUCCESS;
+}
 
 } // namespace rtsptap

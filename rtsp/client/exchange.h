@@ -2,14 +2,15 @@
 // method: the checks in their order, then the steps in theirs. Application thread only.
 #pragma once
 
-#include "platform/call_trace.h"
+#include "platform/printers.h"
 #include "platform/text.h"
-#include "rtsp/message/recv_buffer.h"
+#include "rtp/interleaved/connection.h"
 #include "rtsptap.h"
 
 #include <cstdint>
 #include <initializer_list>
 #include <span>
+#include <string_view>
 
 namespace rtsptap {
 
@@ -101,5 +102,22 @@ template <Undo undo> int32_t OnFailureClose(Exchange &exchange) {
     exchange.undo = undo;
     return RTSP_SUCCESS;
 }
+
+int32_t CheckHandle(Exchange &exchange);           // not null, and live
+int32_t CheckHandleAndSession(Exchange &exchange); // the same, and a stream number of 0 or more
+int32_t CheckHandleAndStream(Exchange &exchange);  // the same, and a stream number of 1 or more
+int32_t CheckConnected(Exchange &exchange);
+int32_t CheckStreamNumber(Exchange &exchange); // not above the client's stream count
+int32_t CheckState(Exchange &exchange);
+int32_t CheckHeaderList(Exchange &exchange);
+
+// The session must be ours. Comes before the status: a strange session wins over an error status.
+int32_t CompareSession(Exchange &exchange);
+
+// 200 and other codes below 300 go on; 3xx, 4xx, 401 and 5xx end the exchange.
+int32_t ClassifyStatus(Exchange &exchange);
+
+// The identifier in a Session value: its first token before a ';', or all of it when there is none.
+std::string_view SessionToken(std::string_view headerValue);
 
 } // namespace rtsptap

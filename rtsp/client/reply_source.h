@@ -2,8 +2,10 @@
 // replies over in the client's recvData. Application thread, except HandOverReply.
 #pragma once
 
-#include "rtsp/message/recv_buffer.h"
+#include "rtp/interleaved/connection.h"
 #include "rtsptap.h"
+
+#include <cstdint>
 
 namespace rtsptap {
 
@@ -16,5 +18,12 @@ void EndAwaiting(RTSPClient &client);
 
 // The next reply, or null with RTSP_RESPONSE_TIMEOUT or RTSP_NO_RESPONSE in `failure`.
 RecvBufferPtr ObtainReply(RTSPClient &client, RTSPMethod method, int32_t &failure);
+
+struct RecvBuffer;
+struct RTSPClient;
+
+// What one receive delivered, at most readSize bytes; null on failure, with RTSP_RESPONSE_TIMEOUT in errCode
+// after a time-out and errCode untouched otherwise. The caller owns the buffer.
+RecvBuffer *ClientReadMessage(RTSPClient *rtspClient, uint32_t readSize, int32_t *errCode);
 
 } // namespace rtsptap

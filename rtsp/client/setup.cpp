@@ -1,13 +1,120 @@
 // SETUP: one stream's transport, from local ports to what the server grants. Application thread.
-#include "rtp/stream_lifecycle.h"
-#include "rtp/stream_record.h"
-#include "rtsp/client/checks.h"
-#include "rtsp/client/client_record.h"
-#include "rtsp/client/reply_status.h"
-#include "rtsp/client/transport_reply.h"
-#include "rtsp/client/transport_request.h"
+#include "platform/system.h"
+#include "rtp/stream.h"
+#include "rtsp/client/client.h"
+#include "rtsp/client/exchange.h"
+#include "rtsp/client/stream_sockets.h"
+#include "rtsp/message/header_list.h"
+#include "rtsp/message/request.h"
+#include "rtsp/message/response.h"
+
+#include <cstdio>
 
 namespace rtsptap {
+
+namespace {
+
+constexpr char kTransport[] = "Transport";
+constexpr std::size_t kTransportBytes = 58; // the longest value that we build, with its terminator
+
+// The user's value goes out unchanged and leaves the list, which can serve the next stream.
+void AddUserTransport(Exchange &exchange) {
+    const intptr_t list = exchange.arguments.headerList;
+    const RTSPHeaderStruct *const header = GetUserAddedHeaderValue(list, kTransport);
+    AddRequestHeader(exchange.client->requestMsg, kTransport, header->headerValue);
+    RTSPRemoveHeaderFromList(list, kTransport);
+}
+
+void AddOwnTransport(Exchange &exchange) {
+    char value[kTransportBytes] = {};
+    if (exchange.client->dataProto == DATA_PROTO_UDP) {
+        const int port = gblClientRtspUdpPort;
+        snprintf(value, sizeof value, "RTP/AVP/UDP;unicast;client_port=%d-%d", port, port + 1);
+        exchange.stream->clientPort = gblClientRtspUdpPort;
+    } else {
+        const auto channel = static_cast<int32_t>(exchange.stream->interleavedChannel);
+        snprintf(value, sizeof value, "RTP/AVP/TCP;unicast;interleaved=%d-%d", channel, channel + 1);
+    }
+    AddRequestHeader(exchange.client->requestMsg, kTransport, value);
+}
+
+} // namespace
+
+int32_t TakeUserTransport(Exchange &exchange) {
+    if (exchange.arguments.headerList == 0) return RTSP_SUCCESS;
+    RTSPHeaderStruct *const header = GetUserAddedHeaderValue(exchange.arguments.headerList, kTransport);
+    if (header == nullptr || header->headerValue == nullptr) return RTSP_SUCCESS;
+    const std::string_view value = header->headerValue;
+    if (exchange.client->dataProto == DATA_PROTO_TCP && !Contains(value, "interleaved="))
+        return exchange.trace.Fail(RTSP_INVALID_HEADER_LIST,
+                                   "EXIT : %s :Transport header of HeaderList is not valid\n");
+    if (const std::string_view port = After(value, "client_port="); port.data() != nullptr) {
+        exchange.userClientPort = static_cast<uint16_t>(LeadingNumber(port));
+        if (exchange.userClientPort == 0)
+            return exchange.trace.Fail(RTSP_BAD_NUMBER,
+                                       "EXIT : %s :Problem in converting Ascii to Integer value of client_port\n");
+    }
+    header->isUsed = 1; // the request does not copy it from the list: it comes last
+    exchange.hasUserTransport = true;
+    return RTSP_SUCCESS;
+}
+
+int32_t PrepareTransport(Exchange &exchange) {
+    const ScopedLock ports(gblRTSPClientListLock);
+    if (exchange.client->dataProto == DATA_PROTO_UDP)
+        if (const int32_t result = OpenUdpPair(exchange); result != RTSP_SUCCESS) return result;
+    exchange.hasUserTransport ? AddUserTransport(exchange) : AddOwnTransport(exchange);
+    return RTSP_SUCCESS;
+}
+
+namespace {
+
+constexpr int kInterleavedLineNumber = 2534; // what the milestone line has always said
+
+// Kept: the server's RTP port is the second number of the range less one, whatever the first says.
+int32_t TakeServerPort(Exchange &exchange, std::string_view value) {
+    const std::string_view ports = After(value, "server_port");
+    if (ports.data() == nullptr) return RTSP_SUCCESS;
+    const auto rtcpPort = static_cast<uint16_t>(LeadingNumber(After(ports, "-")));
+    if (rtcpPort == 0)
+        return exchange.trace.Fail(RTSP_BAD_NUMBER,
+                                   "EXIT : %s :Problem in converting Ascii to Integer value of server_port\n");
+    exchange.stream->serverPort = static_cast<uint16_t>(rtcpPort - 1);
+    return RTSP_SUCCESS;
+}
+
+void TakeChannel(Exchange &exchange, std::string_view value) {
+    std::string_view channel = After(value, "interleaved");
+    if (channel.data() == nullptr) return;
+    if (!channel.empty()) channel.remove_prefix(1); // the '='
+    const auto number = static_cast<uint32_t>(LeadingNumber(channel));
+    SetChannel(*exchange.stream, number);
+    RtpRtspInfoPrint("%s(%d) Interleaved: 0x%02x\n", exchange.trace.Function(), kInterleavedLineNumber, number);
+}
+
+} // namespace
+
+int32_t TakeSession(Exchange &exchange) {
+    const char *const value = GetResponseHeader(exchange.client->responseMsg, "Session");
+    if (value == nullptr) return RTSP_SUCCESS;
+    const std::string_view session = SessionToken(value);
+    if (session.size() >= sizeof exchange.client->sessionId)
+        return exchange.trace.Fail(RTSP_BAD_RESPONSE, "EXIT : %s : Too long SessionID received \n");
+    CopyText(exchange.client->sessionId, session);
+    return RTSP_SUCCESS;
+}
+
+int32_t ApplyTransport(Exchange &exchange) {
+    const char *const header = GetResponseHeader(exchange.client->responseMsg, "Transport");
+    if (header == nullptr) return RTSP_SUCCESS;
+    const std::string_view value = header;
+    if (Contains(value, "multicast") && Contains(value, "destination"))
+        if (const int32_t result = JoinMulticast(exchange, value); result != RTSP_SUCCESS) return result;
+    if (const int32_t result = TakeServerPort(exchange, value); result != RTSP_SUCCESS) return result;
+    TakeChannel(exchange, value);
+    return RTSP_SUCCESS;
+}
+
 namespace {
 
 int32_t SelectStream(Exchange &exchange) {
@@ -58,6 +165,7 @@ constexpr MethodDescriptor kSetup{
 };
 
 } // namespace
+
 } // namespace rtsptap
 
 using namespace rtsptap;

@@ -1,14 +1,20 @@
+
 #include "rtsp/message/header_list.h"
 
-#include "platform/call_trace.h"
+#include "platform/printers.h"
 #include "platform/text.h"
-#include "rtsp/message/header_slots.h"
 
+#include <cstdlib>
 #include <cstring>
 #include <new>
 #include <utility>
 
 namespace rtsptap {
+
+void ReleaseHeaderSlot(RTSPHeaderStruct &slot) {
+    std::free(std::exchange(slot.headerName, nullptr));
+    std::free(std::exchange(slot.headerValue, nullptr));
+}
 
 namespace {
 

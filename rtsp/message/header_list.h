@@ -1,10 +1,25 @@
-// The user's header lists: the exported operations of rtsptap.h and the look-up that requests use.
-// A list belongs to the application's thread; a handle is the address of the first node.
+// Headers as name and value: the slots of a request or response, and the user's lists with their exported
+// operations. Application thread.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 namespace rtsptap {
+
+inline constexpr std::size_t kHeaderSlots = 32; // a request or response holds at most this many headers
+
+struct RTSPHeaderStruct {
+    uint8_t isCustom = 0;             // list entry: added with the custom flag
+    uint8_t isUsed = 0;               // list entry: replaces a default header of the request being built
+    char *headerName = nullptr;       // owned, free()
+    char *headerValue = nullptr;      // owned, free()
+    RTSPHeaderStruct *next = nullptr; // list entry: next in the order added
+};
+
+// Frees name and value and leaves the slot empty.
+void ReleaseHeaderSlot(RTSPHeaderStruct &slot);
 
 struct RTSPHeaderStruct;
 

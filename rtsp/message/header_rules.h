@@ -1,5 +1,5 @@
-// The header names that a user's list may use without the custom flag, and the methods that may carry them.
-// Constant tables; any thread.
+// Which headers a user's list may hold, for which methods, and which values are well formed. Constant tables and
+// pure checks; application thread.
 #pragma once
 
 #include "rtsptap.h"
@@ -25,5 +25,24 @@ bool IsKnownHeader(std::string_view name);
 
 // True also for every name that has no rule.
 bool IsAllowedHeader(std::string_view name, uint32_t method);
+
+// One entry of a list under validation, as its messages name it.
+struct CheckedHeader {
+    const char *function; // named by every message
+    const char *name;
+    const char *value; // may be null
+    uint32_t method;
+};
+
+// True when no rule of this name and method refuses the value; a refusal has printed its line.
+bool IsValueAcceptable(const CheckedHeader &header);
+
+// 0 when every header is known or custom, allowed for the method and well formed; RTSP_FAILURE at the first
+// that is not. An empty list is acceptable.
+int32_t ValidateHeaderList(intptr_t headerList, uint32_t method);
+
+// 0 when each of the `length` bytes is an ASCII digit (or, the second, a letter or digit); RTSP_FAILURE otherwise.
+int32_t ValidateNumericString(const char *text, int32_t length);
+int32_t ValidateAlphaNumericString(const char *text, int32_t length);
 
 } // namespace rtsptap

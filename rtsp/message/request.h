@@ -1,7 +1,7 @@
-// A request under construction. Application thread only.
+// A request: built, and written as text. Application thread.
 #pragma once
 
-#include "rtsp/message/header_slots.h"
+#include "rtsp/message/header_list.h"
 
 #include <array>
 #include <cstdint>
@@ -32,5 +32,17 @@ using RequestMsgPtr = std::unique_ptr<RequestMsg, RequestMsgDeleter>;
 
 // A request without headers, its URI still empty; null when memory is short.
 RequestMsgPtr CreateRequestMsg(uint32_t method);
+
+struct RTSPClient;
+struct RequestMsg;
+
+// streamCount is the 0-based stream addressed, negative for the whole session. userList may be null.
+// Null when the arguments are bad, memory is short or the method is not implemented.
+RequestMsg *GenerateRequestMessage(RTSPClient *rtspClient, uint32_t method, intptr_t userList, int32_t streamCount);
+
+struct RTSPClient;
+
+// 0; RTSP_FAILURE when nothing could be written; RTSP_SEND_FAILED when the socket refused.
+int32_t SendRequestMessage(RTSPClient *rtspClient);
 
 } // namespace rtsptap

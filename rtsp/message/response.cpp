@@ -1,9 +1,14 @@
+
 #include "rtsp/message/response.h"
 
-#include "platform/call_trace.h"
+#include "platform/printers.h"
 #include "platform/text.h"
+#include "rtp/interleaved/connection.h"
 
 #include <cstdlib>
+#include <cstring>
+#include <new>
+#include <string_view>
 #include <utility>
 
 namespace rtsptap {
@@ -27,6 +32,90 @@ void freeResponseMsg(ResponseMsg *responseMsg) {
 void ResponseMsgDeleter::operator()(ResponseMsg *responseMsg) const {
     std::free(std::exchange(responseMsg->reasonPhrase, nullptr));
     freeResponseMsg(responseMsg);
+}
+
+namespace {
+
+constexpr std::size_t kLongestVersion = 8;
+
+// RTSP/1.0 200 OK
+// version, space, status code, space, reason phrase: all three are required, the version is not compared.
+bool ParseStatusLine(const CallTrace &trace, std::string_view line, ResponseMsg &response) {
+    std::string_view version;
+    if (!Until(line, ' ', version))
+        return trace.Fail(false, "\tEXIT : %s : RTSP version not found in response buffer\n");
+    if (version.size() > kLongestVersion)
+        return trace.Fail(false, "\tEXIT : %s : Invalid RTSP version found in response buffer\n");
+    response.version = DuplicateText(version).release();
+    if (response.version == nullptr)
+        return trace.Fail(false, "\tEXIT : %s :Memory Allocation Failed for RTSP version string\n");
+
+    response.statusCode = LeadingNumber(line);
+    std::string_view statusCode;
+    if (!Until(line, ' ', statusCode))
+        return trace.Fail(false, "\tEXIT : %s : RTSP Status not found in response buffer\n");
+    if (response.statusCode == 0)
+        return trace.Fail(false, "EXIT : %s :Problem in converting Ascii to Integer value \n");
+    response.reasonPhrase = DuplicateText(line).release();
+    if (response.reasonPhrase == nullptr)
+        return trace.Fail(false, "\tEXIT : %s :Memory Allocation Failed for reason string\n");
+    return true;
+}
+
+enum class HeaderLine { kTaken, kRefused, kNoMemory };
+
+// Kept: the name is everything before the first colon, untrimmed, and the character after the colon is skipped
+// whatever it is.
+HeaderLine ParseHeaderLine(const CallTrace &trace, std::string_view line, ResponseMsg &response) {
+    std::string_view name;
+    if (!Until(line, ':', name)) return HeaderLine::kTaken; // no header, nothing to store
+    if (!line.empty()) line.remove_prefix(1);
+
+    HeapText nameCopy = DuplicateText(name);
+    if (!nameCopy)
+        return trace.Fail(HeaderLine::kNoMemory,
+                          "\tEXIT : %s :Memory Allocation Failed for header's name buffer \n");
+    HeapText valueCopy = DuplicateText(line);
+    if (!valueCopy)
+        return trace.Fail(HeaderLine::kNoMemory,
+                          "\tEXIT : %s :Memory Allocation Failed for header's value buffer \n");
+    RTSPHeaderStruct &slot = response.headers[response.headerCount++];
+    slot.headerName = nameCopy.release();
+    slot.headerValue = valueCopy.release();
+
+    if (name != "CSeq") return HeaderLine::kTaken;
+    response.cSeq = static_cast<uint32_t>(LeadingNumber(line));
+    if (response.cSeq == 0)
+        return trace.Fail(HeaderLine::kRefused, "EXIT : %s :Problem in converting Ascii to Integer value \n");
+    return HeaderLine::kTaken;
+}
+
+std::string_view TextBeforeNul(const RecvBuffer &recvBuffer) {
+    return {recvBuffer.data, strnlen(recvBuffer.data, static_cast<std::size_t>(recvBuffer.length))};
+}
+
+} // namespace
+
+ResponseMsg *ClientParseMessage(const RecvBuffer *recvBuffer) {
+    constexpr ResponseMsg *kNone = nullptr;
+    const CallTrace trace(__func__);
+    if (recvBuffer == nullptr || recvBuffer->data == nullptr || recvBuffer->length < 0)
+        return trace.Fail(kNone, "\tEXIT : %s :Invalid input argument\n");
+    ResponseMsgPtr response(new (std::nothrow) ResponseMsg{});
+    if (!response) return trace.Fail(kNone, "\tEXIT : %s :Memory Allocation Failed for RTSP response message\n");
+
+    std::string_view text = TextBeforeNul(*recvBuffer);
+    std::string_view line; // stays empty, and without a version, when there is no line
+    NextLine(text, line);
+    if (!ParseStatusLine(trace, line, *response)) return nullptr;
+
+    // Kept: lines of a body that came with the headers are read like headers; there is no blank line to see.
+    while (response->headerCount < kHeaderSlots && NextLine(text, line)) {
+        const HeaderLine result = ParseHeaderLine(trace, line, *response);
+        if (result == HeaderLine::kRefused) return nullptr;
+        if (result == HeaderLine::kNoMemory) break; // the headers read so far are good enough to go on with
+    }
+    return response.release();
 }
 
 } // namespace rtsptap

@@ -1,7 +1,7 @@
-// A parsed response. Application thread only.
+// A response: read from the text of a reply. Application thread.
 #pragma once
 
-#include "rtsp/message/header_slots.h"
+#include "rtsp/message/header_list.h"
 
 #include <array>
 #include <cstdint>
@@ -29,5 +29,11 @@ struct ResponseMsgDeleter {
     void operator()(ResponseMsg *responseMsg) const;
 };
 using ResponseMsgPtr = std::unique_ptr<ResponseMsg, ResponseMsgDeleter>;
+
+struct RecvBuffer;
+struct ResponseMsg;
+
+// The caller owns the response and its reason phrase; null when the text is no response.
+ResponseMsg *ClientParseMessage(const RecvBuffer *recvBuffer);
 
 } // namespace rtsptap

@@ -1,8 +1,8 @@
 // Servers that mean no good. One reply of an otherwise good session is theirs; the method that gets it returns the
 // documented code in time, and Destroy leaves nothing behind. They are the lines of tests/data/hostile_servers.txt.
 // What any reply leads to is judged by rules: fuzz/exchange_fuzz.cpp.
-#include "rtsp/client/client_record.h"
-#include "rtsp/client/udp_ports.h"
+#include "rtsp/client/client.h"
+#include "rtsp/client/stream_sockets.h"
 #include "tests/support/captured_stdout.h"
 #include "tests/support/methods.h"
 #include "tests/support/rows.h"

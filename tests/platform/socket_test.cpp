@@ -1,4 +1,4 @@
-#include "platform/scope.h"
+#include "platform/system.h"
 #include "tests/support/captured_stdout.h"
 
 #include <gtest/gtest.h>

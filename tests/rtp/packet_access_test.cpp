@@ -1,4 +1,4 @@
-#include "rtp/receive_thread.h"
+#include "rtp/udp_reception.h"
 #include "tests/rtp/stream_fixture.h"
 #include "tests/support/session.h"
 

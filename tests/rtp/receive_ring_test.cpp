@@ -1,4 +1,4 @@
-#include "rtp/receive_ring.h"
+#include "rtp/packet_memory.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,5 @@
-#include "rtp/receiver_report.h"
-#include "rtp/rtcp_packet.h"
-#include "rtp/rtcp_send.h"
+#include "rtp/rtcp/rtcp_packet.h"
+#include "rtp/rtcp/rtcp_service.h"
 #include "tests/rtp/stream_fixture.h"
 #include "tests/support/captured_stdout.h"
 

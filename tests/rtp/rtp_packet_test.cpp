@@ -1,4 +1,4 @@
-#include "rtp/loss_accounting.h"
+#include "rtp/rtp_packet.h"
 #include "tests/rtp/stream_fixture.h"
 #include "tests/support/session.h"
 

@@ -3,10 +3,8 @@
 
 #include "rtp/packet_queue.h"
 #include "rtp/rtp_packet.h"
-#include "rtp/stream_lifecycle.h"
-#include "rtp/stream_record.h"
-#include "rtsp/client/client_record.h"
-#include "rtsp/client/registry.h"
+#include "rtp/stream.h"
+#include "rtsp/client/client.h"
 #include "tests/support/packet_builder.h"
 
 #include <gtest/gtest.h>

@@ -2,10 +2,8 @@
 #pragma once
 
 #include "platform/text.h"
-#include "rtp/stream_lifecycle.h"
-#include "rtp/stream_record.h"
-#include "rtsp/client/client_record.h"
-#include "sdp/sdp_field.h"
+#include "rtp/stream.h"
+#include "rtsp/client/client.h"
 #include "sdp/sdp_parser.h"
 
 namespace rtsptap::test {

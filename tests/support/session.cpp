@@ -1,6 +1,6 @@
 #include "tests/support/session.h"
 
-#include "rtsp/client/udp_ports.h"
+#include "rtsp/client/stream_sockets.h"
 #include "tests/support/own_network.h"
 
 #include <gtest/gtest.h>

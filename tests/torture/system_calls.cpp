@@ -1,6 +1,6 @@
 #include "tests/torture/system_calls.h"
 
-#include "rtsp/client/registry.h"
+#include "rtsp/client/client.h"
 
 #include <algorithm>
 #include <atomic>

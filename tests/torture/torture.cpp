@@ -3,7 +3,7 @@
 // limit, and after RTSPClientDestroy nothing is left.
 //
 //     rtsptap_torture answering_server.py sessions.txt short | NAME | K/N (every Nth session from the Kth on)
-#include "rtsp/client/udp_ports.h"
+#include "rtsp/client/stream_sockets.h"
 #include "rtsptap.h"
 #include "tests/support/child_process.h"
 #include "tests/support/own_network.h"

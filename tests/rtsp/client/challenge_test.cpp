@@ -1,10 +1,8 @@
 #include "platform/text.h"
-#include "rtsp/client/challenge.h"
-#include "rtsp/client/client_record.h"
-#include "rtsp/message/authorization.h"
-#include "rtsp/message/recv_buffer.h"
+#include "rtsp/message/authentication.h"
+#include "rtsp/client/client.h"
+#include "rtp/interleaved/connection.h"
 #include "rtsp/message/response.h"
-#include "rtsp/message/response_parse.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // Sessions over UDP from PLAY on: threads, media, pause, teardown, receiver reports.
-#include "rtp/stream_record.h"
-#include "rtsp/client/client_record.h"
+#include "rtp/stream.h"
+#include "rtsp/client/client.h"
 #include "tests/support/session.h"
 
 #include <gtest/gtest.h>

@@ -1,6 +1,5 @@
-#include "rtsp/message/base64.h"
-
 #include "platform/text.h"
+
 #include "rtsptap.h"
 
 #include <gtest/gtest.h>

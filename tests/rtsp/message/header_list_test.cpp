@@ -1,5 +1,4 @@
 #include "rtsp/message/header_list.h"
-#include "rtsp/message/header_slots.h"
 #include "tests/support/captured_stdout.h"
 #include "tests/support/rows.h"
 #include "tests/support/session.h"

@@ -1,5 +1,5 @@
-#include "rtsp/message/header_slots.h"
-#include "rtsp/message/header_validation.h"
+#include "rtsp/message/header_list.h"
+#include "rtsp/message/header_rules.h"
 #include "tests/support/captured_stdout.h"
 #include "tests/support/rows.h"
 #include "tests/support/session.h"

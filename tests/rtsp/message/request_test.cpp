@@ -1,7 +1,6 @@
 // The requests of a whole session, byte for byte: tests/rtsp/client/connection_test.cpp.
-#include "rtsp/client/client_record.h"
+#include "rtsp/client/client.h"
 #include "rtsp/message/request.h"
-#include "rtsp/message/request_build.h"
 #include "tests/support/captured_stdout.h"
 #include "tests/support/session.h"
 

@@ -1,8 +1,7 @@
-#include "rtsp/client/client_record.h"
-#include "rtsp/message/recv_buffer.h"
+#include "rtsp/client/client.h"
+#include "rtp/interleaved/connection.h"
 #include "rtsp/message/response.h"
-#include "rtsp/message/response_parse.h"
-#include "rtsp/message/response_read.h"
+#include "rtsp/client/reply_source.h"
 #include "tests/support/captured_stdout.h"
 #include "tests/support/rows.h"
 

@@ -1,0 +1,247 @@
+// The exported wrappers over threads, mutexes, condition variables, time and sockets.
+#include "platform/system.h"
+
+#include "platform/archive_names.h"
+#include "rtsptap.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <ctime>
+#include <unistd.h>
+
+using namespace rtsptap;
+
+// ---- threads, and the one signal the library cares about ----
+
+int ThreadCreate(pthread_t *threadId, void *(*startRoutine)(void *), void *argument) {
+    if (threadId == nullptr || startRoutine == nullptr) return RTSP_FAILURE;
+    return pthread_create(threadId, nullptr, startRoutine, argument) == 0 ? RTSP_SUCCESS : RTSP_FAILURE;
+}
+
+// Ending a thread unwinds its frames by force: this one holds nothing and must not become noexcept.
+// Kept: the status is not handed on, but the address of a local: nobody joins for a value.
+void ThreadExit(int /*status*/) {
+    int exitValue = 0;
+    pthread_exit(&exitValue);
+}
+
+int ThreadDetach(pthread_t threadId) {
+    if (threadId == 0) return RTSP_FAILURE;
+    return pthread_detach(threadId) == 0 ? RTSP_SUCCESS : RTSP_FAILURE;
+}
+
+int WaitForThreadCompletion(pthread_t threadId) {
+    if (threadId == 0) return RTSP_FAILURE;
+    return pthread_join(threadId, nullptr) == 0 ? RTSP_SUCCESS : RTSP_FAILURE;
+}
+
+void HandleSignal(void) { std::signal(SIGPIPE, SIG_IGN); }
+
+RTSPTAP_WEAK_NAME(ThreadCreate)
+RTSPTAP_WEAK_NAME(ThreadExit)
+RTSPTAP_WEAK_NAME(ThreadDetach)
+RTSPTAP_WEAK_NAME(WaitForThreadCompletion)
+RTSPTAP_WEAK_NAME(HandleSignal)
+
+// ---- mutexes and condition variables ----
+
+namespace {
+
+int ZeroOrFailure(int systemResult) { return systemResult == 0 ? RTSP_SUCCESS : RTSP_FAILURE; }
+
+// The failure lines of condition variables carry no prefix.
+int FailedLine(const char *line) {
+    std::puts(line);
+    return RTSP_FAILURE;
+}
+
+int WaitUntil(pthread_cond_t *condition, pthread_mutex_t *mutex, clockid_t clock, const timespec &deadline) {
+    int result = -1;
+    if (condition != nullptr && mutex != nullptr)
+        result = pthread_cond_clockwait(condition, mutex, clock, &deadline);
+    if (result == ETIMEDOUT) {
+        RtpRtspErrorPrint("No data received in 5 sec ...\n");
+        return RTSP_FAILURE;
+    }
+    if (result < 0) {
+        RtpRtspErrorPrint("Unable to wait for condition variable\n");
+        return RTSP_FAILURE;
+    }
+    return RTSP_SUCCESS;
+}
+
+} // namespace
+
+int MutexInit(pthread_mutex_t *mutex) {
+    const int result = mutex == nullptr ? EINVAL : pthread_mutex_init(mutex, nullptr);
+    if (result == 0) return RTSP_SUCCESS;
+    std::printf("%s:", __func__);
+    errno = result; // POSIX threads return their errors, perror reads them from errno
+    std::perror("Err in pthread_mutex_init: ");
+    return RTSP_FAILURE;
+}
+
+int MutexLock(pthread_mutex_t *mutex) {
+    return mutex == nullptr ? RTSP_FAILURE : ZeroOrFailure(pthread_mutex_lock(mutex));
+}
+
+int MutexUnlock(pthread_mutex_t *mutex) {
+    return mutex == nullptr ? RTSP_FAILURE : ZeroOrFailure(pthread_mutex_unlock(mutex));
+}
+
+int MutexDestroy(pthread_mutex_t *mutex) {
+    return mutex == nullptr ? RTSP_FAILURE : ZeroOrFailure(pthread_mutex_destroy(mutex));
+}
+
+int InitConditionVar(pthread_cond_t *condition) {
+    const int result = condition == nullptr ? -1 : pthread_cond_init(condition, nullptr);
+    return result < 0 ? FailedLine("Unable to initialize condition variable") : RTSP_SUCCESS;
+}
+
+int SignalOnConditionVar(pthread_cond_t *condition) {
+    const int result = condition == nullptr ? -1 : pthread_cond_signal(condition);
+    return result < 0 ? FailedLine("Unable to signal on condition variable") : RTSP_SUCCESS;
+}
+
+int DestroyConditionVar(pthread_cond_t *condition) {
+    const int result = condition == nullptr ? -1 : pthread_cond_destroy(condition);
+    return result < 0 ? FailedLine("Unable to destroy condition variable") : RTSP_SUCCESS;
+}
+
+int rtsptap::WaitForConditionUntil(pthread_cond_t *condition, pthread_mutex_t *mutex, uint64_t deadlineMs) {
+    return WaitUntil(condition, mutex, CLOCK_MONOTONIC,
+                     {static_cast<time_t>(deadlineMs / 1000), static_cast<long>(deadlineMs % 1000) * 1000000});
+}
+
+int WaitForConditionVar(pthread_cond_t *condition, pthread_mutex_t *mutex) {
+    constexpr time_t kWaitSeconds = rtsptap::kConditionWaitMs / 1000;
+    uint32_t seconds = 0;
+    uint32_t microseconds = 0;
+    GetPresentTimeInSec(&seconds, &microseconds);
+    return WaitUntil(condition, mutex, CLOCK_REALTIME, {time_t{seconds} + kWaitSeconds, long{microseconds} * 1000});
+}
+
+RTSPTAP_WEAK_NAME(MutexInit)
+RTSPTAP_WEAK_NAME(MutexLock)
+RTSPTAP_WEAK_NAME(MutexUnlock)
+RTSPTAP_WEAK_NAME(MutexDestroy)
+RTSPTAP_WEAK_NAME(InitConditionVar)
+RTSPTAP_WEAK_NAME(SignalOnConditionVar)
+RTSPTAP_WEAK_NAME(DestroyConditionVar)
+RTSPTAP_WEAK_NAME(WaitForConditionVar)
+
+// ---- the wall clock, and sleeping ----
+
+uint64_t GetTimeValue(void) {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1000000;
+}
+
+int GetPresentTimeInSec(uint32_t *seconds, uint32_t *microseconds) {
+    timespec now{};
+    if (clock_gettime(CLOCK_REALTIME, &now) != 0) return RTSP_FAILURE;
+    if (seconds != nullptr) *seconds = static_cast<uint32_t>(now.tv_sec);
+    if (microseconds != nullptr) *microseconds = static_cast<uint32_t>(now.tv_nsec / 1000);
+    return RTSP_SUCCESS;
+}
+
+int MSecDelay(uint32_t milliseconds) {
+    const timespec delay{static_cast<time_t>(milliseconds / 1000),
+                         static_cast<long>(milliseconds % 1000) * 1000000};
+    return nanosleep(&delay, nullptr);
+}
+
+RTSPTAP_WEAK_NAME(GetTimeValue)
+RTSPTAP_WEAK_NAME(GetPresentTimeInSec)
+RTSPTAP_WEAK_NAME(MSecDelay)
+
+// ---- receiving with retry, and closing ----
+
+namespace {
+
+// Printing may change errno, which holds the error to be told.
+void PrintSystemError(int error) {
+    errno = error;
+    std::perror(nullptr);
+}
+
+int ReceiveFromStream(int sockfd, void *buf, int len, int flags) {
+    int result = RTSP_FAILURE;
+    int error = EINVAL; // a negative length
+    while (len >= 0) {
+        result = static_cast<int>(recv(sockfd, buf, static_cast<size_t>(len), flags));
+        error = errno;
+        if (result >= 0 || !rtsptap::IsInterrupted(error)) break;
+        RtpRtspInfoPrint("TCP recv function error in linux: Err :%d Retval: %d \n", error, result);
+        PrintSystemError(error);
+    }
+    errno = error;
+    return result;
+}
+
+void PrintNothingReceived(int result) {
+    const int error = errno;
+    if (result == 0) RtpRtspInfoPrint("Connection was closed by server\n");
+    if (result < 0) RtpRtspInfoPrint("Connection error %d\n", result);
+    errno = error;
+}
+
+} // namespace
+
+// Kept: 29 (ESPIPE) is retried like an interruption.
+bool rtsptap::IsInterrupted(int error) { return error == EINTR || error == ESPIPE; }
+
+int rtsptap::ReceiveDatagram(int sockfd, void *buf, int len, int flags, sockaddr *srcAddr, socklen_t *srcAddrLen) {
+    if (len < 0) {
+        errno = EINVAL;
+        return RTSP_FAILURE;
+    }
+    // MSG_TRUNC: the datagram's own size, also when it does not fit.
+    const auto result =
+        static_cast<int>(recvfrom(sockfd, buf, static_cast<size_t>(len), MSG_TRUNC | flags, srcAddr, srcAddrLen));
+    if (result > len)
+        RtpRtspInfoPrint("Received data packet is greater than MTU size so changing MTU size; "
+                         "retValue:%d, dataSize:%d\n",
+                         result, len);
+    return result;
+}
+
+int UDPSockRecv(int sockfd, void *buf, int len, struct sockaddr *srcAddr, socklen_t *srcAddrLen) {
+    for (;;) {
+        const int result = rtsptap::ReceiveDatagram(sockfd, buf, len, 0, srcAddr, srcAddrLen);
+        const int error = errno;
+        if (result >= 0 || !rtsptap::IsInterrupted(error)) return result;
+        RtpRtspInfoPrint("UDP recv function error in linux: Err :%d Retval: %d \n", error, result);
+        PrintSystemError(error);
+    }
+}
+
+int rtsptap::ReceiveBytes(int sockfd, void *buf, int len, int flags) {
+    const int result = ReceiveFromStream(sockfd, buf, len, flags);
+    if (result >= 0 || errno != EAGAIN) PrintNothingReceived(result);
+    return result;
+}
+
+int TCPSockRecv(int sockfd, void *buf, int len) {
+    const int result = ReceiveFromStream(sockfd, buf, len, 0);
+    PrintNothingReceived(result);
+    return result;
+}
+
+void CloseSock(int fd) {
+    if (fd == -1) return;
+    shutdown(fd, SHUT_RDWR); // wakes a thread that is blocked on it, which close alone does not
+    close(fd);
+}
+
+int CloseServerSock(int fd) {
+    CloseSock(fd);
+    return RTSP_SUCCESS;
+}
+
+RTSPTAP_WEAK_NAME(UDPSockRecv)
+RTSPTAP_WEAK_NAME(TCPSockRecv)
+RTSPTAP_WEAK_NAME(CloseSock)
+RTSPTAP_WEAK_NAME(CloseServerSock)

@@ -1,0 +1,279 @@
+// The application's side of the packet queues, as exported: take, look, give back, figures, settings.
+// Application threads, one reader per stream; receive threads read the settings.
+#include "platform/printers.h"
+#include "platform/system.h"
+#include "rtp/interleaved/interleaved_service.h"
+#include "rtp/packet_memory.h"
+#include "rtp/packet_queue.h"
+#include "rtp/stream.h"
+#include "rtp/udp_reception.h"
+#include "rtsp/client/client.h"
+
+#include <cstdint>
+
+namespace rtsptap {
+
+struct RTSPClient;
+
+// The client of a call that names a stream by codec type, or null after the failure line was printed.
+// `packetGiven` is false when the packet to free is null, which is checked before the handle.
+RTSPClient *CheckPacketCall(const CallTrace &trace, intptr_t clientHandle, int32_t codecType,
+                            bool packetGiven = true);
+
+namespace {
+
+// A reader found its stream just before the session ended.
+bool SessionIsOver(const RTSPClient &client) { return client.streamCount.load(std::memory_order_seq_cst) == 0; }
+
+// Sleeps until any datagram or frame has been handled, accepted or not, or reception ends. Both are looked at once
+// more under signalLock, where no signal can slip by.
+void SleepUntilSignalled(RTSPStreamInfo &stream, uint32_t endsBefore, uint64_t deadlineMs) {
+    ReceiveTurn &turn = stream.receiving ? stream.client->turn : stream.turn;
+    const ScopedLock lock(stream.signalLock);
+    stream.handledBeforeWait = stream.handled.load(std::memory_order_acquire);
+    stream.waitingReaders.fetch_add(1, std::memory_order_seq_cst);
+    turn.sleepers.fetch_add(1, std::memory_order_relaxed);
+    const bool isOver = stream.receptionsEnded.load(std::memory_order_seq_cst) != endsBefore;
+    if (stream.packetListHead.load(std::memory_order_seq_cst) == nullptr && !isOver &&
+        !SessionIsOver(*stream.client))
+        WaitForConditionUntil(&stream.dataCondition, &stream.signalLock, deadlineMs);
+    turn.sleepers.fetch_sub(1, std::memory_order_relaxed);
+    stream.waitingReaders.fetch_sub(1, std::memory_order_seq_cst);
+}
+
+// Waits once, without a loop: the caller then looks again.
+void WaitForPacket(RTSPStreamInfo &stream) {
+    if (stream.packetListHead.load(std::memory_order_acquire) != nullptr) return;
+    const uint32_t endsBefore = stream.receptionsEnded.load(std::memory_order_seq_cst);
+    const uint64_t deadlineMs = MonotonicMs() + kConditionWaitMs;
+    TurnEnd end = ReceiveAsReader(stream, deadlineMs);
+    if (end == TurnEnd::kNotDone) end = ServeAsReader(stream, deadlineMs);
+    if (end == TurnEnd::kNotDone) SleepUntilSignalled(stream, endsBefore, deadlineMs);
+}
+
+// Kept: underflowLimit alone decides. A queue that has reached targetLatency is held back all the same.
+bool IsHeldBack(RTSPStreamInfo &stream, const RTPStreamData &head) {
+    const RTSPClient &client = *stream.client;
+    if (client.targetLatency.load(std::memory_order_relaxed) == 0) return false;
+    const int64_t underflow = client.underflowLimit.load(std::memory_order_relaxed) * kTicksPerMs;
+    stream.buffering = TimestampSpan(*stream.packetListTail, head) > underflow ? 0 : 1;
+    return stream.buffering == 1;
+}
+
+// The packet that may be handed out now, or null. The caller holds packetListLock.
+RTPStreamData *DeliverableHead(RTSPStreamInfo &stream) {
+    FreeDeferredPacket(stream);
+    RTPStreamData *const head = stream.packetListHead.load(std::memory_order_relaxed);
+    return head == nullptr || IsHeldBack(stream, *head) ? nullptr : head;
+}
+
+using HandOut = RTPStreamData *(*)(RTSPStreamInfo &stream);
+
+RTPStreamData *ShowHead(RTSPStreamInfo &stream) {
+    const ScopedShortLock lock(stream.packetListLock);
+    RTPStreamData *const head = DeliverableHead(stream);
+    if (head != nullptr) stream.peekedPacket = head;
+    return head;
+}
+
+RTPStreamData *TakeDeliverableHead(RTSPStreamInfo &stream) {
+    const ScopedShortLock lock(stream.packetListLock);
+    RTPStreamData *const head = DeliverableHead(stream);
+    if (head == nullptr) return nullptr;
+    HoldRing(stream); // before it leaves the queue: at no moment does the packet's place in the ring look unused
+    if (head == stream.peekedPacket) stream.peekedPacket = nullptr;
+    return TakeHead(stream);
+}
+
+int32_t HandOutPacket(const CallTrace &trace, intptr_t clientHandle, RTPStreamData **streamData, int32_t codecType,
+                      HandOut handOut) {
+    DebugPrint(kDebugEntry, "Input: clientHandle      : %d\n", PrintableHandle(clientHandle));
+    const RTSPClient *const client = CheckPacketCall(trace, clientHandle, codecType);
+    if (client == nullptr) return RTSP_INVALID_ARGUMENT;
+    if (streamData == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s : NULL RTPStreamData \n");
+    RTSPStreamInfo *const stream = FindStreamByCodec(*client, codecType);
+    if (stream == nullptr) return RTSP_SUCCESS;
+    WaitForPacket(*stream);
+    RTPStreamData *const packet = handOut(*stream);
+    if (packet == nullptr) return RTSP_FAILURE;
+    *streamData = packet;
+    return RTSP_SUCCESS;
+}
+
+// The stream whose ring the packet lies in, whatever codec it is freed with and however long its session is over.
+// Null for a packet of another client, which may be gone: its streams are not looked at.
+RTSPStreamInfo *FindOwner(const RTSPClient &client, RTPStreamData &packet, int32_t codecType) {
+    const ReceiveRing *const ring = ClaimOf(packet).ring;
+    RTSPStreamInfo *const named = FindStreamByCodec(client, codecType);
+    return named != nullptr && ring == &named->ring ? named : FindStreamByRing(client, ring);
+}
+
+void GiveBack(RTSPStreamInfo &stream, RTPStreamData *packet) {
+    stream.ring.readIndex.store(ClaimOf(*packet).end - stream.ring.storage, std::memory_order_release);
+    ReturnPacketRecord(stream.pool, packet);
+    LetGoOfRing(stream); // at last: it may be what kept ring and pool
+}
+
+} // namespace
+
+// Kept: a bad codec type gets the handle's message.
+RTSPClient *CheckPacketCall(const CallTrace &trace, intptr_t clientHandle, int32_t codecType, bool packetGiven) {
+    RTSPClient *const none = nullptr;
+    if (clientHandle == 0) return trace.Fail(none, "EXIT : %s :Invalid Client Handle\n");
+    if (!IsCodecType(codecType)) return trace.Fail(none, "EXIT : %s :Invalid Client Handle\n");
+    if (!packetGiven) return trace.Fail(none, "EXIT : %s :Invalid Client Handle\n");
+    RTSPClient *const client = LiveClient(clientHandle);
+    if (client == nullptr) return trace.Fail(none, "EXIT : %s : Argument error. Invalid handle in stack.\n");
+    return client;
+}
+
+// ---- figures ----
+
+namespace {
+
+constexpr uint32_t kVideoClockRate = 90000;
+
+RTSPClient *CheckFigureCall(const CallTrace &trace, intptr_t clientHandle, int32_t codecType) {
+    RTSPClient *const none = nullptr;
+    DebugPrint(kDebugEntry, "Input: clientHandle      : %d\n", PrintableHandle(clientHandle));
+    if (clientHandle == 0) return trace.Fail(none, "EXIT : %s :Invalid Client Handle \n");
+    if (!IsCodecType(codecType)) return trace.Fail(none, "EXIT : %s :Invalid Codec Type \n");
+    RTSPClient *const client = LiveClient(clientHandle);
+    if (client == nullptr) return trace.Fail(none, "EXIT : %s : Argument error. Invalid handle in stack.\n");
+    return client;
+}
+
+// The last stream of the description with that codec, where packet access takes the first.
+const RTSPStreamInfo *LastStreamByCodec(const RTSPClient &client, int32_t codecType) {
+    const RTSPStreamInfo *found = nullptr;
+    const RTSPStreamInfo *stream = client.streamList.load(std::memory_order_acquire);
+    for (int32_t left = client.streamCount.load(std::memory_order_acquire); stream != nullptr && left > 0; --left) {
+        if (stream->codecType.load(std::memory_order_acquire) == codecType) found = stream;
+        stream = stream->next.load(std::memory_order_acquire);
+    }
+    return found;
+}
+
+// 32-bit arithmetic throughout; divided as signed 64-bit numbers, where no pair of values traps.
+uint32_t InVideoClock(uint32_t audioTimestamp, int32_t audioClockRate) {
+    if (audioClockRate == 0) return 0;
+    const auto product = static_cast<int32_t>(audioTimestamp * kVideoClockRate);
+    return static_cast<uint32_t>(int64_t{product} / audioClockRate);
+}
+
+uint32_t ReportedTimestamp(const RTSPStreamInfo &stream) {
+    return stream.srRtpTimestamp.load(std::memory_order_relaxed);
+}
+
+} // namespace
+
+} // namespace rtsptap
+
+using namespace rtsptap;
+
+int32_t RTPClientPeekRTPStreamData(intptr_t clientHandle, RTPStreamData **streamData, int32_t codecType) {
+    return HandOutPacket(CallTrace(__func__), clientHandle, streamData, codecType, ShowHead);
+}
+
+int32_t RTPClientGetRTPStreamData(intptr_t clientHandle, RTPStreamData **streamData, int32_t codecType) {
+    return HandOutPacket(CallTrace(__func__), clientHandle, streamData, codecType, TakeDeliverableHead);
+}
+
+int32_t RTPClientFreeRTPStreamData(intptr_t clientHandle, RTPStreamData *streamData, int32_t codecType) {
+    const CallTrace trace(__func__);
+    DebugPrint(kDebugEntry, "Input: RTPStreamData     : %d\n", PrintableHandle(streamData));
+    const RTSPClient *const client = CheckPacketCall(trace, clientHandle, codecType, streamData != nullptr);
+    if (client == nullptr) return RTSP_INVALID_ARGUMENT;
+    RTSPStreamInfo *const owner = FindOwner(*client, *streamData, codecType);
+    if (owner != nullptr)
+        GiveBack(*owner, streamData);
+    else
+        FreePacketRecord(streamData);
+    return RTSP_SUCCESS;
+}
+
+int32_t RTPClientGetTSOffset(intptr_t clientHandle, int32_t codecType, uint32_t *tsOffset, int32_t audioClockRate) {
+    const CallTrace trace(__func__);
+    const RTSPClient *const client = CheckPacketCall(trace, clientHandle, codecType);
+    if (client == nullptr) return RTSP_INVALID_ARGUMENT;
+    const RTSPStreamInfo *const audio = LastStreamByCodec(*client, RTP_CODEC_MPEG4_GENERIC);
+    const RTSPStreamInfo *const video = LastStreamByCodec(*client, RTP_CODEC_H264);
+    if (audio == nullptr && video == nullptr) return RTSP_FAILURE;
+    if (codecType == RTP_CODEC_H264 && audio == nullptr) return RTSP_FAILURE;
+    if (codecType != RTP_CODEC_MPEG4_GENERIC) return RTSP_SUCCESS;
+    if (audio == nullptr || video == nullptr) return RTSP_FAILURE;
+    if (tsOffset == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid input argument\n");
+    *tsOffset = InVideoClock(ReportedTimestamp(*audio), audioClockRate) - ReportedTimestamp(*video);
+    return RTSP_SUCCESS;
+}
+
+int32_t RTPClientGetNbOfPktInBuffer(intptr_t clientHandle, int32_t codecType) {
+    const CallTrace trace(__func__);
+    const RTSPClient *const client = CheckFigureCall(trace, clientHandle, codecType);
+    if (client == nullptr) return RTSP_INVALID_ARGUMENT;
+    const RTSPStreamInfo *const stream = FindStreamByCodec(*client, codecType);
+    return stream != nullptr ? stream->packetCount.load(std::memory_order_relaxed) : RTSP_FAILURE;
+}
+
+// Kept: every failure is 0 here, like an empty queue.
+int32_t RTPClientGetStreamPktCount(intptr_t clientHandle, int32_t codecType) {
+    const CallTrace trace(__func__);
+    const RTSPClient *const client = CheckFigureCall(trace, clientHandle, codecType);
+    if (client == nullptr) return 0;
+    RTSPStreamInfo *const stream = FindStreamByCodec(*client, codecType);
+    if (stream == nullptr) return 0;
+    const ScopedLock lock(stream->packetListLock);
+    const RTPStreamData *const head = stream->packetListHead.load(std::memory_order_relaxed);
+    return head != nullptr ? static_cast<int32_t>(head->packetIndex) : 0;
+}
+
+// ---- settings ----
+
+int32_t RTPClientConfigLatency(intptr_t clientHandle, int32_t tLInMS, int32_t uFInMS, int32_t oFInMS) {
+    const CallTrace trace(__func__);
+    DebugPrint(kDebugEntry, "Input: : clientHandle %d\n", PrintableHandle(clientHandle));
+    DebugPrint(kDebugEntry, "Input: : tLInMS %d\n", tLInMS);
+    DebugPrint(kDebugEntry, "Input: : uFInMS %d\n", uFInMS);
+    DebugPrint(kDebugEntry, "Input: : oFInMS %d\n", oFInMS);
+    const bool negative = tLInMS < 0 || uFInMS < 0 || oFInMS < 0;
+    if (negative || uFInMS > oFInMS || uFInMS > tLInMS || oFInMS < tLInMS)
+        return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid Input arguments\n");
+    RTSPClient *const client = LiveClient(clientHandle);
+    if (client == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid client handle\n");
+
+    client->targetLatency = tLInMS;
+    client->underflowLimit = uFInMS;
+    client->overflowLimit = oFInMS;
+    RtpRtspInfoPrint("Target Latency : %d \n", tLInMS);
+    RtpRtspInfoPrint("Underflow Condition : %d \n", uFInMS);
+    RtpRtspInfoPrint("Overflow  Condition : %d \n", oFInMS);
+    return RTSP_SUCCESS;
+}
+
+int32_t RTSPTapSetRtcpCallback(intptr_t clientHandle, RTSPTapRtcpCallback callback, void *context) {
+    const CallTrace trace(__func__);
+    RTSPClient *const client = LiveClient(clientHandle);
+    if (client == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid Client Handle\n");
+    const bool used = client->connected != 0 || client->cSeq != 0 || client->streamList != nullptr;
+    if (used) return trace.Fail(RTSP_FAILURE, "EXIT : %s :Client has connected before\n");
+    client->rtcpCallback = callback;
+    client->rtcpContext = context;
+    return RTSP_SUCCESS;
+}
+
+int32_t RTPClientSetAudioVideoBufferSize(intptr_t clientHandle, int32_t videoBufferSize, int32_t audioBufferSize) {
+    const CallTrace trace(__func__);
+    DebugPrint(kDebugEntry, "Input:  videoBufferSize    : %d\n", videoBufferSize);
+    DebugPrint(kDebugEntry, "Input:  audioBufferSize    : %d\n", audioBufferSize);
+    if (clientHandle == 0 || videoBufferSize < 0 || audioBufferSize < 0)
+        return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid Client Handle\n");
+    RTSPClient *const client = LiveClient(clientHandle);
+    if (client == nullptr)
+        return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s : Argument error. Invalid handle in stack.\n");
+
+    client->videoBufferSize = videoBufferSize;
+    client->audioBufferSize = audioBufferSize;
+    RtpRtspInfoPrint("Setting Video Buffer Size : %d and Audio Buffer Size : %d \n", videoBufferSize,
+                     audioBufferSize);
+    return RTSP_SUCCESS;
+}

@@ -1,0 +1,85 @@
+// Where a received packet lives: its bytes in the stream's receive ring, its record from the stream's pool.
+#pragma once
+
+#include "rtsptap.h"
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+
+namespace rtsptap {
+
+// The longest offset that a packet's own header can claim for its payload: (15 + 3) * 4 bytes of header and
+// CSRCs, 4 of extension header, 0x3FFF * 4 of extension. Zeroed slack of that size behind the ring keeps
+// every payload pointer inside the allocation.
+inline constexpr std::size_t kRingSlackBytes = 72 + 4 + 0x3FFF * 4;
+
+struct ReceiveRing {
+    // Receive thread only, except that the pointer and size are constant while packets are out.
+    uint8_t *storage = nullptr; // owned, free(); size + kRingSlackBytes bytes
+    int64_t size = 0;           // bytes that packets may use
+    int64_t writeIndex = 0;     // where the next packet is received
+    int64_t bufferEnd = 0;      // end of the current pass
+
+    std::atomic<int64_t> readIndex{0}; // just past the last packet given back; application writes, thread resets
+};
+
+enum class RingRoom {
+    kReady,      // a packet of up to `room` bytes may be received at `writeIndex`
+    kWrapped,    // the same, after going back to the start
+    kFullBehind, // full: the writer stands close behind the reader
+    kFullAtEnd   // full: neither the end nor the start has room
+};
+
+struct RingPlace {
+    RingRoom verdict = RingRoom::kFullBehind;
+    int64_t room = 0; // contiguous bytes at writeIndex, at most the MTU
+};
+
+// Decides where the next packet goes. `mtu` in bytes, at least 1.
+RingPlace PlaceNextPacket(ReceiveRing &ring, uint32_t mtu);
+
+// Treats the ring as empty: nothing in it is queued or held any more.
+void EmptyRing(ReceiveRing &ring);
+
+// Gives the ring a storage of `size` bytes, zeroed; false when memory is short (the ring then has none).
+bool AllocateRing(ReceiveRing &ring, int32_t size);
+void ReleaseRing(ReceiveRing &ring);
+
+struct ReceiveRing;
+
+struct PacketPool {
+    std::atomic<RTPStreamData *> returned{nullptr}; // pushed by whoever frees
+    RTPStreamData *ready = nullptr;                 // receive thread only
+    std::atomic<int64_t> extensionBytes{0};         // in the extensions of records that are out
+};
+
+// The bytes of the receive ring that a packet gives back when it is freed. Packets are freed in the order
+// of the queue, which after reordering is not that of the ring: a packet that was moved ahead gives back
+// nothing, and the last one behind it gives back its bytes as well.
+struct RingClaim {
+    const ReceiveRing *ring = nullptr; // where the bytes lie
+    const uint8_t *begin = nullptr;
+    const uint8_t *end = nullptr;
+};
+
+// The claim of a record that came from TakePacketRecord.
+RingClaim &ClaimOf(RTPStreamData &packet);
+
+// A cleared record with its RTPHeader attached, or null when memory is short.
+RTPStreamData *TakePacketRecord(PacketPool &pool);
+
+// Gives the record an extension of `length` zeros. False when memory is short, or when the pool's other records
+// have so much that together it would be more than `limit` bytes.
+bool AllocateExtension(PacketPool &pool, RTPStreamData &packet, uint16_t length, int64_t limit);
+
+// Frees the extension copy and keeps the record for the next packet.
+void ReturnPacketRecord(PacketPool &pool, RTPStreamData *packet);
+
+// Frees a record for good, with its extension copy.
+void FreePacketRecord(RTPStreamData *packet);
+
+// Frees every record in the pool. No other thread may use it any more.
+void DrainPacketPool(PacketPool &pool);
+
+} // namespace rtsptap

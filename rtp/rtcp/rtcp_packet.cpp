@@ -1,0 +1,212 @@
+
+#include "rtp/rtcp/rtcp_packet.h"
+
+#include "platform/printers.h"
+#include "platform/wire.h"
+#include "rtp/stream.h"
+#include "rtsp/client/client.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <unistd.h>
+
+namespace rtsptap {
+
+// ---- read ----
+
+namespace {
+
+// RFC 3550, 6.4.1; every kind of packet starts with these first four bytes:
+//
+//      0                   1                   2                   3
+//      0 1 2 3 4 5 6 7 8 9 0 1 2 3 4 5 6 7 8 9 0 1 2 3 4 5 6 7 8 9 0 1
+//     +-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+
+//   0 |V=2|P|   RC    |   PT=SR=200   |            length             |
+//   4 |                        SSRC of sender                         |
+//   8 |              NTP timestamp, most significant word             |
+//  12 |             NTP timestamp, least significant word             |
+//  16 |                         RTP timestamp                         |
+//  20 |                     sender's packet count                     |
+//  24 |                      sender's octet count                     |
+//     +-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+
+constexpr int kRtcpVersion = 2;
+
+enum RtcpType : uint8_t {
+    kSenderReport = 200,
+    kReceiverReport = 201,
+    kSourceDescription = 202,
+    kBye = 203,
+    kIgnored = 100 // Kept: no RTCP type, yet accepted and answered like a receiver report.
+};
+
+void KeepSenderReport(RTSPStreamInfo &stream, const wire::ReceivedBytes &bytes) {
+    stream.srHeader = bytes.U32(0);
+    stream.srSenderSsrc = bytes.U32(4);
+    stream.srNtpMsw = bytes.U32(8);
+    stream.srNtpLsw = bytes.U32(12);
+    stream.srRtpTimestamp.store(bytes.U32(16), std::memory_order_relaxed);
+    stream.srPacketCount = bytes.U32(20);
+    stream.srOctetCount = bytes.U32(24);
+}
+
+} // namespace
+
+int32_t ParseRtcpPacket(RTSPStreamInfo *stream, const uint8_t *packet, int32_t size) {
+    DebugPrint(kDebugEntry, "\nENTER: ParseRtcpPacket streamInfoPtr = %d\n\tpacketData = %d\n\tpacketSize = %d",
+               PrintableHandle(stream), PrintableHandle(packet), size);
+    ShowRtcp(*stream, false, packet, size);
+    const wire::ReceivedBytes bytes({packet, size > 0 ? static_cast<std::size_t>(size) : 0});
+    const int version = bytes.U8(0) >> 6;
+    const uint8_t type = bytes.U8(1);
+    if (version != kRtcpVersion) {
+        RtpRtspErrorPrint("Invalid RTCP Version : %d Found \n", version);
+        return RTSP_FAILURE;
+    }
+    switch (type) {
+    case kSenderReport:
+        KeepSenderReport(*stream, bytes);
+        break;
+    case kBye:
+        std::puts("Received RTCP Bye packet");
+        break;
+    case kReceiverReport:
+    case kIgnored:
+        break;
+    default:
+        RtpRtspErrorPrint("Packet type not supported : %d \n", type);
+        return RTSP_FAILURE;
+    }
+    DebugPrint(kDebugEntry, "\tEXIT : \n\tReturning Successfully");
+    return RTSP_SUCCESS;
+}
+
+void ShowRtcp(const RTSPStreamInfo &stream, bool isSent, const uint8_t *packet, int32_t size) {
+    const RTSPClient *const client = stream.client;
+    if (client == nullptr || client->rtcpCallback == nullptr || size <= 0) return;
+    int32_t number = 1;
+    for (const RTSPStreamInfo *other = client->streamList; other != nullptr && other != &stream;
+         other = other->next)
+        ++number;
+    client->rtcpCallback(client->rtcpContext, number, isSent ? 1 : 0, packet, static_cast<uint32_t>(size));
+}
+
+void ClearSenderReport(RTSPStreamInfo &stream) { KeepSenderReport(stream, wire::ReceivedBytes({})); }
+
+// ---- written ----
+
+namespace {
+
+//      0                   1                   2                   3
+//      0 1 2 3 4 5 6 7 8 9 0 1 2 3 4 5 6 7 8 9 0 1 2 3 4 5 6 7 8 9 0 1
+//     +-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+
+//   0 |V=2|0|  RC=1   |   PT=RR=201   |           length=7            |
+//   4 |                           our SSRC                            |
+//   8 |                     SSRC of the sender                        |
+//  12 | fraction lost |       cumulative number of packets lost       |
+//  16 |           extended highest sequence number received           |
+//  20 |                 interarrival jitter, always 0                 |
+//  24 |                    last SR, middle 32 bits                    |
+//  28 |     delay since last SR: 1, or 0 when none was received       |
+//     +-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+
+//  32 |V=2|0|  SC=1   |  PT=SDES=202  |            length             |
+//  36 |                           our SSRC                            |
+//  40 |    CNAME=1    | name length n |  host name, its zero byte, padding ...
+//     +-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+
+constexpr uint8_t kVersionAndOneItem = 0x81;
+constexpr uint8_t kCanonicalName = 1;
+constexpr int32_t kReportSize = 32;
+constexpr int32_t kSmallestBuffer = 64;
+constexpr std::size_t kHostNameArea = 28;
+
+// Wraps are told from two looks: one at a number in the third quarter, a later one at a number in the first.
+constexpr uint16_t kFirstQuarterEnd = 16383;
+constexpr uint16_t kSecondHalf = 32768;
+constexpr uint16_t kLastQuarter = 49152;
+
+uint32_t ExtendedHighestNumber(RTSPStreamInfo &stream) {
+    const uint16_t highest = stream.lastSeqNum.load(std::memory_order_relaxed);
+    if (stream.seqWrapPending == 1 && highest < kFirstQuarterEnd) {
+        stream.seqWrapPending = 0;
+        ++stream.seqCycles;
+    }
+    if (highest < kLastQuarter && highest >= kSecondHalf) stream.seqWrapPending = 1;
+
+    uint32_t cycles = stream.seqCycles;
+    if (stream.seqWrapPending == 0 && highest > kLastQuarter) {
+        // A number from before the wrap that was counted last; before any wrap, one is expected.
+        if (cycles == 0)
+            stream.seqWrapPending = 1;
+        else
+            --cycles;
+    }
+    return cycles << 16 | highest;
+}
+
+// Kept: the loss of the interval is set against all packets expected since the first one.
+uint8_t FractionLost(RTSPStreamInfo &stream, uint32_t extendedHighest) {
+    const int64_t base = stream.baseSeqNum.load(std::memory_order_relaxed);
+    const int64_t expected = std::max<int64_t>(extendedHighest - base, 1);
+    const uint32_t lost = stream.cumulativeLost.load(std::memory_order_relaxed);
+    const int64_t lostNow = std::max<int64_t>(static_cast<int32_t>(lost - stream.prevCumulativeLost), 0);
+    stream.prevCumulativeLost = lost;
+    return static_cast<uint8_t>(lostNow * 256 / expected);
+}
+
+void WriteReport(RTSPStreamInfo &stream, uint8_t *at) {
+    const uint32_t extendedHighest = ExtendedHighestNumber(stream);
+    const bool sawSenderReport = stream.srNtpMsw != 0 || stream.srNtpLsw != 0;
+    at[0] = kVersionAndOneItem;
+    at[1] = kReceiverReport;
+    wire::PutU16(at + 2, kReportSize / 4 - 1);
+    wire::PutU32(at + 4, stream.localSsrc.load(std::memory_order_relaxed));
+    wire::PutU32(at + 8, stream.remoteSsrc.load(std::memory_order_relaxed));
+    wire::PutU32(at + 12, stream.cumulativeLost.load(std::memory_order_relaxed)); // its top byte gives way
+    at[12] = FractionLost(stream, extendedHighest);
+    wire::PutU32(at + 16, extendedHighest);
+    wire::PutU32(at + 24, stream.srNtpMsw << 16 | stream.srNtpLsw >> 16);
+    wire::PutU32(at + 28, sawSenderReport ? 1 : 0); // Kept: a constant, not a measured delay.
+}
+
+// Kept: the item's length counts the name's zero byte.
+std::size_t NameLength(std::string_view hostName) { return hostName.size() + 1; }
+
+int32_t DescriptionSize(std::string_view hostName) {
+    if (hostName.data() == nullptr) return 0;
+    return static_cast<int32_t>((NameLength(hostName) + 13) / 4 * 4);
+}
+
+void WriteDescription(const RTSPStreamInfo &stream, uint8_t *at, std::string_view hostName) {
+    at[0] = kVersionAndOneItem;
+    at[1] = kSourceDescription;
+    wire::PutU16(at + 2, static_cast<uint32_t>(DescriptionSize(hostName)) / 4 - 1);
+    wire::PutU32(at + 4, stream.localSsrc.load(std::memory_order_relaxed));
+    at[8] = kCanonicalName;
+    at[9] = static_cast<uint8_t>(NameLength(hostName));
+    std::memcpy(at + 10, hostName.data(), hostName.size());
+}
+
+} // namespace
+
+int32_t CreateRRPacket(RTSPStreamInfo *stream, uint8_t *buffer, int32_t bufferSize) {
+    std::array<char, kHostNameArea + 1> hostName = {}; // ends in a zero even when the name fills the area
+    if (gethostname(hostName.data(), kHostNameArea) != 0)
+        return WriteReceiverReport(*stream, buffer, bufferSize, {});
+    return WriteReceiverReport(*stream, buffer, bufferSize, hostName.data());
+}
+
+int32_t WriteReceiverReport(RTSPStreamInfo &stream, uint8_t *buffer, int32_t bufferSize,
+                            std::string_view hostName) {
+    const int32_t size = kReportSize + DescriptionSize(hostName);
+    if (bufferSize < std::max(size, kSmallestBuffer)) {
+        std::puts("Error: can't send RTCP: block is too small");
+        return -1;
+    }
+    std::memset(buffer, 0, static_cast<std::size_t>(size)); // the zero byte and the padding stay as they are now
+    WriteReport(stream, buffer);
+    if (hostName.data() != nullptr) WriteDescription(stream, buffer + kReportSize, hostName);
+    return size;
+}
+
+} // namespace rtsptap

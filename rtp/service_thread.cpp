@@ -1,0 +1,133 @@
+
+#include "rtp/service_thread.h"
+
+#include "platform/printers.h"
+#include "rtp/stream.h"
+#include "rtsp/client/client.h"
+
+#include <cerrno>
+#include <csignal>
+#include <memory>
+#include <new>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+namespace rtsptap {
+
+namespace {
+
+struct StreamThreadDeleter {
+    void operator()(StreamThread *thread) const {
+        if (thread->wake >= 0) close(thread->wake);
+        delete thread;
+    }
+};
+using StreamThreadPtr = std::unique_ptr<StreamThread, StreamThreadDeleter>;
+
+// Ends and frees the thread that served before; what it left in the stream and client is ours from here on.
+void TakeOver(StreamThread &thread) {
+    if (const StreamThreadPtr predecessor(thread.predecessor); predecessor != nullptr) {
+        predecessor->yield.store(true, std::memory_order_release);
+        WakeStreamThread(*predecessor);
+        WaitForThreadCompletion(predecessor->handle);
+    }
+    thread.predecessor = nullptr;
+    thread.tookOver.store(true, std::memory_order_release);
+    thread.tookOver.notify_all();
+}
+
+void RunBody(StreamThread &thread) {
+    TakeOver(thread);
+    thread.body(thread);
+    thread.ended.store(true, std::memory_order_release);
+}
+
+StreamThreadPtr CreateThreadRecord(RTSPStreamInfo &stream, void (*body)(StreamThread &)) {
+    StreamThreadPtr thread(new (std::nothrow) StreamThread{});
+    if (thread == nullptr) return nullptr;
+    thread->stream = &stream;
+    thread->body = body;
+    thread->dataProto = stream.client->dataProto;
+    thread->wake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (thread->wake < 0) return nullptr;
+    return thread;
+}
+
+// Kept: PLAY succeeds all the same. Repeated, it starts what is missing.
+void TellWhyNotStarted(int error) {
+    errno = error;
+    RtpRtspErrorPrint("EXIT : StartStreamThread : A receive thread can not be started: %m\n");
+}
+
+// Signals are the program's affair: its handlers run on its own threads, and no wait of ours ends early. Those that
+// tell of a fault of the thread itself stay as they are, for whoever writes crash reports.
+class ScopedSignalBlock {
+public:
+    ScopedSignalBlock() {
+        sigset_t all;
+        sigfillset(&all);
+        for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS}) sigdelset(&all, fault);
+        pthread_sigmask(SIG_BLOCK, &all, &before_);
+    }
+    ~ScopedSignalBlock() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+    ScopedSignalBlock(const ScopedSignalBlock &) = delete;
+    ScopedSignalBlock &operator=(const ScopedSignalBlock &) = delete;
+
+private:
+    sigset_t before_;
+};
+
+} // namespace
+
+// The outermost frame of every library thread. It holds nothing when it leaves through ThreadExit.
+extern "C" {
+static void *StreamThreadMain(void *argument) {
+    RunBody(*static_cast<StreamThread *>(argument));
+    ThreadExit(RTSP_FAILURE);
+}
+}
+
+bool IsServing(const StreamThread *thread) {
+    return thread != nullptr && !thread->ended.load(std::memory_order_acquire);
+}
+
+void StartStreamThread(StreamThread *&slot, RTSPStreamInfo &stream, void (*body)(StreamThread &)) {
+    if (slot != nullptr) slot->tookOver.wait(false, std::memory_order_acquire);
+    StreamThreadPtr thread = CreateThreadRecord(stream, body);
+    if (thread == nullptr) return TellWhyNotStarted(errno);
+    thread->predecessor = slot;
+    const ScopedSignalBlock inherited;
+    if (ThreadCreate(&thread->handle, StreamThreadMain, thread.get()) != RTSP_SUCCESS)
+        return TellWhyNotStarted(EAGAIN); // with default attributes there is no other reason
+    slot = thread.release();
+}
+
+void WakeStreamThread(const StreamThread &thread) {
+    const uint64_t one = 1;
+    if (write(thread.wake, &one, sizeof one) < 0) DebugPrint(kDebugEntry, "\tthe wake-up is already set\n");
+}
+
+void DrainWake(int wake) {
+    uint64_t count = 0;
+    while (read(wake, &count, sizeof count) < 0 && errno == EINTR) {
+    }
+}
+
+void StopStreamThread(StreamThread *&slot, int socket) {
+    const StreamThreadPtr thread(slot);
+    slot = nullptr;
+    if (thread == nullptr) return;
+    DebugPrint(kDebugEntry, "\tStopping Thread by closing the socket\n");
+    thread->stop.store(true, std::memory_order_release);
+    if (socket >= 0) shutdown(socket, SHUT_RDWR);
+    WakeStreamThread(*thread);
+    WaitForThreadCompletion(thread->handle);
+}
+
+void StopAndClose(StreamThread *&slot, int32_t &socket) {
+    StopStreamThread(slot, socket);
+    CloseSock(socket);
+    socket = -1;
+}
+
+} // namespace rtsptap

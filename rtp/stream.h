@@ -1,0 +1,150 @@
+// One media stream of a client: a media section of the description, or a port of the standalone receiver.
+// Fields are grouped by the threads that touch them. Released by ReleaseStream (stream_lifecycle.cpp).
+#pragma once
+
+#include "rtp/packet_memory.h"
+#include "rtp/receive_turn.h"
+#include "rtsptap.h"
+
+#include <atomic>
+#include <cstdint>
+#include <netinet/in.h>
+
+namespace rtsptap {
+
+struct RTSPClient;
+struct SDPField;
+struct StreamThread;
+
+inline constexpr uint32_t kStreamPlaying = CLIENT_PLAYING_STATE; // streamState shares the client's numbers
+inline constexpr uint32_t kStreamPaused = CLIENT_PAUSE_STATE;
+
+struct RTSPStreamInfo {
+    // ---- Application thread only ----
+    RTSPStreamDescription description = {}; // handed out; fmtp, sps, pps, aacConfig owned, free()
+    char controlUrl[257] = {};              // request URI of SETUP, PLAY and PAUSE when not empty
+    SDPField *sdpFieldList = nullptr;       // owned: this media section's lines
+    uint16_t clientPort = 0;                // local RTP port, host order
+    StreamThread *rtpThread = nullptr;      // owned; the serving receive thread
+    StreamThread *rtcpThread = nullptr;     // owned
+    uint8_t locksMade = 0;                  // of packetListLock, signalLock and dataCondition, in this order
+
+    // ---- Written by the application thread while no thread of the stream lives ----
+    int32_t rtpSocket = -1;
+    int32_t rtcpSocket = -1;
+    RTSPClient *client = nullptr; // owner; constant
+
+    // ---- Written by the application thread, read by the receive threads ----
+    std::atomic<uint32_t> streamState{0};        // kStreamPlaying, kStreamPaused or 0
+    std::atomic<uint32_t> interleavedChannel{0}; // RTP channel; RTCP uses the next one; set by SetChannel
+    std::atomic<uint16_t> serverPort{0};         // server's RTP port, host order
+    std::atomic<bool> takesFrames{false};        // interleaved: its ring and reports are the connection's affair
+    std::atomic<int32_t> codecType{0};           // RTPCodecType, 0 when unknown
+    std::atomic<uint8_t> isVideo{0};             // chooses the ring size
+    std::atomic<RTSPStreamInfo *> next{nullptr};
+
+    // ---- Written by whoever receives, read by others ----
+    std::atomic<uint32_t> remoteSsrc{0};     // 0 until the first packet
+    std::atomic<uint32_t> localSsrc{0};      // ours, in receiver reports; set by the thread that reports
+    std::atomic<uint16_t> lastSeqNum{0};     // of the last parsed packet, late ones included
+    std::atomic<int32_t> baseSeqNum{-1};     // first sequence number; -1 before the first packet
+    std::atomic<uint32_t> cumulativeLost{0}; // the process-wide loss count at this stream's last gap
+
+    // ---- Receiving: one at a time, the receive thread or a reader in its turn ----
+    ReceiveTurn turn; // over UDP says who, over TCP the client's; the ring's writing end and the pool's taking end
+                      // go with it
+    sockaddr_in rtpAddr = {}; // source of the last RTP datagram
+
+    // ---- The thread that handles RTCP only ----
+    sockaddr_in rtcpAddr = {};      // source of the last RTCP datagram
+    uint64_t rtcpSilentSinceMs = 0; // since when it waits for a datagram, monotonic; 0: it does not; handed over
+    uint32_t srHeader = 0;          // the last sender report (RFC 3550, 6.4.1), word by word
+    uint32_t srSenderSsrc = 0;
+    uint32_t srNtpMsw = 0;
+    uint32_t srNtpLsw = 0;
+    std::atomic<uint32_t> srRtpTimestamp{0}; // the application reads it for RTPClientGetTSOffset
+    uint32_t srPacketCount = 0;
+    uint32_t srOctetCount = 0;
+    uint16_t seqCycles = 0;          // sequence number wraps
+    uint32_t seqWrapPending = 0;     // 1 while a wrap is expected
+    uint32_t prevCumulativeLost = 0; // cumulativeLost at the previous report
+
+    // ---- Receive ring: see receive_ring.h for who moves what ----
+    ReceiveRing ring;
+    std::atomic<bool> receiving{false}; // interleaved: the ring is open and frames are taken
+    bool signalDue = false;             // interleaved, in the turn: listed in the reader's signalDue
+    RTSPStreamInfo *nextSignalDue = nullptr;
+    // The session, and each packet that the application has: the last one frees ring and pool.
+    std::atomic<int32_t> ringHolders{1};
+    PacketPool pool;
+
+    // ---- Packet queue: links and counts change under packetListLock ----
+    // Guards the queue; a leaf, nothing is printed under it. A stream whose locks could not be made has these.
+    pthread_mutex_t packetListLock = PTHREAD_MUTEX_INITIALIZER;
+    std::atomic<RTPStreamData *> packetListHead{nullptr}; // oldest; peeked without the lock before waiting
+    RTPStreamData *packetListTail = nullptr;              // newest; null when the head is null
+    std::atomic<int32_t> packetCount{0};                  // as counted; see InsertPacket; read without the lock
+    RTPStreamData *peekedPacket = nullptr;                // last packet shown by Peek and still queued
+    RTPStreamData *deferredPacket = nullptr; // a shown packet that left the queue; freed at the next look
+    uint32_t buffering = 0;                  // 1 while delivery is held back for underflow
+
+    // ---- New-data signal ----
+    pthread_mutex_t signalLock = PTHREAD_MUTEX_INITIALIZER;  // of dataCondition; never held with packetListLock
+    pthread_cond_t dataCondition = PTHREAD_COND_INITIALIZER; // a datagram or frame was handled
+    std::atomic<uint32_t> receptionsEnded{0}; // a reader that began to wait before the last one does not
+    std::atomic<int32_t> waitingReaders{0};   // readers inside the wait; nobody is signalled while 0
+    std::atomic<uint32_t> handled{0};         // datagrams and frames so far; changes with the queue they went into
+    uint32_t handledBeforeWait = 0;           // as the waiting reader found it; guarded by signalLock
+};
+
+struct ReceiveRing;
+struct RTSPClient;
+struct RTSPStreamInfo;
+
+// A new record at the tail of the client's streamList, counted in streamCount, its client set;
+// null when memory is short. Its locks are still to be made. A caller that appends many names the stream it
+// appended last, from which the tail is looked for: a description may open tens of thousands of sections.
+RTSPStreamInfo *AppendStream(RTSPClient &client, RTSPStreamInfo *last = nullptr);
+
+// The stream's RTP channel on an interleaved connection, also while frames come.
+void SetChannel(RTSPStreamInfo &stream, uint32_t channel);
+
+// The streams of an ended session are kept for those who hold their packets or descriptions. What comes next starts
+// with stream 1 again, so they leave the list.
+void RetireEndedStreams(RTSPClient &client);
+
+// After a TEARDOWN, when no thread of the client lives any more: frees what the session's streams took, and retires
+// them. Their descriptions stay until Destroy, a ring until the application has freed the last packet in it. One
+// that it was only shown stays until the next session ends.
+void EndStreams(RTSPClient &client);
+
+// When a connection is replaced by another one, whose server may never send to the old streams again: frees the
+// rings that no thread serves and no packet needs. PLAY makes them anew.
+void FreeIdleRings(const RTSPClient &client);
+
+// A packet that the application has, or will look at, keeps the ring; the stream's last holder frees it, and the
+// pool.
+void HoldRing(RTSPStreamInfo &stream);
+void LetGoOfRing(RTSPStreamInfo &stream);
+
+enum class StreamLock { kNone, kPacketList, kSignal, kCondition };
+
+// Makes packetListLock, signalLock and dataCondition, in that order. Returns the one that could not be
+// made, or kNone. The stream can be used and released all the same.
+StreamLock CreateStreamLocks(RTSPStreamInfo &stream);
+void DestroyStreamLocks(RTSPStreamInfo &stream);
+
+// Frees the record and all it owns: lines, queued packets, pool, ring, codec configuration, locks.
+// Its threads have been joined and its sockets closed.
+void ReleaseStream(RTSPStreamInfo *stream);
+
+// Stream number 1 and up in description order; null when the list is shorter.
+RTSPStreamInfo *FindStreamByNumber(const RTSPClient &client, int32_t number);
+// The stream with that ring, also of an ended session; null when it is not one of this client's.
+RTSPStreamInfo *FindStreamByRing(const RTSPClient &client, const ReceiveRing *ring);
+// The first of the client's streamCount streams with that codec; null when there is none.
+RTSPStreamInfo *FindStreamByCodec(const RTSPClient &client, int32_t codecType);
+
+bool IsCodecType(int32_t codecType);
+
+} // namespace rtsptap

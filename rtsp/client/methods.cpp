@@ -1,0 +1,194 @@
+// The methods that are a row and a step of their own: OPTIONS, PLAY, PAUSE, TEARDOWN. Application thread.
+#include "rtp/session_threads.h"
+#include "rtp/stream.h"
+#include "rtsp/client/client.h"
+#include "rtsp/client/exchange.h"
+
+namespace rtsptap {
+
+namespace {
+
+// Kept: OPTIONS leads to this state from any other, also while playing.
+int32_t EnterOptionsSent(Exchange &exchange) {
+    DebugPrint(kDebugEntry, "\tSetting State of client to 'CLIENT_OPTIONS_SENT_STATE' \n");
+    exchange.client->state = CLIENT_OPTIONS_SENT_STATE;
+    return RTSP_SUCCESS;
+}
+
+constexpr Step kOptionsChecks[] = {CheckHandle, CheckConnected, CheckHeaderList};
+constexpr Step kOptionsSteps[] = {GenerateRequest,        SendRequest, ReceiveReply, ParseReply, ClassifyStatus,
+                                  OnOk<EnterOptionsSent>, CopyReply};
+
+constexpr MethodDescriptor kOptions{
+    .functionName = "RTSPClientSendOptionsRequest",
+    .method = RTSP_OPTIONS,
+    .allowedStates = ~StateSet{0},
+    .answersChallenge = true,
+    .checks = kOptionsChecks,
+    .steps = kOptionsSteps,
+    .sending = "Client generating and sending OPTIONS request message \n",
+    .badState = "EXIT : %s :Client State is Not Valid for OPTIONS Method.\n",
+    .badHeaderList = "EXIT : %s :HeaderList of Options method is not valid\n",
+    .notGenerated = "EXIT : %s :Request Message for OPTIONS not generated \n",
+};
+
+} // namespace
+
+namespace {
+
+void PlayOverUdp(RTSPStreamInfo &stream) {
+    if (stream.streamState != kStreamPaused) StartUdpThreads(stream); // the threads of a paused stream still run
+    stream.streamState = kStreamPlaying;
+}
+
+void PlayInterleaved(RTSPClient &client, int32_t streamNumber) {
+    for (RTSPStreamInfo *stream = client.streamList; streamNumber == 0 && stream != nullptr; stream = stream->next)
+        stream->streamState = kStreamPlaying;
+    // Kept: the state is PLAYING by now, so a resumed session starts its thread again, too.
+    if (client.state != CLIENT_PAUSE_STATE) StartInterleavedThread(client);
+    if (RTSPStreamInfo *const stream = FindStreamByNumber(client, streamNumber))
+        stream->streamState = kStreamPlaying;
+}
+
+void PlayOverUdp(RTSPClient &client, int32_t streamNumber) {
+    StopInterleavedThread(client, -1); // of an earlier session over TCP: its streams receive datagrams now
+    if (streamNumber == 0) {
+        for (RTSPStreamInfo *stream = client.streamList; stream != nullptr; stream = stream->next)
+            PlayOverUdp(*stream);
+    } else if (RTSPStreamInfo *const stream = FindStreamByNumber(client, streamNumber)) {
+        PlayOverUdp(*stream);
+    }
+}
+
+int32_t StartPlaying(Exchange &exchange) {
+    RTSPClient &client = *exchange.client;
+    const int32_t number = exchange.arguments.streamNumber;
+    client.state = CLIENT_PLAYING_STATE;
+    RtpRtspInfoPrint("Successful response of PLAY is received ... \n");
+    if (client.dataProto == DATA_PROTO_TCP)
+        PlayInterleaved(client, number);
+    else
+        PlayOverUdp(client, number);
+    return RTSP_SUCCESS;
+}
+
+constexpr Step kPlayChecks[] = {CheckHandleAndSession, CheckConnected, CheckStreamNumber, CheckState,
+                                CheckHeaderList};
+constexpr Step kPlaySteps[] = {GenerateRequest, SendRequest,    ReceiveReply,       ParseReply,
+                               CompareSession,  ClassifyStatus, OnOk<StartPlaying>, CopyReply};
+
+constexpr MethodDescriptor kPlay{
+    .functionName = "RTSPClientSendPlayRequest",
+    .method = RTSP_PLAY,
+    .allowedStates = States({CLIENT_READY_STATE, CLIENT_PLAYING_STATE, CLIENT_PAUSE_STATE}),
+    .answersChallenge = false,
+    .checks = kPlayChecks,
+    .steps = kPlaySteps,
+    .sending = "Client generating and sending PLAY request message \n",
+    .badState = "EXIT : %s :Client State is Not Valid for PLAY Method.\n",
+    .badHeaderList = "EXIT : %s :HeaderList of Play method is not valid\n",
+    .notGenerated = "EXIT : %s :Request Message for PLAY not generated \n",
+};
+
+} // namespace
+
+namespace {
+
+int32_t PauseStreams(Exchange &exchange) {
+    RTSPClient &client = *exchange.client;
+    const int32_t number = exchange.arguments.streamNumber;
+    bool anyPlays = false;
+    int32_t at = 1;
+    for (RTSPStreamInfo *stream = client.streamList; stream != nullptr; stream = stream->next, ++at) {
+        if (number == 0 || at == number) stream->streamState = kStreamPaused;
+        anyPlays = anyPlays || stream->streamState == kStreamPlaying;
+    }
+    if (!anyPlays) client.state = CLIENT_PAUSE_STATE;
+    return RTSP_SUCCESS;
+}
+
+// Unlike PLAY, PAUSE looks at the stream number before the connection.
+constexpr Step kPauseChecks[] = {CheckHandleAndSession, CheckStreamNumber, CheckConnected, CheckState,
+                                 CheckHeaderList};
+constexpr Step kPauseSteps[] = {GenerateRequest, SendRequest,    ReceiveReply,       ParseReply,
+                                CompareSession,  ClassifyStatus, OnOk<PauseStreams>, CopyReply};
+
+constexpr MethodDescriptor kPause{
+    .functionName = "RTSPClientSendPauseRequest",
+    .method = RTSP_PAUSE,
+    .allowedStates = States({CLIENT_PLAYING_STATE}),
+    .answersChallenge = false,
+    .checks = kPauseChecks,
+    .steps = kPauseSteps,
+    .sending = "Client generating and sending PAUSE request message \n",
+    .badState = "EXIT : %s :Client State is Not Valid for PAUSE Method.\n",
+    .badHeaderList = "EXIT : %s :HeaderList of Pause method is not valid\n",
+    .notGenerated = "EXIT : %s :Request Message for PAUSE not generated \n",
+};
+
+} // namespace
+
+namespace {
+
+int32_t EndSession(Exchange &exchange) {
+    RTSPClient &client = *exchange.client;
+    client.state = CLIENT_INIT_STATE;
+    client.connected = 0;
+    client.streamCount = 0;
+    CloseConnectionAndStreams(client);
+    EndStreams(client);
+    return RTSP_SUCCESS;
+}
+
+constexpr Step kTeardownChecks[] = {CheckHandle, CheckConnected, CheckState, CheckHeaderList};
+constexpr Step kTeardownSteps[] = {GenerateRequest, SendRequest,    ReceiveReply,     ParseReply,
+                                   CompareSession,  ClassifyStatus, OnOk<EndSession>, CopyReply};
+
+constexpr MethodDescriptor kTeardown{
+    .functionName = "RTSPClientSendTeardownRequest",
+    .method = RTSP_TEARDOWN,
+    .allowedStates = States({CLIENT_PLAYING_STATE, CLIENT_PAUSE_STATE}),
+    .answersChallenge = false,
+    .checks = kTeardownChecks,
+    .steps = kTeardownSteps,
+    .sending = "Client generating and sending TEARDOWN request message \n",
+    .badState = "EXIT : %s : Client State is Not Valid for TEARDOWN Method.\n",
+    .badHeaderList = "EXIT : %s :HeaderList of TearDown method is not valid\n",
+    .notGenerated = "EXIT : %s :Request Message for PLAY not generated \n", // Kept: it says PLAY
+};
+
+} // namespace
+
+} // namespace rtsptap
+
+using namespace rtsptap;
+
+int32_t RTSPClientSendOptionsRequest(intptr_t clientHandle, intptr_t optionsHeaderList, char *responseBuff,
+                                     int32_t *responseSize) {
+    Exchange exchange(kOptions, {.clientHandle = clientHandle,
+                                 .headerList = optionsHeaderList,
+                                 .responseBuff = responseBuff,
+                                 .responseSize = responseSize});
+    return RunExchange(exchange);
+}
+
+int32_t RTSPClientSendPlayRequest(intptr_t clientHandle, int32_t streamCount, intptr_t playHeaderList,
+                                  char *responseBuff, int32_t *responseSize) {
+    Exchange exchange(kPlay, {clientHandle, streamCount, playHeaderList, responseBuff, responseSize});
+    return RunExchange(exchange);
+}
+
+int32_t RTSPClientSendPauseRequest(intptr_t clientHandle, int32_t streamCount, intptr_t pauseHeaderList,
+                                   char *responseBuff, int32_t *responseSize) {
+    Exchange exchange(kPause, {clientHandle, streamCount, pauseHeaderList, responseBuff, responseSize});
+    return RunExchange(exchange);
+}
+
+int32_t RTSPClientSendTeardownRequest(intptr_t clientHandle, intptr_t teardownHeaderList, char *responseBuff,
+                                      int32_t *responseSize) {
+    Exchange exchange(kTeardown, {.clientHandle = clientHandle,
+                                  .headerList = teardownHeaderList,
+                                  .responseBuff = responseBuff,
+                                  .responseSize = responseSize});
+    return RunExchange(exchange);
+}

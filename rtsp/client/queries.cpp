@@ -1,0 +1,144 @@
+// What the application may ask: the description in force, a stream's SSRC, the last reply. The queries only read;
+// application thread.
+#include "platform/printers.h"
+#include "rtp/interleaved/connection.h"
+#include "rtp/stream.h"
+#include "rtsp/client/client.h"
+#include "sdp/sdp_parser.h"
+
+#include <cstring>
+#include <string_view>
+
+using namespace rtsptap;
+
+namespace {
+
+// The client of a query, when it is alive and connected.
+int32_t FindClient(const CallTrace &trace, intptr_t clientHandle, RTSPClient *&client) {
+    client = LiveClient(clientHandle);
+    if (client == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid client handle\n");
+    if (client->connected.load(std::memory_order_relaxed) != 1)
+        return trace.Fail(RTSP_NOT_CONNECTED, "EXIT : %s :Client is created but is not connected to server\n");
+    return RTSP_SUCCESS;
+}
+
+// The same for a query about stream number streamCount.
+int32_t FindClient(const CallTrace &trace, intptr_t clientHandle, int32_t streamCount, RTSPClient *&client) {
+    if (const int32_t result = FindClient(trace, clientHandle, client); result != RTSP_SUCCESS) return result;
+    if (streamCount > client->streamCount.load(std::memory_order_relaxed))
+        return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid Stream Number\n");
+    return RTSP_SUCCESS;
+}
+
+// Kept: a session line is found by its exact one-letter name only, whatever its value holds.
+const SDPField *FindSessionLine(const SDPField *list, std::string_view name) {
+    while (list != nullptr && name != list->name) list = list->next;
+    return list;
+}
+
+// Kept: with "=" in the name, a stream's line matches when its value contains what follows the "=", whatever
+// the line's own letter is. "a=fmtp" finds the first line with "fmtp" in its value, "a=" the first line.
+const SDPField *FindStreamLine(const SDPField *list, std::string_view name) {
+    const std::size_t equals = name.find('=');
+    for (; list != nullptr; list = list->next) {
+        if (name == list->name) break;
+        if (equals != name.npos && std::string_view(list->value).find(name.substr(equals + 1)) != name.npos) break;
+    }
+    return list;
+}
+
+const SDPField *FindLine(const RTSPClient &client, int32_t streamCount, std::string_view name) {
+    if (streamCount == 0) return FindSessionLine(client.sdpFieldList, name);
+    const RTSPStreamInfo *const stream = FindStreamByNumber(client, streamCount);
+    return stream != nullptr ? FindStreamLine(stream->sdpFieldList, name) : nullptr;
+}
+
+} // namespace
+
+int32_t RTSPClientGetNbStreams(intptr_t clientHandle) {
+    const CallTrace trace(__func__);
+    RtpRtspInfoPrint("Getting total number of streams as specified in SDP.... \n");
+    if (clientHandle == 0) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid input argument\n");
+
+    RTSPClient *client = nullptr;
+    if (const int32_t result = FindClient(trace, clientHandle, client); result != RTSP_SUCCESS) return result;
+    const int32_t streamCount = client->streamCount.load(std::memory_order_relaxed);
+    DebugPrint(kDebugEntry, "\tOutput: Total Number of Streams in SDP : %d\n", streamCount);
+    return streamCount;
+}
+
+RTSPStreamDescription *RTSPClientGetSDPInfo(intptr_t clientHandle, int32_t streamCount) {
+    const CallTrace trace(__func__);
+    RtpRtspInfoPrint("Getting SDP Information as received from server \n");
+    RTSPStreamDescription *const none = nullptr;
+    if (clientHandle == 0 || streamCount < 1) return trace.Fail(none, "EXIT : %s :Invalid input argument\n");
+
+    RTSPClient *client = nullptr;
+    if (FindClient(trace, clientHandle, streamCount, client) != RTSP_SUCCESS) return none;
+    RTSPStreamInfo *const stream = FindStreamByNumber(*client, streamCount);
+    if (stream == nullptr) {
+        DebugPrint(kDebugEntry, "\tOutput: Returned NULL\n");
+        return none;
+    }
+    DebugPrint(kDebugEntry, "\tOutput: Returned Structure's Address : %d\n", PrintableHandle(stream));
+    return &stream->description;
+}
+
+int32_t RTSPClientGetSDPFieldInfo(intptr_t clientHandle, int32_t streamCount, const char *sdpFieldName,
+                                  char *sdpFieldValue, uint32_t *sdpFieldSize) {
+    const CallTrace trace(__func__);
+    RtpRtspInfoPrint("Getting SDP Field's value as received from server \n");
+    if (clientHandle == 0 || streamCount < 0 || sdpFieldName == nullptr || sdpFieldValue == nullptr ||
+        sdpFieldSize == nullptr)
+        return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid input argument\n");
+
+    RTSPClient *client = nullptr;
+    if (const int32_t result = FindClient(trace, clientHandle, streamCount, client); result != RTSP_SUCCESS)
+        return result;
+    const SDPField *const line = FindLine(*client, streamCount, sdpFieldName);
+    if (line == nullptr) return RTSP_FAILURE;
+
+    const std::size_t needed = strlen(line->value) + 1; // a description is far shorter than 4 GiB
+    const bool fits = *sdpFieldSize >= needed;
+    *sdpFieldSize = static_cast<uint32_t>(needed);
+    if (!fits) return trace.Fail(RTSP_SMALL_BUFFER, "EXIT : %s :Small Buffer received from Application for SDP\n");
+    memcpy(sdpFieldValue, line->value, needed);
+    DebugPrint(kDebugEntry, "\tOutput: SDPField value return = %s\n", sdpFieldValue);
+    return RTSP_SUCCESS;
+}
+
+int32_t RTSPClientGetSSRC(intptr_t clientHandle, int32_t streamCount, uint32_t *ssrc) {
+    const CallTrace trace(__func__);
+    RtpRtspInfoPrint("Getting SSRC number of the given stream \n");
+    if (clientHandle == 0 || streamCount < 1 || ssrc == nullptr)
+        return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid input argument\n");
+
+    RTSPClient *client = nullptr;
+    if (const int32_t result = FindClient(trace, clientHandle, streamCount, client); result != RTSP_SUCCESS)
+        return result;
+    const RTSPStreamInfo *const stream = FindStreamByNumber(*client, streamCount);
+    if (stream == nullptr) {
+        DebugPrint(kDebugEntry, "\tOutput: Stream not found \n");
+        return RTSP_FAILURE;
+    }
+    *ssrc = stream->remoteSsrc.load(std::memory_order_relaxed);
+    DebugPrint(kDebugEntry, "\tOutput: Returned SSRC : %d\n", static_cast<int32_t>(*ssrc));
+    return RTSP_SUCCESS;
+}
+
+int32_t RTSPClientGetLastReply(intptr_t clientHandle, char *responseBuff, int32_t *responseSize) {
+    const CallTrace trace(__func__);
+    if (clientHandle == 0 || responseSize == nullptr)
+        return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid input argument\n");
+    const RTSPClient *const client = LiveClient(clientHandle);
+    if (client == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid client handle\n");
+    if (client->lastReply == nullptr) return RTSP_FAILURE;
+
+    const int32_t length = client->lastReply->length;
+    const bool fits = responseBuff == nullptr || length <= *responseSize;
+    *responseSize = length;
+    if (!fits)
+        return trace.Fail(RTSP_SMALL_BUFFER, "EXIT : %s :Small Buffer received from Application for Response\n");
+    if (responseBuff != nullptr) memcpy(responseBuff, client->lastReply->data, static_cast<std::size_t>(length));
+    return RTSP_SUCCESS;
+}

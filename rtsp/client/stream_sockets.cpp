@@ -1,0 +1,144 @@
+
+#include "rtsp/client/stream_sockets.h"
+
+#include "platform/system.h"
+#include "rtp/session_threads.h"
+#include "rtp/stream.h"
+#include "rtsp/client/client.h"
+#include "rtsp/client/exchange.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+
+namespace rtsptap {
+
+uint16_t gblClientRtspUdpPort = 2000;
+
+namespace {
+
+constexpr uint32_t kFirstPort = 2000;
+constexpr uint32_t kLastPort = 59999;
+constexpr uint32_t kPortStep = 2; // an RTP port and the RTCP port above it (RFC 3550, 11)
+constexpr uint32_t kPortsPerRound = (kLastPort + 1 - kFirstPort) / kPortStep;
+constexpr uint32_t kRoundSleepMs = 10;
+constexpr int kRtpReceiveBufferBytes = 0x100000;
+
+bool BindToPort(int socket, uint32_t port) {
+    if (port > UINT16_MAX) return false;
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_ANY);
+    address.sin_port = htons(static_cast<uint16_t>(port));
+    return bind(socket, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
+}
+
+void BindToNextFreePort(int socket) {
+    for (uint32_t attempts = 1;; ++attempts) {
+        const uint32_t next = uint32_t{gblClientRtspUdpPort} + kPortStep;
+        gblClientRtspUdpPort = static_cast<uint16_t>(next > kLastPort ? kFirstPort : next);
+        if (BindToPort(socket, gblClientRtspUdpPort)) return;
+        if (attempts % kPortsPerRound == 0) MSecDelay(kRoundSleepMs);
+    }
+}
+
+int32_t BindRtp(Exchange &exchange, int socket) {
+    if (exchange.userClientPort == 0) {
+        BindToNextFreePort(socket);
+    } else {
+        gblClientRtspUdpPort = exchange.userClientPort;
+        if (!BindToPort(socket, exchange.userClientPort))
+            return exchange.trace.Fail(
+                RTSP_INVALID_HEADER_LIST,
+                "EXIT : %s :Can not bind to the user given client port of Transport header \n");
+        exchange.stream->clientPort = exchange.userClientPort;
+    }
+    RtpRtspInfoPrint("Using Client Port %d \n", gblClientRtspUdpPort);
+    if (setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &kRtpReceiveBufferBytes, sizeof kRtpReceiveBufferBytes) != 0)
+        RtpRtspInfoPrint(" %s : Failed to set SO_RCVBUF of UDP socket \n", exchange.trace.Function());
+    return RTSP_SUCCESS;
+}
+
+// Kept: an RTCP port that is taken fails the SETUP, also after an automatic choice.
+int32_t BindRtcp(const Exchange &exchange, int socket) {
+    const uint32_t port = uint32_t{gblClientRtspUdpPort} + 1;
+    if (!BindToPort(socket, port))
+        return exchange.trace.Fail(
+            RTSP_INVALID_HEADER_LIST,
+            "EXIT : %s :Can not bind to the user given client port of Transport header (RTCP)\n");
+    RtpRtspInfoPrint("Using Client RTCP Port %d \n", static_cast<int>(port));
+    return RTSP_SUCCESS;
+}
+
+} // namespace
+
+int32_t OpenUdpPair(Exchange &exchange) {
+    RTSPStreamInfo &stream = *exchange.stream;
+    CloseRtpSocket(stream); // of an earlier SETUP of the same stream
+    CloseRtcpSocket(stream);
+    UniqueSocket rtp(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP));
+    if (!rtp.IsOpen())
+        return exchange.trace.Fail(RTSP_SOCKET_FAILED, "EXIT : %s :RTSP Client socket creation failed\n");
+    UniqueSocket rtcp(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP));
+    if (!rtcp.IsOpen())
+        return exchange.trace.Fail(RTSP_SOCKET_FAILED, "EXIT : %s :RTCP Client receive socket creation failed\n");
+    if (const int32_t result = BindRtp(exchange, rtp.Get()); result != RTSP_SUCCESS) return result;
+    if (const int32_t result = BindRtcp(exchange, rtcp.Get()); result != RTSP_SUCCESS) return result;
+    stream.rtpSocket = rtp.Release();
+    stream.rtcpSocket = rtcp.Release();
+    return RTSP_SUCCESS;
+}
+
+namespace {
+
+int32_t TakeGroup(Exchange &exchange, std::string_view transport) {
+    RTSPClient &client = *exchange.client;
+    const std::string_view address = After(After(transport, "destination"), "=");
+    if (address.data() == nullptr)
+        return exchange.trace.Fail(RTSP_MULTICAST_FAILED, "EXIT : %s : Destination address is null in response\n");
+    const std::string_view group = address.substr(0, address.find(';'));
+    if (group.size() >= sizeof client.multicastIp)
+        return exchange.trace.Fail(RTSP_BAD_RESPONSE, "EXIT : %s : Multicast IP address is too long\n");
+    CopyText(client.multicastIp, group);
+    client.multicastPort = static_cast<uint16_t>(LeadingNumber(After(address, ";port=")));
+    if (client.multicastPort == 0)
+        return exchange.trace.Fail(RTSP_MULTICAST_FAILED, "EXIT : %s : Multicast port is invalid in response\n");
+    return RTSP_SUCCESS;
+}
+
+int32_t OpenGroupSocket(Exchange &exchange) {
+    RTSPStreamInfo &stream = *exchange.stream;
+    CloseRtpSocket(stream);
+    stream.rtpSocket = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP);
+    if (stream.rtpSocket < 0)
+        return exchange.trace.Fail(RTSP_MULTICAST_FAILED,
+                                   "EXIT : %s :RTSP Client multicast socket creation failed\n");
+    const int on = 1;
+    if (setsockopt(stream.rtpSocket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0)
+        exchange.trace.Fail(RTSP_MULTICAST_FAILED, "EXIT : %s :Failed to set Reuseaddr \n");
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_ANY);
+    address.sin_port = htons(exchange.client->multicastPort);
+    if (bind(stream.rtpSocket, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
+        return exchange.trace.Fail(RTSP_MULTICAST_FAILED, "EXIT : %s :Can not bind to multicast port\n");
+    return RTSP_SUCCESS;
+}
+
+int32_t JoinGroup(const Exchange &exchange) {
+    ip_mreq membership = {};
+    membership.imr_multiaddr.s_addr = inet_addr(exchange.client->multicastIp);
+    membership.imr_interface.s_addr = htonl(INADDR_ANY);
+    if (setsockopt(exchange.stream->rtpSocket, IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership, sizeof membership) != 0)
+        return exchange.trace.Fail(RTSP_MULTICAST_FAILED, "EXIT : %s :Unable to add membership \n");
+    return RTSP_SUCCESS;
+}
+
+} // namespace
+
+int32_t JoinMulticast(Exchange &exchange, std::string_view transport) {
+    if (const int32_t result = TakeGroup(exchange, transport); result != RTSP_SUCCESS) return result;
+    if (const int32_t result = OpenGroupSocket(exchange); result != RTSP_SUCCESS) return result;
+    return JoinGroup(exchange);
+}
+
+} // namespace rtsptap

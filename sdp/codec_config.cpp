@@ -1,0 +1,244 @@
+
+#include "sdp/codec_config.h"
+
+#include "platform/printers.h"
+#include "platform/text.h"
+#include "rtp/stream.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <span>
+#include <utility>
+
+namespace rtsptap {
+
+namespace {
+
+constexpr std::string_view kAroundWords = " \t\"";
+constexpr std::string_view kBeforeName = " \t;";
+
+} // namespace
+
+std::string_view FmtpParameter(std::string_view fmtp, std::string_view mark) {
+    std::string_view inside; // what follows the first mark within another name
+    for (std::size_t at = 0; at + mark.size() <= fmtp.size(); ++at) {
+        if (!EqualIgnoringCase(fmtp.substr(at, mark.size()), mark)) continue;
+        std::string_view rest = fmtp.substr(at + mark.size());
+        rest = rest.substr(0, rest.find(';'));
+        if (at == 0 || Contains(kBeforeName, fmtp.substr(at - 1, 1))) return rest;
+        if (inside.data() == nullptr) inside = rest;
+    }
+    return inside;
+}
+
+std::string_view FirstWord(std::string_view text) {
+    const std::size_t start = text.find_first_not_of(kAroundWords);
+    if (start == text.npos) return {};
+    return text.substr(start, text.find_first_of(kAroundWords, start) - start);
+}
+
+// ---- H.264 ----
+
+namespace {
+
+constexpr uint8_t kNalTypeMask = 0x1F; // of a NAL unit's first byte (H.264, 7.3.1)
+constexpr uint8_t kSequenceSet = 7;
+constexpr uint8_t kPictureSet = 8;
+
+struct ParameterSet {
+    std::unique_ptr<uint8_t[], FreeDeleter> bytes;
+    int32_t size = 0; // negative when the text was not base64
+};
+
+// 0, which no NAL unit has, for an empty set.
+uint8_t NalType(const ParameterSet &set) { return set.size > 0 ? set.bytes[0] & kNalTypeMask : uint8_t{0}; }
+
+// Some devices send the start code of a byte stream (H.264, annex B) along: zeros, then 1.
+void DropStartCode(ParameterSet &set) {
+    if (set.size <= 0) return;
+    const std::span<uint8_t> bytes(set.bytes.get(), static_cast<std::size_t>(set.size));
+    const auto unit = std::ranges::find_if(bytes, [](uint8_t byte) { return byte != 0; });
+    if (unit - bytes.begin() < 2 || unit == bytes.end() || *unit != 1) return;
+    set.size = static_cast<int32_t>(std::ranges::copy(unit + 1, bytes.end(), bytes.begin()).out - bytes.begin());
+}
+
+ParameterSet DecodeSet(std::string_view base64) {
+    const std::size_t capacity = base64.size() / 4 * 3 + 3;
+    ParameterSet set;
+    set.bytes.reset(static_cast<uint8_t *>(malloc(capacity)));
+    if (set.bytes) set.size = Base64DecodeBinaryToBuffer(base64, set.bytes.get(), static_cast<int32_t>(capacity));
+    DropStartCode(set);
+    return set;
+}
+
+bool Store(ParameterSet set, uint8_t *&field, int32_t &fieldSize) {
+    free(field);
+    field = set.bytes.release();
+    fieldSize = set.size;
+    return true;
+}
+
+// The bytes as " 67 42 ..."; the printers would cut a longer line.
+constexpr int32_t kShownBytes = 256;
+struct HexText {
+    char text[3 * kShownBytes + 1] = {};
+};
+
+HexText ToHex(const uint8_t *bytes, int32_t size) {
+    constexpr char kDigits[] = "0123456789abcdef";
+    HexText hex;
+    char *end = hex.text;
+    for (const uint8_t byte : std::span(bytes, static_cast<std::size_t>(std::min(size, kShownBytes)))) {
+        *end++ = ' ';
+        *end++ = kDigits[byte >> 4];
+        *end++ = kDigits[byte & 0xF];
+    }
+    return hex;
+}
+
+} // namespace
+
+int32_t ExtractSPSPPS(RTSPStreamInfo *stream) {
+    const CallTrace trace(__func__);
+    if (stream == nullptr || stream->description.fmtp == nullptr)
+        return trace.Fail(RTSP_FAILURE, "\tEXIT : %s :Invalid input argument\n");
+
+    RTSPStreamDescription &description = stream->description;
+    std::string_view sets = FmtpParameter(description.fmtp, "sprop-parameter-sets=");
+    bool spsFound = false;
+    bool ppsFound = false;
+    while (!sets.empty()) {
+        std::string_view text;
+        if (!Until(sets, ',', text)) text = std::exchange(sets, {});
+        ParameterSet set = DecodeSet(FirstWord(text));
+        if (NalType(set) == kSequenceSet && !spsFound)
+            spsFound = Store(std::move(set), description.sps, description.spsSize);
+        else if (NalType(set) == kPictureSet && !ppsFound)
+            ppsFound = Store(std::move(set), description.pps, description.ppsSize);
+    }
+    if (spsFound)
+        RtpRtspInfoPrint("Decoded SPS Size : %d \nDecoded SPS :%s\n", description.spsSize,
+                         ToHex(description.sps, description.spsSize).text);
+    if (ppsFound)
+        RtpRtspInfoPrint("Decoded PPS Size : %d \nDecoded PPS :%s\n", description.ppsSize,
+                         ToHex(description.pps, description.ppsSize).text);
+    return spsFound && ppsFound ? RTSP_SUCCESS : RTSP_FAILURE;
+}
+
+// ---- AAC ----
+
+namespace {
+
+// Takes bits off the front, the most significant first; false, and no more bits, when they run out.
+class BitReader {
+public:
+    explicit BitReader(std::span<const uint8_t> bytes) : bytes_(bytes) {}
+
+    bool Take(unsigned count, int32_t &value) {
+        value = 0;
+        for (; count > 0; --count, ++at_) {
+            if (at_ / 8 >= bytes_.size()) return false;
+            value = value << 1 | (bytes_[at_ / 8] >> (7 - at_ % 8) & 1);
+        }
+        return true;
+    }
+
+private:
+    std::span<const uint8_t> bytes_;
+    std::size_t at_ = 0; // bits
+};
+
+constexpr int32_t kSpectralBandReplication = 5;
+constexpr int32_t kParametricStereo = 29;
+
+// Speakers by channel configuration (ISO 14496-3, table 1.19); 0: in the program config element, or reserved.
+constexpr int32_t kChannels[16] = {0, 1, 2, 3, 4, 5, 6, 8, 0, 0, 0, 7, 8, 24, 8, 0};
+
+struct AudioConfig {
+    int32_t objectType = 0;
+    int32_t samplingRate = 0; // Hz
+    int32_t channels = 0;
+};
+
+// 5 bits; 31 escapes to 6 more.
+bool TakeObjectType(BitReader &bits, int32_t &objectType) {
+    constexpr int32_t kEscape = 31;
+    if (!bits.Take(5, objectType)) return false;
+    if (objectType != kEscape) return true;
+    if (!bits.Take(6, objectType)) return false;
+    objectType += 32;
+    return true;
+}
+
+// 4 bits of index; 15 escapes to the rate itself in 24 bits.
+bool TakeSamplingRate(BitReader &bits, int32_t &samplingRate) {
+    constexpr int32_t kExplicit = 15;
+    int32_t index = 0;
+    if (!bits.Take(4, index)) return false;
+    if (index == kExplicit) return bits.Take(24, samplingRate) && samplingRate != 0;
+    samplingRate = adtsSamplingRates[index];
+    return samplingRate != 0;
+}
+
+//  object type | rate | channels (4) | with SBR or PS: extension's rate, core object type | codec's own ...
+bool ReadAudioConfig(std::span<const uint8_t> bytes, AudioConfig &config) {
+    BitReader bits(bytes);
+    int32_t channelConfiguration = 0;
+    if (!TakeObjectType(bits, config.objectType) || !TakeSamplingRate(bits, config.samplingRate) ||
+        !bits.Take(4, channelConfiguration))
+        return false;
+    config.channels = kChannels[channelConfiguration];
+    if (config.objectType != kSpectralBandReplication && config.objectType != kParametricStereo) return true;
+    int32_t extensionRate = 0;
+    return TakeSamplingRate(bits, extensionRate) && TakeObjectType(bits, config.objectType);
+}
+
+// -1 when the character is no hexadecimal digit.
+int32_t HexDigit(char digit) {
+    if (digit >= '0' && digit <= '9') return digit - '0';
+    if (digit >= 'a' && digit <= 'f') return digit - 'a' + 10;
+    if (digit >= 'A' && digit <= 'F') return digit - 'A' + 10;
+    return -1;
+}
+
+} // namespace
+
+int32_t ConvertAsciiToHex(std::string_view text, uint8_t *bytes, int32_t capacity) {
+    if (text.size() % 2 != 0 || text.size() / 2 > static_cast<std::size_t>(capacity)) return RTSP_FAILURE;
+    for (std::size_t at = 0; at < text.size(); at += 2) {
+        const int32_t high = HexDigit(text[at]);
+        const int32_t low = HexDigit(text[at + 1]);
+        if (high < 0 || low < 0) return RTSP_FAILURE;
+        bytes[at / 2] = static_cast<uint8_t>(high << 4 | low);
+    }
+    return static_cast<int32_t>(text.size() / 2);
+}
+
+int32_t ExtractAACConfig(RTSPStreamInfo *stream) {
+    const CallTrace trace(__func__);
+    if (stream == nullptr || stream->description.fmtp == nullptr)
+        return trace.Fail(RTSP_FAILURE, "\tEXIT : %s :Invalid input argument\n");
+
+    RTSPStreamDescription &description = stream->description;
+    const std::string_view text = FirstWord(FmtpParameter(description.fmtp, "config="));
+    const auto capacity = static_cast<int32_t>(text.size() / 2);
+    if (capacity == 0) return RTSP_FAILURE;
+
+    std::unique_ptr<uint8_t[], FreeDeleter> bytes(static_cast<uint8_t *>(malloc(text.size() / 2)));
+    if (!bytes) return trace.Fail(RTSP_NO_MEMORY, "\tEXIT : %s :Memory Allocation Failed\n");
+    const int32_t size = ConvertAsciiToHex(text, bytes.get(), capacity);
+    AudioConfig config;
+    if (size < 0 || !ReadAudioConfig({bytes.get(), static_cast<std::size_t>(size)}, config)) return RTSP_FAILURE;
+
+    free(description.aacConfig);
+    description.aacConfig = bytes.release();
+    description.aacConfigSize = size;
+    description.aacObjectType = config.objectType;
+    description.aacSamplingRate = config.samplingRate;
+    description.aacChannels = config.channels;
+    RtpRtspInfoPrint("\n AAC Config Size and Data :: %d , %.*s \n", size, static_cast<int>(text.size()),
+                     text.data());
+    return RTSP_SUCCESS;
+}
+
+} // namespace rtsptap

@@ -1,0 +1,40 @@
+// What an fmtp attribute tells a decoder, as cameras write it: H.264 parameter sets (RFC 6184, 8.1) and AAC
+// configuration (RFC 3640, 4.1; ISO 14496-3, 1.6.2.1). Application thread.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+namespace rtsptap {
+
+// What follows `mark` ("name=", ignoring case) up to the parameter's end at ";"; a null view without it.
+// A name that stands at the start or behind a blank or ";" goes before one inside another: of
+// "streamconfig=1;config=2" "config=" is 2, but 1 where nothing else is found.
+std::string_view FmtpParameter(std::string_view fmtp, std::string_view mark);
+
+// The first run of characters that are neither blanks nor quotes.
+std::string_view FirstWord(std::string_view text);
+
+struct RTSPStreamInfo;
+
+// Decodes "sprop-parameter-sets=" of the stream's fmtp text: the first sequence and the first picture
+// parameter set become the description's sps and pps. Sets that are not found leave the fields as they are.
+// 0 when both were found, else RTSP_FAILURE.
+int32_t ExtractSPSPPS(RTSPStreamInfo *stream);
+
+struct RTSPStreamInfo;
+
+inline constexpr int32_t adtsSamplingRates[16] = { // Hz, by sampling frequency index; 0 is reserved
+    96000, 88200, 64000, 48000, 44100, 32000, 24000, 22050, 16000, 12000, 11025, 8000, 7350, 0, 0, 0};
+
+// Two hexadecimal digits of `text` a byte. The number of bytes, or RTSP_FAILURE when the text is not pairs of
+// digits or they do not fit.
+int32_t ConvertAsciiToHex(std::string_view text, uint8_t *bytes, int32_t capacity);
+
+// Decodes "config=" of the stream's fmtp text into the description's aac fields. Object type, rate and
+// channels are those of the core layer, as an ADTS header names them: HE-AAC shows as AAC-LC at half the
+// rate. Channels are 0 where the configuration lists its channel elements instead. On failure, negative, the
+// fields stay as they are.
+int32_t ExtractAACConfig(RTSPStreamInfo *stream);
+
+} // namespace rtsptap
