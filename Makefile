@@ -7,7 +7,7 @@ RUNS ?= 50000
 SECONDS ?= 30
 SEED ?= 1
 
-.PHONY: all deps $(PRESETS) test fuzz trixie memcheck coverage demo bench compare impair hostile torture soak install uninstall clean
+.PHONY: all deps $(PRESETS) test style tidy fuzz trixie memcheck coverage demo bench compare impair hostile torture soak install uninstall clean
 
 all: release
 
@@ -21,10 +21,18 @@ $(PRESETS):
 test: deps
 	scripts/test.sh
 
+style:
+	scripts/deps.sh style
+	scripts/style.sh
+
+# The checks of .clang-tidy on the library.
+tidy:
+	scripts/deps.sh build fuzz style
+	cmake --workflow --preset tidy
+
 fuzz:
 	scripts/deps.sh build fuzz
-	cmake --preset fuzz
-	cmake --build --preset fuzz
+	cmake --workflow --preset fuzz
 	scripts/fuzz.sh $(RUNS) $(SECONDS) $(SEED) $(TARGETS)
 
 # With Debian 13's compiler, in a root of its own.
@@ -34,23 +42,20 @@ trixie:
 # The unit tests under valgrind, and the share of the library's lines that they execute.
 memcheck:
 	scripts/deps.sh build memcheck
-	cmake --preset memcheck
-	cmake --build --preset memcheck
-	ctest --preset memcheck --parallel 2
+	cmake --workflow --preset memcheck
 
 coverage:
 	scripts/deps.sh build coverage
 	cmake --preset coverage
 	cmake --build --preset coverage
 	find build/coverage -name '*.gcda' -delete
-	ctest --preset coverage --parallel 2
+	ctest --preset coverage
 	gcovr --root . --object-directory build/coverage --filter 'platform/|rtp/|rtsp/|sdp/|digest/' \
 	    --exclude-directories '.*CompilerId.*' --exclude-throw-branches --print-summary build/coverage
 
 demo:
 	scripts/deps.sh build
-	cmake --preset demo
-	cmake --build --preset demo --target rtsptap_cli rtsptap_demo_server
+	cmake --workflow --preset demo
 	build/demo/tools/rtsptap demo --auth
 	build/demo/tools/rtsptap demo --auth --tcp
 	@echo "This was build/demo/tools/rtsptap, built in a hurry, without GStreamer, which recordings need."

@@ -547,8 +547,8 @@ RTSPTAP_API int32_t RTSPClientSendPauseRequest(intptr_t clientHandle, int32_t st
  *
  * Allowed in CLIENT_PLAYING_STATE and CLIENT_PAUSE_STATE; a 200 leads to CLIENT_INIT_STATE. A session that is
  * only set up cannot be torn down, only destroyed, and then lives on in the server until its time-out.
- * Afterwards the client has no streams: packets still queued are gone, those already taken are good until freed, and
- * with the last of them goes the receive buffer. Connect to use the client again.
+ * Afterwards the client has no streams: packets still queued are gone, those already taken are good until freed,
+ * and with the last of them goes the receive buffer. Connect to use the client again.
  *
  * @return an exchange's results; RTSP_INVALID_SESSION the reply is for another session, whatever its status.
  *         After RTSP_SMALL_BUFFER the session has ended; after any other failure it goes on.
@@ -629,8 +629,8 @@ RTSPTAP_API int32_t RTPClientGetRTPStreamData(intptr_t clientHandle, RTPStreamDa
 /**
  * Shows the oldest packet and leaves it in the queue. Waits and answers like RTPClientGetRTPStreamData.
  *
- * The packet stays the queue's: do not free it, and do not use it after the next peek or get on that stream. After a
- * TEARDOWN it is good until the next one, or until RTSPClientDestroy.
+ * The packet stays the queue's: do not free it, and do not use it after the next peek or get on that stream. After
+ * a TEARDOWN it is good until the next one, or until RTSPClientDestroy.
  *
  * @param streamData  receives the packet; left alone when no stream has that codec, so set it to null before
  * @return as RTPClientGetRTPStreamData
@@ -642,8 +642,8 @@ RTSPTAP_API int32_t RTPClientPeekRTPStreamData(intptr_t clientHandle, RTPStreamD
  * Gives a packet back, and with it the space in the receive buffer up to its end. Packets of a stream go back in
  * the order they were taken: freeing a later one first lets the payload of the earlier be overwritten.
  *
- * Also good after TEARDOWN. After RTSPClientDestroy the packet cannot be freed any more. With a codec that is not the
- * packet's own it goes back to its stream all the same; on a client that is not its own, its space stays taken.
+ * Also good after TEARDOWN. After RTSPClientDestroy the packet cannot be freed any more. With a codec that is not
+ * the packet's own it goes back to its stream all the same; on a client that is not its own, its space stays taken.
  *
  * @param codecType  the packet's own, packet->codecType
  * @return 0; RTSP_INVALID_ARGUMENT bad handle or codec, null packet

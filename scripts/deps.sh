@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that are missing; does nothing, and needs no rights, when none is.
-#   scripts/deps.sh [GROUP...]      groups: build record test (default: these), fuzz memcheck coverage
+#   scripts/deps.sh [GROUP...]      groups: build record test (default: these), fuzz memcheck coverage style
 # build is enough for the library, the demo and the tool without recordings.
 set -euo pipefail
 
@@ -13,6 +13,7 @@ declare -A packages=(
     [fuzz]="clang-14 libclang-rt-14-dev"
     [memcheck]="valgrind libgtest-dev"
     [coverage]="gcovr libgtest-dev"
+    [style]="clang-format-14 clang-tidy-14 git shellcheck"
 )
 
 [ $# -gt 0 ] || set -- build record test

@@ -3,7 +3,7 @@
 # RUNS executions or SECONDS seconds, whichever comes first. Fails on any finding, which is kept in build/fuzz/findings.
 #   scripts/fuzz.sh RUNS SECONDS SEED [TARGET...]      the targets have been built (cmake --build --preset fuzz)
 set -uo pipefail
-cd "$(dirname "$0")/.."
+cd "$(dirname "$0")/.." || exit
 
 runs=$1 seconds=$2 seed=$3
 shift 3

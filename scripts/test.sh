@@ -2,7 +2,7 @@
 # Builds the presets given (default: dev asan tsan), runs all their tests, and ends with "N passed, N failed".
 # A preset that does not build counts as one failure.
 set -uo pipefail
-cd "$(dirname "$0")/.."
+cd "$(dirname "$0")/.." || exit
 
 [ $# -gt 0 ] || set -- dev asan tsan
 passed=0
@@ -19,7 +19,7 @@ for preset in "$@"; do
     fi
     results="$PWD/build/$preset/results.xml"
     rm -f "$results"
-    ctest --preset "$preset" --parallel 2 --output-junit "$results"
+    ctest --preset "$preset" --output-junit "$results"
     status=$?
     tests=$(count "$results" tests)
     failures=$(count "$results" failures)

@@ -3,11 +3,11 @@
 # only, named below. Programs see nothing but the public header.
 # Usage: include_graph.sh SOURCE_DIRECTORY
 cd "$1" || exit 2
-rooms="platform rtp sdp rtsp digest"
+set -- platform rtp sdp rtsp digest
 for folder in tools examples; do
-    [ -d "$folder" ] && rooms="$rooms $folder"
+    [ -d "$folder" ] && set -- "$@" "$folder"
 done
-grep -rn --include='*.h' --include='*.cpp' --include='*.c' '^#include "' $rooms | awk -F'[:"]' '
+grep -rn --include='*.h' --include='*.cpp' --include='*.c' '^#include "' "$@" | awk -F'[:"]' '
 function height(path) {
     if (path ~ /^platform\//) return 1
     if (path ~ /^rtp\//) return 2

@@ -11,10 +11,10 @@ fail() {
     failures=$((failures + 1))
 }
 
-warnings="-pedantic -Wall -Wextra -Werror"
+set -- -pedantic -Wall -Wextra -Werror
 for header in "$include"/*.h; do
-    "$cc" -x c -std=c99 $warnings -fsyntax-only "$header" || fail "$header is not C99"
-    "$cxx" -x c++ -std=c++20 $warnings -fsyntax-only "$header" || fail "$header is not C++20"
+    "$cc" -x c -std=c99 "$@" -fsyntax-only "$header" || fail "$header is not C99"
+    "$cxx" -x c++ -std=c++20 "$@" -fsyntax-only "$header" || fail "$header is not C++20"
     undocumented=$(awk '/^RTSPTAP_API/ && previous !~ /\*\/$/ { print } { previous = $0 }' "$header")
     [ -z "$undocumented" ] || fail "no manual entry: $undocumented"
 done

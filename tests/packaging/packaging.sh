@@ -24,6 +24,7 @@ built_guest_runs() {
 by_pkg_config() { # PC_DIRECTORY ARGUMENT...
     pc=$1
     shift
+    # shellcheck disable=SC2046 # the flags are words of their own
     "$cc" "$@" -o program -static $(PKG_CONFIG_PATH=$pc pkg-config --static --cflags --libs rtsptap) ||
         fail "linking by $pc"
 }
