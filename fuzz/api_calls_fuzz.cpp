@@ -4,7 +4,7 @@
 // freed after its client. Nothing may be left when all is destroyed.
 #include "fuzz/fuzz_target.h"
 #include "rtsp/client/stream_sockets.h"
-#include "rtsptap_extended.h"
+#include "tests/support/calls.h"
 #include "tests/support/child_process.h"
 #include "tests/support/packet_builder.h"
 #include "tests/torture/system_calls.h"
@@ -33,7 +33,6 @@ constexpr const char *kWords[] = { // for the server: tests/soak/answering_serve
     "after:PLAY", "end:TEARDOWN", "silent:SETUP1", "silent:PAUSE",   "stranger",     "split",
     "group",      "half:OPTIONS", "end:OPTIONS",   "silent:DESCRIBE"};
 
-int32_t Number(Input &in) { return in.Pick(kNumbers); }
 const char *Text(Input &in) { return in.Pick(kTexts); }
 int32_t Codec(Input &in) { return in.Pick(kCodecs); }
 uint16_t Port(Input &in) { return static_cast<uint16_t>(in.Pick(kNumbers)); }
@@ -84,39 +83,46 @@ struct Caller {
     int32_t size = 0;
 };
 
-// A buffer for the raw reply: none, too small, enough, or only its size.
-struct Reply {
-    Reply(Caller &caller, Input &in) {
+// Arguments of any function: the first handle is the client's, or a list's where there is no client; the others are
+// lists. A buffer is none or whole, its size none, its own or any below.
+struct Arguments {
+    template <typename T> T Next() {
+        if constexpr (std::is_same_v<T, intptr_t>)
+            return handles++ > 0 || isOfList ? in.Pick(caller.lists) : client;
+        else if constexpr (std::is_same_v<T, uint16_t>)
+            return Port(in);
+        else if constexpr (std::is_integral_v<T>)
+            return static_cast<T>(in.U8() & 1 ? in.Pick(kNumbers) : Codec(in));
+        else if constexpr (std::is_same_v<T, const char *>)
+            return Text(in);
+        else if constexpr (std::is_same_v<T, char *>)
+            return in.U8() & 1 ? caller.buffer : nullptr;
+        else if constexpr (std::is_same_v<T, RTPStreamData **>)
+            return in.U8() & 1 ? &shown : nullptr;
+        else if constexpr (std::is_same_v<T, RTPStreamData *>)
+            return nullptr; // only HandlePackets frees
+        else
+            return Size<T>();
+    }
+    template <typename T> T Size() {
         const uint8_t choice = in.U8() % 4;
         caller.size = sizeof caller.buffer;
-        if (choice == 1) caller.size = Number(in) % caller.size;
-        text = choice == 3 ? nullptr : caller.buffer;
-        size = choice == 0 ? nullptr : &caller.size;
+        if (choice == 1) caller.size = in.Pick(kNumbers) % caller.size;
+        return choice == 0 ? nullptr : reinterpret_cast<T>(&caller.size);
     }
-    char *text;
-    int32_t *size;
+
+    Caller &caller;
+    const intptr_t client;
+    Input &in;
+    bool isOfList = false;
+    int handles = 0;
+    RTPStreamData *shown = nullptr;
 };
 
-using Method = int32_t (*)(intptr_t client, intptr_t list, char *text, int32_t *size);
-using StreamMethod = int32_t (*)(intptr_t client, int32_t stream, intptr_t list, char *text, int32_t *size);
-
-void CallMethod(Caller &caller, intptr_t client, Input &in) {
-    constexpr Method kMethods[] = {RTSPClientSendOptionsRequest, RTSPClientSendDescribeRequest,
-                                   RTSPClientSendTeardownRequest};
-    const Method method = in.Pick(kMethods);
-    const intptr_t list = in.Pick(caller.lists);
-    const Reply reply(caller, in);
-    method(client, list, reply.text, reply.size);
-}
-
-void CallStreamMethod(Caller &caller, intptr_t client, Input &in) {
-    constexpr StreamMethod kMethods[] = {RTSPClientSendSetupRequest, RTSPClientSendPlayRequest,
-                                         RTSPClientSendPauseRequest};
-    const StreamMethod method = in.Pick(kMethods);
-    const int32_t stream = Number(in);
-    const intptr_t list = in.Pick(caller.lists);
-    const Reply reply(caller, in);
-    method(client, stream, list, reply.text, reply.size);
+void CallAny(Caller &caller, intptr_t client, Input &in) {
+    const test::Function<Arguments> &function = test::kFunctions<Arguments>[in.U8() % test::kHarmless];
+    Arguments arguments{caller, client, in, function.name.find("List") != function.name.npos};
+    function.call(arguments);
 }
 
 void Connect(Caller &caller, intptr_t client, Input &in) {
@@ -130,54 +136,17 @@ void Connect(Caller &caller, intptr_t client, Input &in) {
 void ConnectAndPlay(Caller &caller, intptr_t client, Input &in) {
     const uint32_t proto = in.U8() % 3;
     const char *const user = Text(in);
-    const intptr_t list = in.Pick(caller.lists);
-    const Reply reply(caller, in);
+    Arguments arguments{caller, client, in, true};
+    const auto list = arguments.Next<intptr_t>();
+    char *const text = arguments.Next<char *>();
     RTSPClientAutoRTSPConnect(client, "127.0.0.1", serverPort, caller.path.c_str(), user, user, proto, 0, list,
-                              list, 0, 0, reply.text, reply.size);
+                              list, 0, 0, text, arguments.Next<int32_t *>());
 }
 
-void Query(Caller &caller, intptr_t client, Input &in) {
-    const int32_t stream = Number(in);
-    uint32_t number = sizeof caller.buffer;
-    const char *const name = Text(in);
-    RTSPClientGetSDPFieldInfo(client, stream, name, caller.buffer, in.U8() & 1 ? &number : nullptr);
-    if (const RTSPStreamDescription *const is = RTSPClientGetSDPInfo(client, stream))
+void Query(Caller &, intptr_t client, Input &in) {
+    if (const RTSPStreamDescription *const is = RTSPClientGetSDPInfo(client, in.Pick(kNumbers)))
         Require(is->spsSize == 0 || is->sps != nullptr);
-    RTSPClientGetSSRC(client, stream, &number);
-    RTPClientGetTSOffset(client, Codec(in), &number, Number(in));
-    const Reply last(caller, in);
-    RTSPClientGetLastReply(client, last.text, last.size);
     Require(RTSPClientGetNbStreams(client) != 0 || ValidateRTSPClientHandle(client) == 0);
-}
-
-void ConfigureClient(Caller &, intptr_t client, Input &in) {
-    const uint8_t what = in.U8() % 5;
-    const int32_t first = Number(in);
-    const int32_t second = Number(in);
-    if (what == 0) RTSPClientSetMTUSize(client, static_cast<uint32_t>(first));
-    if (what == 1) RTPClientSetAudioVideoBufferSize(client, first, second);
-    if (what == 2) RTPClientConfigLatency(client, first, second, Number(in));
-    if (what == 3) RTSPTapSetDataProto(client, static_cast<uint32_t>(first) % 3);
-    if (what == 4) RTSPTapForgetChallenge(client);
-}
-
-void Listen(Caller &, intptr_t client, Input &in) {
-    const int32_t flag = Number(in);
-    const uint16_t port = Port(in);
-    const int32_t bytes = Number(in);
-    if (flag == 90)
-        CreateRTPStream(client, Codec(in), port, in.U8());
-    else
-        StartThirdPartyClient(client, flag, Codec(in), port, bytes, Codec(in), Port(in), bytes, 0, 0, 0);
-}
-
-void EditList(Caller &caller, intptr_t, Input &in) {
-    const intptr_t list = in.Pick(caller.lists);
-    const uint8_t what = in.U8() % 4;
-    const char *const name = Text(in);
-    if (what == 0) RTSPRemoveHeaderFromList(list, name);
-    if (what == 1) RTSPModifyHeaderInList(list, name, Text(in));
-    if (what > 1) RTSPAddHeaderToList(list, name, Text(in), what == 3);
 }
 
 void HandlePackets(Caller &caller, intptr_t client, Input &in) {
@@ -206,7 +175,7 @@ void CallWithNothing(Caller &, intptr_t, Input &in) {
     Require(ThreadCreate(nullptr, nullptr, nullptr) + ThreadDetach(0) + WaitForThreadCompletion(0) == -3);
     Require(WaitForConditionVar(nullptr, nullptr) + SignalOnConditionVar(nullptr) == -2);
     Require(RtpRtspErrorPrint(nullptr) + RtpRtspInfoPrint(nullptr) == 0);
-    Require(Base64Encode(nullptr, Number(in), nullptr) == RTSP_INVALID_ARGUMENT);
+    Require(Base64Encode(nullptr, in.Pick(kNumbers), nullptr) == RTSP_INVALID_ARGUMENT);
     CloseSock(-1);
 }
 
@@ -221,9 +190,8 @@ void DestroyClient(Caller &caller, intptr_t, Input &in) { caller.Destroy(in.U8()
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
     constexpr void (*kCalls[])(Caller &, intptr_t, Input &) = {
-        CreateClient,  CallStreamMethod, CallMethod, Connect,      ConnectAndPlay,
-        HandlePackets, Arrive,           ChoosePath, Query,        ConfigureClient,
-        Listen,        CallWithNothing,  EditList,   DestroyClient};
+        CreateClient, CallAny, CallAny, Connect, ConnectAndPlay,  CallAny,       HandlePackets,
+        Arrive,       CallAny, CallAny, Query,   CallWithNothing, DestroyClient, ChoosePath};
     [[maybe_unused]] static const bool started = (StartServer(), true);
     Input in(data, size);
     {

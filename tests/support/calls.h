@@ -5,7 +5,7 @@
 #include "rtsptap_extended.h"
 
 #include <deque>
-#include <iomanip>
+#include <map>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -40,7 +40,8 @@ template <typename Source, auto... functions>
 constexpr Function<Source> kTable[] = {
     {NameOf<functions>(), [](Source &source) { return CallFrom(source, functions); }}...};
 
-// Whatever they are given, these may be called. RTSPDestroyHeaderList and what handles packets is for the careful.
+// The first kHarmless may be called with whatever stands for a client and a list.
+constexpr int kHarmless = 26;
 template <typename Source>
 constexpr auto &kFunctions =
     kTable<Source, ValidateRTSPClientHandle, RTSPClientSetMTUSize, RTSPClientSendOptionsRequest,
@@ -54,9 +55,12 @@ constexpr auto &kFunctions =
            RTPClientGetRTPStreamData, RTPClientFreeRTPStreamData, RTSPClientDestroy>;
 
 // Arguments from words apart by spaces: numbers, texts, null; any other word for a pointer stands for a place that
-// its owner can look at. A word with spaces is quoted.
+// its owner can look at. {NAME} is what `names` says.
 struct Words {
-    int64_t Call(const std::string &line) {
+    int64_t Call(std::string line) {
+        for (const auto &[name, value] : names)
+            for (std::size_t at = line.find(name); at != line.npos; at = line.find(name, at + value.size()))
+                line.replace(at, name.size(), value);
         words_ = std::istringstream(line);
         read_.clear();
         const std::string &name = NextWord();
@@ -83,6 +87,7 @@ struct Words {
             return reinterpret_cast<T>(&(size = room)); // int32_t *, uint32_t *
     }
 
+    std::map<std::string, std::string> names; // "{client}" and the like
     char buffer[4096] = {};
     int32_t room = sizeof buffer;
     int32_t size = 0;
@@ -92,7 +97,7 @@ struct Words {
 private:
     const std::string &NextWord() {
         std::string word;
-        words_ >> std::quoted(word);
+        words_ >> word;
         return read_.emplace_back(word);
     }
 

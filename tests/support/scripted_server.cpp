@@ -14,6 +14,11 @@ namespace {
 
 constexpr auto kPatience = std::chrono::seconds(10);
 
+void ReplaceAll(std::string &text, const std::string &mark, const std::string &value) {
+    for (std::size_t at = text.find(mark); at != std::string::npos; at = text.find(mark, at + value.size()))
+        text.replace(at, mark.size(), value);
+}
+
 // The first text that the request does not meet; empty when it meets all.
 std::string FirstUnmet(const std::vector<std::string> &texts, const ScriptedServer &server,
                        const std::string &request) {
@@ -26,11 +31,6 @@ std::string FirstUnmet(const std::vector<std::string> &texts, const ScriptedServ
 }
 
 } // namespace
-
-void ReplaceAll(std::string &text, const std::string &mark, const std::string &value) {
-    for (std::size_t at = text.find(mark); at != std::string::npos; at = text.find(mark, at + value.size()))
-        text.replace(at, mark.size(), value);
-}
 
 std::string ReplyText(const std::string &statusLine, std::initializer_list<std::string> headers,
                       const std::string &body) {

@@ -52,7 +52,6 @@ inline Reply Pieces(const std::string &bytes, std::size_t cut, int pauseMs) {
     return SendBytes(bytes.substr(0, cut)) + Delay(pauseMs) + SendBytes(bytes.substr(cut));
 }
 
-void ReplaceAll(std::string &text, const std::string &mark, const std::string &value);
 std::string ReplyText(const std::string &statusLine, std::initializer_list<std::string> headers,
                       const std::string &body);
 

@@ -4,7 +4,7 @@
 //
 //     rtsptap_torture answering_server.py sessions.txt short | NAME | K/N (every Nth session from the Kth on)
 #include "rtsp/client/stream_sockets.h"
-#include "rtsptap.h"
+#include "tests/support/calls.h"
 #include "tests/support/child_process.h"
 #include "tests/support/own_network.h"
 #include "tests/support/packet_builder.h"
@@ -20,6 +20,7 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <sstream>
 #include <string>
 #include <unistd.h>
@@ -42,6 +43,7 @@ struct Plan {
     std::vector<Scenario> scenarios;
     std::vector<std::pair<Fault, bool>> faults;                           // and whether it is the first of its line
     std::vector<std::pair<std::string, std::vector<int32_t>>> documented; // acts and what they may give
+    std::multimap<char, std::string> calls;                               // of an act, in order
 };
 
 int EffectOf(const std::string &word) {
@@ -62,6 +64,7 @@ Plan ReadPlan(const char *file) {
         if (what == "code") plan.documented.push_back({key, {std::istream_iterator<int32_t>(words), {}}});
         while ((what == "fault" || what == "again") && words >> word)
             plan.faults.push_back({{key, EffectOf(word), what == "again"}, isFirst}), isFirst = false;
+        if (what == "act") plan.calls.emplace(key[0], line.substr(6));
         if (line.empty()) isShort = false;
         Scenario next{.isShort = isShort};
         if (sscanf(line.c_str(), "%63[^;#]; %7[^;]; %63[^; ] ; %127[^;]; %d", next.name, next.proto, next.path,
@@ -72,25 +75,22 @@ Plan ReadPlan(const char *file) {
 }
 
 Plan plan;
-constexpr const char *kHost = "127.0.0.1";
-constexpr uint16_t kPort = 61000; // of standalone reception, and the two above it
+constexpr uint16_t kPort = 61000; // of standalone reception, and the two above it, in sessions.txt, too
 constexpr int32_t kCodecs[] = {0, RTP_CODEC_H264, RTP_CODEC_MPEG4_GENERIC, RTP_CODEC_JPEG};
 constexpr int32_t kUnheardOf = -1000;
 constexpr unsigned kWatchdogSeconds = 60;
 uint16_t serverPort = 0;
 
 struct Run {
-    const char *path;
-    uint32_t proto;
+    explicit Run(const Scenario &scenario) : proto(strcmp(scenario.proto, "TCP") == 0) {
+        words.names = {{"{path}", scenario.path}, {"{port}", std::to_string(serverPort)}};
+    }
+
     intptr_t client = 0;
     intptr_t list = 0;
+    bool proto;
     std::vector<RTPStreamData *> held = {};
-    RTPStreamData *shown = nullptr;
-    char buffer[4096] = {};
-    int32_t room = sizeof buffer;
-    int32_t size = 0;
-
-    int32_t *Size() { return &(size = room); }
+    Words words;
 };
 
 bool IsDocumented(char act, int32_t result) {
@@ -110,32 +110,15 @@ int32_t Take(Run &run, int32_t stream, bool hold) {
     return result;
 }
 
-// Every question an application may ask. That one has no answer is no failure.
-int32_t Ask(Run &run, int32_t) {
-    char value[64];
-    uint32_t number = sizeof value;
-    const int32_t results[] = {RTSPClientGetNbStreams(run.client),
-                               RTSPClientGetSDPFieldInfo(run.client, 1, "a=fmtp", value, &number),
-                               RTSPClientGetSDPFieldInfo(run.client, 0, "s", value, &number),
-                               RTSPClientGetSSRC(run.client, 1, &number),
-                               RTPClientGetTSOffset(run.client, RTP_CODEC_MPEG4_GENERIC, &number, 44100),
-                               RTPClientGetNbOfPktInBuffer(run.client, RTP_CODEC_H264),
-                               RTPClientGetStreamPktCount(run.client, RTP_CODEC_H264)};
-    const RTSPStreamDescription *const description = RTSPClientGetSDPInfo(run.client, 1);
-    if (description != nullptr && description->spsSize > 0 && description->sps[description->spsSize - 1] == 0)
-        return kUnheardOf; // as sent it ends in another byte
-    for (const int32_t result : results)
-        if (result < 0 && result != -1 && result != -85 && result != -95 && result != -99) return result;
-    return 0;
+int32_t LookAtParameterSet(Run &run, int32_t) {
+    const RTSPStreamDescription *const is = RTSPClientGetSDPInfo(run.client, 1);
+    const bool isCut = is != nullptr && is->spsSize > 0 && is->sps[is->spsSize - 1] == 0; // it ends in another byte
+    return isCut ? kUnheardOf : 0;
 }
 
 int32_t MakeList(Run &run, int32_t) {
     run.list = RTSPCreateHeaderList();
-    if (run.list < 0) return static_cast<int32_t>(std::exchange(run.list, 0));
-    int32_t result = RTSPAddHeaderToList(run.list, "Accept-Language", "en", 0);
-    if (result == 0) result = RTSPAddHeaderToList(run.list, "X-Torture", "k", 1);
-    if (result == 0) result = RTSPAddHeaderToList(run.list, "From", "torture", 0);
-    return result;
+    return run.list < 0 ? static_cast<int32_t>(std::exchange(run.list, 0)) : 0;
 }
 
 int32_t SendToStandalone(Run &, int32_t) {
@@ -143,48 +126,30 @@ int32_t SendToStandalone(Run &, int32_t) {
     return 0;
 }
 
-struct Act {
-    char letter;
-    int32_t (*call)(Run &r, int32_t n);
-};
-
-const Act kActs[] = {
-    {'c', [](Run &r, int32_t) { return RTSPClientConnect(r.client, kHost, serverPort, r.path, r.proto, 0); }},
-    {'a',
-     [](Run &r, int32_t) {
-         return RTSPClientAutoRTSPConnect(r.client, kHost, serverPort, r.path, "user", "secret", r.proto, 0, 0, 0,
-                                          0, 0, r.buffer, r.Size());
-     }},
-    {'o', [](Run &r, int32_t) { return RTSPClientSendOptionsRequest(r.client, 0, r.buffer, r.Size()); }},
-    {'d', [](Run &r, int32_t) { return RTSPClientSendDescribeRequest(r.client, r.list, r.buffer, r.Size()); }},
-    {'s', [](Run &r, int32_t n) { return RTSPClientSendSetupRequest(r.client, n, r.list, r.buffer, r.Size()); }},
-    {'p', [](Run &r, int32_t n) { return RTSPClientSendPlayRequest(r.client, n, r.list, r.buffer, r.Size()); }},
-    {'u', [](Run &r, int32_t n) { return RTSPClientSendPauseRequest(r.client, n, 0, nullptr, r.Size()); }},
-    {'t', [](Run &r, int32_t) { return RTSPClientSendTeardownRequest(r.client, 0, nullptr, nullptr); }},
-    {'g', [](Run &r, int32_t n) { return Take(r, n, false); }},
-    {'h', [](Run &r, int32_t n) { return Take(r, n, true); }},
-    {'k', [](Run &r, int32_t n) { return RTPClientPeekRTPStreamData(r.client, &r.shown, kCodecs[n]); }},
-    {'q', Ask},
+// What is not a call alone; those are in sessions.txt.
+const std::map<char, int32_t (*)(Run &run, int32_t n)> kActs = {
+    {'g', [](Run &run, int32_t n) { return Take(run, n, false); }},
+    {'h', [](Run &run, int32_t n) { return Take(run, n, true); }},
+    {'q', LookAtParameterSet},
     {'l', MakeList},
-    {'m', [](Run &r, int32_t) { return RTSPModifyHeaderInList(r.list, "Accept-Language", "de"); }},
-    {'r', [](Run &r, int32_t) { return RTSPRemoveHeaderFromList(r.list, "X-Torture"); }},
-    {'x',
-     [](Run &r, int32_t) {
-         return StartThirdPartyClient(r.client, 0, kCodecs[1], kPort, 4096, kCodecs[2], kPort + 1, 4096, 0, 0, 0);
-     }},
-    {'z', [](Run &r, int32_t) { return CreateRTPStream(r.client, kCodecs[3], kPort + 2, 1); }},
     {'y', SendToStandalone},
-    {'i', [](Run &r, int32_t) { return RTPClientConfigLatency(r.client, 200, 0, 400); }},
-    {'j', [](Run &r, int32_t) { return RTSPClientSetMTUSize(r.client, 101); }},
-    {'R', [](Run &r, int32_t) { return RTPClientSetAudioVideoBufferSize(r.client, 2000, 2000); }},
-    {'b', [](Run &r, int32_t) { return r.room = 10, 0; }},
-    {'P', [](Run &r, int32_t) { return r.proto ^= 1, 0; }},
+    {'b', [](Run &run, int32_t) { return run.words.room = 10, 0; }},
+    {'P', [](Run &run, int32_t) { return run.proto = !run.proto, 0; }},
     {'w', [](Run &, int32_t) { return usleep(20000); }},
 };
 
 int32_t Perform(Run &run, char letter, int32_t n) {
-    return std::find_if(std::begin(kActs), std::end(kActs), [=](const Act &act) { return act.letter == letter; })
-        ->call(run, n);
+    int32_t result = kActs.contains(letter) ? kActs.at(letter)(run, n) : 0;
+    auto &names = run.words.names;
+    names["{client}"] = std::to_string(run.client);
+    names["{list}"] = std::to_string(run.list);
+    names["{proto}"] = std::to_string(run.proto);
+    names["{n}"] = std::to_string(n);
+    names["{codec}"] = std::to_string(kCodecs[n % 4]);
+    const auto [first, end] = plan.calls.equal_range(letter);
+    for (auto call = first; call != end; ++call)
+        if (const auto code = static_cast<int32_t>(run.words.Call(call->second)); result >= 0) result = code;
+    return result;
 }
 
 char current[200]; // what is going on, for the watchdog
@@ -216,7 +181,7 @@ int32_t PerformAll(Run &run, const char *acts) {
         if (*at == ' ' || isdigit(*at)) continue;
         const int32_t result = Perform(run, *at, at[1] - '0');
         if (!IsDocumented(*at, result)) Tell((std::string("act ") + *at + " gives").c_str(), result);
-        if (firstFailure == 0 && result < 0) firstFailure = result;
+        if (firstFailure == 0 && result < 0 && *at != 'q') firstFailure = result; // no answer is none
     }
     for (RTPStreamData *const packet : run.held)
         if (RTPClientFreeRTPStreamData(run.client, packet, packet->codecType) != 0) Tell("a held packet stays", 0);
@@ -228,7 +193,7 @@ int32_t PerformAll(Run &run, const char *acts) {
 int32_t RunOnce(const Scenario &scenario, const Fault &fault, long nth) {
     snprintf(current, sizeof current, "%s, %s %ld (%d)", scenario.name, fault.call.c_str(), nth, fault.effect);
     alarm(kWatchdogSeconds);
-    Run run{.path = scenario.path, .proto = strcmp(scenario.proto, "TCP") == 0 ? 1U : 0U};
+    Run run(scenario);
     torture::Arm(fault, nth);
     const int32_t firstFailure = PerformAll(run, scenario.acts);
     if (const char *const complaint = torture::Complaint(); *complaint != '\0') Tell(complaint, 0);

@@ -12,16 +12,14 @@ TEST(Calls, AreRefusedInTheOrderOfTheirChecks) {
     const Session described(kUdp, CLIENT_DESCRIBE_SENT_STATE), tcp(kTcp, CLIENT_DESCRIBE_SENT_STATE);
     const HeaderList list({});
     const UdpPeer taken, upper(static_cast<uint16_t>(FreePair() + 1));
-    const std::pair<const char *, intptr_t> names[] = {
+    const std::pair<std::string, intptr_t> names[] = {
         {"client", client},     {"unsized", unsized}, {"described", described.client}, {"tcp", tcp.client},
         {"list", list},         {"gone", Client()},   {"closed", UdpPeer().Port()},    {"pair", upper.Port() - 1},
         {"taken", taken.Port()}};
     Words words;
+    for (const auto &[name, value] : names) words.names["{" + name + "}"] = std::to_string(value);
     for (const auto &row : Rows("refusals.txt")) {
-        std::string line = row[0].substr(row[0].find_first_of(' ') + 1);
-        for (const auto &[name, value] : names)
-            ReplaceAll(line, "{" + std::string(name) + "}", std::to_string(value));
-        line.erase(0, line.find_first_not_of(' '));
+        const std::string line = row[0].substr(row[0].find_first_not_of("-0123456789 "));
         const std::size_t descriptors = CountDescriptors();
         Refusals refused(line.substr(0, line.find(' ')));
         SCOPED_TRACE(row[0]);
