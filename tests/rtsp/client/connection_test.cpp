@@ -1,11 +1,14 @@
+// Clients, connections and ports.
 #include "tests/support/session.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <thread>
+#include <unistd.h>
 
-using namespace rtsptap::test;
+namespace rtsptap::test {
+namespace {
 
 TEST(Connection, ClientsComeAndGoWhileOthersAreAsked) {
     CapturedStdout out;
@@ -94,3 +97,140 @@ TEST(Connection, RequestsOfAnInterleavedSession) {
     ASSERT_EQ(requests.size(), std::size(kRequests));
     for (std::size_t i = 0; i < requests.size(); ++i) EXPECT_EQ(requests[i], session.server.Expand(kRequests[i]));
 }
+
+constexpr char kName[] = "RTSPClientSendSetupRequest";
+constexpr char kNoRtcpBind[] = " :Can not bind to the user given client port of Transport header (RTCP)\n";
+
+int32_t SetupWith(Session &session, int32_t stream, intptr_t list) {
+    return RTSPClientSendSetupRequest(session.client, stream, list, nullptr, nullptr);
+}
+
+std::string ClientPorts(uint16_t port) {
+    return "client_port=" + std::to_string(port) + "-" + std::to_string(port + 1);
+}
+
+TEST(Setup, PortsGoUpInPairs) {
+    Session session(kUdp, CLIENT_READY_STATE, Times(3, {"SETUP ", Ok()}));
+    const uint16_t first = session.ClientPort(2);
+    EXPECT_EQ(first % 2, 0);
+    EXPECT_FALSE(IsFree(first) || IsFree(Plus(first, 1)));
+    const UdpPeer rtpTaken(Plus(first, 2));
+    const UdpPeer rtcpTaken(Plus(first, 7));
+    EXPECT_EQ(session.Setup(1), 0);
+    EXPECT_EQ(session.ClientPort(1), first + 4); // an occupied RTP port is skipped
+    Refusals{kName}(session.Setup(2), -96, kNoRtcpBind);
+    EXPECT_EQ(session.Setup(2), 0);
+    EXPECT_TRUE(session.server.Requests().back().ends_with("\r\nTransport: RTP/AVP/UDP;unicast;" +
+                                                           ClientPorts(Plus(first, 8)) + "\r\n\r\n"));
+    EXPECT_EQ(session.Setup(1), 0);
+    EXPECT_TRUE(IsFree(Plus(first, 4)) && IsFree(Plus(first, 5))); // a stream gives its earlier sockets back
+}
+
+TEST(Setup, PortAfter59999Is2000) {
+    if (!IsFree(59998) || !IsFree(59999)) GTEST_SKIP() << "the last pair of ports is taken";
+    const HeaderList list({{"Transport", "RTP/AVP;unicast;client_port=59998-59999"}});
+    Session session(kUdp, CLIENT_DESCRIBE_SENT_STATE, {{"client_port=59998-59999\r\n", Ok()}, {"SETUP ", Ok()}});
+    uint16_t expected = 2000;
+    while (!IsFree(expected)) expected = Plus(expected, 2);
+    EXPECT_EQ(SetupWith(session, 1, list), 0);
+    EXPECT_EQ(session.Setup(2), 0);
+    EXPECT_EQ(session.ClientPort(2), expected);
+}
+
+TEST(Setup, UserTransportIsSentAndTakenOutOfTheList) {
+    const uint16_t port = FreePair();
+    const std::string value = "RTP/AVP;unicast;" + ClientPorts(port) + ";x";
+    const HeaderList list({{"Require", "a"}, {"Transport", value.c_str()}, {"Blocksize", "9"}});
+    Session session(
+        kUdp, CLIENT_DESCRIBE_SENT_STATE,
+        {{"\r\nRequire: a\r\nBlocksize: 9\r\nTransport: " + value + "\r\n\r\n", Ok()}, {"SETUP ", Ok()}});
+    EXPECT_EQ(SetupWith(session, 1, list), 0);
+    EXPECT_EQ(RTSPModifyHeaderInList(list, "Transport", "x"), RTSP_HEADER_NAME);
+    EXPECT_FALSE(IsFree(port) || IsFree(Plus(port, 1)));
+    const HeaderList only({{"Transport", "RTP/AVP;unicast;interleaved=0-1"}});
+    EXPECT_EQ(SetupWith(session, 2, only), 0); // no port named: the next automatic one
+    EXPECT_EQ(RTSPRemoveHeaderFromList(only, "Transport"), RTSP_HEADER_NAME);
+    EXPECT_FALSE(IsFree(Plus(port, 2)));
+}
+
+TEST(Setup, RunningOutOfDescriptorsIsReported) {
+    Session session(kUdp, CLIENT_DESCRIBE_SENT_STATE);
+    Refusals refused(kName);
+    for (const auto &[spare, text] : {std::pair{0, " :RTSP Client socket creation failed\n"},
+                                      {1, " :RTCP Client receive socket creation failed\n"}}) {
+        const DescriptorLimit limit(static_cast<rlim_t>(spare));
+        refused(session.Setup(1), -82, text);
+    }
+    const DescriptorLimit limit(0);
+    EXPECT_EQ(session.Connect(), RTSP_SOCKET_FAILED);
+}
+
+// Other replies: tests/hostile.
+TEST(Setup, FailureBehindTheReplyClosesWhatItsStepNames) {
+    const std::string group = "Transport: RTP/AVP;multicast;destination";
+    const std::string noPort = " : Multicast port is invalid in response\n";
+    const UdpPeer taken;
+    const struct {
+        std::string header;
+        int32_t code;
+        std::string text;
+        bool closesBoth = false; // the RTCP socket, too
+    } kCases[] = {
+        {"CSeq: 0", -90, " :Problem in parsing Response Message received from server \n", true},
+        {"Session: ;" + std::string(33, 'i'), -90, " : Too long SessionID received \n", true},
+        {"Transport: RTP/AVP;multicast;port=5000", 0, ""}, // without a destination it is unicast
+        {group, -71, " : Destination address is null in response\n"},
+        {group + "=232.1.1.1", -71, noPort},
+        {group + "=232.1.1.1;port=0", -71, noPort},
+        {group + "=" + std::string(33, '1') + ";port=5000", -90, " : Multicast IP address is too long\n"},
+        {group + "=232.1.1.1;port=" + std::to_string(taken.Port()), -71, " :Can not bind to multicast port\n"},
+        {group + "=10.0.0.1;port=" + std::to_string(FreePair()), -71, " :Unable to add membership \n"},
+    };
+    for (const auto &row : kCases) {
+        Session session(kUdp, CLIENT_DESCRIBE_SENT_STATE, {{"SETUP ", Ok(row.header)}});
+        Refusals{kName}(session.Setup(1), row.code, row.text);
+        EXPECT_EQ(ObservedState(session.client), &row == kCases ? CLIENT_DESCRIBE_SENT_STATE : CLIENT_READY_STATE);
+        EXPECT_EQ(IsFree(session.ClientPort(1)), row.code != 0) << row.header;
+        EXPECT_EQ(IsFree(Plus(session.ClientPort(1), 1)), row.closesBoth) << row.header;
+    }
+}
+
+TEST(Setup, SessionIdIsKeptUntilAReplyBringsAnother) {
+    const std::string id32(32, 'i');
+    const std::string header = "\r\nSession: " + id32 + "\r\n";
+    Session session(kTcp, CLIENT_DESCRIBE_SENT_STATE,
+                    {{{"SETUP ", "!Session"}, Ok("session: " + id32 + ";timeout=60")},
+                     {header, Ok()},
+                     {header, Status(201, "Created", "Session: other")},
+                     {header, Ok("Session: new;x")},
+                     {"\r\nSession: new\r\n", Ok()}});
+    EXPECT_EQ(session.Setup(1), 0);
+    for (int i = 0; i < 4; ++i) EXPECT_EQ(session.Setup(2), 0);
+}
+
+TEST(Setup, FailedAttemptsDoNotPileUpDescriptors) {
+    Session session(kUdp, CLIENT_DESCRIBE_SENT_STATE,
+                    Times(5, {"SETUP ", Status(461, "Unsupported Transport")}) + Times(1, {"SETUP ", Ok()}));
+    EXPECT_EQ(session.Setup(1), RTSP_CLIENT_ERROR);
+    const std::size_t descriptors = CountDescriptors(); // with the RTCP socket, which an error status leaves open
+    for (int i = 0; i < 4; ++i) EXPECT_EQ(session.Setup(1), RTSP_CLIENT_ERROR);
+    EXPECT_EQ(CountDescriptors(), descriptors);
+    EXPECT_EQ(session.Setup(1), 0); // and the stream has its socket back
+    EXPECT_EQ(CountDescriptors(), descriptors + 1);
+}
+
+TEST(StandaloneReceiver, StreamsOfASessionTornDownDoNotHideItsOwn) {
+    Session session(kUdp, CLIENT_PLAYING_STATE, {{"TEARDOWN ", Ok()}});
+    session.SendNumbers(1, Numbers(1, 1));
+    RTPStreamData *const held = TakePacket(session.client, kVideo);
+    ASSERT_NE(held, nullptr);
+    EXPECT_EQ(session.Teardown(), 0);
+    const uint16_t port = UdpPeer().Port(); // was free a moment ago
+    EXPECT_EQ(StartThirdPartyClient(session.client, 1, kVideo, port, 100000, 0, 0, 0, 0, 0, 0), 0);
+    UdpPeer().SendTo(port, Rtp(10));
+    EXPECT_EQ(session.Video(1), Numbers(10, 10));
+    EXPECT_EQ(RTPClientFreeRTPStreamData(session.client, held, kVideo), 0);
+}
+
+} // namespace
+} // namespace rtsptap::test

@@ -1,0 +1,284 @@
+// A packet's way: place in the ring, header, queue, application. Order, limits and latency of the queue:
+// tests/impair.
+#include "rtp/packet_memory.h"
+#include "rtp/rtp_packet.h"
+#include "rtp/udp_reception.h"
+#include "tests/rtp/stream_fixture.h"
+#include "tests/support/captured_stdout.h"
+#include "tests/support/session.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+#include <thread>
+
+namespace rtsptap {
+namespace {
+
+TEST(ReceiveRing, PlacesThePacketWhereAWholeMtuFits) {
+    const struct {
+        int64_t read, write, mtu;
+        RingRoom verdict;
+        int64_t room, writeAfter;
+    } cases[] = {{0, 0, 100, RingRoom::kReady, 100, 0},
+                 {700, 700, 100, RingRoom::kReady, 100, 0},   // empty: back to the start
+                 {700, 700, 5000, RingRoom::kReady, 1000, 0}, // an MTU above the ring gets the whole ring
+                 {0, 899, 100, RingRoom::kReady, 100, 899},
+                 {100, 900, 100, RingRoom::kFullAtEnd, 0, 900}, // full when the space equals the MTU
+                 {101, 900, 100, RingRoom::kWrapped, 100, 0},
+                 {300, 200, 100, RingRoom::kFullBehind, 0, 200},
+                 {301, 200, 100, RingRoom::kReady, 100, 200},
+                 {0, 10, UINT32_MAX, RingRoom::kFullAtEnd, 0, 10}}; // MTU above the ring: one packet at a time
+    for (const auto &expected : cases) {
+        ReceiveRing ring;
+        ASSERT_TRUE(AllocateRing(ring, 1000));
+        ring.readIndex = expected.read;
+        ring.writeIndex = expected.write;
+        const RingPlace place = PlaceNextPacket(ring, static_cast<uint32_t>(expected.mtu));
+        SCOPED_TRACE(testing::Message() << expected.read << " " << expected.write << " " << expected.mtu);
+        EXPECT_EQ(place.verdict, expected.verdict);
+        EXPECT_EQ(place.room, expected.room);
+        EXPECT_EQ(ring.writeIndex, expected.writeAfter);
+        ReleaseRing(ring);
+    }
+}
+
+class RtpPacket : public StreamFixture {
+protected:
+    ~RtpPacket() override { totalPktLost = 0; } // the process shares it
+
+    CapturedStdout out;
+};
+
+TEST_F(RtpPacket, ReadsEveryFieldOfTheHeader) {
+    Bytes bytes = Packet(0xF00D, 0xDEADBEEF, 0x80 | 97); // marker
+    bytes.resize(12);
+    bytes[0] = 0xB2;                                              // padding, extension, two CSRCs
+    bytes.insert(bytes.end(), {0, 0, 0, 1, 0xFF, 0, 0, 2});       // CSRCs
+    bytes.insert(bytes.end(), {0xBE, 0xDE, 0xC0, 1, 9, 8, 7, 6}); // only 14 bits of the length count
+    bytes.insert(bytes.end(), {'d', 'a', 't', 'a', 0, 2});
+    RTPStreamData *const packet = Parse(bytes);
+    const RTPHeader &header = *packet->rtpHeader;
+    EXPECT_TRUE(header.version == 2 && header.padding && header.extension && header.marker);
+    EXPECT_EQ(header.payloadType, 97);
+    EXPECT_EQ(header.sequenceNumber, 0xF00D);
+    EXPECT_EQ(header.timestamp, 0xDEADBEEF);
+    EXPECT_EQ(header.ssrc, 0x11223344u);
+    EXPECT_EQ(header.csrcCount, 2);
+    EXPECT_EQ(header.csrc[1], 0xFF000002u);
+    EXPECT_EQ(packet->extensionProfile, 0xBEDE);
+    EXPECT_EQ(Bytes(packet->extensionData, packet->extensionData + packet->extensionLength), Bytes({9, 8, 7, 6}));
+    EXPECT_EQ(packet->packetLength, bytes.size());
+    EXPECT_EQ(packet->payload, packet->packetData + 28);
+    EXPECT_EQ(packet->payloadLength, 4u);
+    FreePacketRecord(packet);
+}
+
+TEST_F(RtpPacket, AcceptsTheKnownPayloadTypesOnly) {
+    const std::set<int> accepted = {0, 8, 10, 11, 14, 26, 33};
+    client.dataProto = DATA_PROTO_TCP; // no gaps
+    for (int type = 0; type < 128; ++type) {
+        RTPStreamData *const packet = Parse(Packet(7, 0, static_cast<unsigned>(type)));
+        EXPECT_EQ(packet != nullptr, type >= 96 || accepted.contains(type)) << type;
+        FreePacketRecord(packet);
+    }
+}
+
+TEST_F(RtpPacket, MayClaimMoreThanItHolds) {
+    const struct {
+        Bytes bytes;
+        uint32_t payloadLength, extensionLength;
+    } cases[] = {{{0x80, 96}, 2u - 12, 0},
+                 {{0xAF, 96, 0, 1}, 4u - 72 - 1, 0}, // its last byte is the padding count
+                 {{0x90, 96, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF, 5}, 17u - 16 - 65532, 65532},
+                 {{0x9F, 96}, 2u - 72 - 4, 0}};
+    for (const auto &expected : cases) {
+        RTPStreamData *const packet = Parse(expected.bytes);
+        EXPECT_EQ(packet->payloadLength, expected.payloadLength);
+        EXPECT_EQ(packet->extensionLength, expected.extensionLength);
+        EXPECT_EQ(expected.extensionLength > 0 ? packet->extensionData[0] + packet->extensionData[65531] : 5, 5);
+        EXPECT_LE(packet->payload, stream->ring.storage + stream->ring.size + kRingSlackBytes);
+        FreePacketRecord(packet);
+    }
+}
+
+TEST_F(RtpPacket, TakesMemoryForExtensionsOnlyAsMuchAsTheRingHas) {
+    const Bytes claimsMost = {0x90, 96, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF};
+    for (int round = 0; round < 3; ++round) {
+        for (int i = 0; i < 3; ++i) Arrive(claimsMost);
+        Arrive(Packet(2));
+        EXPECT_EQ(Queued(), std::vector<int>({1, 2}));
+        Drain();
+    }
+    AllocateRing(stream->ring, 1000);
+    Arrive(claimsMost); // one alone may be longer than the ring
+    EXPECT_EQ(Queued(), std::vector<int>({1}));
+    EXPECT_EQ(test::CountOf(out.Text(), "EXIT : ParseRTPData: Memory Allocation Failed\n"), 6u);
+}
+
+// Kept: the SSRC is taken once, and 0 does not count as one.
+TEST_F(RtpPacket, TakesTheFirstSsrcThatIsNotZero) {
+    for (const uint8_t byte : Bytes{0, 5, 6}) {
+        Bytes bytes = Packet(1);
+        std::fill_n(&bytes[8], 4, byte);
+        FreePacketRecord(Parse(bytes));
+    }
+    EXPECT_EQ(stream->remoteSsrc, 0x05050505u);
+}
+
+TEST_F(RtpPacket, CountsEveryStepThatIsNotTheNextNumber) {
+    const struct {
+        uint16_t last, number;
+        int gap; // 0: none
+    } cases[] = {{10, 11, 0}, {10, 13, 2}, {10, 10, 1},       {12, 11, 2},   {11, 13, 1},       {5, 0, 6},
+                 {0, 500, 0}, {0, 0, 0},   {65534, 65535, 0}, {65535, 0, 0}, {65535, 1, 65535}, {65534, 0, 65535}};
+    for (const uint32_t proto : {DATA_PROTO_TCP, DATA_PROTO_UDP})
+        for (const auto &[last, number, udpGap] : cases) {
+            const int gap = proto == DATA_PROTO_UDP ? udpGap : 0; // nothing is lost on the RTSP connection
+            client.dataProto = proto;
+            totalPktLost = 1000;
+            stream->lastSeqNum = last;
+            const std::size_t printed = out.Text().size();
+            RTPStreamData *const packet = Parse(Packet(number));
+            SCOPED_TRACE(testing::Message() << last << " then " << number);
+            const std::string line =
+                "Pkt Lost/Total " + std::to_string(gap) + ":" + std::to_string(1000 + gap) + " \n";
+            EXPECT_EQ(out.Text().substr(printed), gap > 0 ? line : "");
+            EXPECT_EQ(packet->lossFlag, gap > 0 ? 1u : 0u);
+            EXPECT_EQ(stream->lastSeqNum, number);
+            FreePacketRecord(packet);
+        }
+    EXPECT_EQ(stream->cumulativeLost, 1000u + 65535);
+}
+
+TEST_F(RtpPacket, TotalStartsOverAtAHundredThousandWhenItTurnsNegative) {
+    for (const auto &[before, after] :
+         {std::pair{0x7FFFFFFFu, 100000u}, {0xFFFFFFFFu - 19999, 0xFFFFFFFFu - 19996}}) {
+        totalPktLost = before;
+        stream->lastSeqNum = 10;
+        FreePacketRecord(Parse(Packet(14)));
+        EXPECT_EQ(totalPktLost, after);
+    }
+}
+
+// Order, limits and latency: tests/impair.
+class PacketQueue : public StreamFixture {
+protected:
+    PacketQueue() { client.dataProto = DATA_PROTO_TCP; } // no lines of the loss accounting between ours
+
+    CapturedStdout out;
+};
+
+TEST_F(PacketQueue, TellsWhatItDropsFromAnInterleavedStream) {
+    rules = {.announceDrops = true, .channel = 6};
+    for (int number = 1; number <= 1025; ++number) Arrive(Packet(number));
+    Drain();
+    client.targetLatency = client.overflowLimit = 100;
+    Arrive(Packet(1, 0));
+    Arrive(Packet(2, 101 * 90));
+    EXPECT_EQ(out.Text(), "Discarding packet :1025 : 1025 stream:6 (too many packets)\n"
+                          "Removed old packet from queue (stream 6)\n");
+}
+
+// Kept: a taken packet keeps its links, and the new head its prev, which points to a packet that is gone.
+TEST_F(PacketQueue, LooksNoFurtherThanTheHeadForALatePacket) {
+    for (const int number : {10, 11, 12}) Arrive(Packet(number));
+    RTPStreamData *const taken = Get();
+    EXPECT_EQ(taken->next, stream->packetListHead);
+    EXPECT_EQ(taken->next->prev, taken);
+    Free(taken);
+    Arrive(Packet(9));
+    EXPECT_EQ(Queued(), std::vector<int>({9, 11, 12}));
+}
+
+TEST_F(PacketQueue, KeepsAShownPacketUntilTheNextLook) {
+    client.targetLatency = client.overflowLimit = 100;
+    Arrive(Packet(1, 0));
+    Arrive(Packet(2, 90));
+    RTPStreamData *shown = nullptr;
+    EXPECT_EQ(RTPClientPeekRTPStreamData(Handle(), &shown, RTP_CODEC_H264), 0);
+    Arrive(Packet(3, 90000)); // 1 and 2 leave the queue
+    EXPECT_EQ(shown->rtpHeader->sequenceNumber, 1);
+    EXPECT_EQ(stream->ringHolders, 2);
+    client.targetLatency = 0;
+    RTPStreamData *const next = Get();
+    EXPECT_EQ(next->rtpHeader->sequenceNumber, 3);
+    EXPECT_EQ(stream->deferredPacket, nullptr);
+    EXPECT_EQ(stream->ringHolders, 2);
+    Free(next);
+}
+
+class PacketAccess : public StreamFixture {
+protected:
+    CapturedStdout out;
+};
+
+TEST_F(PacketAccess, WaitsForTheNextDatagramWhateverItIs) {
+    for (const unsigned payloadType : {96u, 34u}) {
+        std::thread sender([this, payloadType] {
+            while (stream->waitingReaders == 0) std::this_thread::yield();
+            Arrive(Packet(5, 0, payloadType));
+        });
+        RTPStreamData *packet = nullptr;
+        EXPECT_EQ(RTPClientGetRTPStreamData(Handle(), &packet, RTP_CODEC_H264), payloadType == 96 ? 0 : -1);
+        sender.join();
+        if (packet != nullptr) Free(packet);
+    }
+    EXPECT_EQ(out.Text().find("No data received"), std::string::npos);
+}
+
+TEST_F(PacketAccess, IsNotWokenForPacketsItHasTakenAlready) {
+    InsertPacket(*stream, Parse(Packet(5)), rules);
+    Free(Get());
+    std::thread sender([this] {
+        while (stream->waitingReaders == 0) std::this_thread::yield();
+        SignalReaders(*stream); // of packet 5, late
+        MSecDelay(20);
+        Arrive(Packet(6));
+    });
+    RTPStreamData *const packet = Get();
+    sender.join();
+    ASSERT_NE(packet, nullptr);
+    Free(packet);
+}
+
+TEST_F(PacketAccess, GivesAPacketBackToItsOwnStreamWhateverItIsFreedWith) {
+    const RTSPStreamInfo &other = AddStream(RTP_CODEC_PCMA);
+    for (const int number : {1, 2, 3}) Arrive(Packet(number));
+    EXPECT_EQ(RTPClientFreeRTPStreamData(Handle(), Get(), RTP_CODEC_PCMA), 0);
+    EXPECT_EQ(RTPClientFreeRTPStreamData(Handle(), Get(), RTP_CODEC_G726), 0);
+    EXPECT_EQ(other.ring.readIndex, 0);
+    EXPECT_EQ(stream->ring.readIndex, 2 * 20);
+    Free(Get());
+    EXPECT_TRUE(NothingInUse(*stream) && NothingInUse(other));
+}
+
+TEST_F(PacketAccess, ComputesTheTimestampOffset) {
+    uint32_t offset = 77;
+    stream->srRtpTimestamp = 1000;
+    for (const int32_t codecType : {RTP_CODEC_MPEG4_GENERIC, RTP_CODEC_H264})
+        EXPECT_EQ(RTPClientGetTSOffset(Handle(), codecType, &offset, 8000), -1) << "no audio stream";
+    AddStream(RTP_CODEC_MPEG4_GENERIC);
+    RTSPStreamInfo &audio = AddStream(RTP_CODEC_MPEG4_GENERIC); // of several the last one counts
+    for (const int32_t codecType : {RTP_CODEC_PCMA, RTP_CODEC_H264})
+        EXPECT_EQ(RTPClientGetTSOffset(Handle(), codecType, &offset, 8000), 0);
+    EXPECT_EQ(offset, 77u);
+    EXPECT_EQ(RTPClientGetTSOffset(Handle(), RTP_CODEC_PCMA, nullptr, 8000), 0);
+    EXPECT_EQ(RTPClientGetTSOffset(Handle(), RTP_CODEC_MPEG4_GENERIC, nullptr, 8000), -99);
+    const struct {
+        uint32_t audioTimestamp;
+        int32_t clockRate;
+        uint32_t audioTicks;
+    } cases[] = {{16000, 8000, 180000},
+                 {16000, 0, 0},
+                 {50000, 44100, 4649}, // 4500000000 has wrapped
+                 {134217728, -1, 0x80000000}};
+    for (const auto &at : cases) {
+        audio.srRtpTimestamp = at.audioTimestamp;
+        EXPECT_EQ(RTPClientGetTSOffset(Handle(), RTP_CODEC_MPEG4_GENERIC, &offset, at.clockRate), 0);
+        EXPECT_EQ(offset, at.audioTicks - 1000) << at.audioTimestamp;
+    }
+}
+
+} // namespace
+} // namespace rtsptap

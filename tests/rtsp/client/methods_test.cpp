@@ -1,0 +1,287 @@
+// The methods and what they share: checks and their order, the caller's buffer. What replies lead to:
+// tests/hostile.
+#include "rtsptap_extended.h"
+#include "tests/support/calls.h"
+#include "tests/support/captured_stdout.h"
+#include "tests/support/described_client.h"
+#include "tests/support/methods.h"
+#include "tests/support/rows.h"
+#include "tests/support/session.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+namespace rtsptap::test {
+namespace {
+
+// What the six methods share: checks and their order, the caller's buffer. What replies lead to: tests/hostile.
+bool Is(const Method &method, const char *name) { return std::string(method.name) == name; }
+
+std::string BadState(const Method &method) {
+    return std::string(Is(method, "TEARDOWN") ? " : " : " :") + "Client State is Not Valid for " + method.name +
+           " Method.\n";
+}
+
+std::string BadList(const Method &method) {
+    const std::string name = Is(method, "TEARDOWN") ? "TearDown" : method.word;
+    return " :HeaderList of " + name + " method is not valid\n";
+}
+
+std::string Request(const Method &method) { return method.name + std::string(" {base}"); }
+
+int32_t Observed(RTSPClientState next) { // as ObservedState tells it
+    if (next == CLIENT_INIT_STATE) return RTSP_NOT_CONNECTED;
+    return next == CLIENT_OPTIONS_SENT_STATE ? CLIENT_INIT_STATE : next;
+}
+
+Reply Success(const Method &method) { return Is(method, "DESCRIBE") ? WithBody(kDescription) : Ok(); }
+
+void ExpectCall(const Method &method, intptr_t client, int32_t code, const std::string &text, intptr_t list = 0,
+                char *buffer = nullptr, int32_t *size = nullptr) {
+    Refusals refused("RTSPClientSend" + std::string(method.word) + "Request");
+    refused(method.call(client, list, buffer, size), code, text);
+}
+
+TEST(Exchange, TheReplyThatMadeAMethodFailCanBeRead) {
+    const std::string notFound = "RTSP/1.0 404 Not Found\r\nCSeq: 1\r\nServer: x\r\n\r\n";
+    Session session(kUdp, CLIENT_INIT_STATE, {{"DESCRIBE ", SendBytes(notFound)}, {"DESCRIBE ", Close()}});
+    const auto lastReply = [&session](int32_t room, std::string &text) {
+        text.assign(512, '#');
+        const int32_t result = RTSPClientGetLastReply(session.client, text.data(), &room);
+        text.resize(static_cast<std::size_t>(room));
+        return result;
+    };
+    std::string reply;
+    EXPECT_EQ(lastReply(512, reply), RTSP_FAILURE);
+    EXPECT_EQ(session.Describe(), RTSP_CLIENT_ERROR);
+    EXPECT_EQ(lastReply(10, reply), RTSP_SMALL_BUFFER);
+    EXPECT_EQ(lastReply(static_cast<int32_t>(reply.size()), reply), RTSP_SUCCESS);
+    EXPECT_EQ(reply, notFound);
+    EXPECT_EQ(session.Describe(), RTSP_NO_RESPONSE);
+    EXPECT_EQ(lastReply(512, reply), RTSP_FAILURE);
+}
+
+TEST(Exchange, AProgramMayAnswerChallengesItselfAndChooseAnotherTransportUntilOneIsSetUp) {
+    const Script further = {
+        {{"DESCRIBE ", "!Authorization"}, Status(401, "?", "WWW-Authenticate: Basic realm=\"r\"")},
+        {{"DESCRIBE ", "!Authorization"}, WithBody(kDescription)},
+        {{"SETUP ", "interleaved=0-1"}, Ok("Session: {session}")}};
+    Session session(kUdp, CLIENT_INIT_STATE, further);
+    EXPECT_EQ(session.Describe(), RTSP_UNAUTHORIZED);
+    EXPECT_EQ(RTSPTapForgetChallenge(session.client), RTSP_SUCCESS);
+    EXPECT_EQ(session.Describe(), RTSP_SUCCESS);
+    EXPECT_EQ(RTSPTapSetDataProto(session.client, kTcp), RTSP_SUCCESS);
+    EXPECT_EQ(session.Setup(1), RTSP_SUCCESS);
+    EXPECT_EQ(RTSPTapSetDataProto(session.client, kUdp), RTSP_INVALID_STATE);
+}
+
+TEST(Exchange, MethodsAreRefusedOutsideTheirStates) {
+    const HeaderList unknown({{"X-Unknown", "1"}}); // refused after the state, so that nothing is ever sent
+    for (int state = CLIENT_INIT_STATE; state <= CLIENT_PAUSE_STATE; ++state) {
+        Session session(kUdp, static_cast<RTSPClientState>(state));
+        for (const Method &method : kMethods) {
+            const bool allowed = std::count(method.allowedStates.begin(), method.allowedStates.end(), state) > 0;
+            ExpectCall(method, session.client, allowed ? -96 : -84, allowed ? BadList(method) : BadState(method),
+                       unknown);
+        }
+    }
+}
+
+TEST(Exchange, RawReplyGoesToTheCallerWithoutATerminatorIfItFits) {
+    for (const Method &method : kMethods) {
+        for (const int32_t capacity : {4096, 10, 0, -1}) {
+            Session session(kUdp, method.from, {{Request(method), Success(method)}});
+            std::string buffer(4096, '#');
+            int32_t size = capacity;
+            const bool fits = capacity == 4096;
+            ExpectCall(method, session.client, fits ? 0 : RTSP_SMALL_BUFFER,
+                       fits ? "" : " :Small Buffer received from Application for Response\n", 0, buffer.data(),
+                       &size);
+            EXPECT_EQ(buffer.starts_with("RTSP/1.0 200 OK\r\nCSeq: "), fits) << method.name;
+            EXPECT_EQ(buffer.find('#'), fits ? static_cast<std::size_t>(size) : 0) << method.name;
+            EXPECT_GT(size, 20) << method.name;
+            // The state has moved all the same, but DESCRIBE looks at the buffer before anything else.
+            const bool moved = fits || !Is(method, "DESCRIBE");
+            EXPECT_EQ(ObservedState(session.client), moved ? Observed(method.next) : 0) << method.name;
+        }
+    }
+}
+
+// What is refused before anything is sent, and which check comes first: the rows of tests/data/refusals.txt.
+TEST(Calls, AreRefusedInTheOrderOfTheirChecks) {
+    const Client client, unsized(0);
+    const Session described(kUdp, CLIENT_DESCRIBE_SENT_STATE), tcp(kTcp, CLIENT_DESCRIBE_SENT_STATE);
+    const HeaderList list({});
+    const UdpPeer taken, upper(static_cast<uint16_t>(FreePair() + 1));
+    const std::pair<std::string, intptr_t> names[] = {
+        {"client", client},     {"unsized", unsized}, {"described", described.client}, {"tcp", tcp.client},
+        {"list", list},         {"gone", Client()},   {"closed", UdpPeer().Port()},    {"pair", upper.Port() - 1},
+        {"taken", taken.Port()}};
+    Words words;
+    for (const auto &[name, value] : names) words.names["{" + name + "}"] = std::to_string(value);
+    for (const auto &row : Rows("refusals.txt")) {
+        const std::string line = row[0].substr(row[0].find_first_not_of("-0123456789 "));
+        const std::size_t descriptors = CountDescriptors();
+        Refusals refused(line.substr(0, line.find(' ')));
+        SCOPED_TRACE(row[0]);
+        refused(static_cast<int32_t>(words.Call(line)), std::stoi(row[0]),
+                row.size() > 1 ? Lines(row[1], "\n") : "");
+        EXPECT_EQ(CountDescriptors(), descriptors + 2); // of the capture
+    }
+    // Another port works after all those, and its stream is the one that is found.
+    const uint16_t port = UdpPeer().Port();
+    EXPECT_EQ(StartThirdPartyClient(client, 3, RTP_CODEC_MP2T, port, 100000, 0, 0, 0, 0, 0, 0), 0);
+    UdpPeer().SendTo(port, Bytes(RtpPacket{.payloadType = 33, .sequenceNumber = 5}));
+    EXPECT_EQ(TakeSequenceNumbers(client, RTP_CODEC_MP2T, 1), Numbers(5, 5));
+}
+
+TEST(Describe, BodyMayComeInOneMoreMessage) {
+    const std::string body = kDescription;
+    const std::string headers =
+        "RTSP/1.0 200 OK\r\nCSeq: 1\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n";
+    const std::string whole = headers + body;
+    // Behind the headers, inside the body, one byte short, and in one piece.
+    for (const std::size_t cut : {headers.size(), headers.size() + 3, whole.size() - 1, whole.size()}) {
+        for (const int32_t capacity : {8192, static_cast<int32_t>(whole.size()) - 1}) {
+            Session session(kUdp, CLIENT_INIT_STATE, {{"DESCRIBE ", Pieces(whole, cut, 50)}});
+            std::string buffer(8192, '#');
+            int32_t size = capacity;
+            // This text has a space before its line end, unlike the one for the first message.
+            const std::string small = " :Small Buffer received from Application for Response";
+            const bool fits = capacity == 8192;
+            Refusals{"RTSPClientSendDescribeRequest"}(
+                RTSPClientSendDescribeRequest(session.client, 0, buffer.data(), &size),
+                fits ? 0 : RTSP_SMALL_BUFFER, fits ? "" : small + (cut < whole.size() ? " \n" : "\n"));
+            EXPECT_EQ(size, static_cast<int32_t>(whole.size()));
+            EXPECT_EQ(buffer.starts_with(whole), fits) << cut;
+            // The first message is measured before the description is taken, the sum only afterwards.
+            EXPECT_EQ(RTSPClientGetNbStreams(session.client), fits || cut < whole.size() ? 2 : 0) << cut;
+        }
+    }
+}
+
+TEST(Describe, DescriptionAfterReconnectingStartsAnew) {
+    const std::string other = "v=0\r\nm=audio 0 RTP/AVP 0\r\n"; // without a control URL
+    Session session(kUdp, CLIENT_PLAYING_STATE,
+                    {{"TEARDOWN ", Ok()}, {"DESCRIBE ", WithBody(other)}, {"SETUP {base}/trackID=0 ", Ok()}});
+    const RTSPStreamDescription *old = RTSPClientGetSDPInfo(session.client, 1);
+    EXPECT_EQ(session.Teardown(), 0);
+    session.Reach(CLIENT_DESCRIBE_SENT_STATE);
+    EXPECT_EQ(RTSPClientGetNbStreams(session.client), 1);
+    EXPECT_EQ(old->codecType, RTP_CODEC_H264); // valid until Destroy
+    EXPECT_EQ(session.Setup(1), 0);
+}
+
+constexpr char kName[] = "RTSPClientAutoRTSPConnect";
+
+int32_t AutoConnect(intptr_t client, const ScriptedServer &server, const char *username = "user",
+                    const char *password = "secret", intptr_t setupList = 0, char *buffer = nullptr,
+                    int32_t *size = nullptr) {
+    return RTSPClientAutoRTSPConnect(client, "127.0.0.1", server.Port(), "live", username, password, kTcp, 0, 0,
+                                     setupList, 0, 0, buffer, size);
+}
+
+Reply Challenge(const std::string &nonce) {
+    return Status(401, "Unauthorized", "WWW-Authenticate: Digest realm=\"r\", nonce=\"" + nonce + "\"");
+}
+
+TEST(AutoConnect, PlaysAndLeavesThePlayReply) {
+    const HeaderList setup({{"Require", "x"}});
+    ScriptedServer server({{"OPTIONS ", Ok()},
+                           {"DESCRIBE ", WithBody(kDescription)},
+                           {{"SETUP {base}/track1 ", "\r\nRequire: x\r\n"}, SetupReply(1, kTcp)},
+                           {{"SETUP {base}/track2 ", "!Require"}, SetupReply(2, kTcp)}, // only the first
+                           {{"PLAY {base} ", "\r\nSession: {session}\r\n"}, Ok() + SendBytes(Frame(2, Rtp(8)))}});
+    const Client client;
+    char buffer[1024] = {};
+    int32_t size = sizeof buffer;
+    EXPECT_EQ(AutoConnect(client, server, "u", "p", setup, buffer, &size), 0);
+    EXPECT_EQ(std::string(buffer, static_cast<std::size_t>(size)), "RTSP/1.0 200 OK\r\nCSeq: 5\r\n\r\n");
+    EXPECT_EQ(TakeSequenceNumbers(client, kAudio, 1), Numbers(8, 8));
+    uint32_t ssrc = 0;
+    EXPECT_EQ(RTSPClientGetSSRC(client, 2, &ssrc), 0);
+    EXPECT_EQ(ssrc, 0x11223344U);
+    EXPECT_EQ(RTSPClientGetSSRC(client, 1, &ssrc), 0);
+    EXPECT_EQ(ssrc, 0U); // nothing received yet
+}
+
+TEST(AutoConnect, AnswersOneChallengeOfOptionsAndOfDescribe) {
+    ScriptedServer server({{{"OPTIONS ", "!Authorization"}, Challenge("n")},
+                           {{"OPTIONS ", "Digest username=\"user\", realm=\"r\", nonce=\"n\""}, Ok()},
+                           {{"DESCRIBE ", "nonce=\"n\""}, Challenge("m")},
+                           {{"DESCRIBE ", "nonce=\"m\""}, Challenge("m")}});
+    const Client client;
+    Refusals{kName}(AutoConnect(client, server), -93, " : Error in RTSP connect state DESCRIBE\n");
+    char digest[256] = {};
+    GenerateDigestResponse("m", nullptr, "user", "r", "secret", "md5", "", "DESCRIBE", nullptr,
+                           server.Expand("{base}").c_str(), digest);
+    EXPECT_NE(server.Requests().back().find(digest), std::string::npos);
+    // A second call starts over; shorter credentials leave nothing of the longer ones behind.
+    ScriptedServer other(Script{{{"OPTIONS ", "username=\"u\""}, Ok()}} + StepsTo(CLIENT_PLAYING_STATE, kTcp));
+    EXPECT_EQ(AutoConnect(client, other, "u", nullptr), 0);
+}
+
+TEST(AutoConnect, StepThatFailsIsNamed) {
+    const Script described = {{"OPTIONS ", Ok()}, {"DESCRIBE ", WithBody(kDescription)}};
+    const Step refused = {"", Status(404, "Not Found")};
+    const Step challenged = {"", Challenge("n")};
+    const struct {
+        std::string step;
+        Script script;
+        int32_t state;
+    } kCases[] = {
+        {"OPTIONS", {refused}, CLIENT_INIT_STATE},
+        {"OPTIONS", {challenged, challenged}, CLIENT_INIT_STATE},
+        {"DESCRIBE", {{"OPTIONS ", Ok()}, refused}, CLIENT_INIT_STATE},
+        {"SETUP", described + Script{challenged}, CLIENT_DESCRIBE_SENT_STATE}, // not repeated
+        {"SETUP", described + Script{{"SETUP ", Ok()}, refused}, CLIENT_READY_STATE},
+        {"PLAY", described + Script{{"SETUP ", Ok()}, {"SETUP ", Ok()}, refused}, CLIENT_READY_STATE},
+        {"PLAY", {{"OPTIONS ", Ok()}, {"DESCRIBE ", WithBody("v=0\r\ns=none\r\n")}}, CLIENT_DESCRIBE_SENT_STATE},
+    };
+    for (const auto &row : kCases) {
+        ScriptedServer server(row.script);
+        const Client client;
+        Refusals{kName}(AutoConnect(client, server), -93, " : Error in RTSP connect state " + row.step + "\n");
+        EXPECT_EQ(ObservedState(client), row.state) << row.step;
+    }
+}
+
+constexpr char kQueried[] =
+    "v=0\r\no=- 1 1 IN IP4 10.0.0.2\r\ns=Twenty characters ..\r\na=control:*\r\nt=0 0\r\n"
+    "m=video 0 RTP/AVP 96\r\na=rtpmap:96 H264/90000\r\na=fmtp:96 a=1\r\n"
+    "m=audio 0 RTP/AVP 0\r\nb=AS:64\r\n";
+
+TEST(SdpQueries, KeptLinesAreFoundByLetterAndInStreamsAlsoByTextBehindAnEqualsSign) {
+    const CapturedStdout out;
+    DescribedClient described(kQueried);
+    const struct {
+        int32_t stream;
+        const char *name;
+        const char *value; // null: not found
+        uint32_t size = 64;
+    } kCases[] = {
+        {0, "s", "Twenty characters ..", 21},
+        {0, "s", nullptr, 20}, // room for all but the terminator
+        {0, "a=control", nullptr},
+        {0, "m", nullptr},
+        {1, "m", "video 0 RTP/AVP 96"},
+        {1, "a=fmtp", "fmtp:96 a=1"},
+        {1, "x=video", "video 0 RTP/AVP 96"},
+        {1, "a=", "video 0 RTP/AVP 96"},
+        {1, "a=a=1", "fmtp:96 a=1"},
+        {1, "fmtp", nullptr},
+        {2, "b", "AS:64"},
+    };
+    for (const auto &row : kCases) {
+        char value[64] = "untouched";
+        uint32_t size = row.size;
+        const int32_t result = RTSPClientGetSDPFieldInfo(described.handle, row.stream, row.name, value, &size);
+        EXPECT_EQ(result, row.value != nullptr ? 0 : row.size == 20 ? -85 : -1) << row.stream << row.name;
+        EXPECT_STREQ(value, row.value != nullptr ? row.value : "untouched");
+        EXPECT_EQ(size, row.value != nullptr ? strlen(row.value) + 1 : result == -85 ? 21 : row.size);
+    }
+}
+
+} // namespace
+} // namespace rtsptap::test
