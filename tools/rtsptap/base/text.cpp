@@ -1,6 +1,11 @@
 #include "base/text.h"
 
+#include <cinttypes>
+#include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <new>
 
 namespace tool {
 
@@ -26,10 +31,15 @@ std::string Joined(const std::vector<std::string> &parts, const char *separator)
     return text;
 }
 
-std::string Formatted(const char *format, double value) {
-    char text[64];
-    std::snprintf(text, sizeof text, format, value);
-    return text;
+std::string Formatted(const char *format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    char *text = nullptr;
+    const int length = vasprintf(&text, format, arguments);
+    va_end(arguments);
+    if (length < 0) throw std::bad_alloc();
+    const std::unique_ptr<char, void (*)(void *)> owner(text, std::free);
+    return {text, static_cast<std::size_t>(length)};
 }
 
 std::string TimeText(std::chrono::nanoseconds time) {
@@ -39,15 +49,10 @@ std::string TimeText(std::chrono::nanoseconds time) {
 }
 
 std::string ElapsedText(std::chrono::nanoseconds length) {
-    const auto seconds = std::chrono::round<std::chrono::seconds>(length).count();
-    char text[32];
-    if (seconds >= 3600)
-        std::snprintf(text, sizeof text, "%lld:%02d:%02d", static_cast<long long>(seconds / 3600),
-                      static_cast<int>(seconds / 60 % 60), static_cast<int>(seconds % 60));
-    else
-        std::snprintf(text, sizeof text, "%02d:%02d", static_cast<int>(seconds / 60),
-                      static_cast<int>(seconds % 60));
-    return text;
+    const auto seconds = static_cast<int64_t>(std::chrono::round<std::chrono::seconds>(length).count());
+    const int64_t minutes = seconds / 60;
+    if (minutes < 60) return Formatted("%02" PRId64 ":%02" PRId64, minutes, seconds % 60);
+    return Formatted("%" PRId64 ":%02" PRId64 ":%02" PRId64, minutes / 60, minutes % 60, seconds % 60);
 }
 
 std::string RateText(double bitsPerSecond) {

@@ -13,7 +13,7 @@ std::string Trimmed(std::string_view text); // without the blanks around it
 std::vector<std::string> Split(const std::string &text, char separator); // at least one part
 std::string Joined(const std::vector<std::string> &parts, const char *separator);
 
-std::string Formatted(const char *format, double value); // as printf does
+std::string Formatted(const char *format, ...) __attribute__((format(printf, 1, 2))); // as printf does
 
 std::string TimeText(std::chrono::nanoseconds time); // "3600 s", "1.5 s", "200 ms"
 

@@ -4,38 +4,13 @@
 #include "base/text.h"
 #include "base/writing.h"
 #include "media/sink.h"
-#include "views/health.h"
-#include "views/live_view.h"
-#include "views/progress.h"
-#include "views/report.h"
-#include "views/stats_json.h"
-#include "views/warnings.h"
+#include "views/watchers.h"
 
 #include <algorithm>
 #include <filesystem>
 
 namespace tool {
 namespace {
-
-// What arrived, once it is all over, and whether every stream delivered.
-class FinalTable : public Watcher {
-public:
-    explicit FinalTable(FILE *out) : out_(out) {}
-
-    void Show(const Observation &) override {}
-
-    Outcome Finish(const Observation &observation) override {
-        if (observation.streams.empty()) return {};
-        const char *name = out_ == stderr ? "standard error" : kStandardOutput;
-        if (out_ != nullptr)
-            if (Outcome failed = WriteText(out_, ReportTable(observation, ColumnsOf(out_)), name); !failed.IsOk())
-                return failed;
-        return JudgeStreams(observation.streams);
-    }
-
-private:
-    FILE *const out_; // null: nobody wants to see it
-};
 
 // "recorded walk.mp4: 00:10, 1.9 MB, no gaps"
 class LastLine : public Watcher {
@@ -111,7 +86,7 @@ Outcome CollectWatchers(const ReceptionSettings &settings, FILE *standardOutput,
     if (Outcome failed = AddStatsJson(settings, standardOutput, watchers); !failed.IsOk()) return failed;
     watchers.push_back(std::move(view));
     watchers.push_back(MakeWarnings());
-    watchers.push_back(std::make_unique<FinalTable>(table));
+    watchers.push_back(MakeFinalTable(table));
     watchers.push_back(MakeHealthCheck(settings.health));
     return {};
 }

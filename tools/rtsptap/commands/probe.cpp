@@ -3,7 +3,6 @@
 #include "commands/commands.h"
 #include "reception/receive.h"
 #include "session/library_output.h"
-#include "views/arrivals.h"
 #include "views/probe_result.h"
 
 namespace tool {

@@ -1,14 +1,11 @@
 // Receives for a while and writes a page about it.
-#include "views/report.h"
 #include "base/console.h"
 #include "base/writing.h"
 #include "commands/commands.h"
 #include "reception/receive.h"
 #include "session/library_output.h"
-#include "views/arrivals.h"
-#include "views/html_report.h"
-#include "views/live_view.h"
-#include "views/warnings.h"
+#include "views/report_page.h"
+#include "views/watchers.h"
 
 #include <atomic>
 #include <ctime>

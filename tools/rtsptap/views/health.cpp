@@ -1,4 +1,4 @@
-#include "views/health.h"
+#include "views/watchers.h"
 
 #include "base/codec_names.h"
 #include "base/text.h"

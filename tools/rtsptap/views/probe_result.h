@@ -1,10 +1,12 @@
-// What probe found out, as a record, and the forms it is shown in.
+// What probe found out of a server: the record, how it is gathered, and the forms it is shown in.
 #pragma once
 
 #include "media/h264_sps.h"
+#include "reception/statistics.h"
 #include "session/opening.h"
 
 #include <chrono>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -46,9 +48,23 @@ void TakeOpening(const OpenedSession &opened, ProbeResult &result);
 // The streams of a description; after a refusal only what the opening noted of them.
 std::vector<ProbedStream> ProbedStreamsOf(const OpenedSession &opened);
 
-// The earliest of all streams.
-FromPlay FirstPacketOf(const ProbeResult &result);
-FromPlay FirstKeyFrameOf(const ProbeResult &result);
+// When the streams of a session show themselves: the first packet, the first key frame, what the pictures are.
+// Noted on the threads that read; asked by any.
+class Arrivals {
+public:
+    void Begin(std::vector<ProbedStream> streams); // PLAY was answered
+    void Note(const Stream &stream, const RTPStreamData &packet, Clock::time_point arrival);
+    bool AreComplete() const; // every stream has shown itself
+    std::vector<ProbedStream> Streams() const;
+
+private:
+    mutable std::mutex lock_; // guards the two below
+    std::vector<ProbedStream> streams_;
+    Clock::time_point begin_;
+};
+
+// The steps, and behind them the first packet and the first key frame of any stream, where they came.
+std::vector<Phase> PhasesWithMedia(const ProbeResult &result);
 
 const char *TransportName(Transport transport);
 

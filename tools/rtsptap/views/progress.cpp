@@ -1,4 +1,4 @@
-#include "views/progress.h"
+#include "views/watchers.h"
 
 #include "base/console.h"
 #include "base/text.h"

@@ -1,5 +1,6 @@
-#include "views/stats_json.h"
+#include "views/watchers.h"
 
+#include "base/text.h"
 #include "base/writing.h"
 #include "reception/interval.h"
 
@@ -34,9 +35,7 @@ std::string WallClock() {
     gmtime_r(&now.tv_sec, &parts);
     char seconds[32];
     std::strftime(seconds, sizeof seconds, "%Y-%m-%dT%H:%M:%S", &parts);
-    char text[48];
-    std::snprintf(text, sizeof text, "%s.%03ldZ", seconds, now.tv_nsec / 1000000);
-    return text;
+    return Formatted("%s.%03ldZ", seconds, now.tv_nsec / 1000000);
 }
 
 Json Begin(const char *type, const Observation &observation) {
@@ -90,12 +89,10 @@ Json SummaryOf(const StreamObservation &stream) {
     row["jitter_ms"] = {{"last", Known(statistics.JitterMs())},
                         {"mean", Known(statistics.MeanJitterMs())},
                         {"max", Known(statistics.MaxJitterMs())}};
-    char ssrc[16];
-    std::snprintf(ssrc, sizeof ssrc, "0x%08" PRIx32, statistics.Ssrc());
     const bool any = statistics.Packets() > 0;
     row["first_sequence"] = any ? Json(statistics.FirstSequence()) : Json();
     row["last_sequence"] = any ? Json(statistics.LastSequence()) : Json();
-    row["ssrc"] = any ? Json(ssrc) : Json();
+    row["ssrc"] = any ? Json(Formatted("0x%08" PRIx32, statistics.Ssrc())) : Json();
     return row;
 }
 

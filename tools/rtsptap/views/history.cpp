@@ -1,4 +1,6 @@
-#include "views/series.h"
+#include "views/history.h"
+
+#include "base/text.h"
 
 #include <algorithm>
 #include <utility>
@@ -6,6 +8,7 @@
 namespace tool {
 namespace {
 
+constexpr auto kBurstEnd = std::chrono::seconds(1); // without further loss
 constexpr double kLeastPart = 0.5; // of a point's width: a shorter last one becomes part of the one before
 
 double Seconds(Clock::duration length) { return std::chrono::duration<double>(length).count(); }
@@ -29,21 +32,6 @@ SeriesPoint Merged(const SeriesPoint &first, const SeriesPoint &second) {
 }
 
 } // namespace
-
-double BitsPerSecond(const SeriesPoint &point) {
-    return static_cast<double>(point.bytes) * 8 / (point.end - point.begin);
-}
-
-std::optional<double> LossPercent(const SeriesPoint &point) {
-    const uint64_t expected = point.packets - point.duplicates + point.lost;
-    if (expected == 0) return std::nullopt;
-    return 100 * static_cast<double>(point.lost) / static_cast<double>(expected);
-}
-
-std::optional<double> MeanGapMs(const SeriesPoint &point) {
-    if (point.packets == 0) return std::nullopt;
-    return (point.end - point.begin) * 1000 / static_cast<double>(point.packets);
-}
 
 PacketObserver SeriesRecorder::Observer() {
     return [this](const Stream &stream, const RTPStreamData &, Clock::time_point arrival) {
@@ -92,43 +80,39 @@ void SeriesRecorder::Complete(const Observation &observation) {
     }
     begin_ = Seconds(observation.elapsed);
     looks_ = disturbedLooks_ = 0;
-    if (full) Merge();
+    if (full) MergePairs();
 }
 
+// Jitter that rises between two looks and falls again shows where it is the highest of all.
 void SeriesRecorder::NoteStreams(const Observation &observation) {
     for (const StreamObservation &stream : observation.streams) {
         Gathering &gathering = streams_[stream.stream.number];
-        NoteJitter(stream.statistics, gathering);
+        const double jitter = stream.statistics.JitterMs().value_or(0);
+        const double record = stream.statistics.MaxJitterMs().value_or(0);
+        const double highest = record > gathering.jitterRecord ? record : jitter;
+        gathering.jitterSum += jitter;
+        gathering.jitterHighest = std::max(gathering.jitterHighest, highest);
+        gathering.jitterRecord = record;
         gathering.queued = std::max(gathering.queued, stream.queued);
         ++gathering.looks;
     }
-}
-
-// What rises between two looks and falls again shows where it is the highest of all.
-void SeriesRecorder::NoteJitter(const StreamStatistics &statistics, Gathering &gathering) {
-    const double jitter = statistics.JitterMs().value_or(0);
-    const double record = statistics.MaxJitterMs().value_or(0);
-    const double highest = record > gathering.jitterRecord ? record : jitter;
-    gathering.jitterSum += jitter;
-    gathering.jitterHighest = std::max(gathering.jitterHighest, highest);
-    gathering.jitterRecord = record;
 }
 
 SeriesPoint SeriesRecorder::TakePoint(const StreamObservation &stream, const Observation &observation) {
     Gathering &gathering = streams_[stream.stream.number];
     const Counts now = CountsOf(stream.statistics, observation.now);
     const Interval interval = Between(gathering.before, now);
-    SeriesPoint point{begin_,
-                      Seconds(observation.elapsed),
-                      interval.packets,
-                      interval.bytes,
-                      interval.lost,
-                      interval.duplicates,
-                      {},
-                      gathering.jitterHighest,
-                      TakeLongestGapMs(stream.stream.number),
-                      gathering.queued,
-                      2 * disturbedLooks_ > looks_};
+    SeriesPoint point{.begin = begin_,
+                      .end = Seconds(observation.elapsed),
+                      .packets = interval.packets,
+                      .bytes = interval.bytes,
+                      .lost = interval.lost,
+                      .duplicates = interval.duplicates,
+                      .jitterMs = {},
+                      .highestJitterMs = gathering.jitterHighest,
+                      .longestGapMs = TakeLongestGapMs(stream.stream.number),
+                      .queued = gathering.queued,
+                      .disturbed = 2 * disturbedLooks_ > looks_};
     if (interval.packets > 0 && stream.statistics.JitterMs() && gathering.looks > 0)
         point.jitterMs = gathering.jitterSum / gathering.looks;
     gathering.before = now;
@@ -142,15 +126,66 @@ double SeriesRecorder::TakeLongestGapMs(int32_t stream) {
     return Seconds(std::exchange(gaps_[stream].longest, {})) * 1000;
 }
 
-void SeriesRecorder::Merge() {
+void SeriesRecorder::MergePairs() {
     width_ *= 2;
     for (auto &[number, gathering] : streams_) {
-        std::vector<SeriesPoint> merged;
-        const std::vector<SeriesPoint> &points = gathering.points;
-        for (std::size_t i = 0; i + 1 < points.size(); i += 2) merged.push_back(Merged(points[i], points[i + 1]));
-        if (points.size() % 2 != 0) merged.push_back(points.back());
-        gathering.points = std::move(merged);
+        std::vector<SeriesPoint> &points = gathering.points;
+        for (std::size_t i = 0; i + 1 < points.size(); i += 2) points[i / 2] = Merged(points[i], points[i + 1]);
+        if (points.size() % 2 != 0) points[points.size() / 2] = points.back();
+        points.resize((points.size() + 1) / 2);
     }
+}
+
+void EventLog::Show(const Observation &observation) {
+    if (observation.reconnects > reconnects_) Add(observation.elapsed, "", "reconnected");
+    reconnects_ = observation.reconnects;
+    for (const StreamObservation &stream : observation.streams) {
+        Past &past = pasts_[stream.stream.number];
+        const Clock::duration gap = stream.statistics.WithoutMedia() - past.withoutMedia;
+        if (gap.count() > 0)
+            Add(observation.elapsed - gap, NameOf(stream.stream), "nothing arrived for " + TimeText(gap));
+        past.withoutMedia += gap;
+        LookForLoss(stream, observation, past);
+    }
+}
+
+Outcome EventLog::Finish(const Observation &observation) {
+    Show(observation);
+    for (const StreamObservation &stream : observation.streams)
+        EndBurst(NameOf(stream.stream), pasts_[stream.stream.number]);
+    std::stable_sort(events_.begin(), events_.end(),
+                     [](const Event &left, const Event &right) { return left.at < right.at; });
+    return {};
+}
+
+void EventLog::Add(Clock::duration at, const std::string &stream, const std::string &what) {
+    if (events_.size() < kMostEvents)
+        events_.push_back({std::max(at, Clock::duration()), stream, what});
+    else
+        ++leftOut_;
+}
+
+void EventLog::LookForLoss(const StreamObservation &stream, const Observation &observation, Past &past) {
+    const Counts now = CountsOf(stream.statistics, observation.now);
+    if (now.lost > past.before.lost) {
+        if (past.latest == Clock::time_point()) {
+            past.burst = past.before;
+            past.burstAt = observation.elapsed;
+        }
+        past.latest = observation.now;
+    }
+    past.before = now;
+    if (now.at - past.latest >= kBurstEnd) EndBurst(NameOf(stream.stream), past);
+}
+
+// Packets that came late have lost nothing.
+void EventLog::EndBurst(const std::string &name, Past &past) {
+    const Clock::time_point latest = std::exchange(past.latest, {});
+    if (latest == Clock::time_point() || past.before.lost <= past.burst.lost) return;
+    const uint64_t lost = past.before.lost - past.burst.lost;
+    const std::string within =
+        past.burst.at == Clock::time_point() ? "" : " within " + TimeText(latest - past.burst.at);
+    Add(past.burstAt, name, std::to_string(lost) + (lost == 1 ? " packet" : " packets") + " lost" + within);
 }
 
 } // namespace tool

@@ -1,5 +1,5 @@
-// How the streams went over time, second by second, for plots. Of long receptions neighbouring seconds are merged,
-// so that the memory stays bounded.
+// How a reception went over time: points for plots, second by second, and a list of what disturbed it. Both are of
+// bounded size: of long receptions neighbouring seconds are merged, and the last events are only counted.
 #pragma once
 
 #include "reception/interval.h"
@@ -8,6 +8,7 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <string>
 #include <vector>
 
 namespace tool {
@@ -27,17 +28,14 @@ struct SeriesPoint {
     bool disturbed = false;  // not playing for most of it
 };
 
-double BitsPerSecond(const SeriesPoint &point);
-std::optional<double> LossPercent(const SeriesPoint &point); // none when nothing was expected
-std::optional<double> MeanGapMs(const SeriesPoint &point);   // none when nothing arrived
-
+// The command's thread, but for the observer.
 class SeriesRecorder : public Watcher {
 public:
     static constexpr std::size_t kMostPoints = 360; // then merged to half
 
-    PacketObserver Observer(); // notes the gaps between packets
+    PacketObserver Observer(); // notes the gaps between packets, on the threads that read
 
-    void Show(const Observation &observation) override; // the command's thread, as all below
+    void Show(const Observation &observation) override;
     Outcome Finish(const Observation &observation) override;
 
     const std::vector<SeriesPoint> &PointsOf(int32_t stream) const;
@@ -60,11 +58,10 @@ private:
     };
 
     void NoteStreams(const Observation &observation);
-    static void NoteJitter(const StreamStatistics &statistics, Gathering &gathering);
     void Complete(const Observation &observation);
     SeriesPoint TakePoint(const StreamObservation &stream, const Observation &observation);
     double TakeLongestGapMs(int32_t stream);
-    void Merge();
+    void MergePairs();
 
     std::map<int32_t, Gathering> streams_; // by the stream's number
     double begin_ = 0;                     // of the points that are gathered for
@@ -75,6 +72,42 @@ private:
 
     std::mutex lock_; // guards gaps_, which readers fill
     std::map<int32_t, Gaps> gaps_;
+};
+
+struct Event {
+    Clock::duration at{}; // since the reception began
+    std::string stream;   // its name; empty: all of them
+    std::string what;     // "3 packets lost within 1.2 s"
+};
+
+// Bursts of loss, stretches without media, reconnections.
+class EventLog : public Watcher {
+public:
+    static constexpr std::size_t kMostEvents = 200; // the first ones; the rest is counted
+
+    void Show(const Observation &observation) override;
+    Outcome Finish(const Observation &observation) override;
+
+    const std::vector<Event> &Events() const { return events_; } // in order of time once finished
+    std::size_t LeftOut() const { return leftOut_; }
+
+private:
+    // Of one stream.
+    struct Past {
+        Counts before;             // at the last look
+        Counts burst;              // before it began
+        Clock::time_point latest;  // loss of the burst; of no burst: the clock's beginning
+        Clock::duration burstAt{}; // since the reception began
+        Clock::duration withoutMedia{};
+    };
+    void Add(Clock::duration at, const std::string &stream, const std::string &what);
+    void LookForLoss(const StreamObservation &stream, const Observation &observation, Past &past);
+    void EndBurst(const std::string &name, Past &past);
+
+    std::map<int32_t, Past> pasts_; // by the stream's number
+    uint64_t reconnects_ = 0;
+    std::vector<Event> events_;
+    std::size_t leftOut_ = 0;
 };
 
 } // namespace tool
