@@ -48,39 +48,6 @@ TEST(CommandLine, ListenTakesCodecsAndPortsFromADescription) {
     RunToEnd("rm " + base + ".*");
 }
 
-TEST(CommandLine, WhatNeedsNoServerToFailIsOneSentenceWithItsOwnStatus) {
-    const struct {
-        const char *arguments;
-        int status;
-        const char *errors;
-    } cases[] = {
-        {"", 1, "a command is missing\nSee rtsptap --help"},
-        {"plya rtsp://h/", 1, "there is no command plya; did you mean play?\nSee rtsptap --help"},
-        {"rtsp://u:secret@h/", 1, "a command is missing before the address, such as play\nSee rtsptap --help"},
-        {"play", 1, "url is required"},
-        {"play rtsp://h/ --trasnport=tcp", 1, "play: there is no option --trasnport; did you mean --transport?"},
-        {"play rtsp://u:secret@h/ rtsp://u:secret@h/", 1, "play: there is an argument too many\nSee rtsptap play"},
-        {"play rtsp://h/ --duration 5x", 1, "play: --duration: '5x' is no time, as 200ms, 10s, 1m30s or"},
-        {"play rtsp://h/ -d 10", 1, "play: there is no option -d; did you mean --duration?"},
-        {"play rtsp://h/ -u u:secret", 1, "play: --user takes the name alone; the password comes from "},
-        {"play rtsp://h/ --expect-codec h265", 1, "play: --expect-codec: 'h265' is none of h264, mp4v, "},
-        {"record rtsp://h/", 1, "record: --output is required"},
-        {"listen --video pcmu@5004", 1, "CODEC@PORT with a codec of h264, mp4v, jpeg, mp2t"},
-        {"play rtsp://no..such..name/ --duration 1m30s", 2, "no..such..name: "},
-        {"play rtsp://no..such..name/ --duration 00:01:00.5", 2, "no..such..name: "},
-        {"probe rtsp://127.0.0.1:1/demo", 3, "connect: 127.0.0.1:1: connection refused"},
-        {"play rtsp://255.255.255.255/", 3, "connect: 255.255.255.255:554: it cannot be reached: "},
-        {"listen --sdp /dev/null", 10, "/dev/null: no session description"},
-        {"listen --audio pcmu@61616 --duration 100ms", 12, "no packet"},
-    };
-    for (const auto &row : cases) {
-        const Result tool = RunToEnd(std::string(TOOL " ") + row.arguments);
-        EXPECT_EQ(row.status, tool.status) << row.arguments;
-        EXPECT_TRUE(Contains(tool.errors, row.errors)) << tool.errors;
-        EXPECT_FALSE(Contains(tool.errors, "secret") || Contains(tool.output, "URL")) << tool.errors << tool.output;
-    }
-}
-
 TEST(CommandLine, TheDemoServerAnswersWhateverIsAsked) {
     ChildProcess demo({DEMO_SERVER, "--udp-only", "--seconds", "60"});
     const std::string url = demo.ReadLine(std::chrono::seconds(10));
