@@ -3,8 +3,6 @@
 #include "base/console.h"
 #include "base/interruption.h"
 #include "base/writing.h"
-#include "cli/command_line.h"
-#include "cli/help.h"
 #include "commands/commands.h"
 #include "rtsptap.h"
 #include "session/library_output.h"

@@ -3,8 +3,6 @@
 #include "base/text.h"
 #include "rtsptap.h"
 
-#include <strings.h>
-
 namespace tool {
 namespace {
 
@@ -27,7 +25,7 @@ constexpr Codec kCodecs[] = {
 
 int32_t CodecTypeOfName(std::string_view name) {
     for (const Codec &codec : kCodecs)
-        if (strcasecmp(codec.name, std::string(name).c_str()) == 0) return codec.type;
+        if (SameText(codec.name, name)) return codec.type;
     return 0;
 }
 
@@ -35,8 +33,7 @@ int32_t CodecTypeOfEncoding(std::string_view name) {
     for (const Codec &codec : kCodecs) {
         const std::string_view known = codec.displayName;
         const bool hasRate = codec.type == RTP_CODEC_G726; // "G726-32"
-        const std::string compared(hasRate ? name.substr(0, known.size()) : name);
-        if (strcasecmp(codec.displayName, compared.c_str()) == 0) return codec.type;
+        if (SameText(known, hasRate ? name.substr(0, known.size()) : name)) return codec.type;
     }
     return 0;
 }

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
-#include <strings.h>
 
 namespace tool {
 namespace {
@@ -18,10 +17,6 @@ std::string_view NextLine(std::string_view &text) {
     text.remove_prefix(std::min(end + 1, text.size()));
     if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
     return line;
-}
-
-bool SameText(std::string_view first, std::string_view second) {
-    return first.size() == second.size() && strncasecmp(first.data(), second.data(), first.size()) == 0;
 }
 
 // What stands before any of the letters, taken off the front.
@@ -114,10 +109,9 @@ std::string ParameterOf(const Challenge &challenge, std::string_view name) {
 std::optional<std::chrono::seconds> SessionTimeoutOf(const Reply &reply) {
     constexpr std::string_view kTimeout = "timeout=";
     const std::string value = HeaderOf(reply, "Session");
-    const auto at = std::search(value.begin(), value.end(), kTimeout.begin(), kTimeout.end(),
-                                [](unsigned char a, unsigned char b) { return std::tolower(a) == b; });
-    if (at == value.end()) return std::nullopt;
-    const char *const digits = value.data() + (at - value.begin()) + kTimeout.size();
+    const std::size_t at = FindText(value, kTimeout);
+    if (at == value.npos) return std::nullopt;
+    const char *const digits = value.data() + at + kTimeout.size();
     int64_t seconds = 0;
     std::from_chars(digits, value.data() + value.size(), seconds);
     if (seconds <= 0) return std::nullopt;

@@ -1,7 +1,9 @@
 #include "base/secrets.h"
 
+#include "base/console.h"
+#include "base/text.h"
+
 #include <algorithm>
-#include <cctype>
 #include <iterator>
 
 namespace tool {
@@ -9,14 +11,6 @@ namespace {
 
 constexpr std::string_view kHidden = "(hidden)";
 constexpr std::size_t kLongest = 200; // characters of a server's text
-
-bool SameLetter(char first, char second) {
-    return std::tolower(static_cast<unsigned char>(first)) == std::tolower(static_cast<unsigned char>(second));
-}
-
-bool HasWord(std::string_view text, std::string_view word) {
-    return std::search(text.begin(), text.end(), word.begin(), word.end(), SameLetter) != text.end();
-}
 
 // The name that ends there.
 std::string_view NameBefore(std::string_view line, std::size_t colon) {
@@ -28,7 +22,7 @@ std::string_view NameBefore(std::string_view line, std::size_t colon) {
 bool IsSecretHeader(std::string_view name) {
     constexpr std::string_view kWords[] = {"authorization", "cookie", "token", "password", "secret", "api-key"};
     return std::any_of(std::begin(kWords), std::end(kWords),
-                       [name](std::string_view word) { return HasWord(name, word); });
+                       [name](std::string_view word) { return FindText(name, word) != name.npos; });
 }
 
 // Where a secret begins that goes on to the end of the line; npos without one.
@@ -65,9 +59,7 @@ std::string WithoutSecrets(std::string_view line) {
 }
 
 std::string Presentable(std::string_view text) {
-    std::string shown = WithoutSecrets(text);
-    std::replace_if(
-        shown.begin(), shown.end(), [](unsigned char letter) { return std::iscntrl(letter) != 0; }, '?');
+    std::string shown = Printable(WithoutSecrets(text));
     if (shown.size() > kLongest) shown = shown.substr(0, kLongest) + "...";
     return shown;
 }

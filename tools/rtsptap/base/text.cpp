@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <memory>
 #include <new>
+#include <strings.h>
 
 namespace tool {
 
@@ -13,6 +14,16 @@ std::string Trimmed(std::string_view text) {
     const std::size_t first = text.find_first_not_of(" \t");
     if (first == text.npos) return {};
     return std::string(text.substr(first, text.find_last_not_of(" \t") - first + 1));
+}
+
+bool SameText(std::string_view first, std::string_view second) {
+    return first.size() == second.size() && strncasecmp(first.data(), second.data(), first.size()) == 0;
+}
+
+std::size_t FindText(std::string_view text, std::string_view word) {
+    for (std::size_t at = 0; at + word.size() <= text.size(); ++at)
+        if (SameText(text.substr(at, word.size()), word)) return at;
+    return text.npos;
 }
 
 std::vector<std::string> Split(const std::string &text, char separator) {

@@ -10,6 +10,10 @@ namespace tool {
 
 std::string Trimmed(std::string_view text); // without the blanks around it
 
+// Letter case ignored.
+bool SameText(std::string_view first, std::string_view second);
+std::size_t FindText(std::string_view text, std::string_view word); // npos when it is not there
+
 std::vector<std::string> Split(const std::string &text, char separator); // at least one part
 std::string Joined(const std::vector<std::string> &parts, const char *separator);
 

@@ -57,10 +57,27 @@ struct Manual {
 // "-t" and "--transport" of "-t,--transport".
 inline std::vector<std::string> NamesOf(const Option &option) { return Split(option.names, ','); }
 
-inline std::vector<std::string> CommandNames(const Manual &manual) {
-    std::vector<std::string> names;
-    for (const Command &command : manual.commands) names.push_back(command.name);
-    return names;
-}
+// Those that need no value, or take one behind "=" only, do not.
+inline bool TakesNextWord(const Option &option) { return !option.value.empty() && option.value[0] != '['; }
+
+// Of all groups.
+std::vector<Option> OptionsOf(const Command &command);
+
+std::vector<std::string> CommandNames(const Manual &manual);
+
+struct CommandLine {
+    const Command *command = nullptr; // of the manual; null, where a page is asked for: the whole program
+    std::string page;                 // "help", "version" or "man" instead, which are asked for by options
+};
+
+// Fills line. A refusal is one sentence and, on a second line, where to read on; it never repeats an argument that
+// may hold a password.
+Outcome ParseCommandLine(int argc, char **argv, const Manual &manual, CommandLine &line);
+
+// For --help: of a command, or, without one, of the whole program.
+std::string HelpText(const Manual &manual, const Command *command);
+
+// Section 1 of the system's manual, as troff.
+std::string ManPage(const Manual &manual, const std::string &version);
 
 } // namespace tool

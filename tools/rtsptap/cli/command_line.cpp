@@ -1,4 +1,4 @@
-#include "cli/command_line.h"
+#include "cli/command.h"
 
 #include <CLI/CLI.hpp>
 
@@ -53,17 +53,15 @@ CLI::callback_t EachInto(const Option &option) {
 }
 
 void AddOption(CLI::App &app, const Option &option) {
-    const bool isSwitch = option.value.empty() || option.value[0] == '[';
     CLI::Option *added = app.add_option(option.names, EachInto(option));
     added->type_name(option.value)->required(option.isRequired);
-    added->expected(isSwitch ? 0 : 1)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    added->expected(TakesNextWord(option) ? 1 : 0)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     if (option.value.empty()) added->disable_flag_override();
 }
 
 void AddCommand(CLI::App &app, const Command &command) {
     CLI::App *added = app.add_subcommand(command.name);
-    for (const OptionGroup &group : command.groups)
-        for (const Option &option : group.options) AddOption(*added, option);
+    for (const Option &option : OptionsOf(command)) AddOption(*added, option);
     if (!command.argument.names.empty()) AddOption(*added, command.argument);
 }
 
@@ -82,11 +80,10 @@ const Command *FindCommand(const Manual &manual, const std::string &name) {
 }
 
 std::vector<std::string> OptionNames(const Manual &manual, const Command *command) {
-    std::vector<OptionGroup> groups = {manual.general};
-    if (command != nullptr) groups.insert(groups.end(), command->groups.begin(), command->groups.end());
     std::vector<std::string> names;
-    for (const OptionGroup &group : groups)
-        for (const Option &option : group.options) names.push_back(NamesOf(option).back());
+    for (const Option &option : manual.general.options) names.push_back(NamesOf(option).back());
+    if (command == nullptr) return names;
+    for (const Option &option : OptionsOf(*command)) names.push_back(NamesOf(option).back());
     return names;
 }
 
@@ -141,6 +138,19 @@ bool AsksForHelp(int argc, char **argv, const Manual &manual, CommandLine &line)
 }
 
 } // namespace
+
+std::vector<Option> OptionsOf(const Command &command) {
+    std::vector<Option> options;
+    for (const OptionGroup &group : command.groups)
+        options.insert(options.end(), group.options.begin(), group.options.end());
+    return options;
+}
+
+std::vector<std::string> CommandNames(const Manual &manual) {
+    std::vector<std::string> names;
+    for (const Command &command : manual.commands) names.push_back(command.name);
+    return names;
+}
 
 Outcome ParseCommandLine(int argc, char **argv, const Manual &manual, CommandLine &line) {
     if (AsksForHelp(argc, argv, manual, line)) return {};

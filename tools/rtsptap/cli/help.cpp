@@ -1,6 +1,5 @@
-#include "cli/help.h"
-
 #include "base/console.h"
+#include "cli/command.h"
 #include "troff.h"
 
 #include <algorithm>
@@ -75,9 +74,9 @@ std::string Column(const std::string &left, const std::string &text, std::size_t
 
 std::string OptionLine(const Option &option) {
     const std::vector<std::string> names = NamesOf(option);
-    const bool isSpaced = !option.value.empty() && option.value[0] != '[';
     const std::string left = names.size() == 1 ? "    " : names[0] + ", ";
-    return Column("  " + left + names.back() + (isSpaced ? " " : "") + option.value, option.help, kTextColumn);
+    return Column("  " + left + names.back() + (TakesNextWord(option) ? " " : "") + option.value, option.help,
+                  kTextColumn);
 }
 
 std::string GroupText(const OptionGroup &group) {
@@ -123,7 +122,7 @@ std::string OptionEntry(const Option &option) {
     const std::vector<std::string> names = NamesOf(option);
     std::string tag = names.size() == 1 ? "" : Bold(names[0]) + ", ";
     tag += Bold(names.back());
-    if (!option.value.empty()) tag += (option.value[0] == '[' ? "" : " ") + ("\\fI" + Plain(option.value) + "\\fR");
+    if (!option.value.empty()) tag += (TakesNextWord(option) ? " " : "") + ("\\fI" + Plain(option.value) + "\\fR");
     return Entry(tag, option.help);
 }
 

@@ -25,47 +25,26 @@ std::string Quoted(const std::string &text, const std::string &escaped = "") {
     return quoted + "'";
 }
 
-// The words that a value must be one of; none when it is free.
-std::vector<std::string> ChoicesOf(const std::string &value) {
-    return value.find('|') == std::string::npos ? std::vector<std::string>() : Split(value, '|');
+// What the value may be; none when it is free.
+std::vector<std::string> WordsOf(const Option &option) {
+    const bool isChoice = option.words.empty() && option.value.find('|') != std::string::npos;
+    return isChoice ? Split(option.value, '|') : option.words;
 }
-
-// The same, or the words of the option.
-std::vector<std::string> CompletionsOf(const Option &option) {
-    return option.words.empty() ? ChoicesOf(option.value) : option.words;
-}
-
-bool TakesNextWord(const Option &option) { return !option.value.empty() && option.value[0] != '['; }
 
 // "h264@" is not the whole value.
 bool IsBeginning(const std::string &word) { return word.back() == '@'; }
 
-using Options = std::vector<const Option *>; // into the manual
-
-Options OptionsOf(const Command &command) {
-    Options options;
-    for (const OptionGroup &group : command.groups)
-        for (const Option &option : group.options) options.push_back(&option);
-    return options;
-}
-
-Options GeneralOf(const Manual &manual) {
-    Options options;
-    for (const Option &option : manual.general.options) options.push_back(&option);
-    return options;
-}
-
 // ---- bash ----
 
-std::string BashWords(const Options &options) {
+std::string BashWords(const std::vector<Option> &options) {
     std::string words;
-    for (const Option *option : options) words += " " + Joined(NamesOf(*option), " ");
+    for (const Option &option : options) words += " " + Joined(NamesOf(option), " ");
     return words;
 }
 
 std::string BashAction(const Option &option) {
     if (option.value == "FILE") return "_rtsptap_files \"$word\"; return";
-    const std::vector<std::string> words = CompletionsOf(option);
+    const std::vector<std::string> words = WordsOf(option);
     if (words.empty()) return "return";
     const bool goesOn = IsBeginning(words.front());
     return "COMPREPLY=($(compgen -W '" + Joined(words, " ") + "' -- \"$word\"))" +
@@ -76,10 +55,10 @@ std::string BashAction(const Option &option) {
 std::string BashValues(const Manual &manual) {
     std::map<std::string, std::string> patterns; // of "command:option", by what is done
     for (const Command &command : manual.commands)
-        for (const Option *option : OptionsOf(command))
-            for (const std::string &name : NamesOf(*option)) {
-                if (!TakesNextWord(*option)) continue;
-                std::string &pattern = patterns[BashAction(*option)];
+        for (const Option &option : OptionsOf(command))
+            for (const std::string &name : NamesOf(option)) {
+                if (!TakesNextWord(option)) continue;
+                std::string &pattern = patterns[BashAction(option)];
                 pattern += (pattern.empty() ? "" : "|") + command.name + ":" + name;
             }
     std::string cases;
@@ -88,10 +67,10 @@ std::string BashValues(const Manual &manual) {
 }
 
 std::string BashCompletion(const Manual &manual) {
-    const std::string general = BashWords(GeneralOf(manual));
+    const std::string general = BashWords(manual.general.options);
     std::string words = "    '') words='" + Joined(CommandNames(manual), " ") + general + "' ;;\n";
     for (const Command &command : manual.commands)
-        words += "    " + command.name + ") words='" + Joined(ChoicesOf(command.argument.value), " ") +
+        words += "    " + command.name + ") words='" + Joined(WordsOf(command.argument), " ") +
                  BashWords(OptionsOf(command)) + general + "' ;;\n";
     return R"(# bash completion for rtsptap
 _rtsptap_files() {
@@ -130,7 +109,9 @@ complete -F _rtsptap rtsptap
 
 // ---- zsh ----
 
-std::string ZshValue(const std::string &value, const std::vector<std::string> &words) {
+std::string ZshValue(const Option &option) {
+    const std::string &value = option.value;
+    const std::vector<std::string> words = WordsOf(option);
     if (value == "FILE") return ":file:_files";
     if (words.empty()) return ":" + value + ": ";
     const std::string list = Joined(words, " ");
@@ -144,7 +125,7 @@ std::string ZshOption(const Option &option) {
     for (const std::string &name : names) {
         const bool isLong = name.size() > 2;
         std::string mark = !TakesNextWord(option) ? "" : isLong ? "=" : "+";
-        std::string value = TakesNextWord(option) ? ZshValue(option.value, CompletionsOf(option)) : "";
+        std::string value = TakesNextWord(option) ? ZshValue(option) : "";
         if (option.value == "[=N]") {
             mark = "=-";
             value = "::number: ";
@@ -157,21 +138,20 @@ std::string ZshOption(const Option &option) {
     return specifications;
 }
 
-std::string ZshOptions(const Options &options) {
+std::string ZshOptions(const std::vector<Option> &options) {
     std::string specifications;
-    for (const Option *option : options) specifications += ZshOption(*option);
+    for (const Option &option : options) specifications += ZshOption(option);
     return specifications;
 }
 
 std::string ZshCompletion(const Manual &manual) {
-    const std::string general = ZshOptions(GeneralOf(manual));
+    const std::string general = ZshOptions(manual.general.options);
     std::string commands;
     std::string cases;
     for (const Command &command : manual.commands) {
         commands += "\n            " + Quoted(command.name + ":" + command.summary);
-        const std::string &argument = command.argument.value;
         cases += "        " + command.name + ") _arguments" + general + ZshOptions(OptionsOf(command)) +
-                 (argument.empty() ? "" : " \\\n        '1" + ZshValue(argument, ChoicesOf(argument)) + "'") +
+                 (command.argument.names.empty() ? "" : " \\\n        '1" + ZshValue(command.argument) + "'") +
                  " ;;\n";
     }
     return R"(#compdef rtsptap
@@ -209,21 +189,21 @@ std::string FishOption(const Option &option, const std::string &condition) {
     for (const std::string &name : NamesOf(option))
         line += name.size() > 2 ? " -l " + name.substr(2) : " -s " + name.substr(1);
     if (TakesNextWord(option)) line += option.value == "FILE" ? " -r -F" : " -x";
-    if (const std::vector<std::string> words = CompletionsOf(option); !words.empty())
+    if (const std::vector<std::string> words = WordsOf(option); !words.empty())
         line += " -a " + Quoted(Joined(words, " "));
     return line + " -d " + Quoted(option.help, "\\") + "\n";
 }
 
 std::string FishCompletion(const Manual &manual) {
     std::string text = "# fish completion for rtsptap\ncomplete -c rtsptap -f\n";
-    for (const Option *option : GeneralOf(manual)) text += FishOption(*option, "");
+    for (const Option &option : manual.general.options) text += FishOption(option, "");
     for (const Command &command : manual.commands) {
         const std::string &name = command.name;
         const std::string condition = " -n '__fish_seen_subcommand_from " + name + "'";
         text += "complete -c rtsptap -n __fish_use_subcommand -a " + name + " -d " + Quoted(command.summary, "\\") +
                 "\n";
-        for (const Option *option : OptionsOf(command)) text += FishOption(*option, condition);
-        if (const std::vector<std::string> choices = ChoicesOf(command.argument.value); !choices.empty())
+        for (const Option &option : OptionsOf(command)) text += FishOption(option, condition);
+        if (const std::vector<std::string> choices = WordsOf(command.argument); !choices.empty())
             text += "complete -c rtsptap" + condition + " -a " + Quoted(Joined(choices, " ")) + "\n";
     }
     return text;
