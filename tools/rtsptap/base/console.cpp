@@ -1,5 +1,7 @@
 #include "base/console.h"
 
+#include "base/text.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -41,9 +43,6 @@ bool IsTerminal() {
     return isatty(STDERR_FILENO) != 0 && kind != nullptr && std::strcmp(kind, "dumb") != 0;
 }
 
-// What is no text but moves the cursor, or worse.
-bool IsCommand(unsigned char letter) { return letter < ' ' || letter == 0x7F; }
-
 // Colours take no room.
 std::string CutTo(const std::string &line, std::size_t columns) {
     std::size_t used = 0;
@@ -65,10 +64,9 @@ void PrintNotice(const std::string &text) {
 }
 
 void PrintError(const std::string &text) {
-    std::string shown = text;
-    std::replace_if(
-        shown.begin(), shown.end(), [](char letter) { return letter != '\n' && IsCommand(letter); }, '?');
-    PrintLine("rtsptap: " + shown);
+    std::vector<std::string> lines = Split(text, '\n');
+    for (std::string &line : lines) line = Printable(line);
+    PrintLine("rtsptap: " + Joined(lines, "\n"));
 }
 
 void PrintLine(const std::string &line) {
@@ -89,11 +87,6 @@ void DrawLines(const std::vector<std::string> &lines) {
 void KeepLines() {
     const std::lock_guard guard(gblLock);
     gblLines.clear();
-}
-
-std::string Printable(std::string text) {
-    std::replace_if(text.begin(), text.end(), IsCommand, '?');
-    return text;
 }
 
 bool IsQuiet() { return gblSettings.quiet; }

@@ -26,9 +26,6 @@ void DrawLines(const std::vector<std::string> &lines);
 // What is drawn stays where it is: what is written next begins below. Also before anybody else uses standard error.
 void KeepLines();
 
-// Without control characters: what a server says of itself does not command the terminal.
-std::string Printable(std::string text);
-
 bool IsQuiet();
 bool MayRedraw();                  // a terminal that nothing but DrawLines writes to while media is received
 bool MayUseColor();                // there

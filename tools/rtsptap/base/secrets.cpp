@@ -1,6 +1,5 @@
 #include "base/secrets.h"
 
-#include "base/console.h"
 #include "base/text.h"
 
 #include <algorithm>

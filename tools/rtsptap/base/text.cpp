@@ -1,5 +1,6 @@
 #include "base/text.h"
 
+#include <algorithm>
 #include <cinttypes>
 #include <cstdarg>
 #include <cstdio>
@@ -14,6 +15,12 @@ std::string Trimmed(std::string_view text) {
     const std::size_t first = text.find_first_not_of(" \t");
     if (first == text.npos) return {};
     return std::string(text.substr(first, text.find_last_not_of(" \t") - first + 1));
+}
+
+std::string Printable(std::string text) {
+    std::replace_if(
+        text.begin(), text.end(), [](unsigned char letter) { return letter < ' ' || letter == 0x7F; }, '?');
+    return text;
 }
 
 bool SameText(std::string_view first, std::string_view second) {

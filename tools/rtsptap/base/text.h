@@ -10,6 +10,9 @@ namespace tool {
 
 std::string Trimmed(std::string_view text); // without the blanks around it
 
+// Without control characters: what a server says of itself does not command the terminal.
+std::string Printable(std::string text);
+
 // Letter case ignored.
 bool SameText(std::string_view first, std::string_view second);
 std::size_t FindText(std::string_view text, std::string_view word); // npos when it is not there

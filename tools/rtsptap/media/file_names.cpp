@@ -1,6 +1,7 @@
 #include "media/file_names.h"
 
 #include "base/console.h"
+#include "base/text.h"
 
 #include <algorithm>
 #include <charconv>

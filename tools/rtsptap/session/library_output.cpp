@@ -2,6 +2,7 @@
 
 #include "base/console.h"
 #include "base/secrets.h"
+#include "base/text.h"
 
 #include <algorithm>
 #include <atomic>
