@@ -70,12 +70,12 @@ Hostiles ReadRows() {
 
 // What came without a request has been met: the thread has come to the packet behind it, or it lies in the socket.
 void AwaitArrival(Session &session, const Hostile &hostile) {
-    const int socket = reinterpret_cast<RTSPClient *>(static_cast<intptr_t>(session.client))->rtspSocket;
+    const int socket = reinterpret_cast<RTSPClient *>(static_cast<intptr_t>(session))->rtspSocket;
     pollfd wait = {socket, POLLIN, 0};
     if (session.proto == kUdp || hostile.method->from < CLIENT_PLAYING_STATE) {
         EXPECT_EQ(poll(&wait, 1, 20000), 1);
     } else if (std::ranges::none_of(hostile.before, &Action::close) && session.server.Send(Frame(0, Rtp(1)))) {
-        EXPECT_TRUE(Eventually([&] { return RTPClientGetNbOfPktInBuffer(session.client, kVideo) == 1; }));
+        EXPECT_TRUE(Eventually([&] { return RTPClientGetNbOfPktInBuffer(session, kVideo) == 1; }));
     }
 }
 
@@ -97,14 +97,13 @@ std::string Meet(const Hostile &hostile) {
         std::string buffer(100000, '#');
         auto size = static_cast<int32_t>(buffer.size());
         int32_t result = 0;
-        const double seconds =
-            SecondsOf([&] { result = hostile.method->call(session.client, 0, buffer.data(), &size); });
+        const double seconds = SecondsOf([&] { result = hostile.method->call(session, 0, buffer.data(), &size); });
         const bool endedMeanwhile = i == 1 && result == RTSP_NO_RESPONSE;
         if (result != hostile.code && !endedMeanwhile) wrong << " gave " << result << ", not " << hostile.code;
         if (IsSlow(hostile) ? seconds < 24.5 || seconds > 40 : seconds > 15) wrong << " took " << seconds << " s";
     }
     int32_t destroyed = 0;
-    const double seconds = SecondsOf([&] { destroyed = session.client.Destroy(); });
+    const double seconds = SecondsOf([&] { destroyed = session.Destroy(); });
     if (destroyed != 0 || seconds > 10) wrong << " Destroy: " << destroyed << " after " << seconds << " s";
     return wrong.str();
 }
@@ -156,12 +155,12 @@ TEST(HostileServers, MayDescribeThousandsOfStreams) {
         Session session(proto, CLIENT_INIT_STATE,
                         {{"DESCRIBE ", WithBody(description)}, {"SETUP ", SetupReply(1, proto)}, {"PLAY ", Ok()}});
         EXPECT_EQ(session.Describe(), 0);
-        EXPECT_EQ(RTSPClientGetNbStreams(session.client), 8000);
+        EXPECT_EQ(RTSPClientGetNbStreams(session), 8000);
         EXPECT_EQ(session.Setup(1), 0);
         const std::size_t descriptors = CountDescriptors();
         EXPECT_TRUE(SucceedsSoon([&] { return session.Play(); }));
         EXPECT_LE(CountDescriptors(), descriptors + 10);
-        EXPECT_TRUE(SucceedsSoon([&] { return session.client.Destroy(); }));
+        EXPECT_TRUE(SucceedsSoon([&] { return session.Destroy(); }));
     }
 }
 

@@ -23,10 +23,10 @@ class ReceiveTurn : public testing::TestWithParam<uint32_t> {
 protected:
     void Read(int32_t codec = kVideo) {
         RTPStreamData *packet = nullptr;
-        result = RTPClientGetRTPStreamData(session.client, &packet, codec);
+        result = RTPClientGetRTPStreamData(session, &packet, codec);
         if (packet == nullptr) return;
         number = packet->rtpHeader->sequenceNumber;
-        RTPClientFreeRTPStreamData(session.client, packet, codec);
+        RTPClientFreeRTPStreamData(session, packet, codec);
     }
     void Arrive(uint16_t sequenceNumber) {
         if (session.proto == kUdp)
@@ -59,7 +59,7 @@ TEST_P(ReceiveTurn, PacketQueuedBeforeTheReadersTurnIsTakenAtOnce) {
     const auto read = [this] {
         gap = [this] {
             Arrive(1);
-            EXPECT_TRUE(Eventually([this] { return QueuedOf(session.client) == 1; }));
+            EXPECT_TRUE(Eventually([this] { return QueuedOf(session) == 1; }));
         };
         Read();
     };
@@ -74,7 +74,7 @@ TEST_P(ReceiveTurn, PacketThatComesAsTheReaderLeavesIsReceived) {
         std::promise<void> reads;
         bool held = false;
         const std::function<void()> leaving = [&] {
-            held = QueuedOf(session.client) == 1;
+            held = QueuedOf(session) == 1;
             if (!held) return void(gap = leaving);
             Arrive(2);
             usleep(2000);
@@ -94,7 +94,7 @@ TEST_P(ReceiveTurn, PacketThatComesAsTheReaderLeavesIsReceived) {
         reader.join();
         EXPECT_EQ(number, 1);
         if (!held) Arrive(2); // the thread was quicker than the reader
-        EXPECT_TRUE(Eventually([this] { return QueuedOf(session.client) == 1; })) << waitMs;
+        EXPECT_TRUE(Eventually([this] { return QueuedOf(session) == 1; })) << waitMs;
         Read();
     }
 }
@@ -154,7 +154,7 @@ TEST(InterleavedTurn, ClosedConnectionEndsEveryWait) {
     Session session(kTcp, CLIENT_PLAYING_STATE);
     const auto read = [&](int32_t codec) {
         RTPStreamData *packet = nullptr;
-        EXPECT_EQ(RTPClientGetRTPStreamData(session.client, &packet, codec), -1);
+        EXPECT_EQ(RTPClientGetRTPStreamData(session, &packet, codec), -1);
     };
     std::thread video(read, kVideo);
     std::thread audio(read, kAudio);

@@ -2,7 +2,7 @@
 // come and go. A Player is used by one thread at a time, its Take by one more per stream.
 #pragma once
 
-#include "rtsptap.h"
+#include "tests/support/client.h"
 #include "tests/support/live_threads.h"
 
 #include <array>
@@ -14,12 +14,11 @@
 #include <fstream>
 #include <malloc.h>
 #include <string>
-#include <utility>
 
 namespace soak {
 
-inline constexpr uint32_t kUdp = DATA_PROTO_UDP;
-inline constexpr uint32_t kTcp = DATA_PROTO_TCP;
+using namespace rtsptap::test;
+
 inline constexpr uint32_t kFirstSequenceNumber = 64000; // as the server has it
 inline uint16_t serverPort = 0;
 inline std::atomic<int> failures{0};
@@ -36,55 +35,20 @@ template <typename Action> double MillisecondsOf(const Action &action) {
     return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - begin).count();
 }
 
-class Player {
+class Player : public Client {
 public:
-    Player(uint32_t dataProto, std::string pathOfUrl, int32_t ringBytes = 1 << 18)
-        : proto(dataProto), path(std::move(pathOfUrl)), handle(RTSPClientCreate()) {
-        Expect(handle > 0, "RTSPClientCreate", handle);
-        RTPClientSetAudioVideoBufferSize(handle, ringBytes, ringBytes);
-    }
-    ~Player() { Destroy(); }
-    Player(const Player &) = delete;
-    Player &operator=(const Player &) = delete;
-
-    int32_t Connect() { return RTSPClientConnect(handle, "127.0.0.1", serverPort, path.c_str(), proto, 0); }
-    int32_t Options() { return RTSPClientSendOptionsRequest(handle, 0, buffer.data(), Room()); }
-    int32_t Describe() { return RTSPClientSendDescribeRequest(handle, 0, buffer.data(), Room()); }
-    int32_t Play() { return RTSPClientSendPlayRequest(handle, 0, 0, buffer.data(), Room()); }
-    int32_t Pause() { return RTSPClientSendPauseRequest(handle, 0, 0, buffer.data(), Room()); }
-    int32_t Teardown() { return RTSPClientSendTeardownRequest(handle, 0, buffer.data(), Room()); }
-    // Again when somebody has the RTCP port.
-    int32_t SetUp(int32_t stream) {
-        int32_t result = RTSP_INVALID_HEADER_LIST;
-        for (int tries = 0; tries < 10 && result == RTSP_INVALID_HEADER_LIST; ++tries)
-            result = RTSPClientSendSetupRequest(handle, stream, 0, buffer.data(), Room());
-        return result;
-    }
-    void Destroy() {
-        if (handle > 0) Expect(RTSPClientDestroy(std::exchange(handle, 0)) == 0, "RTSPClientDestroy");
-    }
-
-    int32_t SetUpBoth() {
-        const int32_t result = SetUp(1);
-        return result == 0 ? SetUp(2) : result;
-    }
-
-    // The way to a state; the first failure.
-    int32_t Reach(RTSPClientState state) {
-        static constexpr int32_t (Player::*kSteps[])() = {&Player::Connect,   &Player::Options, &Player::Describe,
-                                                          &Player::SetUpBoth, &Player::Play,    &Player::Pause};
-        int32_t result = 0;
-        for (std::size_t at = 0; at <= static_cast<std::size_t>(state) && result == 0; ++at) {
-            const auto step = kSteps[at];
-            result = (this->*step)();
-        }
-        return result;
+    Player(uint32_t dataProto, const std::string &pathOfUrl, int32_t ringBytes = 1 << 18)
+        : Client(ringBytes, dataProto, pathOfUrl) {
+        Expect(*this > 0, "RTSPClientCreate", *this);
+        serverPort = soak::serverPort;
     }
 
     // The numbers behind that word of the last reply: 0 where there are none.
     std::array<long, 2> Told(const std::string &word) const {
         std::array<long, 2> numbers = {};
-        const std::string reply(buffer.data(), static_cast<std::size_t>(room));
+        std::string reply(4096, '\0');
+        auto size = static_cast<int32_t>(reply.size());
+        RTSPClientGetLastReply(*this, reply.data(), &size);
         const std::size_t at = reply.find(word);
         if (at != reply.npos) sscanf(reply.c_str() + at + word.size(), "%ld%*c%ld", &numbers[0], &numbers[1]);
         return numbers;
@@ -94,37 +58,30 @@ public:
     bool Take(std::size_t stream) {
         constexpr int32_t kCodecs[] = {RTP_CODEC_H264, RTP_CODEC_MPEG4_GENERIC};
         RTPStreamData *packet = nullptr;
-        if (RTPClientGetRTPStreamData(handle, &packet, kCodecs[stream]) != 0 || packet == nullptr) return false;
+        if (RTPClientGetRTPStreamData(*this, &packet, kCodecs[stream]) != 0 || packet == nullptr) return false;
         const auto number = static_cast<uint32_t>(taken[stream]++);
         const uint8_t *const end = packet->payload + packet->payloadLength;
         const uint32_t first = BigEndian(packet->payload);
         Expect(first == number && BigEndian(end - 4) == number &&
                    packet->rtpHeader->sequenceNumber == static_cast<uint16_t>(kFirstSequenceNumber + number),
                "instead of packet " + std::to_string(number) + " comes", first);
-        return RTPClientFreeRTPStreamData(handle, packet, kCodecs[stream]) == 0;
+        return RTPClientFreeRTPStreamData(*this, packet, kCodecs[stream]) == 0;
     }
     void TakeUpTo(std::size_t stream, long count) {
         while (taken[stream] < count && Expect(Take(stream), "packets missing", count - taken[stream])) {
         }
     }
 
-    const uint32_t proto;
     std::array<std::atomic<long>, 2> taken = {};
 
 private:
     static uint32_t BigEndian(const uint8_t *bytes) {
         return uint32_t{bytes[0]} << 24 | uint32_t{bytes[1]} << 16 | uint32_t{bytes[2]} << 8 | bytes[3];
     }
-    int32_t *Room() { return &(room = static_cast<int32_t>(buffer.size())); }
-
-    const std::string path;
-    intptr_t handle;
-    std::array<char, 4096> buffer = {};
-    int32_t room = 0;
 };
 
 struct Holdings {
-    long threads = static_cast<long>(rtsptap::test::CountThreads());
+    long threads = static_cast<long>(CountThreads());
     long descriptors = std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
     long residentKiB = Resident();
 

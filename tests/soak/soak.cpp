@@ -70,7 +70,7 @@ void RunSessions(long count) {
 
 // The client's RTP port as the reply to its SETUP tells it.
 long PortOfSetup(Player &player) {
-    const int32_t result = player.SetUp(1);
+    const int32_t result = player.Setup(1);
     Expect(result == 0, "SETUP", result);
     return player.Told("client_port=")[0];
 }
@@ -152,7 +152,7 @@ double MillisecondsOfDestroy(uint32_t proto, long at) {
     const int32_t result = player.Reach(isDead ? CLIENT_PLAYING_STATE : state);
     Expect(result == 0, "on the way to Destroy", result);
     Rest(isFull ? 20 : 1);
-    return MillisecondsOf([&] { player.Destroy(); });
+    return MillisecondsOf([&] { Expect(player.Destroy() == 0, "RTSPClientDestroy"); });
 }
 
 void RunLimits(long count) {

@@ -29,18 +29,6 @@ public:
 
 } // namespace
 
-Client::Client(int32_t ringBytes) : handle(RTSPClientCreate()) {
-    EXPECT_EQ(RTPClientSetAudioVideoBufferSize(handle, ringBytes, ringBytes), 0);
-}
-
-Client::~Client() {
-    if (handle != 0) {
-        EXPECT_EQ(Destroy(), 0);
-    }
-}
-
-int32_t Client::Destroy() { return RTSPClientDestroy(std::exchange(handle, 0)); }
-
 HeaderList::HeaderList(std::initializer_list<std::pair<const char *, const char *>> headers, uint8_t isCustom)
     : handle(RTSPCreateHeaderList()) {
     for (const auto &[name, value] : headers) EXPECT_EQ(RTSPAddHeaderToList(handle, name, value, isCustom), 0);
@@ -69,19 +57,9 @@ Script StepsTo(RTSPClientState state, uint32_t proto, uint16_t rtcpPort1, uint16
 }
 
 Session::Session(uint32_t dataProto, RTSPClientState state, const Script &further, int32_t ringBytes)
-    : proto(dataProto), server(StepsTo(state, dataProto, rtcp[0].Port(), rtcp[1].Port()) + further),
-      client(ringBytes) {
+    : Client(ringBytes, dataProto), server(StepsTo(state, dataProto, rtcp[0].Port(), rtcp[1].Port()) + further) {
+    serverPort = server.Port();
     Reach(state);
-}
-
-void Session::Reach(RTSPClientState state) {
-    EXPECT_EQ(Connect(), 0);
-    EXPECT_EQ(state == CLIENT_OPTIONS_SENT_STATE ? Options() : 0, 0);
-    EXPECT_EQ(state >= CLIENT_DESCRIBE_SENT_STATE ? Describe() : 0, 0);
-    EXPECT_EQ(state >= CLIENT_READY_STATE ? Setup(1) : 0, 0);
-    EXPECT_EQ(state >= CLIENT_READY_STATE ? Setup(2) : 0, 0);
-    EXPECT_EQ(state >= CLIENT_PLAYING_STATE ? Play() : 0, 0);
-    EXPECT_EQ(state >= CLIENT_PAUSE_STATE ? Pause() : 0, 0);
 }
 
 void Session::SendNumbers(int32_t stream, const std::vector<uint16_t> &numbers) const {

@@ -2,11 +2,13 @@
 // from outside.
 #pragma once
 
-#include "rtsptap.h"
 #include "tests/support/captured_stdout.h"
+#include "tests/support/client.h"
 #include "tests/support/live_threads.h"
 #include "tests/support/packet_builder.h"
 #include "tests/support/scripted_server.h"
+
+#include <gtest/gtest.h>
 
 #include <functional>
 #include <string>
@@ -15,24 +17,8 @@
 
 namespace rtsptap::test {
 
-inline constexpr uint32_t kUdp = DATA_PROTO_UDP;
-inline constexpr uint32_t kTcp = DATA_PROTO_TCP;
 inline constexpr int32_t kVideo = RTP_CODEC_H264;          // of the first stream below
 inline constexpr int32_t kAudio = RTP_CODEC_MPEG4_GENERIC; // of the second
-
-// A created client whose buffer sizes are set; destroyed at the end.
-class Client {
-public:
-    explicit Client(int32_t ringBytes = 1 << 20);
-    ~Client();
-    Client(const Client &) = delete;
-    Client &operator=(const Client &) = delete;
-    operator intptr_t() const { return handle; }
-    int32_t Destroy(); // now, instead of at the end
-
-private:
-    intptr_t handle;
-};
 
 // A header list with the given headers; destroyed at the end.
 class HeaderList {
@@ -51,21 +37,15 @@ private:
 std::vector<uint16_t> TakeSequenceNumbers(intptr_t client, int32_t codec, std::size_t count);
 
 // A client over `proto`, brought to `state`, and its server, whose script goes on with `further`.
-class Session {
+class Session : public Client {
 public:
     Session(uint32_t proto, RTSPClientState state, const Script &further = {}, int32_t ringBytes = 1 << 20);
 
-    int32_t Connect() { return RTSPClientConnect(client, "127.0.0.1", server.Port(), "live", proto, 0); }
-    int32_t Options() { return RTSPClientSendOptionsRequest(client, 0, nullptr, nullptr); }
-    int32_t Describe() { return RTSPClientSendDescribeRequest(client, 0, nullptr, nullptr); }
-    int32_t Setup(int32_t stream) { return RTSPClientSendSetupRequest(client, stream, 0, nullptr, nullptr); }
-    int32_t Play(int32_t stream = 0) { return RTSPClientSendPlayRequest(client, stream, 0, nullptr, nullptr); }
-    int32_t Pause(int32_t stream = 0) { return RTSPClientSendPauseRequest(client, stream, 0, nullptr, nullptr); }
-    int32_t Teardown() { return RTSPClientSendTeardownRequest(client, 0, nullptr, nullptr); }
-    void Reach(RTSPClientState state); // from a client that is not connected
+    ~Session() { EXPECT_EQ(Destroy(), 0); } // before the server ends
+    void Reach(RTSPClientState state) { EXPECT_EQ(Client::Reach(state), 0); }
 
-    std::vector<uint16_t> Video(std::size_t count) const { return TakeSequenceNumbers(client, kVideo, count); }
-    std::vector<uint16_t> Audio(std::size_t count) const { return TakeSequenceNumbers(client, kAudio, count); }
+    std::vector<uint16_t> Video(std::size_t count) const { return TakeSequenceNumbers(*this, kVideo, count); }
+    std::vector<uint16_t> Audio(std::size_t count) const { return TakeSequenceNumbers(*this, kAudio, count); }
 
     // The local RTP port that the client chose for a stream (1 and up), read from its SETUP request.
     uint16_t ClientPort(int32_t stream) const;
@@ -73,11 +53,9 @@ public:
     void SendRtp(int32_t stream, const std::string &packet) const { media.SendTo(ClientPort(stream), packet); }
     void SendNumbers(int32_t stream, const std::vector<uint16_t> &numbers) const;
 
-    const uint32_t proto;
     UdpPeer media;   // sends RTP over UDP
     UdpPeer rtcp[2]; // the server's RTCP ports of streams 1 and 2
     ScriptedServer server;
-    Client client;
 };
 
 // The steps that bring a client of `proto` to `state`; RTCP ports are what the SETUP replies name.

@@ -57,7 +57,7 @@ TEST(Connection, ConnectingAgainKeepsTheOldConnectionOpenUntilDestroy) {
     const std::size_t descriptors = CountDescriptors();
     EXPECT_EQ(session.Connect(), 0);
     EXPECT_EQ(session.Options(), 0);
-    EXPECT_EQ(session.client.Destroy(), 0);
+    EXPECT_EQ(session.Destroy(), 0);
     EXPECT_TRUE(session.server.WaitForClose());
     // Of the old connection the server still has its end.
     EXPECT_TRUE(Eventually([&] { return CountDescriptors() == descriptors - 1; }));
@@ -78,7 +78,7 @@ TEST(Connection, RequestsOfAnInterleavedSession) {
                     Script{{"PAUSE ", Ok()}} + Times(2, {"PLAY ", Ok()}) + Script{{"TEARDOWN ", Ok()}});
     EXPECT_EQ(session.Pause(2), 0);
     for (int i = 0; i < 2; ++i) // the same list serves the next request
-        EXPECT_EQ(RTSPClientSendPlayRequest(session.client, 2, own, nullptr, nullptr), 0);
+        EXPECT_EQ(RTSPClientSendPlayRequest(session, 2, own, nullptr, nullptr), 0);
     EXPECT_EQ(session.Teardown(), 0);
     const std::string kRequests[] = {
         "DESCRIBE {base} RTSP/1.0\r\nCSeq: 1\r\nUser-Agent: Rtp Rtsp Client\r\nAccept: application/sdp\r\n\r\n",
@@ -102,7 +102,7 @@ constexpr char kName[] = "RTSPClientSendSetupRequest";
 constexpr char kNoRtcpBind[] = " :Can not bind to the user given client port of Transport header (RTCP)\n";
 
 int32_t SetupWith(Session &session, int32_t stream, intptr_t list) {
-    return RTSPClientSendSetupRequest(session.client, stream, list, nullptr, nullptr);
+    return RTSPClientSendSetupRequest(session, stream, list, nullptr, nullptr);
 }
 
 std::string ClientPorts(uint16_t port) {
@@ -189,7 +189,7 @@ TEST(Setup, FailureBehindTheReplyClosesWhatItsStepNames) {
     for (const auto &row : kCases) {
         Session session(kUdp, CLIENT_DESCRIBE_SENT_STATE, {{"SETUP ", Ok(row.header)}});
         Refusals{kName}(session.Setup(1), row.code, row.text);
-        EXPECT_EQ(ObservedState(session.client), &row == kCases ? CLIENT_DESCRIBE_SENT_STATE : CLIENT_READY_STATE);
+        EXPECT_EQ(ObservedState(session), &row == kCases ? CLIENT_DESCRIBE_SENT_STATE : CLIENT_READY_STATE);
         EXPECT_EQ(IsFree(session.ClientPort(1)), row.code != 0) << row.header;
         EXPECT_EQ(IsFree(Plus(session.ClientPort(1), 1)), row.closesBoth) << row.header;
     }
@@ -222,14 +222,14 @@ TEST(Setup, FailedAttemptsDoNotPileUpDescriptors) {
 TEST(StandaloneReceiver, StreamsOfASessionTornDownDoNotHideItsOwn) {
     Session session(kUdp, CLIENT_PLAYING_STATE, {{"TEARDOWN ", Ok()}});
     session.SendNumbers(1, Numbers(1, 1));
-    RTPStreamData *const held = TakePacket(session.client, kVideo);
+    RTPStreamData *const held = TakePacket(session, kVideo);
     ASSERT_NE(held, nullptr);
     EXPECT_EQ(session.Teardown(), 0);
     const uint16_t port = UdpPeer().Port(); // was free a moment ago
-    EXPECT_EQ(StartThirdPartyClient(session.client, 1, kVideo, port, 100000, 0, 0, 0, 0, 0, 0), 0);
+    EXPECT_EQ(StartThirdPartyClient(session, 1, kVideo, port, 100000, 0, 0, 0, 0, 0, 0), 0);
     UdpPeer().SendTo(port, Rtp(10));
     EXPECT_EQ(session.Video(1), Numbers(10, 10));
-    EXPECT_EQ(RTPClientFreeRTPStreamData(session.client, held, kVideo), 0);
+    EXPECT_EQ(RTPClientFreeRTPStreamData(session, held, kVideo), 0);
 }
 
 } // namespace

@@ -40,7 +40,7 @@ std::string Thicket(std::mt19937 &random, bool dense, unsigned channels) {
 std::string PlayReply(Session &session) {
     std::string buffer(256, '\0');
     auto size = static_cast<int32_t>(buffer.size());
-    const int32_t result = RTSPClientSendPlayRequest(session.client, 0, 0, buffer.data(), &size);
+    const int32_t result = RTSPClientSendPlayRequest(session, 0, 0, buffer.data(), &size);
     return result == 0 ? buffer.substr(0, static_cast<std::size_t>(size)) : std::to_string(result);
 }
 
@@ -164,11 +164,11 @@ TEST(Interleaved, OneStreamOfTwoKeepsTheConnectionServed) {
     session.server.Send(Frame(4, Rtp(5)) + Frame(2, Rtp(100)) + Frame(4, Rtp(3)));
     EXPECT_EQ(session.Video(2), (std::vector<uint16_t>{5, 3})); // not reordered
     EXPECT_EQ(session.Pause(1), 0);
-    EXPECT_EQ(ObservedState(session.client), CLIENT_PLAYING_STATE);
+    EXPECT_EQ(ObservedState(session), CLIENT_PLAYING_STATE);
     session.server.Send(Frames(101, 102, 2));
     EXPECT_EQ(session.Audio(3), Numbers(100, 102));
     EXPECT_EQ(session.Pause(2), 0);
-    EXPECT_EQ(ObservedState(session.client), CLIENT_PAUSE_STATE);
+    EXPECT_EQ(ObservedState(session), CLIENT_PAUSE_STATE);
 }
 
 TEST(Interleaved, AReaderThatWaitsServesEverybodyElse) {
@@ -192,7 +192,7 @@ TEST(Interleaved, OptionsWhilePlayingIsAnsweredThroughTheReceiveThread) {
     EXPECT_EQ(session.Options(), 0);
     EXPECT_EQ(session.Pause(), RTSP_INVALID_STATE);
     EXPECT_EQ(session.Describe(), 0); // allowed again; its streams follow those that play
-    EXPECT_EQ(RTSPClientGetNbStreams(session.client), 4);
+    EXPECT_EQ(RTSPClientGetNbStreams(session), 4);
     session.server.Send(Frames(3, 3));
     EXPECT_EQ(session.Video(3), Numbers(1, 3));
 }
@@ -225,7 +225,7 @@ TEST(Interleaved, FramingErrorsAreReportedAndRecoveredFrom) {
         {"RTCP, empty", Frame(1, ""), 0},
     };
     Session session(kTcp, CLIENT_PLAYING_STATE);
-    EXPECT_EQ(RTSPClientSetMTUSize(session.client, 200), 0);
+    EXPECT_EQ(RTSPClientSetMTUSize(session, 200), 0);
     for (const auto &row : kCases) {
         CapturedStdout out;
         session.server.Send(row.bytes + Frames(7, 7));
@@ -249,7 +249,7 @@ TEST(Interleaved, FramingErrorsAreReportedAndRecoveredFrom) {
 TEST(Interleaved, FullBufferRefusesFramesUntilSpaceIsGivenBack) {
     Session session(kTcp, CLIENT_PLAYING_STATE, {}, 1000); // below the MTU: one packet at a time
     session.server.Send(Frames(1, 1));
-    RTPStreamData *held = TakePacket(session.client, kVideo);
+    RTPStreamData *held = TakePacket(session, kVideo);
     ASSERT_NE(held, nullptr);
     CapturedStdout out;
     session.server.Send(Frame(0, "") + Frames(2, 2) +
@@ -258,7 +258,7 @@ TEST(Interleaved, FullBufferRefusesFramesUntilSpaceIsGivenBack) {
     EXPECT_EQ(CountOf(out.Text(), "Data full reset to 0 location, 1000, 20, 0   stream:0\n"), 2U);
     EXPECT_EQ(CountOf(out.Text(), "Invalid packet"), 0U);
     EXPECT_EQ(CountOf(out.Text(), kCorrupted), 5U); // its body of 20 bytes
-    EXPECT_EQ(RTPClientFreeRTPStreamData(session.client, held, kVideo), 0);
+    EXPECT_EQ(RTPClientFreeRTPStreamData(session, held, kVideo), 0);
     session.server.Send(Frame(0, std::string(1200, 'A')) + Frames(4, 4)); // the first can never fit
     EXPECT_EQ(session.Video(1), Numbers(4, 4));
 }

@@ -48,7 +48,7 @@ TEST(Exchange, TheReplyThatMadeAMethodFailCanBeRead) {
     Session session(kUdp, CLIENT_INIT_STATE, {{"DESCRIBE ", SendBytes(notFound)}, {"DESCRIBE ", Close()}});
     const auto lastReply = [&session](int32_t room, std::string &text) {
         text.assign(512, '#');
-        const int32_t result = RTSPClientGetLastReply(session.client, text.data(), &room);
+        const int32_t result = RTSPClientGetLastReply(session, text.data(), &room);
         text.resize(static_cast<std::size_t>(room));
         return result;
     };
@@ -69,11 +69,11 @@ TEST(Exchange, AProgramMayAnswerChallengesItselfAndChooseAnotherTransportUntilOn
         {{"SETUP ", "interleaved=0-1"}, Ok("Session: {session}")}};
     Session session(kUdp, CLIENT_INIT_STATE, further);
     EXPECT_EQ(session.Describe(), RTSP_UNAUTHORIZED);
-    EXPECT_EQ(RTSPTapForgetChallenge(session.client), RTSP_SUCCESS);
+    EXPECT_EQ(RTSPTapForgetChallenge(session), RTSP_SUCCESS);
     EXPECT_EQ(session.Describe(), RTSP_SUCCESS);
-    EXPECT_EQ(RTSPTapSetDataProto(session.client, kTcp), RTSP_SUCCESS);
+    EXPECT_EQ(RTSPTapSetDataProto(session, kTcp), RTSP_SUCCESS);
     EXPECT_EQ(session.Setup(1), RTSP_SUCCESS);
-    EXPECT_EQ(RTSPTapSetDataProto(session.client, kUdp), RTSP_INVALID_STATE);
+    EXPECT_EQ(RTSPTapSetDataProto(session, kUdp), RTSP_INVALID_STATE);
 }
 
 TEST(Exchange, MethodsAreRefusedOutsideTheirStates) {
@@ -82,8 +82,7 @@ TEST(Exchange, MethodsAreRefusedOutsideTheirStates) {
         Session session(kUdp, static_cast<RTSPClientState>(state));
         for (const Method &method : kMethods) {
             const bool allowed = std::count(method.allowedStates.begin(), method.allowedStates.end(), state) > 0;
-            ExpectCall(method, session.client, allowed ? -96 : -84, allowed ? BadList(method) : BadState(method),
-                       unknown);
+            ExpectCall(method, session, allowed ? -96 : -84, allowed ? BadList(method) : BadState(method), unknown);
         }
     }
 }
@@ -95,7 +94,7 @@ TEST(Exchange, RawReplyGoesToTheCallerWithoutATerminatorIfItFits) {
             std::string buffer(4096, '#');
             int32_t size = capacity;
             const bool fits = capacity == 4096;
-            ExpectCall(method, session.client, fits ? 0 : RTSP_SMALL_BUFFER,
+            ExpectCall(method, session, fits ? 0 : RTSP_SMALL_BUFFER,
                        fits ? "" : " :Small Buffer received from Application for Response\n", 0, buffer.data(),
                        &size);
             EXPECT_EQ(buffer.starts_with("RTSP/1.0 200 OK\r\nCSeq: "), fits) << method.name;
@@ -103,7 +102,7 @@ TEST(Exchange, RawReplyGoesToTheCallerWithoutATerminatorIfItFits) {
             EXPECT_GT(size, 20) << method.name;
             // The state has moved all the same, but DESCRIBE looks at the buffer before anything else.
             const bool moved = fits || !Is(method, "DESCRIBE");
-            EXPECT_EQ(ObservedState(session.client), moved ? Observed(method.next) : 0) << method.name;
+            EXPECT_EQ(ObservedState(session), moved ? Observed(method.next) : 0) << method.name;
         }
     }
 }
@@ -115,8 +114,8 @@ TEST(Calls, AreRefusedInTheOrderOfTheirChecks) {
     const HeaderList list({});
     const UdpPeer taken, upper(static_cast<uint16_t>(FreePair() + 1));
     const std::pair<std::string, intptr_t> names[] = {
-        {"client", client},     {"unsized", unsized}, {"described", described.client}, {"tcp", tcp.client},
-        {"list", list},         {"gone", Client()},   {"closed", UdpPeer().Port()},    {"pair", upper.Port() - 1},
+        {"client", client},     {"unsized", unsized}, {"described", described},     {"tcp", tcp},
+        {"list", list},         {"gone", Client()},   {"closed", UdpPeer().Port()}, {"pair", upper.Port() - 1},
         {"taken", taken.Port()}};
     Words words;
     for (const auto &[name, value] : names) words.names["{" + name + "}"] = std::to_string(value);
@@ -151,12 +150,12 @@ TEST(Describe, BodyMayComeInOneMoreMessage) {
             const std::string small = " :Small Buffer received from Application for Response";
             const bool fits = capacity == 8192;
             Refusals{"RTSPClientSendDescribeRequest"}(
-                RTSPClientSendDescribeRequest(session.client, 0, buffer.data(), &size),
-                fits ? 0 : RTSP_SMALL_BUFFER, fits ? "" : small + (cut < whole.size() ? " \n" : "\n"));
+                RTSPClientSendDescribeRequest(session, 0, buffer.data(), &size), fits ? 0 : RTSP_SMALL_BUFFER,
+                fits ? "" : small + (cut < whole.size() ? " \n" : "\n"));
             EXPECT_EQ(size, static_cast<int32_t>(whole.size()));
             EXPECT_EQ(buffer.starts_with(whole), fits) << cut;
             // The first message is measured before the description is taken, the sum only afterwards.
-            EXPECT_EQ(RTSPClientGetNbStreams(session.client), fits || cut < whole.size() ? 2 : 0) << cut;
+            EXPECT_EQ(RTSPClientGetNbStreams(session), fits || cut < whole.size() ? 2 : 0) << cut;
         }
     }
 }
@@ -165,10 +164,10 @@ TEST(Describe, DescriptionAfterReconnectingStartsAnew) {
     const std::string other = "v=0\r\nm=audio 0 RTP/AVP 0\r\n"; // without a control URL
     Session session(kUdp, CLIENT_PLAYING_STATE,
                     {{"TEARDOWN ", Ok()}, {"DESCRIBE ", WithBody(other)}, {"SETUP {base}/trackID=0 ", Ok()}});
-    const RTSPStreamDescription *old = RTSPClientGetSDPInfo(session.client, 1);
+    const RTSPStreamDescription *old = RTSPClientGetSDPInfo(session, 1);
     EXPECT_EQ(session.Teardown(), 0);
     session.Reach(CLIENT_DESCRIBE_SENT_STATE);
-    EXPECT_EQ(RTSPClientGetNbStreams(session.client), 1);
+    EXPECT_EQ(RTSPClientGetNbStreams(session), 1);
     EXPECT_EQ(old->codecType, RTP_CODEC_H264); // valid until Destroy
     EXPECT_EQ(session.Setup(1), 0);
 }
@@ -247,10 +246,9 @@ TEST(AutoConnect, StepThatFailsIsNamed) {
     }
 }
 
-constexpr char kQueried[] =
-    "v=0\r\no=- 1 1 IN IP4 10.0.0.2\r\ns=Twenty characters ..\r\na=control:*\r\nt=0 0\r\n"
-    "m=video 0 RTP/AVP 96\r\na=rtpmap:96 H264/90000\r\na=fmtp:96 a=1\r\n"
-    "m=audio 0 RTP/AVP 0\r\nb=AS:64\r\n";
+constexpr char kQueried[] = "v=0\r\no=- 1 1 IN IP4 10.0.0.2\r\ns=Twenty characters ..\r\na=control:*\r\nt=0 0\r\n"
+                            "m=video 0 RTP/AVP 96\r\na=rtpmap:96 H264/90000\r\na=fmtp:96 a=1\r\n"
+                            "m=audio 0 RTP/AVP 0\r\nb=AS:64\r\n";
 
 TEST(SdpQueries, KeptLinesAreFoundByLetterAndInStreamsAlsoByTextBehindAnEqualsSign) {
     const CapturedStdout out;

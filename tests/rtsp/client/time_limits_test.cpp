@@ -63,7 +63,7 @@ void WaitForAPacketAmongSignals() {
             for (; !stop.stop_requested(); usleep(10000)) pthread_kill(reader, SIGUSR1);
         });
         RTPStreamData *packet = nullptr;
-        ExpectAbout(5, [&] { EXPECT_EQ(RTPClientGetRTPStreamData(session.client, &packet, kVideo), -1); });
+        ExpectAbout(5, [&] { EXPECT_EQ(RTPClientGetRTPStreamData(session, &packet, kVideo), -1); });
     }
 }
 

@@ -36,9 +36,9 @@ TEST(UdpSession, PausedStreamLosesNothingThatArrived) {
     EXPECT_EQ(session.Pause(1), 0);
     session.SendNumbers(1, Numbers(4, 9));
     session.SendNumbers(2, Numbers(1, 2));
-    EXPECT_EQ(session.Audio(2), Numbers(1, 2));                        // the other stream plays on
-    EXPECT_LE(RTPClientGetNbOfPktInBuffer(session.client, kVideo), 4); // a receive under way may end with one more
-    std::this_thread::sleep_for(std::chrono::milliseconds(30));        // for the paused thread to look
+    EXPECT_EQ(session.Audio(2), Numbers(1, 2));                 // the other stream plays on
+    EXPECT_LE(RTPClientGetNbOfPktInBuffer(session, kVideo), 4); // a receive under way may end with one more
+    std::this_thread::sleep_for(std::chrono::milliseconds(30)); // for the paused thread to look
     EXPECT_EQ(session.Play(), 0);
     EXPECT_EQ(session.Video(9), Numbers(1, 9));
 }
@@ -48,11 +48,11 @@ TEST(UdpSession, PacketsOfTheLastSessionAreFreedWhileTheNextOneStarts) {
     Session session(kUdp, CLIENT_PLAYING_STATE, teardown + StepsTo(CLIENT_PLAYING_STATE, kUdp) + teardown);
     session.SendNumbers(1, Numbers(1, 40));
     session.SendNumbers(2, Numbers(1, 2));
-    const auto &client = *reinterpret_cast<rtsptap::RTSPClient *>(static_cast<intptr_t>(session.client));
+    const auto &client = *reinterpret_cast<rtsptap::RTSPClient *>(static_cast<intptr_t>(session));
     std::vector<RTPStreamData *> held;
-    for (int i = 0; i < 20; ++i) held.push_back(TakePacket(session.client, kVideo));
+    for (int i = 0; i < 20; ++i) held.push_back(TakePacket(session, kVideo));
     RTPStreamData *shown = nullptr;
-    while (RTPClientPeekRTPStreamData(session.client, &shown, kAudio) != 0) {
+    while (RTPClientPeekRTPStreamData(session, &shown, kAudio) != 0) {
     }
     EXPECT_EQ(session.Teardown(), 0);
     // What is held or was shown keeps its ring and its pool, nothing else is kept.
@@ -62,7 +62,7 @@ TEST(UdpSession, PacketsOfTheLastSessionAreFreedWhileTheNextOneStarts) {
     EXPECT_EQ(PayloadOf(*shown), PayloadOf(*held.front()));
     session.Reach(CLIENT_READY_STATE);
     std::thread reader([&] {
-        for (RTPStreamData *packet : held) EXPECT_EQ(RTPClientFreeRTPStreamData(session.client, packet, kVideo), 0);
+        for (RTPStreamData *packet : held) EXPECT_EQ(RTPClientFreeRTPStreamData(session, packet, kVideo), 0);
     });
     EXPECT_EQ(session.Play(), 0);
     reader.join();
@@ -107,11 +107,11 @@ TEST(UdpSession, FullBufferHoldsPacketsBackAndLosesNone) {
         for (const uint16_t number : Numbers(1, 60))
             session.SendRtp(1, Rtp(number, std::string(ringBytes == 64 ? 20 : 1000, 'x')));
         EXPECT_EQ(session.Video(40), Numbers(1, 40));
-        RTPStreamData *held = TakePacket(session.client, kVideo);
+        RTPStreamData *held = TakePacket(session, kVideo);
         ASSERT_NE(held, nullptr);
         EXPECT_TRUE(SucceedsSoon([&] { return session.Teardown(); })); // with the buffer full
         EXPECT_EQ(PayloadOf(*held).back(), 'x');                       // still the application's
-        EXPECT_EQ(RTPClientFreeRTPStreamData(session.client, held, kVideo), 0);
+        EXPECT_EQ(RTPClientFreeRTPStreamData(session, held, kVideo), 0);
     }
 }
 

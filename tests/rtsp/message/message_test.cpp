@@ -226,7 +226,7 @@ TEST(Request, HeaderNumber33IsRefusedAndTheRestIsSent) {
     for (int i = 0; i < 31; ++i) RTSPAddHeaderToList(list, ("X" + std::to_string(i)).c_str(), "v", 1);
     const Session session(kUdp, CLIENT_INIT_STATE, {{"\r\nX28: v\r\nX29: v\r\n\r\n", Ok()}});
     CapturedStdout output;
-    EXPECT_EQ(RTSPClientSendOptionsRequest(session.client, list, nullptr, nullptr), 0);
+    EXPECT_EQ(RTSPClientSendOptionsRequest(session, list, nullptr, nullptr), 0);
     EXPECT_EQ(CountOf(output.Text(), "Request Message already has maximum number of messages\n"), 1U);
 }
 
@@ -269,7 +269,7 @@ TEST(Request, BadArgumentsAndUnknownMethodsGiveNone) {
 
 TEST(Request, SendingWaitsForAReportThatIsBeingSent) {
     Session session(kTcp, CLIENT_PLAYING_STATE, {{"OPTIONS ", Ok()}});
-    pthread_mutex_t &sendLock = reinterpret_cast<RTSPClient *>(static_cast<intptr_t>(session.client))->sendLock;
+    pthread_mutex_t &sendLock = reinterpret_cast<RTSPClient *>(static_cast<intptr_t>(session))->sendLock;
     MutexLock(&sendLock);
     auto result = std::async(std::launch::async, [&] { return session.Options(); });
     EXPECT_EQ(result.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
