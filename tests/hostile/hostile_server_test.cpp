@@ -3,20 +3,14 @@
 // What any reply leads to is judged by rules: fuzz/exchange_fuzz.cpp.
 #include "rtsp/client/client.h"
 #include "rtsp/client/stream_sockets.h"
-#include "tests/support/captured_stdout.h"
 #include "tests/support/methods.h"
-#include "tests/support/rows.h"
 #include "tests/support/session.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <cstdio>
 #include <mutex>
 #include <poll.h>
 #include <regex>
 #include <sstream>
-#include <thread>
 
 namespace rtsptap::test {
 namespace {

@@ -1,11 +1,8 @@
 // Packets that a bad network has lost, doubled, delayed and mixed up, against a model that says what is handed out.
 // Sender and reader go in step, without a thread, so that nothing depends on time.
 #include "tests/rtp/stream_fixture.h"
-#include "tests/support/captured_stdout.h"
 #include "tests/support/session.h"
 #include "tools/relay/impairment.h"
-
-#include <gtest/gtest.h>
 
 #include <cstdio>
 #include <deque>

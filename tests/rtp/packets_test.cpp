@@ -4,13 +4,9 @@
 #include "rtp/rtp_packet.h"
 #include "rtp/udp_reception.h"
 #include "tests/rtp/stream_fixture.h"
-#include "tests/support/captured_stdout.h"
 #include "tests/support/session.h"
 
-#include <gtest/gtest.h>
-
 #include <set>
-#include <thread>
 
 namespace rtsptap {
 namespace {

@@ -1,21 +1,14 @@
 // What another thread may do between two looks of a reader: the gap is held open where the reader reads the clock.
 #include "tests/support/session.h"
+#include "tests/torture/system_calls.h"
 
-#include <gtest/gtest.h>
-
-#include <atomic>
 #include <future>
-#include <sys/syscall.h>
-#include <thread>
-#include <time.h>
-#include <unistd.h>
 
 using namespace rtsptap::test;
+using torture::atNextClock;
+using torture::heldBehindWrite;
 
 namespace {
-
-thread_local std::function<void()> gap;  // runs when this thread next reads the clock
-thread_local useconds_t heldBehindWrite; // how long every write of this thread takes longer
 
 int32_t QueuedOf(intptr_t client, int32_t codec = kVideo) { return RTPClientGetNbOfPktInBuffer(client, codec); }
 
@@ -44,20 +37,9 @@ INSTANTIATE_TEST_SUITE_P(Transports, ReceiveTurn, testing::Values(kUdp, kTcp),
 
 } // namespace
 
-// The library's calls, and everybody else's, come past here.
-extern "C" ssize_t write(int descriptor, const void *bytes, size_t count) {
-    const ssize_t written = syscall(SYS_write, descriptor, bytes, count);
-    if (heldBehindWrite > 0) usleep(heldBehindWrite);
-    return written;
-}
-extern "C" int clock_gettime(clockid_t clock, timespec *now) noexcept {
-    if (gap) std::exchange(gap, nullptr)();
-    return static_cast<int>(syscall(SYS_clock_gettime, clock, now));
-}
-
 TEST_P(ReceiveTurn, PacketQueuedBeforeTheReadersTurnIsTakenAtOnce) {
     const auto read = [this] {
-        gap = [this] {
+        atNextClock = [this] {
             Arrive(1);
             EXPECT_TRUE(Eventually([this] { return QueuedOf(session) == 1; }));
         };
@@ -75,18 +57,18 @@ TEST_P(ReceiveTurn, PacketThatComesAsTheReaderLeavesIsReceived) {
         bool held = false;
         const std::function<void()> leaving = [&] {
             held = QueuedOf(session) == 1;
-            if (!held) return void(gap = leaving);
+            if (!held) return void(atNextClock = leaving);
             Arrive(2);
             usleep(2000);
         };
         std::thread reader([&] {
-            gap = [&] {
+            atNextClock = [&] {
                 reads.set_value();
-                gap = leaving;
+                atNextClock = leaving;
             };
             heldBehindWrite = 10000;
             Read();
-            gap = nullptr;
+            atNextClock = nullptr;
         });
         reads.get_future().wait();
         usleep(static_cast<useconds_t>(waitMs) * 1000);
@@ -107,7 +89,7 @@ TEST_P(ReceiveTurn, TeardownEndsEveryWait) {
     std::promise<void> found;
     std::promise<void> tornDown;
     std::thread late([&] {
-        gap = [&] {
+        atNextClock = [&] {
             found.set_value();
             tornDown.get_future().wait();
         };

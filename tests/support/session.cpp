@@ -3,13 +3,8 @@
 #include "rtsp/client/stream_sockets.h"
 #include "tests/support/own_network.h"
 
-#include <gtest/gtest.h>
-
-#include <chrono>
 #include <cstdlib>
 #include <filesystem>
-#include <thread>
-#include <unistd.h>
 #include <utility>
 
 namespace rtsptap::test {

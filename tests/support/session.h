@@ -6,13 +6,20 @@
 #include "tests/support/client.h"
 #include "tests/support/live_threads.h"
 #include "tests/support/packet_builder.h"
+#include "tests/support/rows.h"
 #include "tests/support/scripted_server.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <csignal>
 #include <functional>
 #include <string>
 #include <sys/resource.h>
+#include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace rtsptap::test {

@@ -19,6 +19,7 @@
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
+#include <utility>
 
 namespace torture {
 namespace {
@@ -59,7 +60,7 @@ int Taken(int fd) {
 }
 
 int Used(int fd) {
-    if (fd >= 0 && !owned[fd]) misused = fd;
+    if (fd >= kDescriptors || (fd >= 0 && !owned[fd])) misused = fd;
     return fd;
 }
 
@@ -123,6 +124,9 @@ int WaitOn(pthread_cond_t *condition, pthread_mutex_t *mutex, clockid_t clock, c
 }
 
 } // namespace
+
+thread_local std::function<void()> atNextClock;
+thread_local unsigned heldBehindWrite;
 
 void Arm(const Fault &fault, long nth) {
     static Fault one;
@@ -215,7 +219,11 @@ ssize_t torture_recvfrom(int fd, void *bytes, size_t size, int flags, sockaddr *
     return Transfer("recvfrom", fd, size, [=](size_t some) { return recvfrom(fd, bytes, some, flags, from, n); });
 }
 ssize_t torture_read(int fd, void *bytes, size_t n) { return Fails("read") ? -1 : read(Used(fd), bytes, n); }
-ssize_t torture_write(int fd, const void *bytes, size_t size) { return write(Used(fd), bytes, size); }
+ssize_t torture_write(int fd, const void *bytes, size_t size) {
+    const ssize_t written = write(Used(fd), bytes, size);
+    if (heldBehindWrite > 0) usleep(heldBehindWrite);
+    return written;
+}
 int torture_poll(pollfd *waits, nfds_t count, int timeoutMs) {
     for (nfds_t i = 0; i < count; ++i) Used(waits[i].fd);
     if (const Fault *const fault = Strike("poll")) {
@@ -225,6 +233,7 @@ int torture_poll(pollfd *waits, nfds_t count, int timeoutMs) {
     return WaitMs(timeoutMs, [=](int ms) { return poll(waits, count, ms); });
 }
 int torture_clock_gettime(clockid_t clock, timespec *time) {
+    if (atNextClock) std::exchange(atNextClock, nullptr)();
     *time = Time(Now(clock));
     return 0;
 }
@@ -272,10 +281,13 @@ int torture_pthread_cond_destroy(pthread_cond_t *condition) {
     return pthread_cond_destroy(condition);
 }
 int torture_pthread_cond_timedwait(pthread_cond_t *condition, pthread_mutex_t *mutex, const timespec *deadline) {
-    return Fails("wait") ? 0 : WaitOn(condition, mutex, CLOCK_REALTIME, deadline);
+    if (const Fault *const fault = Strike("wait")) return std::max(fault->effect, 0);
+    return WaitOn(condition, mutex, CLOCK_REALTIME, deadline);
 }
 int torture_pthread_cond_clockwait(pthread_cond_t *condition, pthread_mutex_t *mutex, clockid_t clock,
                                    const timespec *deadline) {
-    return Fails("replywait") ? 0 : WaitOn(condition, mutex, clock, deadline);
+    if (const Fault *const fault = Strike(clock == CLOCK_REALTIME ? "wait" : "replywait"))
+        return std::max(fault->effect, 0);
+    return WaitOn(condition, mutex, clock, deadline);
 }
 } // extern "C"

@@ -1,12 +1,17 @@
-// What the library under torture, or under the fuzzers of whole sessions, calls instead of the system: in a copy of
+// What the library calls instead of the system in the tests, the torture and the fuzzers of whole sessions: in a copy of
 // its archive these calls are renamed (system_calls.cmake), so nobody else's are touched. One chosen call fails,
 // time runs faster; all that the library takes is counted and must be given back, and it may use no descriptor but
 // its own. Threads: any.
 #pragma once
 
+#include <functional>
 #include <string>
 
 namespace torture {
+
+// What another thread may do just there: runs when this thread next reads the clock, through the library.
+extern thread_local std::function<void()> atNextClock;
+extern thread_local unsigned heldBehindWrite; // microseconds that every write of this thread takes longer
 
 // What happens to a call: it fails with an error, a positive number, or
 enum Effect : int {

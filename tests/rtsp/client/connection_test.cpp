@@ -1,12 +1,6 @@
 // Clients, connections and ports.
 #include "tests/support/session.h"
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <thread>
-#include <unistd.h>
-
 namespace rtsptap::test {
 namespace {
 

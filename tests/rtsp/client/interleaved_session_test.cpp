@@ -1,13 +1,7 @@
 // Sessions whose media, receiver reports and replies share the RTSP connection.
-#include "tests/support/captured_stdout.h"
 #include "tests/support/session.h"
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <csignal>
 #include <random>
-#include <thread>
 
 using namespace rtsptap::test;
 

@@ -2,15 +2,9 @@
 // tests/hostile.
 #include "rtsptap_extended.h"
 #include "tests/support/calls.h"
-#include "tests/support/captured_stdout.h"
 #include "tests/support/described_client.h"
 #include "tests/support/methods.h"
-#include "tests/support/rows.h"
 #include "tests/support/session.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
 
 namespace rtsptap::test {
 namespace {

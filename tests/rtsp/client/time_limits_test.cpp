@@ -1,12 +1,6 @@
 // What takes 5 or 25 seconds, all of it at once.
 #include "tests/support/session.h"
 
-#include <gtest/gtest.h>
-
-#include <csignal>
-#include <thread>
-#include <unistd.h>
-
 using namespace rtsptap::test;
 
 namespace {

@@ -3,10 +3,6 @@
 #include "rtsp/client/client.h"
 #include "tests/support/session.h"
 
-#include <gtest/gtest.h>
-
-#include <thread>
-
 using namespace rtsptap::test;
 
 TEST(UdpSession, PlayStartsTwoThreadsForEachStreamThatIsNotPaused) {

@@ -9,17 +9,12 @@
 #include "rtsp/message/request.h"
 #include "rtsp/message/response.h"
 #include "rtsptap.h"
-#include "tests/support/captured_stdout.h"
-#include "tests/support/rows.h"
 #include "tests/support/session.h"
-
-#include <gtest/gtest.h>
 
 #include <cstring>
 #include <future>
 #include <regex>
 #include <sstream>
-#include <vector>
 
 namespace rtsptap::test {
 namespace {
