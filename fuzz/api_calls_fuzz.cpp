@@ -5,8 +5,8 @@
 #include "fuzz/fuzz_target.h"
 #include "rtsp/client/stream_sockets.h"
 #include "tests/support/calls.h"
-#include "tests/support/child_process.h"
 #include "tests/support/packet_builder.h"
+#include "tests/support/process.h"
 #include "tests/torture/system_calls.h"
 
 #include <deque>

@@ -1,8 +1,8 @@
 // A hostile WWW-Authenticate value: cut up, stored and sent back.
 #include "fuzz/fuzz_target.h"
 #include "platform/text.h"
-#include "rtsp/message/authentication.h"
 #include "rtsp/client/client.h"
+#include "rtsp/message/authentication.h"
 #include "rtsp/message/response.h"
 
 #include <cstring>

@@ -3,9 +3,9 @@
 // length byte before it.
 #include "fuzz/fuzz_target.h"
 #include "rtp/packet_queue.h"
-#include "rtp/udp_reception.h"
 #include "rtp/rtp_packet.h"
 #include "rtp/stream.h"
+#include "rtp/udp_reception.h"
 #include "rtsp/client/client.h"
 
 #include <cstring>

@@ -1,7 +1,7 @@
 // The real programs that the library is tested against, and what the tests take from them.
 #pragma once
 
-#include "tests/support/child_process.h"
+#include "tests/support/process.h"
 #include "tests/support/packet_builder.h"
 
 #include <string>

@@ -1,8 +1,8 @@
 // The command-line tool, end to end: its report, its figures and page, its exit statuses, and what it must not
 // print.
 #include "tests/interop/peers.h"
-#include "tests/support/rows.h"
 #include "tests/support/scripted_server.h"
+#include "tests/support/texts.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>

@@ -1,7 +1,7 @@
 // Threads, waits, sockets, printers and texts.
 #include "platform/system.h"
 #include "platform/text.h"
-#include "tests/support/captured_stdout.h"
+#include "tests/support/texts.h"
 #include "tests/torture/system_calls.h"
 
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 #include "rtp/rtcp/rtcp_packet.h"
 #include "rtp/rtcp/rtcp_service.h"
 #include "tests/rtp/stream_fixture.h"
-#include "tests/support/captured_stdout.h"
+#include "tests/support/texts.h"
 
 #include <array>
 #include <sys/socket.h>

@@ -1,6 +1,5 @@
-#include "tests/support/captured_stdout.h"
 #include "tests/support/described_client.h"
-#include "tests/support/rows.h"
+#include "tests/support/texts.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 #include "tests/support/session.h"
 
 #include "rtsp/client/stream_sockets.h"
-#include "tests/support/own_network.h"
+#include "tests/support/process.h"
 
 #include <cstdlib>
 #include <filesystem>

@@ -2,12 +2,11 @@
 // from outside.
 #pragma once
 
-#include "tests/support/captured_stdout.h"
 #include "tests/support/client.h"
-#include "tests/support/live_threads.h"
 #include "tests/support/packet_builder.h"
-#include "tests/support/rows.h"
+#include "tests/support/process.h"
 #include "tests/support/scripted_server.h"
+#include "tests/support/texts.h"
 
 #include <gtest/gtest.h>
 

@@ -5,9 +5,8 @@
 //     rtsptap_torture answering_server.py sessions.txt short | NAME | K/N (every Nth session from the Kth on)
 #include "rtsp/client/stream_sockets.h"
 #include "tests/support/calls.h"
-#include "tests/support/child_process.h"
-#include "tests/support/own_network.h"
 #include "tests/support/packet_builder.h"
+#include "tests/support/process.h"
 #include "tests/torture/system_calls.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-#include "tests/support/child_process.h"
+#include "tests/support/process.h"
 
 #include <csignal>
 #include <sys/mman.h>

@@ -1,9 +1,26 @@
 // Tables in tests/data: a case a line, its fields apart by " => ". Lines that begin with '#' are comments; in a row
 // "\xHH" is a byte, <N*TEXT> is TEXT so many times, and "|" stands for the end of a line.
+// And what the library prints, for a test to compare.
 #pragma once
 
 #include <string>
 #include <vector>
+
+// Descriptor 1 goes to a file in memory meanwhile.
+class CapturedStdout {
+public:
+    explicit CapturedStdout(bool discard = false); // discard: keeps nothing, however much comes
+    ~CapturedStdout();
+    CapturedStdout(const CapturedStdout &) = delete;
+    CapturedStdout &operator=(const CapturedStdout &) = delete;
+
+    // Everything printed since the capture began, from any thread. May be asked repeatedly.
+    std::string Text();
+
+private:
+    int savedFd_;
+    int memoryFd_;
+};
 
 namespace rtsptap::test {
 
