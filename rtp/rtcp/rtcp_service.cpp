@@ -95,7 +95,7 @@ int32_t SendRtcpPacketTCP(RTSPStreamInfo *stream, const uint8_t *packet, int32_t
     frame[1] = static_cast<uint8_t>(stream->interleavedChannel.load(std::memory_order_relaxed) + 1);
     wire::PutU16(&frame[2], static_cast<uint32_t>(length));
     std::memcpy(&frame[kFrameHeader], packet, static_cast<std::size_t>(length));
-    if (!SendOrDrop(*stream->client, std::span(frame).first(static_cast<std::size_t>(kFrameHeader + length))))
+    if (!SendOrDrop(*stream->client, std::span(frame).first(kFrameHeader + static_cast<std::size_t>(length))))
         return trace.Fail(RTSP_SEND_FAILED, "\tEXIT : %s :Problem in Sending RTCP packet to Server 2\n");
     ShowRtcp(*stream, true, packet, length);
     return RTSP_SUCCESS;
