@@ -1,18 +1,18 @@
 #!/usr/bin/env python3
-"""An RTSP server for many clients at once: it answers whatever it is asked and sends numbered packets of two streams,
-H.264 on track 1 and AAC on track 2. Prints its port, ends with its parent. What it does besides is written in the path
-of the URL, words joined by commas; REQUEST is OPTIONS, DESCRIBE, SETUP1, SETUP2, PLAY, PAUSE or TEARDOWN:
-
-    REQUEST=454          answers with that status      split      sends the description in two pieces
-    end:REQUEST          closes instead of answering   digest     wants a password
-    half:REQUEST         closes amid the answer        group      grants multicast
-    after:REQUEST        closes behind answer, packets gather=16  holds that many DESCRIBEs, answers them together
-    silent:REQUEST       does not answer               stranger   names another session in every answer
-    rate=2000            sends kbit/s of each stream   media      sends packets before every answer, too
-                         while it plays                burst=3    packets of each stream at each PLAY, without a rate
-
-Every other close is a reset. Replies to SETUP tell the client's ports again, as "client_port=A-B"; those to PAUSE and
-TEARDOWN the packets sent so far, as "X-Sent: VIDEO AUDIO"."""
+# An RTSP server for many clients at once: it answers whatever it is asked and sends numbered packets of two streams,
+# H.264 on track 1 and AAC on track 2. Prints its port, ends with its parent. What it does besides is written in the path
+# of the URL, words joined by commas; REQUEST is OPTIONS, DESCRIBE, SETUP1, SETUP2, PLAY, PAUSE or TEARDOWN:
+#
+#     REQUEST=454          answers with that status      split      sends the description in two pieces
+#     end:REQUEST          closes instead of answering   digest     wants a password
+#     half:REQUEST         closes amid the answer        group      grants multicast
+#     after:REQUEST        closes behind answer, packets gather=16  holds that many DESCRIBEs, answers them together
+#     silent:REQUEST       does not answer               stranger   names another session in every answer
+#     rate=2000            sends kbit/s of each stream   media      sends packets before every answer, too
+#                          while it plays                burst=3    packets of each stream at each PLAY, without a rate
+#
+# Every other close is a reset. Replies to SETUP tell the client's ports again, as "client_port=A-B"; those to PAUSE and
+# TEARDOWN the packets sent so far, as "X-Sent: VIDEO AUDIO".
 import asyncio
 import itertools
 import re
@@ -62,7 +62,7 @@ class Stream:
             self.connection.writer.write(struct.pack("!cBH", b"$", 2 * self.index + rtcp, len(packet)) + packet)
 
     def send_packets(self, count, size=PACKET_BYTES):
-        """The payload is the packet's running number, again and again."""
+        # The payload is the packet's running number, again and again.
         for number in range(self.sent, self.sent + count):
             header = struct.pack("!BBHII", 0x80, 96 + self.index, (FIRST_SEQUENCE_NUMBER + number) % 65536, number, 7)
             self.send(0, header + struct.pack("!I", number) * ((size - 12) // 4))

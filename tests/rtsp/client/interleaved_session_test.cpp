@@ -43,30 +43,15 @@ std::string PlayReply(Session &session) {
 // The first reply ends where its frames begin, however its lines end and wherever the segments do.
 TEST(Interleaved, RepliesAmongFramesMaySplitAnywhere) {
     const std::string good = "RTSP/1.0 200 OK\r\nSession: 12345678\r\n\r\n";
-    const struct {
-        std::string reply;
-        bool isCut = true;
-    } kFirst[] = {
-        {good},
-        {"RTSP/1.0 200 OK\nSession: 12345678\n\n"},
-        {"RTSP/1.0 200 OK\r\nSession: 12345678\r\n\n"},
-        {"RTSP/1.0 200 OK\r\r\nSession: 12345678\r\r\n\r\r\n"},
-        {"RTSP/1.0 200 OK\rSession: 12345678\r\r"},
-        {"\r\n\r\n" + good},
-        {"RTSP/1.0 200 OK\r\nSession: 12345678\r\n"},
-        {"RTSP/1.0 200 OK\r\nSession: 12345678"},
-        {"RTSP/1.0 200 OK\r\nContent-Length: 30\r\n\r\n"},
-        {"RTSP/1.0 200 OK\r\nContent-Length: 7\r\n\r\na\n$b\r\n\n", false},
-        {"RTSP/1.0 200 OK\r\nContent-Length: 33000\r\n\r\na\r\n"}, // the next one is ambiguous when cut
-        {good + "RTSP/1.0 404 Not Found\r\n\r\n", false},          // one receive is one message
-    };
-    for (const auto &row : kFirst) {
-        const std::string bytes = Frames(1, 2) + row.reply + Frames(3, 5);
-        const std::size_t stride = !row.isCut ? bytes.size() : LongForm() || row.reply == good ? 1 : 7;
-        for (std::size_t cut = row.isCut ? 1 : 0; cut < bytes.size(); cut += stride) {
+    for (const auto &row : Rows("first_replies.txt")) {
+        const std::string reply = Lines(row[0]);
+        const bool isCut = row.at(1) == "cut";
+        const std::string bytes = Frames(1, 2) + reply + Frames(3, 5);
+        const std::size_t stride = !isCut ? bytes.size() : LongForm() || reply == good ? 1 : 7;
+        for (std::size_t cut = isCut ? 1 : 0; cut < bytes.size(); cut += stride) {
             Session session(kTcp, CLIENT_READY_STATE, {{"PLAY ", Pieces(bytes, cut, 2)}});
-            EXPECT_EQ(PlayReply(session), row.reply) << cut;
-            EXPECT_EQ(session.Video(5), Numbers(1, 5)) << row.reply << cut;
+            EXPECT_EQ(PlayReply(session), reply) << cut;
+            EXPECT_EQ(session.Video(5), Numbers(1, 5)) << reply << cut;
         }
     }
     const std::string bytes = Frames(1, 2) + good + Frames(3, 5);

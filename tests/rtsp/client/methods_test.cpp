@@ -240,31 +240,15 @@ constexpr char kQueried[] = "v=0\r\no=- 1 1 IN IP4 10.0.0.2\r\ns=Twenty characte
 TEST(SdpQueries, KeptLinesAreFoundByLetterAndInStreamsAlsoByTextBehindAnEqualsSign) {
     const CapturedStdout out;
     DescribedClient described(kQueried);
-    const struct {
-        int32_t stream;
-        const char *name;
-        const char *value; // null: not found
-        uint32_t size = 64;
-    } kCases[] = {
-        {0, "s", "Twenty characters ..", 21},
-        {0, "s", nullptr, 20}, // room for all but the terminator
-        {0, "a=control", nullptr},
-        {0, "m", nullptr},
-        {1, "m", "video 0 RTP/AVP 96"},
-        {1, "a=fmtp", "fmtp:96 a=1"},
-        {1, "x=video", "video 0 RTP/AVP 96"},
-        {1, "a=", "video 0 RTP/AVP 96"},
-        {1, "a=a=1", "fmtp:96 a=1"},
-        {1, "fmtp", nullptr},
-        {2, "b", "AS:64"},
-    };
-    for (const auto &row : kCases) {
-        char value[64] = "untouched";
-        uint32_t size = row.size;
-        const int32_t result = RTSPClientGetSDPFieldInfo(described.handle, row.stream, row.name, value, &size);
-        EXPECT_EQ(result, row.value != nullptr ? 0 : row.size == 20 ? -85 : -1) << row.stream << row.name;
-        EXPECT_STREQ(value, row.value != nullptr ? row.value : "untouched");
-        EXPECT_EQ(size, row.value != nullptr ? strlen(row.value) + 1 : result == -85 ? 21 : row.size);
+    for (const auto &row : Rows("sdp_queries.txt")) {
+        int32_t stream = 0;
+        uint32_t room = 0;
+        char name[20] = {}, value[64] = "untouched";
+        sscanf(row[0].c_str(), "%d %u %19s", &stream, &room, name);
+        uint32_t size = room;
+        const int32_t result = RTSPClientGetSDPFieldInfo(described.handle, stream, name, value, &size);
+        EXPECT_EQ(std::to_string(result) + " " + value, row.at(1)) << row[0];
+        EXPECT_EQ(size, result == 0 ? strlen(value) + 1 : result == -85 ? 21 : room);
     }
 }
 
