@@ -134,12 +134,6 @@ TEST(Tool, SignalsEndItAtOnceWhateverTheServerDoes) {
     }
 }
 
-int Count(const std::string &text, const std::string &part) {
-    int count = 0;
-    for (std::size_t at = 0; (at = text.find(part, at)) != std::string::npos; at += part.size()) ++count;
-    return count;
-}
-
 TEST(Tool, FiguresAreJsonLinesAndLimitsAreNamed) {
     ScriptedServer server(Opening(5));
     const Result play =
@@ -162,7 +156,7 @@ TEST(Tool, FiguresAreJsonLinesAndLimitsAreNamed) {
     for (const char *text :
          {"stream 1 (H264) lost 40.00 % of its packets, allowed are 30.00 %", "at least 1.00 Mbit/s are wanted",
           "stream 1 (H264) is silent", "stream 1 (H264) loses packets, 2 (40.0 %)", "#  codec"})
-        EXPECT_EQ(1, Count(play.errors, text)) << text << "\n" << play.errors;
+        EXPECT_EQ(1U, CountOf(play.errors, text)) << text << "\n" << play.errors;
 }
 
 TEST(Tool, TheReportIsOnePageThatNobodyCanWriteInto) {
@@ -172,14 +166,14 @@ TEST(Tool, TheReportIsOnePageThatNobodyCanWriteInto) {
                                                       "--duration 1500ms -o ") +
                                    file + "; status=$?; cat " + file + "; rm " + file + "; exit $status");
     EXPECT_EQ(0, report.status) << report.errors;
-    EXPECT_EQ(5, Count(report.output, "<svg ")) << report.output;
-    EXPECT_EQ(1, Count(report.output, "&lt;script&gt;alert(1)"));
-    EXPECT_EQ(1, Count(report.output, "&lt;b&gt;&amp;"));
-    EXPECT_EQ(1, Count(report.output, "at most 40 %")) << report.output;
-    EXPECT_EQ(1, Count(report.output, "<td>2 packets lost</td>"));
-    EXPECT_EQ(1, Count(report.output, "<td>nothing arrived for 1.")) << report.output;
+    EXPECT_EQ(5U, CountOf(report.output, "<svg ")) << report.output;
+    EXPECT_EQ(1U, CountOf(report.output, "&lt;script&gt;alert(1)"));
+    EXPECT_EQ(1U, CountOf(report.output, "&lt;b&gt;&amp;"));
+    EXPECT_EQ(1U, CountOf(report.output, "at most 40 %")) << report.output;
+    EXPECT_EQ(1U, CountOf(report.output, "<td>2 packets lost</td>"));
+    EXPECT_EQ(1U, CountOf(report.output, "<td>nothing arrived for 1.")) << report.output;
     for (const char *forbidden : {"<script", "<b>&", "hunter2", "http://", "https://", "nan", "inf"})
-        EXPECT_EQ(0, Count(report.output, forbidden)) << forbidden;
+        EXPECT_EQ(0U, CountOf(report.output, forbidden)) << forbidden;
     EXPECT_TRUE(report.output.ends_with("</html>\n")) << report.output;
 }
 

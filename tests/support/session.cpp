@@ -147,12 +147,6 @@ std::size_t CountDescriptors() {
     return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
 }
 
-std::size_t CountOf(const std::string &text, const std::string &part) {
-    std::size_t count = 0;
-    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
-    return count;
-}
-
 bool Eventually(const std::function<bool()> &condition) {
     const auto end = Clock::now() + std::chrono::seconds(20);
     while (!condition()) {

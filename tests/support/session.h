@@ -107,7 +107,6 @@ private:
 bool LongForm();
 
 std::size_t CountDescriptors();
-std::size_t CountOf(const std::string &text, const std::string &part);
 bool Eventually(const std::function<bool()> &condition); // within 20 seconds
 double SecondsOf(const std::function<void()> &action);
 bool SucceedsSoon(const std::function<int32_t()> &call); // 0 without a wait for the server's 25 seconds

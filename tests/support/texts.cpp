@@ -67,4 +67,10 @@ std::string Lines(std::string text, const char *end) { return std::regex_replace
 
 std::string OnOneLine(std::string text) { return std::regex_replace(text, std::regex("\r?\n"), "|"); }
 
+std::size_t CountOf(const std::string &text, const std::string &part) {
+    std::size_t count = 0;
+    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
+    return count;
+}
+
 } // namespace rtsptap::test

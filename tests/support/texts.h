@@ -27,6 +27,7 @@ namespace rtsptap::test {
 std::vector<std::vector<std::string>> Rows(const std::string &file);
 std::string Literal(std::string text);                         // bytes and repetitions written out
 std::string Lines(std::string text, const char *end = "\r\n"); // "|" written out
-std::string OnOneLine(std::string text);                       // the way back, for what was printed
+std::size_t CountOf(const std::string &text, const std::string &part);
+std::string OnOneLine(std::string text); // the way back, for what was printed
 
 } // namespace rtsptap::test
