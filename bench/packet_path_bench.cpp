@@ -25,8 +25,8 @@ constexpr const char *kStepNames[] = {"parse", "insert", "take", "free", "all fo
 // A live client with one H.264 stream and no threads.
 class Receiver {
 public:
-    Receiver() : stream_(AppendStream(client_)) {
-        client_.mtuSize = kDefaultMtuSize;
+    Receiver() : stream_(AppendStream(client_.media)) {
+        client_.media.mtuSize = kDefaultMtuSize;
         stream_->codecType = RTP_CODEC_H264;
         const bool ready = LinkClient(&client_) == 0 && CreateStreamLocks(*stream_) == StreamLock::kNone;
         if (!ready || !AllocateRing(stream_->ring, 4 << 20)) std::abort();
@@ -38,7 +38,7 @@ public:
 
     RTPStreamData *Parse() {
         ReceiveRing &ring = stream_->ring;
-        PlaceNextPacket(ring, client_.mtuSize);
+        PlaceNextPacket(ring, client_.media.mtuSize);
         const RTPDataBuffer buffer{kPacketBytes, ring.storage + ring.writeIndex};
         ++number_;
         const uint8_t header[12] = {0x80, 96, static_cast<uint8_t>(number_ >> 8), static_cast<uint8_t>(number_)};

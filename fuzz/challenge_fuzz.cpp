@@ -25,10 +25,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     response->headers[0].headerValue = DuplicateText(fuzz::TextOf(data, size)).release();
     response->headerCount = 1;
 
-    RTSPClient client{};
-    StoreChallenge(client, *response);
-    fuzz::Require((client.authRequired != 0) == (client.authType[0] != '\0'));
-    const HeapText value(GenerateRTSPAuthenticationRequest(&client, "rtsp://127.0.0.1:554/live", 0));
+    Authentication is;
+    StoreChallenge(is, *response);
+    fuzz::Require((is.required != 0) == (is.type[0] != '\0'));
+    const HeapText value(GenerateRTSPAuthenticationRequest(is, "rtsp://127.0.0.1:554/live", 0));
     const char *const tail = std::strstr(value.get(), "\", uri=\"rtsp://127.0.0.1:554/live\", response=\"");
     fuzz::Require(tail != nullptr && std::string_view(tail).ends_with('"'));
     return 0;

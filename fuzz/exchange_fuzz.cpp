@@ -158,7 +158,8 @@ bool IsJudged(const test::Method &method, std::string_view reply, const Verdict 
 
 void CheckSetup(const RTSPClient &client, const RTSPStreamInfo &stream, int32_t result) {
     Require(result <= 0 && (result == 0 || stream.rtpSocket == -1));
-    Require(client.dataProto == DATA_PROTO_TCP || result != 0 || (stream.rtpSocket >= 0 && stream.rtcpSocket >= 0));
+    Require(client.media.dataProto == DATA_PROTO_TCP || result != 0 ||
+            (stream.rtpSocket >= 0 && stream.rtcpSocket >= 0));
 }
 
 } // namespace
@@ -174,9 +175,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
     {
         test::DescribedClient described("v=0\r\nm=video 0 RTP/AVP 96\r\nm=audio 0 RTP/AVP 0\r\n");
         RTSPClient &client = described.client;
-        client.rtspSocket = ends[0];
-        client.dataProto = isTcp ? DATA_PROTO_TCP : DATA_PROTO_UDP;
-        client.state = method.from;
+        client.media.connection.socket = ends[0];
+        client.media.dataProto = isTcp ? DATA_PROTO_TCP : DATA_PROTO_UDP;
+        client.media.state = method.from;
         CopyText(client.sessionId, "12345678");
         if (!reply.empty()) Require(send(ends[1], reply.data(), reply.size(), 0) > 0);
         shutdown(ends[1], SHUT_WR);
@@ -191,10 +192,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
             Require(result == code);
             Require(text.empty() || printed.find("EXIT : RTSPClientSend" + std::string(method.word) + "Request" +
                                                  text) != printed.npos);
-            Require(client.state == (moves ? method.next : method.from));
+            Require(client.media.state == (moves ? method.next : method.from));
         }
         if (method.from == CLIENT_DESCRIBE_SENT_STATE) CheckSetup(client, described.Stream(1), result);
-        Require(client.requestMsg == nullptr && client.responseMsg == nullptr && !client.awaitingReply);
+        Require(client.requestMsg == nullptr && client.responseMsg == nullptr &&
+                !client.media.connection.awaitingReply);
     }
     close(ends[1]);
     return 0;

@@ -3,6 +3,7 @@
 #include "fuzz/fuzz_target.h"
 #include "platform/text.h"
 #include "rtsp/client/client.h"
+#include "rtsp/client/exchange.h"
 #include "rtsp/message/header_list.h"
 #include "rtsp/message/header_rules.h"
 #include "rtsp/message/methods.h"
@@ -19,8 +20,8 @@ static void SendAndCheck(RTSPClient &client) {
     static int ends[2] = {-1, -1};
     static char text[1 << 17];
     if (ends[0] < 0) Require(socketpair(AF_UNIX, SOCK_STREAM, 0, ends) == 0);
-    client.rtspSocket = ends[0];
-    Require(SendRequestMessage(&client) == RTSP_SUCCESS);
+    client.media.connection.socket = ends[0];
+    Require(SendRequestMessage(client.media.connection, client.requestMsg) == RTSP_SUCCESS);
     const ssize_t length = recv(ends[1], text, sizeof text, 0);
     Require(
         length > 0 &&
@@ -43,7 +44,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     }
     ValidateHeaderList(list, method);
     RTSPClient client{};
-    const RequestMsgPtr request(GenerateRequestMessage(&client, method, list, 0));
+    const RequestMsgPtr request(GenerateRequestMessage(RequesterOf(client, 0), method, list, 0));
     Require((request != nullptr) == (method <= RTSP_PAUSE));
     for (const RTSPHeaderStruct *node = FirstHeader(list); node != nullptr; node = node->next)
         Require(node->isUsed == 0);

@@ -5,7 +5,7 @@
 #include "rtp/interleaved/interleaved_service.h"
 #include "rtp/service_thread.h"
 #include "rtp/session_threads.h"
-#include "rtsp/client/reply_source.h"
+#include "rtsp/client/exchange.h"
 #include "rtsp/message/response.h"
 #include "tests/support/described_client.h"
 #include "tests/torture/system_calls.h"
@@ -34,12 +34,12 @@ struct Server {
     explicit Server(std::string_view sent, int32_t ringBytes, uint32_t mtu) : bytes(sent) {
         int ends[2];
         Require(socketpair(AF_UNIX, SOCK_STREAM, 0, ends) == 0);
-        client.rtspSocket = ends[0];
+        client.media.connection.socket = ends[0];
         peer = ends[1];
-        client.dataProto = DATA_PROTO_TCP;
-        client.state = CLIENT_PLAYING_STATE;
-        client.videoBufferSize = client.audioBufferSize = ringBytes;
-        client.mtuSize = mtu;
+        client.media.dataProto = DATA_PROTO_TCP;
+        client.media.state = CLIENT_PLAYING_STATE;
+        client.media.videoBufferSize = client.media.audioBufferSize = ringBytes;
+        client.media.mtuSize = mtu;
         for (RTSPStreamInfo *stream : streams) stream->streamState = kStreamPlaying;
         streams[1]->interleavedChannel = 2;
     }
@@ -66,7 +66,7 @@ struct Server {
                                      static_cast<char>(packet->packetLength)};
                 frame += fuzz::TextOf(packet->packetData, packet->packetLength);
                 const std::size_t at = bytes.find(frame, behind[i]);
-                Require(at != bytes.npos && packet->packetLength <= client.mtuSize);
+                Require(at != bytes.npos && packet->packetLength <= client.media.mtuSize);
                 behind[i] = at + frame.size();
                 RTPClientFreeRTPStreamData(described.handle, packet, codec);
             }
@@ -104,7 +104,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
     }
     std::string_view left = bytes;
     Server server(left, sizes & 1 ? 300 : 20000, sizes & 2 ? 101 : 33000);
-    RTSPClient &client = server.client;
+    MediaSession &session = server.client.media;
     const auto sendUpTo = [&](std::size_t count) {
         server.Send(left.substr(0, count));
         left.remove_prefix(std::min(count, left.size()));
@@ -115,21 +115,21 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
         int32_t failure = 0;
         sendUpTo((sizes & 12) == 12 ? std::min(pieceBytes, kSocketBytes)
                                     : kSocketBytes); // the rest may be waited for
-        ChooseStreamsForFrames(client);
-        BeginAwaiting(client);
-        server.CheckReply(ReceiveReplyAmongFrames(client, failure));
-        EndAwaiting(client);
+        ChooseStreamsForFrames(session);
+        BeginAwaiting(session.connection);
+        server.CheckReply(ReceiveReplyAmongFrames(session, failure));
+        EndAwaiting(session.connection);
     }
-    if (settings & kAwaitReply) BeginAwaiting(client);
-    StartInterleavedThread(client);
+    if (settings & kAwaitReply) BeginAwaiting(session.connection);
+    StartInterleavedThread(session);
     sendUpTo(0);
     for (int pieces = 0; !left.empty(); ++pieces) {
         sendUpTo(pieceBytes);
-        if ((settings & kHandOver) && pieces % 8 == 7) StartInterleavedThread(client);
+        if ((settings & kHandOver) && pieces % 8 == 7) StartInterleavedThread(session);
         if (settings & kTakePackets) server.TakePackets((settings & kWaitForPackets) && pieces < kWaits);
     }
     while (IsServing(server.streams[0]->rtpThread)) usleep(100);
     server.TakePackets();
-    server.CheckReply(RecvBufferPtr(client.recvData.exchange(nullptr)));
+    server.CheckReply(TakePostedReply(session.connection));
     return 0;
 }

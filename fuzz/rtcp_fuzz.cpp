@@ -15,10 +15,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
     RTSPStreamInfo stream;
     stream.baseSeqNum = data[0] - 1;
     stream.lastSeqNum = static_cast<uint16_t>(data[1] << 8 | data[2]);
-    stream.seqCycles = static_cast<uint16_t>(data[3] * 257);
-    stream.seqWrapPending = data[4] & 1u;
+    stream.rtcp.seqCycles = static_cast<uint16_t>(data[3] * 257);
+    stream.rtcp.seqWrapPending = data[4] & 1u;
     stream.cumulativeLost = data[5] * 0x01010101u;
-    stream.prevCumulativeLost = data[6] * 0x01010101u;
+    stream.rtcp.prevCumulativeLost = data[6] * 0x01010101u;
     const std::string hostName(data[7] % 28, 'h');
     std::vector<uint8_t> report(data[8]); // exactly as large as the report is told
 

@@ -21,8 +21,8 @@ struct Receiver {
     explicit Receiver(uint8_t choices) : settings(choices) {
         Require(LinkClient(&client) == 0 && CreateStreamLocks(stream) == StreamLock::kNone);
         stream.codecType = RTP_CODEC_H264;
-        client.targetLatency = client.overflowLimit = settings & 1;
-        client.mtuSize = 100;
+        client.media.targetLatency = client.media.overflowLimit = settings & 1;
+        client.media.mtuSize = 100;
         AllocateRing(stream.ring, settings & 2 ? 30000 : 90);
     }
     ~Receiver() {
@@ -32,12 +32,12 @@ struct Receiver {
     }
 
     void Arrive(std::string_view bytes) {
-        RingPlace place = PlaceNextPacket(stream.ring, client.mtuSize);
+        RingPlace place = PlaceNextPacket(stream.ring, client.media.mtuSize);
         if (place.room <= 0 && NothingInUse(stream))
             EmptyRing(stream.ring);
         else if (place.room <= 0)
             return;
-        place = PlaceNextPacket(stream.ring, client.mtuSize);
+        place = PlaceNextPacket(stream.ring, client.media.mtuSize);
         bytes = bytes.substr(0, static_cast<std::size_t>(place.room));
         const RTPDataBuffer buffer{static_cast<uint32_t>(bytes.size()),
                                    stream.ring.storage + stream.ring.writeIndex};
@@ -72,7 +72,7 @@ struct Receiver {
 
     const uint8_t settings;
     RTSPClient client;
-    RTSPStreamInfo &stream = *AppendStream(client);
+    RTSPStreamInfo &stream = *AppendStream(client.media);
     const intptr_t handle = reinterpret_cast<intptr_t>(&client);
     std::vector<std::string_view> arrived; // accepted, by packetIndex
     std::deque<RTPStreamData *> held;

@@ -12,16 +12,22 @@
 
 namespace rtsptap {
 
+// ---- The clock for waiting, which nobody sets. The wall clock is exported: GetTimeValue ----
+
 inline uint64_t MonotonicMs() {
     timespec now;
     clock_gettime(CLOCK_MONOTONIC, &now);
     return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1000000;
 }
 
+// ---- Waiting: the wait of a reader has more than one part, so its end is the caller's ----
+
 inline constexpr uint64_t kConditionWaitMs = 5000; // how long WaitForConditionVar waits
 
 // WaitForConditionVar with its end given, in milliseconds of the monotonic clock (MonotonicMs), which nobody sets.
 int WaitForConditionUntil(pthread_cond_t *condition, pthread_mutex_t *mutex, uint64_t deadlineMs);
+
+// ---- Receiving with flags of the caller's ----
 
 // Whether a receive call with this errno is made again, rather than failed.
 bool IsInterrupted(int error);
@@ -32,6 +38,8 @@ int ReceiveDatagram(int sockfd, void *buf, int len, int flags, sockaddr *srcAddr
 
 // TCPSockRecv with flags of recv(2). That nothing has arrived yet (EAGAIN) is not printed.
 int ReceiveBytes(int sockfd, void *buf, int len, int flags);
+
+// ---- Cleanup that belongs to scope ----
 
 // Holds a mutex for the length of a block.
 class ScopedLock {

@@ -1,53 +1,50 @@
-
 #include "rtp/codec_table.h"
 
 #include "platform/text.h"
 #include "rtsptap.h"
 
 namespace rtsptap {
-
 namespace {
 
-enum class NameMatch { kExact, kIgnoringCase, kContained };
-
-struct CodecRule {
-    std::string_view name;
-    NameMatch match;
-    int32_t codecType;
+// In the order in which names are compared.
+constexpr Codec kCodecs[] = {
+    {"H264", NameMatch::kExact, RTP_CODEC_H264, CodecGroup::kVideo, CodecConfig::kH264ParameterSets},
+    {"MP4V-ES", NameMatch::kExact, RTP_CODEC_MP4V_ES, CodecGroup::kVideo},
+    {"JPEG", NameMatch::kExact, RTP_CODEC_JPEG, CodecGroup::kVideo},
+    {"MP2T", NameMatch::kExact, RTP_CODEC_MP2T, CodecGroup::kTransportStream},
+    {"mpeg4-generic", NameMatch::kIgnoringCase, RTP_CODEC_MPEG4_GENERIC, CodecGroup::kAudio,
+     CodecConfig::kAacConfig},
+    {"PCMA", NameMatch::kExact, RTP_CODEC_PCMA, CodecGroup::kAudio},
+    {"PCMU", NameMatch::kExact, RTP_CODEC_PCMU, CodecGroup::kAudio},
+    {"G726", NameMatch::kContained, RTP_CODEC_G726, CodecGroup::kAudio}, // G726-16 to -40, and AAL2-G726-32
+    {"L16", NameMatch::kExact, RTP_CODEC_L16, CodecGroup::kAudio},
+    {"MPA", NameMatch::kExact, RTP_CODEC_MPA, CodecGroup::kAudio},
 };
 
-// In test order.
-constexpr CodecRule kCodecs[] = {
-    {"H264", NameMatch::kExact, RTP_CODEC_H264},
-    {"MP4V-ES", NameMatch::kExact, RTP_CODEC_MP4V_ES},
-    {"JPEG", NameMatch::kExact, RTP_CODEC_JPEG},
-    {"MP2T", NameMatch::kExact, RTP_CODEC_MP2T},
-    {"mpeg4-generic", NameMatch::kIgnoringCase, RTP_CODEC_MPEG4_GENERIC},
-    {"PCMA", NameMatch::kExact, RTP_CODEC_PCMA},
-    {"PCMU", NameMatch::kExact, RTP_CODEC_PCMU},
-    {"G726", NameMatch::kContained, RTP_CODEC_G726}, // G726-16 to -40, and AAL2-G726-32
-    {"L16", NameMatch::kExact, RTP_CODEC_L16},
-    {"MPA", NameMatch::kExact, RTP_CODEC_MPA},
-};
-
-bool Fits(const CodecRule &rule, std::string_view name) {
-    switch (rule.match) {
+bool Fits(const Codec &codec, std::string_view name) {
+    switch (codec.match) {
     case NameMatch::kIgnoringCase:
-        return EqualIgnoringCase(name, rule.name);
+        return EqualIgnoringCase(name, codec.name);
     case NameMatch::kContained:
-        return Contains(name, rule.name);
+        return Contains(name, codec.name);
     case NameMatch::kExact:
         break;
     }
-    return name == rule.name;
+    return name == codec.name;
 }
 
 } // namespace
 
-int32_t CodecTypeOf(std::string_view encodingName) {
-    for (const CodecRule &rule : kCodecs)
-        if (Fits(rule, encodingName)) return rule.codecType;
-    return kNoCodecType;
+const Codec *FindCodec(int32_t codecType) {
+    for (const Codec &codec : kCodecs)
+        if (codec.type == codecType) return &codec;
+    return nullptr;
+}
+
+const Codec *FindCodecByName(std::string_view encodingName) {
+    for (const Codec &codec : kCodecs)
+        if (Fits(codec, encodingName)) return &codec;
+    return nullptr;
 }
 
 } // namespace rtsptap

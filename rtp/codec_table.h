@@ -1,4 +1,5 @@
-// From the encoding name of an rtpmap attribute to our codec types. Constant data, any thread.
+// The codecs we have a code for, one row each: the name in an rtpmap attribute, the code, the group it belongs to
+// for the standalone receiver, and what the format parameters tell a decoder. Constant data, any thread.
 #pragma once
 
 #include <cstdint>
@@ -6,9 +7,30 @@
 
 namespace rtsptap {
 
-inline constexpr int32_t kNoCodecType = 0;
+enum class CodecGroup { kVideo, kAudio, kTransportStream };
 
-// RTPCodecType of the first rule that fits the name, or kNoCodecType.
-int32_t CodecTypeOf(std::string_view encodingName);
+// What an fmtp attribute may carry that the description hands out.
+enum class CodecConfig {
+    kNone,
+    kH264ParameterSets, // RFC 6184, 8.1
+    kAacConfig          // RFC 3640, 4.1
+};
+
+enum class NameMatch { kExact, kIgnoringCase, kContained };
+
+struct Codec {
+    std::string_view name; // encoding name
+    NameMatch match;
+    int32_t type; // RTPCodecType
+    CodecGroup group;
+    CodecConfig config = CodecConfig::kNone;
+};
+
+// The row of an RTPCodecType, or null.
+const Codec *FindCodec(int32_t codecType);
+// The first row that fits the name, or null.
+const Codec *FindCodecByName(std::string_view encodingName);
+
+inline bool IsCodecType(int32_t codecType) { return FindCodec(codecType) != nullptr; }
 
 } // namespace rtsptap

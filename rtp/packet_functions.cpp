@@ -2,40 +2,47 @@
 // Application threads, one reader per stream; receive threads read the settings.
 #include "platform/printers.h"
 #include "platform/system.h"
+#include "rtp/codec_table.h"
 #include "rtp/interleaved/interleaved_service.h"
+#include "rtp/media_session.h"
 #include "rtp/packet_memory.h"
 #include "rtp/packet_queue.h"
+#include "rtp/serving.h"
 #include "rtp/stream.h"
 #include "rtp/udp_reception.h"
-#include "rtsp/client/client.h"
 
 #include <cstdint>
 
 namespace rtsptap {
 
-struct RTSPClient;
-
-// The client of a call that names a stream by codec type, or null after the failure line was printed.
-// `packetGiven` is false when the packet to free is null, which is checked before the handle.
-RTSPClient *CheckPacketCall(const CallTrace &trace, intptr_t clientHandle, int32_t codecType,
-                            bool packetGiven = true);
-
 namespace {
 
+// Kept: a bad codec type gets the handle's message.
+MediaSession *CheckPacketCall(const CallTrace &trace, intptr_t clientHandle, int32_t codecType,
+                              bool packetGiven = true) {
+    MediaSession *const none = nullptr;
+    if (clientHandle == 0) return trace.Fail(none, "EXIT : %s :Invalid Client Handle\n");
+    if (!IsCodecType(codecType)) return trace.Fail(none, "EXIT : %s :Invalid Client Handle\n");
+    if (!packetGiven) return trace.Fail(none, "EXIT : %s :Invalid Client Handle\n");
+    MediaSession *const session = LiveSession(clientHandle);
+    if (session == nullptr) return trace.Fail(none, "EXIT : %s : Argument error. Invalid handle in stack.\n");
+    return session;
+}
+
 // A reader found its stream just before the session ended.
-bool SessionIsOver(const RTSPClient &client) { return client.streamCount.load(std::memory_order_seq_cst) == 0; }
+bool SessionIsOver(const MediaSession &session) { return session.streamCount.load(std::memory_order_seq_cst) == 0; }
 
 // Sleeps until any datagram or frame has been handled, accepted or not, or reception ends. Both are looked at once
 // more under signalLock, where no signal can slip by.
 void SleepUntilSignalled(RTSPStreamInfo &stream, uint32_t endsBefore, uint64_t deadlineMs) {
-    ReceiveTurn &turn = stream.receiving ? stream.client->turn : stream.turn;
+    ReceiveTurn &turn = stream.receiving ? stream.session->connection.turn : stream.turn;
     const ScopedLock lock(stream.signalLock);
     stream.handledBeforeWait = stream.handled.load(std::memory_order_acquire);
     stream.waitingReaders.fetch_add(1, std::memory_order_seq_cst);
     turn.sleepers.fetch_add(1, std::memory_order_relaxed);
     const bool isOver = stream.receptionsEnded.load(std::memory_order_seq_cst) != endsBefore;
     if (stream.packetListHead.load(std::memory_order_seq_cst) == nullptr && !isOver &&
-        !SessionIsOver(*stream.client))
+        !SessionIsOver(*stream.session))
         WaitForConditionUntil(&stream.dataCondition, &stream.signalLock, deadlineMs);
     turn.sleepers.fetch_sub(1, std::memory_order_relaxed);
     stream.waitingReaders.fetch_sub(1, std::memory_order_seq_cst);
@@ -46,16 +53,16 @@ void WaitForPacket(RTSPStreamInfo &stream) {
     if (stream.packetListHead.load(std::memory_order_acquire) != nullptr) return;
     const uint32_t endsBefore = stream.receptionsEnded.load(std::memory_order_seq_cst);
     const uint64_t deadlineMs = MonotonicMs() + kConditionWaitMs;
-    TurnEnd end = ReceiveAsReader(stream, deadlineMs);
-    if (end == TurnEnd::kNotDone) end = ServeAsReader(stream, deadlineMs);
+    TurnEnd end = ServeAsReader(kRtpService, stream, deadlineMs);
+    if (end == TurnEnd::kNotDone) end = ServeAsReader(kInterleavedService, stream, deadlineMs);
     if (end == TurnEnd::kNotDone) SleepUntilSignalled(stream, endsBefore, deadlineMs);
 }
 
 // Kept: underflowLimit alone decides. A queue that has reached targetLatency is held back all the same.
 bool IsHeldBack(RTSPStreamInfo &stream, const RTPStreamData &head) {
-    const RTSPClient &client = *stream.client;
-    if (client.targetLatency.load(std::memory_order_relaxed) == 0) return false;
-    const int64_t underflow = client.underflowLimit.load(std::memory_order_relaxed) * kTicksPerMs;
+    const MediaSession &session = *stream.session;
+    if (session.targetLatency.load(std::memory_order_relaxed) == 0) return false;
+    const int64_t underflow = session.underflowLimit.load(std::memory_order_relaxed) * kTicksPerMs;
     stream.buffering = TimestampSpan(*stream.packetListTail, head) > underflow ? 0 : 1;
     return stream.buffering == 1;
 }
@@ -88,10 +95,10 @@ RTPStreamData *TakeDeliverableHead(RTSPStreamInfo &stream) {
 int32_t HandOutPacket(const CallTrace &trace, intptr_t clientHandle, RTPStreamData **streamData, int32_t codecType,
                       HandOut handOut) {
     DebugPrint(kDebugEntry, "Input: clientHandle      : %d\n", PrintableHandle(clientHandle));
-    const RTSPClient *const client = CheckPacketCall(trace, clientHandle, codecType);
-    if (client == nullptr) return RTSP_INVALID_ARGUMENT;
+    const MediaSession *const session = CheckPacketCall(trace, clientHandle, codecType);
+    if (session == nullptr) return RTSP_INVALID_ARGUMENT;
     if (streamData == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s : NULL RTPStreamData \n");
-    RTSPStreamInfo *const stream = FindStreamByCodec(*client, codecType);
+    RTSPStreamInfo *const stream = FindStreamByCodec(*session, codecType);
     if (stream == nullptr) return RTSP_SUCCESS;
     WaitForPacket(*stream);
     RTPStreamData *const packet = handOut(*stream);
@@ -101,11 +108,11 @@ int32_t HandOutPacket(const CallTrace &trace, intptr_t clientHandle, RTPStreamDa
 }
 
 // The stream whose ring the packet lies in, whatever codec it is freed with and however long its session is over.
-// Null for a packet of another client, which may be gone: its streams are not looked at.
-RTSPStreamInfo *FindOwner(const RTSPClient &client, RTPStreamData &packet, int32_t codecType) {
+// Null for a packet of another session, which may be gone: its streams are not looked at.
+RTSPStreamInfo *FindOwner(const MediaSession &session, RTPStreamData &packet, int32_t codecType) {
     const ReceiveRing *const ring = ClaimOf(packet).ring;
-    RTSPStreamInfo *const named = FindStreamByCodec(client, codecType);
-    return named != nullptr && ring == &named->ring ? named : FindStreamByRing(client, ring);
+    RTSPStreamInfo *const named = FindStreamByCodec(session, codecType);
+    return named != nullptr && ring == &named->ring ? named : FindStreamByRing(session, ring);
 }
 
 void GiveBack(RTSPStreamInfo &stream, RTPStreamData *packet) {
@@ -116,42 +123,20 @@ void GiveBack(RTSPStreamInfo &stream, RTPStreamData *packet) {
 
 } // namespace
 
-// Kept: a bad codec type gets the handle's message.
-RTSPClient *CheckPacketCall(const CallTrace &trace, intptr_t clientHandle, int32_t codecType, bool packetGiven) {
-    RTSPClient *const none = nullptr;
-    if (clientHandle == 0) return trace.Fail(none, "EXIT : %s :Invalid Client Handle\n");
-    if (!IsCodecType(codecType)) return trace.Fail(none, "EXIT : %s :Invalid Client Handle\n");
-    if (!packetGiven) return trace.Fail(none, "EXIT : %s :Invalid Client Handle\n");
-    RTSPClient *const client = LiveClient(clientHandle);
-    if (client == nullptr) return trace.Fail(none, "EXIT : %s : Argument error. Invalid handle in stack.\n");
-    return client;
-}
-
 // ---- figures ----
 
 namespace {
 
 constexpr uint32_t kVideoClockRate = 90000;
 
-RTSPClient *CheckFigureCall(const CallTrace &trace, intptr_t clientHandle, int32_t codecType) {
-    RTSPClient *const none = nullptr;
+MediaSession *CheckFigureCall(const CallTrace &trace, intptr_t clientHandle, int32_t codecType) {
+    MediaSession *const none = nullptr;
     DebugPrint(kDebugEntry, "Input: clientHandle      : %d\n", PrintableHandle(clientHandle));
     if (clientHandle == 0) return trace.Fail(none, "EXIT : %s :Invalid Client Handle \n");
     if (!IsCodecType(codecType)) return trace.Fail(none, "EXIT : %s :Invalid Codec Type \n");
-    RTSPClient *const client = LiveClient(clientHandle);
-    if (client == nullptr) return trace.Fail(none, "EXIT : %s : Argument error. Invalid handle in stack.\n");
-    return client;
-}
-
-// The last stream of the description with that codec, where packet access takes the first.
-const RTSPStreamInfo *LastStreamByCodec(const RTSPClient &client, int32_t codecType) {
-    const RTSPStreamInfo *found = nullptr;
-    const RTSPStreamInfo *stream = client.streamList.load(std::memory_order_acquire);
-    for (int32_t left = client.streamCount.load(std::memory_order_acquire); stream != nullptr && left > 0; --left) {
-        if (stream->codecType.load(std::memory_order_acquire) == codecType) found = stream;
-        stream = stream->next.load(std::memory_order_acquire);
-    }
-    return found;
+    MediaSession *const session = LiveSession(clientHandle);
+    if (session == nullptr) return trace.Fail(none, "EXIT : %s : Argument error. Invalid handle in stack.\n");
+    return session;
 }
 
 // 32-bit arithmetic throughout; divided as signed 64-bit numbers, where no pair of values traps.
@@ -182,9 +167,9 @@ int32_t RTPClientGetRTPStreamData(intptr_t clientHandle, RTPStreamData **streamD
 int32_t RTPClientFreeRTPStreamData(intptr_t clientHandle, RTPStreamData *streamData, int32_t codecType) {
     const CallTrace trace(__func__);
     DebugPrint(kDebugEntry, "Input: RTPStreamData     : %d\n", PrintableHandle(streamData));
-    const RTSPClient *const client = CheckPacketCall(trace, clientHandle, codecType, streamData != nullptr);
-    if (client == nullptr) return RTSP_INVALID_ARGUMENT;
-    RTSPStreamInfo *const owner = FindOwner(*client, *streamData, codecType);
+    const MediaSession *const session = CheckPacketCall(trace, clientHandle, codecType, streamData != nullptr);
+    if (session == nullptr) return RTSP_INVALID_ARGUMENT;
+    RTSPStreamInfo *const owner = FindOwner(*session, *streamData, codecType);
     if (owner != nullptr)
         GiveBack(*owner, streamData);
     else
@@ -194,10 +179,10 @@ int32_t RTPClientFreeRTPStreamData(intptr_t clientHandle, RTPStreamData *streamD
 
 int32_t RTPClientGetTSOffset(intptr_t clientHandle, int32_t codecType, uint32_t *tsOffset, int32_t audioClockRate) {
     const CallTrace trace(__func__);
-    const RTSPClient *const client = CheckPacketCall(trace, clientHandle, codecType);
-    if (client == nullptr) return RTSP_INVALID_ARGUMENT;
-    const RTSPStreamInfo *const audio = LastStreamByCodec(*client, RTP_CODEC_MPEG4_GENERIC);
-    const RTSPStreamInfo *const video = LastStreamByCodec(*client, RTP_CODEC_H264);
+    const MediaSession *const session = CheckPacketCall(trace, clientHandle, codecType);
+    if (session == nullptr) return RTSP_INVALID_ARGUMENT;
+    const RTSPStreamInfo *const audio = FindLastStreamByCodec(*session, RTP_CODEC_MPEG4_GENERIC);
+    const RTSPStreamInfo *const video = FindLastStreamByCodec(*session, RTP_CODEC_H264);
     if (audio == nullptr && video == nullptr) return RTSP_FAILURE;
     if (codecType == RTP_CODEC_H264 && audio == nullptr) return RTSP_FAILURE;
     if (codecType != RTP_CODEC_MPEG4_GENERIC) return RTSP_SUCCESS;
@@ -209,18 +194,18 @@ int32_t RTPClientGetTSOffset(intptr_t clientHandle, int32_t codecType, uint32_t 
 
 int32_t RTPClientGetNbOfPktInBuffer(intptr_t clientHandle, int32_t codecType) {
     const CallTrace trace(__func__);
-    const RTSPClient *const client = CheckFigureCall(trace, clientHandle, codecType);
-    if (client == nullptr) return RTSP_INVALID_ARGUMENT;
-    const RTSPStreamInfo *const stream = FindStreamByCodec(*client, codecType);
+    const MediaSession *const session = CheckFigureCall(trace, clientHandle, codecType);
+    if (session == nullptr) return RTSP_INVALID_ARGUMENT;
+    const RTSPStreamInfo *const stream = FindStreamByCodec(*session, codecType);
     return stream != nullptr ? stream->packetCount.load(std::memory_order_relaxed) : RTSP_FAILURE;
 }
 
 // Kept: every failure is 0 here, like an empty queue.
 int32_t RTPClientGetStreamPktCount(intptr_t clientHandle, int32_t codecType) {
     const CallTrace trace(__func__);
-    const RTSPClient *const client = CheckFigureCall(trace, clientHandle, codecType);
-    if (client == nullptr) return 0;
-    RTSPStreamInfo *const stream = FindStreamByCodec(*client, codecType);
+    const MediaSession *const session = CheckFigureCall(trace, clientHandle, codecType);
+    if (session == nullptr) return 0;
+    RTSPStreamInfo *const stream = FindStreamByCodec(*session, codecType);
     if (stream == nullptr) return 0;
     const ScopedLock lock(stream->packetListLock);
     const RTPStreamData *const head = stream->packetListHead.load(std::memory_order_relaxed);
@@ -238,26 +223,15 @@ int32_t RTPClientConfigLatency(intptr_t clientHandle, int32_t tLInMS, int32_t uF
     const bool negative = tLInMS < 0 || uFInMS < 0 || oFInMS < 0;
     if (negative || uFInMS > oFInMS || uFInMS > tLInMS || oFInMS < tLInMS)
         return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid Input arguments\n");
-    RTSPClient *const client = LiveClient(clientHandle);
-    if (client == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid client handle\n");
+    MediaSession *const session = LiveSession(clientHandle);
+    if (session == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid session handle\n");
 
-    client->targetLatency = tLInMS;
-    client->underflowLimit = uFInMS;
-    client->overflowLimit = oFInMS;
+    session->targetLatency = tLInMS;
+    session->underflowLimit = uFInMS;
+    session->overflowLimit = oFInMS;
     RtpRtspInfoPrint("Target Latency : %d \n", tLInMS);
     RtpRtspInfoPrint("Underflow Condition : %d \n", uFInMS);
     RtpRtspInfoPrint("Overflow  Condition : %d \n", oFInMS);
-    return RTSP_SUCCESS;
-}
-
-int32_t RTSPTapSetRtcpCallback(intptr_t clientHandle, RTSPTapRtcpCallback callback, void *context) {
-    const CallTrace trace(__func__);
-    RTSPClient *const client = LiveClient(clientHandle);
-    if (client == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid Client Handle\n");
-    const bool used = client->connected != 0 || client->cSeq != 0 || client->streamList != nullptr;
-    if (used) return trace.Fail(RTSP_FAILURE, "EXIT : %s :Client has connected before\n");
-    client->rtcpCallback = callback;
-    client->rtcpContext = context;
     return RTSP_SUCCESS;
 }
 
@@ -267,12 +241,12 @@ int32_t RTPClientSetAudioVideoBufferSize(intptr_t clientHandle, int32_t videoBuf
     DebugPrint(kDebugEntry, "Input:  audioBufferSize    : %d\n", audioBufferSize);
     if (clientHandle == 0 || videoBufferSize < 0 || audioBufferSize < 0)
         return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid Client Handle\n");
-    RTSPClient *const client = LiveClient(clientHandle);
-    if (client == nullptr)
+    MediaSession *const session = LiveSession(clientHandle);
+    if (session == nullptr)
         return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s : Argument error. Invalid handle in stack.\n");
 
-    client->videoBufferSize = videoBufferSize;
-    client->audioBufferSize = audioBufferSize;
+    session->videoBufferSize = videoBufferSize;
+    session->audioBufferSize = audioBufferSize;
     RtpRtspInfoPrint("Setting Video Buffer Size : %d and Audio Buffer Size : %d \n", videoBufferSize,
                      audioBufferSize);
     return RTSP_SUCCESS;

@@ -1,4 +1,3 @@
-
 #include "rtp/packet_memory.h"
 
 #include <algorithm>

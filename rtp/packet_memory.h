@@ -9,6 +9,12 @@
 
 namespace rtsptap {
 
+// ---- The ring: where the next packet may lie in a stream's receive buffer. Pure arithmetic on three offsets ----
+// The receive thread places and advances; the application gives space back by moving readIndex.
+//
+//    0        readIndex        writeIndex        bufferEnd = size
+//    |  free  |  packets in use  |     free        |   kRingSlackBytes of zeros
+
 // The longest offset that a packet's own header can claim for its payload: (15 + 3) * 4 bytes of header and
 // CSRCs, 4 of extension header, 0x3FFF * 4 of extension. Zeroed slack of that size behind the ring keeps
 // every payload pointer inside the allocation.
@@ -46,7 +52,9 @@ void EmptyRing(ReceiveRing &ring);
 bool AllocateRing(ReceiveRing &ring, int32_t size);
 void ReleaseRing(ReceiveRing &ring);
 
-struct ReceiveRing;
+// ---- The pool: records that come back from the application and go out again with the next packet ----
+// The receive thread takes, any thread gives back; no lock: a push list that the taker empties at once.
+// A record is one malloc block, so where its stream is gone it can simply be freed.
 
 struct PacketPool {
     std::atomic<RTPStreamData *> returned{nullptr}; // pushed by whoever frees

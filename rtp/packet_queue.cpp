@@ -1,9 +1,10 @@
 #include "rtp/packet_queue.h"
 
 #include "platform/system.h"
+#include "rtp/media_session.h"
 #include "rtp/packet_memory.h"
+#include "rtp/rtp_packet.h"
 #include "rtp/stream.h"
-#include "rtsp/client/client.h"
 
 #include <array>
 #include <cstddef>
@@ -101,8 +102,8 @@ void DropHead(RTSPStreamInfo &stream) {
 
 // True when the queue spanned more than overflowLimit, which is not below targetLatency, and was cut down to that.
 bool TrimForLatency(RTSPStreamInfo &stream, const RTPStreamData &packet) {
-    const int64_t target = stream.client->targetLatency.load(std::memory_order_relaxed) * kTicksPerMs;
-    const int64_t overflow = stream.client->overflowLimit.load(std::memory_order_relaxed) * kTicksPerMs;
+    const int64_t target = stream.session->targetLatency.load(std::memory_order_relaxed) * kTicksPerMs;
+    const int64_t overflow = stream.session->overflowLimit.load(std::memory_order_relaxed) * kTicksPerMs;
     if (target == 0 || TimestampSpan(packet, *HeadOf(stream)) <= overflow) return false;
     while (HeadOf(stream) != nullptr && TimestampSpan(packet, *HeadOf(stream)) > target) DropHead(stream);
     return true;
@@ -171,13 +172,26 @@ void InsertPacket(RTSPStreamInfo &stream, RTPStreamData *packet, const ArrivalRu
     {
         const ScopedShortLock lock(stream.packetListLock);
         Insert(stream, packet, rules, found);
-        PassOver(stream); // under the lock: who has taken the packet finds it counted
+        CountHandled(stream); // under the lock: who has taken the packet finds it counted
     }
     Print(found, rules, stream.lastSeqNum.load(std::memory_order_relaxed), number);
 }
 
-void PassOver(RTSPStreamInfo &stream) {
+void CountHandled(RTSPStreamInfo &stream) {
     stream.handled.store(stream.handled.load(std::memory_order_relaxed) + 1, std::memory_order_release);
+}
+
+void AcceptPacket(RTSPStreamInfo &stream, uint32_t length, const ArrivalRules &rules,
+                  FailureText invalidPacketText) {
+    const RTPDataBuffer bytes{.length = length, .data = stream.ring.storage + stream.ring.writeIndex};
+    RTPStreamData *const packet = ParseRTPData(&bytes, &stream);
+    if (packet != nullptr) {
+        InsertPacket(stream, packet, rules);
+    } else {
+        CountHandled(stream);
+        CallTrace("RTPDataReceiveThread").Fail(RTSP_FAILURE, invalidPacketText);
+    }
+    stream.ring.writeIndex += length; // also behind a refused packet
 }
 
 void SignalReaders(RTSPStreamInfo &stream) {

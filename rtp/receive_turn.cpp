@@ -2,8 +2,9 @@
 
 #include "platform/system.h"
 #include "rtp/service_thread.h"
+#include "rtp/serving.h"
 
-#include <algorithm>
+#include <cerrno>
 #include <poll.h>
 
 namespace rtsptap {
@@ -13,7 +14,6 @@ namespace {
 // buffer, and every look costs a wake-up.
 constexpr int kRestMs = 4;
 constexpr int kShortRestMs = 1; // while somebody else waits for what the connection brings
-constexpr int kLookMs = 200;    // a reply in pieces is given up by the clock
 constexpr int kNoLimit = -1;
 
 bool IsTaken(TurnState state) { return state == TurnState::kTaken || state == TurnState::kTakenThreadSleeps; }
@@ -115,14 +115,22 @@ bool RestForReaders(const StreamThread &thread, ReceiveTurn &turn) {
     return true;
 }
 
-void WaitForData(const StreamThread &thread, ReceiveTurn &turn, int socket) {
-    TurnState state = TurnState::kFree;
-    if (!turn.state.compare_exchange_strong(state, TurnState::kFreeThreadWaits, std::memory_order_acq_rel)) return;
+Readiness WaitForSocket(const StreamThread &thread, int socket, int timeoutMs) {
     pollfd waits[] = {{socket, POLLIN, 0}, {thread.wake, POLLIN, 0}};
-    poll(waits, 2, kLookMs);
+    const int ready = poll(waits, 2, timeoutMs);
+    if (ready < 0) return {.failed = errno != EINTR};
     if ((waits[1].revents & POLLIN) != 0) DrainWake(thread.wake);
+    return {.timedOut = ready == 0, .events = waits[0].revents};
+}
+
+Readiness WaitForData(const StreamThread &thread, ReceiveTurn &turn, int socket, int timeoutMs) {
+    TurnState state = TurnState::kFree;
+    if (!turn.state.compare_exchange_strong(state, TurnState::kFreeThreadWaits, std::memory_order_acq_rel))
+        return {};
+    const Readiness readiness = WaitForSocket(thread, socket, timeoutMs);
     state = TurnState::kFreeThreadWaits;
     turn.state.compare_exchange_strong(state, TurnState::kFree, std::memory_order_acq_rel);
+    return readiness;
 }
 
 } // namespace rtsptap

@@ -17,6 +17,7 @@
 
 namespace rtsptap {
 
+struct Readiness;
 struct StreamThread;
 
 inline constexpr int kTurnSliceMs = 50; // a reader whose socket is silent looks around this often
@@ -68,13 +69,6 @@ private:
     bool mine_;
 };
 
-// How a reader's turn, taken in place of waiting for the thread, came to its end.
-enum class TurnEnd {
-    kNotDone, // no turn was to be had, the stream stopped playing, or the deadline came: the reader waits on
-    kHandled, // something of the stream has been queued or refused
-    kOver     // the stream receives nothing any more
-};
-
 // ---- In a turn ----
 
 // From here on readers may have turns.
@@ -89,7 +83,10 @@ bool IsOver(const ReceiveTurn &turn);
 // True after a rest, when readers come; false at once when the thread is to receive itself.
 bool RestForReaders(const StreamThread &thread, ReceiveTurn &turn);
 
-// Waits for the socket, for the thread's wake, for a reader that wants to receive, or a fifth of a second.
-void WaitForData(const StreamThread &thread, ReceiveTurn &turn, int socket);
+// Waits for the socket, for the thread's wake, for a reader that wants to receive, or `timeoutMs`.
+Readiness WaitForData(const StreamThread &thread, ReceiveTurn &turn, int socket, int timeoutMs);
+
+// The same where readers have no part.
+Readiness WaitForSocket(const StreamThread &thread, int socket, int timeoutMs);
 
 } // namespace rtsptap

@@ -1,11 +1,10 @@
-
 #include "rtp/rtp_packet.h"
 
 #include "platform/printers.h"
 #include "platform/wire.h"
+#include "rtp/media_session.h"
 #include "rtp/packet_memory.h"
 #include "rtp/stream.h"
-#include "rtsp/client/client.h"
 
 #include <algorithm>
 #include <array>
@@ -17,9 +16,11 @@
 
 namespace rtsptap {
 
-// ---- gaps in the sequence numbers ----
+std::atomic<uint32_t> totalPktLost{0};
 
 namespace {
+
+// ---- gaps in the sequence numbers ----
 
 constexpr int32_t kLowestTotal = -20000; // read as signed; a total below it has wrapped
 constexpr uint32_t kTotalAfterWrap = 100000;
@@ -41,10 +42,7 @@ uint32_t AddToTotal(uint32_t gap) {
     return sum;
 }
 
-} // namespace
-
-std::atomic<uint32_t> totalPktLost{0};
-
+// Compares a new number with the stream's last one. On a gap counts and prints it and returns true.
 bool CountGap(RTSPStreamInfo &stream, uint16_t sequenceNumber) {
     const uint16_t last = stream.lastSeqNum.load(std::memory_order_relaxed);
     if (!IsGap(last, sequenceNumber)) return false;
@@ -56,6 +54,7 @@ bool CountGap(RTSPStreamInfo &stream, uint16_t sequenceNumber) {
     return true;
 }
 
+// Makes the number the stream's last one, and its base when it is the first.
 void NoteSequenceNumber(RTSPStreamInfo &stream, uint16_t sequenceNumber) {
     if (stream.baseSeqNum.load(std::memory_order_relaxed) < 0)
         stream.baseSeqNum.store(sequenceNumber, std::memory_order_relaxed);
@@ -63,8 +62,6 @@ void NoteSequenceNumber(RTSPStreamInfo &stream, uint16_t sequenceNumber) {
 }
 
 // ---- the packet ----
-
-namespace {
 
 // RFC 3550, 5.1 and 5.3.1:
 //
@@ -142,25 +139,25 @@ void LocatePayload(const RTPDataBuffer &buffer, RTPStreamData &packet) {
     packet.packetData = buffer.data;
 }
 
-// From here on the packet is accepted: the stream's and the client's figures change.
+// From here on the packet is accepted: the stream's and the session's figures change.
 void CountPacket(RTSPStreamInfo &stream, RTPStreamData &packet) {
-    RTSPClient &client = *stream.client;
+    MediaSession &session = *stream.session;
     const RTPHeader &header = *packet.rtpHeader;
     packet.codecType = stream.codecType.load(std::memory_order_relaxed);
-    if (client.dataProto.load(std::memory_order_relaxed) == DATA_PROTO_UDP)
+    if (session.dataProto.load(std::memory_order_relaxed) == DATA_PROTO_UDP)
         packet.lossFlag = CountGap(stream, header.sequenceNumber) ? 1 : 0;
     NoteSequenceNumber(stream, header.sequenceNumber);
     if (stream.remoteSsrc.load(std::memory_order_relaxed) == 0)
         stream.remoteSsrc.store(header.ssrc, std::memory_order_relaxed);
-    packet.packetIndex = client.packetCounter.fetch_add(1, std::memory_order_relaxed) + 1;
+    packet.packetIndex = session.packetCounter.fetch_add(1, std::memory_order_relaxed) + 1;
 }
-
-} // namespace
 
 bool IsAcceptedPayloadType(uint8_t payloadType) {
     if (payloadType >= kFirstDynamicPayloadType) return true;
     return std::ranges::find(kStaticPayloadTypes, payloadType) != kStaticPayloadTypes.end();
 }
+
+} // namespace
 
 RTPStreamData *ParseRTPData(const RTPDataBuffer *rtpDataBuffer, RTSPStreamInfo *rtspStreamInfo) {
     const CallTrace trace(__func__);

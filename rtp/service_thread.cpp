@@ -1,9 +1,9 @@
-
 #include "rtp/service_thread.h"
 
 #include "platform/printers.h"
+#include "rtp/media_session.h"
+#include "rtp/serving.h"
 #include "rtp/stream.h"
-#include "rtsp/client/client.h"
 
 #include <cerrno>
 #include <csignal>
@@ -38,16 +38,16 @@ void TakeOver(StreamThread &thread) {
 
 void RunBody(StreamThread &thread) {
     TakeOver(thread);
-    thread.body(thread);
+    RunServing(thread);
     thread.ended.store(true, std::memory_order_release);
 }
 
-StreamThreadPtr CreateThreadRecord(RTSPStreamInfo &stream, void (*body)(StreamThread &)) {
+StreamThreadPtr CreateThreadRecord(RTSPStreamInfo &stream, const Service &service) {
     StreamThreadPtr thread(new (std::nothrow) StreamThread{});
     if (thread == nullptr) return nullptr;
     thread->stream = &stream;
-    thread->body = body;
-    thread->dataProto = stream.client->dataProto;
+    thread->service = &service;
+    thread->dataProto = stream.session->dataProto;
     thread->wake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     if (thread->wake < 0) return nullptr;
     return thread;
@@ -91,9 +91,9 @@ bool IsServing(const StreamThread *thread) {
     return thread != nullptr && !thread->ended.load(std::memory_order_acquire);
 }
 
-void StartStreamThread(StreamThread *&slot, RTSPStreamInfo &stream, void (*body)(StreamThread &)) {
+void StartStreamThread(StreamThread *&slot, RTSPStreamInfo &stream, const Service &service) {
     if (slot != nullptr) slot->tookOver.wait(false, std::memory_order_acquire);
-    StreamThreadPtr thread = CreateThreadRecord(stream, body);
+    StreamThreadPtr thread = CreateThreadRecord(stream, service);
     if (thread == nullptr) return TellWhyNotStarted(errno);
     thread->predecessor = slot;
     const ScopedSignalBlock inherited;

@@ -13,13 +13,14 @@
 namespace rtsptap {
 
 struct RTSPStreamInfo;
+struct Service;
 
 inline constexpr uint32_t kPausedSleepMs = 10; // how often a thread of a paused stream looks at its orders
 
 struct StreamThread {
     // ---- Constant once the thread runs ----
     RTSPStreamInfo *stream = nullptr;
-    void (*body)(StreamThread &) = nullptr;
+    const Service *service = nullptr;
     uint32_t dataProto = DATA_PROTO_UDP; // how the client receives, taken once
     int wake = -1;                       // eventfd, readable when the thread is to look around
 
@@ -43,10 +44,10 @@ inline bool MustEnd(const StreamThread &thread) {
 // True while a thread was started and its body has not returned.
 bool IsServing(const StreamThread *thread);
 
-// Starts `body` for the stream, taking over from the thread in `slot` if there is one; the slot then holds
-// the new thread. When no thread can be created the slot keeps what it had. At most two threads of a slot
-// are alive: a hand-over still under way is waited for first.
-void StartStreamThread(StreamThread *&slot, RTSPStreamInfo &stream, void (*body)(StreamThread &));
+// Starts a thread for the stream's service, taking over from the thread in `slot` if there is one; the slot then
+// holds the new thread. When no thread can be created the slot keeps what it had. At most two threads of a slot are
+// alive: a hand-over still under way is waited for first.
+void StartStreamThread(StreamThread *&slot, RTSPStreamInfo &stream, const Service &service);
 
 // Makes a thread that waits look around: what it waits on has changed.
 void WakeStreamThread(const StreamThread &thread);

@@ -1,62 +1,65 @@
-
 #include "rtp/session_threads.h"
 
 #include "platform/printers.h"
-#include "rtp/interleaved/connection.h"
 #include "rtp/interleaved/interleaved_service.h"
+#include "rtp/media_session.h"
 #include "rtp/packet_queue.h"
 #include "rtp/rtcp/rtcp_service.h"
 #include "rtp/service_thread.h"
 #include "rtp/stream.h"
 #include "rtp/udp_reception.h"
-#include "rtsp/client/client.h"
 
 namespace rtsptap {
 
 namespace {
 
+bool ServesConnection(const StreamThread *thread) {
+    return thread != nullptr && thread->service == &kInterleavedService;
+}
+
 bool ReceivesDatagrams(const StreamThread *thread) { return IsServing(thread) && !ServesConnection(thread); }
 
 } // namespace
 
-bool ServesConnection(const StreamThread *thread) {
-    return thread != nullptr && thread->body == ServeInterleavedConnection;
+bool ConnectionIsServed(const MediaSession &session) {
+    const RTSPStreamInfo *const first = session.streamList;
+    return first != nullptr && IsServing(first->rtpThread) && ServesConnection(first->rtpThread);
 }
 
-void ChooseStreamsForFrames(const RTSPClient &client) {
-    for (RTSPStreamInfo *stream = client.streamList; stream != nullptr; stream = stream->next)
+void ChooseStreamsForFrames(const MediaSession &session) {
+    for (RTSPStreamInfo *stream = session.streamList; stream != nullptr; stream = stream->next)
         stream->takesFrames = !ReceivesDatagrams(stream->rtpThread) && !ReceivesDatagrams(stream->rtcpThread);
 }
 
 // Without a socket a thread would end at once and hold its descriptor until the session ends: a description with
 // thousands of streams that nobody sets up must not use up the process's.
 void StartUdpThreads(RTSPStreamInfo &stream) {
-    if (stream.rtpSocket >= 0) StartStreamThread(stream.rtpThread, stream, ReceiveRtp);
-    if (stream.rtcpSocket >= 0) StartStreamThread(stream.rtcpThread, stream, ServeRtcp);
+    if (stream.rtpSocket >= 0) StartStreamThread(stream.rtpThread, stream, kRtpService);
+    if (stream.rtcpSocket >= 0) StartStreamThread(stream.rtcpThread, stream, kRtcpService);
 }
 
-void StartInterleavedThread(RTSPClient &client) {
-    RTSPStreamInfo *const first = client.streamList;
+void StartInterleavedThread(MediaSession &session) {
+    RTSPStreamInfo *const first = session.streamList;
     if (first == nullptr) return;
-    ChooseStreamsForFrames(client);
+    ChooseStreamsForFrames(session);
     StopStreamThread(first->rtcpThread, -1); // the first stream changes over: its receive thread is taken over from
     first->takesFrames = true;
-    StartStreamThread(first->rtpThread, *first, ServeInterleavedConnection);
+    StartStreamThread(first->rtpThread, *first, kInterleavedService);
 }
 
-void StopInterleavedThread(const RTSPClient &client, int socket) {
-    for (RTSPStreamInfo *stream = client.streamList; stream != nullptr; stream = stream->next)
+void StopInterleavedThread(const MediaSession &session, int socket) {
+    for (RTSPStreamInfo *stream = session.streamList; stream != nullptr; stream = stream->next)
         if (ServesConnection(stream->rtpThread)) StopStreamThread(stream->rtpThread, socket);
 }
 
-void CloseConnectionAndStreams(RTSPClient &client) {
+void CloseConnectionAndStreams(MediaSession &session) {
     DebugPrint(kDebugEntry, "\tClosing RTSP Connection Socket \n");
-    const int32_t rtspSocket = client.rtspSocket;
-    StopInterleavedThread(client, rtspSocket);
-    client.rtspSocket = -1;
+    const int32_t rtspSocket = session.connection.socket;
+    StopInterleavedThread(session, rtspSocket);
+    session.connection.socket = -1;
     CloseSock(rtspSocket);
-    ForgetConnection(client);
-    for (RTSPStreamInfo *stream = client.streamList; stream != nullptr; stream = stream->next) {
+    ForgetConnection(session.connection);
+    for (RTSPStreamInfo *stream = session.streamList; stream != nullptr; stream = stream->next) {
         DebugPrint(kDebugEntry, "\tWaiting for Stream Receive Thread Completion\n");
         StopAndClose(stream->rtpThread, stream->rtpSocket);
         StopAndClose(stream->rtcpThread, stream->rtcpSocket);

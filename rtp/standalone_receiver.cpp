@@ -1,12 +1,11 @@
 // Receiving RTP on ports that the application names, without RTSP. Application thread.
 #include "platform/printers.h"
 #include "platform/system.h"
+#include "rtp/codec_table.h"
+#include "rtp/media_session.h"
 #include "rtp/service_thread.h"
 #include "rtp/stream.h"
 #include "rtp/udp_reception.h"
-#include "rtsp/client/client.h"
-
-#include <netinet/in.h>
 
 using namespace rtsptap;
 
@@ -15,8 +14,9 @@ namespace {
 // What adVdFlag asks for; any other value stands for both media.
 enum MediaFlag : int32_t { kBothMedia = 0, kVideoOnly = 1, kAudioOnly = 2, kTransportStreamOnly = 3 };
 
-bool IsMedium(uint16_t port, int32_t bufferSize, int32_t codec, int32_t firstCodec, int32_t lastCodec) {
-    return port != 0 && bufferSize >= 1 && codec >= firstCodec && codec <= lastCodec;
+bool IsMedium(uint16_t port, int32_t bufferSize, int32_t codecType, CodecGroup group) {
+    const Codec *const codec = FindCodec(codecType);
+    return port != 0 && bufferSize >= 1 && codec != nullptr && codec->group == group;
 }
 
 struct Request {
@@ -62,12 +62,9 @@ void Describe(RTSPStreamInfo &stream, int32_t codecType, uint16_t port, uint8_t 
 }
 
 int32_t OpenPort(const CallTrace &trace, RTSPStreamInfo &stream, uint16_t port) {
-    UniqueSocket rtpSocket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP));
+    UniqueSocket rtpSocket(OpenDatagramSocket());
     if (!rtpSocket.IsOpen()) return trace.Fail(RTSP_FAILURE, "EXIT : %s :RTSP Client socket creation failed\n");
-    stream.rtpAddr.sin_family = AF_INET;
-    stream.rtpAddr.sin_addr.s_addr = htonl(INADDR_ANY);
-    stream.rtpAddr.sin_port = htons(port);
-    if (bind(rtpSocket.Get(), reinterpret_cast<const sockaddr *>(&stream.rtpAddr), sizeof stream.rtpAddr) != 0)
+    if (!BindTo(rtpSocket.Get(), AnyAddress(port)))
         return trace.Fail(RTSP_FAILURE, "EXIT : %s :Unable to bind on specified port \n");
     stream.rtpSocket = rtpSocket.Release();
     return RTSP_SUCCESS;
@@ -95,15 +92,15 @@ int32_t StartThirdPartyClient(intptr_t clientHandle, int32_t adVdFlag, int32_t v
     DebugPrint(kDebugEntry, "Input: audioPort      : %d\n", audioPort);
     if (clientHandle == 0) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid Input Arguments\n");
     const Request request{
-        adVdFlag, IsMedium(videoOrTsPort, videoBufferSize, videoOrTsCodecName, RTP_CODEC_H264, RTP_CODEC_JPEG),
-        IsMedium(audioPort, audioBufferSize, audioCodecName, RTP_CODEC_PCMA, RTP_CODEC_MPA),
-        IsMedium(videoOrTsPort, videoBufferSize, videoOrTsCodecName, RTP_CODEC_MP2T, RTP_CODEC_MP2T)};
+        adVdFlag, IsMedium(videoOrTsPort, videoBufferSize, videoOrTsCodecName, CodecGroup::kVideo),
+        IsMedium(audioPort, audioBufferSize, audioCodecName, CodecGroup::kAudio),
+        IsMedium(videoOrTsPort, videoBufferSize, videoOrTsCodecName, CodecGroup::kTransportStream)};
     if (const int32_t result = CheckMedia(trace, request); result != RTSP_SUCCESS) return result;
-    RTSPClient *const client = LiveClient(clientHandle);
-    if (client == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid client handle\n");
+    MediaSession *const session = LiveSession(clientHandle);
+    if (session == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid client handle\n");
 
-    client->dataProto = DATA_PROTO_UDP;
-    client->mtuSize = kDefaultMtuSize;
+    session->dataProto = DATA_PROTO_UDP;
+    session->mtuSize = kDefaultMtuSize;
     if (RTPClientConfigLatency(clientHandle, tLInMS, uFInMS, oFInMS) < 0)
         return trace.Fail(RTSP_FAILURE, "EXIT :: %s : Unable to set the target latency values\n");
     const int32_t usedAudioSize = adVdFlag == kTransportStreamOnly ? 0 : audioBufferSize;
@@ -126,11 +123,11 @@ int32_t StartThirdPartyClient(intptr_t clientHandle, int32_t adVdFlag, int32_t v
 
 int32_t CreateRTPStream(intptr_t clientHandle, int32_t codecType, uint16_t port, uint8_t isVideo) {
     const CallTrace trace(__func__);
-    RTSPClient *const client = LiveClient(clientHandle);
-    if (client == nullptr || port == 0)
+    MediaSession *const session = LiveSession(clientHandle);
+    if (session == nullptr || port == 0)
         return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid Input Arguments\n");
-    RetireEndedStreams(*client);
-    RTSPStreamInfo *const stream = AppendStream(*client);
+    RetireEndedStreams(*session);
+    RTSPStreamInfo *const stream = AppendStream(*session);
     if (stream == nullptr) return trace.Fail(RTSP_FAILURE, "\tEXIT : %s :Memory Allocation Failed\n");
     if (const int32_t result = MakeLocks(trace, *stream); result != RTSP_SUCCESS) return result;
     // A stream that cannot be finished stays linked and counted, but is nobody's codec and holds nothing.
@@ -139,6 +136,6 @@ int32_t CreateRTPStream(intptr_t clientHandle, int32_t codecType, uint16_t port,
     abandon.Dismiss();
     Describe(*stream, codecType, port, isVideo);
     RtpRtspInfoPrint("Creating RTP Data Receive thread for third party client to receive RTP data \n");
-    StartStreamThread(stream->rtpThread, *stream, ReceiveRtp); // without a thread the stream stays silent
+    StartStreamThread(stream->rtpThread, *stream, kRtpService); // without a thread the stream stays silent
     return RTSP_SUCCESS;
 }

@@ -1,26 +1,14 @@
-
 #include "rtp/stream.h"
 
 #include "platform/system.h"
+#include "rtp/media_session.h"
 #include "rtp/packet_queue.h"
-#include "rtp/service_thread.h"
-#include "rtp/udp_reception.h"
-#include "rtsp/client/client.h"
-#include "sdp/sdp_parser.h"
 
 #include <cstdlib>
-#include <new>
 #include <utility>
 
 namespace rtsptap {
-
 namespace {
-
-std::atomic<RTSPStreamInfo *> &TailLink(RTSPClient &client, RTSPStreamInfo *last) {
-    std::atomic<RTSPStreamInfo *> *link = last != nullptr ? &last->next : &client.streamList;
-    while (RTSPStreamInfo *stream = link->load(std::memory_order_relaxed)) link = &stream->next;
-    return *link;
-}
 
 void FreeQueuedPackets(RTSPStreamInfo &stream) {
     RTPStreamData *packet = stream.packetListHead.load(std::memory_order_relaxed);
@@ -32,69 +20,9 @@ void FreeQueuedPackets(RTSPStreamInfo &stream) {
     if (stream.deferredPacket != nullptr) FreePacketRecord(stream.deferredPacket);
 }
 
-void FreeRingAndPool(RTSPStreamInfo &stream) {
-    DrainPacketPool(stream.pool);
-    ReleaseRing(stream.ring);
-}
-
-// Without the threads nobody takes a record or receives any more, and with the queue empty no reader gets a packet.
-void EndStream(RTSPStreamInfo &stream) {
-    ReleaseSdpFields(stream.sdpFieldList);
-    {
-        const ScopedLock lock(stream.packetListLock);
-        DropAllPackets(stream);
-    }
-    LetGoOfRing(stream);
-}
-
 } // namespace
 
-RTSPStreamInfo *AppendStream(RTSPClient &client, RTSPStreamInfo *last) {
-    auto *const stream = new (std::nothrow) RTSPStreamInfo{};
-    if (stream == nullptr) return nullptr;
-    stream->client = &client;
-    TailLink(client, last).store(stream, std::memory_order_release);
-    client.streamCount.fetch_add(1, std::memory_order_release);
-    ++client.channelChanges;
-    return stream;
-}
-
-void SetChannel(RTSPStreamInfo &stream, uint32_t channel) {
-    stream.interleavedChannel = channel;
-    ++stream.client->channelChanges;
-}
-
-void RetireEndedStreams(RTSPClient &client) {
-    RTSPStreamInfo *const first = client.streamList;
-    if (client.streamCount != 0 || first == nullptr) return;
-    // In this order: who looks for a stream in the list, then among the retired ones, finds it.
-    TailLink(client, first) = client.retiredStreams.load();
-    client.retiredStreams = first;
-    client.streamList = nullptr;
-    ++client.channelChanges;
-}
-
-void EndStreams(RTSPClient &client) {
-    for (RTSPStreamInfo *stream = client.retiredStreams; stream != nullptr; stream = stream->next) {
-        const ScopedLock lock(stream->packetListLock);
-        FreeDeferredPacket(*stream);
-    }
-    for (RTSPStreamInfo *stream = client.streamList; stream != nullptr; stream = stream->next) EndStream(*stream);
-    RetireEndedStreams(client);
-}
-
-void FreeIdleRings(const RTSPClient &client) {
-    const RTSPStreamInfo *const first = client.streamList;
-    if (first == nullptr || IsServing(first->rtpThread)) return; // over TCP it serves all of them
-    for (RTSPStreamInfo *stream = client.streamList; stream != nullptr; stream = stream->next)
-        if (!IsServing(stream->rtpThread) && NothingInUse(*stream)) FreeRingAndPool(*stream);
-}
-
-void HoldRing(RTSPStreamInfo &stream) { stream.ringHolders.fetch_add(1, std::memory_order_relaxed); }
-
-void LetGoOfRing(RTSPStreamInfo &stream) {
-    if (stream.ringHolders.fetch_sub(1, std::memory_order_acq_rel) == 1) FreeRingAndPool(stream);
-}
+// ---- locks and lines ----
 
 StreamLock CreateStreamLocks(RTSPStreamInfo &stream) {
     if (MutexInit(&stream.packetListLock) != RTSP_SUCCESS) return StreamLock::kPacketList;
@@ -116,6 +44,65 @@ void DestroyStreamLocks(RTSPStreamInfo &stream) {
     stream.dataCondition = PTHREAD_COND_INITIALIZER;
 }
 
+void ReleaseSdpFields(SDPField *&head) {
+    while (head != nullptr) {
+        SDPField *const field = std::exchange(head, head->next);
+        free(field->value);
+        delete field;
+    }
+}
+
+// ---- the ring's storage ----
+
+void PlanRing(RTSPStreamInfo &stream) {
+    const MediaSession &session = *stream.session;
+    const int32_t size = stream.isVideo == 1 ? session.videoBufferSize : session.audioBufferSize;
+    if (stream.ring.size != size && NothingInUse(stream)) ReleaseRing(stream.ring);
+    if (stream.ring.storage == nullptr) stream.ring.size = size;
+}
+
+bool OpenRing(RTSPStreamInfo &stream) {
+    ReceiveRing &ring = stream.ring;
+    return ring.storage != nullptr || AllocateRing(ring, static_cast<int32_t>(ring.size));
+}
+
+RingPlace FindRoom(RTSPStreamInfo &stream, int64_t needed) {
+    const uint32_t mtu = stream.session->mtuSize;
+    const RingPlace place = PlaceNextPacket(stream.ring, mtu);
+    if (place.room >= needed || !NothingInUse(stream)) return place;
+    EmptyRing(stream.ring);
+    return PlaceNextPacket(stream.ring, mtu);
+}
+
+bool NothingInUse(const RTSPStreamInfo &stream) {
+    // In this order: a packet that is being taken holds the ring before it leaves the head.
+    return stream.packetListHead.load(std::memory_order_acquire) == nullptr &&
+           stream.ringHolders.load(std::memory_order_acquire) == 1;
+}
+
+void HoldRing(RTSPStreamInfo &stream) { stream.ringHolders.fetch_add(1, std::memory_order_relaxed); }
+
+void LetGoOfRing(RTSPStreamInfo &stream) {
+    if (stream.ringHolders.fetch_sub(1, std::memory_order_acq_rel) == 1) FreeRingAndPool(stream);
+}
+
+void FreeRingAndPool(RTSPStreamInfo &stream) {
+    DrainPacketPool(stream.pool);
+    ReleaseRing(stream.ring);
+}
+
+// ---- the end ----
+
+// Without the threads nobody takes a record or receives any more, and with the queue empty no reader gets a packet.
+void EndStream(RTSPStreamInfo &stream) {
+    ReleaseSdpFields(stream.sdpFieldList);
+    {
+        const ScopedLock lock(stream.packetListLock);
+        DropAllPackets(stream);
+    }
+    LetGoOfRing(stream);
+}
+
 void ReleaseStream(RTSPStreamInfo *stream) {
     ReleaseSdpFields(stream->sdpFieldList);
     FreeQueuedPackets(*stream);
@@ -126,36 +113,6 @@ void ReleaseStream(RTSPStreamInfo *stream) {
     free(stream->description.aacConfig);
     DestroyStreamLocks(*stream);
     delete stream;
-}
-
-RTSPStreamInfo *FindStreamByNumber(const RTSPClient &client, int32_t number) {
-    if (number < 1) return nullptr;
-    RTSPStreamInfo *stream = client.streamList.load(std::memory_order_acquire);
-    for (int32_t at = 1; stream != nullptr && at < number; ++at)
-        stream = stream->next.load(std::memory_order_acquire);
-    return stream;
-}
-
-RTSPStreamInfo *FindStreamByRing(const RTSPClient &client, const ReceiveRing *ring) {
-    for (const auto *list : {&client.streamList, &client.retiredStreams})
-        for (RTSPStreamInfo *stream = *list; stream != nullptr; stream = stream->next)
-            if (&stream->ring == ring) return stream;
-    return nullptr;
-}
-
-RTSPStreamInfo *FindStreamByCodec(const RTSPClient &client, int32_t codecType) {
-    int32_t left = client.streamCount.load(std::memory_order_acquire);
-    RTSPStreamInfo *stream = client.streamList.load(std::memory_order_acquire);
-    for (; stream != nullptr && left > 0; --left) {
-        if (stream->codecType.load(std::memory_order_acquire) == codecType) return stream;
-        stream = stream->next.load(std::memory_order_acquire);
-    }
-    return nullptr;
-}
-
-bool IsCodecType(int32_t codecType) {
-    return (codecType >= RTP_CODEC_H264 && codecType <= RTP_CODEC_MP2T) ||
-           (codecType >= RTP_CODEC_PCMA && codecType <= RTP_CODEC_MPA);
 }
 
 } // namespace rtsptap

@@ -1,5 +1,5 @@
-// One media stream of a client: a media section of the description, or a port of the standalone receiver.
-// Fields are grouped by the threads that touch them. Released by ReleaseStream (stream_lifecycle.cpp).
+// One media stream of a session: a media section of the description, or a port of the standalone receiver.
+// Fields are grouped by the threads that touch them. Released by ReleaseStream.
 #pragma once
 
 #include "rtp/packet_memory.h"
@@ -8,16 +8,40 @@
 
 #include <atomic>
 #include <cstdint>
-#include <netinet/in.h>
 
 namespace rtsptap {
 
-struct RTSPClient;
-struct SDPField;
+struct MediaSession;
 struct StreamThread;
 
 inline constexpr uint32_t kStreamPlaying = CLIENT_PLAYING_STATE; // streamState shares the client's numbers
 inline constexpr uint32_t kStreamPaused = CLIENT_PAUSE_STATE;
+
+// One line of a session description, as its stream or its client keeps it. Application thread only.
+struct SDPField {
+    char name[2] = {};        // type letter and terminator
+    char *value = nullptr;    // owned, free(): the line from its third character on
+    SDPField *next = nullptr; // next line of the same list
+};
+
+// The last sender report (RFC 3550, 6.4.1), word by word.
+struct SenderReport {
+    uint32_t header = 0;
+    uint32_t senderSsrc = 0;
+    uint32_t ntpMsw = 0;
+    uint32_t ntpLsw = 0;
+    uint32_t packetCount = 0;
+    uint32_t octetCount = 0;
+};
+
+// ---- The thread that handles a stream's RTCP only ----
+struct RtcpState {
+    uint64_t silentSinceMs = 0; // since when it waits for a datagram, monotonic; 0: it does not; handed over
+    SenderReport senderReport;
+    uint16_t seqCycles = 0;          // sequence number wraps
+    uint32_t seqWrapPending = 0;     // 1 while a wrap is expected
+    uint32_t prevCumulativeLost = 0; // cumulativeLost at the previous report
+};
 
 struct RTSPStreamInfo {
     // ---- Application thread only ----
@@ -32,7 +56,7 @@ struct RTSPStreamInfo {
     // ---- Written by the application thread while no thread of the stream lives ----
     int32_t rtpSocket = -1;
     int32_t rtcpSocket = -1;
-    RTSPClient *client = nullptr; // owner; constant
+    MediaSession *session = nullptr; // owner; constant
 
     // ---- Written by the application thread, read by the receive threads ----
     std::atomic<uint32_t> streamState{0};        // kStreamPlaying, kStreamPaused or 0
@@ -51,25 +75,14 @@ struct RTSPStreamInfo {
     std::atomic<uint32_t> cumulativeLost{0}; // the process-wide loss count at this stream's last gap
 
     // ---- Receiving: one at a time, the receive thread or a reader in its turn ----
-    ReceiveTurn turn; // over UDP says who, over TCP the client's; the ring's writing end and the pool's taking end
-                      // go with it
-    sockaddr_in rtpAddr = {}; // source of the last RTP datagram
+    ReceiveTurn turn; // over UDP says who, over TCP the connection's; the ring's writing end and the pool's taking
+                      // end go with it
 
-    // ---- The thread that handles RTCP only ----
-    sockaddr_in rtcpAddr = {};      // source of the last RTCP datagram
-    uint64_t rtcpSilentSinceMs = 0; // since when it waits for a datagram, monotonic; 0: it does not; handed over
-    uint32_t srHeader = 0;          // the last sender report (RFC 3550, 6.4.1), word by word
-    uint32_t srSenderSsrc = 0;
-    uint32_t srNtpMsw = 0;
-    uint32_t srNtpLsw = 0;
-    std::atomic<uint32_t> srRtpTimestamp{0}; // the application reads it for RTPClientGetTSOffset
-    uint32_t srPacketCount = 0;
-    uint32_t srOctetCount = 0;
-    uint16_t seqCycles = 0;          // sequence number wraps
-    uint32_t seqWrapPending = 0;     // 1 while a wrap is expected
-    uint32_t prevCumulativeLost = 0; // cumulativeLost at the previous report
+    // ---- RTCP ----
+    RtcpState rtcp;
+    std::atomic<uint32_t> srRtpTimestamp{0}; // of the last sender report; read for RTPClientGetTSOffset, too
 
-    // ---- Receive ring: see receive_ring.h for who moves what ----
+    // ---- Receive ring: see ReceiveRing for who moves what ----
     ReceiveRing ring;
     std::atomic<bool> receiving{false}; // interleaved: the ring is open and frames are taken
     bool signalDue = false;             // interleaved, in the turn: listed in the reader's signalDue
@@ -97,36 +110,6 @@ struct RTSPStreamInfo {
     uint32_t handledBeforeWait = 0;           // as the waiting reader found it; guarded by signalLock
 };
 
-struct ReceiveRing;
-struct RTSPClient;
-struct RTSPStreamInfo;
-
-// A new record at the tail of the client's streamList, counted in streamCount, its client set;
-// null when memory is short. Its locks are still to be made. A caller that appends many names the stream it
-// appended last, from which the tail is looked for: a description may open tens of thousands of sections.
-RTSPStreamInfo *AppendStream(RTSPClient &client, RTSPStreamInfo *last = nullptr);
-
-// The stream's RTP channel on an interleaved connection, also while frames come.
-void SetChannel(RTSPStreamInfo &stream, uint32_t channel);
-
-// The streams of an ended session are kept for those who hold their packets or descriptions. What comes next starts
-// with stream 1 again, so they leave the list.
-void RetireEndedStreams(RTSPClient &client);
-
-// After a TEARDOWN, when no thread of the client lives any more: frees what the session's streams took, and retires
-// them. Their descriptions stay until Destroy, a ring until the application has freed the last packet in it. One
-// that it was only shown stays until the next session ends.
-void EndStreams(RTSPClient &client);
-
-// When a connection is replaced by another one, whose server may never send to the old streams again: frees the
-// rings that no thread serves and no packet needs. PLAY makes them anew.
-void FreeIdleRings(const RTSPClient &client);
-
-// A packet that the application has, or will look at, keeps the ring; the stream's last holder frees it, and the
-// pool.
-void HoldRing(RTSPStreamInfo &stream);
-void LetGoOfRing(RTSPStreamInfo &stream);
-
 enum class StreamLock { kNone, kPacketList, kSignal, kCondition };
 
 // Makes packetListLock, signalLock and dataCondition, in that order. Returns the one that could not be
@@ -134,17 +117,34 @@ enum class StreamLock { kNone, kPacketList, kSignal, kCondition };
 StreamLock CreateStreamLocks(RTSPStreamInfo &stream);
 void DestroyStreamLocks(RTSPStreamInfo &stream);
 
+// Frees every line of the list and clears the head.
+void ReleaseSdpFields(SDPField *&head);
+
+// ---- The ring's storage ----
+
+// Gives the ring the session's size of now; the storage is kept while packets in it are queued or held.
+void PlanRing(RTSPStreamInfo &stream);
+// Makes the planned ring's storage, if it has none. False when memory is short.
+bool OpenRing(RTSPStreamInfo &stream);
+// Where the next packet goes; a ring full of packets that nobody holds or will hold counts as empty.
+RingPlace FindRoom(RTSPStreamInfo &stream, int64_t needed);
+
+// True when no packet of the stream is queued or held by the application.
+bool NothingInUse(const RTSPStreamInfo &stream);
+// A packet that the application has, or will look at, keeps the ring; the stream's last holder frees it, and the
+// pool.
+void HoldRing(RTSPStreamInfo &stream);
+void LetGoOfRing(RTSPStreamInfo &stream);
+void FreeRingAndPool(RTSPStreamInfo &stream);
+
+// ---- The end ----
+
+// The session is over and the stream's threads have been joined: its lines and its queue go, its ring with the last
+// packet in it. The description stays.
+void EndStream(RTSPStreamInfo &stream);
+
 // Frees the record and all it owns: lines, queued packets, pool, ring, codec configuration, locks.
 // Its threads have been joined and its sockets closed.
 void ReleaseStream(RTSPStreamInfo *stream);
-
-// Stream number 1 and up in description order; null when the list is shorter.
-RTSPStreamInfo *FindStreamByNumber(const RTSPClient &client, int32_t number);
-// The stream with that ring, also of an ended session; null when it is not one of this client's.
-RTSPStreamInfo *FindStreamByRing(const RTSPClient &client, const ReceiveRing *ring);
-// The first of the client's streamCount streams with that codec; null when there is none.
-RTSPStreamInfo *FindStreamByCodec(const RTSPClient &client, int32_t codecType);
-
-bool IsCodecType(int32_t codecType);
 
 } // namespace rtsptap

@@ -1,4 +1,3 @@
-
 #include "sdp/codec_config.h"
 
 #include "platform/printers.h"

@@ -1,39 +1,28 @@
-
 #include "sdp/sdp_parser.h"
 
 #include "platform/printers.h"
 #include "platform/text.h"
 #include "rtp/codec_table.h"
+#include "rtp/media_session.h"
 #include "rtp/stream.h"
-#include "rtsp/client/client.h"
 #include "sdp/codec_config.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <locale.h>
 #include <new>
 #include <span>
 #include <string_view>
-#include <utility>
 
 namespace rtsptap {
+namespace {
 
-void ReleaseSdpFields(SDPField *&head) {
-    while (head != nullptr) {
-        SDPField *const field = std::exchange(head, head->next);
-        free(field->value);
-        delete field;
-    }
-}
+// ---- one reading in progress ----
 
-struct RTSPClient;
-struct RTSPStreamInfo;
-struct SDPField;
-
+// On ParseReceivedSDP's stack, for the readers of lines.
 struct SdpReading {
-    RTSPClient &client;
+    const DescribedSession &to;
     const CallTrace &trace;           // ParseReceivedSDP's: the readers' failure lines carry its name
     SDPField **listEnd;               // link that takes the next line
     RTSPStreamInfo *stream = nullptr; // current media section; null at session level
@@ -41,7 +30,7 @@ struct SdpReading {
 
 // A reader's result: RTSP_SUCCESS goes on with the next line, a negative code ends the reading with that
 // code, and this one ends it with success; the lines that follow are ignored.
-inline constexpr int32_t kEndEarly = 1;
+constexpr int32_t kEndEarly = 1;
 
 struct LineReader {
     char letter; // type of the lines it reads
@@ -49,18 +38,15 @@ struct LineReader {
 };
 
 // Lines of other types are kept in the list and not read.
-inline int32_t ReadWith(std::span<const LineReader> readers, SdpReading &reading, char letter,
-                        std::string_view value) {
+int32_t ReadWith(std::span<const LineReader> readers, SdpReading &reading, char letter, std::string_view value) {
     for (const LineReader &reader : readers)
         if (reader.letter == letter) return reader.read(reading, value);
     return RTSP_SUCCESS;
 }
 
-inline constexpr FailureText kNotANumber = "EXIT : %s :Problem in converting Ascii to Integer value \n";
+constexpr FailureText kNotANumber = "EXIT : %s :Problem in converting Ascii to Integer value \n";
 
 // ---- session level ----
-
-namespace {
 
 // o=<user> <id> <version> IN IP4 <address>, c=IN IP4 <address>
 int32_t ReadNetwork(SdpReading &reading, std::string_view value) {
@@ -78,15 +64,11 @@ int32_t ReadSessionTime(SdpReading &reading, std::string_view value) {
 
 constexpr LineReader kSessionLines[] = {{'o', ReadNetwork}, {'c', ReadNetwork}, {'t', ReadSessionTime}};
 
-} // namespace
-
 int32_t ReadSessionLine(SdpReading &reading, char letter, std::string_view value) {
     return ReadWith(kSessionLines, reading, letter, value);
 }
 
 // ---- attributes of a media section ----
-
-namespace {
 
 // <clock rate>[/<channels>], the channels of audio only
 int32_t ReadClockAndChannels(SdpReading &reading, std::string_view text) {
@@ -103,10 +85,10 @@ int32_t ReadClockAndChannels(SdpReading &reading, std::string_view text) {
 // A name without a rule leaves an earlier rtpmap's codec in force. Packets are asked for by codec, from any
 // thread, so it is published when the rest of the map has been read.
 void TakeCodecType(RTSPStreamInfo &stream) {
-    const int32_t codecType = CodecTypeOf(stream.description.encodingName);
-    if (codecType == kNoCodecType) return;
-    stream.description.codecType = codecType;
-    stream.codecType.store(codecType, std::memory_order_release);
+    const Codec *const codec = FindCodecByName(stream.description.encodingName);
+    if (codec == nullptr) return;
+    stream.description.codecType = codec->type;
+    stream.codecType.store(codec->type, std::memory_order_release);
 }
 
 // a=rtpmap:<payload number> <encoding name>/<clock rate>[/<channels>]
@@ -132,12 +114,21 @@ int32_t ReadRtpmap(SdpReading &reading, std::string_view value) {
 }
 
 // Whether the configuration is found or not, the stream can be received: failures are only told.
-void ExtractCodecConfig(SdpReading &reading) {
+void ExtractCodecConfig(const SdpReading &reading) {
     RTSPStreamInfo *const stream = reading.stream;
-    if (stream->description.codecType == RTP_CODEC_H264 && ExtractSPSPPS(stream) < 0)
-        reading.trace.Fail(RTSP_FAILURE, "\tEXIT : %s :Unable to extract SPS and PPS from SDP\n");
-    if (stream->description.codecType == RTP_CODEC_MPEG4_GENERIC && ExtractAACConfig(stream) < 0)
-        reading.trace.Fail(RTSP_FAILURE, "\tEXIT : %s :Unable to extract AAC Config from SDP\n");
+    const Codec *const codec = FindCodec(stream->description.codecType);
+    switch (codec != nullptr ? codec->config : CodecConfig::kNone) {
+    case CodecConfig::kNone:
+        break;
+    case CodecConfig::kH264ParameterSets:
+        if (ExtractSPSPPS(stream) < 0)
+            reading.trace.Fail(RTSP_FAILURE, "\tEXIT : %s :Unable to extract SPS and PPS from SDP\n");
+        break;
+    case CodecConfig::kAacConfig:
+        if (ExtractAACConfig(stream) < 0)
+            reading.trace.Fail(RTSP_FAILURE, "\tEXIT : %s :Unable to extract AAC Config from SDP\n");
+        break;
+    }
 }
 
 // a=fmtp:<payload number> <name>=<value>; ...
@@ -175,7 +166,7 @@ int32_t ReadFrameRate(SdpReading &reading, std::string_view value) {
 
 // a=control:<URL, absolute or relative to the session's>
 int32_t ReadControl(SdpReading &reading, std::string_view value) {
-    const RTSPClient &client = reading.client;
+    const DescribedSession &to = reading.to;
     char(&url)[sizeof(RTSPStreamInfo::controlUrl)] = reading.stream->controlUrl;
     std::string_view skipped;
     if (!Until(value, ':', skipped)) return reading.trace.Fail(kEndEarly, "EXIT : %s :Invalid streamURL field \n");
@@ -186,9 +177,9 @@ int32_t ReadControl(SdpReading &reading, std::string_view value) {
     if (Contains(value, "rtsp://"))
         CopyText(url, value);
     else
-        (void)snprintf(url, kRelativeUrlSize, "rtsp://%s:%d/%s/%.*s", client.serverIp, client.serverPort,
-                       client.sessionName, static_cast<int>(value.size()), value.data());
-    if (std::string_view(url) == client.sessionName) url[0] = '\0'; // the session's own URL serves then
+        (void)snprintf(url, kRelativeUrlSize, "rtsp://%s:%d/%s/%.*s", to.host, to.port, to.path,
+                       static_cast<int>(value.size()), value.data());
+    if (std::string_view(url) == to.path) url[0] = '\0'; // the session's own URL serves then
     RtpRtspErrorPrint("\n\nINFOINFOINFO : STREAM URI : %s \n\n", url);
     return RTSP_SUCCESS;
 }
@@ -206,8 +197,6 @@ constexpr AttributeReader kAttributes[] = {
     {"control", ReadControl},
 };
 
-} // namespace
-
 int32_t ReadAttribute(SdpReading &reading, std::string_view value) {
     for (const AttributeReader &attribute : kAttributes)
         if (Contains(value, attribute.mark)) return attribute.read(reading, value);
@@ -215,8 +204,6 @@ int32_t ReadAttribute(SdpReading &reading, std::string_view value) {
 }
 
 // ---- media level ----
-
-namespace {
 
 // m=<media> <port> <profile> <payload numbers>
 int32_t ReadMedia(SdpReading &reading, std::string_view value) {
@@ -240,15 +227,11 @@ int32_t ReadBandwidth(SdpReading &reading, std::string_view value) {
 
 constexpr LineReader kMediaLines[] = {{'m', ReadMedia}, {'b', ReadBandwidth}, {'a', ReadAttribute}};
 
-} // namespace
-
 int32_t ReadMediaLine(SdpReading &reading, char letter, std::string_view value) {
     return ReadWith(kMediaLines, reading, letter, value);
 }
 
 // ---- the description ----
-
-namespace {
 
 // A description is lines of a type letter, "=" and a value (RFC 4566, 5). Session lines come first; each
 // "m" line opens a media section, which lasts until the next one.
@@ -262,7 +245,7 @@ SDPField **EndOfList(SDPField *&head) {
 // From here on the lines belong to a new stream. A stream stays linked and counted whatever its section
 // brings: the application may have been given its number.
 int32_t StartStream(SdpReading &reading) {
-    RTSPStreamInfo *const stream = AppendStream(reading.client, reading.stream);
+    RTSPStreamInfo *const stream = AppendStream(reading.to.session, reading.stream);
     if (stream == nullptr) return reading.trace.Fail(RTSP_NO_MEMORY, "\tEXIT : %s :Memory Allocation Failed\n");
     reading.stream = stream;
     reading.listEnd = &stream->sdpFieldList;
@@ -307,11 +290,8 @@ int32_t ReadLine(SdpReading &reading, std::string_view line) {
 
 } // namespace
 
-int32_t ParseReceivedSDP(RTSPClient *client) {
+int32_t ParseReceivedSDP(const char *text, const DescribedSession &to) {
     const CallTrace trace(__func__);
-    if (client == nullptr) return trace.Fail(RTSP_FAILURE, "\tEXIT : %s :Invalid input argument\n");
-
-    const char *const text = client->receivedSDP != nullptr ? client->receivedSDP : "";
     RtpRtspErrorPrint("\t\nENTIRE SDP : %s \n\n", text);
 
     std::string_view rest = text;
@@ -319,7 +299,7 @@ int32_t ParseReceivedSDP(RTSPClient *client) {
     if (!NextLine(rest, line) || line.front() != 'v')
         return trace.Fail(RTSP_FAILURE, "\tEXIT : %s :Invalid SDP received\n");
 
-    SdpReading reading{.client = *client, .trace = trace, .listEnd = EndOfList(client->sdpFieldList)};
+    SdpReading reading{.to = to, .trace = trace, .listEnd = EndOfList(to.lines)};
     int32_t result = RTSP_SUCCESS;
     do result = ReadLine(reading, line);
     while (result == RTSP_SUCCESS && NextLine(rest, line));

@@ -2,23 +2,23 @@
 #pragma once
 
 #include <cstdint>
-#include <string_view>
 
 namespace rtsptap {
 
-struct SDPField {
-    char name[2] = {};        // type letter and terminator
-    char *value = nullptr;    // owned, free(): the line from its third character on
-    SDPField *next = nullptr; // next line of the same list
+struct MediaSession;
+struct SDPField;
+
+// Whom a description describes.
+struct DescribedSession {
+    MediaSession &session; // gets a stream for each media section
+    SDPField *&lines;      // gets the session-level lines, behind those it has
+    const char *host;      // with port and path what a relative control URL belongs to
+    uint16_t port;         // host order
+    const char *path;
 };
-
-// Frees every line of the list and clears the head.
-void ReleaseSdpFields(SDPField *&head);
-
-struct RTSPClient;
 
 // 0 on success, also when a malformed attribute ends the reading early; RTSP_FAILURE, RTSP_BAD_NUMBER,
 // RTSP_MUTEX_FAILED or RTSP_NO_MEMORY otherwise. Streams made so far stay, whatever the result.
-int32_t ParseReceivedSDP(RTSPClient *client);
+int32_t ParseReceivedSDP(const char *text, const DescribedSession &to);
 
 } // namespace rtsptap

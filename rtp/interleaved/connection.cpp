@@ -1,18 +1,17 @@
-
 #include "rtp/interleaved/connection.h"
 
 #include "platform/system.h"
-#include "rtsp/client/client.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <new>
 #include <poll.h>
 
 namespace rtsptap {
+
+// ---- a reply as it came ----
 
 RecvBuffer *CreateRecvBuffer(uint32_t capacity) {
     RecvBufferPtr recvBuffer(new (std::nothrow) RecvBuffer{});
@@ -32,9 +31,11 @@ void ReleaseRecvBuffer(RecvBuffer *recvBuffer) {
     delete recvBuffer;
 }
 
+// ---- bytes read ahead ----
+
 namespace {
 
-void StartAfresh(InterleavedReader &reader, int32_t socket) {
+void StartAfresh(ReadAhead &reader, int32_t socket) {
     reader.socket = socket;
     reader.begin = reader.end = reader.replyTail = reader.freshBytes = reader.staleBytes = 0;
     reader.replySinceMs = 0;
@@ -42,7 +43,7 @@ void StartAfresh(InterleavedReader &reader, int32_t socket) {
 }
 
 // Moves what is left to the front when a whole read no longer fits behind it.
-void MakeRoom(InterleavedReader &reader) {
+void MakeRoom(ReadAhead &reader) {
     if (kReaderBytes - reader.end >= kReadAheadBytes) return;
     memmove(reader.bytes, reader.bytes + reader.begin, Buffered(reader));
     reader.end -= reader.begin;
@@ -51,34 +52,26 @@ void MakeRoom(InterleavedReader &reader) {
 
 } // namespace
 
-InterleavedReader *OpenReader(RTSPClient &client) {
-    if (client.interleaved == nullptr) client.interleaved = new (std::nothrow) InterleavedReader{};
-    InterleavedReader *const reader = client.interleaved;
-    const int32_t socket = client.rtspSocket;
-    if (reader != nullptr && reader->socket != socket) StartAfresh(*reader, socket);
-    return reader;
-}
+std::size_t Buffered(const ReadAhead &reader) { return reader.end - reader.begin; }
 
-void ForgetConnection(RTSPClient &client) {
-    if (client.interleaved != nullptr) StartAfresh(*client.interleaved, -1);
-}
-
-void ReleaseReader(InterleavedReader *reader) { delete reader; }
-
-std::size_t Buffered(const InterleavedReader &reader) { return reader.end - reader.begin; }
-
-std::string_view BufferedText(const InterleavedReader &reader) {
+std::string_view BufferedText(const ReadAhead &reader) {
     return {reinterpret_cast<const char *>(reader.bytes + reader.begin), Buffered(reader)};
 }
 
-void Consume(InterleavedReader &reader, std::size_t count) {
+void Consume(ReadAhead &reader, std::size_t count) {
     reader.begin += count;
     reader.replyTail -= std::min(reader.replyTail, count);
     reader.staleBytes -= std::min(reader.staleBytes, count);
     if (reader.begin == reader.end) reader.begin = reader.end = 0;
 }
 
-Fill FillReader(InterleavedReader &reader, int timeoutMs) {
+int ReplyGraceLeft(const ReadAhead &reader) {
+    if (reader.replySinceMs == 0) return -1;
+    const uint64_t waited = MonotonicMs() - reader.replySinceMs;
+    return waited >= kReplyGraceMs ? 0 : kReplyGraceMs - static_cast<int>(waited);
+}
+
+Fill FillReader(ReadAhead &reader, int timeoutMs) {
     if (timeoutMs > 0) {
         pollfd arrival = {reader.socket, POLLIN, 0};
         const int ready = poll(&arrival, 1, timeoutMs);
@@ -94,6 +87,65 @@ Fill FillReader(InterleavedReader &reader, int timeoutMs) {
     reader.freshBytes = static_cast<std::size_t>(received);
     reader.end += reader.freshBytes;
     return Fill::kBytes;
+}
+
+// ---- the connection ----
+
+ReadAhead *OpenReader(Connection &connection) {
+    if (connection.readAhead == nullptr) connection.readAhead = new (std::nothrow) ReadAhead{};
+    ReadAhead *const reader = connection.readAhead;
+    const int32_t socket = connection.socket;
+    if (reader != nullptr && reader->socket != socket) StartAfresh(*reader, socket);
+    return reader;
+}
+
+void ForgetConnection(Connection &connection) {
+    if (connection.readAhead != nullptr) StartAfresh(*connection.readAhead, -1);
+}
+
+void ReleaseConnection(Connection &connection) {
+    delete connection.readAhead;
+    TakePostedReply(connection);
+}
+
+// ---- replies ----
+
+void BeginAwaiting(Connection &connection) {
+    TakePostedReply(connection);
+    ++connection.exchangeCount; // whoever serves the connection drops text that is older
+    connection.awaitingReply = true;
+}
+
+void EndAwaiting(Connection &connection) {
+    connection.awaitingReply = false;
+    TakePostedReply(connection);
+}
+
+bool PostReply(Connection &connection, std::string_view text) {
+    RecvBufferPtr reply(CreateRecvBuffer(kReplyBytes));
+    if (reply == nullptr) return false;
+    memcpy(reply->data, text.data(), text.size());
+    reply->length = static_cast<int32_t>(text.size());
+    const RecvBufferPtr displaced(connection.recvData.exchange(reply.release()));
+    const ScopedLock lock(connection.replyLock);
+    SignalOnConditionVar(&connection.replyCondition);
+    return true;
+}
+
+RecvBufferPtr TakePostedReply(Connection &connection) {
+    return RecvBufferPtr(connection.recvData.exchange(nullptr));
+}
+
+RecvBufferPtr WaitForPostedReply(Connection &connection) {
+    const uint64_t deadlineMs = MonotonicMs() + kReplyTimeoutMs;
+    const timespec deadline{static_cast<time_t>(deadlineMs / 1000), static_cast<long>(deadlineMs % 1000) * 1000000};
+    const ScopedLock lock(connection.replyLock);
+    for (int waited = 0; waited != ETIMEDOUT;) {
+        if (RecvBufferPtr reply = TakePostedReply(connection); reply != nullptr) return reply;
+        waited =
+            pthread_cond_clockwait(&connection.replyCondition, &connection.replyLock, CLOCK_MONOTONIC, &deadline);
+    }
+    return TakePostedReply(connection);
 }
 
 } // namespace rtsptap

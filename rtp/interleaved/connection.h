@@ -1,8 +1,14 @@
-// An interleaved connection (RFC 2326, 10.12): the bytes read ahead on their way from the socket to frames and
-// replies, and a reply as it came. Whoever has the connection's turn enters it, alone.
+// The RTSP connection as reception sees it: a socket that requests and reports are written to and that replies and,
+// interleaved, frames are read from (RFC 2326, 10.12); the bytes read ahead of it; and the one reply that may be on
+// its way to an exchange. The receive thread reads a connection while it carries media, and readers in their turn;
+// a reply that it finds is posted here and taken by the application's thread that waits for it.
 #pragma once
 
+#include "rtp/receive_turn.h"
+#include "rtsptap.h"
+
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -10,8 +16,19 @@
 
 namespace rtsptap {
 
-inline constexpr uint32_t kReplyBytes = 33792; // the most that one reply may hold
-inline constexpr int kReplyTimeoutMs = 25000;  // how long a reply is waited for
+struct RTSPStreamInfo;
+
+inline constexpr uint32_t kReplyBytes = 33792;        // the most that one reply may hold
+inline constexpr int kReplyTimeoutMs = 25000;         // how long a reply is waited for
+inline constexpr std::size_t kFrameHeaderBytes = 4;   // "$", channel, length
+inline constexpr std::size_t kReadAheadBytes = 65536; // asked of the socket at once
+inline constexpr std::size_t kReaderBytes = kReadAheadBytes + kFrameHeaderBytes + 65535; // and the longest frame
+
+// How long the rest of a reply may take that came in pieces, in ms: longer than a lost segment needs to be
+// sent again, which on Linux is 200 ms at the least.
+inline constexpr int kReplyGraceMs = 1000;
+
+// ---- A reply as it came ----
 
 struct RecvBuffer {
     int32_t length = 0;   // bytes received
@@ -22,7 +39,6 @@ struct RecvBuffer {
 RecvBuffer *CreateRecvBuffer(uint32_t capacity);
 // Gives back the room behind what was received.
 void ShrinkRecvBuffer(RecvBuffer &recvBuffer);
-
 void ReleaseRecvBuffer(RecvBuffer *recvBuffer);
 
 struct RecvBufferDeleter {
@@ -30,12 +46,7 @@ struct RecvBufferDeleter {
 };
 using RecvBufferPtr = std::unique_ptr<RecvBuffer, RecvBufferDeleter>;
 
-struct RTSPClient;
-struct RTSPStreamInfo;
-
-inline constexpr std::size_t kFrameHeaderBytes = 4;   // "$", channel, length (RFC 2326, 10.12)
-inline constexpr std::size_t kReadAheadBytes = 65536; // asked of the socket at once
-inline constexpr std::size_t kReaderBytes = kReadAheadBytes + kFrameHeaderBytes + 65535; // and the longest frame
+// ---- Bytes read ahead ----
 
 // Whose frames a channel carries.
 struct Route {
@@ -43,7 +54,8 @@ struct Route {
     bool isRtcp = false;
 };
 
-struct InterleavedReader {
+// Of whoever has the connection's turn, alone; the next one goes on in the middle of a frame if need be.
+struct ReadAhead {
     int32_t socket = -1;        // the connection that the bytes came from
     std::size_t begin = 0;      // first byte not yet consumed
     std::size_t end = 0;        // behind the last byte received
@@ -52,26 +64,65 @@ struct InterleavedReader {
     std::size_t staleBytes = 0; // from `begin` on, received before the exchange under way began
     uint64_t replySinceMs = 0;  // since when an incomplete reply waits for its rest; 0: none does
     bool outOfStep = false;     // bytes were dropped, and no reply has been found behind them: a header may be none
-    uint32_t exchange = 0;      // the client's exchangeCount as it was last seen
-    uint32_t routesMade = 0;    // the client's channelChanges that `routes` was made after
+    uint32_t exchange = 0;      // the connection's exchangeCount as it was last seen
+    uint32_t routesMade = 0;    // the session's channelChanges that `routes` was made after
     std::array<Route, 256> routes = {};  // by channel
     RTSPStreamInfo *signalDue = nullptr; // streams with data that no reader has been told of, by nextSignalDue
     uint8_t bytes[kReaderBytes] = {};    // touched at once, so that a long session takes no more than a short one
 };
 
-// The client's reader, made at first use; null when memory is short. Starts afresh on another connection.
-InterleavedReader *OpenReader(RTSPClient &client);
-// The connection is closed and no thread serves it: the next one may get the same descriptor.
-void ForgetConnection(RTSPClient &client);
-void ReleaseReader(InterleavedReader *reader);
+std::size_t Buffered(const ReadAhead &reader);
+std::string_view BufferedText(const ReadAhead &reader);
+void Consume(ReadAhead &reader, std::size_t count);
 
-std::size_t Buffered(const InterleavedReader &reader);
-std::string_view BufferedText(const InterleavedReader &reader);
-void Consume(InterleavedReader &reader, std::size_t count);
+// The time in ms until an incomplete reply is handed over as it is; -1 when none waits.
+int ReplyGraceLeft(const ReadAhead &reader);
 
 enum class Fill { kBytes, kNothing, kClosed };
 
 // Waits up to `timeoutMs` (0: not at all) for the socket, then reads once.
-Fill FillReader(InterleavedReader &reader, int timeoutMs);
+Fill FillReader(ReadAhead &reader, int timeoutMs);
+
+// ---- The connection ----
+
+struct Connection {
+    // ---- Written by the application thread, read by the receive threads ----
+    std::atomic<int32_t> socket{-1};
+    std::atomic<bool> awaitingReply{false}; // an exchange waits: a paused connection is read on
+    std::atomic<uint32_t> exchangeCount{0}; // exchanges begun: text that is older answers none of them
+
+    // ---- Whoever serves the connection: a thread, a reader, or an exchange when no thread does ----
+    ReceiveTurn turn;
+    ReadAhead *readAhead = nullptr; // owned
+
+    // ---- Writing ----
+    pthread_mutex_t sendLock = PTHREAD_MUTEX_INITIALIZER; // guards writing to the socket; a leaf
+
+    // ---- A reply on its way: see PostReply ----
+    std::atomic<RecvBuffer *> recvData{nullptr};              // owned; changes owner by exchange()
+    pthread_mutex_t replyLock = PTHREAD_MUTEX_INITIALIZER;    // belongs to replyCondition; a leaf
+    pthread_cond_t replyCondition = PTHREAD_COND_INITIALIZER; // recvData was set
+};
+
+// The connection's bytes read ahead, made at first use; null when memory is short. Starts afresh on another socket.
+ReadAhead *OpenReader(Connection &connection);
+// The connection is closed and no thread serves it: the next one may get the same descriptor.
+void ForgetConnection(Connection &connection);
+void ReleaseConnection(Connection &connection);
+
+// ---- Replies ----
+
+// Before a request goes out: forgets a reply that nobody waited for, and lets a paused connection be read.
+void BeginAwaiting(Connection &connection);
+// The exchange is over.
+void EndAwaiting(Connection &connection);
+
+// Whoever serves the connection: hands a reply over, in the place of one that nobody has taken. False when memory
+// is short.
+bool PostReply(Connection &connection, std::string_view text);
+// The reply that was posted, if one was.
+RecvBufferPtr TakePostedReply(Connection &connection);
+// The same, when one comes within kReplyTimeoutMs. Application thread.
+RecvBufferPtr WaitForPostedReply(Connection &connection);
 
 } // namespace rtsptap

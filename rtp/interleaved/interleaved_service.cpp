@@ -1,27 +1,252 @@
-
 #include "rtp/interleaved/interleaved_service.h"
 
 #include "platform/printers.h"
 #include "platform/system.h"
-#include "rtp/interleaved/connection.h"
 #include "rtp/interleaved/splitter.h"
+#include "rtp/media_session.h"
 #include "rtp/packet_queue.h"
+#include "rtp/rtcp/rtcp_packet.h"
+#include "rtp/rtcp/rtcp_service.h"
 #include "rtp/service_thread.h"
+#include "rtp/serving.h"
 #include "rtp/stream.h"
-#include "rtp/udp_reception.h"
-#include "rtsp/client/client.h"
 
 #include <algorithm>
+#include <cstdio>
+#include <cstring>
 #include <poll.h>
+#include <utility>
 
 namespace rtsptap {
 
+// ---- frames to their streams ----
+
 namespace {
+
+struct Frame {
+    uint8_t channel = 0;
+    std::string_view body;
+    bool followedReply = false; // came whole, and more behind it, in one read with a reply
+};
+
+void MakeRoutes(const MediaSession &session, ReadAhead &reader) {
+    reader.routes.fill({});
+    const auto claim = [&reader](uint32_t channel, Route route) {
+        if (channel < reader.routes.size() && reader.routes[channel].stream == nullptr)
+            reader.routes[channel] = route;
+    };
+    RTSPStreamInfo *stream = session.streamList.load(std::memory_order_acquire);
+    for (; stream != nullptr; stream = stream->next.load(std::memory_order_acquire)) {
+        const uint32_t rtpChannel = stream->interleavedChannel;
+        claim(rtpChannel, {stream, false});
+        claim(rtpChannel + 1, {stream, true});
+    }
+}
+
+// The first stream in description order that has the channel for RTP or, one above, for RTCP. A description may
+// have thousands.
+const Route &FindRoute(const MediaSession &session, ReadAhead &reader, uint8_t channel) {
+    const uint32_t changes = session.channelChanges; // before the look, so that one during it is seen next time
+    if (reader.routesMade != changes) MakeRoutes(session, reader);
+    reader.routesMade = changes;
+    return reader.routes[channel];
+}
+
+bool TakesFrames(const Route &route) {
+    if (route.stream == nullptr || !route.stream->takesFrames) return false;
+    return route.isRtcp || route.stream->receiving;
+}
+
+// Tells why a frame finds no room, or that the ring went back to its start.
+void PrintRing(RingRoom verdict, const ReceiveRing &ring, int64_t writeIndex, uint32_t channel) {
+    const auto reader = static_cast<uint32_t>(ring.readIndex.load(std::memory_order_relaxed));
+    const auto writer = static_cast<uint32_t>(writeIndex);
+    switch (verdict) {
+    case RingRoom::kReady:
+        break;
+    case RingRoom::kWrapped:
+        printf("TCP read buffer reset wr (2) rd:%u  wr:%u stream:%u\n", reader, writer, channel);
+        break;
+    case RingRoom::kFullBehind:
+        printf("TCP read buffer full (1) rd:%u  wr:%u stream:%u\n", reader, writer, channel);
+        break;
+    case RingRoom::kFullAtEnd:
+        printf("Data full reset to 0 location, %u, %u, %u   stream:%u\n", static_cast<uint32_t>(ring.bufferEnd),
+               writer, reader, channel);
+        break;
+    }
+}
+
+bool FindFrameRoom(RTSPStreamInfo &stream, uint32_t channel, std::size_t length) {
+    const auto needed = static_cast<int64_t>(std::max<std::size_t>(length, 1)); // a full ring takes no empty one
+    const int64_t writeIndex = stream.ring.writeIndex;
+    RingPlace place = FindRoom(stream, needed);
+    const bool fits = place.room >= needed;
+    if (!fits && place.verdict != RingRoom::kFullAtEnd) place.verdict = RingRoom::kFullBehind;
+    PrintRing(place.verdict, stream.ring, writeIndex, channel);
+    return fits;
+}
+
+enum class Fit { kFits, kNowhere, kNoMemory };
+
+// Whether the frame whose header is known can be taken. Prints why not.
+Fit FindPlace(const MediaSession &session, const Route &route, const Unit &frame) {
+    if (frame.bodyLength > session.mtuSize) {
+        printf("Error: interleaved frame in RTP stream is too large (%u)\n",
+               static_cast<unsigned>(frame.bodyLength));
+        return Fit::kNowhere;
+    }
+    if (!TakesFrames(route)) return Fit::kNowhere;
+    if (route.isRtcp) return Fit::kFits;
+    if (!OpenRing(*route.stream)) return Fit::kNoMemory;
+    return FindFrameRoom(*route.stream, frame.channel, frame.bodyLength) ? Fit::kFits : Fit::kNowhere;
+}
+
+void AcceptFrame(ReadAhead &reader, RTSPStreamInfo &stream, const Frame &frame) {
+    if (!frame.body.empty())
+        memcpy(stream.ring.storage + stream.ring.writeIndex, frame.body.data(), frame.body.size());
+    const ArrivalRules rules{.reorder = false, .announceDrops = frame.followedReply, .channel = frame.channel};
+    AcceptPacket(stream, static_cast<uint32_t>(frame.body.size()), rules,
+                 frame.followedReply ? FailureText("%s :Invalid packet received ignoring\n")
+                                     : FailureText("%s: Invalid packet received ignoring\n"));
+    if (stream.signalDue) return;
+    stream.signalDue = true;
+    stream.nextSignalDue = std::exchange(reader.signalDue, &stream);
+}
+
+void Deliver(ReadAhead &reader, const Route &route, const Unit &unit) {
+    const std::string_view body = BufferedText(reader).substr(kFrameHeaderBytes, unit.bodyLength);
+    if (route.isRtcp)
+        AnswerInterleavedRtcp(*route.stream, {reinterpret_cast<const uint8_t *>(body.data()), body.size()});
+    else
+        AcceptFrame(reader, *route.stream, {unit.channel, body, unit.length < reader.replyTail});
+}
+
+void SignalDueStreams(ReadAhead &reader) {
+    while (reader.signalDue != nullptr) {
+        RTSPStreamInfo &stream = *std::exchange(reader.signalDue, reader.signalDue->nextSignalDue);
+        stream.signalDue = false;
+        SignalReaders(stream);
+    }
+}
+
+} // namespace
+
+// ---- units ----
+
+namespace {
+
+enum class Dispatch { kHandled, kIncomplete, kNoMemory };
+
+void PrintCorrupted() { puts("Error: corrupted stream ($/RTSP not found)"); }
+
+Dispatch DropHeader(ReadAhead &reader, const UnsplitBytes &bytes, const Unit &unit) {
+    Consume(reader, DropLength(bytes));
+    reader.outOfStep = reader.outOfStep || unit.bodyLength > 0;
+    return Dispatch::kHandled;
+}
+
+// Room is looked for before the body is waited for.
+Dispatch TakeFrame(MediaSession &session, ReadAhead &reader, const UnsplitBytes &bytes, const Unit &unit) {
+    const Route route = FindRoute(session, reader, unit.channel);
+    const Fit fit = FindPlace(session, route, unit);
+    // A frame without a ring does not fail the exchange that awaits its reply: the thread will tell.
+    if (fit == Fit::kNoMemory && bytes.rule != ReplyEnd::kFirstFrame) return Dispatch::kNoMemory;
+    if (fit != Fit::kFits) return DropHeader(reader, bytes, unit);
+    if (unit.body == Unit::Body::kPartial) return Dispatch::kIncomplete;
+    if (unit.body == Unit::Body::kHidesReply)
+        PrintCorrupted();
+    else
+        Deliver(reader, route, unit);
+    Consume(reader, unit.length);
+    return Dispatch::kHandled;
+}
+
+// Kept: text that fills the whole buffer without a '$' is handed over as an empty reply. Where no frames are
+// expected yet it is taken as far as it came, as by a direct read.
+Dispatch TakeReply(Connection &connection, ReadAhead &reader, const UnsplitBytes &bytes, const Unit &unit) {
+    const bool isLost = unit.fillsBuffer && bytes.rule == ReplyEnd::kFirstDollar;
+    reader.replySinceMs = 0;
+    if (!PostReply(connection, bytes.text.substr(0, isLost ? 0 : unit.length))) return Dispatch::kNoMemory;
+    Consume(reader, unit.length);
+    reader.outOfStep = false;
+    reader.replyTail = Buffered(reader);
+    return Dispatch::kHandled;
+}
+
+Dispatch DropStaleText(ReadAhead &reader, const Unit &unit) {
+    Consume(reader, unit.length);
+    reader.replySinceMs = 0;
+    reader.outOfStep = true; // its rest may follow
+    return Dispatch::kHandled;
+}
+
+// The rest of a reply in pieces is waited for, from the first look on.
+Dispatch AwaitMore(ReadAhead &reader, const Unit &unit) {
+    if (unit.replyBegun && reader.replySinceMs == 0) reader.replySinceMs = MonotonicMs();
+    return Dispatch::kIncomplete;
+}
+
+Dispatch TakeUnit(MediaSession &session, ReadAhead &reader, const UnsplitBytes &bytes) {
+    const Unit unit = NextUnit(bytes);
+    switch (unit.kind) {
+    case Unit::Kind::kFrame:
+        return TakeFrame(session, reader, bytes, unit);
+    case Unit::Kind::kReply:
+        return TakeReply(session.connection, reader, bytes, unit);
+    case Unit::Kind::kStaleText:
+        return DropStaleText(reader, unit);
+    case Unit::Kind::kJunk:
+        PrintCorrupted();
+        return DropHeader(reader, bytes, unit);
+    case Unit::Kind::kMoreNeeded:
+        break;
+    }
+    return AwaitMore(reader, unit);
+}
+
+// What was received before the exchange under way began cannot answer it.
+void NoteExchange(const Connection &connection, ReadAhead &reader) {
+    const uint32_t exchange = connection.exchangeCount;
+    if (std::exchange(reader.exchange, exchange) != exchange)
+        reader.staleBytes = Buffered(reader) - reader.freshBytes;
+    reader.freshBytes = 0;
+}
+
+// Handles what lies complete in the reader, up to a first failure of memory, which it tells. Readers are signalled
+// once for all of it. With `isFinal` nothing more comes.
+Dispatch TakeUnits(MediaSession &session, ReadAhead &reader, ReplyEnd rule, bool isFinal) {
+    const Connection &connection = session.connection;
+    Dispatch dispatch = Dispatch::kHandled;
+    NoteExchange(connection, reader);
+    const bool graceIsOver = ReplyGraceLeft(reader) == 0;
+    while (dispatch == Dispatch::kHandled && !(rule == ReplyEnd::kFirstFrame && connection.recvData != nullptr))
+        dispatch = TakeUnit(session, reader,
+                            {.text = BufferedText(reader),
+                             .staleBytes = reader.staleBytes,
+                             .rule = rule,
+                             .awaitsReply = connection.awaitingReply,
+                             .outOfStep = reader.outOfStep,
+                             .isFinal = isFinal,
+                             .replyIsFinal = isFinal || (graceIsOver && reader.replySinceMs != 0)});
+    SignalDueStreams(reader);
+    if (dispatch == Dispatch::kNoMemory)
+        RtpRtspErrorPrint("EXIT : %s : %d Memory Allocation Failed\n", kInterleavedService.threadName, __LINE__);
+    return dispatch;
+}
+
+} // namespace
+
+// ---- the service ----
+
+namespace {
+
+constexpr int kLookMs = 200; // a reply in pieces is given up by the clock
 
 // A description may have thousands of streams: a ring is planned for every one that is to take frames, and made
 // when the first frame comes. A stream described later takes none.
-void PlanRings(const RTSPClient &client) {
-    RTSPStreamInfo *stream = client.streamList.load(std::memory_order_acquire);
+void PlanRings(const MediaSession &session) {
+    RTSPStreamInfo *stream = session.streamList.load(std::memory_order_acquire);
     for (; stream != nullptr; stream = stream->next.load(std::memory_order_acquire)) {
         if (!stream->takesFrames) continue;
         PlanRing(*stream);
@@ -31,59 +256,94 @@ void PlanRings(const RTSPClient &client) {
 }
 
 // A successor goes on where the thread stops: readers then wait on.
-void CloseRings(const RTSPClient &client, bool handOver) {
-    RTSPStreamInfo *stream = client.streamList.load(std::memory_order_acquire);
+void CloseRings(const MediaSession &session, bool handOver) {
+    RTSPStreamInfo *stream = session.streamList.load(std::memory_order_acquire);
     for (; stream != nullptr; stream = stream->next.load(std::memory_order_acquire)) {
         if (!stream->receiving.exchange(false)) continue;
         if (!handOver) EndReaderWaits(*stream);
     }
 }
 
-bool AnyStreamPlays(const RTSPClient &client) {
-    const RTSPStreamInfo *stream = client.streamList.load(std::memory_order_acquire);
+bool IsActive(RTSPStreamInfo &first) {
+    if (first.session->connection.awaitingReply) return true;
+    const RTSPStreamInfo *stream = first.session->streamList.load(std::memory_order_acquire);
     while (stream != nullptr && stream->streamState != kStreamPlaying)
         stream = stream->next.load(std::memory_order_acquire);
     return stream != nullptr;
 }
 
-// In a turn: waits up to `timeoutMs` for more and handles what is there. False, and no more turns, when the
-// connection is closed or memory short.
-bool ServeOnce(RTSPClient &client, int timeoutMs) {
-    InterleavedReader *const reader = OpenReader(client);
-    client.turn.ended = client.turn.ended || reader == nullptr || reader->socket < 0;
-    if (client.turn.ended) return false;
-    const int graceLeft = ReplyGraceLeft(*reader);
-    const Fill fill = FillReader(*reader, graceLeft < 0 ? timeoutMs : std::min(timeoutMs, graceLeft));
-    if (fill == Fill::kClosed) DebugPrint(kDebugEntry, "Stopping Thread \n");
-    const Unit unit = TakeBufferedUnits(client, *reader, ReplyEnd::kFirstDollar, fill == Fill::kClosed);
-    client.turn.ended = fill == Fill::kClosed || unit == Unit::kNoMemory;
-    return !client.turn.ended;
-}
-
-// The thread's turn, when no reader has it, then its wait for more. False ends the thread.
-bool ServeAsThread(RTSPClient &client, const StreamThread &thread) {
-    if (RestForReaders(thread, client.turn)) return true;
-    {
-        const ScopedTurn turn(client.turn, ScopedTurn::kTry);
-        if (!turn.IsMine()) return true;
-        if (!ServeOnce(client, 0)) return false;
-    }
-    WaitForData(thread, client.turn, client.rtspSocket);
+bool Open(StreamThread &thread) {
+    MediaSession &session = *thread.stream->session;
+    const ScopedTurn turn(session.connection.turn, ScopedTurn::kWait);
+    thread.stream->baseSeqNum = -1;
+    PlanRings(session);
+    OpenTurn(session.connection.turn, thread);
     return true;
 }
 
-void OpenService(StreamThread &thread, RTSPClient &client) {
-    const ScopedTurn turn(client.turn, ScopedTurn::kWait);
-    thread.stream->baseSeqNum = -1;
-    PlanRings(client);
-    OpenTurn(client.turn, thread);
+// In a turn: waits up to `timeoutMs` for more and handles what is there. Ends, with all turns, when the connection
+// is closed or memory short.
+Served ServeConnection(MediaSession &session, int timeoutMs) {
+    ReceiveTurn &turn = session.connection.turn;
+    ReadAhead *const reader = OpenReader(session.connection);
+    turn.ended = turn.ended || reader == nullptr || reader->socket < 0;
+    if (turn.ended) return Served::kEnded;
+    const int graceLeft = ReplyGraceLeft(*reader);
+    const Fill fill = FillReader(*reader, graceLeft < 0 ? timeoutMs : std::min(timeoutMs, graceLeft));
+    if (fill == Fill::kClosed) DebugPrint(kDebugEntry, "Stopping Thread \n");
+    const Dispatch dispatch = TakeUnits(session, *reader, ReplyEnd::kFirstDollar, fill == Fill::kClosed);
+    turn.ended = fill == Fill::kClosed || dispatch == Dispatch::kNoMemory;
+    return turn.ended ? Served::kEnded : Served::kNothingLeft;
 }
+
+Served Serve(StreamThread &thread, const Readiness & /*readiness*/) {
+    return ServeConnection(*thread.stream->session, 0);
+}
+
+void AnnounceNothing(RTSPStreamInfo & /*stream*/) {} // who is told is known in the turn only
+
+int Socket(const RTSPStreamInfo &stream) { return stream.session->connection.socket; }
+
+int WaitMs(RTSPStreamInfo & /*stream*/) { return kLookMs; }
+
+ReceiveTurn *Turn(RTSPStreamInfo &stream) { return &stream.session->connection.turn; }
+
+bool AdmitsReaders(const RTSPStreamInfo &stream) { return stream.receiving; }
+
+Served ServeWaiting(RTSPStreamInfo &stream) { return ServeConnection(*stream.session, kTurnSliceMs); }
+
+void Close(StreamThread &thread) {
+    MediaSession &session = *thread.stream->session;
+    const ScopedTurn turn(session.connection.turn, ScopedTurn::kWait);
+    CloseTurn(session.connection.turn);
+    CloseRings(session, thread.yield);
+}
+
+} // namespace
+
+constinit const Service kInterleavedService{
+    .threadName = "RTPDataReceiveThread",
+    .open = Open,
+    .isActive = IsActive,
+    .serve = Serve,
+    .announce = AnnounceNothing,
+    .socket = Socket,
+    .waitMs = WaitMs,
+    .turn = Turn,
+    .admitsReaders = AdmitsReaders,
+    .serveWaiting = ServeWaiting,
+    .close = Close,
+};
+
+// ---- the reply to the first PLAY ----
+
+namespace {
 
 enum class WaitEnd { kReadable, kNothing, kDeadline, kFailed };
 
 // Waits for the reply as every exchange does, or for the rest of one. A signal fails the wait, but not that for a
 // rest.
-WaitEnd WaitForReply(const InterleavedReader &reader, uint64_t deadlineMs) {
+WaitEnd WaitForReply(const ReadAhead &reader, uint64_t deadlineMs) {
     const uint64_t now = MonotonicMs();
     if (now >= deadlineMs) return WaitEnd::kDeadline;
     const int grace = ReplyGraceLeft(reader);
@@ -93,56 +353,18 @@ WaitEnd WaitForReply(const InterleavedReader &reader, uint64_t deadlineMs) {
     return ready > 0 ? WaitEnd::kReadable : WaitEnd::kNothing;
 }
 
-void CloseService(const StreamThread &thread, RTSPClient &client) {
-    const ScopedTurn turn(client.turn, ScopedTurn::kWait);
-    CloseTurn(client.turn);
-    CloseRings(client, thread.yield);
-}
-
 } // namespace
 
-void ServeInterleavedConnection(StreamThread &thread) {
-    const CallTrace trace("RTPDataReceiveThread");
-    RTSPClient &client = *thread.stream->client;
-    OpenService(thread, client);
-    while (!MustEnd(thread)) {
-        if (AnyStreamPlays(client) || client.awaitingReply) {
-            if (!ServeAsThread(client, thread)) break;
-        } else if (client.state == CLIENT_INIT_STATE) {
-            break;
-        } else {
-            MSecDelay(kPausedSleepMs);
-        }
-    }
-    CloseService(thread, client);
-}
-
-TurnEnd ServeAsReader(RTSPStreamInfo &stream, uint64_t deadlineMs) {
-    RTSPClient &client = *stream.client;
-    const ReaderTurn turn(client.turn);
-    if (!turn.IsMine() || !stream.receiving) return TurnEnd::kNotDone;
-    // Looked at again in the turn: the thread may have queued what this reader would now wait for.
-    if (stream.packetListHead.load(std::memory_order_acquire) != nullptr) return TurnEnd::kHandled;
-    if (client.turn.ended) return TurnEnd::kNotDone; // another one has seen it: the thread's end ends the wait
-    const uint32_t before = stream.handled;
-    const StreamThread &thread = *client.turn.thread;
-    while (!client.turn.ended && stream.handled == before && stream.streamState == kStreamPlaying &&
-           !MustEnd(thread) && MonotonicMs() < deadlineMs)
-        ServeOnce(client, kTurnSliceMs);
-    if (stream.handled != before) return TurnEnd::kHandled;
-    return IsOver(client.turn) ? TurnEnd::kOver : TurnEnd::kNotDone;
-}
-
-RecvBufferPtr ReceiveReplyAmongFrames(RTSPClient &client, int32_t &failure) {
+RecvBufferPtr ReceiveReplyAmongFrames(MediaSession &session, int32_t &failure) {
     const CallTrace trace("ClientReadMessage");
     failure = RTSP_NO_RESPONSE;
-    InterleavedReader *const reader = OpenReader(client);
+    ReadAhead *const reader = OpenReader(session.connection);
     if (reader == nullptr) return nullptr;
-    PlanRings(client);
+    PlanRings(session);
     const uint64_t deadline = MonotonicMs() + kReplyTimeoutMs;
     for (bool closed = false;;) {
-        const Unit unit = TakeBufferedUnits(client, *reader, ReplyEnd::kFirstFrame, closed);
-        if (client.recvData != nullptr || unit == Unit::kNoMemory || closed) break;
+        const Dispatch dispatch = TakeUnits(session, *reader, ReplyEnd::kFirstFrame, closed);
+        if (session.connection.recvData != nullptr || dispatch == Dispatch::kNoMemory || closed) break;
         const WaitEnd wait = WaitForReply(*reader, deadline);
         if (wait == WaitEnd::kFailed) {
             trace.Fail(failure, "\tEXIT : %s :Socket select call failed\n");
@@ -154,7 +376,7 @@ RecvBufferPtr ReceiveReplyAmongFrames(RTSPClient &client, int32_t &failure) {
         }
         closed = wait == WaitEnd::kReadable && FillReader(*reader, 0) == Fill::kClosed;
     }
-    return RecvBufferPtr(client.recvData.exchange(nullptr));
+    return TakePostedReply(session.connection);
 }
 
 } // namespace rtsptap

@@ -1,4 +1,6 @@
-// Frames and replies out of the bytes that were read ahead, and their hand-over. Whoever has the connection's turn.
+// What stands next among the bytes of an interleaved connection: a frame, a reply, or what has to be dropped. Pure:
+// the bytes and what is known about them go in, one unit comes out. Who reads the socket, whether a frame finds
+// room and who gets a reply is the service's affair. Any thread.
 #pragma once
 
 #include <cstddef>
@@ -7,33 +9,48 @@
 
 namespace rtsptap {
 
-struct InterleavedReader;
-struct RTSPClient;
-
-// Where a reply ends that stands at the front of `text`.
+// Where a reply ends that stands at the front of the bytes.
 enum class ReplyEnd {
     kFirstDollar, // at the first '$', or with what has been received
     kFirstFrame   // where a frame begins, or, once its blank line and body are there, with what has been received
 };
 
-enum class ReplyStatus { kTaken, kIncomplete, kNoMemory };
+struct UnsplitBytes {
+    std::string_view text;      // not yet consumed
+    std::size_t staleBytes = 0; // the first of them, received before the exchange under way began
+    ReplyEnd rule = ReplyEnd::kFirstDollar;
+    bool awaitsReply = false;  // an exchange waits
+    bool outOfStep = false;    // bytes were dropped before these: a header may be bytes of a body
+    bool isFinal = false;      // the connection is closed: nothing more comes
+    bool replyIsFinal = false; // nothing more is waited for behind a reply that has begun
+};
 
-// Hands the reply at the front of the reader over in the client's recvData. An incomplete one is left where
-// it is until its rest has come, or until kReplyGraceMs later, or when `final` says that nothing more comes. What
-// was received before the exchange began is dropped instead.
-ReplyStatus TakeReply(RTSPClient &client, InterleavedReader &reader, ReplyEnd rule, bool final);
+struct Unit {
+    enum class Kind {
+        kMoreNeeded, // nothing can be said before more bytes come
+        kReply,      // `length` bytes of RTSP text
+        kStaleText,  // `length` bytes of text that answers no exchange under way
+        kFrame,      // begins with a header; see the body's state
+        kJunk        // neither: what DropLength says is dropped
+    };
+    enum class Body {
+        kWhole,
+        kPartial,   // the rest is still to come
+        kHidesReply // out of step, and an awaited reply begins at `length`: the header was none
+    };
+    Kind kind = Kind::kMoreNeeded;
+    std::size_t length = 0;     // of the whole unit, a frame's header included
+    bool replyBegun = false;    // kMoreNeeded: a reply stands at the front, its rest is to come
+    bool fillsBuffer = false;   // kReply: cut where the longest reply ends
+    uint8_t channel = 0;        // kFrame
+    std::size_t bodyLength = 0; // kFrame: as its header says
+    Body body = Body::kWhole;   // kFrame
+};
 
-// How long the rest of a reply may take that came in pieces, in ms: longer than a lost segment needs to be
-// sent again, which on Linux is 200 ms at the least.
-inline constexpr int kReplyGraceMs = 1000;
+Unit NextUnit(const UnsplitBytes &bytes);
 
-// The time in ms until an incomplete reply is handed over as it is; -1 when none waits.
-int ReplyGraceLeft(const InterleavedReader &reader);
-
-enum class Unit { kHandled, kIncomplete, kNoMemory };
-
-// Handles what lies complete in the reader, up to a first failure of memory, which it tells. Readers are signalled
-// once for all of it. With `final` nothing more comes.
-Unit TakeBufferedUnits(RTSPClient &client, InterleavedReader &reader, ReplyEnd rule, bool final);
+// How many bytes to drop of a frame header that leads nowhere: the bytes behind it are looked at four by four until
+// a header lines up again, or one by one where an awaited reply begins.
+std::size_t DropLength(const UnsplitBytes &bytes);
 
 } // namespace rtsptap

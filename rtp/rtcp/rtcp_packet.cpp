@@ -1,14 +1,14 @@
-
 #include "rtp/rtcp/rtcp_packet.h"
 
 #include "platform/printers.h"
 #include "platform/wire.h"
+#include "rtp/media_session.h"
 #include "rtp/stream.h"
-#include "rtsp/client/client.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <unistd.h>
 
@@ -42,13 +42,13 @@ enum RtcpType : uint8_t {
 };
 
 void KeepSenderReport(RTSPStreamInfo &stream, const wire::ReceivedBytes &bytes) {
-    stream.srHeader = bytes.U32(0);
-    stream.srSenderSsrc = bytes.U32(4);
-    stream.srNtpMsw = bytes.U32(8);
-    stream.srNtpLsw = bytes.U32(12);
+    stream.rtcp.senderReport = {.header = bytes.U32(0),
+                                .senderSsrc = bytes.U32(4),
+                                .ntpMsw = bytes.U32(8),
+                                .ntpLsw = bytes.U32(12),
+                                .packetCount = bytes.U32(20),
+                                .octetCount = bytes.U32(24)};
     stream.srRtpTimestamp.store(bytes.U32(16), std::memory_order_relaxed);
-    stream.srPacketCount = bytes.U32(20);
-    stream.srOctetCount = bytes.U32(24);
 }
 
 } // namespace
@@ -83,16 +83,14 @@ int32_t ParseRtcpPacket(RTSPStreamInfo *stream, const uint8_t *packet, int32_t s
 }
 
 void ShowRtcp(const RTSPStreamInfo &stream, bool isSent, const uint8_t *packet, int32_t size) {
-    const RTSPClient *const client = stream.client;
-    if (client == nullptr || client->rtcpCallback == nullptr || size <= 0) return;
+    const MediaSession *const session = stream.session;
+    if (session == nullptr || session->rtcpCallback == nullptr || size <= 0) return;
     int32_t number = 1;
-    for (const RTSPStreamInfo *other = client->streamList; other != nullptr && other != &stream;
+    for (const RTSPStreamInfo *other = session->streamList; other != nullptr && other != &stream;
          other = other->next)
         ++number;
-    client->rtcpCallback(client->rtcpContext, number, isSent ? 1 : 0, packet, static_cast<uint32_t>(size));
+    session->rtcpCallback(session->rtcpContext, number, isSent ? 1 : 0, packet, static_cast<uint32_t>(size));
 }
-
-void ClearSenderReport(RTSPStreamInfo &stream) { KeepSenderReport(stream, wire::ReceivedBytes({})); }
 
 // ---- written ----
 
@@ -127,17 +125,17 @@ constexpr uint16_t kLastQuarter = 49152;
 
 uint32_t ExtendedHighestNumber(RTSPStreamInfo &stream) {
     const uint16_t highest = stream.lastSeqNum.load(std::memory_order_relaxed);
-    if (stream.seqWrapPending == 1 && highest < kFirstQuarterEnd) {
-        stream.seqWrapPending = 0;
-        ++stream.seqCycles;
+    if (stream.rtcp.seqWrapPending == 1 && highest < kFirstQuarterEnd) {
+        stream.rtcp.seqWrapPending = 0;
+        ++stream.rtcp.seqCycles;
     }
-    if (highest < kLastQuarter && highest >= kSecondHalf) stream.seqWrapPending = 1;
+    if (highest < kLastQuarter && highest >= kSecondHalf) stream.rtcp.seqWrapPending = 1;
 
-    uint32_t cycles = stream.seqCycles;
-    if (stream.seqWrapPending == 0 && highest > kLastQuarter) {
+    uint32_t cycles = stream.rtcp.seqCycles;
+    if (stream.rtcp.seqWrapPending == 0 && highest > kLastQuarter) {
         // A number from before the wrap that was counted last; before any wrap, one is expected.
         if (cycles == 0)
-            stream.seqWrapPending = 1;
+            stream.rtcp.seqWrapPending = 1;
         else
             --cycles;
     }
@@ -149,14 +147,15 @@ uint8_t FractionLost(RTSPStreamInfo &stream, uint32_t extendedHighest) {
     const int64_t base = stream.baseSeqNum.load(std::memory_order_relaxed);
     const int64_t expected = std::max<int64_t>(extendedHighest - base, 1);
     const uint32_t lost = stream.cumulativeLost.load(std::memory_order_relaxed);
-    const int64_t lostNow = std::max<int64_t>(static_cast<int32_t>(lost - stream.prevCumulativeLost), 0);
-    stream.prevCumulativeLost = lost;
+    const int64_t lostNow = std::max<int64_t>(static_cast<int32_t>(lost - stream.rtcp.prevCumulativeLost), 0);
+    stream.rtcp.prevCumulativeLost = lost;
     return static_cast<uint8_t>(lostNow * 256 / expected);
 }
 
 void WriteReport(RTSPStreamInfo &stream, uint8_t *at) {
     const uint32_t extendedHighest = ExtendedHighestNumber(stream);
-    const bool sawSenderReport = stream.srNtpMsw != 0 || stream.srNtpLsw != 0;
+    const SenderReport &last = stream.rtcp.senderReport;
+    const bool sawSenderReport = last.ntpMsw != 0 || last.ntpLsw != 0;
     at[0] = kVersionAndOneItem;
     at[1] = kReceiverReport;
     wire::PutU16(at + 2, kReportSize / 4 - 1);
@@ -165,7 +164,7 @@ void WriteReport(RTSPStreamInfo &stream, uint8_t *at) {
     wire::PutU32(at + 12, stream.cumulativeLost.load(std::memory_order_relaxed)); // its top byte gives way
     at[12] = FractionLost(stream, extendedHighest);
     wire::PutU32(at + 16, extendedHighest);
-    wire::PutU32(at + 24, stream.srNtpMsw << 16 | stream.srNtpLsw >> 16);
+    wire::PutU32(at + 24, last.ntpMsw << 16 | last.ntpLsw >> 16);
     wire::PutU32(at + 28, sawSenderReport ? 1 : 0); // Kept: a constant, not a measured delay.
 }
 
@@ -188,6 +187,13 @@ void WriteDescription(const RTSPStreamInfo &stream, uint8_t *at, std::string_vie
 }
 
 } // namespace
+
+uint32_t ChooseSsrc(const RTSPStreamInfo &stream) {
+    // A generator of our own: the host's sequence of rand() is left alone.
+    auto seed = static_cast<unsigned>(GetTimeValue() + reinterpret_cast<uintptr_t>(&stream));
+    const auto high = static_cast<uint32_t>(rand_r(&seed)) << 16;
+    return high ^ static_cast<uint32_t>(rand_r(&seed));
+}
 
 int32_t CreateRRPacket(RTSPStreamInfo *stream, uint8_t *buffer, int32_t bufferSize) {
     std::array<char, kHostNameArea + 1> hostName = {}; // ends in a zero even when the name fills the area

@@ -1,4 +1,3 @@
-
 #include "rtsp/client/client.h"
 
 #include "platform/handle_table.h"
@@ -105,14 +104,6 @@ void IgnoreBrokenPipesOnce() {
     pthread_once(&once, HandleSignal);
 }
 
-void ReleaseStreams(RTSPStreamInfo *stream) {
-    while (stream != nullptr) {
-        RTSPStreamInfo *const next = stream->next;
-        ReleaseStream(stream);
-        stream = next;
-    }
-}
-
 void CloseSupersededSockets(RTSPClient &client) {
     for (std::size_t i = 0; i < client.supersededCount; ++i) CloseSock(client.supersededSockets[i]);
     free(client.supersededSockets);
@@ -122,15 +113,12 @@ void CloseSupersededSockets(RTSPClient &client) {
 void ReleaseClient(RTSPClient *client) {
     freeRequestMsg(client->requestMsg);
     ReleaseResponse(*client);
-    ReleaseRecvBuffer(client->recvData.exchange(nullptr));
     ReleaseRecvBuffer(client->lastReply);
-    ReleaseReader(client->interleaved);
     free(client->receivedSDP);
     ReleaseSdpFields(client->sdpFieldList);
-    ReleaseStreams(client->streamList);
-    ReleaseStreams(client->retiredStreams);
+    ReleaseSession(client->media);
     CloseSupersededSockets(*client);
-    explicit_bzero(client->password, sizeof client->password);
+    explicit_bzero(client->authentication.password, sizeof client->authentication.password);
     delete client;
 }
 
@@ -165,7 +153,7 @@ int32_t RTSPClientDestroy(intptr_t clientHandle) {
     auto *const client = reinterpret_cast<RTSPClient *>(clientHandle);
     // Unlinked first: from here on no other call finds the client.
     if (!UnlinkClient(client)) return trace.Fail(RTSP_NO_SUCH_CLIENT, "EXIT : %s :No such client found\n");
-    CloseConnectionAndStreams(*client);
+    CloseConnectionAndStreams(client->media);
     DebugPrint(kDebugEntry, "\tFreeing Client Memory \n");
     ReleaseClient(client);
     RtpRtspInfoPrint("\tClient Destroyed Successfully .... \n");
@@ -180,6 +168,25 @@ int32_t RTSPClientSetMTUSize(intptr_t clientHandle, uint32_t mtuSize) {
     }
     RTSPClient *const client = LiveClient(clientHandle);
     if (client == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid client handle\n");
-    client->mtuSize = mtuSize;
+    client->media.mtuSize = mtuSize;
+    return RTSP_SUCCESS;
+}
+
+int32_t RTSPTapSetRtcpCallback(intptr_t clientHandle, RTSPTapRtcpCallback callback, void *context) {
+    const CallTrace trace(__func__);
+    RTSPClient *const client = LiveClient(clientHandle);
+    if (client == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid Client Handle\n");
+    const bool used = client->connected != 0 || client->cSeq != 0 || client->media.streamList != nullptr;
+    if (used) return trace.Fail(RTSP_FAILURE, "EXIT : %s :Client has connected before\n");
+    client->media.rtcpCallback = callback;
+    client->media.rtcpContext = context;
+    return RTSP_SUCCESS;
+}
+
+int32_t RTSPTapForgetChallenge(intptr_t clientHandle) {
+    const CallTrace trace(__func__);
+    RTSPClient *const client = LiveClient(clientHandle);
+    if (client == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid client handle\n");
+    client->authentication.required = 0;
     return RTSP_SUCCESS;
 }

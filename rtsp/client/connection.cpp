@@ -1,4 +1,5 @@
 // Opening the control connection. Application thread.
+#include "platform/address.h"
 #include "platform/printers.h"
 #include "platform/system.h"
 #include "platform/text.h"
@@ -7,7 +8,6 @@
 #include "rtsp/client/client.h"
 #include "rtsptap_extended.h"
 
-#include <arpa/inet.h>
 #include <cstdlib>
 #include <cstring>
 #include <netinet/in.h>
@@ -40,13 +40,11 @@ void SendAtOnce(int socket) {
     setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
 }
 
-int32_t OpenConnection(const CallTrace &trace, RTSPClient &client, const sockaddr_in &address,
-                       int32_t &descriptor) {
-    UniqueSocket connection(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP));
+int32_t OpenConnection(const CallTrace &trace, RTSPClient &client, const Address &address, int32_t &descriptor) {
+    UniqueSocket connection(OpenStreamSocket());
     if (!connection.IsOpen())
         return trace.Fail(RTSP_SOCKET_FAILED, "EXIT : %s :RTSP Client socket creation failed\n");
-    if (!ReserveSuperseded(client) ||
-        connect(connection.Get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
+    if (!ReserveSuperseded(client) || !ConnectTo(connection.Get(), address))
         return trace.Fail(RTSP_CONNECT_FAILED, "EXIT : %s :Connection Error \n");
     descriptor = connection.Release();
     return RTSP_SUCCESS;
@@ -55,12 +53,12 @@ int32_t OpenConnection(const CallTrace &trace, RTSPClient &client, const sockadd
 // A thread that serves the old connection goes on with the new one.
 void AdoptSocket(RTSPClient &client, int32_t socket) {
     SendAtOnce(socket);
-    const int32_t earlier = client.rtspSocket.exchange(socket);
+    const int32_t earlier = client.media.connection.socket.exchange(socket);
     if (earlier >= 0) {
         client.supersededSockets[client.supersededCount++] = earlier;
-        FreeIdleRings(client);
+        FreeIdleRings(client.media);
     }
-    const RTSPStreamInfo *const first = client.streamList;
+    const RTSPStreamInfo *const first = client.media.streamList;
     if (first != nullptr && first->rtpThread != nullptr) WakeStreamThread(*first->rtpThread);
 }
 
@@ -78,25 +76,22 @@ int32_t RTSPClientConnect(intptr_t clientHandle, const char *serverIp, uint16_t 
         return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s: Invalid input argument\n");
     RTSPClient *const client = LiveClient(clientHandle);
     if (client == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid client handle\n");
-    if (client->audioBufferSize < 1 || client->videoBufferSize < 1)
+    if (client->media.audioBufferSize < 1 || client->media.videoBufferSize < 1)
         return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s : Please set Audio and Video buffer sizes\n");
 
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = inet_addr(serverIp); // a text that is no address becomes one that refuses
-    address.sin_port = htons(serverPort);
+    const Address address = ReadAddress(serverIp, serverPort);
     int32_t connection = -1;
     if (const int32_t result = OpenConnection(trace, *client, address, connection); result != RTSP_SUCCESS)
         return result;
 
     CopyText(client->sessionName, sessionName);
     CopyText(client->serverIp, serverIp);
-    client->serverAddress = address.sin_addr.s_addr;
+    client->media.server.Set(address);
     client->serverPort = serverPort;
-    client->dataProto = dataProto;
-    client->mtuSize = kDefaultMtuSize;
+    client->media.dataProto = dataProto;
+    client->media.mtuSize = kDefaultMtuSize;
     client->mtuCallBack = mtuCallBack;
-    client->packetCounter = 1;
+    client->media.packetCounter = 1;
     AdoptSocket(*client, connection);
     client->connected = 1;
     return RTSP_SUCCESS;
@@ -110,8 +105,8 @@ int32_t RTSPTapSetDataProto(intptr_t clientHandle, uint32_t dataProto) {
     if (client == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid client handle\n");
     if (client->connected != 1)
         return trace.Fail(RTSP_NOT_CONNECTED, "EXIT : %s :Client is created but is not connected to server\n");
-    if (client->state >= CLIENT_READY_STATE)
+    if (client->media.state >= CLIENT_READY_STATE)
         return trace.Fail(RTSP_INVALID_STATE, "EXIT : %s :A stream is set up already\n");
-    client->dataProto = dataProto;
+    client->media.dataProto = dataProto;
     return RTSP_SUCCESS;
 }

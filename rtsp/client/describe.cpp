@@ -1,4 +1,5 @@
 // DESCRIBE: fetches the description, in one piece or two, and hands it to the parser. Application thread.
+#include "platform/text.h"
 #include "rtp/stream.h"
 #include "rtsp/client/client.h"
 #include "rtsp/client/exchange.h"
@@ -9,6 +10,14 @@
 #include <cstring>
 
 namespace rtsptap {
+
+// What the steps of one DESCRIBE share.
+struct DescribeParts {
+    HeapText part;                // the description as far as the first reply carried it
+    int32_t partLength = 0;       // bytes
+    int32_t firstReplyLength = 0; // bytes of the first reply in responseBuff
+};
+
 namespace {
 
 std::string_view BytesOf(const RecvBufferPtr &reply) {
@@ -22,10 +31,10 @@ int32_t TakeSdpPart(Exchange &exchange) {
     const std::size_t start = text.find("v=0");
     if (start == text.npos) return RTSP_SUCCESS;
     DebugPrint(kDebugEntry, "\tSDP received in the response string\n");
-    exchange.sdpPart = DuplicateText(text.substr(start));
-    if (exchange.sdpPart == nullptr)
+    exchange.describe->part = DuplicateText(text.substr(start));
+    if (exchange.describe->part == nullptr)
         return exchange.trace.Fail(RTSP_NO_MEMORY, "EXIT : %s : Memory allocation failed for SDP data \n");
-    exchange.sdpPartLength = static_cast<int32_t>(text.size() - start);
+    exchange.describe->partLength = static_cast<int32_t>(text.size() - start);
     return RTSP_SUCCESS;
 }
 
@@ -36,7 +45,7 @@ int32_t CopyFirstReply(Exchange &exchange) {
     const int32_t capacity = *size;
     const int32_t result = CopyReply(exchange);
     if (result != RTSP_SUCCESS) return result;
-    exchange.firstReplyLength = *size;
+    exchange.describe->firstReplyLength = *size;
     *size = capacity;
     return RTSP_SUCCESS;
 }
@@ -45,8 +54,7 @@ int32_t CopyFirstReply(Exchange &exchange) {
 int32_t EnterDescribed(Exchange &exchange) {
     DebugPrint(kDebugEntry, "\tSetting State of client to 'CLIENT_DESCRIBE_SENT_STATE' \n");
     KeepReply(*exchange.client, std::move(exchange.reply));
-    exchange.client->state = CLIENT_DESCRIBE_SENT_STATE;
-    return RTSP_SUCCESS;
+    return EnterState(exchange);
 }
 
 // The rest of the body is one more message, however long it is.
@@ -59,16 +67,16 @@ int32_t ReceiveSecondPart(Exchange &exchange) {
                                        "EXIT : %s :Problem in converting Ascii to Integer value of "
                                        "Content-Length invalid Content Length value\n");
     }
-    return contentLength > exchange.sdpPartLength ? ReceiveReply(exchange) : RTSP_SUCCESS;
+    return contentLength > exchange.describe->partLength ? ReceiveReply(exchange) : RTSP_SUCCESS;
 }
 
 int32_t StoreDescription(Exchange &exchange) {
     const std::string_view second = BytesOf(exchange.reply);
-    const auto first = static_cast<std::size_t>(exchange.sdpPartLength);
+    const auto first = static_cast<std::size_t>(exchange.describe->partLength);
     auto *const text = static_cast<char *>(calloc(first + second.size() + 1, 1));
     if (text == nullptr)
         return exchange.trace.Fail(RTSP_NO_MEMORY, "EXIT : %s : Memory allocation failed for SDP data \n");
-    if (first > 0) memcpy(text, exchange.sdpPart.get(), first);
+    if (first > 0) memcpy(text, exchange.describe->part.get(), first);
     if (!second.empty()) memcpy(text + first, second.data(), second.size());
     free(exchange.client->receivedSDP);
     exchange.client->receivedSDP = text;
@@ -78,8 +86,8 @@ int32_t StoreDescription(Exchange &exchange) {
 // A description in force stays and the next one is appended. One that ended with its session, or never had a
 // stream, makes room: its lines answer no more queries.
 void LeaveEndedDescription(RTSPClient &client) {
-    if (client.streamCount != 0) return;
-    RetireEndedStreams(client);
+    if (client.media.streamCount != 0) return;
+    RetireEndedStreams(client.media);
     ReleaseSdpFields(client.sdpFieldList);
 }
 
@@ -87,7 +95,10 @@ int32_t ParseDescription(Exchange &exchange) {
     DebugPrint(kDebugEntry, "\tParsing Received SDP by calling 'ParseReceivedSDP' function\n");
     LeaveEndedDescription(*exchange.client);
     // Kept: other failures of the parser are no failure here.
-    if (ParseReceivedSDP(exchange.client) == RTSP_FAILURE)
+    RTSPClient &client = *exchange.client;
+    const DescribedSession described{client.media, client.sdpFieldList, client.serverIp, client.serverPort,
+                                     client.sessionName};
+    if (ParseReceivedSDP(client.receivedSDP, described) == RTSP_FAILURE)
         return exchange.trace.Fail(RTSP_BAD_RESPONSE, "EXIT : %s : Problem occured while parsing SDP data \n");
     RtpRtspInfoPrint("SDP received from server and parsed successfully .... \n");
     return RTSP_SUCCESS;
@@ -98,7 +109,7 @@ int32_t DeliverSecondPart(Exchange &exchange) {
     const ExchangeArguments &to = exchange.arguments;
     if (to.responseSize == nullptr) return RTSP_SUCCESS;
     const std::string_view second = BytesOf(exchange.reply);
-    const int32_t first = exchange.firstReplyLength;
+    const int32_t first = exchange.describe->firstReplyLength;
     const int32_t sum = first + static_cast<int32_t>(second.size());
     const bool fits = sum <= *to.responseSize;
     *to.responseSize = sum;
@@ -144,9 +155,11 @@ using namespace rtsptap;
 
 int32_t RTSPClientSendDescribeRequest(intptr_t clientHandle, intptr_t describeHeaderList, char *responseBuff,
                                       int32_t *responseSize) {
+    DescribeParts parts;
     Exchange exchange(kDescribe, {.clientHandle = clientHandle,
                                   .headerList = describeHeaderList,
                                   .responseBuff = responseBuff,
                                   .responseSize = responseSize});
+    exchange.describe = &parts;
     return RunExchange(exchange);
 }

@@ -1,16 +1,19 @@
-
 #include "rtsp/client/exchange.h"
 
+#include "platform/system.h"
+#include "rtp/interleaved/interleaved_service.h"
 #include "rtp/session_threads.h"
+#include "rtp/stream.h"
 #include "rtsp/client/client.h"
-#include "rtsp/client/reply_source.h"
 #include "rtsp/message/authentication.h"
 #include "rtsp/message/header_rules.h"
 #include "rtsp/message/methods.h"
-#include "rtsp/message/request.h"
 #include "rtsp/message/response.h"
 
+#include <algorithm>
 #include <cstring>
+#include <limits>
+#include <poll.h>
 #include <utility>
 
 namespace rtsptap {
@@ -32,13 +35,6 @@ void LogArguments(const Exchange &exchange) {
     DebugPrint(kDebugEntry, "\tInput: responseSize          : %d\n", PrintableHandle(arguments.responseSize));
 }
 
-void CloseUndoneSockets(const Exchange &exchange) {
-    if (exchange.undo == Undo::kNothing) return;
-    CloseRtpSocket(*exchange.stream);
-    if (exchange.undo == Undo::kBothSockets && exchange.client->dataProto == DATA_PROTO_UDP)
-        CloseRtcpSocket(*exchange.stream);
-}
-
 } // namespace
 
 Exchange::~Exchange() {
@@ -46,7 +42,7 @@ Exchange::~Exchange() {
     freeRequestMsg(client->requestMsg);
     client->requestMsg = nullptr;
     ReleaseResponse(*client);
-    EndAwaiting(*client);
+    EndAwaiting(client->media.connection);
     KeepReply(*client, std::move(reply));
 }
 
@@ -55,7 +51,7 @@ int32_t RunExchange(Exchange &exchange) {
     LogArguments(exchange);
     int32_t result = RunSteps(exchange.method.checks, exchange);
     if (result == RTSP_SUCCESS) result = RunSteps(exchange.method.steps, exchange);
-    if (result != RTSP_SUCCESS) CloseUndoneSockets(exchange);
+    if (result != RTSP_SUCCESS && exchange.method.undo != nullptr) exchange.method.undo(exchange);
     return result;
 }
 
@@ -69,23 +65,104 @@ void ReleaseResponse(RTSPClient &client) {
     const ResponseMsgPtr released(std::exchange(client.responseMsg, nullptr));
 }
 
+Requester RequesterOf(RTSPClient &client, int32_t index) {
+    const RTSPStreamInfo *const stream = FindStreamByNumber(client.media, index + 1);
+    return {.serverIp = client.serverIp,
+            .serverPort = client.serverPort,
+            .sessionName = client.sessionName,
+            .controlUrl = stream != nullptr ? stream->controlUrl : nullptr,
+            .streamCount = client.media.streamCount,
+            .sessionId = client.sessionId,
+            .authentication = client.authentication,
+            .cSeq = client.cSeq};
+}
+
 int32_t GenerateRequest(Exchange &exchange) {
-    const RTSPMethod method = exchange.method.method;
-    const int32_t streamIndex = AddressesStream(method) ? exchange.arguments.streamNumber - 1 : 0;
-    exchange.client->requestMsg =
-        GenerateRequestMessage(exchange.client, method, exchange.arguments.headerList, streamIndex);
-    if (exchange.client->requestMsg != nullptr) return RTSP_SUCCESS;
+    RTSPClient &client = *exchange.client;
+    const uint32_t number = exchange.method.method;
+    const int32_t index = FindMethod(number)->addressesStream ? exchange.arguments.streamNumber - 1 : 0;
+    client.requestMsg =
+        GenerateRequestMessage(RequesterOf(client, index), number, exchange.arguments.headerList, index);
+    if (client.requestMsg != nullptr) return RTSP_SUCCESS;
     return exchange.trace.Fail(RTSP_REQUEST_NOT_BUILT, exchange.method.notGenerated);
 }
 
 int32_t SendRequest(Exchange &exchange) {
     ReleaseRecvBuffer(std::exchange(exchange.client->lastReply, nullptr));
-    BeginAwaiting(*exchange.client);
+    BeginAwaiting(exchange.client->media.connection);
     // Kept: a refused send (RTSP_SEND_FAILED) is no failure here; the wait for the reply then fails.
-    if (SendRequestMessage(exchange.client) == RTSP_FAILURE)
+    if (SendRequestMessage(exchange.client->media.connection, exchange.client->requestMsg) == RTSP_FAILURE)
         return exchange.trace.Fail(RTSP_SEND_FAILED, "EXIT : %s :Problem in Sending request to Server \n");
     return RTSP_SUCCESS;
 }
+
+// ---- where a reply comes from: the socket, or whoever serves an interleaved connection ----
+
+namespace {
+
+// Above 0 when the socket can be read, 0 after the time-out, negative when waiting failed. A missing socket
+// is a failure at once: poll would sit out the time-out on it.
+int WaitReadable(int fd) {
+    if (fd < 0) return RTSP_FAILURE;
+    pollfd waiting{.fd = fd, .events = POLLIN, .revents = 0};
+    const int ready = poll(&waiting, 1, kReplyTimeoutMs);
+    return (waiting.revents & POLLNVAL) != 0 ? RTSP_FAILURE : ready;
+}
+
+} // namespace
+
+RecvBuffer *ClientReadMessage(RTSPClient *rtspClient, uint32_t readSize, int32_t *errCode) {
+    constexpr RecvBuffer *kNone = nullptr;
+    constexpr uint32_t kLongestRead = std::numeric_limits<int32_t>::max();
+    const CallTrace trace(__func__);
+    if (rtspClient == nullptr || errCode == nullptr)
+        return trace.Fail(kNone, "\tEXIT : %s :Invalid input argument\n");
+    const uint32_t room = std::min(readSize, kLongestRead);
+    RecvBufferPtr message(CreateRecvBuffer(room));
+    if (!message) return trace.Fail(kNone, "\tEXIT : %s :Memory Allocation Failed\n");
+
+    const int ready = WaitReadable(rtspClient->media.connection.socket);
+    if (ready < 0) return trace.Fail(kNone, "\tEXIT : %s :Socket select call failed\n");
+    if (ready == 0) {
+        *errCode = RTSP_RESPONSE_TIMEOUT;
+        return trace.Fail(kNone, "\tEXIT : %s :No data received and timeout the session\n");
+    }
+    // One receive is one message, wherever the segments of the connection end.
+    message->length = TCPSockRecv(rtspClient->media.connection.socket, message->data, static_cast<int>(room));
+    if (message->length <= 0) return nullptr;
+    DebugPrint(kDebugEntry, "\tData Received: \n%s\n", message->data);
+    return message.release();
+}
+
+namespace {
+
+// While playing or paused over TCP replies come from the thread, and also in any other state while one
+// still reads the connection: a connection never has two readers.
+bool ThreadHandsOver(const MediaSession &media) {
+    const uint32_t state = media.state;
+    const bool underWay = state == CLIENT_PLAYING_STATE || state == CLIENT_PAUSE_STATE;
+    return (media.dataProto == DATA_PROTO_TCP && underWay) || ConnectionIsServed(media);
+}
+
+// The next reply, or null with RTSP_RESPONSE_TIMEOUT or RTSP_NO_RESPONSE in `failure`.
+RecvBufferPtr ObtainReply(RTSPClient &client, RTSPMethod method, int32_t &failure) {
+    if (ThreadHandsOver(client.media)) {
+        failure = RTSP_RESPONSE_TIMEOUT;
+        return WaitForPostedReply(client.media.connection);
+    }
+    // The reply to the first PLAY may have media before and behind it, which must not be swallowed.
+    if (client.media.dataProto == DATA_PROTO_TCP && method == RTSP_PLAY) {
+        ChooseStreamsForFrames(client.media);
+        return ReceiveReplyAmongFrames(client.media, failure);
+    }
+    int32_t readError = 0;
+    RecvBufferPtr reply(ClientReadMessage(&client, kReplyBytes, &readError));
+    failure = readError == RTSP_RESPONSE_TIMEOUT ? RTSP_RESPONSE_TIMEOUT : RTSP_NO_RESPONSE;
+    if (reply != nullptr && (reply->data == nullptr || reply->length < 1)) return nullptr;
+    return reply;
+}
+
+} // namespace
 
 int32_t ReceiveReply(Exchange &exchange) {
     int32_t failure = RTSP_NO_RESPONSE;
@@ -99,6 +176,11 @@ int32_t ParseReply(Exchange &exchange) {
     if (exchange.client->responseMsg != nullptr) return RTSP_SUCCESS;
     return exchange.trace.Fail(RTSP_BAD_RESPONSE,
                                "EXIT : %s :Problem in parsing Response Message received from server \n");
+}
+
+int32_t EnterState(Exchange &exchange) {
+    exchange.client->media.state = FindMethod(exchange.method.method)->reached;
+    return RTSP_SUCCESS;
 }
 
 int32_t CopyReply(Exchange &exchange) {
@@ -148,13 +230,13 @@ int32_t CheckConnected(Exchange &exchange) {
 }
 
 int32_t CheckStreamNumber(Exchange &exchange) {
-    if (exchange.arguments.streamNumber <= exchange.client->streamCount) return RTSP_SUCCESS;
+    if (exchange.arguments.streamNumber <= exchange.client->media.streamCount) return RTSP_SUCCESS;
     return exchange.trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid Stream Number\n");
 }
 
 int32_t CheckState(Exchange &exchange) {
     DebugPrint(kDebugEntry, "\tChecking whether client is in Valid state or not \n");
-    if ((exchange.method.allowedStates >> exchange.client->state & 1U) != 0) return RTSP_SUCCESS;
+    if ((exchange.method.allowedStates >> exchange.client->media.state & 1U) != 0) return RTSP_SUCCESS;
     return exchange.trace.Fail(RTSP_INVALID_STATE, exchange.method.badState);
 }
 
@@ -181,7 +263,7 @@ int32_t ClassifyStatus(Exchange &exchange) {
     if (status >= 500)
         return exchange.trace.Fail(RTSP_SERVER_ERROR, "EXIT : %s :Server Error Received from Server\n");
     if (status == 401 && exchange.method.answersChallenge) {
-        StoreChallenge(*exchange.client, *exchange.client->responseMsg);
+        StoreChallenge(exchange.client->authentication, *exchange.client->responseMsg);
         return RTSP_UNAUTHORIZED;
     }
     if (status >= 400)

@@ -3,8 +3,8 @@
 #pragma once
 
 #include "platform/printers.h"
-#include "platform/text.h"
 #include "rtp/interleaved/connection.h"
+#include "rtsp/message/request.h"
 #include "rtsptap.h"
 
 #include <cstdint>
@@ -14,9 +14,10 @@
 
 namespace rtsptap {
 
+struct DescribeParts; // describe.cpp
 struct Exchange;
 struct RTSPClient;
-struct RTSPStreamInfo;
+struct SetupParts; // stream_sockets.h
 
 using Step = int32_t (*)(Exchange &); // 0: go on; anything else: the call's result
 
@@ -38,6 +39,7 @@ struct MethodDescriptor {
     FailureText badState;
     FailureText badHeaderList;
     FailureText notGenerated;
+    void (*undo)(Exchange &) = nullptr; // after a failure
 };
 
 struct ExchangeArguments {
@@ -47,9 +49,6 @@ struct ExchangeArguments {
     char *responseBuff = nullptr;
     int32_t *responseSize = nullptr; // capacity of responseBuff, then the reply's length; may be null
 };
-
-// Which sockets of the stream a failure closes (SETUP).
-enum class Undo { kNothing, kRtpSocket, kBothSockets };
 
 struct Exchange {
     Exchange(const MethodDescriptor &descriptor, const ExchangeArguments &args)
@@ -62,46 +61,18 @@ struct Exchange {
     const ExchangeArguments arguments;
     const CallTrace trace;
 
-    RTSPClient *client = nullptr;     // live, once CheckHandle has passed
-    RTSPStreamInfo *stream = nullptr; // SETUP: the stream set up
-    RecvBufferPtr reply;              // the raw reply last received
-    Undo undo = Undo::kNothing;
+    RTSPClient *client = nullptr; // live, once CheckHandle has passed
+    RecvBufferPtr reply;          // the raw reply last received
 
-    uint16_t userClientPort = 0;   // SETUP: from the user's Transport header; 0 when not given
-    bool hasUserTransport = false; // SETUP
-
-    HeapText sdpPart;             // DESCRIBE: the description as far as the first reply carried it
-    int32_t sdpPartLength = 0;    // DESCRIBE
-    int32_t firstReplyLength = 0; // DESCRIBE: bytes of the first reply in responseBuff
+    // What only one method's steps share, on its function's stack.
+    SetupParts *setup = nullptr;
+    DescribeParts *describe = nullptr;
 };
 
 // Runs the checks and steps of the exchange's row; the result is that of the exported function.
 int32_t RunExchange(Exchange &exchange);
 
-// ---- steps that every method shares ----
-int32_t GenerateRequest(Exchange &exchange);
-int32_t SendRequest(Exchange &exchange);
-int32_t ReceiveReply(Exchange &exchange);
-int32_t ParseReply(Exchange &exchange);
-int32_t CopyReply(Exchange &exchange);
-
-// Makes a reply the client's last one, unless this exchange has one already.
-void KeepReply(RTSPClient &client, RecvBufferPtr reply);
-
-// Releases the client's parsed response with its reason phrase, if there is one.
-void ReleaseResponse(RTSPClient &client);
-
-// True while the parsed reply's status is 200.
-bool IsOk(const Exchange &exchange);
-
-// A step for status 200 only; any other status that got this far is a success without consequences.
-template <Step step> int32_t OnOk(Exchange &exchange) { return IsOk(exchange) ? step(exchange) : RTSP_SUCCESS; }
-
-// From here on a failure closes these sockets of the stream.
-template <Undo undo> int32_t OnFailureClose(Exchange &exchange) {
-    exchange.undo = undo;
-    return RTSP_SUCCESS;
-}
+// ---- checks: each looks at one thing, the row says in which order ----
 
 int32_t CheckHandle(Exchange &exchange);           // not null, and live
 int32_t CheckHandleAndSession(Exchange &exchange); // the same, and a stream number of 0 or more
@@ -111,11 +82,40 @@ int32_t CheckStreamNumber(Exchange &exchange); // not above the client's stream 
 int32_t CheckState(Exchange &exchange);
 int32_t CheckHeaderList(Exchange &exchange);
 
+// ---- steps that every method shares ----
+
+int32_t GenerateRequest(Exchange &exchange);
+int32_t SendRequest(Exchange &exchange);
+int32_t ReceiveReply(Exchange &exchange);
+int32_t ParseReply(Exchange &exchange);
 // The session must be ours. Comes before the status: a strange session wins over an error status.
 int32_t CompareSession(Exchange &exchange);
-
 // 200 and other codes below 300 go on; 3xx, 4xx, 401 and 5xx end the exchange.
 int32_t ClassifyStatus(Exchange &exchange);
+// The client enters the state that its method's success leads to. Nobody else writes it.
+int32_t EnterState(Exchange &exchange);
+int32_t CopyReply(Exchange &exchange);
+
+// True while the parsed reply's status is 200.
+bool IsOk(const Exchange &exchange);
+
+// A step for status 200 only; any other status that got this far is a success without consequences.
+template <Step step> int32_t OnOk(Exchange &exchange) { return IsOk(exchange) ? step(exchange) : RTSP_SUCCESS; }
+
+// ---- parts of steps ----
+
+// What the client says of itself in a request about stream number index + 1.
+Requester RequesterOf(RTSPClient &client, int32_t index);
+
+// What one receive delivered, at most readSize bytes; null on failure, with RTSP_RESPONSE_TIMEOUT in errCode
+// after a time-out and errCode untouched otherwise. The caller owns the buffer.
+RecvBuffer *ClientReadMessage(RTSPClient *rtspClient, uint32_t readSize, int32_t *errCode);
+
+// Makes a reply the client's last one, unless this exchange has one already.
+void KeepReply(RTSPClient &client, RecvBufferPtr reply);
+
+// Releases the client's parsed response with its reason phrase, if there is one.
+void ReleaseResponse(RTSPClient &client);
 
 // The identifier in a Session value: its first token before a ';', or all of it when there is none.
 std::string_view SessionToken(std::string_view headerValue);

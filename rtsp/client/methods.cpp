@@ -5,19 +5,13 @@
 #include "rtsp/client/exchange.h"
 
 namespace rtsptap {
-
 namespace {
 
-// Kept: OPTIONS leads to this state from any other, also while playing.
-int32_t EnterOptionsSent(Exchange &exchange) {
-    DebugPrint(kDebugEntry, "\tSetting State of client to 'CLIENT_OPTIONS_SENT_STATE' \n");
-    exchange.client->state = CLIENT_OPTIONS_SENT_STATE;
-    return RTSP_SUCCESS;
-}
+// ---- OPTIONS: leads to its state from any other. Kept: also while playing ----
 
 constexpr Step kOptionsChecks[] = {CheckHandle, CheckConnected, CheckHeaderList};
-constexpr Step kOptionsSteps[] = {GenerateRequest,        SendRequest, ReceiveReply, ParseReply, ClassifyStatus,
-                                  OnOk<EnterOptionsSent>, CopyReply};
+constexpr Step kOptionsSteps[] = {GenerateRequest, SendRequest,      ReceiveReply, ParseReply,
+                                  ClassifyStatus,  OnOk<EnterState>, CopyReply};
 
 constexpr MethodDescriptor kOptions{
     .functionName = "RTSPClientSendOptionsRequest",
@@ -32,30 +26,28 @@ constexpr MethodDescriptor kOptions{
     .notGenerated = "EXIT : %s :Request Message for OPTIONS not generated \n",
 };
 
-} // namespace
-
-namespace {
+// ---- PLAY: starts or resumes one stream or all, and the receive threads ----
 
 void PlayOverUdp(RTSPStreamInfo &stream) {
     if (stream.streamState != kStreamPaused) StartUdpThreads(stream); // the threads of a paused stream still run
     stream.streamState = kStreamPlaying;
 }
 
-void PlayInterleaved(RTSPClient &client, int32_t streamNumber) {
-    for (RTSPStreamInfo *stream = client.streamList; streamNumber == 0 && stream != nullptr; stream = stream->next)
+void PlayInterleaved(MediaSession &media, int32_t streamNumber) {
+    for (RTSPStreamInfo *stream = media.streamList; streamNumber == 0 && stream != nullptr; stream = stream->next)
         stream->streamState = kStreamPlaying;
     // Kept: the state is PLAYING by now, so a resumed session starts its thread again, too.
-    if (client.state != CLIENT_PAUSE_STATE) StartInterleavedThread(client);
-    if (RTSPStreamInfo *const stream = FindStreamByNumber(client, streamNumber))
+    if (media.state != CLIENT_PAUSE_STATE) StartInterleavedThread(media);
+    if (RTSPStreamInfo *const stream = FindStreamByNumber(media, streamNumber))
         stream->streamState = kStreamPlaying;
 }
 
-void PlayOverUdp(RTSPClient &client, int32_t streamNumber) {
-    StopInterleavedThread(client, -1); // of an earlier session over TCP: its streams receive datagrams now
+void PlayOverUdp(MediaSession &media, int32_t streamNumber) {
+    StopInterleavedThread(media, -1); // of an earlier session over TCP: its streams receive datagrams now
     if (streamNumber == 0) {
-        for (RTSPStreamInfo *stream = client.streamList; stream != nullptr; stream = stream->next)
+        for (RTSPStreamInfo *stream = media.streamList; stream != nullptr; stream = stream->next)
             PlayOverUdp(*stream);
-    } else if (RTSPStreamInfo *const stream = FindStreamByNumber(client, streamNumber)) {
+    } else if (RTSPStreamInfo *const stream = FindStreamByNumber(media, streamNumber)) {
         PlayOverUdp(*stream);
     }
 }
@@ -63,12 +55,12 @@ void PlayOverUdp(RTSPClient &client, int32_t streamNumber) {
 int32_t StartPlaying(Exchange &exchange) {
     RTSPClient &client = *exchange.client;
     const int32_t number = exchange.arguments.streamNumber;
-    client.state = CLIENT_PLAYING_STATE;
+    EnterState(exchange);
     RtpRtspInfoPrint("Successful response of PLAY is received ... \n");
-    if (client.dataProto == DATA_PROTO_TCP)
-        PlayInterleaved(client, number);
+    if (client.media.dataProto == DATA_PROTO_TCP)
+        PlayInterleaved(client.media, number);
     else
-        PlayOverUdp(client, number);
+        PlayOverUdp(client.media, number);
     return RTSP_SUCCESS;
 }
 
@@ -90,20 +82,18 @@ constexpr MethodDescriptor kPlay{
     .notGenerated = "EXIT : %s :Request Message for PLAY not generated \n",
 };
 
-} // namespace
-
-namespace {
+// ---- PAUSE: halts one stream or all; threads and sockets stay ----
 
 int32_t PauseStreams(Exchange &exchange) {
     RTSPClient &client = *exchange.client;
     const int32_t number = exchange.arguments.streamNumber;
     bool anyPlays = false;
     int32_t at = 1;
-    for (RTSPStreamInfo *stream = client.streamList; stream != nullptr; stream = stream->next, ++at) {
+    for (RTSPStreamInfo *stream = client.media.streamList; stream != nullptr; stream = stream->next, ++at) {
         if (number == 0 || at == number) stream->streamState = kStreamPaused;
         anyPlays = anyPlays || stream->streamState == kStreamPlaying;
     }
-    if (!anyPlays) client.state = CLIENT_PAUSE_STATE;
+    if (!anyPlays) EnterState(exchange);
     return RTSP_SUCCESS;
 }
 
@@ -126,17 +116,15 @@ constexpr MethodDescriptor kPause{
     .notGenerated = "EXIT : %s :Request Message for PAUSE not generated \n",
 };
 
-} // namespace
-
-namespace {
+// ---- TEARDOWN: ends the whole session ----
 
 int32_t EndSession(Exchange &exchange) {
     RTSPClient &client = *exchange.client;
-    client.state = CLIENT_INIT_STATE;
+    EnterState(exchange);
     client.connected = 0;
-    client.streamCount = 0;
-    CloseConnectionAndStreams(client);
-    EndStreams(client);
+    client.media.streamCount = 0;
+    CloseConnectionAndStreams(client.media);
+    EndStreams(client.media);
     return RTSP_SUCCESS;
 }
 
@@ -158,7 +146,6 @@ constexpr MethodDescriptor kTeardown{
 };
 
 } // namespace
-
 } // namespace rtsptap
 
 using namespace rtsptap;

@@ -45,8 +45,8 @@ int32_t SetUpEveryStream(intptr_t clientHandle, intptr_t setupHeaderList, const 
 }
 
 void StoreCredentials(RTSPClient &client, const char *username, const char *password) {
-    CopyText(client.username, username == nullptr ? "" : username);
-    CopyText(client.password, password == nullptr ? "" : password);
+    CopyText(client.authentication.username, username == nullptr ? "" : username);
+    CopyText(client.authentication.password, password == nullptr ? "" : password);
 }
 
 } // namespace

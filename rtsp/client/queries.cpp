@@ -25,7 +25,7 @@ int32_t FindClient(const CallTrace &trace, intptr_t clientHandle, RTSPClient *&c
 // The same for a query about stream number streamCount.
 int32_t FindClient(const CallTrace &trace, intptr_t clientHandle, int32_t streamCount, RTSPClient *&client) {
     if (const int32_t result = FindClient(trace, clientHandle, client); result != RTSP_SUCCESS) return result;
-    if (streamCount > client->streamCount.load(std::memory_order_relaxed))
+    if (streamCount > client->media.streamCount.load(std::memory_order_relaxed))
         return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid Stream Number\n");
     return RTSP_SUCCESS;
 }
@@ -49,7 +49,7 @@ const SDPField *FindStreamLine(const SDPField *list, std::string_view name) {
 
 const SDPField *FindLine(const RTSPClient &client, int32_t streamCount, std::string_view name) {
     if (streamCount == 0) return FindSessionLine(client.sdpFieldList, name);
-    const RTSPStreamInfo *const stream = FindStreamByNumber(client, streamCount);
+    const RTSPStreamInfo *const stream = FindStreamByNumber(client.media, streamCount);
     return stream != nullptr ? FindStreamLine(stream->sdpFieldList, name) : nullptr;
 }
 
@@ -62,7 +62,7 @@ int32_t RTSPClientGetNbStreams(intptr_t clientHandle) {
 
     RTSPClient *client = nullptr;
     if (const int32_t result = FindClient(trace, clientHandle, client); result != RTSP_SUCCESS) return result;
-    const int32_t streamCount = client->streamCount.load(std::memory_order_relaxed);
+    const int32_t streamCount = client->media.streamCount.load(std::memory_order_relaxed);
     DebugPrint(kDebugEntry, "\tOutput: Total Number of Streams in SDP : %d\n", streamCount);
     return streamCount;
 }
@@ -75,7 +75,7 @@ RTSPStreamDescription *RTSPClientGetSDPInfo(intptr_t clientHandle, int32_t strea
 
     RTSPClient *client = nullptr;
     if (FindClient(trace, clientHandle, streamCount, client) != RTSP_SUCCESS) return none;
-    RTSPStreamInfo *const stream = FindStreamByNumber(*client, streamCount);
+    RTSPStreamInfo *const stream = FindStreamByNumber(client->media, streamCount);
     if (stream == nullptr) {
         DebugPrint(kDebugEntry, "\tOutput: Returned NULL\n");
         return none;
@@ -116,7 +116,7 @@ int32_t RTSPClientGetSSRC(intptr_t clientHandle, int32_t streamCount, uint32_t *
     RTSPClient *client = nullptr;
     if (const int32_t result = FindClient(trace, clientHandle, streamCount, client); result != RTSP_SUCCESS)
         return result;
-    const RTSPStreamInfo *const stream = FindStreamByNumber(*client, streamCount);
+    const RTSPStreamInfo *const stream = FindStreamByNumber(client->media, streamCount);
     if (stream == nullptr) {
         DebugPrint(kDebugEntry, "\tOutput: Stream not found \n");
         return RTSP_FAILURE;

@@ -1,5 +1,7 @@
 // SETUP: one stream's transport, from local ports to what the server grants. Application thread.
 #include "platform/system.h"
+#include "platform/text.h"
+#include "rtp/session_threads.h"
 #include "rtp/stream.h"
 #include "rtsp/client/client.h"
 #include "rtsp/client/exchange.h"
@@ -11,7 +13,6 @@
 #include <cstdio>
 
 namespace rtsptap {
-
 namespace {
 
 constexpr char kTransport[] = "Transport";
@@ -27,47 +28,43 @@ void AddUserTransport(Exchange &exchange) {
 
 void AddOwnTransport(Exchange &exchange) {
     char value[kTransportBytes] = {};
-    if (exchange.client->dataProto == DATA_PROTO_UDP) {
+    if (exchange.client->media.dataProto == DATA_PROTO_UDP) {
         const int port = gblClientRtspUdpPort;
         snprintf(value, sizeof value, "RTP/AVP/UDP;unicast;client_port=%d-%d", port, port + 1);
-        exchange.stream->clientPort = gblClientRtspUdpPort;
+        exchange.setup->stream->clientPort = gblClientRtspUdpPort;
     } else {
-        const auto channel = static_cast<int32_t>(exchange.stream->interleavedChannel);
+        const auto channel = static_cast<int32_t>(exchange.setup->stream->interleavedChannel);
         snprintf(value, sizeof value, "RTP/AVP/TCP;unicast;interleaved=%d-%d", channel, channel + 1);
     }
     AddRequestHeader(exchange.client->requestMsg, kTransport, value);
 }
-
-} // namespace
 
 int32_t TakeUserTransport(Exchange &exchange) {
     if (exchange.arguments.headerList == 0) return RTSP_SUCCESS;
     RTSPHeaderStruct *const header = GetUserAddedHeaderValue(exchange.arguments.headerList, kTransport);
     if (header == nullptr || header->headerValue == nullptr) return RTSP_SUCCESS;
     const std::string_view value = header->headerValue;
-    if (exchange.client->dataProto == DATA_PROTO_TCP && !Contains(value, "interleaved="))
+    if (exchange.client->media.dataProto == DATA_PROTO_TCP && !Contains(value, "interleaved="))
         return exchange.trace.Fail(RTSP_INVALID_HEADER_LIST,
                                    "EXIT : %s :Transport header of HeaderList is not valid\n");
     if (const std::string_view port = After(value, "client_port="); port.data() != nullptr) {
-        exchange.userClientPort = static_cast<uint16_t>(LeadingNumber(port));
-        if (exchange.userClientPort == 0)
+        exchange.setup->userClientPort = static_cast<uint16_t>(LeadingNumber(port));
+        if (exchange.setup->userClientPort == 0)
             return exchange.trace.Fail(RTSP_BAD_NUMBER,
                                        "EXIT : %s :Problem in converting Ascii to Integer value of client_port\n");
     }
     header->isUsed = 1; // the request does not copy it from the list: it comes last
-    exchange.hasUserTransport = true;
+    exchange.setup->hasUserTransport = true;
     return RTSP_SUCCESS;
 }
 
 int32_t PrepareTransport(Exchange &exchange) {
     const ScopedLock ports(gblRTSPClientListLock);
-    if (exchange.client->dataProto == DATA_PROTO_UDP)
+    if (exchange.client->media.dataProto == DATA_PROTO_UDP)
         if (const int32_t result = OpenUdpPair(exchange); result != RTSP_SUCCESS) return result;
-    exchange.hasUserTransport ? AddUserTransport(exchange) : AddOwnTransport(exchange);
+    exchange.setup->hasUserTransport ? AddUserTransport(exchange) : AddOwnTransport(exchange);
     return RTSP_SUCCESS;
 }
-
-namespace {
 
 constexpr int kInterleavedLineNumber = 2534; // what the milestone line has always said
 
@@ -79,7 +76,7 @@ int32_t TakeServerPort(Exchange &exchange, std::string_view value) {
     if (rtcpPort == 0)
         return exchange.trace.Fail(RTSP_BAD_NUMBER,
                                    "EXIT : %s :Problem in converting Ascii to Integer value of server_port\n");
-    exchange.stream->serverPort = static_cast<uint16_t>(rtcpPort - 1);
+    exchange.setup->stream->serverPort = static_cast<uint16_t>(rtcpPort - 1);
     return RTSP_SUCCESS;
 }
 
@@ -88,11 +85,9 @@ void TakeChannel(Exchange &exchange, std::string_view value) {
     if (channel.data() == nullptr) return;
     if (!channel.empty()) channel.remove_prefix(1); // the '='
     const auto number = static_cast<uint32_t>(LeadingNumber(channel));
-    SetChannel(*exchange.stream, number);
+    SetChannel(*exchange.setup->stream, number);
     RtpRtspInfoPrint("%s(%d) Interleaved: 0x%02x\n", exchange.trace.Function(), kInterleavedLineNumber, number);
 }
-
-} // namespace
 
 int32_t TakeSession(Exchange &exchange) {
     const char *const value = GetResponseHeader(exchange.client->responseMsg, "Session");
@@ -115,23 +110,35 @@ int32_t ApplyTransport(Exchange &exchange) {
     return RTSP_SUCCESS;
 }
 
-namespace {
-
 int32_t SelectStream(Exchange &exchange) {
     const int32_t number = exchange.arguments.streamNumber;
-    exchange.stream = FindStreamByNumber(*exchange.client, number);
-    if (exchange.stream == nullptr)
+    exchange.setup->stream = FindStreamByNumber(exchange.client->media, number);
+    if (exchange.setup->stream == nullptr)
         return exchange.trace.Fail(RTSP_INVALID_ARGUMENT,
                                    "EXIT : %s :Not able to get stream info from list for Stream Number\n");
-    SetChannel(*exchange.stream, (static_cast<uint32_t>(number) - 1) * 2); // for UDP, too
+    SetChannel(*exchange.setup->stream, (static_cast<uint32_t>(number) - 1) * 2); // for UDP, too
     return RTSP_SUCCESS;
 }
 
 // Kept: the state is set before the headers are looked at, so what fails behind this leaves it READY.
 int32_t BecomeReady(Exchange &exchange) {
-    exchange.client->state = CLIENT_READY_STATE;
+    EnterState(exchange);
     RtpRtspInfoPrint("Successful response of SETUP is received from server .... \n");
     return RTSP_SUCCESS;
+}
+
+// From here on a failure closes these sockets of the stream.
+template <Undo undo> int32_t OnFailureClose(Exchange &exchange) {
+    exchange.setup->undo = undo;
+    return RTSP_SUCCESS;
+}
+
+void CloseSockets(Exchange &exchange) {
+    const SetupParts &parts = *exchange.setup;
+    if (parts.undo == Undo::kNothing) return;
+    CloseRtpSocket(*parts.stream);
+    if (parts.undo == Undo::kBothSockets && exchange.client->media.dataProto == DATA_PROTO_UDP)
+        CloseRtcpSocket(*parts.stream);
 }
 
 constexpr Step kChecks[] = {CheckHandleAndStream, CheckConnected,    CheckState,  CheckStreamNumber,
@@ -162,16 +169,18 @@ constexpr MethodDescriptor kSetup{
     .badState = "EXIT : %s :Client State is Not Valid for SETUP Method.\n",
     .badHeaderList = "EXIT : %s :HeaderList of Setup method is not valid\n",
     .notGenerated = "EXIT : %s :Request Message for SETUP not generated \n",
+    .undo = CloseSockets,
 };
 
 } // namespace
-
 } // namespace rtsptap
 
 using namespace rtsptap;
 
 int32_t RTSPClientSendSetupRequest(intptr_t clientHandle, int32_t streamCount, intptr_t setupHeaderList,
                                    char *responseBuff, int32_t *responseSize) {
+    SetupParts parts;
     Exchange exchange(kSetup, {clientHandle, streamCount, setupHeaderList, responseBuff, responseSize});
+    exchange.setup = &parts;
     return RunExchange(exchange);
 }

@@ -1,14 +1,12 @@
-
 #include "rtsp/client/stream_sockets.h"
 
+#include "platform/address.h"
 #include "platform/system.h"
+#include "platform/text.h"
 #include "rtp/session_threads.h"
 #include "rtp/stream.h"
 #include "rtsp/client/client.h"
 #include "rtsp/client/exchange.h"
-
-#include <arpa/inet.h>
-#include <netinet/in.h>
 
 namespace rtsptap {
 
@@ -24,12 +22,7 @@ constexpr uint32_t kRoundSleepMs = 10;
 constexpr int kRtpReceiveBufferBytes = 0x100000;
 
 bool BindToPort(int socket, uint32_t port) {
-    if (port > UINT16_MAX) return false;
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_ANY);
-    address.sin_port = htons(static_cast<uint16_t>(port));
-    return bind(socket, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
+    return port <= UINT16_MAX && BindTo(socket, AnyAddress(static_cast<uint16_t>(port)));
 }
 
 void BindToNextFreePort(int socket) {
@@ -42,15 +35,15 @@ void BindToNextFreePort(int socket) {
 }
 
 int32_t BindRtp(Exchange &exchange, int socket) {
-    if (exchange.userClientPort == 0) {
+    if (exchange.setup->userClientPort == 0) {
         BindToNextFreePort(socket);
     } else {
-        gblClientRtspUdpPort = exchange.userClientPort;
-        if (!BindToPort(socket, exchange.userClientPort))
+        gblClientRtspUdpPort = exchange.setup->userClientPort;
+        if (!BindToPort(socket, exchange.setup->userClientPort))
             return exchange.trace.Fail(
                 RTSP_INVALID_HEADER_LIST,
                 "EXIT : %s :Can not bind to the user given client port of Transport header \n");
-        exchange.stream->clientPort = exchange.userClientPort;
+        exchange.setup->stream->clientPort = exchange.setup->userClientPort;
     }
     RtpRtspInfoPrint("Using Client Port %d \n", gblClientRtspUdpPort);
     if (setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &kRtpReceiveBufferBytes, sizeof kRtpReceiveBufferBytes) != 0)
@@ -72,13 +65,13 @@ int32_t BindRtcp(const Exchange &exchange, int socket) {
 } // namespace
 
 int32_t OpenUdpPair(Exchange &exchange) {
-    RTSPStreamInfo &stream = *exchange.stream;
+    RTSPStreamInfo &stream = *exchange.setup->stream;
     CloseRtpSocket(stream); // of an earlier SETUP of the same stream
     CloseRtcpSocket(stream);
-    UniqueSocket rtp(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP));
+    UniqueSocket rtp(OpenDatagramSocket());
     if (!rtp.IsOpen())
         return exchange.trace.Fail(RTSP_SOCKET_FAILED, "EXIT : %s :RTSP Client socket creation failed\n");
-    UniqueSocket rtcp(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP));
+    UniqueSocket rtcp(OpenDatagramSocket());
     if (!rtcp.IsOpen())
         return exchange.trace.Fail(RTSP_SOCKET_FAILED, "EXIT : %s :RTCP Client receive socket creation failed\n");
     if (const int32_t result = BindRtp(exchange, rtp.Get()); result != RTSP_SUCCESS) return result;
@@ -106,29 +99,22 @@ int32_t TakeGroup(Exchange &exchange, std::string_view transport) {
 }
 
 int32_t OpenGroupSocket(Exchange &exchange) {
-    RTSPStreamInfo &stream = *exchange.stream;
+    RTSPStreamInfo &stream = *exchange.setup->stream;
     CloseRtpSocket(stream);
-    stream.rtpSocket = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP);
+    stream.rtpSocket = OpenDatagramSocket();
     if (stream.rtpSocket < 0)
         return exchange.trace.Fail(RTSP_MULTICAST_FAILED,
                                    "EXIT : %s :RTSP Client multicast socket creation failed\n");
     const int on = 1;
     if (setsockopt(stream.rtpSocket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0)
         exchange.trace.Fail(RTSP_MULTICAST_FAILED, "EXIT : %s :Failed to set Reuseaddr \n");
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_ANY);
-    address.sin_port = htons(exchange.client->multicastPort);
-    if (bind(stream.rtpSocket, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
+    if (!BindTo(stream.rtpSocket, AnyAddress(exchange.client->multicastPort)))
         return exchange.trace.Fail(RTSP_MULTICAST_FAILED, "EXIT : %s :Can not bind to multicast port\n");
     return RTSP_SUCCESS;
 }
 
-int32_t JoinGroup(const Exchange &exchange) {
-    ip_mreq membership = {};
-    membership.imr_multiaddr.s_addr = inet_addr(exchange.client->multicastIp);
-    membership.imr_interface.s_addr = htonl(INADDR_ANY);
-    if (setsockopt(exchange.stream->rtpSocket, IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership, sizeof membership) != 0)
+int32_t JoinTheGroup(const Exchange &exchange) {
+    if (!JoinGroup(exchange.setup->stream->rtpSocket, exchange.client->multicastIp))
         return exchange.trace.Fail(RTSP_MULTICAST_FAILED, "EXIT : %s :Unable to add membership \n");
     return RTSP_SUCCESS;
 }
@@ -138,7 +124,7 @@ int32_t JoinGroup(const Exchange &exchange) {
 int32_t JoinMulticast(Exchange &exchange, std::string_view transport) {
     if (const int32_t result = TakeGroup(exchange, transport); result != RTSP_SUCCESS) return result;
     if (const int32_t result = OpenGroupSocket(exchange); result != RTSP_SUCCESS) return result;
-    return JoinGroup(exchange);
+    return JoinTheGroup(exchange);
 }
 
 } // namespace rtsptap

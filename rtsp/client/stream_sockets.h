@@ -1,4 +1,5 @@
-// A stream's local sockets over UDP. Application thread.
+// A stream's local sockets over UDP: a pair of ports, or a multicast group in place of the first. Steps of SETUP;
+// application thread.
 #pragma once
 
 #include <cstdint>
@@ -7,14 +8,25 @@
 namespace rtsptap {
 
 struct Exchange;
+struct RTSPStreamInfo;
+
+// Which sockets of the stream a failure closes.
+enum class Undo { kNothing, kRtpSocket, kBothSockets };
+
+// What the steps of one SETUP share.
+struct SetupParts {
+    RTSPStreamInfo *stream = nullptr; // the stream set up
+    Undo undo = Undo::kNothing;
+    uint16_t userClientPort = 0;   // from the user's Transport header; 0 when not given
+    bool hasUserTransport = false; // the list has such a header
+};
 
 extern uint16_t gblClientRtspUdpPort; // the last client RTP port handed out; guarded by gblRTSPClientListLock
 
 // Makes and binds the RTP and RTCP sockets of the exchange's stream: to the user's port, or to the next free
-// one. 0, or the method's result after its message; a failure leaves no socket.
+// one. 0, or the method's result after its message; a failure leaves no socket. The caller holds
+// gblRTSPClientListLock, so no two clients take the same port.
 int32_t OpenUdpPair(Exchange &exchange);
-
-struct Exchange;
 
 // Takes the group and port from the Transport value of a SETUP reply and joins. The order is fixed: close,
 // socket, SO_REUSEADDR, bind, join. The RTCP socket stays as it is.

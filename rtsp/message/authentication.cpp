@@ -1,12 +1,9 @@
-
 #include "rtsp/message/authentication.h"
 
 #include "platform/printers.h"
 #include "platform/text.h"
-#include "rtsp/client/client.h"
 #include "rtsp/message/methods.h"
 #include "rtsp/message/response.h"
-#include "rtsptap_extended.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -43,25 +40,25 @@ std::string_view QuotedValue(std::string_view token) {
 
 } // namespace
 
-void StoreChallenge(RTSPClient &client, ResponseMsg &response) {
+void StoreChallenge(Authentication &authentication, ResponseMsg &response) {
     const char *const value = GetResponseHeader(&response, "WWW-Authenticate");
     if (value == nullptr) return;
     RtpRtspInfoPrint("WWW_Authenticate: %s\n", value);
     std::string_view rest = value;
     std::string_view token;
     if (!NextToken(rest, kSchemeEnds, token)) return;
-    CopyText(client.authType, token);
+    CopyText(authentication.type, token);
     while (NextToken(rest, kParameterEnds, token)) {
         token.remove_prefix(std::min(token.find_first_not_of(' '), token.size()));
         if (token.starts_with("realm"))
-            CopyText(client.realm, QuotedValue(token));
+            CopyText(authentication.realm, QuotedValue(token));
         else if (token.starts_with("nonce"))
-            CopyText(client.nonce, QuotedValue(token));
+            CopyText(authentication.nonce, QuotedValue(token));
     }
-    RtpRtspInfoPrint("Type: %s\n", client.authType);
-    RtpRtspInfoPrint("Realm: %s\n", client.realm);
-    RtpRtspInfoPrint("Nonce: %s\n", client.nonce);
-    client.authRequired = 1;
+    RtpRtspInfoPrint("Type: %s\n", authentication.type);
+    RtpRtspInfoPrint("Realm: %s\n", authentication.realm);
+    RtpRtspInfoPrint("Nonce: %s\n", authentication.nonce);
+    authentication.required = 1;
 }
 
 namespace {
@@ -70,43 +67,35 @@ constexpr std::size_t kFixedCharacters = 53; // of the format in GenerateRTSPAut
 
 } // namespace
 
-char *GenerateRTSPAuthenticationRequest(RTSPClient *client, const char *uri, uint32_t method) {
+char *GenerateRTSPAuthenticationRequest(const Authentication &authentication, const char *uri, uint32_t method) {
     const CallTrace trace(__func__);
     char response[kDigestResponseBytes] = {};
-    ClientGenAuthResHeader(client, response, uri, method);
+    ClientGenAuthResHeader(authentication, response, uri, method);
     response[kDigestResponseBytes - 1] = '\0'; // the host's function wrote it
 
-    const std::size_t size = std::strlen(client->authType) + kFixedCharacters + std::strlen(client->username) +
-                             std::strlen(client->realm) + std::strlen(client->nonce) + std::strlen(uri) +
-                             std::strlen(response) + 1;
+    const std::size_t size = std::strlen(authentication.type) + kFixedCharacters +
+                             std::strlen(authentication.username) + std::strlen(authentication.realm) +
+                             std::strlen(authentication.nonce) + std::strlen(uri) + std::strlen(response) + 1;
     char *const value = static_cast<char *>(std::calloc(size, 1));
     if (value == nullptr) return trace.Fail(value, "EXIT : %s : Memory Allocation Failed for resultStr\n");
     // Kept: the scheme word goes back as it came, with digest parameters behind it whatever it is.
     std::snprintf(value, size, "%s username=\"%s\", realm=\"%s\", nonce=\"%s\", uri=\"%s\", response=\"%s\"",
-                  client->authType, client->username, client->realm, client->nonce, uri, response);
+                  authentication.type, authentication.username, authentication.realm, authentication.nonce, uri,
+                  response);
     return value;
 }
 
-int32_t ClientGenAuthResHeader(RTSPClient *client, char *response, const char *uri, uint32_t method) {
+int32_t ClientGenAuthResHeader(const Authentication &authentication, char *response, const char *uri,
+                               uint32_t method) {
     // The host's function may look at these two as the fixed fields that they are.
     char methodName[15] = {};
     const char nonceCount[9] = {};
     CopyText(methodName, MethodName(method));
     // A method without a name enters the digest as an empty text.
     if (methodName[0] == '\0') RtpRtspErrorPrint("Invalid Method\n");
-    GenerateDigestResponse(client->nonce, nullptr, client->username, client->realm, client->password, "md5",
-                           nonceCount, methodName, nullptr, uri, response);
+    GenerateDigestResponse(authentication.nonce, nullptr, authentication.username, authentication.realm,
+                           authentication.password, "md5", nonceCount, methodName, nullptr, uri, response);
     return RTSP_SUCCESS;
 }
 
 } // namespace rtsptap
-
-using namespace rtsptap;
-
-int32_t RTSPTapForgetChallenge(intptr_t clientHandle) {
-    const CallTrace trace(__func__);
-    RTSPClient *const client = LiveClient(clientHandle);
-    if (client == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid client handle\n");
-    client->authRequired = 0;
-    return RTSP_SUCCESS;
-}

@@ -1,4 +1,3 @@
-
 #include "rtsp/message/header_list.h"
 
 #include "platform/printers.h"

@@ -1,4 +1,3 @@
-
 #include "rtsp/message/header_rules.h"
 
 #include "platform/printers.h"
@@ -8,12 +7,44 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
+#include <cstdint>
+#include <initializer_list>
+#include <iterator>
 #include <string_view>
 
 namespace rtsptap {
 
 namespace {
+
+// A set of method numbers: bit n stands for method n.
+using MethodSet = uint32_t;
+
+constexpr MethodSet Methods(std::initializer_list<RTSPMethod> methods) {
+    MethodSet set = 0;
+    for (const RTSPMethod method : methods) set |= MethodSet{1} << method;
+    return set;
+}
+constexpr MethodSet AllMethodsExcept(std::initializer_list<RTSPMethod> methods) { return ~Methods(methods); }
+constexpr bool Has(MethodSet set, uint32_t method) { return (set >> method & 1) != 0; }
+
+// ---- characters ----
+
+bool IsLetter(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
+
+// Every one of `length` characters is of the kind; none at all is fine.
+int32_t ValidateCharacters(const char *text, int32_t length, bool (*isOfKind)(char)) {
+    if (text == nullptr || length < 0) return RTSP_FAILURE;
+    return std::all_of(text, text + length, isOfKind) ? RTSP_SUCCESS : RTSP_FAILURE;
+}
+
+// ---- one entry of a list under validation, as its messages name it ----
+
+struct CheckedHeader {
+    const char *function; // named by every message
+    const char *name;
+    const char *value; // may be null
+    uint32_t method;
+};
 
 std::string_view ValueOf(const CheckedHeader &header) {
     return header.value == nullptr ? std::string_view("") : header.value;
@@ -78,6 +109,11 @@ bool CheckPresentForSetup(const CheckedHeader &header) {
     return false;
 }
 
+// Each method says it in its own way.
+bool CheckModifiedSince(const CheckedHeader &header) {
+    return header.method == RTSP_DESCRIBE ? CheckPresentForMethod(header) : CheckPresentForSetup(header);
+}
+
 bool CheckNonZero(const CheckedHeader &header, std::string_view digits) {
     if (!IsDigits(digits)) return RefuseNotValid(header);
     return LeadingNumber(digits) != 0 || RefuseNullForMethod(header);
@@ -90,11 +126,6 @@ bool CheckBandwidth(const CheckedHeader &header) {
     constexpr std::size_t kSkipped = 3;
     const std::string_view value = ValueOf(header);
     return value.size() < kSkipped ? RefuseNotValid(header) : CheckNonZero(header, value.substr(kSkipped));
-}
-
-bool CheckBlocksize(const CheckedHeader &header) {
-    if (!IsDigits(ValueOf(header))) return RefuseMalformedForMethod(header);
-    return LeadingNumber(ValueOf(header)) != 0 || RefuseNullForMethod(header);
 }
 
 bool CheckRange(const CheckedHeader &header) {
@@ -142,127 +173,61 @@ bool CheckTransport(const CheckedHeader &header) {
     return complete || RefuseNotValidForMethod(header);
 }
 
-// ---- which value is checked how, for which methods ----
+// ---- one row a header ----
 
-struct ValueRule {
-    std::string_view name;
-    MethodSet methods;
-    bool (*check)(const CheckedHeader &header);
-};
+using ValueCheck = bool (*)(const CheckedHeader &header); // false after its message
 
 constexpr MethodSet kAll = AllMethodsExcept({});
 
-constexpr std::array kValueRules = {
-    ValueRule{"Accept", kAll, CheckAccept},
-    ValueRule{"Accept-Encoding", kAll, CheckPresent},
-    ValueRule{"Accept-Language", kAll, CheckPresent},
-    ValueRule{"Authorization", kAll, CheckPresent},
-    ValueRule{"Connection", kAll, CheckPresent},
-    ValueRule{"Content-Base", kAll, CheckPresent},
-    ValueRule{"Content-Location", kAll, CheckPresent},
-    ValueRule{"From", kAll, CheckPresent},
-    ValueRule{"Proxy-Authenticate", kAll, CheckPresent},
-    ValueRule{"Proxy-Require", kAll, CheckPresent},
-    ValueRule{"Referer", kAll, CheckPresent},
-    ValueRule{"Require", kAll, CheckPresent},
-    ValueRule{"User-Agent", kAll, CheckPresent},
-    ValueRule{"Date", kAll, CheckPresent},
-    ValueRule{"Last-Modified", kAll, CheckPresent},
-    ValueRule{"Via", kAll, CheckPresent},
-    ValueRule{"CSeq", kAll, CheckSequenceNumber},
-    ValueRule{"Bandwidth", kAll, CheckBandwidth},
-    // Kept: never reached, because these two methods may not carry the header.
-    ValueRule{"Blocksize", Methods({RTSP_OPTIONS, RTSP_TEARDOWN}), CheckBlocksize},
-    ValueRule{"Range", Methods({RTSP_PLAY, RTSP_PAUSE}), CheckRange},
-    ValueRule{"Scale", Methods({RTSP_PLAY}), CheckFactor},
-    ValueRule{"Speed", Methods({RTSP_PLAY}), CheckFactor},
-    ValueRule{"Content-Type", Methods({RTSP_DESCRIBE}), CheckContentType},
-    ValueRule{"If-Modified-Since", Methods({RTSP_DESCRIBE}), CheckPresentForMethod},
-    ValueRule{"If-Modified-Since", Methods({RTSP_SETUP}), CheckPresentForSetup},
-    ValueRule{"Cache-Control", Methods({RTSP_SETUP}), CheckCacheControl},
-    ValueRule{"Conference", Methods({RTSP_SETUP}), CheckPresentForSetup},
-    ValueRule{"Session", Methods({RTSP_SETUP}), CheckSessionId},
-    ValueRule{"Transport", Methods({RTSP_SETUP}), CheckTransport},
-};
-
-} // namespace
-
-bool IsValueAcceptable(const CheckedHeader &header) {
-    for (const ValueRule &rule : kValueRules)
-        if (rule.name == header.name && Has(rule.methods, header.method)) return rule.check(header);
-    return true;
-}
-
-namespace {
-
-constexpr MethodSet kAllMethods = AllMethodsExcept({});
-
 struct HeaderRule {
     std::string_view name; // compared with its case
-    MethodSet allowed = kAllMethods;
+    MethodSet allowed;     // methods that may carry it
+    ValueCheck check = nullptr;
+    MethodSet checkedFor = kAll; // whose values are looked at
 };
 
-constexpr std::array kKnownHeaders = {
-    HeaderRule{"Accept"},
-    HeaderRule{"Accept-Encoding"},
-    HeaderRule{"Accept-Language"},
-    HeaderRule{"Authorization"},
-    HeaderRule{"Bandwidth"},
-    HeaderRule{"Blocksize", AllMethodsExcept({RTSP_OPTIONS, RTSP_TEARDOWN})},
-    HeaderRule{"Cache-Control", Methods({RTSP_SETUP})},
-    HeaderRule{"Conference", Methods({RTSP_SETUP})},
-    HeaderRule{"Connection"},
-    HeaderRule{"Content-Base"},
-    HeaderRule{"Content-Encoding", Methods({RTSP_DESCRIBE})},
-    HeaderRule{"Content-Language", Methods({RTSP_DESCRIBE})},
-    HeaderRule{"Content-Length"},
-    HeaderRule{"Content-Location"},
-    HeaderRule{"Content-Type"},
-    HeaderRule{"CSeq"},
-    HeaderRule{"Date"},
-    HeaderRule{"Expires", Methods({RTSP_DESCRIBE})},
-    HeaderRule{"From"},
-    HeaderRule{"If-Modified-Since", Methods({RTSP_DESCRIBE, RTSP_SETUP})},
-    HeaderRule{"Last-Modified"},
-    HeaderRule{"Proxy-Authenticate"},
-    HeaderRule{"Proxy-Require"},
-    HeaderRule{"Range", Methods({RTSP_PLAY, RTSP_PAUSE})},
-    HeaderRule{"Referer"},
-    HeaderRule{"Require"},
-    HeaderRule{"Scale", Methods({RTSP_PLAY})},
-    HeaderRule{"Session", AllMethodsExcept({RTSP_OPTIONS})},
-    HeaderRule{"Speed"},
-    HeaderRule{"Transport", Methods({RTSP_SETUP})},
-    HeaderRule{"User-Agent"},
-    HeaderRule{"Via"},
+constexpr HeaderRule kHeaders[] = {
+    {"Accept", kAll, CheckAccept},
+    {"Accept-Encoding", kAll, CheckPresent},
+    {"Accept-Language", kAll, CheckPresent},
+    {"Authorization", kAll, CheckPresent},
+    {"Bandwidth", kAll, CheckBandwidth},
+    {"Blocksize", AllMethodsExcept({RTSP_OPTIONS, RTSP_TEARDOWN})}, // Kept: its value is not looked at
+    {"Cache-Control", Methods({RTSP_SETUP}), CheckCacheControl},
+    {"Conference", Methods({RTSP_SETUP}), CheckPresentForSetup},
+    {"Connection", kAll, CheckPresent},
+    {"Content-Base", kAll, CheckPresent},
+    {"Content-Encoding", Methods({RTSP_DESCRIBE})},
+    {"Content-Language", Methods({RTSP_DESCRIBE})},
+    {"Content-Length", kAll},
+    {"Content-Location", kAll, CheckPresent},
+    {"Content-Type", kAll, CheckContentType, Methods({RTSP_DESCRIBE})},
+    {"CSeq", kAll, CheckSequenceNumber},
+    {"Date", kAll, CheckPresent},
+    {"Expires", Methods({RTSP_DESCRIBE})},
+    {"From", kAll, CheckPresent},
+    {"If-Modified-Since", Methods({RTSP_DESCRIBE, RTSP_SETUP}), CheckModifiedSince},
+    {"Last-Modified", kAll, CheckPresent},
+    {"Param", kAll}, // Kept: no header of RFC 2326, and yet it passes without the custom flag
+    {"Proxy-Authenticate", kAll, CheckPresent},
+    {"Proxy-Require", kAll, CheckPresent},
+    {"Range", Methods({RTSP_PLAY, RTSP_PAUSE}), CheckRange},
+    {"Referer", kAll, CheckPresent},
+    {"Require", kAll, CheckPresent},
+    {"Scale", Methods({RTSP_PLAY}), CheckFactor},
+    {"Session", AllMethodsExcept({RTSP_OPTIONS}), CheckSessionId, Methods({RTSP_SETUP})},
+    {"Speed", kAll, CheckFactor, Methods({RTSP_PLAY})},
+    {"Transport", Methods({RTSP_SETUP}), CheckTransport},
+    {"User-Agent", kAll, CheckPresent},
+    {"Via", kAll, CheckPresent},
 };
-
-constexpr std::string_view kUnflaggedCustomHeader = "Param";
 
 const HeaderRule *FindRule(std::string_view name) {
-    const auto rule = std::ranges::find(kKnownHeaders, name, &HeaderRule::name);
-    return rule == kKnownHeaders.end() ? nullptr : &*rule;
+    const auto *const rule = std::ranges::find(kHeaders, name, &HeaderRule::name);
+    return rule == std::end(kHeaders) ? nullptr : rule;
 }
 
-} // namespace
-
-// Kept: "Param" is no header of RFC 2326 and yet passes without the custom flag.
-bool IsKnownHeader(std::string_view name) { return name == kUnflaggedCustomHeader || FindRule(name) != nullptr; }
-
-bool IsAllowedHeader(std::string_view name, uint32_t method) {
-    const HeaderRule *const rule = FindRule(name);
-    return rule == nullptr || Has(rule->allowed, method);
-}
-
-namespace {
-
-bool IsLetter(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
-
-// Every one of `length` characters is of the kind; none at all is fine.
-int32_t ValidateCharacters(const char *text, int32_t length, bool (*isOfKind)(char)) {
-    if (text == nullptr || length < 0) return RTSP_FAILURE;
-    return std::all_of(text, text + length, isOfKind) ? RTSP_SUCCESS : RTSP_FAILURE;
-}
+// ---- a list ----
 
 // A list that was just created, or whose last header was taken out, asks for nothing and is acceptable.
 bool HoldsNoHeader(const RTSPHeaderStruct &first) {
@@ -271,14 +236,16 @@ bool HoldsNoHeader(const RTSPHeaderStruct &first) {
 
 bool IsHeaderAcceptable(const CallTrace &trace, const RTSPHeaderStruct &header, uint32_t method) {
     const bool isCustom = header.isCustom == 1;
-    if (header.headerName == nullptr || !(isCustom || IsKnownHeader(header.headerName)))
+    const HeaderRule *const rule = header.headerName != nullptr ? FindRule(header.headerName) : nullptr;
+    if (header.headerName == nullptr || !(isCustom || rule != nullptr))
         return trace.Fail(false, "\tEXIT : %s : Custom Header Added without adding Custom Flag while adding\n\n");
-    if (!IsAllowedHeader(header.headerName, method)) {
+    if (rule != nullptr && !Has(rule->allowed, method)) {
         RtpRtspErrorPrint("\tEXIT : %s : (%s) Header is invalid for this method\n\n", trace.Function(),
                           header.headerName);
         return false;
     }
-    return isCustom || IsValueAcceptable({trace.Function(), header.headerName, header.headerValue, method});
+    if (isCustom || rule->check == nullptr || !Has(rule->checkedFor, method)) return true;
+    return rule->check({trace.Function(), header.headerName, header.headerValue, method});
 }
 
 } // namespace

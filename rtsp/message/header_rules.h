@@ -1,41 +1,10 @@
-// Which headers a user's list may hold, for which methods, and which values are well formed. Constant tables and
-// pure checks; application thread.
+// Which headers a user's list may hold, for which methods, and which values are well formed: one table of the
+// headers that need no custom flag. Application thread.
 #pragma once
 
-#include "rtsptap.h"
-
 #include <cstdint>
-#include <initializer_list>
-#include <string_view>
 
 namespace rtsptap {
-
-// A set of method numbers: bit n stands for method n.
-using MethodSet = uint32_t;
-
-constexpr MethodSet Methods(std::initializer_list<RTSPMethod> methods) {
-    MethodSet set = 0;
-    for (const RTSPMethod method : methods) set |= MethodSet{1} << method;
-    return set;
-}
-constexpr MethodSet AllMethodsExcept(std::initializer_list<RTSPMethod> methods) { return ~Methods(methods); }
-constexpr bool Has(MethodSet set, uint32_t method) { return (set >> method & 1) != 0; }
-
-bool IsKnownHeader(std::string_view name);
-
-// True also for every name that has no rule.
-bool IsAllowedHeader(std::string_view name, uint32_t method);
-
-// One entry of a list under validation, as its messages name it.
-struct CheckedHeader {
-    const char *function; // named by every message
-    const char *name;
-    const char *value; // may be null
-    uint32_t method;
-};
-
-// True when no rule of this name and method refuses the value; a refusal has printed its line.
-bool IsValueAcceptable(const CheckedHeader &header);
 
 // 0 when every header is known or custom, allowed for the method and well formed; RTSP_FAILURE at the first
 // that is not. An empty list is acceptable.

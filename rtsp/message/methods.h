@@ -1,24 +1,47 @@
-// Method numbers and their names on the wire.
+// The methods, one row each: number, name on the wire, what it addresses, the state that its success leads to, and
+// the headers that its request carries unasked. Constant data, any thread.
 #pragma once
 
 #include "rtsptap.h"
 
-#include <array>
+#include <cstdint>
+#include <span>
 
 namespace rtsptap {
 
 inline constexpr uint32_t kMethodNumbers = 9; // numbers 0 to 8 are accepted where a method is checked
 
-// The name of a method, or an empty text for a number that has none.
-constexpr const char *MethodName(uint32_t method) {
-    constexpr std::array<const char *, kMethodNumbers> names = {
-        "OPTIONS", "DESCRIBE", "SETUP", "PLAY", "TEARDOWN", "PAUSE", "", "GET_PARAMETER", ""};
-    return method < names.size() ? names[method] : "";
-}
+// What is printed when a header cannot be added; the second argument is always "User-Agent".
+struct NotAddedTexts {
+    const char *userGiven;
+    const char *byDefault;
+};
 
-// True for the methods whose URI can be that of one stream; the others mean the whole session.
-constexpr bool AddressesStream(uint32_t method) {
-    return method == RTSP_SETUP || method == RTSP_PLAY || method == RTSP_PAUSE;
-}
+// A header that a request carries unasked. An entry of that name in the user's list replaces its value.
+struct DefaultHeader {
+    const char *name;
+    const char *value; // kSessionId: the client's session id as it stands, also when empty
+    const NotAddedTexts &texts;
+    bool laterStreamsOnly = false; // by default left out of the first stream's request
+};
+
+inline constexpr const char *kSessionId = nullptr;
+
+extern const DefaultHeader kUserAgentHeader; // of every method
+extern const NotAddedTexts kAuthorizationTexts;
+
+struct Method {
+    uint32_t number;      // RTSPMethod
+    const char *name;     // on the wire
+    bool addressesStream; // its URI can be that of one stream; the others mean the whole session
+    RTSPClientState reached;
+    std::span<const DefaultHeader> headers; // in their order
+};
+
+// Null for a number that has no row: no request can be made of it.
+const Method *FindMethod(uint32_t number);
+
+// The name of a method, or an empty text for a number that has none.
+const char *MethodName(uint32_t number);
 
 } // namespace rtsptap

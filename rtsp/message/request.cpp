@@ -1,17 +1,14 @@
-
 #include "rtsp/message/request.h"
 
 #include "platform/printers.h"
 #include "platform/system.h"
 #include "platform/text.h"
-#include "rtp/stream.h"
-#include "rtsp/client/client.h"
+#include "rtp/interleaved/connection.h"
 #include "rtsp/message/authentication.h"
 #include "rtsp/message/header_list.h"
 #include "rtsp/message/methods.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -61,66 +58,25 @@ void freeRequestMsg(RequestMsg *requestMsg) {
 
 namespace {
 
-// What is printed when a header cannot be added; the second argument is always "User-Agent".
-struct NotAddedTexts {
-    const char *userGiven;
-    const char *byDefault;
-};
-
-constexpr NotAddedTexts kUserAgentTexts{
-    .userGiven = "\tEXIT : %s :Problem Occurred while Adding Request Header %s\n",
-    .byDefault = "\tEXIT : %s :Problem Occurred while Adding Request Header %s\n"};
-constexpr NotAddedTexts kAcceptTexts{
-    .userGiven = "\tEXIT : %s :Problem Occured while Adding user given 'Accept' Request Header %s\n",
-    .byDefault = "\tEXIT : %s :Problem Occured while Adding default 'Accept' Request Header %s\n"};
-constexpr NotAddedTexts kSessionTexts{
-    .userGiven = "\tEXIT : %s :Problem Occured while Adding user given 'Session' Request Header %s\n",
-    .byDefault = "\tEXIT : %s :Problem Occured while Adding default 'Session' Request Header %s\n"};
-constexpr NotAddedTexts kRangeTexts{
-    .userGiven = "\tEXIT : %s :Problem Occured while Adding user given 'Range' Request Header %s\n",
-    .byDefault = "\tEXIT : %s :Problem Occured while Adding default 'Range' Request Header %s\n"};
-
-// A header that a request carries unasked. An entry of that name in the user's list replaces its value.
-struct DefaultHeader {
-    uint32_t method;
-    const char *name;
-    const char *value; // kSessionId: the client's session id as it stands, also when empty
-    const NotAddedTexts &texts;
-    bool laterStreamsOnly = false; // by default left out of the first stream's request
-};
-
-constexpr const char *kSessionId = nullptr;
-constexpr bool kLaterStreamsOnly = true; // the first SETUP has no session to name yet
-
-constexpr std::array kMethodHeaders = {
-    DefaultHeader{RTSP_DESCRIBE, "Accept", "application/sdp", kAcceptTexts},
-    DefaultHeader{RTSP_SETUP, "Session", kSessionId, kSessionTexts, kLaterStreamsOnly},
-    DefaultHeader{RTSP_PLAY, "Range", "npt=0.000-", kRangeTexts},
-    DefaultHeader{RTSP_PLAY, "Session", kSessionId, kSessionTexts},
-    DefaultHeader{RTSP_TEARDOWN, "Session", kSessionId, kSessionTexts},
-    DefaultHeader{RTSP_PAUSE, "Session", kSessionId, kSessionTexts},
-};
-
 // One request under construction. The steps below return false when a header could not be added: the
 // request is then sent with the headers it has.
 struct Build {
     const CallTrace &trace;
-    RTSPClient &client;
+    const Requester &from;
     RequestMsg &request;
     intptr_t userList; // may be 0
     int32_t stream;    // 0-based, negative for the whole session
 };
 
 void WriteUri(const Build &build) {
-    const RTSPClient &client = build.client;
-    const uint32_t method = build.request.method;
+    const Requester &from = build.from;
     char *const uri = build.request.uri;
-    std::snprintf(uri, kUriBytes, "%s://%s:%d/%s", "rtsp", client.serverIp, client.serverPort, client.sessionName);
+    std::snprintf(uri, kUriBytes, "%s://%s:%d/%s", "rtsp", from.serverIp, from.serverPort, from.sessionName);
 
-    if (!AddressesStream(method) || client.streamCount < 1 || build.stream < 0) return;
-    const RTSPStreamInfo *const stream = FindStreamByNumber(client, build.stream + 1);
-    if (stream != nullptr && stream->controlUrl[0] != '\0') {
-        CopyText(uri, kUriBytes, stream->controlUrl);
+    const Method *const method = FindMethod(build.request.method);
+    if (method == nullptr || !method->addressesStream || from.streamCount < 1 || build.stream < 0) return;
+    if (from.controlUrl != nullptr && from.controlUrl[0] != '\0') {
+        CopyText(uri, kUriBytes, from.controlUrl);
         return;
     }
     const std::size_t length = std::strlen(uri);
@@ -128,7 +84,7 @@ void WriteUri(const Build &build) {
 }
 
 int32_t AddSequenceNumber(const Build &build) {
-    build.request.cSeq = ++build.client.cSeq; // consumed also when the request is never sent
+    build.request.cSeq = ++build.from.cSeq; // consumed also when the request is never sent
     char number[12];
     std::snprintf(number, sizeof number, "%u", build.request.cSeq);
     return AddRequestHeader(&build.request, "CSeq", number);
@@ -150,23 +106,21 @@ bool AddDefaultHeader(const Build &build, const DefaultHeader &header) {
         return AddOrReport(build, header.name, userGiven->headerValue, header.texts.userGiven);
     }
     if (header.laterStreamsOnly && build.stream <= 0) return true;
-    const char *const value = header.value == kSessionId ? build.client.sessionId : header.value;
+    const char *const value = header.value == kSessionId ? build.from.sessionId : header.value;
     return AddOrReport(build, header.name, value, header.texts.byDefault);
 }
 
-bool AddUserAgent(const Build &build) {
-    return AddDefaultHeader(build, {build.request.method, "User-Agent", "Rtp Rtsp Client", kUserAgentTexts});
-}
-
 bool AddAuthorization(const Build &build) {
-    if (build.client.authRequired == 0) return true;
-    const HeapText value(GenerateRTSPAuthenticationRequest(&build.client, build.request.uri, build.request.method));
-    return !value || AddOrReport(build, "Authorization", value.get(), kAcceptTexts.byDefault);
+    const Authentication &authentication = build.from.authentication;
+    if (authentication.required == 0) return true;
+    const HeapText value(
+        GenerateRTSPAuthenticationRequest(authentication, build.request.uri, build.request.method));
+    return !value || AddOrReport(build, "Authorization", value.get(), kAuthorizationTexts.byDefault);
 }
 
-bool AddMethodHeaders(const Build &build) {
-    for (const DefaultHeader &header : kMethodHeaders)
-        if (header.method == build.request.method && !AddDefaultHeader(build, header)) return false;
+bool AddMethodHeaders(const Build &build, const Method &method) {
+    for (const DefaultHeader &header : method.headers)
+        if (!AddDefaultHeader(build, header)) return false;
     return true;
 }
 
@@ -186,24 +140,24 @@ void ClearUsedMarks(intptr_t userList) {
 
 } // namespace
 
-RequestMsg *GenerateRequestMessage(RTSPClient *rtspClient, uint32_t method, intptr_t userList,
-                                   int32_t streamCount) {
+RequestMsg *GenerateRequestMessage(const Requester &from, uint32_t method, intptr_t userList, int32_t stream) {
     constexpr RequestMsg *kNone = nullptr;
     const CallTrace trace(__func__);
-    if (rtspClient == nullptr || method >= kMethodNumbers || streamCount > rtspClient->streamCount)
+    if (method >= kMethodNumbers || stream > from.streamCount)
         return trace.Fail(kNone, "\tEXIT : %s :Invalid input argument\n");
     RequestMsgPtr request = CreateRequestMsg(method);
     if (!request) return trace.Fail(kNone, "\tEXIT : %s :Memory Allocation Failed\n");
-    const Build build{trace, *rtspClient, *request, userList, streamCount};
+    const Build build{trace, from, *request, userList, stream};
     const ScopeExit clearMarks([userList] { ClearUsedMarks(userList); });
 
     WriteUri(build);
     RtpRtspInfoPrint("Generated RTSP URI  %s \n", request->uri);
     if (AddSequenceNumber(build) != RTSP_SUCCESS)
         return trace.Fail(kNone, "\tEXIT : %s :Problem Occurred while Adding Request Header \n");
-    if (!AddUserAgent(build) || !AddAuthorization(build)) return request.release();
-    if (method > RTSP_PAUSE) return trace.Fail(kNone, "\tEXIT : %s :Method is not implemented\n");
-    if (AddMethodHeaders(build)) AddRemainingUserHeaders(build);
+    if (!AddDefaultHeader(build, kUserAgentHeader) || !AddAuthorization(build)) return request.release();
+    const Method *const row = FindMethod(method);
+    if (row == nullptr) return trace.Fail(kNone, "\tEXIT : %s :Method is not implemented\n");
+    if (AddMethodHeaders(build, *row)) AddRemainingUserHeaders(build);
     return request.release();
 }
 
@@ -212,8 +166,6 @@ namespace {
 constexpr std::size_t kRequestLineExtra = 10; // the longest method name and two spaces
 constexpr std::size_t kSeparator = 2;         // colon and space
 constexpr std::size_t kLineEnd = 2;           // CR and LF
-
-bool HasWireName(uint32_t method) { return method <= RTSP_PAUSE; }
 
 // Room for the whole text and its terminator.
 std::size_t SerialisedSize(const RequestMsg &request) {
@@ -238,25 +190,24 @@ char *Serialise(const RequestMsg &request, char *text) {
 }
 
 // One send, never repeated. The lock keeps reports of an interleaved connection out of the request's bytes.
-ssize_t SendOnce(RTSPClient &client, std::string_view text) {
-    const ScopedLock lock(client.sendLock);
-    return send(client.rtspSocket, text.data(), text.size(), MSG_NOSIGNAL);
+ssize_t SendOnce(Connection &connection, std::string_view text) {
+    const ScopedLock lock(connection.sendLock);
+    return send(connection.socket, text.data(), text.size(), MSG_NOSIGNAL);
 }
 
 } // namespace
 
-int32_t SendRequestMessage(RTSPClient *rtspClient) {
+int32_t SendRequestMessage(Connection &connection, const RequestMsg *request) {
     const CallTrace trace(__func__);
-    if (rtspClient == nullptr || rtspClient->requestMsg == nullptr)
-        return trace.Fail(RTSP_FAILURE, "\tEXIT : %s :Invalid input argument\n");
-    const RequestMsg &request = *rtspClient->requestMsg;
-    const HeapText text(static_cast<char *>(std::calloc(SerialisedSize(request), 1)));
+    if (request == nullptr) return trace.Fail(RTSP_FAILURE, "\tEXIT : %s :Invalid input argument\n");
+    const HeapText text(static_cast<char *>(std::calloc(SerialisedSize(*request), 1)));
     if (!text) return trace.Fail(RTSP_FAILURE, "\tEXIT : %s :Memory Allocation Failed\n");
-    if (!HasWireName(request.method)) return trace.Fail(RTSP_FAILURE, "\tEXIT : %s :Invalid RTSP request method\n");
+    if (FindMethod(request->method) == nullptr)
+        return trace.Fail(RTSP_FAILURE, "\tEXIT : %s :Invalid RTSP request method\n");
 
-    const char *const end = Serialise(request, text.get());
+    const char *const end = Serialise(*request, text.get());
     RtpRtspInfoPrint("RTSP SENDING: \n%s\n\n", text.get());
-    if (SendOnce(*rtspClient, {text.get(), end}) < 0)
+    if (SendOnce(connection, {text.get(), end}) < 0)
         return trace.Fail(RTSP_SEND_FAILED, "\tEXIT : %s :Problem in Sending Request to Server\n");
     return RTSP_SUCCESS;
 }

@@ -12,6 +12,9 @@ namespace rtsptap {
 inline constexpr std::size_t kUriBytes = 367;
 inline constexpr std::size_t kVersionBytes = 9;
 
+struct Authentication;
+struct Connection;
+
 struct RequestMsg {
     uint32_t method = 0; // RTSPMethod
     uint32_t cSeq = 0;
@@ -33,16 +36,24 @@ using RequestMsgPtr = std::unique_ptr<RequestMsg, RequestMsgDeleter>;
 // A request without headers, its URI still empty; null when memory is short.
 RequestMsgPtr CreateRequestMsg(uint32_t method);
 
-struct RTSPClient;
-struct RequestMsg;
+// Who sends a request.
+struct Requester {
+    const char *serverIp; // with port and name the URI of the whole session
+    uint16_t serverPort;
+    const char *sessionName;
+    const char *controlUrl; // of the stream addressed; may be null or empty
+    int32_t streamCount;    // of the session
+    const char *sessionId;
+    const Authentication &authentication;
+    uint32_t &cSeq; // the last one used
+};
 
-// streamCount is the 0-based stream addressed, negative for the whole session. userList may be null.
+// `stream` is the 0-based stream addressed, negative for the whole session. userList may be null.
 // Null when the arguments are bad, memory is short or the method is not implemented.
-RequestMsg *GenerateRequestMessage(RTSPClient *rtspClient, uint32_t method, intptr_t userList, int32_t streamCount);
+RequestMsg *GenerateRequestMessage(const Requester &from, uint32_t method, intptr_t userList, int32_t stream);
 
-struct RTSPClient;
-
-// 0; RTSP_FAILURE when nothing could be written; RTSP_SEND_FAILED when the socket refused.
-int32_t SendRequestMessage(RTSPClient *rtspClient);
+// Writes the request as text and sends it in one send, under the connection's sendLock. 0; RTSP_FAILURE when
+// nothing could be written; RTSP_SEND_FAILED when the socket refused.
+int32_t SendRequestMessage(Connection &connection, const RequestMsg *request);
 
 } // namespace rtsptap

@@ -1,4 +1,3 @@
-
 #include "rtsp/message/response.h"
 
 #include "platform/printers.h"

@@ -64,7 +64,7 @@ Hostiles ReadRows() {
 
 // What came without a request has been met: the thread has come to the packet behind it, or it lies in the socket.
 void AwaitArrival(Session &session, const Hostile &hostile) {
-    const int socket = reinterpret_cast<RTSPClient *>(static_cast<intptr_t>(session))->rtspSocket;
+    const int socket = reinterpret_cast<RTSPClient *>(static_cast<intptr_t>(session))->media.connection.socket;
     pollfd wait = {socket, POLLIN, 0};
     if (session.proto == kUdp || hostile.method->from < CLIENT_PLAYING_STATE) {
         EXPECT_EQ(poll(&wait, 1, 20000), 1);

@@ -159,7 +159,7 @@ class InStep : public LiveStream {
 public:
     explicit InStep(const Reader &theReader)
         : LiveStream(theReader.ringBytes), reader(theReader), model{theReader.latency} {
-        client.mtuSize = static_cast<uint32_t>(model.mtu = 2000);
+        session.mtuSize = static_cast<uint32_t>(model.mtu = 2000);
         RTPClientConfigLatency(Handle(), model.latency.target, model.latency.underflow, model.latency.overflow);
     }
 

@@ -1,8 +1,8 @@
 // The real programs that the library is tested against, and what the tests take from them.
 #pragma once
 
-#include "tests/support/process.h"
 #include "tests/support/packet_builder.h"
+#include "tests/support/process.h"
 
 #include <string>
 #include <vector>

@@ -72,7 +72,7 @@ TEST_F(RtpPacket, ReadsEveryFieldOfTheHeader) {
 
 TEST_F(RtpPacket, AcceptsTheKnownPayloadTypesOnly) {
     const std::set<int> accepted = {0, 8, 10, 11, 14, 26, 33};
-    client.dataProto = DATA_PROTO_TCP; // no gaps
+    session.dataProto = DATA_PROTO_TCP; // no gaps
     for (int type = 0; type < 128; ++type) {
         RTPStreamData *const packet = Parse(Packet(7, 0, static_cast<unsigned>(type)));
         EXPECT_EQ(packet != nullptr, type >= 96 || accepted.contains(type)) << type;
@@ -131,7 +131,7 @@ TEST_F(RtpPacket, CountsEveryStepThatIsNotTheNextNumber) {
     for (const uint32_t proto : {DATA_PROTO_TCP, DATA_PROTO_UDP})
         for (const auto &[last, number, udpGap] : cases) {
             const int gap = proto == DATA_PROTO_UDP ? udpGap : 0; // nothing is lost on the RTSP connection
-            client.dataProto = proto;
+            session.dataProto = proto;
             totalPktLost = 1000;
             stream->lastSeqNum = last;
             const std::size_t printed = out.Text().size();
@@ -160,7 +160,7 @@ TEST_F(RtpPacket, TotalStartsOverAtAHundredThousandWhenItTurnsNegative) {
 // Order, limits and latency: tests/impair.
 class PacketQueue : public StreamFixture {
 protected:
-    PacketQueue() { client.dataProto = DATA_PROTO_TCP; } // no lines of the loss accounting between ours
+    PacketQueue() { session.dataProto = DATA_PROTO_TCP; } // no lines of the loss accounting between ours
 
     CapturedStdout out;
 };
@@ -169,7 +169,7 @@ TEST_F(PacketQueue, TellsWhatItDropsFromAnInterleavedStream) {
     rules = {.announceDrops = true, .channel = 6};
     for (int number = 1; number <= 1025; ++number) Arrive(Packet(number));
     Drain();
-    client.targetLatency = client.overflowLimit = 100;
+    session.targetLatency = session.overflowLimit = 100;
     Arrive(Packet(1, 0));
     Arrive(Packet(2, 101 * 90));
     EXPECT_EQ(out.Text(), "Discarding packet :1025 : 1025 stream:6 (too many packets)\n"
@@ -188,7 +188,7 @@ TEST_F(PacketQueue, LooksNoFurtherThanTheHeadForALatePacket) {
 }
 
 TEST_F(PacketQueue, KeepsAShownPacketUntilTheNextLook) {
-    client.targetLatency = client.overflowLimit = 100;
+    session.targetLatency = session.overflowLimit = 100;
     Arrive(Packet(1, 0));
     Arrive(Packet(2, 90));
     RTPStreamData *shown = nullptr;
@@ -196,7 +196,7 @@ TEST_F(PacketQueue, KeepsAShownPacketUntilTheNextLook) {
     Arrive(Packet(3, 90000)); // 1 and 2 leave the queue
     EXPECT_EQ(shown->rtpHeader->sequenceNumber, 1);
     EXPECT_EQ(stream->ringHolders, 2);
-    client.targetLatency = 0;
+    session.targetLatency = 0;
     RTPStreamData *const next = Get();
     EXPECT_EQ(next->rtpHeader->sequenceNumber, 3);
     EXPECT_EQ(stream->deferredPacket, nullptr);

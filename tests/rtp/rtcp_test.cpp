@@ -45,7 +45,7 @@ TEST_F(Rtcp, AnswersReportsAndByesOnly) {
 
 TEST_F(Rtcp, ReportsByteForByte) {
     stream->cumulativeLost = 0x12000050; // its low 24 bits are reported
-    stream->prevCumulativeLost = 0x12000000;
+    stream->rtcp.prevCumulativeLost = 0x12000000;
     Bytes expected = {0x81, 201, 0, 7, 1, 2, 3, 4, 5, 6, 7, 8, 80 * 256 / 199, 0, 0, 0x50, 0, 0, 1, 43,
                       0,    0,   0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
     EXPECT_EQ(Report(), expected);
@@ -57,8 +57,10 @@ TEST_F(Rtcp, ReportsByteForByte) {
     EXPECT_EQ(Report("cam-host1"), expected);
     EXPECT_EQ(stream->srRtpTimestamp, 0x31323334u);
     EXPECT_EQ(Accept({0x80, 200, 0, 6, 1}), 0); // cut short: what is missing is 0
-    EXPECT_EQ(stream->srSenderSsrc, 0x01000000u);
-    EXPECT_EQ(stream->srNtpMsw | stream->srNtpLsw | stream->srRtpTimestamp | stream->srOctetCount, 0u);
+    EXPECT_EQ(stream->rtcp.senderReport.senderSsrc, 0x01000000u);
+    EXPECT_EQ(stream->rtcp.senderReport.ntpMsw | stream->rtcp.senderReport.ntpLsw | stream->srRtpTimestamp |
+                  stream->rtcp.senderReport.octetCount,
+              0u);
 }
 
 TEST_F(Rtcp, WritesTheWholeReportOrNothing) {
@@ -101,7 +103,7 @@ TEST_F(Rtcp, ReportsTheFractionLost) {
     for (const auto &at : cases) {
         stream->baseSeqNum = at.base;
         stream->cumulativeLost = at.lost;
-        stream->prevCumulativeLost = at.previous;
+        stream->rtcp.prevCumulativeLost = at.previous;
         EXPECT_EQ(Report()[12], at.fraction);
     }
 }
@@ -110,7 +112,7 @@ TEST_F(Rtcp, SendsDatagramsToThePortAboveTheServers) {
     const test::UdpPeer server;
     stream->rtcpSocket = socket(AF_INET, SOCK_DGRAM, 0);
     stream->serverPort = static_cast<uint16_t>(server.Port() - 1);
-    client.serverAddress = htonl(INADDR_LOOPBACK);
+    session.server.Set(ReadAddress("127.0.0.1", 0));
     const Bytes packet(52, 7);
     EXPECT_EQ(SendRtcpPacket(stream, packet.data(), 52), 0);
     EXPECT_EQ(server.Receive(), std::string(52, 7));
@@ -124,7 +126,7 @@ TEST_F(Rtcp, SendsDatagramsToThePortAboveTheServers) {
 TEST_F(Rtcp, SendsFramesWithoutEverWaiting) {
     std::array<int, 2> ends;
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()), 0);
-    client.rtspSocket = ends[0];
+    session.connection.socket = ends[0];
     stream->interleavedChannel = 2;
     const Bytes packet(124, 7);
     Bytes received(200);
@@ -132,9 +134,9 @@ TEST_F(Rtcp, SendsFramesWithoutEverWaiting) {
     EXPECT_EQ(recv(ends[1], received.data(), received.size(), 0), 127);
     EXPECT_EQ(Bytes(received.begin(), received.begin() + 5), Bytes({'$', 3, 0, 123, 7}));
     EXPECT_EQ(SendRtcpPacketTCP(stream, packet.data(), 124), -1);
-    MutexLock(&client.sendLock); // a request is being sent
+    MutexLock(&session.connection.sendLock); // a request is being sent
     EXPECT_EQ(SendRtcpPacketTCP(stream, packet.data(), 8), 0);
-    MutexUnlock(&client.sendLock);
+    MutexUnlock(&session.connection.sendLock);
     EXPECT_EQ(recv(ends[1], received.data(), received.size(), MSG_DONTWAIT), -1);
     while (send(ends[0], received.data(), received.size(), MSG_DONTWAIT) > 0) {
     } // the server does not read

@@ -1,10 +1,11 @@
 // A live client with one stream and no threads: a test delivers packets the way a receive thread does.
 #pragma once
 
+#include "platform/handle_table.h"
+#include "rtp/media_session.h"
 #include "rtp/packet_queue.h"
 #include "rtp/rtp_packet.h"
 #include "rtp/stream.h"
-#include "rtsp/client/client.h"
 #include "tests/support/packet_builder.h"
 
 #include <gtest/gtest.h>
@@ -24,17 +25,17 @@ inline Bytes Packet(int number, uint32_t timestamp = 0, unsigned payloadType = 9
 
 struct LiveStream {
     explicit LiveStream(int32_t ringBytes = 100000) : stream(&AddStream(RTP_CODEC_H264, ringBytes)) {
-        EXPECT_EQ(LinkClient(&client), 0);
-        client.mtuSize = 1500;
+        EXPECT_TRUE(AddHandle(Handle()));
+        session.mtuSize = 1500;
     }
     ~LiveStream() {
-        UnlinkClient(&client);
-        for (RTSPStreamInfo *at = client.streamList; at != nullptr;)
+        RemoveHandle(Handle());
+        for (RTSPStreamInfo *at = session.streamList; at != nullptr;)
             ReleaseStream(std::exchange(at, at->next.load()));
     }
 
     RTSPStreamInfo &AddStream(int32_t codecType, int32_t ringBytes = 100000) {
-        RTSPStreamInfo &added = *AppendStream(client);
+        RTSPStreamInfo &added = *AppendStream(session);
         EXPECT_EQ(CreateStreamLocks(added), StreamLock::kNone);
         EXPECT_TRUE(AllocateRing(added.ring, ringBytes));
         added.codecType = codecType;
@@ -44,7 +45,7 @@ struct LiveStream {
     // Null when the packet is refused.
     RTPStreamData *Parse(const Bytes &packet) {
         const auto length = static_cast<uint32_t>(packet.size());
-        EXPECT_GE(PlaceNextPacket(stream->ring, client.mtuSize).room, length);
+        EXPECT_GE(PlaceNextPacket(stream->ring, session.mtuSize).room, length);
         const RTPDataBuffer buffer{length, stream->ring.storage + stream->ring.writeIndex};
         std::ranges::copy(packet, buffer.data);
         stream->ring.writeIndex += length;
@@ -52,11 +53,11 @@ struct LiveStream {
     }
     void Arrive(const Bytes &packet) {
         RTPStreamData *const parsed = Parse(packet);
-        parsed != nullptr ? InsertPacket(*stream, parsed, rules) : PassOver(*stream);
+        parsed != nullptr ? InsertPacket(*stream, parsed, rules) : CountHandled(*stream);
         SignalReaders(*stream);
     }
 
-    intptr_t Handle() { return reinterpret_cast<intptr_t>(&client); }
+    intptr_t Handle() { return reinterpret_cast<intptr_t>(&session); }
     RTPStreamData *Get() {
         RTPStreamData *packet = nullptr;
         RTPClientGetRTPStreamData(Handle(), &packet, RTP_CODEC_H264);
@@ -77,7 +78,7 @@ struct LiveStream {
         return numbers;
     }
 
-    RTSPClient client;
+    MediaSession session;
     RTSPStreamInfo *stream;
     ArrivalRules rules{.reorder = true};
 };

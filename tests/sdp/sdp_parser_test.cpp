@@ -49,7 +49,7 @@ std::string Summary(const RTSPStreamInfo &stream) {
 
 std::string Summaries(DescribedClient &described) {
     std::string text = std::to_string(described.result);
-    for (int32_t number = 1; number <= described.client.streamCount; ++number)
+    for (int32_t number = 1; number <= described.client.media.streamCount; ++number)
         text += " [" + Summary(described.Stream(number)) + "]";
     return text;
 }

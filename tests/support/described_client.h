@@ -15,13 +15,14 @@ struct DescribedClient {
         client.serverPort = 554;
         client.connected = 1;
         client.receivedSDP = DuplicateText(sdp).release();
-        result = ParseReceivedSDP(&client);
+        result = ParseReceivedSDP(client.receivedSDP, {client.media, client.sdpFieldList, client.serverIp,
+                                                       client.serverPort, client.sessionName});
     }
     ~DescribedClient() { RTSPClientDestroy(handle); }
     DescribedClient(const DescribedClient &) = delete;
     DescribedClient &operator=(const DescribedClient &) = delete;
 
-    RTSPStreamInfo &Stream(int32_t number) { return *FindStreamByNumber(client, number); }
+    RTSPStreamInfo &Stream(int32_t number) { return *FindStreamByNumber(client.media, number); }
 
     const intptr_t handle = RTSPClientCreate();
     RTSPClient &client = *reinterpret_cast<RTSPClient *>(handle);

@@ -1,7 +1,7 @@
-// What the library calls instead of the system in the tests, the torture and the fuzzers of whole sessions: in a copy of
-// its archive these calls are renamed (system_calls.cmake), so nobody else's are touched. One chosen call fails,
-// time runs faster; all that the library takes is counted and must be given back, and it may use no descriptor but
-// its own. Threads: any.
+// What the library calls instead of the system in the tests, the torture and the fuzzers of whole sessions: in a
+// copy of its archive these calls are renamed (system_calls.cmake), so nobody else's are touched. One chosen call
+// fails, time runs faster; all that the library takes is counted and must be given back, and it may use no
+// descriptor but its own. Threads: any.
 #pragma once
 
 #include <functional>

@@ -53,7 +53,7 @@ TEST(UdpSession, PacketsOfTheLastSessionAreFreedWhileTheNextOneStarts) {
     }
     EXPECT_EQ(session.Teardown(), 0);
     // What is held or was shown keeps its ring and its pool, nothing else is kept.
-    const rtsptap::RTSPStreamInfo &video = *client.retiredStreams.load();
+    const rtsptap::RTSPStreamInfo &video = *client.media.retiredStreams.load();
     const rtsptap::RTSPStreamInfo &audio = *video.next.load();
     EXPECT_EQ(shown->packetData, audio.ring.storage);
     EXPECT_EQ(PayloadOf(*shown), PayloadOf(*held.front()));
@@ -67,7 +67,7 @@ TEST(UdpSession, PacketsOfTheLastSessionAreFreedWhileTheNextOneStarts) {
     EXPECT_EQ(session.Video(3), Numbers(30, 32));
     EXPECT_EQ(session.Teardown(), 0);
     for (const rtsptap::RTSPStreamInfo *stream :
-         {&video, &audio, static_cast<const rtsptap::RTSPStreamInfo *>(client.retiredStreams)})
+         {&video, &audio, static_cast<const rtsptap::RTSPStreamInfo *>(client.media.retiredStreams)})
         EXPECT_TRUE(stream->ring.storage == nullptr && stream->pool.ready == nullptr && !stream->pool.returned);
 }
 

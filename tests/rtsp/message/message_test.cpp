@@ -2,7 +2,7 @@
 #include "platform/text.h"
 #include "rtp/interleaved/connection.h"
 #include "rtsp/client/client.h"
-#include "rtsp/client/reply_source.h"
+#include "rtsp/client/exchange.h"
 #include "rtsp/message/authentication.h"
 #include "rtsp/message/header_list.h"
 #include "rtsp/message/header_rules.h"
@@ -71,31 +71,31 @@ TEST(DefaultDigest, GivesTheKnownAnswerOrRefusesWhatItCannotCompute) {
     }
 }
 
-void StoreFrom(RTSPClient &client, const std::string &header) {
+void StoreFrom(Authentication &authentication, const std::string &header) {
     std::string text = "RTSP/1.0 401 Unauthorized\r\n" + header + "\r\n\r\n";
     const RecvBuffer buffer{static_cast<int32_t>(text.size()), text.data()};
     const ResponseMsgPtr response(ClientParseMessage(&buffer));
-    StoreChallenge(client, *response);
+    StoreChallenge(authentication, *response);
 }
 
 TEST(Challenge, ReplacesWhatItNamesAndNothingElse) {
     for (const auto &row : Rows("challenges.txt")) {
-        RTSPClient client{};
-        for (char *field : {client.authType, client.realm, client.nonce}) CopyText(field, 128, "old");
-        StoreFrom(client, row[0]);
-        EXPECT_EQ(client.authType + std::string(" ") + client.realm + " " + client.nonce, row.at(1)) << row[0];
-        EXPECT_EQ(client.authRequired, row[1].starts_with("old") ? 0u : 1u) << row[0];
+        Authentication is;
+        for (char *field : {is.type, is.realm, is.nonce}) CopyText(field, 128, "old");
+        StoreFrom(is, row[0]);
+        EXPECT_EQ(is.type + std::string(" ") + is.realm + " " + is.nonce, row.at(1)) << row[0];
+        EXPECT_EQ(is.required, row[1].starts_with("old") ? 0u : 1u) << row[0];
     }
 }
 
 TEST(Authorization, GivesTheSchemeBackAndTheDigestOfTheMethod) {
-    RTSPClient client{};
-    CopyText(client.authType, "Basic");
-    CopyText(client.realm, "testrealm@host.com");
-    CopyText(client.nonce, "dcd98b7102dd2f0e8b11d0f600bfb0c093");
-    CopyText(client.username, "Mufasa");
-    CopyText(client.password, "Circle Of Life");
-    const HeapText value(GenerateRTSPAuthenticationRequest(&client, "rtsp://10.0.0.5:554/live", RTSP_TEARDOWN));
+    Authentication is;
+    CopyText(is.type, "Basic");
+    CopyText(is.realm, "testrealm@host.com");
+    CopyText(is.nonce, "dcd98b7102dd2f0e8b11d0f600bfb0c093");
+    CopyText(is.username, "Mufasa");
+    CopyText(is.password, "Circle Of Life");
+    const HeapText value(GenerateRTSPAuthenticationRequest(is, "rtsp://10.0.0.5:554/live", RTSP_TEARDOWN));
     EXPECT_STREQ(value.get(), "Basic username=\"Mufasa\", realm=\"testrealm@host.com\", "
                               "nonce=\"dcd98b7102dd2f0e8b11d0f600bfb0c093\", uri=\"rtsp://10.0.0.5:554/live\", "
                               "response=\"2efb17bb01d5be5aa7f6808adb0f1771\"");
@@ -223,8 +223,8 @@ TEST(Request, ReplacementThatFailsIsReportedWithUserAgentAndEndsTheHeaders) {
         RTSPHeaderStruct withoutValue;
         withoutValue.headerName = const_cast<char *>(name);
         CapturedStdout output;
-        const RequestMsgPtr request(
-            GenerateRequestMessage(&client, RTSP_PLAY, reinterpret_cast<intptr_t>(&withoutValue), -1));
+        const RequestMsgPtr request(GenerateRequestMessage(RequesterOf(client, -1), RTSP_PLAY,
+                                                           reinterpret_cast<intptr_t>(&withoutValue), -1));
         ASSERT_TRUE(request);
         EXPECT_EQ(request->headerCount, headers) << name;
         EXPECT_EQ(withoutValue.isUsed, 0) << name;
@@ -237,17 +237,18 @@ TEST(Request, ReplacementThatFailsIsReportedWithUserAgentAndEndsTheHeaders) {
 TEST(Request, BadArgumentsAndUnknownMethodsGiveNone) {
     RTSPClient client;
     const CapturedStdout output;
-    EXPECT_EQ(GenerateRequestMessage(&client, 9, 0, 0), nullptr);
-    EXPECT_EQ(GenerateRequestMessage(&client, RTSP_PLAY, 0, 3), nullptr);
+    EXPECT_EQ(GenerateRequestMessage(RequesterOf(client, 0), 9, 0, 0), nullptr);
+    EXPECT_EQ(GenerateRequestMessage(RequesterOf(client, 3), RTSP_PLAY, 0, 3), nullptr);
     EXPECT_EQ(client.cSeq, 0u);
     for (uint32_t method = 6; method < 9; ++method)
-        EXPECT_EQ(GenerateRequestMessage(&client, method, 0, 0), nullptr);
+        EXPECT_EQ(GenerateRequestMessage(RequesterOf(client, 0), method, 0, 0), nullptr);
     EXPECT_EQ(client.cSeq, 3u);
 }
 
 TEST(Request, SendingWaitsForAReportThatIsBeingSent) {
     Session session(kTcp, CLIENT_PLAYING_STATE, {{"OPTIONS ", Ok()}});
-    pthread_mutex_t &sendLock = reinterpret_cast<RTSPClient *>(static_cast<intptr_t>(session))->sendLock;
+    pthread_mutex_t &sendLock =
+        reinterpret_cast<RTSPClient *>(static_cast<intptr_t>(session))->media.connection.sendLock;
     MutexLock(&sendLock);
     auto result = std::async(std::launch::async, [&] { return session.Options(); });
     EXPECT_EQ(result.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
@@ -293,7 +294,7 @@ TEST(Response, AMissingSocketFailsAtOnce) {
     int32_t errCode = 7;
     CapturedStdout output;
     for (const int socket : {-1, 1 << 20}) {
-        client.rtspSocket = socket;
+        client.media.connection.socket = socket;
         EXPECT_EQ(ClientReadMessage(&client, 100, &errCode), nullptr);
     }
     EXPECT_EQ(errCode, 7);

@@ -1,0 +1,88 @@
+// What reception needs of an RTSP session, or of the ports of a standalone receiver: its streams, its limits, and
+// the connection that frames come over. The client embeds one; nothing here knows of requests, descriptions or
+// states before PLAY. Released by ReleaseSession.
+#pragma once
+
+#include "platform/address.h"
+#include "rtp/interleaved/connection.h"
+#include "rtsptap_extended.h"
+
+#include <atomic>
+#include <cstdint>
+
+namespace rtsptap {
+
+struct ReceiveRing;
+struct RTSPStreamInfo;
+
+inline constexpr uint32_t kDefaultMtuSize = 33000; // bytes; connect and the standalone receiver set it
+
+struct MediaSession {
+    // ---- Constant once connected ----
+    void *rtcpContext = nullptr; // of the next, which threads with RTCP call
+    RTSPTapRtcpCallback rtcpCallback = nullptr;
+
+    // ---- Written by the application thread, read by the receive threads ----
+    std::atomic<uint32_t> state{CLIENT_INIT_STATE}; // RTSPClientState; in the first one what is paused is over
+    std::atomic<int32_t> streamCount{0};            // streams of the description in force
+    std::atomic<uint32_t> mtuSize{0};               // bytes; largest packet received in one piece
+    std::atomic<uint32_t> dataProto{DATA_PROTO_UDP};
+    std::atomic<int32_t> targetLatency{0};             // ms; 0 switches latency control off
+    std::atomic<int32_t> underflowLimit{0};            // ms
+    std::atomic<int32_t> overflowLimit{0};             // ms
+    std::atomic<int32_t> videoBufferSize{0};           // bytes of a video stream's receive ring
+    std::atomic<int32_t> audioBufferSize{0};           // bytes of an audio stream's receive ring
+    std::atomic<RTSPStreamInfo *> streamList{nullptr}; // append-only while threads live; owned
+    std::atomic<uint32_t> channelChanges{1};           // how often the list, or a stream's channel, has changed
+    // Owned: of ended sessions, kept for packets and descriptions.
+    std::atomic<RTSPStreamInfo *> retiredStreams{nullptr};
+    SharedAddress server; // of the RTSP server: reports go to a port of it
+
+    // ---- Written by the receive threads ----
+    std::atomic<uint32_t> packetCounter{0}; // RTP packets parsed over all streams
+
+    Connection connection; // RTSP's; has groups of its own
+};
+
+// The session behind a client handle, or null when it is not the handle of a live client. Any thread, no lock: a
+// client begins with its session, so the handle is the address of both.
+MediaSession *LiveSession(intptr_t clientHandle);
+
+// A new record at the tail of the streamList, counted in streamCount, its session set; null when memory is short.
+// Its locks are still to be made. A caller that appends many names the stream it appended last, from which the tail
+// is looked for: a description may open tens of thousands of sections. Application thread.
+RTSPStreamInfo *AppendStream(MediaSession &session, RTSPStreamInfo *last = nullptr);
+
+// The stream's RTP channel on an interleaved connection, also while frames come. Application thread.
+void SetChannel(RTSPStreamInfo &stream, uint32_t channel);
+
+// ---- Looking for a stream: any thread ----
+
+// Stream number 1 and up in description order; null when the list is shorter.
+RTSPStreamInfo *FindStreamByNumber(const MediaSession &session, int32_t number);
+// The stream with that ring, also of an ended session; null when it is not one of this session's.
+RTSPStreamInfo *FindStreamByRing(const MediaSession &session, const ReceiveRing *ring);
+// The first of the streamCount streams with that codec; null when there is none.
+RTSPStreamInfo *FindStreamByCodec(const MediaSession &session, int32_t codecType);
+// The last of them.
+RTSPStreamInfo *FindLastStreamByCodec(const MediaSession &session, int32_t codecType);
+
+// ---- The end of a session: application thread ----
+
+// The streams of an ended session are kept for those who hold their packets or descriptions. What comes next starts
+// with stream 1 again, so they leave the list.
+void RetireEndedStreams(MediaSession &session);
+
+// After a TEARDOWN, when no thread of the session lives any more: frees what its streams took, and retires them.
+// Their descriptions stay until Destroy, a ring until the application has freed the last packet in it. One that it
+// was only shown stays until the next session ends.
+void EndStreams(MediaSession &session);
+
+// When a connection is replaced by another one, whose server may never send to the old streams again: frees the
+// rings that no thread serves and no packet needs. PLAY makes them anew.
+void FreeIdleRings(const MediaSession &session);
+
+// Frees every stream, a reply under way and the bytes read ahead. No thread of the session lives any more.
+void ReleaseSession(MediaSession &session);
+
+} // namespace rtsptap
