@@ -69,6 +69,25 @@ void AppendChallenges(std::string_view text, std::vector<Challenge> &challenges)
     }
 }
 
+bool IsNamed(std::string_view parameter, std::string_view name) {
+    return SameText(parameter.substr(0, parameter.find('=')), name) && parameter.size() > name.size();
+}
+
+// "url=rtsp://host/stream=0;seq=12;rtptime=345", parts of which an address may hold as well.
+RtpInfo ParseRtpInfo(const std::string &text) {
+    RtpInfo entry;
+    for (const std::string &part : Split(text, ';')) {
+        const std::string parameter = Trimmed(part);
+        if (IsNamed(parameter, "url")) entry.url = parameter.substr(4);
+        if (!IsNamed(parameter, "rtptime")) continue;
+        uint32_t timestamp = 0;
+        const char *const digits = parameter.data() + 8;
+        const auto [end, error] = std::from_chars(digits, parameter.data() + parameter.size(), timestamp);
+        if (error == std::errc() && end != digits) entry.timestamp = timestamp;
+    }
+    return entry;
+}
+
 } // namespace
 
 // RTSP/1.0 404 Not Found
@@ -104,6 +123,23 @@ std::string ParameterOf(const Challenge &challenge, std::string_view name) {
     for (const auto &[key, value] : challenge.parameters)
         if (key == name) return value;
     return {};
+}
+
+// A comma ends an entry only where another one begins.
+std::vector<RtpInfo> RtpInfosOf(const Reply &reply) {
+    std::vector<std::string> texts;
+    for (const auto &[name, value] : reply.headers) {
+        if (!SameText(name, "RTP-Info")) continue;
+        for (const std::string &part : Split(value, ',')) {
+            if (texts.empty() || IsNamed(Trimmed(part), "url"))
+                texts.push_back(part);
+            else
+                texts.back() += "," + part;
+        }
+    }
+    std::vector<RtpInfo> entries;
+    for (const std::string &text : texts) entries.push_back(ParseRtpInfo(text));
+    return entries;
 }
 
 std::optional<std::chrono::seconds> SessionTimeoutOf(const Reply &reply) {

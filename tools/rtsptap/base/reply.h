@@ -1,7 +1,9 @@
-// The raw reply of a server, for what the library does not hand out: status line and headers.
+// The reply of a server, taken apart once for everybody. The library hands replies out whole
+// (RTSPClientGetLastReply); of what is in them it tells the status class alone.
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -38,6 +40,13 @@ std::vector<Challenge> ChallengesOf(const Reply &reply);
 
 // A parameter of a challenge; empty when it has none.
 std::string ParameterOf(const Challenge &challenge, std::string_view name);
+
+// What a reply to PLAY says of one stream (RFC 2326, 12.33).
+struct RtpInfo {
+    std::string url;
+    std::optional<uint32_t> timestamp; // of its first packet
+};
+std::vector<RtpInfo> RtpInfosOf(const Reply &reply);
 
 // "Session: 12345678;timeout=60"
 std::optional<std::chrono::seconds> SessionTimeoutOf(const Reply &reply);

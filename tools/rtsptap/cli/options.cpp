@@ -1,6 +1,6 @@
 #include "cli/options.h"
 
-#include "base/codec_names.h"
+#include "base/codecs.h"
 #include "base/text.h"
 
 #include <algorithm>

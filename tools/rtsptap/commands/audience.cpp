@@ -3,7 +3,6 @@
 #include "base/console.h"
 #include "base/text.h"
 #include "base/writing.h"
-#include "media/sink.h"
 #include "views/watchers.h"
 
 #include <algorithm>

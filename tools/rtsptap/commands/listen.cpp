@@ -1,12 +1,12 @@
 // Receives RTP on local ports, without RTSP, and shows or records it.
-#include "base/codec_names.h"
+#include "base/codecs.h"
 #include "base/console.h"
 #include "commands/audience.h"
 #include "commands/commands.h"
-#include "media/key_frame.h"
-#include "media/sdp_file.h"
-#include "session/multicast_membership.h"
+#include "media/payload.h"
+#include "session/description.h"
 #include "session/session.h"
+#include "session/sockets.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -44,7 +44,7 @@ bool ParseListenPort(const std::string &text, bool video, ListenPort &port) {
     port.codecType = CodecTypeOfName(text.substr(0, at));
     const char *end = text.data() + text.size();
     const auto [stop, error] = std::from_chars(text.data() + at + 1, end, port.port);
-    const bool ofThisMedium = port.codecType != 0 && (port.codecType < RTP_CODEC_PCMA) == video;
+    const bool ofThisMedium = port.codecType != 0 && CodecOf(port.codecType)->isVideo == video;
     return error == std::errc() && stop == end && port.port != 0 && ofThisMedium;
 }
 
@@ -80,7 +80,7 @@ Outcome StreamsOfPorts(const ListenSettings &settings, SdpFile &sdp) {
         if (port.codecType == 0) continue;
         const auto number = static_cast<int32_t>(sdp.streams.size()) + 1;
         StreamFormat format =
-            FormatOfCodec({number, CodecDisplayName(port.codecType), port.codecType, true}, port.port);
+            FormatOfCodec({number, CodecOf(port.codecType)->encodingName, port.codecType, true}, port.port);
         format.stream.clockRate = format.clockRate;
         sdp.streams.push_back({std::move(format), ""});
     }
@@ -101,7 +101,7 @@ Outcome FindStreams(const ListenSettings &settings, SdpFile &sdp) {
 Outcome CheckStreams(const SdpFile &sdp) {
     const bool hasTransportStream =
         std::any_of(sdp.streams.begin(), sdp.streams.end(),
-                    [](const SdpStream &stream) { return stream.format.stream.codecType == RTP_CODEC_MP2T; });
+                    [](const SdpStream &stream) { return stream.format.codec->type == RTP_CODEC_MP2T; });
     if (!hasTransportStream || sdp.streams.size() == 1) return {};
     return {ExitCode::kUsage, "listen: a transport stream carries its own audio; listen to it alone"};
 }
@@ -119,18 +119,18 @@ Outcome OpenPorts(const SdpFile &sdp, Memberships &memberships, OpenedSession &o
     return {};
 }
 
-// Says once that a stream can be counted, but not be decoded. One stream at most has this codec.
-PacketObserver WatchForParameterSets() {
+// Says once that a stream can be counted, but not be decoded.
+PacketObserver WatchForParameterSets(int32_t number) {
     static constexpr auto kPatience = std::chrono::seconds(5); // longer than most senders have between them
     struct Watch {
         bool done = false;
         std::optional<Clock::time_point> first;
     };
-    return [watch = std::make_shared<Watch>()](const Stream &stream, const RTPStreamData &packet,
-                                               Clock::time_point arrival) {
-        if (watch->done || stream.codecType != RTP_CODEC_H264) return;
+    return [number, watch = std::make_shared<Watch>()](const Stream &stream, const RTPStreamData &packet,
+                                                       Clock::time_point arrival) {
+        if (stream.number != number || watch->done) return;
         if (!watch->first) watch->first = arrival;
-        watch->done = !FindSps(PayloadOf(packet)).empty();
+        watch->done = HasParameterSets(stream.codecType, PayloadOf(packet));
         if (watch->done || arrival - *watch->first < kPatience) return;
         watch->done = true;
         PrintNotice(NameOf(stream) +
@@ -161,8 +161,7 @@ Outcome Listen(const ListenSettings &settings, const LibraryOutput &output, Inte
         opened.session->SetLatency(static_cast<int32_t>(settings.latency->count()));
     Audience audience = records ? AudienceOf(watchers, file) : AudienceOf(watchers);
     for (const StreamFormat &format : opened.formats)
-        if (format.stream.codecType == RTP_CODEC_H264 && !HasParameterSets(format))
-            audience.observers.push_back(WatchForParameterSets());
+        if (LacksParameterSets(format)) audience.observers.push_back(WatchForParameterSets(format.stream.number));
     return ReceiveOpened(opened, settings.reception.duration, audience, interruption);
 }
 

@@ -1,8 +1,12 @@
-// Where a command writes to and in which format: chosen by name, and tried before anything is connected.
+// Where a command writes to and in which format: chosen by name, and tried before anything is connected; and the
+// sinks that write there.
 #pragma once
 
+#include "base/codecs.h"
 #include "base/interruption.h"
 #include "base/outcome.h"
+#include "reception/packet_sink.h"
+#include "session/description.h"
 
 #include <chrono>
 #include <cstdio>
@@ -13,24 +17,6 @@
 #include <vector>
 
 namespace tool {
-
-// What is written; a bit each, so that a table can name several.
-enum FileFormat : unsigned {
-    kMp4 = 1,
-    kMkv = 2,
-    kTs = 4,
-    kH264 = 8,
-    kAac = 16,
-    kWav = 32,
-    kMjpeg = 64,
-    kPcap = 128,
-    kRtpdump = 256,
-    kPng = 512,
-    kJpg = 1024
-};
-constexpr unsigned kContainers = kMp4 | kMkv | kTs; // hold several streams, and can be split
-constexpr unsigned kRecordings = kContainers | kH264 | kAac | kWav | kMjpeg | kPcap | kRtpdump;
-constexpr unsigned kPictures = kPng | kJpg;
 
 constexpr auto kUsualLatency = std::chrono::milliseconds(200);
 
@@ -88,5 +74,27 @@ Outcome ChooseOutput(const OutputSettings &settings, unsigned allowed, FILE *sta
                      Interruption &interruption, OutputFile &file);
 
 std::string FormatNames(unsigned formats); // "mp4, mkv, ..."
+
+// The next part of a split recording, "walk-004.mp4" behind the highest number there is. A pattern with a time, as
+// strftime has them ("%Y%m%d-%H%M%S"), is a name without number, as long as there is no such file.
+std::string NextPart(const std::string &pattern);
+
+// For a sink that writes the file itself. Standard output is a stream of its own then: closing it leaves the real
+// one open.
+Outcome OpenForWriting(const OutputFile &file, FILE *&opened);
+
+// The sink for a format and the streams that it has room for; the others are named on standard error.
+Outcome MakeSink(const OutputFile &file, const std::vector<StreamFormat> &streams,
+                 std::unique_ptr<PacketSink> &sink);
+
+// One sink each, of a file of its own; only in builds that have what they need.
+Outcome MakePcapSink(const OutputFile &file, const std::vector<StreamFormat> &streams,
+                     std::unique_ptr<PacketSink> &sink);
+Outcome MakeRtpdumpSink(const OutputFile &file, const std::vector<StreamFormat> &streams,
+                        std::unique_ptr<PacketSink> &sink);
+Outcome MakeRecordingSink(const OutputFile &file, const std::vector<StreamFormat> &streams,
+                          std::unique_ptr<PacketSink> &sink);
+Outcome MakePictureSink(const OutputFile &file, const std::vector<StreamFormat> &streams,
+                        std::unique_ptr<PacketSink> &sink);
 
 } // namespace tool

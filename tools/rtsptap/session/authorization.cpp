@@ -5,13 +5,11 @@
 #include "rtsptap.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <iterator>
 #include <memory>
 #include <openssl/evp.h>
 #include <openssl/rand.h>
-#include <strings.h>
 
 namespace tool {
 namespace {
@@ -32,14 +30,12 @@ constexpr Algorithm kAlgorithms[] = {
     {"MD5-sess", EVP_md5, true},
 };
 
-bool IsText(const std::string &text, const char *other) { return strcasecmp(text.c_str(), other) == 0; }
-
 // Null when it is none that can be computed.
 const Algorithm *AlgorithmOf(const Challenge &challenge) {
     const std::string name = ParameterOf(challenge, "algorithm");
     const auto *const row =
         std::find_if(std::begin(kAlgorithms), std::end(kAlgorithms), [&name](const Algorithm &algorithm) {
-            return IsText(name.empty() ? "MD5" : name, algorithm.name);
+            return SameText(name.empty() ? "MD5" : name, algorithm.name);
         });
     return row == std::end(kAlgorithms) ? nullptr : row;
 }
@@ -50,8 +46,8 @@ bool ChooseQuality(const Challenge &challenge, std::string &quality) {
     const std::string offered = ParameterOf(challenge, "qop");
     for (const std::string &entry : Split(offered, ',')) {
         const std::string name = Trimmed(entry);
-        if (IsText(name, "auth")) quality = "auth";
-        if (IsText(name, "auth-int") && quality.empty()) quality = "auth-int";
+        if (SameText(name, "auth")) quality = "auth";
+        if (SameText(name, "auth-int") && quality.empty()) quality = "auth-int";
     }
     return !quality.empty() || Trimmed(offered).empty();
 }
@@ -67,11 +63,7 @@ int StrengthOf(const Challenge &challenge) {
 
 std::string InHex(const unsigned char *bytes, std::size_t count) {
     std::string text;
-    for (std::size_t i = 0; i < count; ++i) {
-        char digits[3];
-        std::snprintf(digits, sizeof digits, "%02x", bytes[i]);
-        text += digits;
-    }
+    for (std::size_t i = 0; i < count; ++i) text += Formatted("%02x", bytes[i]);
     return text;
 }
 
@@ -99,7 +91,7 @@ std::string BasicValue(const Credentials &credentials) {
 
 std::string SchemeText(const Challenge &challenge) {
     const std::string algorithm = ParameterOf(challenge, "algorithm");
-    const bool isUsual = challenge.scheme != "Digest" || algorithm.empty() || IsText(algorithm, "MD5");
+    const bool isUsual = challenge.scheme != "Digest" || algorithm.empty() || SameText(algorithm, "MD5");
     return Presentable(isUsual ? challenge.scheme : challenge.scheme + " " + algorithm);
 }
 
@@ -120,7 +112,7 @@ bool Authorization::Take(const Reply &reply) {
     scheme_ = SchemeText(*best);
     if (credentials_.user.empty()) return false;
     const bool isNew = ParameterOf(*best, "nonce") != ParameterOf(chosen_, "nonce");
-    stale_ = IsText(ParameterOf(*best, "stale"), "true");
+    stale_ = SameText(ParameterOf(*best, "stale"), "true");
     const bool goesOn = !IsNeeded() || (isNew && (stale_ || accepted_));
     wasAccepted_ = wasAccepted_ || accepted_;
     accepted_ = false;
@@ -143,14 +135,13 @@ std::string Authorization::DigestValue(const std::string &method, const std::str
     unsigned char random[16] = {};
     RAND_bytes(random, sizeof random);
     const std::string clientNonce = InHex(random, sizeof random);
-    char count[9];
-    std::snprintf(count, sizeof count, "%08x", ++uses_);
+    const std::string count = Formatted("%08x", ++uses_);
 
     std::string user = hash(credentials_.user + ":" + realm + ":" + credentials_.password);
     if (algorithm.isForSession) user = hash(user + ":" + nonce + ":" + clientNonce);
     std::string request = method + ":" + uri;
     if (quality == "auth-int") request += ":" + hash(""); // requests have no body
-    const std::string middle = quality.empty() ? "" : std::string(count) + ":" + clientNonce + ":" + quality + ":";
+    const std::string middle = quality.empty() ? "" : count + ":" + clientNonce + ":" + quality + ":";
 
     std::string value = "Digest username=\"" + Escaped(credentials_.user) + "\", realm=\"" + realm +
                         "\", nonce=\"" + nonce + "\", uri=\"" + uri + "\", response=\"" +

@@ -1,23 +1,42 @@
 #include "session/handshake.h"
 
 #include "base/secrets.h"
-#include "session/description_fault.h"
-#include "session/rtp_info.h"
+#include "base/text.h"
+#include "session/description.h"
 #include "session/sockets.h"
 
 #include <algorithm>
-#include <strings.h>
 
 namespace tool {
 namespace {
 
 constexpr int32_t kClockOfLatency = 90000; // units per second that the library counts in, whatever the stream's are
 
-int CountMedia(const std::string &description) {
-    int count = 0;
-    for (std::size_t at = description.find("m="); at != description.npos; at = description.find("m=", at + 1))
-        count += at == 0 || description[at - 1] == '\n' ? 1 : 0;
-    return count;
+// Relative addresses are the tails of absolute ones, on either side.
+bool IsTail(const std::string &whole, const std::string &tail) {
+    if (tail.empty() || tail.size() > whole.size()) return false;
+    if (whole.compare(whole.size() - tail.size(), tail.size(), tail) != 0) return false;
+    return tail.size() == whole.size() || tail[0] == '/' || whole[whole.size() - tail.size() - 1] == '/';
+}
+
+// Where streams begin, by number: by the addresses of the reply, or by their order where no address is one of ours.
+std::map<int32_t, uint32_t> FirstTimestamps(const Reply &reply, const Session &session,
+                                            const std::vector<Stream> &streams) {
+    const std::vector<RtpInfo> entries = RtpInfosOf(reply);
+    std::map<int32_t, uint32_t> byAddress;
+    std::map<int32_t, uint32_t> byOrder;
+    std::size_t received = 0;
+    for (const Stream &stream : streams) {
+        if (!stream.isReadable) continue;
+        const std::string control = session.Attribute(stream.number, "control");
+        for (const RtpInfo &entry : entries)
+            if (entry.timestamp && (IsTail(entry.url, control) || IsTail(control, entry.url)))
+                byAddress[stream.number] = *entry.timestamp;
+        if (received < entries.size() && entries[received].timestamp)
+            byOrder[stream.number] = *entries[received].timestamp;
+        ++received;
+    }
+    return byAddress.empty() && received == entries.size() ? byOrder : byAddress;
 }
 
 } // namespace
@@ -179,7 +198,7 @@ Outcome Handshake::JudgeDescription(const Answer &answer, Outcome outcome) {
 }
 
 bool Handshake::IsOwnHost() const {
-    return opened_.facts.address == ownAddress_ || strcasecmp(url_.host.c_str(), server_.url.host.c_str()) == 0;
+    return opened_.facts.address == ownAddress_ || SameText(url_.host, server_.url.host);
 }
 
 Target Handshake::TargetOf() const {

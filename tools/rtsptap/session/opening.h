@@ -5,8 +5,8 @@
 #include "base/interruption.h"
 #include "base/settings.h"
 #include "session/credentials.h"
+#include "session/description.h"
 #include "session/session.h"
-#include "session/stream_format.h"
 #include "session/url.h"
 
 #include <functional>

@@ -1,6 +1,8 @@
 #include "session/session.h"
 
+#include "base/codecs.h"
 #include "base/secrets.h"
+#include "base/text.h"
 #include "rtsptap_extended.h"
 #include "session/library_output.h"
 #include "session/sockets.h"
@@ -39,21 +41,54 @@ private:
     const intptr_t handle_ = RTSPCreateHeaderList();
 };
 
-int32_t Call(RTSPMethod method, intptr_t client, int32_t stream, intptr_t headers) {
-    switch (method) {
-    case RTSP_OPTIONS:
-        return RTSPClientSendOptionsRequest(client, headers, nullptr, nullptr);
-    case RTSP_DESCRIBE:
-        return RTSPClientSendDescribeRequest(client, headers, nullptr, nullptr);
-    case RTSP_SETUP:
-        return RTSPClientSendSetupRequest(client, stream, headers, nullptr, nullptr);
-    case RTSP_PLAY:
-        return RTSPClientSendPlayRequest(client, stream, headers, nullptr, nullptr);
-    case RTSP_TEARDOWN:
-        return RTSPClientSendTeardownRequest(client, headers, nullptr, nullptr);
-    default:
-        return RTSP_INVALID_ARGUMENT;
-    }
+// What a session sends, in its order.
+struct Method {
+    RTSPMethod number;
+    const char *name;
+    int32_t (*send)(intptr_t client, int32_t stream, intptr_t headers);
+};
+
+constexpr Method kMethods[] = {
+    {RTSP_OPTIONS, "OPTIONS",
+     [](intptr_t client, int32_t, intptr_t headers) {
+         return RTSPClientSendOptionsRequest(client, headers, nullptr, nullptr);
+     }},
+    {RTSP_DESCRIBE, "DESCRIBE",
+     [](intptr_t client, int32_t, intptr_t headers) {
+         return RTSPClientSendDescribeRequest(client, headers, nullptr, nullptr);
+     }},
+    {RTSP_SETUP, "SETUP",
+     [](intptr_t client, int32_t stream, intptr_t headers) {
+         return RTSPClientSendSetupRequest(client, stream, headers, nullptr, nullptr);
+     }},
+    {RTSP_PLAY, "PLAY",
+     [](intptr_t client, int32_t stream, intptr_t headers) {
+         return RTSPClientSendPlayRequest(client, stream, headers, nullptr, nullptr);
+     }},
+    {RTSP_TEARDOWN, "TEARDOWN",
+     [](intptr_t client, int32_t, intptr_t headers) {
+         return RTSPClientSendTeardownRequest(client, headers, nullptr, nullptr);
+     }},
+};
+
+const Method &MethodOf(RTSPMethod number) {
+    return *std::find_if(std::begin(kMethods), std::end(kMethods),
+                         [number](const Method &row) { return row.number == number; });
+}
+
+// What the library refuses to send with TEARDOWN. With other methods its refusal comes before any harm is done;
+// here it would leave the session in the server.
+constexpr const char *kNotWithTeardown[] = {
+    "Blocksize",         "Cache-Control", "Conference", "Content-Encoding", "Content-Language", "Expires",
+    "If-Modified-Since", "Range",         "Scale",      "Transport"};
+
+bool IsToken(const std::string &name) {
+    return !name.empty() && name.find_first_of(" \t\"(),/;<=>?@[]{}\\") == name.npos;
+}
+
+bool IsPrintable(const std::string &text) {
+    return std::none_of(text.begin(), text.end(),
+                        [](unsigned char letter) { return letter < ' ' || letter == 127; });
 }
 
 bool HasHeader(const std::vector<Header> &headers, const std::string &name) {
@@ -70,21 +105,37 @@ bool WasSent(int32_t result) {
 
 // Packets with others are refused by the library (RFC 3551, 6).
 bool IsAcceptedPayloadType(int32_t type) {
-    constexpr int32_t kStatic[] = {0, 8, 10, 11, 14, 26, 33};
-    return (type >= 96 && type <= 127) ||
-           std::find(std::begin(kStatic), std::end(kStatic), type) != std::end(kStatic);
+    return (type >= 96 && type <= 127) || CodecOfPayloadType(type) != nullptr;
 }
 
 // Empty when nothing speaks against it.
 std::string WhyUnreadable(const Stream &stream, int32_t payloadType, const std::vector<Stream> &earlier) {
     const auto isSame = [&stream](const Stream &other) { return other.codecType == stream.codecType; };
-    if (stream.codecType == 0) return "its codec is not supported";
+    if (CodecOf(stream.codecType) == nullptr) return "its codec is not supported";
     if (!IsAcceptedPayloadType(payloadType))
         return "packets of payload type " + std::to_string(payloadType) + " cannot be received";
     return std::any_of(earlier.begin(), earlier.end(), isSame) ? "an earlier one has the same codec" : "";
 }
 
 } // namespace
+
+Outcome AddHeaderOption(const std::string &text, MethodHeaders &headers) {
+    const std::size_t colon = text.find(':');
+    const std::size_t second = colon == text.npos ? colon : text.find(':', colon + 1);
+    if (second == text.npos || !IsPrintable(text)) return {ExitCode::kUsage, "-H is written 'METHOD: Name: value'"};
+    const std::string name = Trimmed(text.substr(0, colon));
+    const auto *const known = std::find_if(std::begin(kMethods), std::end(kMethods),
+                                           [&name](const Method &row) { return row.name == name; });
+    if (known == std::end(kMethods))
+        return {ExitCode::kUsage, "-H: the method is one of OPTIONS, DESCRIBE, SETUP, PLAY, TEARDOWN"};
+    const Header header{Trimmed(text.substr(colon + 1, second - colon - 1)), Trimmed(text.substr(second + 1))};
+    if (!IsToken(header.name)) return {ExitCode::kUsage, "-H: the name of the header is none"};
+    const auto *const refused = std::find(std::begin(kNotWithTeardown), std::end(kNotWithTeardown), header.name);
+    if (known->number == RTSP_TEARDOWN && refused != std::end(kNotWithTeardown))
+        return {ExitCode::kUsage, "-H: TEARDOWN does not take a header " + header.name};
+    headers[known->number].push_back(header);
+    return {};
+}
 
 std::string NameOf(const Stream &stream) {
     const std::string codec = stream.codec.empty() ? "unknown" : Presentable(stream.codec);
@@ -176,8 +227,9 @@ Answer Session::SendOnce(RTSPMethod method, int32_t stream, const std::vector<He
         if (const int32_t result = list.Add(header); result != RTSP_SUCCESS) return {result, {}, ""};
     }
     const bool carriesPassword = authorization_.IsNeeded() && !HasHeader(own, "Authorization");
-    if (carriesPassword) list.Add({"Authorization", authorization_.Value(NameOf(method), UriOf(method, stream))});
-    const int32_t result = Call(method, client_, stream, list.Handle());
+    if (carriesPassword)
+        list.Add({"Authorization", authorization_.Value(MethodOf(method).name, UriOf(method, stream))});
+    const int32_t result = MethodOf(method).send(client_, stream, list.Handle());
     const std::string text = WasSent(result) ? LastReply() : ""; // else it is the one before
     ShowReply(text);
     Answer answer{result, ParseReply(text), ""};
@@ -213,7 +265,7 @@ void Session::NoteControlSockets(const std::vector<int> &before) {
 
 Outcome Session::Listen(const ListenPort &port) {
     RTSPClientSetMTUSize(client_, kLargestDatagramBytes);
-    const uint8_t isVideo = port.codecType < RTP_CODEC_PCMA ? 1 : 0;
+    const uint8_t isVideo = CodecOf(port.codecType)->isVideo ? 1 : 0;
     const int32_t result = CreateRTPStream(client_, port.codecType, port.port, isVideo);
     const std::string name = "port " + std::to_string(port.port);
     if (result == RTSP_FAILURE)

@@ -4,11 +4,11 @@
 #include "base/outcome.h"
 #include "rtsptap.h"
 #include "session/authorization.h"
-#include "session/method_headers.h"
 
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <span>
@@ -16,6 +16,17 @@
 #include <vector>
 
 namespace tool {
+
+// Headers that requests carry beside the library's own.
+struct Header {
+    std::string name;
+    std::string value;
+};
+using MethodHeaders = std::map<RTSPMethod, std::vector<Header>>;
+
+// "METHOD: Name: value" as one more header of that method. The texts of failures never repeat it: it may be a
+// secret.
+Outcome AddHeaderOption(const std::string &text, MethodHeaders &headers);
 
 // Where to and as whom; the address is dotted IPv4.
 struct Target {

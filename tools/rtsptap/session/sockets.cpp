@@ -7,6 +7,7 @@
 #include <cstring>
 #include <dirent.h>
 #include <iterator>
+#include <linux/sock_diag.h>
 #include <linux/sockios.h>
 #include <memory>
 #include <netinet/in.h>
@@ -20,10 +21,19 @@
 namespace tool {
 namespace {
 
-int TypeOf(int socket) {
-    int type = 0;
-    socklen_t size = sizeof type;
-    return getsockopt(socket, SOL_SOCKET, SO_TYPE, &type, &size) == 0 ? type : -1;
+int Option(int socket, int name) {
+    int value = 0;
+    socklen_t size = sizeof value;
+    return getsockopt(socket, SOL_SOCKET, name, &value, &size) == 0 ? value : -1;
+}
+
+// Of its own end; false when it is no IPv4 socket.
+bool LocalPort(int socket, uint16_t &port) {
+    sockaddr_in address = {};
+    socklen_t size = sizeof address;
+    const bool isKnown = getsockname(socket, reinterpret_cast<sockaddr *>(&address), &size) == 0;
+    port = ntohs(address.sin_port);
+    return isKnown && address.sin_family == AF_INET;
 }
 
 } // namespace
@@ -50,9 +60,9 @@ std::vector<int> NewSockets(const std::vector<int> &before, const std::vector<in
 bool IsStreamTo(int socket, const std::string &address, uint16_t port) {
     sockaddr_in peer = {};
     socklen_t size = sizeof peer;
-    return TypeOf(socket) == SOCK_STREAM && getpeername(socket, reinterpret_cast<sockaddr *>(&peer), &size) == 0 &&
-           peer.sin_family == AF_INET && peer.sin_addr.s_addr == inet_addr(address.c_str()) &&
-           ntohs(peer.sin_port) == port;
+    return Option(socket, SO_TYPE) == SOCK_STREAM &&
+           getpeername(socket, reinterpret_cast<sockaddr *>(&peer), &size) == 0 && peer.sin_family == AF_INET &&
+           peer.sin_addr.s_addr == inet_addr(address.c_str()) && ntohs(peer.sin_port) == port;
 }
 
 std::string WhyUnreachable(const std::string &address, uint16_t port) {
@@ -74,11 +84,8 @@ std::string WhyUnreachable(const std::string &address, uint16_t port) {
 }
 
 bool IsControlPort(int socket) {
-    sockaddr_in address = {};
-    socklen_t size = sizeof address;
-    return TypeOf(socket) == SOCK_DGRAM &&
-           getsockname(socket, reinterpret_cast<sockaddr *>(&address), &size) == 0 &&
-           address.sin_family == AF_INET && ntohs(address.sin_port) % 2 == 1;
+    uint16_t port = 0;
+    return Option(socket, SO_TYPE) == SOCK_DGRAM && LocalPort(socket, port) && port % 2 == 1;
 }
 
 bool IsClosedByPeer(int socket) {
@@ -95,6 +102,40 @@ bool HasUnreadBytes(int socket) {
 bool HasReceived(int socket) {
     timeval time = {};
     return ioctl(socket, SIOCGSTAMP, &time) == 0;
+}
+
+// A descriptor may be closed meanwhile, and be another: reading harms neither.
+std::vector<UdpSocket> OwnUdpSockets() {
+    std::vector<UdpSocket> sockets;
+    for (const int socket : OpenSockets()) {
+        uint32_t memory[SK_MEMINFO_VARS] = {};
+        socklen_t size = sizeof memory;
+        uint16_t port = 0;
+        const bool isUdp = Option(socket, SO_TYPE) == SOCK_DGRAM && LocalPort(socket, port) &&
+                           getsockopt(socket, SOL_SOCKET, SO_MEMINFO, memory, &size) == 0;
+        if (isUdp) sockets.push_back({port, memory[SK_MEMINFO_RCVBUF], memory[SK_MEMINFO_DROPS]});
+    }
+    return sockets;
+}
+
+uint32_t GrantedBufferBytes(int asked) {
+    const int descriptor = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP);
+    if (descriptor < 0) return 0;
+    if (asked > 0) setsockopt(descriptor, SOL_SOCKET, SO_RCVBUF, &asked, sizeof asked);
+    const int granted = Option(descriptor, SO_RCVBUF);
+    close(descriptor);
+    return static_cast<uint32_t>(std::max(granted, 0));
+}
+
+MulticastMembership::MulticastMembership(const std::string &group)
+    : socket_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+    ip_mreqn request = {};
+    joined_ = socket_ >= 0 && inet_pton(AF_INET, group.c_str(), &request.imr_multiaddr) == 1 &&
+              setsockopt(socket_, IPPROTO_IP, IP_ADD_MEMBERSHIP, &request, sizeof request) == 0;
+}
+
+MulticastMembership::~MulticastMembership() {
+    if (socket_ >= 0) close(socket_);
 }
 
 } // namespace tool

@@ -1,4 +1,5 @@
-// The sockets that the library opens and hands out to nobody, found and looked at by means of the system.
+// Sockets, seen through the system: those that the library opens and hands out to nobody, found among the
+// descriptors of this process, and what the kernel knows of them.
 #pragma once
 
 #include <cstdint>
@@ -9,17 +10,43 @@ namespace tool {
 
 std::vector<int> OpenSockets(); // of this process, ascending
 
-bool IsStreamTo(int socket, const std::string &address, uint16_t port); // TCP, connected with it
-
 // Those of `now` that were not there before.
 std::vector<int> NewSockets(const std::vector<int> &before, const std::vector<int> &now);
 
-bool IsControlPort(int socket); // UDP on an odd port: RTCP (RFC 3550, 11)
+bool IsStreamTo(int socket, const std::string &address, uint16_t port); // TCP, connected with it
+bool IsControlPort(int socket);                                         // UDP on an odd port: RTCP (RFC 3550, 11)
+bool IsClosedByPeer(int socket);                                        // TCP: nothing more will come
+bool HasUnreadBytes(int socket);                                        // they lie there for whoever reads next
+bool HasReceived(int socket);                                           // UDP: somebody has read a datagram from it
+
 // Why no connection came about, as it shows in another look: "connection refused".
 std::string WhyUnreachable(const std::string &address, uint16_t port);
 
-bool IsClosedByPeer(int socket); // TCP: nothing more will come
-bool HasUnreadBytes(int socket); // they lie there for whoever reads next
-bool HasReceived(int socket);    // UDP: somebody has read a datagram from it
+struct UdpSocket {
+    uint16_t port = 0;        // local
+    uint32_t bufferBytes = 0; // as the kernel accounts for it: twice what was asked for
+    uint32_t drops = 0;       // datagrams since it was opened that found the buffer full
+};
+
+std::vector<UdpSocket> OwnUdpSockets(); // of this process
+
+// What a new socket gets that asks for so many bytes; 0: that asks for nothing. As in UdpSocket.
+uint32_t GrantedBufferBytes(int asked);
+
+// Makes the system hand the datagrams of a multicast group to this machine's sockets: those bound to every local
+// address get what any socket of the machine has joined.
+class MulticastMembership {
+public:
+    explicit MulticastMembership(const std::string &group); // dotted, on the interface that routes there
+    ~MulticastMembership();
+    MulticastMembership(const MulticastMembership &) = delete;
+    MulticastMembership &operator=(const MulticastMembership &) = delete;
+
+    bool HasJoined() const { return joined_; } // else errno of the constructor tells
+
+private:
+    int socket_ = -1;
+    bool joined_ = false;
+};
 
 } // namespace tool

@@ -1,11 +1,12 @@
 #include "session/url.h"
 
+#include "base/text.h"
+
 #include <algorithm>
 #include <arpa/inet.h>
 #include <charconv>
 #include <memory>
 #include <netdb.h>
-#include <strings.h>
 
 namespace tool {
 namespace {
@@ -64,9 +65,7 @@ Outcome ParseUrl(std::string_view text, Url &url) {
     url = {};
     const auto separates = [](unsigned char letter) { return letter <= ' ' || letter == 0x7F; };
     if (std::any_of(text.begin(), text.end(), separates)) return Refuse("a space is written %20");
-    if (strncasecmp(text.data(), kScheme.data(), std::min(text.size(), kScheme.size())) != 0 ||
-        text.size() < kScheme.size())
-        return Refuse("it must begin with rtsp://");
+    if (!SameText(text.substr(0, kScheme.size()), kScheme)) return Refuse("it must begin with rtsp://");
     text.remove_prefix(kScheme.size());
     std::string_view authority = text.substr(0, text.find_first_of("/?"));
     text.remove_prefix(authority.size());

@@ -1,18 +1,16 @@
 #include "views/watchers.h"
 
-#include "base/codec_names.h"
+#include "base/codecs.h"
 #include "base/text.h"
 
 #include <algorithm>
-#include <strings.h>
 
 namespace tool {
 namespace {
 
 bool IsOf(const StreamObservation &stream, const std::string &codec) {
     const int32_t type = CodecTypeOfName(codec);
-    return type != 0 ? stream.stream.codecType == type
-                     : strcasecmp(stream.stream.codec.c_str(), codec.c_str()) == 0;
+    return type != 0 ? stream.stream.codecType == type : SameText(stream.stream.codec, codec);
 }
 
 bool Carries(const StreamObservation &stream, const std::string &codec) {

@@ -1,7 +1,7 @@
 #include "views/probe_result.h"
 
+#include "base/codecs.h"
 #include "base/secrets.h"
-#include "media/key_frame.h"
 #include "session/url.h"
 
 #include <algorithm>
@@ -32,15 +32,6 @@ FromPlay Earliest(const std::vector<ProbedStream> &streams, FromPlay ProbedStrea
     for (const ProbedStream &stream : streams)
         if (const FromPlay &time = stream.*moment; time && (!earliest || *time < *earliest)) earliest = time;
     return earliest;
-}
-
-void NotePicture(std::span<const uint8_t> payload, ProbedStream &probed) {
-    constexpr std::size_t kJpegHeaderBytes = 8; // RFC 2435, 3.1: the last two are the size in units of 8
-    if (probed.picture) return;
-    const std::span<const uint8_t> sps = probed.stream.codecType == RTP_CODEC_H264 ? FindSps(payload) : payload;
-    if (probed.stream.codecType == RTP_CODEC_H264 && !sps.empty()) probed.picture = ParseSps(sps);
-    if (probed.stream.codecType == RTP_CODEC_JPEG && payload.size() >= kJpegHeaderBytes && payload[6] != 0)
-        probed.picture = PictureFormat{"", "", payload[6] * 8U, payload[7] * 8U};
 }
 
 } // namespace
@@ -79,7 +70,7 @@ void Arrivals::Note(const Stream &stream, const RTPStreamData &packet, Clock::ti
         if (!probed.firstPacket) probed.firstPacket = time;
         const std::span<const uint8_t> payload = PayloadOf(packet);
         if (!probed.firstKeyFrame && BeginsKeyFrame(stream.codecType, payload)) probed.firstKeyFrame = time;
-        NotePicture(payload, probed);
+        if (!probed.picture) probed.picture = PictureIn(stream.codecType, payload);
     }
 }
 
@@ -87,9 +78,9 @@ bool Arrivals::AreComplete() const {
     const std::lock_guard guard(lock_);
     for (const ProbedStream &probed : streams_) {
         if (!probed.stream.isReadable) continue;
-        const bool isComplete = HasKeyFrames(probed.stream.codecType) ? probed.firstKeyFrame.has_value()
-                                                                      : probed.firstPacket.has_value();
-        if (!isComplete) return false;
+        const FromPlay &sign =
+            CodecOf(probed.stream.codecType)->hasFrames ? probed.firstKeyFrame : probed.firstPacket;
+        if (!sign) return false;
     }
     return true;
 }

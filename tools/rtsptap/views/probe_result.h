@@ -1,7 +1,7 @@
 // What probe found out of a server: the record, how it is gathered, and the forms it is shown in.
 #pragma once
 
-#include "media/h264_sps.h"
+#include "media/payload.h"
 #include "reception/statistics.h"
 #include "session/opening.h"
 

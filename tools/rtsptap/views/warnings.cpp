@@ -3,7 +3,7 @@
 #include "base/console.h"
 #include "base/text.h"
 #include "reception/interval.h"
-#include "session/udp_sockets.h"
+#include "session/sockets.h"
 
 #include <algorithm>
 #include <map>

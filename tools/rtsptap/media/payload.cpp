@@ -1,9 +1,65 @@
-#include "media/h264_sps.h"
+#include "media/payload.h"
 
+#include <algorithm>
 #include <vector>
 
 namespace tool {
 namespace {
+
+// RFC 6184, 5.2: the five lower bits of the first byte.
+enum NalType : uint8_t {
+    kIdrSlice = 5,
+    kSps = 7,
+    kAggregateA = 24,
+    kAggregateB = 25,
+    kFragmentA = 28,
+    kFragmentB = 29
+};
+
+uint8_t TypeOf(uint8_t byte) { return byte & 0x1f; }
+
+using Nal = std::span<const uint8_t>;
+
+// The NAL units that lie in a packet whole: itself, or those of an aggregate, each behind two bytes of length.
+std::vector<Nal> WholeNals(std::span<const uint8_t> payload) {
+    const uint8_t type = payload.empty() ? uint8_t{0} : TypeOf(payload[0]);
+    if (type != kAggregateA && type != kAggregateB)
+        return type == 0 || type > kAggregateB ? std::vector<Nal>() : std::vector<Nal>{payload};
+    std::vector<Nal> nals;
+    std::size_t at = type == kAggregateA ? 1 : 3; // B has a decoding order number
+    while (at + 2 < payload.size()) {
+        const std::size_t length = std::size_t{payload[at]} << 8 | payload[at + 1];
+        at += 2;
+        if (length == 0 || length > payload.size() - at) break;
+        nals.push_back(payload.subspan(at, length));
+        at += length;
+    }
+    return nals;
+}
+
+bool BeginsH264KeyFrame(std::span<const uint8_t> payload) {
+    constexpr uint8_t kStart = 0x80; // of a fragmented unit
+    const auto isKey = [](uint8_t byte) { return TypeOf(byte) == kIdrSlice || TypeOf(byte) == kSps; };
+    if (payload.size() < 2) return false;
+    if (TypeOf(payload[0]) == kFragmentA || TypeOf(payload[0]) == kFragmentB)
+        return (payload[1] & kStart) != 0 && isKey(payload[1]);
+    const std::vector<Nal> nals = WholeNals(payload);
+    return std::any_of(nals.begin(), nals.end(), [&isKey](Nal nal) { return isKey(nal[0]); });
+}
+
+// The sequence parameter set in a packet; empty when it has none, or not whole.
+Nal FindSps(std::span<const uint8_t> payload) {
+    for (const Nal nal : WholeNals(payload))
+        if (TypeOf(nal[0]) == kSps) return nal;
+    return {};
+}
+
+// A picture's start code, and in the two bits behind it 0 for intra (ISO/IEC 14496-2, 6.2.5).
+bool BeginsMpeg4KeyFrame(std::span<const uint8_t> payload) {
+    constexpr uint8_t kPicture[] = {0x00, 0x00, 0x01, 0xb6};
+    const auto found = std::search(payload.begin(), payload.end(), std::begin(kPicture), std::end(kPicture));
+    return payload.end() - found > 4 && (found[4] & 0xc0) == 0;
+}
 
 constexpr uint32_t kLargestSide = 16384; // in pixels; beyond it the bits were something else
 constexpr uint32_t kMacroblock = 16;
@@ -128,10 +184,31 @@ void ReadSize(BitReader &bits, uint32_t chroma, PictureFormat &format) {
 
 } // namespace
 
+std::span<const uint8_t> PayloadOf(const RTPStreamData &packet) {
+    const auto before = static_cast<std::size_t>(packet.payload - packet.packetData);
+    if (packet.payload < packet.packetData || before > packet.packetLength) return {};
+    if (packet.payloadLength > packet.packetLength - before) return {};
+    return {packet.payload, packet.payloadLength};
+}
+
+bool BeginsKeyFrame(int32_t codecType, std::span<const uint8_t> payload) {
+    switch (codecType) {
+    case RTP_CODEC_H264:
+        return BeginsH264KeyFrame(payload);
+    case RTP_CODEC_MP4V_ES:
+        return BeginsMpeg4KeyFrame(payload);
+    default:
+        return codecType == RTP_CODEC_JPEG && !payload.empty();
+    }
+}
+
+bool HasParameterSets(int32_t codecType, std::span<const uint8_t> payload) {
+    return codecType == RTP_CODEC_H264 && !FindSps(payload).empty();
+}
+
 std::optional<PictureFormat> ParseSps(std::span<const uint8_t> nalUnit) {
-    constexpr uint32_t kSpsType = 7;
     BitReader bits(WithoutEmulationPrevention(nalUnit));
-    if ((bits.Bits(8) & 0x1f) != kSpsType) return std::nullopt;
+    if ((bits.Bits(8) & 0x1f) != NalType::kSps) return std::nullopt;
     const uint32_t number = bits.Bits(8);
     const uint32_t constraints = bits.Bits(8);
     PictureFormat format;
@@ -151,6 +228,13 @@ std::optional<PictureFormat> ParseSps(std::span<const uint8_t> nalUnit) {
                             format.height <= kLargestSide && !bits.IsOver();
     if (!makesSense) return std::nullopt;
     return format;
+}
+
+std::optional<PictureFormat> PictureIn(int32_t codecType, std::span<const uint8_t> payload) {
+    constexpr std::size_t kJpegHeaderBytes = 8; // RFC 2435, 3.1: the last two are the size in units of 8
+    if (codecType == RTP_CODEC_H264) return ParseSps(FindSps(payload));
+    if (codecType != RTP_CODEC_JPEG || payload.size() < kJpegHeaderBytes || payload[6] == 0) return std::nullopt;
+    return PictureFormat{"", "", payload[6] * 8U, payload[7] * 8U};
 }
 
 } // namespace tool

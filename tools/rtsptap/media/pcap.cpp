@@ -1,8 +1,8 @@
 // Packets as a capture of IPv4 and UDP, RTCP included, times in nanoseconds and in order. The library does not tell
 // addresses, and over TCP there are no datagrams: the headers are made up, each stream with a port of its own, so
 // that every tool finds them.
-#include "media/packet_file.h"
-#include "media/sink.h"
+#include "base/writing.h"
+#include "media/output_file.h"
 
 #include <pcap/pcap.h>
 
@@ -66,24 +66,14 @@ Headers MakeHeaders(std::size_t payload, const Address &sender, const Address &r
     return headers;
 }
 
-// RFC 3551, 6; otherwise what the description says, or the first of the dynamic ones.
-int PayloadTypeOf(const StreamFormat &format) {
-    constexpr std::pair<int32_t, int> kStatic[] = {
-        {RTP_CODEC_PCMU, 0}, {RTP_CODEC_PCMA, 8}, {RTP_CODEC_MPA, 14}, {RTP_CODEC_JPEG, 26}, {RTP_CODEC_MP2T, 33}};
-    const int said = std::atoi(format.parameters.c_str());
-    for (const auto &[codecType, payloadType] : kStatic)
-        if (said == 0 && codecType == format.stream.codecType) return payloadType;
-    return said > 0 ? said : 96;
-}
-
 // The first packet of a capture: what would announce its streams to a group (RFC 2974), so that programs know what
 // the ports carry.
 std::vector<uint8_t> Announcement(const std::vector<StreamFormat> &streams) {
     constexpr uint8_t kHeader[] = {0x20, 0, 0, 1, 192, 0, 2, 1}; // version 1, no authentication, hash, kSource
     std::string text = "v=0\r\no=- 1 1 IN IP4 192.0.2.1\r\ns=capture\r\nc=IN IP4 192.0.2.2\r\nt=0 0\r\n";
     for (const StreamFormat &format : streams) {
-        const std::string payloadType = std::to_string(PayloadTypeOf(format));
-        text += (format.isVideo ? "m=video " : "m=audio ") + std::to_string(format.port) + " RTP/AVP " +
+        const std::string payloadType = std::to_string(format.payloadType);
+        text += (format.codec->isVideo ? "m=video " : "m=audio ") + std::to_string(format.port) + " RTP/AVP " +
                 payloadType + "\r\na=rtpmap:" + payloadType + " " + format.encodingName + "/" +
                 std::to_string(format.clockRate);
         if (format.channels > 1) text += "/" + std::to_string(format.channels);
@@ -105,7 +95,7 @@ public:
 
     Outcome Open() {
         FILE *opened = nullptr;
-        if (Outcome failed = OpenPacketFile(file_, opened); !failed.IsOk()) return failed;
+        if (Outcome failed = OpenForWriting(file_, opened); !failed.IsOk()) return failed;
         capture_ = pcap_open_dead_with_tstamp_precision(DLT_RAW, kSnapLength, PCAP_TSTAMP_PRECISION_NANO);
         if (capture_ != nullptr) dumper_ = pcap_dump_fopen(capture_, opened);
         if (dumper_ == nullptr) return WriteFailure(file_.name, errno);
@@ -153,7 +143,7 @@ private:
         std::copy(headers.begin(), headers.end(), frame.begin());
         std::copy_n(packet.data(), length, frame.begin() + kHeaderBytes);
         // Two readers may come here in another order than they took their packets.
-        const int64_t time = latest_ = std::max(latest_, wallClock_.Of(moment).count());
+        const int64_t time = latest_ = std::max(latest_, (wallClock_ + moment.time_since_epoch()).count());
         const auto size = static_cast<bpf_u_int32>(frame.size());
         const pcap_pkthdr header{{time / kPerSecond, time % kPerSecond}, size, size};
         pcap_dump(reinterpret_cast<u_char *>(dumper_), &header, frame.data());
@@ -169,7 +159,7 @@ private:
 
     const OutputFile file_;
     const std::vector<StreamFormat> streams_;
-    const WallClock wallClock_;
+    const std::chrono::nanoseconds wallClock_ = WallClockOffset();
     std::map<int32_t, uint16_t> ports_; // by stream number; constant after construction
     std::mutex lock_;                   // guards the fields below
     pcap_t *capture_ = nullptr;

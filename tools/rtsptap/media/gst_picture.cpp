@@ -1,9 +1,7 @@
 // The first picture that can be decoded, as one file.
-#include "media/media_pipeline.h"
-#include "media/media_routes.h"
-#include "media/packet_file.h"
-#include "media/rtp_feed.h"
-#include "media/sink.h"
+#include "base/writing.h"
+#include "media/gst_feed.h"
+#include "media/gst_pipeline.h"
 
 #include <gst/app/gstappsink.h>
 
@@ -59,10 +57,7 @@ private:
     }
 
     Outcome Start() {
-        const char *encoder = file_.format == kPng ? "pngenc snapshot=true" : "jpegenc quality=92 snapshot=true";
-        const std::string chain = PictureChainFor(feed_.Format().stream.codecType).value_or("");
-        Outcome failed = pipeline_.Build("appsrc name=feed ! " + chain + " ! videoconvert ! " + encoder +
-                                         " ! appsink name=out sync=false max-buffers=1");
+        Outcome failed = pipeline_.Build(DescribePicture(file_.format, *feed_.Format().codec));
         if (!failed.IsOk()) return failed;
         pipeline_.HoldUntilKeyFrame();
         out_ = pipeline_.Element("out");
@@ -77,7 +72,7 @@ private:
         if (buffer == nullptr || gst_buffer_map(buffer, &bytes, GST_MAP_READ) == FALSE)
             return {ExitCode::kOutputFailed, file_.name + ": the picture cannot be read"};
         FILE *out = nullptr;
-        Outcome outcome = OpenPacketFile(file_, out);
+        Outcome outcome = OpenForWriting(file_, out);
         if (outcome.IsOk()) {
             const bool written = std::fwrite(bytes.data, 1, bytes.size, out) == bytes.size;
             if (std::fclose(out) != 0 || !written) outcome = WriteFailure(file_.name, errno);
@@ -102,7 +97,7 @@ Outcome MakePictureSink(const OutputFile &file, const std::vector<StreamFormat> 
                         std::unique_ptr<PacketSink> &sink) {
     gst_init(nullptr, nullptr);
     for (const StreamFormat &format : streams) {
-        if (!PictureChainFor(format.stream.codecType)) continue;
+        if (!format.codec->isVideo) continue;
         sink = std::make_unique<PictureSink>(file, format);
         return {};
     }

@@ -3,8 +3,8 @@
 //     #!rtpplay1.0 ADDRESS/PORT\n
 //     start: seconds (4), microseconds (4) | source address (4) | source port (2) | 0 (2)
 //     length of this record (2) | length of the packet (2) | milliseconds since start (4) | packet        repeated
-#include "media/packet_file.h"
-#include "media/sink.h"
+#include "base/writing.h"
+#include "media/output_file.h"
 
 #include <array>
 #include <cerrno>
@@ -61,7 +61,7 @@ private:
         constexpr uint32_t kLoopback = 0x7F000001;
         const std::string line = "#!rtpplay1.0 127.0.0.1/" + std::to_string(port) + "\n";
         Write(line.data(), line.size());
-        const int64_t start = WallClock().Of(begin_).count() / 1000;
+        const int64_t start = (WallClockOffset() + begin_.time_since_epoch()).count() / 1000;
         std::array<uint8_t, 16> header = {};
         PutNumber<4>(&header[0], static_cast<uint64_t>(start / 1000000));
         PutNumber<4>(&header[4], static_cast<uint64_t>(start % 1000000));
@@ -86,7 +86,7 @@ private:
 Outcome MakeRtpdumpSink(const OutputFile &file, const std::vector<StreamFormat> &streams,
                         std::unique_ptr<PacketSink> &sink) {
     FILE *opened = nullptr;
-    if (Outcome failed = OpenPacketFile(file, opened); !failed.IsOk()) return failed;
+    if (Outcome failed = OpenForWriting(file, opened); !failed.IsOk()) return failed;
     sink = std::make_unique<RtpdumpSink>(file, opened, streams.empty() ? uint16_t{0} : streams.front().port);
     return {};
 }

@@ -1,7 +1,7 @@
-#include "media/rtp_feed.h"
+#include "media/gst_feed.h"
 
 #include "base/text.h"
-#include "media/key_frame.h"
+#include "media/payload.h"
 
 #include <algorithm>
 #include <utility>
@@ -13,14 +13,10 @@ constexpr std::size_t kMostPerFrame = 8192;        // packets; more are no frame
 constexpr std::size_t kMostKept = 65536;           // packets before there is a pipeline
 constexpr guint64 kChokedBytes = 64 * 1024 * 1024; // waiting in the pipeline
 
-bool MarksFrameEnds(int32_t codecType) {
-    return codecType == RTP_CODEC_H264 || codecType == RTP_CODEC_MP4V_ES || codecType == RTP_CODEC_JPEG;
-}
-
 // The caps that depayloaders know, parameters as texts in lower case.
 GstMini<GstCaps> MakeCaps(const StreamFormat &format, int payloadType) {
     GstMini<GstCaps> caps(
-        gst_caps_new_simple("application/x-rtp", "media", G_TYPE_STRING, format.isVideo ? "video" : "audio",
+        gst_caps_new_simple("application/x-rtp", "media", G_TYPE_STRING, format.codec->isVideo ? "video" : "audio",
                             "payload", G_TYPE_INT, payloadType, "clock-rate", G_TYPE_INT, format.clockRate,
                             "encoding-name", G_TYPE_STRING, format.encodingName.c_str(), nullptr));
     if (format.channels > 0)
@@ -37,8 +33,7 @@ GstMini<GstCaps> MakeCaps(const StreamFormat &format, int payloadType) {
 } // namespace
 
 RtpFeed::RtpFeed(StreamFormat format, Clock::time_point begin)
-    : format_(std::move(format)), endsFrames_(MarksFrameEnds(format_.stream.codecType)),
-      time_(format_.clockRate, begin) {}
+    : format_(std::move(format)), time_(format_.clockRate, begin) {}
 
 void RtpFeed::BeginSession(const OpenedSession &opened, std::chrono::milliseconds window,
                            const std::shared_ptr<SessionStart> &start) {
@@ -52,7 +47,7 @@ void RtpFeed::BeginSession(const OpenedSession &opened, std::chrono::millisecond
 
 void RtpFeed::Take(const RTPStreamData &packet, Clock::time_point arrival) {
     if (packet.payloadLength > packet.packetLength) return; // its headers claim more than arrived
-    hasParameterSets_ = hasParameterSets_ || !FindSps(PayloadOf(packet)).empty();
+    hasParameterSets_ = hasParameterSets_ || HasParameterSets(format_.codec->type, PayloadOf(packet));
     order_.Put(CopyOf(packet, arrival));
     Release(arrival);
 }
@@ -71,7 +66,7 @@ void RtpFeed::TakeNext(const HeldPacket &packet) {
     payloadType_ = packet.payloadType;
     timestamp_ = packet.timestamp;
     reached_ = time;
-    if (!endsFrames_ || packet.marker) Deliver();
+    if (!format_.codec->hasFrames || packet.marker) Deliver();
 }
 
 void RtpFeed::Deliver() {
@@ -113,16 +108,14 @@ bool RtpFeed::IsChoked() const {
 
 // A picture that lacks packets spoils the end of a recording; sound has a hole at most.
 void RtpFeed::Flush() {
-    if (format_.isVideo)
+    if (format_.codec->isVideo)
         order_.FlushToGap();
     else
         order_.Flush();
     Release({});
 }
 
-bool RtpFeed::LacksParameterSets() const {
-    return format_.stream.codecType == RTP_CODEC_H264 && !hasParameterSets_ && !HasParameterSets(format_);
-}
+bool RtpFeed::LacksParameterSets() const { return !hasParameterSets_ && tool::LacksParameterSets(format_); }
 
 std::string RtpFeed::Lateness() const {
     if (order_.Late() == 0) return "";

@@ -2,7 +2,7 @@
 // there is a pipeline. One thread at a time.
 #pragma once
 
-#include "media/gst_owned.h"
+#include "media/gst_pipeline.h"
 #include "media/media_time.h"
 #include "media/reorder_buffer.h"
 #include "session/opening.h"
@@ -45,7 +45,6 @@ private:
     void Deliver();
 
     const StreamFormat format_;
-    const bool endsFrames_; // the marker bit ends a frame
     ReorderBuffer order_;
     std::chrono::milliseconds window_{0}; // of the first session that needed one
     MediaTime time_;

@@ -1,11 +1,8 @@
 // Recordings: packets through GStreamer's depayloaders and muxers into a file. The pipeline is built when it is
 // known which streams deliver, since a muxer waits for each one that it has.
 #include "base/console.h"
-#include "media/file_names.h"
-#include "media/media_pipeline.h"
-#include "media/media_routes.h"
-#include "media/rtp_feed.h"
-#include "media/sink.h"
+#include "media/gst_feed.h"
+#include "media/gst_pipeline.h"
 
 #include <algorithm>
 #include <list>
@@ -28,9 +25,9 @@ gchar *NameNextPart(GstElement *, guint, gpointer output) {
     return g_strdup(path.c_str());
 }
 
-class MediaSink : public PacketSink {
+class RecordingSink : public PacketSink {
 public:
-    MediaSink(OutputFile file, const std::vector<StreamFormat> &streams) : file_(std::move(file)) {
+    RecordingSink(OutputFile file, const std::vector<StreamFormat> &streams) : file_(std::move(file)) {
         for (const StreamFormat &format : streams) feeds_.emplace_back(format, begin_);
     }
 
@@ -61,7 +58,7 @@ private:
     Outcome failure_; // the first one
 };
 
-void MediaSink::Take(const Stream &stream, const RTPStreamData &packet, Clock::time_point arrival) {
+void RecordingSink::Take(const Stream &stream, const RTPStreamData &packet, Clock::time_point arrival) {
     const std::lock_guard guard(lock_);
     const auto feed = std::find_if(feeds_.begin(), feeds_.end(), [&stream](const RtpFeed &candidate) {
         return candidate.Format().stream.number == stream.number;
@@ -73,7 +70,7 @@ void MediaSink::Take(const Stream &stream, const RTPStreamData &packet, Clock::t
 }
 
 // The streams of a session begin together, and not before the end of what has been recorded.
-void MediaSink::BeginSession(const OpenedSession &opened) {
+void RecordingSink::BeginSession(const OpenedSession &opened) {
     constexpr GstClockTime kPicture = 40 * GST_MSECOND;
     const std::lock_guard guard(lock_);
     const auto start = std::make_shared<SessionStart>();
@@ -86,7 +83,7 @@ void MediaSink::BeginSession(const OpenedSession &opened) {
 }
 
 // With what a feed has delivered.
-void MediaSink::GoOn(const RtpFeed &feed, Clock::time_point now) {
+void RecordingSink::GoOn(const RtpFeed &feed, Clock::time_point now) {
     if (!pipeline_.IsBuilt() && CanStart(now)) Start();
     if (pipeline_.IsBuilt() && (!hasVideo_ || pipeline_.KeyFrameTime() != GST_CLOCK_TIME_NONE)) {
         OpenAll();
@@ -95,7 +92,7 @@ void MediaSink::GoOn(const RtpFeed &feed, Clock::time_point now) {
     if (feed.IsChoked()) Fail({ExitCode::kOutputFailed, "it takes less than the streams deliver"});
 }
 
-bool MediaSink::CanStart(Clock::time_point now) const {
+bool RecordingSink::CanStart(Clock::time_point now) const {
     const bool complete =
         std::all_of(feeds_.begin(), feeds_.end(), [](const RtpFeed &feed) { return feed.HasPackets(); });
     const bool any =
@@ -103,7 +100,7 @@ bool MediaSink::CanStart(Clock::time_point now) const {
     return complete || (any && now - firstArrival_ > kPatience);
 }
 
-void MediaSink::Start() {
+void RecordingSink::Start() {
     std::vector<StreamFormat> streams;
     for (auto feed = feeds_.begin(); feed != feeds_.end();) {
         if (feed->HasPackets()) {
@@ -114,19 +111,20 @@ void MediaSink::Start() {
         feed = feeds_.erase(feed);
     }
     if (Outcome failed = BuildPipeline(streams); !failed.IsOk()) return Fail(failed);
-    for (const StreamFormat &format : streams) hasVideo_ |= format.isVideo && pipeline_.Element("gate") != nullptr;
+    for (const StreamFormat &format : streams)
+        hasVideo_ |= format.codec->isVideo && pipeline_.Element("gate") != nullptr;
     pipeline_.HoldUntilKeyFrame();
     for (RtpFeed &feed : feeds_) {
         const std::string number = std::to_string(feed.Format().stream.number);
         pipeline_.TakeOutDelay("encoder" + number, EncoderDelay());
         feed.Attach(pipeline_.Element(("feed" + number).c_str()));
-        if (feed.Format().isVideo) feed.Open();
+        if (feed.Format().codec->isVideo) feed.Open();
     }
     if (Outcome failed = pipeline_.Start(); !failed.IsOk()) Fail(failed);
 }
 
 // Sound waits for the first picture, and what came before that is left out: a file does not begin black.
-void MediaSink::OpenAll() {
+void RecordingSink::OpenAll() {
     const GstClockTime picture = pipeline_.KeyFrameTime();
     for (RtpFeed &feed : feeds_) {
         if (feed.IsOpen()) continue;
@@ -135,7 +133,7 @@ void MediaSink::OpenAll() {
     }
 }
 
-Outcome MediaSink::BuildPipeline(const std::vector<StreamFormat> &streams) {
+Outcome RecordingSink::BuildPipeline(const std::vector<StreamFormat> &streams) {
     if (Outcome failed = pipeline_.Build(DescribeRecording(file_, streams)); !failed.IsOk()) return failed;
     const GstOwned<GstElement> out = pipeline_.Element("out");
     if (out != nullptr && file_.split.count() > 0) {
@@ -148,16 +146,16 @@ Outcome MediaSink::BuildPipeline(const std::vector<StreamFormat> &streams) {
 }
 
 // A muxer writes what all its streams have reached: one that has fallen silent is said to be silent.
-void MediaSink::CatchUp(GstClockTime time) {
+void RecordingSink::CatchUp(GstClockTime time) {
     for (RtpFeed &feed : feeds_)
         if (feed.Reached() + kStalled < time) feed.SkipTo(time - kBehind);
 }
 
-void MediaSink::Fail(const Outcome &outcome) {
+void RecordingSink::Fail(const Outcome &outcome) {
     if (failure_.IsOk()) failure_ = {outcome.code, file_.name + ": " + outcome.text};
 }
 
-bool MediaSink::IsDone() {
+bool RecordingSink::IsDone() {
     const std::lock_guard guard(lock_);
     const Clock::time_point now = Clock::now();
     for (RtpFeed &feed : feeds_) {
@@ -170,7 +168,7 @@ bool MediaSink::IsDone() {
     return !failure_.IsOk();
 }
 
-Outcome MediaSink::Finish() {
+Outcome RecordingSink::Finish() {
     const std::lock_guard guard(lock_);
     if (!closed_ && failure_.IsOk())
         if (Outcome failed = Complete(); !failed.IsOk()) Fail(failed);
@@ -182,7 +180,7 @@ Outcome MediaSink::Finish() {
     return failure_;
 }
 
-Outcome MediaSink::Complete() {
+Outcome RecordingSink::Complete() {
     for (RtpFeed &feed : feeds_) feed.Flush();
     const bool any =
         std::any_of(feeds_.begin(), feeds_.end(), [](const RtpFeed &feed) { return feed.HasPackets(); });
@@ -202,7 +200,7 @@ Outcome MediaSink::Complete() {
                        : "no key frame came, so there is no picture in it"};
 }
 
-void MediaSink::NoteDuration() const {
+void RecordingSink::NoteDuration() const {
     GstClockTime begin = pipeline_.KeyFrameTime();
     GstClockTime end = 0;
     for (const RtpFeed &feed : feeds_) {
@@ -215,20 +213,18 @@ void MediaSink::NoteDuration() const {
 
 // Why a stream cannot be in the file; null when it can.
 const char *Obstacle(const OutputFile &file, const StreamFormat &format, const std::vector<StreamFormat> &chosen) {
-    const int32_t codec = format.stream.codecType;
-    if (!ChainFor(codec, file.format)) return "the file's format does not hold its codec";
-    if (codec == RTP_CODEC_MPEG4_GENERIC && format.parameters.empty())
-        return "AAC needs a description with config=";
-    const bool alone = (file.format & kContainers) == 0 || codec == RTP_CODEC_MP2T ||
-                       (!chosen.empty() && chosen.front().stream.codecType == RTP_CODEC_MP2T);
-    if (alone && !chosen.empty()) return "the file holds one stream";
-    return nullptr;
+    if (!CanHold(file.format, *format.codec)) return "the file's format does not hold its codec";
+    if (format.codec->needsParameters && format.parameters.empty()) return "AAC needs a description with config=";
+    const auto isWhole = [](const StreamFormat &stream) { return stream.codec->type == RTP_CODEC_MP2T; };
+    const bool alone =
+        (file.format & kContainers) == 0 || isWhole(format) || std::any_of(chosen.begin(), chosen.end(), isWhole);
+    return alone && !chosen.empty() ? "the file holds one stream" : nullptr;
 }
 
 } // namespace
 
-Outcome MakeMediaSink(const OutputFile &file, const std::vector<StreamFormat> &streams,
-                      std::unique_ptr<PacketSink> &sink) {
+Outcome MakeRecordingSink(const OutputFile &file, const std::vector<StreamFormat> &streams,
+                          std::unique_ptr<PacketSink> &sink) {
     gst_init(nullptr, nullptr);
     std::vector<StreamFormat> chosen;
     for (const StreamFormat &format : streams) {
@@ -241,7 +237,7 @@ Outcome MakeMediaSink(const OutputFile &file, const std::vector<StreamFormat> &s
     if (chosen.empty())
         return {ExitCode::kNoSupportedStream,
                 file.name + ": " + FormatNames(file.format) + " holds none of the streams"};
-    sink = std::make_unique<MediaSink>(file, chosen);
+    sink = std::make_unique<RecordingSink>(file, chosen);
     return {};
 }
 
