@@ -5,7 +5,7 @@
 #include "base/codecs.h"
 #include "base/interruption.h"
 #include "base/outcome.h"
-#include "reception/packet_sink.h"
+#include "reception/receive.h"
 #include "session/description.h"
 
 #include <chrono>

@@ -115,7 +115,7 @@ bool ReorderBuffer::GoesOnBehind(const HeldPacket &packet) {
     return behind_ > kBehindPackets && packet.arrival - behindSince_ > kBehindTime;
 }
 
-// Bits of the numbers passed over were those of numbers that are now out of reach.
+// Bits of the numbers skipped were those of numbers that are now out of reach.
 void ReorderBuffer::Advance(int64_t number) {
     for (int64_t passed = highest_ + 1; passed <= number; ++passed) seen_.reset(Bit(passed));
     highest_ = std::max(highest_, number);

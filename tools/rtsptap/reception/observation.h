@@ -1,4 +1,4 @@
-// What is known of a reception at one moment, and who wants to be told.
+// What is known of a reception at one moment, what happened between two of them, and who wants to be told.
 #pragma once
 
 #include "base/outcome.h"
@@ -6,6 +6,8 @@
 #include "reception/statistics.h"
 #include "session/session.h"
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -31,6 +33,36 @@ struct Observation {
 
     bool IsPlaying() const { return state == kPlaying; }
 };
+
+// A stream's counts at one moment.
+struct Counts {
+    Clock::time_point at;
+    uint64_t packets = 0;
+    uint64_t bytes = 0;
+    uint64_t lost = 0;
+    uint64_t reordered = 0;
+    uint64_t duplicates = 0;
+};
+
+Counts CountsOf(const StreamStatistics &statistics, Clock::time_point now);
+
+struct Interval {
+    double seconds = 0;
+    uint64_t packets = 0;
+    uint64_t bytes = 0;
+    uint64_t lost = 0; // 0 also when packets of before arrived late and made losses good
+    uint64_t reordered = 0;
+    uint64_t duplicates = 0;
+    double bitsPerSecond = 0;
+    double lossPercent = 0; // of what was expected
+};
+
+Interval Between(const Counts &from, const Counts &to);
+
+// How long a stream has been silent: since the last packet; since the beginning when there was none.
+double SilenceSeconds(const StreamObservation &stream, const Observation &observation);
+
+std::string JitterText(const std::optional<double> &milliseconds); // "1.5 ms", "-" where it is not known
 
 // Views, logs, checks: each is shown the reception ten times a second, by the command's own thread.
 class Watcher {

@@ -2,9 +2,12 @@
 
 #include "base/console.h"
 #include "base/text.h"
-#include "reception/receiver.h"
-#include "session/keep_alive.h"
-#include "session/reconnection.h"
+#include "reception/session_loop.h"
+
+#include <algorithm>
+#include <iterator>
+#include <optional>
+#include <random>
 
 namespace tool {
 namespace {
@@ -12,18 +15,62 @@ namespace {
 constexpr auto kUsualSessionTimeout = std::chrono::seconds(60);
 constexpr auto kBeforeFallingBack = std::chrono::milliseconds(700); // servers take a session down slowly
 
+constexpr double kFirstPauseMs = 1000;
+constexpr double kLongestPauseMs = 30000;
+constexpr int kMostDoublings = 5;
+constexpr double kJitter = 0.2; // so that many clients do not come back at once
+
+constexpr ExitCode kPassing[] = {ExitCode::kNameNotResolved, ExitCode::kUnreachable, ExitCode::kTimeout,
+                                 ExitCode::kServerError,     ExitCode::kNoMedia,     ExitCode::kEndedEarly};
+
 // After a session was taken down a moment ago.
 bool IsPassing(ExitCode code) {
     return code == ExitCode::kUnreachable || code == ExitCode::kServerError || code == ExitCode::kTimeout;
 }
 
+// How often, and after which pauses, a server is tried again.
+class Reconnection {
+public:
+    // Attempts in a row; 0: without end; none: not at all.
+    explicit Reconnection(std::optional<int> limit) : limit_(limit) {}
+
+    bool IsWorthwhile(const Outcome &failure) const; // it may pass, and attempts are left
+
+    std::chrono::milliseconds NextPause(); // counts the attempt
+    int Attempt() const { return attempt_; }
+    // Counts anew after a session that delivered for longer than the pause before it: a server that breaks off at
+    // once, again and again, is one that fails.
+    void NoteSession(std::chrono::nanoseconds delivered) {
+        if (delivered > pause_) attempt_ = 0;
+    }
+
+private:
+    const std::optional<int> limit_;
+    int attempt_ = 0;
+    std::chrono::milliseconds pause_{0}; // before the current session
+    std::minstd_rand random_{std::random_device{}()};
+};
+
+bool Reconnection::IsWorthwhile(const Outcome &failure) const {
+    const bool passes = std::find(std::begin(kPassing), std::end(kPassing), failure.code) != std::end(kPassing);
+    return passes && limit_ && (*limit_ == 0 || attempt_ < *limit_);
+}
+
+std::chrono::milliseconds Reconnection::NextPause() {
+    const double pause = std::min(kFirstPauseMs * (1 << std::min(attempt_, kMostDoublings)), kLongestPauseMs);
+    ++attempt_;
+    std::uniform_real_distribution<double> jitter(1 - kJitter, 1 + kJitter);
+    pause_ = std::chrono::milliseconds(static_cast<int64_t>(pause * jitter(random_)) / 100 * 100); // as it is shown
+    return pause_;
+}
+
 // A server, tried over one transport after the other and again after pauses.
 class ServerReception {
 public:
-    ServerReception(const ServerSettings &settings, const Server &server, Receiver &receiver,
+    ServerReception(const ServerSettings &settings, const Server &server, SessionLoop &loop,
                     Interruption &interruption)
         : server_(server), keepsAlive_(settings.keepalive), mayFallBack_(settings.transport == Transport::kAuto),
-          transport_(settings.transport), receiver_(receiver), interruption_(interruption),
+          transport_(settings.transport), loop_(loop), interruption_(interruption),
           reconnection_(settings.reconnect) {}
 
     Outcome Run();
@@ -36,7 +83,7 @@ private:
     Next TryAgainOverTcp();
     void SayWhatHappened(const OpenedSession &opened);
     Next AfterRefusal(const OpenedSession &opened, Outcome &outcome);
-    Outcome Receive(const OpenedSession &opened, Receiver::End &end);
+    Outcome Receive(const OpenedSession &opened, SessionLoop::End &end);
     void SayWhatIsLeftOut(const OpenedSession &opened);
 
     const Server &server_;
@@ -44,7 +91,7 @@ private:
     bool mayFallBack_;
     bool mayTryAgain_ = false; // over TCP, what failed there at once
     Transport transport_;
-    Receiver &receiver_;
+    SessionLoop &loop_;
     Interruption &interruption_;
     Reconnection reconnection_;
     bool udpWasSilent_ = false;
@@ -56,34 +103,34 @@ Outcome ServerReception::Run() {
         Outcome outcome;
         const Next next = ReceiveOnce(outcome);
         if (next == Next::kTryAgain) continue;
-        receiver_.EndSession();
+        loop_.EndSession();
         if (next == Next::kEnd || !reconnection_.IsWorthwhile(outcome)) return outcome;
         const std::chrono::milliseconds pause = reconnection_.NextPause();
         const std::string attempt = std::to_string(reconnection_.Attempt());
         const std::string plan = "reconnecting in " + TimeText(pause) + " (attempt " + attempt + ")";
         PrintNotice(outcome.text + "; " + plan);
-        if (!receiver_.Pause(pause, plan)) return outcome;
-        receiver_.SetState("reconnecting, attempt " + attempt);
+        if (!loop_.Pause(pause, plan)) return outcome;
+        loop_.SetState("reconnecting, attempt " + attempt);
     }
 }
 
 ServerReception::Next ServerReception::ReceiveOnce(Outcome &outcome) {
     OpenedSession opened;
-    outcome = OpenSession(server_, transport_, interruption_, opened, [this] { receiver_.Show(); });
+    outcome = OpenSession(server_, transport_, interruption_, opened, [this] { loop_.Show(); });
     SayWhatHappened(opened);
     if (!outcome.IsOk()) return AfterRefusal(opened, outcome);
     mayTryAgain_ = false;
     SayWhatIsLeftOut(opened);
-    outcome = receiver_.Begin(opened);
+    outcome = loop_.Begin(opened);
     if (!outcome.IsOk()) return Next::kEnd;
-    Receiver::End end = Receiver::End::kOver;
+    SessionLoop::End end = SessionLoop::End::kOver;
     outcome = Receive(opened, end);
-    reconnection_.NoteSession(receiver_.Delivered());
-    if (end == Receiver::End::kNoMediaOverUdp) {
+    reconnection_.NoteSession(loop_.Delivered());
+    if (end == SessionLoop::End::kNoMediaOverUdp) {
         udpWasSilent_ = true;
         return FallBack("no packet arrived over UDP");
     }
-    return end == Receiver::End::kOver ? Next::kEnd : Next::kMayReconnect;
+    return end == SessionLoop::End::kOver ? Next::kEnd : Next::kMayReconnect;
 }
 
 void ServerReception::SayWhatHappened(const OpenedSession &opened) {
@@ -95,7 +142,7 @@ void ServerReception::SayWhatHappened(const OpenedSession &opened) {
 }
 
 ServerReception::Next ServerReception::AfterRefusal(const OpenedSession &opened, Outcome &outcome) {
-    receiver_.NoteRefusal(opened);
+    loop_.NoteRefusal(opened);
     if (outcome.code > ExitCode::kSignal) return Next::kEnd;
     if (outcome.code == ExitCode::kNoSupportedStream) SayWhatIsLeftOut(opened);
     const bool isRefused = opened.refusal == kUnsupportedTransport || opened.udpIsUnusable;
@@ -115,22 +162,22 @@ ServerReception::Next ServerReception::FallBack(const std::string &why) {
     mayFallBack_ = false;
     mayTryAgain_ = true;
     transport_ = Transport::kTcp;
-    receiver_.EndSession();
-    receiver_.WaitForTeardown(); // some servers serve one at a time
+    loop_.EndSession();
+    loop_.WaitForTeardown(); // some servers serve one at a time
     return TryAgainOverTcp();
 }
 
 ServerReception::Next ServerReception::TryAgainOverTcp() {
-    return receiver_.Pause(kBeforeFallingBack, "falling back to TCP") ? Next::kTryAgain : Next::kEnd;
+    return loop_.Pause(kBeforeFallingBack, "falling back to TCP") ? Next::kTryAgain : Next::kEnd;
 }
 
-Outcome ServerReception::Receive(const OpenedSession &opened, Receiver::End &end) {
+Outcome ServerReception::Receive(const OpenedSession &opened, SessionLoop::End &end) {
     Outcome outcome;
     std::optional<KeepAlive> keepAlive;
     const std::optional<std::chrono::seconds> timeout = opened.facts.sessionTimeout;
     if (keepsAlive_.value_or(timeout.has_value()))
         keepAlive.emplace(opened.session, timeout.value_or(kUsualSessionTimeout) / 2.0);
-    end = receiver_.Run(mayFallBack_, keepAlive ? &*keepAlive : nullptr, outcome);
+    end = loop_.Run(mayFallBack_, keepAlive ? &*keepAlive : nullptr, outcome);
     return outcome;
 }
 
@@ -144,21 +191,21 @@ void ServerReception::SayWhatIsLeftOut(const OpenedSession &opened) {
 Outcome ReceiveFromServer(const ServerSettings &settings, std::chrono::milliseconds duration,
                           const Audience &audience, Interruption &interruption) {
     Server server;
-    Receiver receiver(audience, duration, settings.idleTimeout, interruption);
+    SessionLoop loop(audience, duration, settings.idleTimeout, interruption);
     Outcome outcome = ReadServer(settings, interruption, server);
     if (outcome.IsOk()) {
         DrawLines({"connecting to " + server.url.host + ":" + std::to_string(server.url.port)});
-        outcome = ServerReception(settings, server, receiver, interruption).Run();
+        outcome = ServerReception(settings, server, loop, interruption).Run();
     }
-    return receiver.Conclude(outcome);
+    return loop.Conclude(outcome);
 }
 
 Outcome ReceiveOpened(const OpenedSession &opened, std::chrono::milliseconds duration, const Audience &audience,
                       Interruption &interruption) {
-    Receiver receiver(audience, duration, std::chrono::milliseconds(0), interruption);
-    Outcome outcome = receiver.Begin(opened);
-    if (outcome.IsOk()) receiver.Run(false, nullptr, outcome);
-    return receiver.Conclude(outcome);
+    SessionLoop loop(audience, duration, std::chrono::milliseconds(0), interruption);
+    Outcome outcome = loop.Begin(opened);
+    if (outcome.IsOk()) loop.Run(false, nullptr, outcome);
+    return loop.Conclude(outcome);
 }
 
 } // namespace tool

@@ -5,16 +5,37 @@
 #include "base/interruption.h"
 #include "base/settings.h"
 #include "reception/observation.h"
-#include "reception/packet_sink.h"
-#include "reception/reception.h"
+#include "reception/readers.h"
 #include "session/opening.h"
 
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <span>
 #include <vector>
 
 namespace tool {
+
+// Where packets go: a file, standard output, a picture.
+class PacketSink {
+public:
+    PacketSink() = default;
+    virtual ~PacketSink() = default;
+    PacketSink(const PacketSink &) = delete;
+    PacketSink &operator=(const PacketSink &) = delete;
+
+    // Before each session's first packet; none of an earlier one is on its way.
+    virtual void BeginSession(const OpenedSession &) {}
+
+    // On the thread that reads the stream; streams of several threads come at the same time.
+    virtual void Take(const Stream &stream, const RTPStreamData &packet, Clock::time_point arrival) = 0;
+
+    // An RTCP packet of a stream, received or sent; on any thread.
+    virtual void TakeControl(int32_t, bool, std::span<const uint8_t>) {}
+
+    virtual bool IsDone() = 0;    // wants no more packets: complete, or failed
+    virtual Outcome Finish() = 0; // completes the output; packets taken later are discarded
+};
 
 // Who takes part in a reception.
 struct Audience {

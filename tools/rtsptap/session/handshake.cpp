@@ -246,7 +246,7 @@ Outcome Handshake::SetUpFirst(int32_t number) {
     Outcome outcome = SetUpStream(number);
     if (FallBack(outcome)) outcome = SetUpStream(number);
     // The library names a session with every stream but number 1, also where there is none yet. Most servers
-    // pass over the empty name; others have a stream 1 that nobody reads set up for them.
+    // ignore the empty name; others have a stream 1 that nobody reads set up for them.
     if (opened_.refusal != kSessionNotFound || number == 1) return outcome;
     outcome = SetUpStream(1);
     return outcome.IsOk() ? SetUpStream(number) : outcome;

@@ -2,8 +2,8 @@
 // bounded size: of long receptions neighbouring seconds are merged, and the last events are only counted.
 #pragma once
 
-#include "reception/interval.h"
-#include "reception/reception.h"
+#include "reception/observation.h"
+#include "reception/readers.h"
 
 #include <map>
 #include <mutex>

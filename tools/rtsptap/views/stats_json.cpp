@@ -2,7 +2,7 @@
 
 #include "base/text.h"
 #include "base/writing.h"
-#include "reception/interval.h"
+#include "reception/observation.h"
 
 #include <cerrno>
 #include <cinttypes>

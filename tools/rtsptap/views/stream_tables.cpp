@@ -3,7 +3,7 @@
 #include "base/console.h"
 #include "base/text.h"
 #include "base/writing.h"
-#include "reception/interval.h"
+#include "reception/observation.h"
 #include "views/watchers.h"
 
 #include <algorithm>

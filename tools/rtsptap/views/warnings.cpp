@@ -2,7 +2,7 @@
 
 #include "base/console.h"
 #include "base/text.h"
-#include "reception/interval.h"
+#include "reception/observation.h"
 #include "session/sockets.h"
 
 #include <algorithm>

@@ -14,14 +14,14 @@ namespace tool {
 // Sees every packet before it is freed, on the thread that reads its stream.
 using PacketObserver = std::function<void(const Stream &, const RTPStreamData &, Clock::time_point arrival)>;
 
-class Reception {
+class Readers {
 public:
-    explicit Reception(std::vector<PacketObserver> observers = {});
-    ~Reception() { End(); }
-    Reception(const Reception &) = delete;
-    Reception &operator=(const Reception &) = delete;
+    explicit Readers(std::vector<PacketObserver> observers = {});
+    ~Readers() { End(); }
+    Readers(const Readers &) = delete;
+    Readers &operator=(const Readers &) = delete;
 
-    // Goes on counting where an earlier session ended. Unreadable streams are passed over.
+    // Goes on counting where an earlier session ended. Unreadable streams are left out.
     void Begin(const std::shared_ptr<Session> &session, const std::vector<Stream> &streams);
 
     // No observer runs afterwards. A reader that waits in the library leaves when that returns, and holds the

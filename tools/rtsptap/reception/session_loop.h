@@ -3,20 +3,44 @@
 #pragma once
 
 #include "reception/receive.h"
-#include "session/keep_alive.h"
 
 #include <future>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
 namespace tool {
 
-class Receiver {
+// Tells a server from time to time that somebody still watches, where it does not take receiver reports for that.
+class KeepAlive {
+public:
+    // A server that merely does not like being asked is told about once, and left alone from then on.
+    KeepAlive(std::shared_ptr<Session> session, std::chrono::duration<double> interval)
+        : session_(std::move(session)), interval_(interval) {}
+
+    // Sends what is due, in the background. Not Ok when the session has turned out to be gone.
+    Outcome Look(Clock::time_point now);
+
+private:
+    struct Exchange {
+        std::mutex lock; // guards the fields below
+        bool running = false;
+        Outcome trouble;
+    };
+    void Send() const;
+
+    const std::shared_ptr<Session> session_;
+    const std::chrono::duration<double> interval_;
+    const std::shared_ptr<Exchange> exchange_ = std::make_shared<Exchange>();
+    Clock::time_point last_ = Clock::now();
+};
+
+class SessionLoop {
 public:
     // The audience outlives it. No idle time-out: silence ends nothing, and the duration begins with the session.
-    Receiver(const Audience &audience, std::chrono::milliseconds duration, std::chrono::milliseconds idleTimeout,
-             Interruption &interruption);
+    SessionLoop(const Audience &audience, std::chrono::milliseconds duration, std::chrono::milliseconds idleTimeout,
+                Interruption &interruption);
 
     Outcome Begin(const OpenedSession &opened);
     void NoteRefusal(const OpenedSession &opened) const; // instead
@@ -65,7 +89,7 @@ private:
     std::string state_;
     std::future<void> teardown_;
     Clock::time_point teardownBegin_;
-    Reception reception_; // the last member: its readers use what is above
+    Readers readers_; // the last member: its readers use what is above
 };
 
 } // namespace tool

@@ -1,4 +1,4 @@
-#include "reception/interval.h"
+#include "reception/observation.h"
 
 #include "base/text.h"
 

@@ -1,4 +1,4 @@
-#include "reception/reception.h"
+#include "reception/readers.h"
 
 #include "base/background.h"
 
@@ -15,7 +15,7 @@ constexpr auto kFarewell = std::chrono::milliseconds(100); // for readers of str
 
 } // namespace
 
-struct Reception::Counter {
+struct Readers::Counter {
     explicit Counter(const Stream &counted) : stream(counted), statistics(counted.clockRate) {}
     Stream stream;
     std::mutex lock; // guards statistics
@@ -23,7 +23,7 @@ struct Reception::Counter {
 };
 
 // Owns what its thread uses, since that may wait in the library when everybody else is gone.
-struct Reception::Reader {
+struct Readers::Reader {
     std::shared_ptr<Session> session;
     std::shared_ptr<Counter> counter;
     std::shared_ptr<const std::vector<PacketObserver>> observers;
@@ -33,10 +33,10 @@ struct Reception::Reader {
     bool hasLeft = false;
 };
 
-Reception::Reception(std::vector<PacketObserver> observers)
+Readers::Readers(std::vector<PacketObserver> observers)
     : observers_(std::make_shared<const std::vector<PacketObserver>>(std::move(observers))) {}
 
-void Reception::Begin(const std::shared_ptr<Session> &session, const std::vector<Stream> &streams) {
+void Readers::Begin(const std::shared_ptr<Session> &session, const std::vector<Stream> &streams) {
     End();
     session_ = session;
     for (const Stream &stream : streams) {
@@ -60,7 +60,7 @@ void Reception::Begin(const std::shared_ptr<Session> &session, const std::vector
     }
 }
 
-void Reception::End() {
+void Readers::End() {
     for (const auto &reader : readers_) {
         const std::lock_guard guard(reader->busy);
         reader->stop = true;
@@ -74,7 +74,7 @@ void Reception::End() {
     session_.reset();
 }
 
-std::vector<StreamObservation> Reception::Streams() const {
+std::vector<StreamObservation> Readers::Streams() const {
     std::vector<StreamObservation> streams;
     for (const auto &counter : counters_) {
         const std::lock_guard guard(counter->lock);
@@ -87,7 +87,7 @@ std::vector<StreamObservation> Reception::Streams() const {
 // Nothing ends the library's wait of five seconds but a packet. A stream that is silent is therefore looked at from
 // time to time, so that its reader is soon gone when asked to; one that flows is waited for, to note when it
 // arrives.
-void Reception::Read(Reader &reader) {
+void Readers::Read(Reader &reader) {
     const Session &session = *reader.session;
     const Stream &stream = reader.counter->stream;
     Clock::time_point last;

@@ -1,4 +1,4 @@
-#include "reception/receiver.h"
+#include "reception/session_loop.h"
 
 #include "base/background.h"
 #include "base/console.h"
@@ -26,14 +26,41 @@ uint64_t PacketsOf(const std::vector<StreamObservation> &streams) {
     return packets;
 }
 
+// What else goes wrong with it need not harm the media, which are watched by themselves.
+bool EndsSession(const Outcome &outcome, int status) {
+    return outcome.code == ExitCode::kUnreachable || status == kSessionNotFound;
+}
+
 } // namespace
 
-Receiver::Receiver(const Audience &audience, milliseconds duration, milliseconds idleTimeout,
-                   Interruption &interruption)
-    : audience_(audience), duration_(duration), idleTimeout_(idleTimeout), interruption_(interruption),
-      reception_(ObserversOf(audience)) {}
+Outcome KeepAlive::Look(Clock::time_point now) {
+    const std::lock_guard guard(exchange_->lock);
+    if (!exchange_->trouble.IsOk() || exchange_->running || now - last_ < interval_) return exchange_->trouble;
+    last_ = now;
+    exchange_->running = true;
+    Send();
+    return {};
+}
 
-std::vector<PacketObserver> Receiver::ObserversOf(const Audience &audience) {
+// A refusal leaves it running for ever: nothing more is sent.
+void KeepAlive::Send() const {
+    RunInBackground([session = session_, exchange = exchange_] {
+        const Answer answer = session->KeepAlive();
+        const Outcome outcome = OutcomeOfRequest("keep-alive", answer.result, answer.reply);
+        const bool ends = EndsSession(outcome, answer.reply.status);
+        if (!outcome.IsOk() && !ends) PrintNotice(outcome.text + ": no more keep-alives are sent");
+        const std::lock_guard guard(exchange->lock);
+        exchange->running = !outcome.IsOk();
+        if (ends) exchange->trouble = outcome;
+    });
+}
+
+SessionLoop::SessionLoop(const Audience &audience, milliseconds duration, milliseconds idleTimeout,
+                         Interruption &interruption)
+    : audience_(audience), duration_(duration), idleTimeout_(idleTimeout), interruption_(interruption),
+      readers_(ObserversOf(audience)) {}
+
+std::vector<PacketObserver> SessionLoop::ObserversOf(const Audience &audience) {
     std::vector<PacketObserver> observers = audience.observers;
     observers.push_back([this](const Stream &stream, const RTPStreamData &packet, Clock::time_point arrival) {
         if (sink_ != nullptr) sink_->Take(stream, packet, arrival);
@@ -41,13 +68,13 @@ std::vector<PacketObserver> Receiver::ObserversOf(const Audience &audience) {
     return observers;
 }
 
-Outcome Receiver::Begin(const OpenedSession &opened) {
+Outcome SessionLoop::Begin(const OpenedSession &opened) {
     const bool isFirst = firstBegin_ == Clock::time_point{};
     session_ = opened.session;
     sessionBegin_ = Clock::now();
     hasServer_ = opened.facts.port != 0;
     transport_ = opened.transport;
-    packetsBefore_ = PacketsOf(reception_.Streams());
+    packetsBefore_ = PacketsOf(readers_.Streams());
     if (packetsBefore_ > 0) ++reconnects_;
     if (isFirst) firstBegin_ = sessionBegin_;
     if (isFirst) DrawLines({});
@@ -60,15 +87,15 @@ Outcome Receiver::Begin(const OpenedSession &opened) {
             sink_->TakeControl(number, isSent, packet);
         });
     }
-    reception_.Begin(session_, opened.streams);
+    readers_.Begin(session_, opened.streams);
     return {};
 }
 
-void Receiver::NoteRefusal(const OpenedSession &opened) const {
+void SessionLoop::NoteRefusal(const OpenedSession &opened) const {
     if (audience_.refused) audience_.refused(opened);
 }
 
-Receiver::End Receiver::Run(bool fallsBack, KeepAlive *keepAlive, Outcome &outcome) {
+SessionLoop::End SessionLoop::Run(bool fallsBack, KeepAlive *keepAlive, Outcome &outcome) {
     Clock::time_point looked = Clock::now();
     for (;;) {
         const int signal = interruption_.WaitFor(kLook);
@@ -87,14 +114,14 @@ Receiver::End Receiver::Run(bool fallsBack, KeepAlive *keepAlive, Outcome &outco
     }
 }
 
-Clock::duration Receiver::Delivered() const {
+Clock::duration SessionLoop::Delivered() const {
     Clock::time_point last = sessionBegin_;
-    for (const StreamObservation &stream : reception_.Streams())
+    for (const StreamObservation &stream : readers_.Streams())
         last = std::max(last, stream.statistics.LastArrival());
     return last - sessionBegin_;
 }
 
-bool Receiver::IsOver(const Observation &now) const {
+bool SessionLoop::IsOver(const Observation &now) const {
     const bool failed = std::any_of(audience_.watchers.begin(), audience_.watchers.end(),
                                     [](const Watcher *watcher) { return watcher->HasFailed(); });
     if (failed || (sink_ != nullptr && sink_->IsDone())) return true;
@@ -102,7 +129,7 @@ bool Receiver::IsOver(const Observation &now) const {
 }
 
 // Why no more packets are to be expected; Ok while they are.
-Outcome Receiver::MediaTrouble(const Observation &now) const {
+Outcome SessionLoop::MediaTrouble(const Observation &now) const {
     Clock::time_point last = std::max(sessionBegin_, resumed_);
     for (const StreamObservation &stream : now.streams) last = std::max(last, stream.statistics.LastArrival());
     const Clock::duration silence = now.now - last;
@@ -117,14 +144,14 @@ Outcome Receiver::MediaTrouble(const Observation &now) const {
 }
 
 // Of a connection that carries the media and is closed: nothing more can come of it.
-bool Receiver::HasEverything(const std::vector<StreamObservation> &streams) const {
+bool SessionLoop::HasEverything(const std::vector<StreamObservation> &streams) const {
     return transport_ == Transport::kTcp && !session_->HasUnread() &&
            std::all_of(streams.begin(), streams.end(),
                        [](const StreamObservation &stream) { return stream.queued == 0; });
 }
 
 // Where silence ends a reception, waiting for the first packet takes nothing away from the duration.
-Clock::time_point Receiver::Beginning(const Observation &now) const {
+Clock::time_point SessionLoop::Beginning(const Observation &now) const {
     if (idleTimeout_.count() == 0) return firstBegin_;
     Clock::time_point first = now.now;
     for (const StreamObservation &stream : now.streams)
@@ -132,18 +159,18 @@ Clock::time_point Receiver::Beginning(const Observation &now) const {
     return first;
 }
 
-Observation Receiver::ObserveAt(Clock::time_point now) const {
+Observation SessionLoop::ObserveAt(Clock::time_point now) const {
     const bool begun = firstBegin_ != Clock::time_point{};
     const Clock::duration elapsed = begun ? now - firstBegin_ : Clock::duration{};
-    return {now, elapsed, state_, reception_.Streams(), hasServer_, transport_, reconnects_};
+    return {now, elapsed, state_, readers_.Streams(), hasServer_, transport_, reconnects_};
 }
 
-Observation Receiver::Observe() {
+Observation SessionLoop::Observe() {
     looked_ = Clock::now();
     return ObserveAt(looked_);
 }
 
-void Receiver::Show() {
+void SessionLoop::Show() {
     if (firstBegin_ == Clock::time_point{}) return;
     const Observation now = Observe();
     for (Watcher *watcher : audience_.watchers) watcher->Show(now);
@@ -151,10 +178,10 @@ void Receiver::Show() {
 
 // The readers first, while media flows: one that waits is woken by the next packet only. One that stays behind
 // keeps the session until it returns.
-void Receiver::EndSession() {
+void SessionLoop::EndSession() {
     if (session_ == nullptr) return;
     if (session_->ReleaseHeldBack()) interruption_.WaitFor(kLook); // for readers to take it
-    reception_.End();
+    readers_.End();
     session_->ShowControl({}); // the session may outlive this
     const auto done = std::make_shared<std::promise<void>>();
     teardown_ = done->get_future();
@@ -166,11 +193,11 @@ void Receiver::EndSession() {
     });
 }
 
-void Receiver::WaitForTeardown() {
+void SessionLoop::WaitForTeardown() {
     if (teardown_.valid()) teardown_.wait_until(teardownBegin_ + kPatienceWithTeardown);
 }
 
-bool Receiver::Pause(milliseconds pause, const std::string &state) {
+bool SessionLoop::Pause(milliseconds pause, const std::string &state) {
     state_ = state;
     const Clock::time_point end = Clock::now() + pause;
     while (Clock::now() < end) {
@@ -180,7 +207,7 @@ bool Receiver::Pause(milliseconds pause, const std::string &state) {
     return true;
 }
 
-Outcome Receiver::Conclude(const Outcome &own) {
+Outcome SessionLoop::Conclude(const Outcome &own) {
     const int signal = interruption_.WaitFor(milliseconds(0));
     if (firstBegin_ == Clock::time_point{}) DrawLines({});
     EndSession();
@@ -190,7 +217,7 @@ Outcome Receiver::Conclude(const Outcome &own) {
 }
 
 // What could not be written goes before everything else, then the signal, then why the reception ended.
-Outcome Receiver::Finish(int signal, const Outcome &own) {
+Outcome SessionLoop::Finish(int signal, const Outcome &own) {
     std::vector<Outcome> outcomes = {signal != 0 ? OutcomeOfSignal(signal) : own};
     if (sink_ != nullptr) outcomes.push_back(sink_->Finish());
     state_ = "ended";
