@@ -55,7 +55,7 @@ TEST(Base64, DecoderRefusesForeignTextAndLackOfRoom) {
     EXPECT_EQ(Base64DecodeBinaryToBuffer("", room, -1), -1);
 }
 
-// RFC 2617, 3.5. The form without quality of protection: tests/rtsp/client/challenge_test.cpp.
+// RFC 2617, 3.5. The form without quality of protection: Authorization, below.
 TEST(DefaultDigest, GivesTheKnownAnswerOrRefusesWhatItCannotCompute) {
     const std::tuple<const char *, const char *, int, const char *> cases[] = {
         {"MD5", "auth", 0, "6629fae49393a05397450978507c4ef1"},
