@@ -182,30 +182,7 @@ void ReadSize(BitReader &bits, uint32_t chroma, PictureFormat &format) {
     format.height = down < format.height ? format.height - static_cast<uint32_t>(down) : 0;
 }
 
-} // namespace
-
-std::span<const uint8_t> PayloadOf(const RTPStreamData &packet) {
-    const auto before = static_cast<std::size_t>(packet.payload - packet.packetData);
-    if (packet.payload < packet.packetData || before > packet.packetLength) return {};
-    if (packet.payloadLength > packet.packetLength - before) return {};
-    return {packet.payload, packet.payloadLength};
-}
-
-bool BeginsKeyFrame(int32_t codecType, std::span<const uint8_t> payload) {
-    switch (codecType) {
-    case RTP_CODEC_H264:
-        return BeginsH264KeyFrame(payload);
-    case RTP_CODEC_MP4V_ES:
-        return BeginsMpeg4KeyFrame(payload);
-    default:
-        return codecType == RTP_CODEC_JPEG && !payload.empty();
-    }
-}
-
-bool HasParameterSets(int32_t codecType, std::span<const uint8_t> payload) {
-    return codecType == RTP_CODEC_H264 && !FindSps(payload).empty();
-}
-
+// ITU-T H.264, 7.3.2.1.1: the NAL unit without start code. None when it is cut short or makes no sense.
 std::optional<PictureFormat> ParseSps(std::span<const uint8_t> nalUnit) {
     BitReader bits(WithoutEmulationPrevention(nalUnit));
     if ((bits.Bits(8) & 0x1f) != NalType::kSps) return std::nullopt;
@@ -228,6 +205,30 @@ std::optional<PictureFormat> ParseSps(std::span<const uint8_t> nalUnit) {
                             format.height <= kLargestSide && !bits.IsOver();
     if (!makesSense) return std::nullopt;
     return format;
+}
+
+} // namespace
+
+std::span<const uint8_t> PayloadOf(const RTPStreamData &packet) {
+    const auto before = static_cast<std::size_t>(packet.payload - packet.packetData);
+    if (packet.payload < packet.packetData || before > packet.packetLength) return {};
+    if (packet.payloadLength > packet.packetLength - before) return {};
+    return {packet.payload, packet.payloadLength};
+}
+
+bool BeginsKeyFrame(int32_t codecType, std::span<const uint8_t> payload) {
+    switch (codecType) {
+    case RTP_CODEC_H264:
+        return BeginsH264KeyFrame(payload);
+    case RTP_CODEC_MP4V_ES:
+        return BeginsMpeg4KeyFrame(payload);
+    default:
+        return codecType == RTP_CODEC_JPEG && !payload.empty();
+    }
+}
+
+bool HasParameterSets(int32_t codecType, std::span<const uint8_t> payload) {
+    return codecType == RTP_CODEC_H264 && !FindSps(payload).empty();
 }
 
 std::optional<PictureFormat> PictureIn(int32_t codecType, std::span<const uint8_t> payload) {

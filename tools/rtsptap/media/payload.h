@@ -26,11 +26,7 @@ bool BeginsKeyFrame(int32_t codecType, std::span<const uint8_t> payload);
 // What the codec cannot be decoded without is in this packet: H.264's sequence parameter set, whole.
 bool HasParameterSets(int32_t codecType, std::span<const uint8_t> payload);
 
-// What this packet tells of the pictures; none when it does not.
+// What this packet, or a parameter set of a description, tells of the pictures; none when it does not.
 std::optional<PictureFormat> PictureIn(int32_t codecType, std::span<const uint8_t> payload);
-
-// What an H.264 sequence parameter set tells of them (ITU-T H.264, 7.3.2.1.1): the NAL unit without start code.
-// None when it is cut short or makes no sense.
-std::optional<PictureFormat> ParseSps(std::span<const uint8_t> nalUnit);
 
 } // namespace tool

@@ -23,7 +23,8 @@ ProbedStream ProbedStreamOf(const Stream &stream, const Session *session) {
     probed.control = session->Attribute(stream.number, "control");
     probed.samplingRate = description->aacSamplingRate;
     if (description->sps != nullptr && description->spsSize > 0)
-        probed.picture = ParseSps({description->sps, static_cast<std::size_t>(description->spsSize)});
+        probed.picture =
+            PictureIn(stream.codecType, {description->sps, static_cast<std::size_t>(description->spsSize)});
     return probed;
 }
 
