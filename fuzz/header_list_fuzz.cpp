@@ -5,7 +5,6 @@
 #include "rtsp/client/client.h"
 #include "rtsp/client/exchange.h"
 #include "rtsp/message/header_list.h"
-#include "rtsp/message/header_rules.h"
 #include "rtsp/message/methods.h"
 #include "rtsp/message/request.h"
 

@@ -1,7 +1,7 @@
 // A hostile RTCP packet, then the report that answers it. Input: ten bytes of sequence and loss figures, buffer
 // size and host-name length, then the packet.
 #include "fuzz/fuzz_target.h"
-#include "rtp/rtcp/rtcp_packet.h"
+#include "rtp/rtcp/rtcp.h"
 #include "rtp/stream.h"
 
 #include <vector>

@@ -5,7 +5,6 @@
 #include "rtp/packet_queue.h"
 #include "rtp/rtp_packet.h"
 #include "rtp/stream.h"
-#include "rtp/udp_reception.h"
 #include "rtsp/client/client.h"
 
 #include <cstring>

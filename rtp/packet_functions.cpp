@@ -9,7 +9,6 @@
 #include "rtp/packet_queue.h"
 #include "rtp/serving.h"
 #include "rtp/stream.h"
-#include "rtp/udp_reception.h"
 
 #include <cstdint>
 

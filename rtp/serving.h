@@ -46,6 +46,19 @@ struct Service {
     void (*close)(StreamThread &thread);
 };
 
+// ---- The services ----
+
+// RTP over UDP: a stream's datagrams, received straight into its ring and queued. Ends when its socket fails or
+// delivers a datagram without content, and when the session is over.
+extern const Service kRtpService;
+// A stream's RTCP over UDP. Ends as the other does.
+extern const Service kRtcpService;
+// All streams of an interleaved connection: a service of the session, by the thread of its first stream and by
+// readers of any. Ends when the connection fails or is closed, and when the session is over.
+extern const Service kInterleavedService;
+
+// ---- The loops ----
+
 // Thread body: serves until it is told to end, nothing more can come, or the session is over.
 void RunServing(StreamThread &thread);
 

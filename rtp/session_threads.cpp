@@ -4,10 +4,10 @@
 #include "rtp/interleaved/interleaved_service.h"
 #include "rtp/media_session.h"
 #include "rtp/packet_queue.h"
-#include "rtp/rtcp/rtcp_service.h"
+#include "rtp/rtcp/rtcp.h"
 #include "rtp/service_thread.h"
+#include "rtp/serving.h"
 #include "rtp/stream.h"
-#include "rtp/udp_reception.h"
 
 namespace rtsptap {
 

@@ -4,8 +4,8 @@
 #include "rtp/codec_table.h"
 #include "rtp/media_session.h"
 #include "rtp/service_thread.h"
+#include "rtp/serving.h"
 #include "rtp/stream.h"
-#include "rtp/udp_reception.h"
 
 using namespace rtsptap;
 

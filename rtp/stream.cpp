@@ -54,7 +54,7 @@ void ReleaseSdpFields(SDPField *&head) {
 
 // ---- the ring's storage ----
 
-void PlanRing(RTSPStreamInfo &stream) {
+void SizeRing(RTSPStreamInfo &stream) {
     const MediaSession &session = *stream.session;
     const int32_t size = stream.isVideo == 1 ? session.videoBufferSize : session.audioBufferSize;
     if (stream.ring.size != size && NothingInUse(stream)) ReleaseRing(stream.ring);

@@ -123,7 +123,7 @@ void ReleaseSdpFields(SDPField *&head);
 // ---- The ring's storage ----
 
 // Gives the ring the session's size of now; the storage is kept while packets in it are queued or held.
-void PlanRing(RTSPStreamInfo &stream);
+void SizeRing(RTSPStreamInfo &stream);
 // Makes the planned ring's storage, if it has none. False when memory is short.
 bool OpenRing(RTSPStreamInfo &stream);
 // Where the next packet goes; a ring full of packets that nobody holds or will hold counts as empty.

@@ -1,4 +1,3 @@
-#include "rtp/udp_reception.h"
 
 #include "platform/printers.h"
 #include "platform/system.h"
@@ -62,7 +61,7 @@ bool Open(StreamThread &thread) {
     RTSPStreamInfo &stream = *thread.stream;
     const ScopedTurn turn(stream.turn, ScopedTurn::kWait);
     stream.baseSeqNum = -1;
-    PlanRing(stream);
+    SizeRing(stream);
     if (!OpenRing(stream)) {
         RtpRtspErrorPrint("EXIT : %s : %d Memory Allocation Failed\n", thread.service->threadName, __LINE__);
         return false;

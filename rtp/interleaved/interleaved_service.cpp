@@ -5,8 +5,7 @@
 #include "rtp/interleaved/splitter.h"
 #include "rtp/media_session.h"
 #include "rtp/packet_queue.h"
-#include "rtp/rtcp/rtcp_packet.h"
-#include "rtp/rtcp/rtcp_service.h"
+#include "rtp/rtcp/rtcp.h"
 #include "rtp/service_thread.h"
 #include "rtp/serving.h"
 #include "rtp/stream.h"
@@ -245,11 +244,11 @@ constexpr int kLookMs = 200; // a reply in pieces is given up by the clock
 
 // A description may have thousands of streams: a ring is planned for every one that is to take frames, and made
 // when the first frame comes. A stream described later takes none.
-void PlanRings(const MediaSession &session) {
+void SizeRings(const MediaSession &session) {
     RTSPStreamInfo *stream = session.streamList.load(std::memory_order_acquire);
     for (; stream != nullptr; stream = stream->next.load(std::memory_order_acquire)) {
         if (!stream->takesFrames) continue;
-        PlanRing(*stream);
+        SizeRing(*stream);
         stream->receiving = true;
         stream->localSsrc = ChooseSsrc(*stream);
     }
@@ -276,7 +275,7 @@ bool Open(StreamThread &thread) {
     MediaSession &session = *thread.stream->session;
     const ScopedTurn turn(session.connection.turn, ScopedTurn::kWait);
     thread.stream->baseSeqNum = -1;
-    PlanRings(session);
+    SizeRings(session);
     OpenTurn(session.connection.turn, thread);
     return true;
 }
@@ -360,7 +359,7 @@ RecvBufferPtr ReceiveReplyAmongFrames(MediaSession &session, int32_t &failure) {
     failure = RTSP_NO_RESPONSE;
     ReadAhead *const reader = OpenReader(session.connection);
     if (reader == nullptr) return nullptr;
-    PlanRings(session);
+    SizeRings(session);
     const uint64_t deadline = MonotonicMs() + kReplyTimeoutMs;
     for (bool closed = false;;) {
         const Dispatch dispatch = TakeUnits(session, *reader, ReplyEnd::kFirstFrame, closed);

@@ -10,10 +10,6 @@
 namespace rtsptap {
 
 struct MediaSession;
-struct Service;
-
-// Serves all streams until the connection fails or is closed, or the session is over.
-extern const Service kInterleavedService;
 
 // The next reply on a connection that no thread serves. Frames before it are delivered, bytes behind it stay
 // for the thread. Null with RTSP_RESPONSE_TIMEOUT or RTSP_NO_RESPONSE in `failure`.

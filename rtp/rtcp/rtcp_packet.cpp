@@ -1,4 +1,4 @@
-#include "rtp/rtcp/rtcp_packet.h"
+#include "rtp/rtcp/rtcp.h"
 
 #include "platform/printers.h"
 #include "platform/wire.h"

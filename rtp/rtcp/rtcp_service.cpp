@@ -1,10 +1,9 @@
-#include "rtp/rtcp/rtcp_service.h"
+#include "rtp/rtcp/rtcp.h"
 
 #include "platform/printers.h"
 #include "platform/system.h"
 #include "platform/wire.h"
 #include "rtp/media_session.h"
-#include "rtp/rtcp/rtcp_packet.h"
 #include "rtp/service_thread.h"
 #include "rtp/serving.h"
 #include "rtp/stream.h"

@@ -6,7 +6,7 @@
 #include "rtp/stream.h"
 #include "rtsp/client/client.h"
 #include "rtsp/message/authentication.h"
-#include "rtsp/message/header_rules.h"
+#include "rtsp/message/header_list.h"
 #include "rtsp/message/methods.h"
 #include "rtsp/message/response.h"
 

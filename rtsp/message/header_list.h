@@ -32,4 +32,14 @@ inline RTSPHeaderStruct *FirstHeader(intptr_t headerList) {
 // An empty list is a first node without name or without value.
 bool IsEmptyHeaderList(const RTSPHeaderStruct &first);
 
+// ---- Is a list good for a method? (header_rules.cpp) ----
+
+// 0 when every header is known or custom, allowed for the method and well formed; RTSP_FAILURE at the first
+// that is not. An empty list is acceptable.
+int32_t ValidateHeaderList(intptr_t headerList, uint32_t method);
+
+// 0 when each of the `length` bytes is an ASCII digit (or, the second, a letter or digit); RTSP_FAILURE otherwise.
+int32_t ValidateNumericString(const char *text, int32_t length);
+int32_t ValidateAlphaNumericString(const char *text, int32_t length);
+
 } // namespace rtsptap

@@ -1,8 +1,7 @@
-#include "rtsp/message/header_rules.h"
+#include "rtsp/message/header_list.h"
 
 #include "platform/printers.h"
 #include "platform/text.h"
-#include "rtsp/message/header_list.h"
 #include "rtsp/message/methods.h"
 
 #include <algorithm>

@@ -2,7 +2,6 @@
 #include "rtp/rtcp/rtcp_packet.h"
 #include "rtp/rtcp/rtcp_service.h"
 #include "rtp/rtp_packet.h"
-#include "rtp/udp_reception.h"
 #include "tests/rtp/stream_fixture.h"
 #include "tests/support/session.h"
 #include "tests/support/texts.h"

@@ -5,7 +5,6 @@
 #include "rtsp/client/exchange.h"
 #include "rtsp/message/authentication.h"
 #include "rtsp/message/header_list.h"
-#include "rtsp/message/header_rules.h"
 #include "rtsp/message/request.h"
 #include "rtsp/message/response.h"
 #include "rtsptap.h"
