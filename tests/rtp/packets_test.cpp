@@ -1,6 +1,5 @@
 #include "rtp/packet_memory.h"
-#include "rtp/rtcp/rtcp_packet.h"
-#include "rtp/rtcp/rtcp_service.h"
+#include "rtp/rtcp/rtcp.h"
 #include "rtp/rtp_packet.h"
 #include "tests/rtp/stream_fixture.h"
 #include "tests/support/session.h"

@@ -116,10 +116,19 @@ template <typename Wait> int WaitMs(int ms, const Wait &wait) {
                      [&](int64_t ns) { return wait(static_cast<int>((ns + kMs - 1) / kMs)); });
 }
 
+// How often a condition has been signalled, or another that shares its place.
+std::atomic<unsigned> &Signals(const pthread_cond_t *condition) {
+    static std::atomic<unsigned> signals[256];
+    return signals[reinterpret_cast<uintptr_t>(condition) / sizeof *condition % std::size(signals)];
+}
+
+// A signal that comes as a slice ends finds nobody waiting: it ends the wait all the same.
 int WaitOn(pthread_cond_t *condition, pthread_mutex_t *mutex, clockid_t clock, const timespec *deadline) {
+    const unsigned before = Signals(condition);
     return WaitUntil(Nanoseconds(*deadline), clock, ETIMEDOUT, [=](int64_t ns) {
         const timespec end = Time(SystemNow(clock) + ns);
-        return pthread_cond_clockwait(condition, mutex, clock, &end);
+        const int result = pthread_cond_clockwait(condition, mutex, clock, &end);
+        return result == ETIMEDOUT && Signals(condition) != before ? 0 : result;
     });
 }
 
@@ -279,6 +288,14 @@ int torture_pthread_cond_init(pthread_cond_t *condition, const pthread_condattr_
 int torture_pthread_cond_destroy(pthread_cond_t *condition) {
     --conditions;
     return pthread_cond_destroy(condition);
+}
+int torture_pthread_cond_signal(pthread_cond_t *condition) {
+    ++Signals(condition);
+    return pthread_cond_signal(condition);
+}
+int torture_pthread_cond_broadcast(pthread_cond_t *condition) {
+    ++Signals(condition);
+    return pthread_cond_broadcast(condition);
 }
 int torture_pthread_cond_timedwait(pthread_cond_t *condition, pthread_mutex_t *mutex, const timespec *deadline) {
     if (const Fault *const fault = Strike("wait")) return std::max(fault->effect, 0);
