@@ -60,6 +60,7 @@ struct Caller {
     }
     void Destroy(int slot) {
         while (!held[slot].empty()) Free(slot, clients[slot], held[slot].front()->codecType);
+        if (!live[slot] && clients[slot] == clients[1 - slot]) return;  // another client has got its address
         Require((RTSPClientDestroy(clients[slot]) == 0) == live[slot]); // the handle stays, stale
         live[slot] = false;
     }

@@ -1,5 +1,5 @@
-// Socket addresses of any family: read, bound, connected, joined, sent to. The rest of the library never looks into
-// one, so a further family is a matter of this file alone. What is opened by itself is IPv4.
+// Socket addresses: read, bound, connected, joined, sent to. The rest of the library never looks into one; what is
+// opened here is IPv4.
 #pragma once
 
 #include "rtsptap.h"

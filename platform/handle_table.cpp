@@ -1,4 +1,3 @@
-
 #include "platform/handle_table.h"
 
 #include <atomic>

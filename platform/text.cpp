@@ -1,4 +1,3 @@
-
 #include "platform/text.h"
 
 #include "platform/archive_names.h"
@@ -9,7 +8,6 @@
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
-#include <cstring>
 #include <limits>
 
 namespace rtsptap {
@@ -154,7 +152,6 @@ int32_t Base64DecodeBinaryToBuffer(std::string_view text, uint8_t *buffer, int32
 using namespace rtsptap;
 
 int Base64Encode(const uint8_t *data, int32_t length, char **encoded) {
-    using namespace rtsptap;
     const CallTrace trace(__func__);
     if (encoded != nullptr) *encoded = nullptr;
     if (data == nullptr || length < 0 || encoded == nullptr)

@@ -223,7 +223,7 @@ int32_t RTPClientConfigLatency(intptr_t clientHandle, int32_t tLInMS, int32_t uF
     if (negative || uFInMS > oFInMS || uFInMS > tLInMS || oFInMS < tLInMS)
         return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid Input arguments\n");
     MediaSession *const session = LiveSession(clientHandle);
-    if (session == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid session handle\n");
+    if (session == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid client handle\n");
 
     session->targetLatency = tLInMS;
     session->underflowLimit = uFInMS;

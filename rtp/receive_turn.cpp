@@ -123,14 +123,12 @@ Readiness WaitForSocket(const StreamThread &thread, int socket, int timeoutMs) {
     return {.timedOut = ready == 0, .events = waits[0].revents};
 }
 
-Readiness WaitForData(const StreamThread &thread, ReceiveTurn &turn, int socket, int timeoutMs) {
+void WaitForData(const StreamThread &thread, ReceiveTurn &turn, int socket, int timeoutMs) {
     TurnState state = TurnState::kFree;
-    if (!turn.state.compare_exchange_strong(state, TurnState::kFreeThreadWaits, std::memory_order_acq_rel))
-        return {};
-    const Readiness readiness = WaitForSocket(thread, socket, timeoutMs);
+    if (!turn.state.compare_exchange_strong(state, TurnState::kFreeThreadWaits, std::memory_order_acq_rel)) return;
+    WaitForSocket(thread, socket, timeoutMs);
     state = TurnState::kFreeThreadWaits;
     turn.state.compare_exchange_strong(state, TurnState::kFree, std::memory_order_acq_rel);
-    return readiness;
 }
 
 } // namespace rtsptap

@@ -84,7 +84,7 @@ bool IsOver(const ReceiveTurn &turn);
 bool RestForReaders(const StreamThread &thread, ReceiveTurn &turn);
 
 // Waits for the socket, for the thread's wake, for a reader that wants to receive, or `timeoutMs`.
-Readiness WaitForData(const StreamThread &thread, ReceiveTurn &turn, int socket, int timeoutMs);
+void WaitForData(const StreamThread &thread, ReceiveTurn &turn, int socket, int timeoutMs);
 
 // The same where readers have no part.
 Readiness WaitForSocket(const StreamThread &thread, int socket, int timeoutMs);

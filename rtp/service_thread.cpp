@@ -24,7 +24,7 @@ struct StreamThreadDeleter {
 };
 using StreamThreadPtr = std::unique_ptr<StreamThread, StreamThreadDeleter>;
 
-// Ends and frees the thread that served before; what it left in the stream and client is ours from here on.
+// Ends and frees the thread that served before; what it left in the stream and session is ours from here on.
 void TakeOver(StreamThread &thread) {
     if (const StreamThreadPtr predecessor(thread.predecessor); predecessor != nullptr) {
         predecessor->yield.store(true, std::memory_order_release);

@@ -21,7 +21,7 @@ struct StreamThread {
     // ---- Constant once the thread runs ----
     RTSPStreamInfo *stream = nullptr;
     const Service *service = nullptr;
-    uint32_t dataProto = DATA_PROTO_UDP; // how the client receives, taken once
+    uint32_t dataProto = DATA_PROTO_UDP; // how the session receives, taken once
     int wake = -1;                       // eventfd, readable when the thread is to look around
 
     // ---- Starting thread, then the new thread, which joins and frees it ----

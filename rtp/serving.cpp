@@ -12,51 +12,51 @@ namespace {
 
 constexpr uint32_t kNoRoomSleepMs = 1; // no packet is lost: the kernel keeps what comes
 
-Readiness WaitForService(const StreamThread &thread, ReceiveTurn *turn) {
-    const Service &service = *thread.service;
-    RTSPStreamInfo &stream = *thread.stream;
-    return turn != nullptr ? WaitForData(thread, *turn, service.socket(stream), service.waitMs(stream))
-                           : WaitForSocket(thread, service.socket(stream), service.waitMs(stream));
-}
-
 // Readers are told once of all that arrived together, outside of the turn: waking one costs several times what
 // receiving does.
-bool ServeInTurn(StreamThread &thread, ReceiveTurn &turn, const Readiness &readiness, Served &served) {
-    if (RestForReaders(thread, turn)) return false;
+Served ServeInTurn(StreamThread &thread, ReceiveTurn &turn) {
+    const Service &service = *thread.service;
+    RTSPStreamInfo &stream = *thread.stream;
+    const uint32_t before = stream.handled;
+    Served served = Served::kEnded;
     {
         const ScopedTurn mine(turn, ScopedTurn::kTry);
-        if (!mine.IsMine()) return false;
-        served = turn.ended ? Served::kEnded : thread.service->serve(thread, readiness);
+        if (!mine.IsMine()) return Served::kMaybeMore;
+        if (!turn.ended) served = service.serve(thread, {});
     }
-    thread.service->announce(*thread.stream);
-    return true;
+    if (service.announce != nullptr && stream.handled != before) service.announce(stream);
+    return served;
 }
 
-// One pass of an active service: what is there, then the wait for more. False ends the thread.
-bool ServeOnce(StreamThread &thread, Readiness &readiness) {
-    ReceiveTurn *const turn = thread.service->turn(*thread.stream);
-    Served served = Served::kMaybeMore;
-    if (turn == nullptr)
-        served = thread.service->serve(thread, readiness);
-    else if (!ServeInTurn(thread, *turn, readiness, served))
-        return true;
-    readiness = {};
-    switch (served) {
+// A pass of a service that readers have a part in: what is there, then the wait for more. False ends the thread.
+bool ServeBesideReaders(StreamThread &thread) {
+    const Service &service = *thread.service;
+    RTSPStreamInfo &stream = *thread.stream;
+    ReceiveTurn &turn = *service.turn(stream);
+    if (RestForReaders(thread, turn)) return true;
+    switch (ServeInTurn(thread, turn)) {
     case Served::kEnded:
         return false;
     case Served::kNoRoom:
         MSecDelay(kNoRoomSleepMs);
-        return true;
+        break;
     case Served::kNothingLeft:
-        readiness = WaitForService(thread, turn);
-        return true;
+        WaitForData(thread, turn, service.socket(stream), service.waitMs(stream));
+        break;
     case Served::kMaybeMore:
         break;
     }
     return true;
 }
 
-bool SessionIsOver(const RTSPStreamInfo &stream) { return stream.session->state == CLIENT_INIT_STATE; }
+// A pass of one that is the thread's alone. What the wait found is handled whatever has become of the stream
+// meanwhile.
+bool ServeAlone(StreamThread &thread) {
+    const Service &service = *thread.service;
+    const Readiness readiness =
+        WaitForSocket(thread, service.socket(*thread.stream), service.waitMs(*thread.stream));
+    return !MustEnd(thread) && service.serve(thread, readiness) != Served::kEnded;
+}
 
 } // namespace
 
@@ -64,11 +64,11 @@ void RunServing(StreamThread &thread) {
     const Service &service = *thread.service;
     const CallTrace trace(service.threadName);
     if (!service.open(thread)) return;
-    Readiness readiness;
+    const auto serveOnce = service.turn != nullptr ? ServeBesideReaders : ServeAlone;
     while (!MustEnd(thread)) {
         if (service.isActive(*thread.stream)) {
-            if (!ServeOnce(thread, readiness)) break;
-        } else if (SessionIsOver(*thread.stream)) {
+            if (!serveOnce(thread)) break;
+        } else if (thread.stream->session->state == CLIENT_INIT_STATE) {
             break;
         } else {
             MSecDelay(kPausedSleepMs); // a paused stream keeps its thread

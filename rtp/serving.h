@@ -1,7 +1,8 @@
 // Serving a socket: one shape for RTP datagrams, RTCP datagrams and an interleaved connection, whoever does it. A
-// service handles what has arrived and never waits; around it stand the loops that wait: that of a receive thread
-// (RunServing) and that of a reader which would otherwise sleep until the thread woke it (ServeAsReader). A program
-// that waits by itself calls the same `serve` when the socket is readable or `waitMs` has passed.
+// service handles what has arrived; around it stand the loops that wait: that of a receive thread (RunServing) and
+// that of a reader which would otherwise sleep until the thread woke it (ServeAsReader). Nothing is armed or
+// disarmed from one pass to the next, so whoever waits for several sockets can serve each when it is readable or
+// its `waitMs` has passed.
 #pragma once
 
 #include <cstdint>
@@ -20,7 +21,7 @@ struct Readiness {
 };
 
 enum class Served {
-    kNothingLeft, // all that had arrived: the next time is when more has
+    kNothingLeft, // wait for the socket before the next time
     kMaybeMore,   // stopped in between, so that nobody waits for the end of a flood
     kNoRoom,      // the receive ring is full: the kernel keeps what comes
     kEnded        // nothing more will come, or can be taken
@@ -30,20 +31,23 @@ struct Service {
     const char *threadName; // in its thread's messages
     // Makes ready for the thread, which may take over from another; false, after the message, when that cannot be.
     bool (*open)(StreamThread &thread);
-    // False while its streams are paused: nothing is received.
+    // Asked before every pass; false while its streams are paused, when nothing is received.
     bool (*isActive)(RTSPStreamInfo &stream);
-    // Handles what has arrived. In the turn, where there is one.
+    // Handles what has arrived, without waiting for more. In the turn, where there is one; else after the wait, of
+    // which `readiness` tells.
     Served (*serve)(StreamThread &thread, const Readiness &readiness);
-    // Outside of the turn, after something was served: tells the readers.
-    void (*announce)(RTSPStreamInfo &stream);
     int (*socket)(const RTSPStreamInfo &stream);
-    int (*waitMs)(RTSPStreamInfo &stream);        // until something is due without anything arriving
-    ReceiveTurn *(*turn)(RTSPStreamInfo &stream); // null: readers have no part in it
-    // In the turn: true when a reader may serve in place of the thread.
-    bool (*admitsReaders)(const RTSPStreamInfo &stream);
-    // In a reader's turn: waits a moment (kTurnSliceMs) for something, and handles it.
-    Served (*serveWaiting)(RTSPStreamInfo &stream);
+    int (*waitMs)(RTSPStreamInfo &stream); // until something is due without anything arriving
     void (*close)(StreamThread &thread);
+
+    // ---- Readers: the rest is null where they have no part ----
+    ReceiveTurn *(*turn)(RTSPStreamInfo &stream) = nullptr;
+    // In the turn: true when a reader may serve in place of the thread.
+    bool (*admitsReaders)(const RTSPStreamInfo &stream) = nullptr;
+    // In a reader's turn: waits a moment (kTurnSliceMs) for something, and handles it.
+    Served (*serveWaiting)(RTSPStreamInfo &stream) = nullptr;
+    // Outside of the turn, after something of the thread's stream was handled in it: tells the readers.
+    void (*announce)(RTSPStreamInfo &stream) = nullptr;
 };
 
 // ---- The services ----

@@ -17,7 +17,7 @@ void StopInterleavedThread(const MediaSession &session, int socket);
 // True while a thread reads the connection.
 bool ConnectionIsServed(const MediaSession &session);
 
-// Before frames are taken: those of every stream are, but where threads receive datagrams, for a client may change
+// Before frames are taken: those of every stream are, but where threads receive datagrams, for a session may change
 // its protocol while they run.
 void ChooseStreamsForFrames(const MediaSession &session);
 

@@ -34,7 +34,7 @@ struct SenderReport {
     uint32_t octetCount = 0;
 };
 
-// ---- The thread that handles a stream's RTCP only ----
+// What the thread that handles a stream's RTCP keeps to itself.
 struct RtcpState {
     uint64_t silentSinceMs = 0; // since when it waits for a datagram, monotonic; 0: it does not; handed over
     SenderReport senderReport;

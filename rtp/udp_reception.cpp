@@ -16,7 +16,7 @@ namespace rtsptap {
 namespace {
 
 constexpr int kMostAtOnce = 64; // so that no reader waits for the end of a flood
-constexpr int kLookMs = 200;
+constexpr int kLookMs = 200;    // orders wake the thread; this is for what nobody thought of
 
 // A reader in its turn waits in the receive call itself; shutting the socket down ends the wait. False when the
 // system refuses: a call that waited without limit would miss orders.
@@ -106,13 +106,13 @@ constinit const Service kRtpService{
     .open = Open,
     .isActive = IsPlaying,
     .serve = Serve,
-    .announce = SignalReaders,
     .socket = Socket,
     .waitMs = WaitMs,
+    .close = Close,
     .turn = Turn,
     .admitsReaders = AdmitsReaders,
     .serveWaiting = ServeWaiting,
-    .close = Close,
+    .announce = SignalReaders,
 };
 
 } // namespace rtsptap

@@ -7,6 +7,8 @@
 
 namespace rtsptap {
 
+struct RTSPStreamInfo;
+
 // What follows `mark` ("name=", ignoring case) up to the parameter's end at ";"; a null view without it.
 // A name that stands at the start or behind a blank or ";" goes before one inside another: of
 // "streamconfig=1;config=2" "config=" is 2, but 1 where nothing else is found.
@@ -15,14 +17,10 @@ std::string_view FmtpParameter(std::string_view fmtp, std::string_view mark);
 // The first run of characters that are neither blanks nor quotes.
 std::string_view FirstWord(std::string_view text);
 
-struct RTSPStreamInfo;
-
 // Decodes "sprop-parameter-sets=" of the stream's fmtp text: the first sequence and the first picture
 // parameter set become the description's sps and pps. Sets that are not found leave the fields as they are.
 // 0 when both were found, else RTSP_FAILURE.
 int32_t ExtractSPSPPS(RTSPStreamInfo *stream);
-
-struct RTSPStreamInfo;
 
 inline constexpr int32_t adtsSamplingRates[16] = { // Hz, by sampling frequency index; 0 is reserved
     96000, 88200, 64000, 48000, 44100, 32000, 24000, 22050, 16000, 12000, 11025, 8000, 7350, 0, 0, 0};

@@ -139,9 +139,9 @@ enum class Dispatch { kHandled, kIncomplete, kNoMemory };
 
 void PrintCorrupted() { puts("Error: corrupted stream ($/RTSP not found)"); }
 
-Dispatch DropHeader(ReadAhead &reader, const UnsplitBytes &bytes, const Unit &unit) {
+Dispatch DropHeader(ReadAhead &reader, const UnsplitBytes &bytes, std::size_t bodyLength) {
     Consume(reader, DropLength(bytes));
-    reader.outOfStep = reader.outOfStep || unit.bodyLength > 0;
+    reader.outOfStep = reader.outOfStep || bodyLength > 0;
     return Dispatch::kHandled;
 }
 
@@ -149,15 +149,19 @@ Dispatch DropHeader(ReadAhead &reader, const UnsplitBytes &bytes, const Unit &un
 Dispatch TakeFrame(MediaSession &session, ReadAhead &reader, const UnsplitBytes &bytes, const Unit &unit) {
     const Route route = FindRoute(session, reader, unit.channel);
     const Fit fit = FindPlace(session, route, unit);
-    // A frame without a ring does not fail the exchange that awaits its reply: the thread will tell.
-    if (fit == Fit::kNoMemory && bytes.rule != ReplyEnd::kFirstFrame) return Dispatch::kNoMemory;
-    if (fit != Fit::kFits) return DropHeader(reader, bytes, unit);
-    if (unit.body == Unit::Body::kPartial) return Dispatch::kIncomplete;
-    if (unit.body == Unit::Body::kHidesReply)
+    if (fit == Fit::kNowhere) return DropHeader(reader, bytes, unit.bodyLength);
+    if (fit == Fit::kNoMemory) {
+        // A frame without a ring does not fail the exchange that awaits its reply: the thread will tell.
+        if (bytes.rule != ReplyEnd::kFirstFrame) return Dispatch::kNoMemory;
+        return DropHeader(reader, bytes, kFrameHeaderBytes);
+    }
+    const FrameBody body = LookIntoFrame(bytes, unit);
+    if (body.state == FrameBody::State::kPartial) return Dispatch::kIncomplete;
+    if (body.state == FrameBody::State::kHidesReply)
         PrintCorrupted();
     else
         Deliver(reader, route, unit);
-    Consume(reader, unit.length);
+    Consume(reader, body.length);
     return Dispatch::kHandled;
 }
 
@@ -197,7 +201,7 @@ Dispatch TakeUnit(MediaSession &session, ReadAhead &reader, const UnsplitBytes &
         return DropStaleText(reader, unit);
     case Unit::Kind::kJunk:
         PrintCorrupted();
-        return DropHeader(reader, bytes, unit);
+        return DropHeader(reader, bytes, kFrameHeaderBytes);
     case Unit::Kind::kMoreNeeded:
         break;
     }
@@ -299,8 +303,6 @@ Served Serve(StreamThread &thread, const Readiness & /*readiness*/) {
     return ServeConnection(*thread.stream->session, 0);
 }
 
-void AnnounceNothing(RTSPStreamInfo & /*stream*/) {} // who is told is known in the turn only
-
 int Socket(const RTSPStreamInfo &stream) { return stream.session->connection.socket; }
 
 int WaitMs(RTSPStreamInfo & /*stream*/) { return kLookMs; }
@@ -325,13 +327,12 @@ constinit const Service kInterleavedService{
     .open = Open,
     .isActive = IsActive,
     .serve = Serve,
-    .announce = AnnounceNothing,
     .socket = Socket,
     .waitMs = WaitMs,
+    .close = Close,
     .turn = Turn,
     .admitsReaders = AdmitsReaders,
-    .serveWaiting = ServeWaiting,
-    .close = Close,
+    .serveWaiting = ServeWaiting, // it tells readers itself: whom is known in the turn only
 };
 
 // ---- the reply to the first PLAY ----

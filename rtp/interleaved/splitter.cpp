@@ -136,29 +136,14 @@ Unit NextReply(const UnsplitBytes &bytes) {
     return unit;
 }
 
-// Out of step the header may be bytes of a body: an awaited reply within the frame it announces is no part of it.
-void LookIntoBody(const UnsplitBytes &bytes, Unit &unit) {
-    if (bytes.awaitsReply && bytes.outOfStep) {
-        const ReplySearch reply = SearchReply(bytes.text, kReplyVersion, unit.length, bytes.isFinal);
-        if (reply.result == Search::kMoreNeeded) unit.body = Unit::Body::kPartial;
-        if (reply.result == Search::kFound) {
-            unit.body = Unit::Body::kHidesReply;
-            unit.length = reply.at;
-        }
-        if (reply.result != Search::kNone) return;
-    }
-    if (bytes.text.size() < unit.length) unit.body = Unit::Body::kPartial;
-}
-
 Unit NextFrame(const UnsplitBytes &bytes) {
     const auto *const header = reinterpret_cast<const uint8_t *>(bytes.text.data());
     if (bytes.awaitsReply &&
         SearchReply(bytes.text, kReplyStart, kFrameHeaderBytes, bytes.isFinal).result == Search::kMoreNeeded)
         return {};
-    if (header[0] != '$') return {.kind = Unit::Kind::kJunk, .bodyLength = kFrameHeaderBytes};
+    if (header[0] != '$') return {.kind = Unit::Kind::kJunk};
     Unit unit{.kind = Unit::Kind::kFrame, .channel = header[1], .bodyLength = wire::U16(header + 2)};
     unit.length = kFrameHeaderBytes + unit.bodyLength;
-    LookIntoBody(bytes, unit);
     return unit;
 }
 
@@ -167,6 +152,17 @@ Unit NextFrame(const UnsplitBytes &bytes) {
 Unit NextUnit(const UnsplitBytes &bytes) {
     if (ReplyStandsNext(bytes)) return bytes.staleBytes > 0 ? StaleText(bytes) : NextReply(bytes);
     return bytes.text.size() < kFrameHeaderBytes ? Unit{} : NextFrame(bytes);
+}
+
+// Out of step the header may be bytes of a body: an awaited reply within the frame it announces is no part of it.
+FrameBody LookIntoFrame(const UnsplitBytes &bytes, const Unit &frame) {
+    if (bytes.awaitsReply && bytes.outOfStep) {
+        const ReplySearch reply = SearchReply(bytes.text, kReplyVersion, frame.length, bytes.isFinal);
+        if (reply.result == Search::kMoreNeeded) return {FrameBody::State::kPartial, frame.length};
+        if (reply.result == Search::kFound) return {FrameBody::State::kHidesReply, reply.at};
+    }
+    const bool isWhole = bytes.text.size() >= frame.length;
+    return {isWhole ? FrameBody::State::kWhole : FrameBody::State::kPartial, frame.length};
 }
 
 std::size_t DropLength(const UnsplitBytes &bytes) {

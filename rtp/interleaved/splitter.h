@@ -30,13 +30,8 @@ struct Unit {
         kMoreNeeded, // nothing can be said before more bytes come
         kReply,      // `length` bytes of RTSP text
         kStaleText,  // `length` bytes of text that answers no exchange under way
-        kFrame,      // begins with a header; see the body's state
+        kFrame,      // begins with a header; see LookIntoFrame
         kJunk        // neither: what DropLength says is dropped
-    };
-    enum class Body {
-        kWhole,
-        kPartial,   // the rest is still to come
-        kHidesReply // out of step, and an awaited reply begins at `length`: the header was none
     };
     Kind kind = Kind::kMoreNeeded;
     std::size_t length = 0;     // of the whole unit, a frame's header included
@@ -44,10 +39,23 @@ struct Unit {
     bool fillsBuffer = false;   // kReply: cut where the longest reply ends
     uint8_t channel = 0;        // kFrame
     std::size_t bodyLength = 0; // kFrame: as its header says
-    Body body = Body::kWhole;   // kFrame
 };
 
 Unit NextUnit(const UnsplitBytes &bytes);
+
+struct FrameBody {
+    enum class State {
+        kWhole,
+        kPartial,   // the rest is still to come
+        kHidesReply // out of step, and an awaited reply begins within: the header was none
+    };
+    State state = State::kWhole;
+    std::size_t length = 0; // of the frame, or of what lies before the reply
+};
+
+// What stands behind the header of a frame. Asked only where the frame has a place: the look may cost as much as
+// the frame is long, and of frames that lead nowhere a header may follow every four bytes.
+FrameBody LookIntoFrame(const UnsplitBytes &bytes, const Unit &frame);
 
 // How many bytes to drop of a frame header that leads nowhere: the bytes behind it are looked at four by four until
 // a header lines up again, or one by one where an awaited reply begins.

@@ -24,7 +24,7 @@ int32_t CreateRRPacket(RTSPStreamInfo *stream, uint8_t *buffer, int32_t bufferSi
 // The same for a given name; without one (data() is null) the SDES part is left out.
 int32_t WriteReceiverReport(RTSPStreamInfo &stream, uint8_t *buffer, int32_t bufferSize, std::string_view hostName);
 
-// To whom the client wants it shown, sent or received.
+// To whom the session wants it shown, sent or received.
 void ShowRtcp(const RTSPStreamInfo &stream, bool isSent, const uint8_t *packet, int32_t size);
 
 // ---- sending: by whoever handles the stream's RTCP ----

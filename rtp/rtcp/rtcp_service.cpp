@@ -181,8 +181,6 @@ Served Serve(StreamThread &thread, const Readiness &readiness) {
 
 int Socket(const RTSPStreamInfo &stream) { return stream.rtcpSocket; }
 
-ReceiveTurn *NoTurn(RTSPStreamInfo & /*stream*/) { return nullptr; }
-
 // After a hand-over the silence goes on: PLAY, sent more often than it may last, would put the report off for good.
 void Close(StreamThread &thread) {
     if (!thread.yield.load(std::memory_order_acquire)) thread.stream->rtcp.silentSinceMs = 0;
@@ -195,12 +193,8 @@ constinit const Service kRtcpService{
     .open = Open,
     .isActive = IsActive,
     .serve = Serve,
-    .announce = nullptr,
     .socket = Socket,
     .waitMs = SilenceLeft,
-    .turn = NoTurn,
-    .admitsReaders = nullptr,
-    .serveWaiting = nullptr,
     .close = Close,
 };
 

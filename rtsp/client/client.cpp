@@ -8,7 +8,6 @@
 #include "rtp/stream.h"
 #include "rtsp/client/exchange.h"
 #include "rtsp/message/request.h"
-#include "sdp/sdp_parser.h"
 
 #include <cstdlib>
 #include <cstring>

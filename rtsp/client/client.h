@@ -11,6 +11,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
 
 namespace rtsptap {
 
@@ -50,6 +51,8 @@ struct RTSPClient {
     RTSPClient *next = nullptr;
     RTSPClient *prev = nullptr;
 };
+
+static_assert(std::is_standard_layout_v<RTSPClient> && offsetof(RTSPClient, media) == 0);
 
 // First client in creation order; guarded by the private registry lock.
 extern RTSPClient *gblRTSPClientList;

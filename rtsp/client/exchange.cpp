@@ -1,6 +1,5 @@
 #include "rtsp/client/exchange.h"
 
-#include "platform/system.h"
 #include "rtp/interleaved/interleaved_service.h"
 #include "rtp/session_threads.h"
 #include "rtp/stream.h"

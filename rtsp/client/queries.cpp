@@ -4,7 +4,6 @@
 #include "rtp/interleaved/connection.h"
 #include "rtp/stream.h"
 #include "rtsp/client/client.h"
-#include "sdp/sdp_parser.h"
 
 #include <cstring>
 #include <string_view>

@@ -21,8 +21,6 @@ struct RTSPHeaderStruct {
 // Frees name and value and leaves the slot empty.
 void ReleaseHeaderSlot(RTSPHeaderStruct &slot);
 
-struct RTSPHeaderStruct;
-
 // The first entry of exactly that name, or null. The handle must not be null.
 RTSPHeaderStruct *GetUserAddedHeaderValue(intptr_t headerList, const char *headerName);
 

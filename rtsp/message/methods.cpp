@@ -34,8 +34,6 @@ constexpr Method kMethods[] = {
     {RTSP_PAUSE, "PAUSE", true, CLIENT_PAUSE_STATE, kPauseHeaders},
 };
 
-// GET_PARAMETER has a name, as a digest may be asked for it, but is never sent.
-
 } // namespace
 
 constinit const DefaultHeader kUserAgentHeader{"User-Agent", "Rtp Rtsp Client", kUserAgentTexts};
@@ -47,6 +45,7 @@ const Method *FindMethod(uint32_t number) {
     return nullptr;
 }
 
+// GET_PARAMETER has a name, as a digest may be asked for it, but is never sent.
 const char *MethodName(uint32_t number) {
     if (number == RTSP_GET_PARAMETER) return "GET_PARAMETER";
     const Method *const method = FindMethod(number);

@@ -31,7 +31,6 @@ struct ResponseMsgDeleter {
 using ResponseMsgPtr = std::unique_ptr<ResponseMsg, ResponseMsgDeleter>;
 
 struct RecvBuffer;
-struct ResponseMsg;
 
 // The caller owns the response and its reason phrase; null when the text is no response.
 ResponseMsg *ClientParseMessage(const RecvBuffer *recvBuffer);
