@@ -9,6 +9,8 @@
 
 namespace rtsptap {
 
+struct RTSPStreamInfo;
+
 // ---- The ring: where the next packet may lie in a stream's receive buffer. Pure arithmetic on three offsets ----
 // The receive thread places and advances; the application gives space back by moving readIndex.
 //
@@ -34,7 +36,8 @@ enum class RingRoom {
     kReady,      // a packet of up to `room` bytes may be received at `writeIndex`
     kWrapped,    // the same, after going back to the start
     kFullBehind, // full: the writer stands close behind the reader
-    kFullAtEnd   // full: neither the end nor the start has room
+    kFullAtEnd,  // full: neither the end nor the start has room
+    kNoMemory    // for the storage
 };
 
 struct RingPlace {
@@ -89,5 +92,23 @@ void FreePacketRecord(RTPStreamData *packet);
 
 // Frees every record in the pool. No other thread may use it any more.
 void DrainPacketPool(PacketPool &pool);
+
+// ---- A stream's ring and pool: SizeRing, OpenRing and FindRoom by whoever receives, the rest by any thread ----
+
+// Gives the ring the session's size of now; the storage is kept while packets in it are queued or held.
+void SizeRing(RTSPStreamInfo &stream);
+// Makes the planned ring's storage, if it has none. False when memory is short.
+bool OpenRing(RTSPStreamInfo &stream);
+// Where the next packet of up to `needed` bytes goes; a ring full of packets that nobody holds or will hold counts
+// as empty. Makes the storage, if there is none.
+RingPlace FindRoom(RTSPStreamInfo &stream, int64_t needed);
+
+// True when no packet of the stream is queued or held by the application.
+bool NothingInUse(const RTSPStreamInfo &stream);
+// A packet that the application has, or will look at, keeps the ring; the stream's last holder frees it, and the
+// pool.
+void HoldRing(RTSPStreamInfo &stream);
+void LetGoOfRing(RTSPStreamInfo &stream);
+void FreeRingAndPool(RTSPStreamInfo &stream);
 
 } // namespace rtsptap

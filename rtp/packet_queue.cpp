@@ -3,7 +3,6 @@
 #include "platform/system.h"
 #include "rtp/media_session.h"
 #include "rtp/packet_memory.h"
-#include "rtp/rtp_packet.h"
 #include "rtp/stream.h"
 
 #include <array>
@@ -90,14 +89,16 @@ void Append(RTSPStreamInfo &stream, RTPStreamData *packet) {
         PublishHead(stream, packet);
 }
 
-// The application may still look at a packet that Peek showed: that one stays until the next look.
+// The application may still look at a packet that Peek showed: that one stays, and the ring with it, until the next
+// look or until another one takes its place.
 void DropHead(RTSPStreamInfo &stream) {
-    RTPStreamData *const packet = TakeHead(stream);
-    if (packet != stream.peekedPacket) return ReturnPacketRecord(stream.pool, packet);
-    FreeDeferredPacket(stream);
-    stream.peekedPacket = nullptr;
-    stream.deferredPacket = packet;
-    HoldRing(stream);
+    RTPStreamData *dropped = TakeHead(stream);
+    if (dropped == stream.peekedPacket) {
+        stream.peekedPacket = nullptr;
+        dropped = std::exchange(stream.deferredPacket, dropped);
+        if (dropped == nullptr) return HoldRing(stream);
+    }
+    ReturnPacketRecord(stream.pool, dropped);
 }
 
 // True when the queue spanned more than overflowLimit, which is not below targetLatency, and was cut down to that.
@@ -179,19 +180,6 @@ void InsertPacket(RTSPStreamInfo &stream, RTPStreamData *packet, const ArrivalRu
 
 void CountHandled(RTSPStreamInfo &stream) {
     stream.handled.store(stream.handled.load(std::memory_order_relaxed) + 1, std::memory_order_release);
-}
-
-void AcceptPacket(RTSPStreamInfo &stream, uint32_t length, const ArrivalRules &rules,
-                  FailureText invalidPacketText) {
-    const RTPDataBuffer bytes{.length = length, .data = stream.ring.storage + stream.ring.writeIndex};
-    RTPStreamData *const packet = ParseRTPData(&bytes, &stream);
-    if (packet != nullptr) {
-        InsertPacket(stream, packet, rules);
-    } else {
-        CountHandled(stream);
-        CallTrace("RTPDataReceiveThread").Fail(RTSP_FAILURE, invalidPacketText);
-    }
-    stream.ring.writeIndex += length; // also behind a refused packet
 }
 
 void SignalReaders(RTSPStreamInfo &stream) {

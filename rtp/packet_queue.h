@@ -2,7 +2,6 @@
 // The receive thread inserts, the application takes the head. Nothing is printed under the lock.
 #pragma once
 
-#include "platform/printers.h"
 #include "rtsptap.h"
 
 #include <cstdint>
@@ -25,11 +24,6 @@ void InsertPacket(RTSPStreamInfo &stream, RTPStreamData *packet, const ArrivalRu
 
 // Counts a datagram or frame as handled, whether it had a packet for the queue or not. Receive thread.
 void CountHandled(RTSPStreamInfo &stream);
-
-// Parses and queues the `length` bytes at the ring's writeIndex and moves it behind them. Signals nobody. Receive
-// thread.
-void AcceptPacket(RTSPStreamInfo &stream, uint32_t length, const ArrivalRules &rules,
-                  FailureText invalidPacketText);
 
 // Wakes one reader that waits for the stream's next datagram or frame; costs nothing when none does.
 void SignalReaders(RTSPStreamInfo &stream);

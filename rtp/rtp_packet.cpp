@@ -4,6 +4,7 @@
 #include "platform/wire.h"
 #include "rtp/media_session.h"
 #include "rtp/packet_memory.h"
+#include "rtp/packet_queue.h"
 #include "rtp/stream.h"
 
 #include <algorithm>
@@ -185,6 +186,19 @@ RTPStreamData *ParseRTPData(const RTPDataBuffer *rtpDataBuffer, RTSPStreamInfo *
     ClaimOf(*packet) = {&rtspStreamInfo->ring, packet->packetData, packet->packetData + packet->packetLength};
     CountPacket(*rtspStreamInfo, *packet);
     return packet.release();
+}
+
+void AcceptPacket(RTSPStreamInfo &stream, uint32_t length, const ArrivalRules &rules,
+                  FailureText invalidPacketText) {
+    const RTPDataBuffer bytes{.length = length, .data = stream.ring.storage + stream.ring.writeIndex};
+    RTPStreamData *const packet = ParseRTPData(&bytes, &stream);
+    if (packet != nullptr) {
+        InsertPacket(stream, packet, rules);
+    } else {
+        CountHandled(stream);
+        CallTrace("RTPDataReceiveThread").Fail(RTSP_FAILURE, invalidPacketText);
+    }
+    stream.ring.writeIndex += length; // also behind a refused packet
 }
 
 } // namespace rtsptap

@@ -2,6 +2,7 @@
 // A packet that claims more than arrived is read as if zeros followed it.
 #pragma once
 
+#include "platform/printers.h"
 #include "rtsptap.h"
 
 #include <atomic>
@@ -9,6 +10,7 @@
 
 namespace rtsptap {
 
+struct ArrivalRules;
 struct RTSPStreamInfo;
 
 // Lost packets of the whole process: the receive threads of all clients count in it.
@@ -22,5 +24,10 @@ struct RTPDataBuffer {
 // A record from the stream's pool, numbered and counted in the stream's sequence and loss figures;
 // null when the packet is refused, and then nothing in the stream has changed.
 RTPStreamData *ParseRTPData(const RTPDataBuffer *rtpDataBuffer, RTSPStreamInfo *rtspStreamInfo);
+
+// Parses and queues the `length` bytes at the ring's writeIndex and moves it behind them. Signals nobody. Receive
+// thread.
+void AcceptPacket(RTSPStreamInfo &stream, uint32_t length, const ArrivalRules &rules,
+                  FailureText invalidPacketText);
 
 } // namespace rtsptap

@@ -52,45 +52,6 @@ void ReleaseSdpFields(SDPField *&head) {
     }
 }
 
-// ---- the ring's storage ----
-
-void SizeRing(RTSPStreamInfo &stream) {
-    const MediaSession &session = *stream.session;
-    const int32_t size = stream.isVideo == 1 ? session.videoBufferSize : session.audioBufferSize;
-    if (stream.ring.size != size && NothingInUse(stream)) ReleaseRing(stream.ring);
-    if (stream.ring.storage == nullptr) stream.ring.size = size;
-}
-
-bool OpenRing(RTSPStreamInfo &stream) {
-    ReceiveRing &ring = stream.ring;
-    return ring.storage != nullptr || AllocateRing(ring, static_cast<int32_t>(ring.size));
-}
-
-RingPlace FindRoom(RTSPStreamInfo &stream, int64_t needed) {
-    const uint32_t mtu = stream.session->mtuSize;
-    const RingPlace place = PlaceNextPacket(stream.ring, mtu);
-    if (place.room >= needed || !NothingInUse(stream)) return place;
-    EmptyRing(stream.ring);
-    return PlaceNextPacket(stream.ring, mtu);
-}
-
-bool NothingInUse(const RTSPStreamInfo &stream) {
-    // In this order: a packet that is being taken holds the ring before it leaves the head.
-    return stream.packetListHead.load(std::memory_order_acquire) == nullptr &&
-           stream.ringHolders.load(std::memory_order_acquire) == 1;
-}
-
-void HoldRing(RTSPStreamInfo &stream) { stream.ringHolders.fetch_add(1, std::memory_order_relaxed); }
-
-void LetGoOfRing(RTSPStreamInfo &stream) {
-    if (stream.ringHolders.fetch_sub(1, std::memory_order_acq_rel) == 1) FreeRingAndPool(stream);
-}
-
-void FreeRingAndPool(RTSPStreamInfo &stream) {
-    DrainPacketPool(stream.pool);
-    ReleaseRing(stream.ring);
-}
-
 // ---- the end ----
 
 // Without the threads nobody takes a record or receives any more, and with the queue empty no reader gets a packet.

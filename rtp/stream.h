@@ -120,23 +120,6 @@ void DestroyStreamLocks(RTSPStreamInfo &stream);
 // Frees every line of the list and clears the head.
 void ReleaseSdpFields(SDPField *&head);
 
-// ---- The ring's storage ----
-
-// Gives the ring the session's size of now; the storage is kept while packets in it are queued or held.
-void SizeRing(RTSPStreamInfo &stream);
-// Makes the planned ring's storage, if it has none. False when memory is short.
-bool OpenRing(RTSPStreamInfo &stream);
-// Where the next packet goes; a ring full of packets that nobody holds or will hold counts as empty.
-RingPlace FindRoom(RTSPStreamInfo &stream, int64_t needed);
-
-// True when no packet of the stream is queued or held by the application.
-bool NothingInUse(const RTSPStreamInfo &stream);
-// A packet that the application has, or will look at, keeps the ring; the stream's last holder frees it, and the
-// pool.
-void HoldRing(RTSPStreamInfo &stream);
-void LetGoOfRing(RTSPStreamInfo &stream);
-void FreeRingAndPool(RTSPStreamInfo &stream);
-
 // ---- The end ----
 
 // The session is over and the stream's threads have been joined: its lines and its queue go, its ring with the last

@@ -3,6 +3,7 @@
 #include "platform/system.h"
 #include "rtp/packet_queue.h"
 #include "rtp/receive_turn.h"
+#include "rtp/rtp_packet.h"
 #include "rtp/service_thread.h"
 #include "rtp/serving.h"
 #include "rtp/stream.h"

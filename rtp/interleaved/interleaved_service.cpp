@@ -6,6 +6,7 @@
 #include "rtp/media_session.h"
 #include "rtp/packet_queue.h"
 #include "rtp/rtcp/rtcp.h"
+#include "rtp/rtp_packet.h"
 #include "rtp/service_thread.h"
 #include "rtp/serving.h"
 #include "rtp/stream.h"
@@ -62,6 +63,7 @@ void PrintRing(RingRoom verdict, const ReceiveRing &ring, int64_t writeIndex, ui
     const auto writer = static_cast<uint32_t>(writeIndex);
     switch (verdict) {
     case RingRoom::kReady:
+    case RingRoom::kNoMemory:
         break;
     case RingRoom::kWrapped:
         printf("TCP read buffer reset wr (2) rd:%u  wr:%u stream:%u\n", reader, writer, channel);
@@ -76,17 +78,18 @@ void PrintRing(RingRoom verdict, const ReceiveRing &ring, int64_t writeIndex, ui
     }
 }
 
-bool FindFrameRoom(RTSPStreamInfo &stream, uint32_t channel, std::size_t length) {
+enum class Fit { kFits, kNowhere, kNoMemory };
+
+Fit FindFrameRoom(RTSPStreamInfo &stream, uint32_t channel, std::size_t length) {
     const auto needed = static_cast<int64_t>(std::max<std::size_t>(length, 1)); // a full ring takes no empty one
     const int64_t writeIndex = stream.ring.writeIndex;
     RingPlace place = FindRoom(stream, needed);
+    if (place.verdict == RingRoom::kNoMemory) return Fit::kNoMemory;
     const bool fits = place.room >= needed;
     if (!fits && place.verdict != RingRoom::kFullAtEnd) place.verdict = RingRoom::kFullBehind;
     PrintRing(place.verdict, stream.ring, writeIndex, channel);
-    return fits;
+    return fits ? Fit::kFits : Fit::kNowhere;
 }
-
-enum class Fit { kFits, kNowhere, kNoMemory };
 
 // Whether the frame whose header is known can be taken. Prints why not.
 Fit FindPlace(const MediaSession &session, const Route &route, const Unit &frame) {
@@ -96,9 +99,7 @@ Fit FindPlace(const MediaSession &session, const Route &route, const Unit &frame
         return Fit::kNowhere;
     }
     if (!TakesFrames(route)) return Fit::kNowhere;
-    if (route.isRtcp) return Fit::kFits;
-    if (!OpenRing(*route.stream)) return Fit::kNoMemory;
-    return FindFrameRoom(*route.stream, frame.channel, frame.bodyLength) ? Fit::kFits : Fit::kNowhere;
+    return route.isRtcp ? Fit::kFits : FindFrameRoom(*route.stream, frame.channel, frame.bodyLength);
 }
 
 void AcceptFrame(ReadAhead &reader, RTSPStreamInfo &stream, const Frame &frame) {
@@ -113,8 +114,8 @@ void AcceptFrame(ReadAhead &reader, RTSPStreamInfo &stream, const Frame &frame) 
     stream.nextSignalDue = std::exchange(reader.signalDue, &stream);
 }
 
-void Deliver(ReadAhead &reader, const Route &route, const Unit &unit) {
-    const std::string_view body = BufferedText(reader).substr(kFrameHeaderBytes, unit.bodyLength);
+void Deliver(ReadAhead &reader, const Route &route, std::string_view text, const Unit &unit) {
+    const std::string_view body = text.substr(kFrameHeaderBytes, unit.bodyLength);
     if (route.isRtcp)
         AnswerInterleavedRtcp(*route.stream, {reinterpret_cast<const uint8_t *>(body.data()), body.size()});
     else
@@ -135,34 +136,41 @@ void SignalDueStreams(ReadAhead &reader) {
 
 namespace {
 
-enum class Dispatch { kHandled, kIncomplete, kNoMemory };
+// What became of a unit. Whoever dispatches consumes its bytes.
+struct Dispatch {
+    enum { kHandled, kIncomplete, kNoMemory } result = kIncomplete;
+    std::size_t consumed = 0;
+};
+
+Dispatch Handled(std::size_t consumed) { return {Dispatch::kHandled, consumed}; }
 
 void PrintCorrupted() { puts("Error: corrupted stream ($/RTSP not found)"); }
 
-Dispatch DropHeader(ReadAhead &reader, const UnsplitBytes &bytes, std::size_t bodyLength) {
-    Consume(reader, DropLength(bytes));
+Dispatch DropHeader(ReadAhead &reader, std::size_t length, std::size_t bodyLength) {
     reader.outOfStep = reader.outOfStep || bodyLength > 0;
-    return Dispatch::kHandled;
+    return Handled(length);
 }
 
-// Room is looked for before the body is waited for.
+// Room is looked for before the body is waited for. A frame without a ring does not fail the exchange that awaits
+// the reply to the first PLAY: the thread will tell.
 Dispatch TakeFrame(MediaSession &session, ReadAhead &reader, const UnsplitBytes &bytes, const Unit &unit) {
     const Route route = FindRoute(session, reader, unit.channel);
     const Fit fit = FindPlace(session, route, unit);
-    if (fit == Fit::kNowhere) return DropHeader(reader, bytes, unit.bodyLength);
-    if (fit == Fit::kNoMemory) {
-        // A frame without a ring does not fail the exchange that awaits its reply: the thread will tell.
-        if (bytes.rule != ReplyEnd::kFirstFrame) return Dispatch::kNoMemory;
-        return DropHeader(reader, bytes, kFrameHeaderBytes);
-    }
-    const FrameBody body = LookIntoFrame(bytes, unit);
-    if (body.state == FrameBody::State::kPartial) return Dispatch::kIncomplete;
-    if (body.state == FrameBody::State::kHidesReply)
+    if (fit == Fit::kNoMemory && bytes.rule != ReplyEnd::kFirstFrame) return {Dispatch::kNoMemory};
+    const FrameFate fate = LookIntoFrame(bytes, unit, fit == Fit::kFits);
+    switch (fate.kind) {
+    case FrameFate::Kind::kLeadsNowhere:
+        return DropHeader(reader, fate.length, fit == Fit::kNoMemory ? kFrameHeaderBytes : unit.bodyLength);
+    case FrameFate::Kind::kPartial:
+        return {};
+    case FrameFate::Kind::kHidesReply:
         PrintCorrupted();
-    else
-        Deliver(reader, route, unit);
-    Consume(reader, body.length);
-    return Dispatch::kHandled;
+        break;
+    case FrameFate::Kind::kWhole:
+        Deliver(reader, route, bytes.text, unit);
+        break;
+    }
+    return Handled(fate.length);
 }
 
 // Kept: text that fills the whole buffer without a '$' is handed over as an empty reply. Where no frames are
@@ -170,24 +178,22 @@ Dispatch TakeFrame(MediaSession &session, ReadAhead &reader, const UnsplitBytes 
 Dispatch TakeReply(Connection &connection, ReadAhead &reader, const UnsplitBytes &bytes, const Unit &unit) {
     const bool isLost = unit.fillsBuffer && bytes.rule == ReplyEnd::kFirstDollar;
     reader.replySinceMs = 0;
-    if (!PostReply(connection, bytes.text.substr(0, isLost ? 0 : unit.length))) return Dispatch::kNoMemory;
-    Consume(reader, unit.length);
+    if (!PostReply(connection, bytes.text.substr(0, isLost ? 0 : unit.length))) return {Dispatch::kNoMemory};
     reader.outOfStep = false;
-    reader.replyTail = Buffered(reader);
-    return Dispatch::kHandled;
+    reader.replyTail = bytes.text.size(); // less what is consumed
+    return Handled(unit.length);
 }
 
 Dispatch DropStaleText(ReadAhead &reader, const Unit &unit) {
-    Consume(reader, unit.length);
     reader.replySinceMs = 0;
     reader.outOfStep = true; // its rest may follow
-    return Dispatch::kHandled;
+    return Handled(unit.length);
 }
 
 // The rest of a reply in pieces is waited for, from the first look on.
 Dispatch AwaitMore(ReadAhead &reader, const Unit &unit) {
     if (unit.replyBegun && reader.replySinceMs == 0) reader.replySinceMs = MonotonicMs();
-    return Dispatch::kIncomplete;
+    return {};
 }
 
 Dispatch TakeUnit(MediaSession &session, ReadAhead &reader, const UnsplitBytes &bytes) {
@@ -201,7 +207,7 @@ Dispatch TakeUnit(MediaSession &session, ReadAhead &reader, const UnsplitBytes &
         return DropStaleText(reader, unit);
     case Unit::Kind::kJunk:
         PrintCorrupted();
-        return DropHeader(reader, bytes, kFrameHeaderBytes);
+        return DropHeader(reader, unit.length, kFrameHeaderBytes);
     case Unit::Kind::kMoreNeeded:
         break;
     }
@@ -216,26 +222,32 @@ void NoteExchange(const Connection &connection, ReadAhead &reader) {
     reader.freshBytes = 0;
 }
 
-// Handles what lies complete in the reader, up to a first failure of memory, which it tells. Readers are signalled
-// once for all of it. With `isFinal` nothing more comes.
-Dispatch TakeUnits(MediaSession &session, ReadAhead &reader, ReplyEnd rule, bool isFinal) {
+UnsplitBytes NotYetTaken(const Connection &connection, const ReadAhead &reader, ReplyEnd rule, bool isFinal,
+                         bool graceIsOver) {
+    return {.text = BufferedText(reader),
+            .staleBytes = reader.staleBytes,
+            .rule = rule,
+            .awaitsReply = connection.awaitingReply,
+            .outOfStep = reader.outOfStep,
+            .isFinal = isFinal,
+            .replyIsFinal = isFinal || (graceIsOver && reader.replySinceMs != 0)};
+}
+
+// Handles what lies complete in the reader, up to a first failure of memory, which it tells; false then. Readers
+// are signalled once for all of it. With `isFinal` nothing more comes.
+bool TakeUnits(MediaSession &session, ReadAhead &reader, ReplyEnd rule, bool isFinal, bool graceIsOver) {
     const Connection &connection = session.connection;
-    Dispatch dispatch = Dispatch::kHandled;
     NoteExchange(connection, reader);
-    const bool graceIsOver = ReplyGraceLeft(reader) == 0;
-    while (dispatch == Dispatch::kHandled && !(rule == ReplyEnd::kFirstFrame && connection.recvData != nullptr))
-        dispatch = TakeUnit(session, reader,
-                            {.text = BufferedText(reader),
-                             .staleBytes = reader.staleBytes,
-                             .rule = rule,
-                             .awaitsReply = connection.awaitingReply,
-                             .outOfStep = reader.outOfStep,
-                             .isFinal = isFinal,
-                             .replyIsFinal = isFinal || (graceIsOver && reader.replySinceMs != 0)});
+    Dispatch dispatch = Handled(0);
+    while (dispatch.result == Dispatch::kHandled &&
+           !(rule == ReplyEnd::kFirstFrame && connection.recvData != nullptr)) {
+        dispatch = TakeUnit(session, reader, NotYetTaken(connection, reader, rule, isFinal, graceIsOver));
+        Consume(reader, dispatch.consumed);
+    }
     SignalDueStreams(reader);
-    if (dispatch == Dispatch::kNoMemory)
-        RtpRtspErrorPrint("EXIT : %s : %d Memory Allocation Failed\n", kInterleavedService.threadName, __LINE__);
-    return dispatch;
+    if (dispatch.result != Dispatch::kNoMemory) return true;
+    RtpRtspErrorPrint("EXIT : %s : %d Memory Allocation Failed\n", kInterleavedService.threadName, __LINE__);
+    return false;
 }
 
 } // namespace
@@ -294,8 +306,9 @@ Served ServeConnection(MediaSession &session, int timeoutMs) {
     const int graceLeft = ReplyGraceLeft(*reader);
     const Fill fill = FillReader(*reader, graceLeft < 0 ? timeoutMs : std::min(timeoutMs, graceLeft));
     if (fill == Fill::kClosed) DebugPrint(kDebugEntry, "Stopping Thread \n");
-    const Dispatch dispatch = TakeUnits(session, *reader, ReplyEnd::kFirstDollar, fill == Fill::kClosed);
-    turn.ended = fill == Fill::kClosed || dispatch == Dispatch::kNoMemory;
+    const bool graceIsOver = ReplyGraceLeft(*reader) == 0;
+    const bool goesOn = TakeUnits(session, *reader, ReplyEnd::kFirstDollar, fill == Fill::kClosed, graceIsOver);
+    turn.ended = fill == Fill::kClosed || !goesOn;
     return turn.ended ? Served::kEnded : Served::kNothingLeft;
 }
 
@@ -363,8 +376,9 @@ RecvBufferPtr ReceiveReplyAmongFrames(MediaSession &session, int32_t &failure) {
     SizeRings(session);
     const uint64_t deadline = MonotonicMs() + kReplyTimeoutMs;
     for (bool closed = false;;) {
-        const Dispatch dispatch = TakeUnits(session, *reader, ReplyEnd::kFirstFrame, closed);
-        if (session.connection.recvData != nullptr || dispatch == Dispatch::kNoMemory || closed) break;
+        const bool graceIsOver = ReplyGraceLeft(*reader) == 0;
+        const bool goesOn = TakeUnits(session, *reader, ReplyEnd::kFirstFrame, closed, graceIsOver);
+        if (session.connection.recvData != nullptr || !goesOn || closed) break;
         const WaitEnd wait = WaitForReply(*reader, deadline);
         if (wait == WaitEnd::kFailed) {
             trace.Fail(failure, "\tEXIT : %s :Socket select call failed\n");

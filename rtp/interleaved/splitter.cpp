@@ -112,6 +112,14 @@ ReplySearch SearchReply(std::string_view text, std::string_view mark, std::size_
     return {final ? Search::kNone : Search::kMoreNeeded, at};
 }
 
+// How much to drop of a header that leads nowhere: the bytes behind it are looked at four by four until a header
+// lines up again, or one by one where an awaited reply begins.
+std::size_t DropLength(const UnsplitBytes &bytes) {
+    if (!bytes.awaitsReply) return kFrameHeaderBytes;
+    const ReplySearch reply = SearchReply(bytes.text, kReplyStart, kFrameHeaderBytes, true);
+    return reply.result == Search::kFound ? reply.at : kFrameHeaderBytes;
+}
+
 // ---- units ----
 
 // Where a reply is all that is awaited, any text is taken for it, but not the body of a frame that was dropped.
@@ -141,7 +149,7 @@ Unit NextFrame(const UnsplitBytes &bytes) {
     if (bytes.awaitsReply &&
         SearchReply(bytes.text, kReplyStart, kFrameHeaderBytes, bytes.isFinal).result == Search::kMoreNeeded)
         return {};
-    if (header[0] != '$') return {.kind = Unit::Kind::kJunk};
+    if (header[0] != '$') return {.kind = Unit::Kind::kJunk, .length = DropLength(bytes)};
     Unit unit{.kind = Unit::Kind::kFrame, .channel = header[1], .bodyLength = wire::U16(header + 2)};
     unit.length = kFrameHeaderBytes + unit.bodyLength;
     return unit;
@@ -155,20 +163,15 @@ Unit NextUnit(const UnsplitBytes &bytes) {
 }
 
 // Out of step the header may be bytes of a body: an awaited reply within the frame it announces is no part of it.
-FrameBody LookIntoFrame(const UnsplitBytes &bytes, const Unit &frame) {
+FrameFate LookIntoFrame(const UnsplitBytes &bytes, const Unit &frame, bool hasPlace) {
+    if (!hasPlace) return {FrameFate::Kind::kLeadsNowhere, DropLength(bytes)};
     if (bytes.awaitsReply && bytes.outOfStep) {
         const ReplySearch reply = SearchReply(bytes.text, kReplyVersion, frame.length, bytes.isFinal);
-        if (reply.result == Search::kMoreNeeded) return {FrameBody::State::kPartial, frame.length};
-        if (reply.result == Search::kFound) return {FrameBody::State::kHidesReply, reply.at};
+        if (reply.result == Search::kMoreNeeded) return {FrameFate::Kind::kPartial, frame.length};
+        if (reply.result == Search::kFound) return {FrameFate::Kind::kHidesReply, reply.at};
     }
     const bool isWhole = bytes.text.size() >= frame.length;
-    return {isWhole ? FrameBody::State::kWhole : FrameBody::State::kPartial, frame.length};
-}
-
-std::size_t DropLength(const UnsplitBytes &bytes) {
-    if (!bytes.awaitsReply) return kFrameHeaderBytes;
-    const ReplySearch reply = SearchReply(bytes.text, kReplyStart, kFrameHeaderBytes, true);
-    return reply.result == Search::kFound ? reply.at : kFrameHeaderBytes;
+    return {isWhole ? FrameFate::Kind::kWhole : FrameFate::Kind::kPartial, frame.length};
 }
 
 } // namespace rtsptap

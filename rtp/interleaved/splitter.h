@@ -30,8 +30,8 @@ struct Unit {
         kMoreNeeded, // nothing can be said before more bytes come
         kReply,      // `length` bytes of RTSP text
         kStaleText,  // `length` bytes of text that answers no exchange under way
-        kFrame,      // begins with a header; see LookIntoFrame
-        kJunk        // neither: what DropLength says is dropped
+        kFrame,      // `length` bytes by its header; what stands there is told by LookIntoFrame
+        kJunk        // neither: `length` bytes to drop
     };
     Kind kind = Kind::kMoreNeeded;
     std::size_t length = 0;     // of the whole unit, a frame's header included
@@ -43,22 +43,20 @@ struct Unit {
 
 Unit NextUnit(const UnsplitBytes &bytes);
 
-struct FrameBody {
-    enum class State {
+struct FrameFate {
+    enum class Kind {
         kWhole,
-        kPartial,   // the rest is still to come
-        kHidesReply // out of step, and an awaited reply begins within: the header was none
+        kPartial,    // the rest is still to come
+        kHidesReply, // out of step, and an awaited reply begins within: the header was none
+        kLeadsNowhere
     };
-    State state = State::kWhole;
-    std::size_t length = 0; // of the frame, or of what lies before the reply
+    Kind kind = Kind::kWhole;
+    std::size_t length = 0; // of the frame, or of what is to drop of it
 };
 
-// What stands behind the header of a frame. Asked only where the frame has a place: the look may cost as much as
-// the frame is long, and of frames that lead nowhere a header may follow every four bytes.
-FrameBody LookIntoFrame(const UnsplitBytes &bytes, const Unit &frame);
-
-// How many bytes to drop of a frame header that leads nowhere: the bytes behind it are looked at four by four until
-// a header lines up again, or one by one where an awaited reply begins.
-std::size_t DropLength(const UnsplitBytes &bytes);
+// What becomes of a frame that `hasPlace`, or has none. One that has none is not looked into: a server may send a
+// header that leads nowhere every four bytes. Of those only so much is dropped that a header may line up again
+// behind it, or an awaited reply begin.
+FrameFate LookIntoFrame(const UnsplitBytes &bytes, const Unit &frame, bool hasPlace);
 
 } // namespace rtsptap
