@@ -7,7 +7,7 @@ build=${1:?build directory}
 seconds=${2:-10}
 warm_up=3
 
-exec 3< <(exec "$build/tests/interop/gst_server/rtsptap_gst_server" --pipeline \
+exec 3< <(exec "$build/tests/interop/gst_server/rtsptap_gst_server" \
     "audiotestsrc is-live=true ! audio/x-raw,rate=192000,channels=8 ! rtpL16pay name=pay0 pt=96")
 children=($!)
 trap 'kill "${children[@]}" 2>/dev/null || true' EXIT

@@ -32,12 +32,11 @@ MOST_UNSENT = 1 << 20  # bytes; a client that does not read gets no more packets
 MOST_AT_ONCE = 64      # packets made up for when the machine has paused
 TICK = 0.004           # seconds
 
-media = []  # sockets for RTP and RTCP
 ends = itertools.count()
-gathered = []
+gathered = []  # the DESCRIBEs that were held
 
 
-def open_media(port=60000):  # above the ports that clients choose
+def open_media(port=60000):  # for RTP and RTCP, above the ports that clients choose
     pair = [socket.socket(socket.AF_INET, socket.SOCK_DGRAM) for _ in range(2)]
     try:
         for offset, sock in enumerate(pair):
@@ -47,13 +46,13 @@ def open_media(port=60000):  # above the ports that clients choose
         return open_media(port + 2)
 
 
+media = open_media()
+
+
 class Stream:
     def __init__(self, connection, index):
-        self.connection = connection
-        self.index = index
-        self.address = None  # interleaved
-        self.pump = None
-        self.sent = 0
+        self.connection, self.index = connection, index
+        self.address, self.pump, self.sent = None, None, 0  # no address: interleaved
 
     def send(self, rtcp, packet):
         if self.address:
@@ -79,11 +78,11 @@ class Stream:
             await asyncio.sleep(TICK)
 
     def play(self):
-        kbits = self.connection.number("rate", 0)
-        if not kbits:
-            self.send_packets(self.connection.number("burst", 3), 100)
+        words = self.connection.words
+        if "rate" not in words:
+            self.send_packets(int(words.get("burst", 3)), 100)
         elif not self.pump:
-            self.pump = asyncio.create_task(self.send_at(kbits))
+            self.pump = asyncio.create_task(self.send_at(int(words["rate"])))
         self.send(1, SENDER_REPORT)
 
     def halt(self):
@@ -94,17 +93,8 @@ class Stream:
 
 class Connection:
     def __init__(self, reader, writer):
-        self.reader = reader
-        self.writer = writer
-        self.path = ""
+        self.reader, self.writer, self.words = reader, writer, {}
         self.streams = [Stream(self, index) for index in range(2)]
-
-    def number(self, name, otherwise):
-        found = re.search("(?:^|,)" + name + r"=(\d+)", self.path)
-        return int(found[1]) if found else otherwise
-
-    def has(self, word):
-        return word in self.path.split(",")
 
     async def serve(self):
         try:
@@ -125,49 +115,43 @@ class Connection:
 
     async def answer(self, request):
         method, url = request.split(" ", 2)[:2]
-        self.path, _, track = url.split("/", 3)[3].partition("/")
+        path, _, track = url.split("/", 3)[3].partition("/")
+        self.words = dict(word.partition("=")[::2] for word in path.split(","))
         track = int(track[-1:] or 0) + track.startswith("trackID=")  # what a stream without control URL is called
-        name = method + str(track) if method == "SETUP" else method
-        if self.has("end:" + name):
-            raise EOFError
-        if self.has("silent:" + name):
-            return
-        if self.has("media"):
-            for stream in self.streams:
-                stream.play()
-        if method == "DESCRIBE" and self.number("gather", 0):
-            gathered.append(asyncio.get_running_loop().create_future())
-            if len(gathered) == self.number("gather", 0):
-                while gathered:
-                    gathered.pop().set_result(None)
-            else:
-                await gathered[-1]
-        status = self.number(name, 200)
-        if self.has("digest") and "\r\nAuthorization: " not in request:
-            status = 401
         chosen = self.streams[track - 1:track] if track else self.streams
-        if method in ("PAUSE", "TEARDOWN"):
-            for stream in chosen:
-                stream.halt()
+        name = method + str(track) if method == "SETUP" else method
+        if "end:" + name in self.words:
+            raise EOFError
+        if "silent:" + name in self.words:
+            return
+        for stream in self.streams if "media" in self.words else []:
+            stream.play()
+        if method == "DESCRIBE" and "gather" in self.words:
+            gathered.append(self)
+            while len(gathered) % int(self.words["gather"]):
+                await asyncio.sleep(TICK)
+        for stream in chosen if method in ("PAUSE", "TEARDOWN") else []:
+            stream.halt()
+        refused = "digest" in self.words and "\r\nAuthorization: " not in request
+        status = 401 if refused else int(self.words.get(name, 200))
         reply = self.reply(request, name, status, chosen)
-        if self.has("half:" + name):
+        if "half:" + name in self.words:
             self.writer.write(reply[:len(reply) // 2])
             raise EOFError
-        if method == "DESCRIBE" and self.has("split"):
-            head, _, body = reply.partition(b"v=0")
-            self.writer.write(head)
+        if method == "DESCRIBE" and "split" in self.words:
+            head = reply.index(b"v=0")
+            self.writer.write(reply[:head])
             await asyncio.sleep(0.01)
-            reply = b"v=0" + body
+            reply = reply[head:]
         self.writer.write(reply)
-        if method == "PLAY" and status == 200:
-            for stream in chosen:
-                stream.play()
-        if self.has("after:" + name):
+        for stream in chosen if method == "PLAY" and status == 200 else []:
+            stream.play()
+        if "after:" + name in self.words:
             raise EOFError
 
     def reply(self, request, name, status, chosen):
         lines = ["RTSP/1.0 %d Status" % status, "CSeq: " + re.search(r"CSeq: (\d+)", request)[1]]
-        session = next(ends) if self.has("stranger") else "5e5510n"
+        session = next(ends) if "stranger" in self.words else "5e5510n"
         body = SDP if name == "DESCRIBE" else ""
         if status == 401:
             lines.append('WWW-Authenticate: Digest realm="door", nonce="5ec7e7"')
@@ -180,7 +164,7 @@ class Connection:
 
     def set_up(self, request, stream):
         asked = re.search(r"client_port=(\d+)", request)
-        if self.has("group"):
+        if "group" in self.words:
             stream.address = ("232.1.1.1", 5000 + 2 * stream.index)
             return "RTP/AVP;multicast;destination=%s;port=%d-5009;ttl=1" % stream.address
         if not asked:
@@ -191,7 +175,6 @@ class Connection:
 
 
 async def main():
-    media.extend(open_media())
     server = await asyncio.start_server(lambda *ends: Connection(*ends).serve(), "127.0.0.1", 0, backlog=1024)
     print(server.sockets[0].getsockname()[1], flush=True)
     await server.serve_forever()

@@ -1,17 +1,16 @@
-// The foreign server that we are tested against: GStreamer's, with a running clock and a tone, or a --pipeline, at
-// rtsp://127.0.0.1:PORT/demo. It prints that URL as its only line on standard output once it listens, and ends
-// on SIGINT, SIGTERM or with the process that started it.
-#include <CLI/CLI.hpp>
-#include <glib-unix.h>
+// The foreign server that we are tested against: GStreamer's, at rtsp://127.0.0.1:PORT/demo, which it prints as its
+// only line once it listens.
+//
+//     rtsptap_gst_server PIPELINE                  serves this, with payloaders named pay0, pay1...
+//     rtsptap_gst_server USER PASSWORD SECONDS     a running clock and a tone, with digest authentication; forgets
+//                                                  players that are silent for so long
 #include <gst/gst.h>
 #include <gst/rtsp-server/rtsp-server.h>
 
-#include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <string>
-#include <sys/prctl.h>
-#include <unistd.h>
 
 namespace {
 
@@ -29,19 +28,11 @@ struct Unref {
 };
 template <typename Object> using Owned = std::unique_ptr<Object, Unref>;
 
-struct Settings {
-    std::string credentials; // USER:PASSWORD; empty: no authentication
-    std::string pipeline = kPipeline;
-    unsigned sessionTimeout = 0; // seconds; 0: the server library's 60
-};
-
-void RequireDigest(GstRTSPServer *server, GstRTSPMediaFactory *factory, const std::string &credentials) {
+void RequireDigest(GstRTSPServer *server, GstRTSPMediaFactory *factory, const char *user, const char *password) {
     const Owned<GstRTSPAuth> auth(gst_rtsp_auth_new());
     gst_rtsp_auth_set_supported_methods(auth.get(), GST_RTSP_AUTH_DIGEST);
     GstRTSPToken *token = gst_rtsp_token_new(GST_RTSP_TOKEN_MEDIA_FACTORY_ROLE, G_TYPE_STRING, "viewer", nullptr);
-    const std::size_t colon = credentials.find(':');
-    gst_rtsp_auth_add_digest(auth.get(), credentials.substr(0, colon).c_str(),
-                             credentials.substr(colon + 1).c_str(), token);
+    gst_rtsp_auth_add_digest(auth.get(), user, password, token);
     gst_rtsp_token_unref(token);
     gst_rtsp_media_factory_add_role(factory, "viewer", GST_RTSP_PERM_MEDIA_FACTORY_ACCESS, G_TYPE_BOOLEAN, TRUE,
                                     GST_RTSP_PERM_MEDIA_FACTORY_CONSTRUCT, G_TYPE_BOOLEAN, TRUE, nullptr);
@@ -62,56 +53,28 @@ gboolean EndSilentSessions(gpointer server) {
     return G_SOURCE_CONTINUE;
 }
 
-Owned<GstRTSPServer> MakeServer(const Settings &settings) {
-    Owned<GstRTSPServer> server(gst_rtsp_server_new());
-    gst_rtsp_server_set_address(server.get(), "127.0.0.1");
-    gst_rtsp_server_set_service(server.get(), "0");
-    GstRTSPMediaFactory *factory = gst_rtsp_media_factory_new();
-    gst_rtsp_media_factory_set_launch(factory, ("( " + settings.pipeline + " )").c_str());
-    gst_rtsp_media_factory_set_shared(factory, TRUE);
-    if (settings.sessionTimeout > 0)
-        g_signal_connect(server.get(), "client-connected", G_CALLBACK(LimitSessionsOf),
-                         GUINT_TO_POINTER(settings.sessionTimeout));
-    if (!settings.credentials.empty()) RequireDigest(server.get(), factory, settings.credentials);
-    const Owned<GstRTSPMountPoints> mounts(gst_rtsp_server_get_mount_points(server.get()));
-    gst_rtsp_mount_points_add_factory(mounts.get(), "/demo", factory); // takes the factory
-    return server;
-}
-
-gboolean Quit(gpointer loop) {
-    g_main_loop_quit(static_cast<GMainLoop *>(loop));
-    return G_SOURCE_CONTINUE;
-}
-
 } // namespace
 
 int main(int argc, char **argv) {
-    // Asked for before anything can take time; a starter that is gone already leaves nobody to serve.
-    const pid_t starter = getppid();
-    prctl(PR_SET_PDEATHSIG, SIGTERM);
-    if (getppid() != starter) return 0;
-
-    Settings settings;
-    CLI::App app("serves a test picture and a tone over RTSP");
-    app.add_option("--auth", settings.credentials, "USER:PASSWORD: asks for digest authentication")
-        ->check(
-            CLI::Validator([](const std::string &text) { return text.find(':') == text.npos ? ":?" : ""; }, ""));
-    app.add_option("--pipeline", settings.pipeline, "serves this, with payloaders named pay0, pay1...");
-    app.add_option("--session-timeout", settings.sessionTimeout, "forgets silent players after so many seconds");
-    CLI11_PARSE(app, argc, argv);
+    if (argc != 2 && argc != 4) return 2;
     gst_init(nullptr, nullptr);
-    const Owned<GstRTSPServer> server = MakeServer(settings);
-    const std::unique_ptr<GMainLoop, void (*)(GMainLoop *)> loop(g_main_loop_new(nullptr, FALSE),
-                                                                 g_main_loop_unref);
-    g_unix_signal_add(SIGINT, Quit, loop.get());
-    g_unix_signal_add(SIGTERM, Quit, loop.get());
-    g_timeout_add_seconds(1, EndSilentSessions, server.get());
-    if (gst_rtsp_server_attach(server.get(), nullptr) == 0) {
-        std::fputs("rtsptap_gst_server: cannot listen\n", stderr);
-        return 1;
+    const Owned<GstRTSPServer> server(gst_rtsp_server_new());
+    gst_rtsp_server_set_address(server.get(), "127.0.0.1");
+    gst_rtsp_server_set_service(server.get(), "0");
+    GstRTSPMediaFactory *factory = gst_rtsp_media_factory_new();
+    const std::string pipeline = argc == 2 ? argv[1] : kPipeline;
+    gst_rtsp_media_factory_set_launch(factory, ("( " + pipeline + " )").c_str());
+    gst_rtsp_media_factory_set_shared(factory, TRUE);
+    if (argc == 4) {
+        RequireDigest(server.get(), factory, argv[1], argv[2]);
+        g_signal_connect(server.get(), "client-connected", G_CALLBACK(LimitSessionsOf),
+                         GUINT_TO_POINTER(std::strtoul(argv[3], nullptr, 10)));
+        g_timeout_add_seconds(1, EndSilentSessions, server.get());
     }
+    const Owned<GstRTSPMountPoints> mounts(gst_rtsp_server_get_mount_points(server.get()));
+    gst_rtsp_mount_points_add_factory(mounts.get(), "/demo", factory); // takes the factory
+    if (gst_rtsp_server_attach(server.get(), nullptr) == 0) return 1;
     std::printf("rtsp://127.0.0.1:%d/demo\n", gst_rtsp_server_get_bound_port(server.get()));
     std::fflush(stdout);
-    g_main_loop_run(loop.get());
-    return 0;
+    g_main_loop_run(g_main_loop_new(nullptr, FALSE)); // until a signal ends the process
 }
