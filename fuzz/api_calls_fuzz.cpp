@@ -9,8 +9,6 @@
 #include "tests/support/process.h"
 #include "tests/torture/system_calls.h"
 
-#include <deque>
-
 using namespace rtsptap;
 using fuzz::Input;
 using fuzz::Require;

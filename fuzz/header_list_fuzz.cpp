@@ -8,7 +8,6 @@
 #include "rtsp/message/methods.h"
 #include "rtsp/message/request.h"
 
-#include <string>
 #include <sys/socket.h>
 
 using namespace rtsptap;

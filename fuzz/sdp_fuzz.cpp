@@ -2,8 +2,6 @@
 #include "fuzz/fuzz_target.h"
 #include "tests/support/described_client.h"
 
-#include <algorithm>
-
 using rtsptap::test::DescribedClient;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {

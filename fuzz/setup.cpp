@@ -2,11 +2,7 @@
 // the system allows it, so that ports collide with nobody's.
 #include "tests/support/process.h"
 
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
 #include <iterator>
-#include <vector>
 
 // Sizes that no machine should give are refused, as a test of what follows; the rest makes inputs cheaper.
 extern "C" const char *__asan_default_options() {

@@ -6,10 +6,7 @@
 #include "tests/support/methods.h"
 #include "tests/support/session.h"
 
-#include <cstdio>
-#include <mutex>
 #include <poll.h>
-#include <regex>
 #include <sstream>
 
 namespace rtsptap::test {
@@ -25,23 +22,8 @@ struct Hostile {
 };
 using Hostiles = std::vector<Hostile>;
 
-// {ok} is a good beginning, {close} and {reset} end the connection, {wait N} a delay, {endless TEXT} what never
-// ends; what stands before {request} comes without a request.
-void ReadReply(std::string text, Hostile &hostile) {
-    const auto add = [&](const Reply &more) { hostile.reply = hostile.reply + more; };
-    const std::regex commands("\\{(ok|request|close|reset|wait|endless) ?([^}]*)\\}");
-    for (std::smatch found; std::regex_search(text, found, commands); text = found.suffix()) {
-        add(SendBytes(found.prefix()));
-        const std::string command = found[1];
-        if (command == "ok") add(SendBytes("RTSP/1.0 200 OK\r\nCSeq: 7\r\n"));
-        if (command == "request") hostile.before = std::exchange(hostile.reply, {});
-        if (command == "close") add(Close());
-        if (command == "reset") add(Reset());
-        if (command == "wait") add(Delay(std::stoi(found[2])));
-        if (command == "endless") add(Endless(found[2]));
-    }
-    add(SendBytes(text));
-}
+// What stands before it comes without a request.
+constexpr std::string_view kRequest = "{request}";
 
 // CODE METHOD udp|tcp|both NAME REPLY
 Hostiles ReadRows() {
@@ -52,7 +34,10 @@ Hostiles ReadRows() {
         std::string method, transport, reply;
         words >> hostile.code >> method >> transport >> hostile.name;
         std::getline(words.ignore(1), reply, '\n');
-        ReadReply(Lines(reply), hostile);
+        reply = Lines(reply);
+        const std::size_t request = reply.find(kRequest);
+        if (request != reply.npos) hostile.before = ReadReply(reply.substr(0, request));
+        hostile.reply = ReadReply(request == reply.npos ? reply : reply.substr(request + kRequest.size()));
         hostile.method = std::ranges::find(kMethods, method, &Method::name);
         for (const uint32_t proto : {kUdp, kTcp}) {
             hostile.proto = proto;
@@ -64,7 +49,7 @@ Hostiles ReadRows() {
 
 // What came without a request has been met: the thread has come to the packet behind it, or it lies in the socket.
 void AwaitArrival(Session &session, const Hostile &hostile) {
-    const int socket = reinterpret_cast<RTSPClient *>(static_cast<intptr_t>(session))->media.connection.socket;
+    const int socket = RecordOf(session).media.connection.socket;
     pollfd wait = {socket, POLLIN, 0};
     if (session.proto == kUdp || hostile.method->from < CLIENT_PLAYING_STATE) {
         EXPECT_EQ(poll(&wait, 1, 20000), 1);

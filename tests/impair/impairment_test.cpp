@@ -4,7 +4,6 @@
 #include "tests/support/session.h"
 #include "tools/relay/impairment.h"
 
-#include <cstdio>
 #include <deque>
 #include <random>
 #include <set>

@@ -5,11 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <filesystem>
-#include <fstream>
 #include <regex>
 #include <sstream>
-#include <unistd.h>
 
 namespace rtsptap::test {
 namespace {
@@ -124,32 +121,39 @@ TEST_F(Record, ACaptureHoldsEveryPacket) {
     EXPECT_EQ("", RunToEnd("tshark -r " + file + " -Y 'frame.time_delta<0'").output);
 }
 
-// Without RTSP, from plain senders; pictures that refer to later ones keep their times.
+// Without RTSP, from plain senders; pictures that refer to later ones keep their times. AAC can be recorded only
+// with what a description says of it.
 TEST_F(Record, ListenRecordsWhatFfmpegAndGstreamerSend) {
     const auto port = [] { return std::to_string(FreeUdpPort()); };
     const struct {
-        std::string ports, file, sender; // the ports are $0 and $1
+        std::string listen, file, sender; // the ports are $0 and $1, the directory is $2
         std::vector<std::string> streams;
     } cases[] = {
-        {"--video h264@$0 --audio pcmu@$1",
+        {TOOL " listen --video h264@$0 --audio pcmu@$1",
          "g.mkv",
          "gst-launch-1.0 -q videotestsrc is-live=true ! video/x-raw,width=320,height=240,framerate=25/1 ! x264enc "
          "tune=zerolatency key-int-max=25 ! rtph264pay config-interval=1 ! udpsink host=127.0.0.1 port=$0 "
          "audiotestsrc is-live=true ! mulawenc ! rtppcmupay ! udpsink host=127.0.0.1 port=$1",
          {"h264 320", "pcm_mulaw"}},
-        {"--video h264@$0",
+        {TOOL " listen --video h264@$0",
          "f.mp4",
          "ffmpeg -nostdin -v error -re -f lavfi -i testsrc2=size=320x240:rate=25 -pix_fmt yuv420p -c:v libx264 -bf "
          "2 "
          "-g 25 -bsf:v dump_extra -f rtp rtp://127.0.0.1:$0",
          {"h264 320"}},
+        {"until [ -s $2l.sdp ]; do sleep .05; done; " TOOL " listen --sdp $2l.sdp",
+         "l.mkv",
+         "ffmpeg -nostdin -v error -re -f lavfi -i testsrc2=size=320x240:rate=25 -f lavfi -i "
+         "sine=sample_rate=44100 "
+         "-map 0 -c:v libx264 -preset ultrafast -tune zerolatency -g 10 -f rtp rtp://127.0.0.1:$0 "
+         "-map 1 -c:a aac -f rtp rtp://127.0.0.1:$1 -sdp_file $2l.sdp",
+         {"h264 320", "aac"}},
     };
     for (const auto &row : cases) {
         const std::string file = directory + row.file;
-        const std::string with = "' " + port() + " " + port();
+        const std::string with = "' " + port() + " " + port() + " " + directory;
         ChildProcess sender(Shell("bash -c 'exec " + row.sender + with));
-        const Result listen =
-            RunToEnd("bash -c '" TOOL " listen " + row.ports + " --duration 6s -o " + file + with);
+        const Result listen = RunToEnd("bash -c '" + row.listen + " --duration 6s -o " + file + with);
         EXPECT_EQ(0, listen.status) << listen.errors;
         ExpectStreams(file, row.streams);
     }

@@ -3,15 +3,15 @@
 #include "rtp/rtp_packet.h"
 #include "tests/rtp/stream_fixture.h"
 #include "tests/support/session.h"
-#include "tests/support/texts.h"
 
 #include <array>
 #include <set>
 #include <sys/socket.h>
-#include <unistd.h>
 
 namespace rtsptap {
 namespace {
+
+class StreamFixture : public testing::Test, protected LiveStream {};
 
 // A packet's way: place in the ring, header, queue, application. Order, limits and latency of the queue:
 // tests/impair.

@@ -1,4 +1,4 @@
-// A live client with one stream and no threads: a test delivers packets the way a receive thread does.
+// A live client with one stream and no threads: a test or a fuzzer delivers packets the way a receive thread does.
 #pragma once
 
 #include "platform/handle_table.h"
@@ -8,10 +8,9 @@
 #include "rtp/stream.h"
 #include "tests/support/packet_builder.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <vector>
+#include <cstdlib>
+#include <utility>
 
 namespace rtsptap {
 
@@ -23,9 +22,13 @@ inline Bytes Packet(int number, uint32_t timestamp = 0, unsigned payloadType = 9
     return {bytes.begin(), bytes.end()};
 }
 
+inline void Must(bool holds) {
+    if (!holds) std::abort();
+}
+
 struct LiveStream {
     explicit LiveStream(int32_t ringBytes = 100000) : stream(&AddStream(RTP_CODEC_H264, ringBytes)) {
-        EXPECT_TRUE(AddHandle(Handle()));
+        Must(AddHandle(Handle()));
         session.mtuSize = 1500;
     }
     ~LiveStream() {
@@ -36,8 +39,7 @@ struct LiveStream {
 
     RTSPStreamInfo &AddStream(int32_t codecType, int32_t ringBytes = 100000) {
         RTSPStreamInfo &added = *AppendStream(session);
-        EXPECT_EQ(CreateStreamLocks(added), StreamLock::kNone);
-        EXPECT_TRUE(AllocateRing(added.ring, ringBytes));
+        Must(CreateStreamLocks(added) == StreamLock::kNone && AllocateRing(added.ring, ringBytes));
         added.codecType = codecType;
         return added;
     }
@@ -45,7 +47,7 @@ struct LiveStream {
     // Null when the packet is refused.
     RTPStreamData *Parse(const Bytes &packet) {
         const auto length = static_cast<uint32_t>(packet.size());
-        EXPECT_GE(PlaceNextPacket(stream->ring, session.mtuSize).room, length);
+        Must(PlaceNextPacket(stream->ring, session.mtuSize).room >= length);
         const RTPDataBuffer buffer{length, stream->ring.storage + stream->ring.writeIndex};
         std::ranges::copy(packet, buffer.data);
         stream->ring.writeIndex += length;
@@ -63,7 +65,7 @@ struct LiveStream {
         RTPClientGetRTPStreamData(Handle(), &packet, RTP_CODEC_H264);
         return packet;
     }
-    void Free(RTPStreamData *packet) { EXPECT_EQ(RTPClientFreeRTPStreamData(Handle(), packet, RTP_CODEC_H264), 0); }
+    void Free(RTPStreamData *packet) { Must(RTPClientFreeRTPStreamData(Handle(), packet, RTP_CODEC_H264) == 0); }
     void Drain() {
         while (stream->packetListHead != nullptr) Free(Get());
     }
@@ -74,7 +76,7 @@ struct LiveStream {
         const RTPStreamData *last = nullptr;
         for (const RTPStreamData *at = stream->packetListHead; at != nullptr; last = at, at = at->next)
             numbers.push_back(at->rtpHeader->sequenceNumber);
-        EXPECT_EQ(stream->packetListTail, last);
+        Must(stream->packetListTail == last);
         return numbers;
     }
 
@@ -82,7 +84,5 @@ struct LiveStream {
     RTSPStreamInfo *stream;
     ArrivalRules rules{.reorder = true};
 };
-
-class StreamFixture : public testing::Test, protected LiveStream {};
 
 } // namespace rtsptap

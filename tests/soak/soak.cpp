@@ -7,26 +7,19 @@
 //     sessions N     over UDP, and as many over TCP           limits N    how long TEARDOWN and Destroy take
 //     ports N        SETUPs; from 29000 on they repeat        crowd N     clients at once, as threads
 #include "tests/support/client.h"
+#include "tests/support/packet_builder.h"
 #include "tests/support/process.h"
 
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <chrono>
-#include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
-#include <filesystem>
-#include <fstream>
 #include <functional>
 #include <malloc.h>
 #include <mutex>
 #include <set>
-#include <string>
 #include <sys/resource.h>
-#include <thread>
-#include <unistd.h>
-#include <vector>
 
 using namespace rtsptap::test;
 
@@ -40,12 +33,6 @@ std::atomic<int> failures{0};
 bool Expect(bool good, const std::string &what, long value = 0) {
     if (!good && ++failures <= 20) fprintf(stderr, "FAILED: %s: %ld\n", what.c_str(), value);
     return good;
-}
-
-template <typename Action> double MillisecondsOf(const Action &action) {
-    const auto begin = std::chrono::steady_clock::now();
-    action();
-    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - begin).count();
 }
 
 class Player : public Client {
@@ -73,9 +60,9 @@ public:
         RTPStreamData *packet = nullptr;
         if (RTPClientGetRTPStreamData(*this, &packet, kCodecs[stream]) != 0 || packet == nullptr) return false;
         const auto number = static_cast<uint32_t>(taken[stream]++);
-        const uint8_t *const end = packet->payload + packet->payloadLength;
-        const uint32_t first = BigEndian(packet->payload);
-        Expect(first == number && BigEndian(end - 4) == number &&
+        const std::string payload(reinterpret_cast<const char *>(packet->payload), packet->payloadLength);
+        const uint32_t first = Word32(payload, 0);
+        Expect(first == number && Word32(payload, payload.size() - 4) == number &&
                    packet->rtpHeader->sequenceNumber == static_cast<uint16_t>(kFirstSequenceNumber + number),
                "instead of packet " + std::to_string(number) + " comes", first);
         return RTPClientFreeRTPStreamData(*this, packet, kCodecs[stream]) == 0;
@@ -86,16 +73,11 @@ public:
     }
 
     std::array<std::atomic<long>, 2> taken = {};
-
-private:
-    static uint32_t BigEndian(const uint8_t *bytes) {
-        return uint32_t{bytes[0]} << 24 | uint32_t{bytes[1]} << 16 | uint32_t{bytes[2]} << 8 | bytes[3];
-    }
 };
 
 struct Holdings {
     long threads = static_cast<long>(CountThreads());
-    long descriptors = std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+    long descriptors = static_cast<long>(CountDescriptors());
     long residentKiB = Resident();
 
 private:
@@ -134,13 +116,13 @@ void Rest(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); 
 
 void Repeat(const std::string &what, long rounds, const std::function<void(long)> &round) {
     Holdings before;
-    const double ms = MillisecondsOf([&] {
+    const double seconds = SecondsOf([&] {
         for (long at = 0; at < rounds; ++at) {
             if (at == kSettled) before = Holdings();
             round(at);
         }
     });
-    fprintf(stderr, "%s: %ld in %.1f s\n", what.c_str(), rounds, ms / 1000);
+    fprintf(stderr, "%s: %ld in %.1f s\n", what.c_str(), rounds, seconds);
     ExpectSameHoldings(what, before);
 }
 
@@ -251,7 +233,7 @@ double MillisecondsOfDestroy(uint32_t proto, long at) {
     const int32_t result = player.Reach(isDead ? CLIENT_PLAYING_STATE : state);
     Expect(result == 0, "on the way to Destroy", result);
     Rest(isFull ? 20 : 1);
-    return MillisecondsOf([&] { Expect(player.Destroy() == 0, "RTSPClientDestroy"); });
+    return 1000 * SecondsOf([&] { Expect(player.Destroy() == 0, "RTSPClientDestroy"); });
 }
 
 void RunLimits(long count) {
@@ -261,7 +243,7 @@ void RunLimits(long count) {
         for (long at = 0; at < count; ++at) {
             Player player(proto, kRate);
             Expect(player.Reach(CLIENT_PLAYING_STATE) == 0 && player.Take(0), "PLAY");
-            teardowns.push_back(MillisecondsOf([&] { Expect(player.Teardown() == 0, "TEARDOWN"); }));
+            teardowns.push_back(1000 * SecondsOf([&] { Expect(player.Teardown() == 0, "TEARDOWN"); }));
             destroys.push_back(MillisecondsOfDestroy(proto, at));
         }
         TellTimes(std::string("TEARDOWN") + NameOf(proto), teardowns, 0.99, proto == kUdp ? 100 : 400);

@@ -4,8 +4,6 @@
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
-#include <thread>
-#include <unistd.h>
 
 namespace rtsptap::test {
 namespace {

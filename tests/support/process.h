@@ -60,6 +60,16 @@ inline std::size_t CountThreads() {
     return count;
 }
 
+inline std::size_t CountDescriptors() {
+    return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
+}
+
+template <typename Action> double SecondsOf(const Action &action) {
+    const auto begin = std::chrono::steady_clock::now();
+    action();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+}
+
 class ChildProcess {
 public:
     explicit ChildProcess(const std::vector<std::string> &arguments); // [0] is the program, looked for in PATH

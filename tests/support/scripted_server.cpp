@@ -1,5 +1,7 @@
 #include "tests/support/scripted_server.h"
 
+#include "tests/support/packet_builder.h"
+
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netinet/tcp.h>
@@ -8,6 +10,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <regex>
 
 namespace rtsptap::test {
 namespace {
@@ -37,6 +40,21 @@ std::string ReplyText(const std::string &statusLine, std::initializer_list<std::
     std::string text = "RTSP/1.0 " + statusLine + "\r\nCSeq: {cseq}\r\n";
     for (const std::string &header : headers) text += header + "\r\n";
     return text + "\r\n" + body;
+}
+
+Reply ReadReply(std::string text) {
+    Reply reply;
+    static const std::regex kCommands("\\{(ok|close|reset|wait|media|endless|stall) ?([^}]*)\\}");
+    for (std::smatch found; std::regex_search(text, found, kCommands); text = found.suffix()) {
+        reply = reply + SendBytes(found.prefix());
+        const std::string command = found[1];
+        if (command == "ok") reply = reply + SendBytes("RTSP/1.0 200 OK\r\nCSeq: 7\r\n");
+        if (command == "close" || command == "reset") reply = reply + (command == "reset" ? Reset() : Close());
+        if (command == "wait") reply = reply + Delay(std::stoi(found[2]));
+        if (command == "media") reply = reply + SendBytes(Frame(0, Rtp(1)));
+        if (command == "endless") reply = reply + Endless(found[2]);
+    }
+    return reply + SendBytes(text);
 }
 
 ScriptedServer::ScriptedServer(Script steps) : script(std::move(steps)) {

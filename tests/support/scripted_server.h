@@ -52,6 +52,10 @@ inline Reply Pieces(const std::string &bytes, std::size_t cut, int pauseMs) {
     return SendBytes(bytes.substr(0, cut)) + Delay(pauseMs) + SendBytes(bytes.substr(cut));
 }
 
+// A reply written as a text with commands: {ok} is a good beginning, {close} and {reset} end the connection, {wait
+// N} is a delay, {media} a packet in a frame, {endless TEXT} what never ends, {stall} nothing.
+Reply ReadReply(std::string text);
+
 std::string ReplyText(const std::string &statusLine, std::initializer_list<std::string> headers,
                       const std::string &body);
 

@@ -1,11 +1,8 @@
 #include "tests/support/session.h"
 
 #include "rtsp/client/stream_sockets.h"
-#include "tests/support/process.h"
 
 #include <cstdlib>
-#include <filesystem>
-#include <utility>
 
 namespace rtsptap::test {
 
@@ -72,20 +69,6 @@ uint16_t Session::ClientPort(int32_t stream) const {
     return port;
 }
 
-int32_t ObservedState(intptr_t client) {
-    // The state is checked before the header list, and this list is never acceptable.
-    const HeaderList refused({{"X-Unknown", "1"}});
-    const int32_t pause = RTSPClientSendPauseRequest(client, 0, refused, nullptr, nullptr);
-    if (pause == RTSP_NOT_CONNECTED) return pause;
-    if (pause == RTSP_INVALID_HEADER_LIST) return CLIENT_PLAYING_STATE;
-    if (RTSPClientSendTeardownRequest(client, refused, nullptr, nullptr) == RTSP_INVALID_HEADER_LIST)
-        return CLIENT_PAUSE_STATE;
-    if (RTSPClientSendPlayRequest(client, 0, refused, nullptr, nullptr) == RTSP_INVALID_HEADER_LIST)
-        return CLIENT_READY_STATE;
-    const int32_t describe = RTSPClientSendDescribeRequest(client, refused, nullptr, nullptr);
-    return describe == RTSP_INVALID_HEADER_LIST ? CLIENT_INIT_STATE : CLIENT_DESCRIBE_SENT_STATE;
-}
-
 RTPStreamData *TakePacket(intptr_t client, int32_t codec) {
     RTPStreamData *packet = nullptr;
     // A wait ends with every datagram, also with one of another kind; only a quiet stream is given up.
@@ -140,12 +123,17 @@ DescriptorLimit::DescriptorLimit(rlim_t spare) {
     setrlimit(RLIMIT_NOFILE, &tight);
 }
 
-bool LongForm() { return std::getenv("RTSPTAP_LONG") != nullptr; }
-
-std::size_t CountDescriptors() {
-    const std::filesystem::directory_iterator entries("/proc/self/fd");
-    return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
+std::jthread Interruptions() {
+    struct sigaction nothing = {};
+    nothing.sa_handler = [](int) {};
+    nothing.sa_flags = SA_RESTART;
+    sigaction(SIGUSR1, &nothing, nullptr);
+    return std::jthread([target = pthread_self()](const std::stop_token &stop) {
+        for (; !stop.stop_requested(); usleep(2000)) pthread_kill(target, SIGUSR1);
+    });
 }
+
+bool LongForm() { return std::getenv("RTSPTAP_LONG") != nullptr; }
 
 bool Eventually(const std::function<bool()> &condition) {
     const auto end = Clock::now() + std::chrono::seconds(20);
@@ -154,12 +142,6 @@ bool Eventually(const std::function<bool()> &condition) {
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
     return true;
-}
-
-double SecondsOf(const std::function<void()> &action) {
-    const auto begin = Clock::now();
-    action();
-    return std::chrono::duration<double>(Clock::now() - begin).count();
 }
 
 bool SucceedsSoon(const std::function<int32_t()> &call) {

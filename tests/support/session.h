@@ -2,6 +2,7 @@
 // from outside.
 #pragma once
 
+#include "rtsp/client/client.h"
 #include "tests/support/client.h"
 #include "tests/support/packet_builder.h"
 #include "tests/support/process.h"
@@ -12,14 +13,9 @@
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <csignal>
 #include <functional>
-#include <string>
 #include <sys/resource.h>
-#include <thread>
-#include <unistd.h>
-#include <vector>
 
 namespace rtsptap::test {
 
@@ -68,9 +64,8 @@ public:
 Script StepsTo(RTSPClientState state, uint32_t proto, uint16_t rtcpPort1 = 9, uint16_t rtcpPort2 = 9);
 Reply SetupReply(int32_t stream, uint32_t proto, uint16_t rtcpPort = 9);
 
-// The client's state as its refusals show it, without sending anything: CLIENT_INIT_STATE stands for
-// CLIENT_OPTIONS_SENT_STATE too. A client that is not connected gives RTSP_NOT_CONNECTED.
-int32_t ObservedState(intptr_t client);
+inline RTSPClient &RecordOf(intptr_t client) { return *reinterpret_cast<RTSPClient *>(client); }
+inline uint32_t StateOf(intptr_t client) { return RecordOf(client).media.state; }
 
 RTPStreamData *TakePacket(intptr_t client, int32_t codec); // null when none comes
 std::string PayloadOf(const RTPStreamData &packet);
@@ -103,12 +98,13 @@ private:
     rlimit saved = {};
 };
 
+// Interrupts the calling thread all the time.
+std::jthread Interruptions();
+
 // RTSPTAP_LONG in the environment asks for every combination instead of a few.
 bool LongForm();
 
-std::size_t CountDescriptors();
 bool Eventually(const std::function<bool()> &condition); // within 20 seconds
-double SecondsOf(const std::function<void()> &action);
 bool SucceedsSoon(const std::function<int32_t()> &call); // 0 without a wait for the server's 25 seconds
 
 } // namespace rtsptap::test

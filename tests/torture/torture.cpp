@@ -12,19 +12,10 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
-#include <chrono>
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <fstream>
 #include <iterator>
-#include <map>
-#include <sstream>
-#include <string>
-#include <unistd.h>
 #include <utility>
-#include <vector>
 
 namespace {
 

@@ -171,7 +171,7 @@ TEST(Setup, FailureBehindTheReplyClosesWhatItsStepNames) {
         Session session(kUdp, CLIENT_DESCRIBE_SENT_STATE, {{"SETUP ", Ok(header)}});
         Refusals{kName}(session.Setup(1), code, row.size() > 2 ? Lines(row[2], "\n") : "");
         const bool isUnread = header == "CSeq: 0";
-        EXPECT_EQ(ObservedState(session), isUnread ? CLIENT_DESCRIBE_SENT_STATE : CLIENT_READY_STATE);
+        EXPECT_EQ(StateOf(session), isUnread ? CLIENT_DESCRIBE_SENT_STATE : CLIENT_READY_STATE);
         EXPECT_EQ(IsFree(session.ClientPort(1)), code != 0) << header;
         EXPECT_EQ(IsFree(Plus(session.ClientPort(1), 1)), row[0].ends_with("both")) << header;
     }

@@ -81,19 +81,12 @@ TEST(Interleaved, TextFromBeforeTheRequestIsNotItsReply) {
 }
 
 TEST(Interleaved, ASignalEndsTheWaitForTheFirstReply) {
-    struct sigaction nothing = {};
-    nothing.sa_handler = [](int) {};
-    nothing.sa_flags = SA_RESTART;
-    sigaction(SIGUSR1, &nothing, nullptr);
     Session session(kTcp, CLIENT_READY_STATE, {{"PLAY ", Stall()}});
     CapturedStdout out;
-    std::atomic<bool> ended = false;
-    std::thread signals([&, waiting = pthread_self()] {
-        while (!ended) pthread_kill(waiting, SIGUSR1), std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    });
-    EXPECT_EQ(session.Play(), RTSP_NO_RESPONSE);
-    ended = true;
-    signals.join();
+    {
+        const std::jthread signals = Interruptions();
+        EXPECT_EQ(session.Play(), RTSP_NO_RESPONSE);
+    }
     EXPECT_EQ(CountOf(out.Text(), "\tEXIT : ClientReadMessage :Socket select call failed\n"), 1U);
 }
 
@@ -143,11 +136,11 @@ TEST(Interleaved, OneStreamOfTwoKeepsTheConnectionServed) {
     session.server.Send(Frame(4, Rtp(5)) + Frame(2, Rtp(100)) + Frame(4, Rtp(3)));
     EXPECT_EQ(session.Video(2), (std::vector<uint16_t>{5, 3})); // not reordered
     EXPECT_EQ(session.Pause(1), 0);
-    EXPECT_EQ(ObservedState(session), CLIENT_PLAYING_STATE);
+    EXPECT_EQ(StateOf(session), CLIENT_PLAYING_STATE);
     session.server.Send(Frames(101, 102, 2));
     EXPECT_EQ(session.Audio(3), Numbers(100, 102));
     EXPECT_EQ(session.Pause(2), 0);
-    EXPECT_EQ(ObservedState(session), CLIENT_PAUSE_STATE);
+    EXPECT_EQ(StateOf(session), CLIENT_PAUSE_STATE);
 }
 
 TEST(Interleaved, AReaderThatWaitsServesEverybodyElse) {

@@ -1,6 +1,6 @@
 // Sessions over UDP from PLAY on: threads, media, pause, teardown, receiver reports; limits of time over both.
 #include "rtp/stream.h"
-#include "rtsp/client/client.h"
+#include "rtsp/client/stream_sockets.h"
 #include "tests/support/session.h"
 
 namespace rtsptap::test {
@@ -45,7 +45,6 @@ TEST(UdpSession, PacketsOfTheLastSessionAreFreedWhileTheNextOneStarts) {
     Session session(kUdp, CLIENT_PLAYING_STATE, teardown + StepsTo(CLIENT_PLAYING_STATE, kUdp) + teardown);
     session.SendNumbers(1, Numbers(1, 40));
     session.SendNumbers(2, Numbers(1, 2));
-    const auto &client = *reinterpret_cast<rtsptap::RTSPClient *>(static_cast<intptr_t>(session));
     std::vector<RTPStreamData *> held;
     for (int i = 0; i < 20; ++i) held.push_back(TakePacket(session, kVideo));
     RTPStreamData *shown = nullptr;
@@ -53,8 +52,8 @@ TEST(UdpSession, PacketsOfTheLastSessionAreFreedWhileTheNextOneStarts) {
     }
     EXPECT_EQ(session.Teardown(), 0);
     // What is held or was shown keeps its ring and its pool, nothing else is kept.
-    const rtsptap::RTSPStreamInfo &video = *client.media.retiredStreams.load();
-    const rtsptap::RTSPStreamInfo &audio = *video.next.load();
+    const RTSPStreamInfo &video = *RecordOf(session).media.retiredStreams.load();
+    const RTSPStreamInfo &audio = *video.next.load();
     EXPECT_EQ(shown->packetData, audio.ring.storage);
     EXPECT_EQ(PayloadOf(*shown), PayloadOf(*held.front()));
     session.Reach(CLIENT_READY_STATE);
@@ -66,8 +65,8 @@ TEST(UdpSession, PacketsOfTheLastSessionAreFreedWhileTheNextOneStarts) {
     session.SendNumbers(1, Numbers(30, 32));
     EXPECT_EQ(session.Video(3), Numbers(30, 32));
     EXPECT_EQ(session.Teardown(), 0);
-    for (const rtsptap::RTSPStreamInfo *stream :
-         {&video, &audio, static_cast<const rtsptap::RTSPStreamInfo *>(client.media.retiredStreams)})
+    for (const RTSPStreamInfo *stream :
+         {&video, &audio, static_cast<const RTSPStreamInfo *>(RecordOf(session).media.retiredStreams.load())})
         EXPECT_TRUE(stream->ring.storage == nullptr && stream->pool.ready == nullptr && !stream->pool.returned);
 }
 
@@ -137,6 +136,36 @@ TEST(UdpSession, TeardownEndsEverythingAndTheClientCanStartOver) {
     EXPECT_TRUE(Eventually([&] { return CountDescriptors() == ended; }));
 }
 
+struct Shown {
+    std::string texts[2];
+    std::atomic<std::size_t> count = 0;
+};
+
+void Show(void *context, int32_t stream, int32_t isSent, const uint8_t *packet, uint32_t length) {
+    auto &[texts, count] = *static_cast<Shown *>(context);
+    texts[count % 2] = std::to_string(stream) + (isSent == 1 ? ">" : "<");
+    texts[count++ % 2].append(reinterpret_cast<const char *>(packet), length);
+}
+
+TEST(RtcpCallback, IsShownWhatCameAndWhatWasSentOverBothTransports) {
+    for (const uint32_t proto : {kUdp, kTcp}) {
+        Shown shown;
+        const UdpPeer rtcp;
+        ScriptedServer server(StepsTo(CLIENT_PLAYING_STATE, proto, 9, rtcp.Port()));
+        Client client(1 << 20, proto);
+        client.serverPort = server.Port();
+        EXPECT_EQ(RTSPTapSetRtcpCallback(client, Show, &shown), RTSP_SUCCESS);
+        EXPECT_EQ(client.Reach(CLIENT_PLAYING_STATE), 0);
+        EXPECT_EQ(RTSPTapSetRtcpCallback(client, nullptr, nullptr), RTSP_FAILURE);
+        const std::string report = SenderReport(1);
+        proto == kUdp ? rtcp.SendTo(Plus(gblClientRtspUdpPort, 1), report) : void(server.Send(Frame(3, report)));
+        EXPECT_TRUE(Eventually([&] { return shown.count == 2; }));
+        EXPECT_EQ(shown.texts[0], "2<" + report);
+        EXPECT_EQ(shown.texts[1],
+                  "2>" + (proto == kUdp ? rtcp.Receive() : server.WaitForFrames(1).at(0).substr(4)));
+    }
+}
+
 // What takes 5 or 25 seconds, all of it at once.
 // Never less; a busy machine may take some more.
 void ExpectAbout(double limit, const std::function<void()> &action) {
@@ -178,17 +207,10 @@ void ReportAfterSilence() {
 
 // Signals make the wait no longer, and no line is printed for them.
 void WaitForAPacketAmongSignals() {
-    struct sigaction quiet = {};
-    quiet.sa_handler = [](int) {};
-    quiet.sa_flags = SA_RESTART;
-    sigaction(SIGUSR1, &quiet, nullptr);
-    const pthread_t reader = pthread_self();
     for (const uint32_t proto : {kUdp, kTcp}) {
         // Before they come: an exchange fails when it is interrupted.
         const Session session(proto, CLIENT_PLAYING_STATE);
-        std::jthread signals([reader](const std::stop_token &stop) {
-            for (; !stop.stop_requested(); usleep(10000)) pthread_kill(reader, SIGUSR1);
-        });
+        const std::jthread signals = Interruptions();
         RTPStreamData *packet = nullptr;
         ExpectAbout(5, [&] { EXPECT_EQ(RTPClientGetRTPStreamData(session, &packet, kVideo), -1); });
     }

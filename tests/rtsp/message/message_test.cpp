@@ -1,7 +1,6 @@
 // Requests and replies, header lists and challenges, without a session where none is needed.
 #include "platform/text.h"
 #include "rtp/interleaved/connection.h"
-#include "rtsp/client/client.h"
 #include "rtsp/client/exchange.h"
 #include "rtsp/message/authentication.h"
 #include "rtsp/message/header_list.h"
@@ -10,7 +9,6 @@
 #include "rtsptap.h"
 #include "tests/support/session.h"
 
-#include <cstring>
 #include <future>
 #include <regex>
 #include <sstream>
@@ -229,8 +227,7 @@ TEST(Request, BadArgumentsAndUnknownMethodsGiveNone) {
 
 TEST(Request, SendingWaitsForAReportThatIsBeingSent) {
     Session session(kTcp, CLIENT_PLAYING_STATE, {{"OPTIONS ", Ok()}});
-    pthread_mutex_t &sendLock =
-        reinterpret_cast<RTSPClient *>(static_cast<intptr_t>(session))->media.connection.sendLock;
+    pthread_mutex_t &sendLock = RecordOf(session).media.connection.sendLock;
     MutexLock(&sendLock);
     auto result = std::async(std::launch::async, [&] { return session.Options(); });
     EXPECT_EQ(result.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
