@@ -40,9 +40,6 @@ struct QueueModel {
     bool HoldsBack() const; // the head, if there is one
     ModelPacket Take();
     uint32_t HeadIndex() const { return queue.empty() ? 0 : queue.front().index; }
-
-private:
-    void DropHead();
 };
 
 constexpr int64_t kTicks = 90; // for audio, too
@@ -64,11 +61,6 @@ bool IsAccepted(const std::string &datagram) {
 
 int64_t Span(uint32_t newer, uint32_t older) { return static_cast<int32_t>(newer - older); }
 
-void QueueModel::DropHead() {
-    queue.pop_front();
-    --count;
-}
-
 void QueueModel::Arrive(const std::string &datagram) {
     if (!IsAccepted(datagram)) return;
     const auto number = Word16(datagram, 2);
@@ -81,7 +73,7 @@ void QueueModel::Arrive(const std::string &datagram) {
     // Too long a span is cut down to the target.
     if (latency.target != 0 && !queue.empty() &&
         Span(timestamp, queue.front().timestamp) > latency.overflow * kTicks)
-        while (!queue.empty() && Span(timestamp, queue.front().timestamp) > latency.target * kTicks) DropHead();
+        while (!queue.empty() && Span(timestamp, queue.front().timestamp) > latency.target * kTicks) Take();
 
     // A number up to 499 below the newest goes before all that are greater; from 500 on it has wrapped.
     auto place = queue.end();
@@ -91,7 +83,7 @@ void QueueModel::Arrive(const std::string &datagram) {
 
     // At 1024 the oldest makes room, the new one goes to the end and is not counted.
     if (count == 1024) {
-        DropHead();
+        Take();
         queue.push_back(std::move(packet));
     } else {
         queue.insert(place, std::move(packet));

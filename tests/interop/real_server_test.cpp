@@ -1,6 +1,6 @@
 // Sessions with GStreamer's RTSP server: digest authentication, H.264 and PCMU, both ways to carry them.
-#include "rtsptap.h"
 #include "tests/interop/peers.h"
+#include "tests/support/client.h"
 
 #include <gtest/gtest.h>
 
@@ -35,14 +35,13 @@ class RealServer : public testing::TestWithParam<DataProto> {};
 
 TEST_P(RealServer, KeepsTheSessionForOurReportsLosesNothingPausesAndResumes) {
     const GstServer server;
-    const intptr_t client = RTSPClientCreate();
-    ASSERT_EQ(RTSP_SUCCESS, RTPClientSetAudioVideoBufferSize(client, 4 << 20, 1 << 20));
+    Client client(4 << 20);
     ASSERT_EQ(RTSP_SUCCESS,
               RTSPClientAutoRTSPConnect(client, "127.0.0.1", server.Port(), "demo", GstServer::kUser,
                                         GstServer::kPassword, GetParam(), 0, 0, 0, 0, 0, nullptr, nullptr));
     EXPECT_EQ(2, RTSPClientGetNbStreams(client));
     EXPECT_GT(TakeFor(client, 12s), 1000);
-    ASSERT_EQ(RTSP_SUCCESS, RTSPClientSendPauseRequest(client, 0, 0, nullptr, nullptr));
+    ASSERT_EQ(RTSP_SUCCESS, client.Pause());
     TakeFor(client, 300ms); // what was under way
     EXPECT_EQ(0, TakeFor(client, 500ms));
     // The default range would seek back to the beginning, which a live source cannot do.
@@ -51,8 +50,8 @@ TEST_P(RealServer, KeepsTheSessionForOurReportsLosesNothingPausesAndResumes) {
     ASSERT_EQ(RTSP_SUCCESS, RTSPClientSendPlayRequest(client, 0, onwards, nullptr, nullptr));
     EXPECT_EQ(RTSP_SUCCESS, RTSPDestroyHeaderList(onwards));
     EXPECT_GT(TakeFor(client, 2s), 100);
-    EXPECT_EQ(RTSP_SUCCESS, RTSPClientSendTeardownRequest(client, 0, nullptr, nullptr));
-    EXPECT_EQ(RTSP_SUCCESS, RTSPClientDestroy(client));
+    EXPECT_EQ(RTSP_SUCCESS, client.Teardown());
+    EXPECT_EQ(RTSP_SUCCESS, client.Destroy());
 }
 
 INSTANTIATE_TEST_SUITE_P(Transport, RealServer, testing::Values(DATA_PROTO_UDP, DATA_PROTO_TCP),

@@ -11,7 +11,10 @@
 namespace rtsptap {
 namespace {
 
-class StreamFixture : public testing::Test, protected LiveStream {};
+class StreamFixture : public testing::Test, protected LiveStream {
+protected:
+    CapturedStdout out;
+};
 
 // A packet's way: place in the ring, header, queue, application. Order, limits and latency of the queue:
 // tests/impair.
@@ -46,8 +49,6 @@ TEST(ReceiveRing, PlacesThePacketWhereAWholeMtuFits) {
 class RtpPacket : public StreamFixture {
 protected:
     ~RtpPacket() override { totalPktLost = 0; } // the process shares it
-
-    CapturedStdout out;
 };
 
 TEST_F(RtpPacket, ReadsEveryFieldOfTheHeader) {
@@ -165,8 +166,6 @@ TEST_F(RtpPacket, TotalStartsOverAtAHundredThousandWhenItTurnsNegative) {
 class PacketQueue : public StreamFixture {
 protected:
     PacketQueue() { session.dataProto = DATA_PROTO_TCP; } // no lines of the loss accounting between ours
-
-    CapturedStdout out;
 };
 
 TEST_F(PacketQueue, TellsWhatItDropsFromAnInterleavedStream) {
@@ -208,10 +207,7 @@ TEST_F(PacketQueue, KeepsAShownPacketUntilTheNextLook) {
     Free(next);
 }
 
-class PacketAccess : public StreamFixture {
-protected:
-    CapturedStdout out;
-};
+using PacketAccess = StreamFixture;
 
 TEST_F(PacketAccess, WaitsForTheNextDatagramWhateverItIs) {
     for (const unsigned payloadType : {96u, 34u}) {
@@ -300,8 +296,6 @@ protected:
         report.resize(size < 0 ? 0 : static_cast<std::size_t>(size));
         return report;
     }
-
-    CapturedStdout out;
 };
 
 TEST_F(Rtcp, AnswersReportsAndByesOnly) {
@@ -378,18 +372,15 @@ TEST_F(Rtcp, ReportsTheFractionLost) {
     }
 }
 
-TEST_F(Rtcp, SendsDatagramsToThePortAboveTheServers) {
-    const test::UdpPeer server;
-    stream->rtcpSocket = socket(AF_INET, SOCK_DGRAM, 0);
-    stream->serverPort = static_cast<uint16_t>(server.Port() - 1);
-    session.server.Set(ReadAddress("127.0.0.1", 0));
+// What is sent, and where to: RtcpCallback, in udp_session_test.cpp.
+TEST_F(Rtcp, AnEmptyDatagramFailsAndOneThatIsRefusedDoesNot) {
     const Bytes packet(52, 7);
-    EXPECT_EQ(SendRtcpPacket(stream, packet.data(), 52), 0);
-    EXPECT_EQ(server.Receive(), std::string(52, 7));
+    stream->rtcpSocket = socket(AF_INET, SOCK_DGRAM, 0);
+    stream->serverPort = 9;
+    session.server.Set(ReadAddress("127.0.0.1", 0));
     EXPECT_EQ(SendRtcpPacket(stream, packet.data(), 0), -1);
     EXPECT_EQ(out.Text(), "!!!ERROR!!! : Error in Sending RTCP Data\n");
-    close(stream->rtcpSocket);
-    stream->rtcpSocket = -1;
+    close(std::exchange(stream->rtcpSocket, -1));
     EXPECT_EQ(SendRtcpPacket(stream, packet.data(), 52), 0); // Kept: sendto failed
 }
 

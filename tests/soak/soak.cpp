@@ -17,6 +17,7 @@
 #include <fcntl.h>
 #include <functional>
 #include <malloc.h>
+#include <map>
 #include <mutex>
 #include <set>
 #include <sys/resource.h>
@@ -300,11 +301,9 @@ void RunCrowd(long clients) {
     ExpectSameHoldings("crowd", before, 1 << 20); // of memory the crowd's own threads take most
 }
 
-const struct {
-    const char *name;
-    void (*run)(long number);
-} kCommands[] = {{"cycles", RunCycles}, {"sessions", RunSessions}, {"ports", RunPorts},
-                 {"stream", RunStream}, {"limits", RunLimits},     {"crowd", RunCrowd}};
+const std::map<std::string, void (*)(long number)> kCommands = {{"cycles", RunCycles}, {"sessions", RunSessions},
+                                                                {"ports", RunPorts},   {"stream", RunStream},
+                                                                {"limits", RunLimits}, {"crowd", RunCrowd}};
 
 } // namespace
 
@@ -316,9 +315,7 @@ int main(int argc, char **argv) {
     serverPort = static_cast<uint16_t>(atoi(server.ReadLine(std::chrono::seconds(20)).c_str()));
     mallopt(M_ARENA_MAX, 1); // what the C library sets aside for each thread would blur the figures
     if (freopen("/dev/null", "w", stdout) == nullptr) return 2;
-    for (int at = 2; at + 1 < argc; at += 2)
-        for (const auto &command : kCommands)
-            if (command.name == std::string(argv[at])) command.run(atol(argv[at + 1]));
+    for (int at = 2; at + 1 < argc; at += 2) kCommands.at(argv[at])(atol(argv[at + 1]));
     if (failures > 0) fprintf(stderr, "%d failures\n", failures.load());
     return failures == 0 ? 0 : 1;
 }

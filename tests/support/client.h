@@ -20,8 +20,7 @@ public:
         RTPClientSetAudioVideoBufferSize(handle, ringBytes, ringBytes);
     }
     ~Client() { Destroy(); }
-    Client(const Client &) = delete;
-    Client &operator=(const Client &) = delete;
+    Client(Client &&) = delete; // nor copied
     operator intptr_t() const { return handle; }
 
     int32_t Connect() { return RTSPClientConnect(handle, "127.0.0.1", serverPort, path.c_str(), proto, 0); }

@@ -19,8 +19,7 @@ struct DescribedClient {
                                                        client.serverPort, client.sessionName});
     }
     ~DescribedClient() { RTSPClientDestroy(handle); }
-    DescribedClient(const DescribedClient &) = delete;
-    DescribedClient &operator=(const DescribedClient &) = delete;
+    DescribedClient(DescribedClient &&) = delete; // nor copied
 
     RTSPStreamInfo &Stream(int32_t number) { return *FindStreamByNumber(client.media, number); }
 

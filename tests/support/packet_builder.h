@@ -40,8 +40,7 @@ class UdpPeer {
 public:
     explicit UdpPeer(uint16_t wantedPort = 0); // 0: any free port
     ~UdpPeer();
-    UdpPeer(const UdpPeer &) = delete;
-    UdpPeer &operator=(const UdpPeer &) = delete;
+    UdpPeer(UdpPeer &&) = delete; // nor copied
 
     uint16_t Port() const { return port; } // 0 when the wanted port is taken
     void SendTo(uint16_t toPort, const std::string &bytes, const char *address = "127.0.0.1") const;

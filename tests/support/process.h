@@ -73,9 +73,8 @@ template <typename Action> double SecondsOf(const Action &action) {
 class ChildProcess {
 public:
     explicit ChildProcess(const std::vector<std::string> &arguments); // [0] is the program, looked for in PATH
-    ~ChildProcess(); // SIGTERM, and SIGKILL where that does not help
-    ChildProcess(const ChildProcess &) = delete;
-    ChildProcess &operator=(const ChildProcess &) = delete;
+    ~ChildProcess();                        // SIGTERM, and SIGKILL where that does not help
+    ChildProcess(ChildProcess &&) = delete; // nor copied
 
     std::string ReadLine(std::chrono::seconds limit); // of standard output; empty after the limit
     void Signal(int signal) const;

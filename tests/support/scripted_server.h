@@ -88,8 +88,7 @@ class ScriptedServer {
 public:
     explicit ScriptedServer(Script steps);
     ~ScriptedServer();
-    ScriptedServer(const ScriptedServer &) = delete;
-    ScriptedServer &operator=(const ScriptedServer &) = delete;
+    ScriptedServer(ScriptedServer &&) = delete; // nor copied
 
     uint16_t Port() const { return port; }
     std::string Expand(std::string text) const;

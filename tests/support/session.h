@@ -27,8 +27,7 @@ class HeaderList {
 public:
     HeaderList(std::initializer_list<std::pair<const char *, const char *>> headers, uint8_t isCustom = 0);
     ~HeaderList();
-    HeaderList(const HeaderList &) = delete;
-    HeaderList &operator=(const HeaderList &) = delete;
+    HeaderList(HeaderList &&) = delete; // nor copied
     operator intptr_t() const { return handle; }
 
 private:

@@ -11,8 +11,7 @@ class CapturedStdout {
 public:
     explicit CapturedStdout(bool discard = false); // discard: keeps nothing, however much comes
     ~CapturedStdout();
-    CapturedStdout(const CapturedStdout &) = delete;
-    CapturedStdout &operator=(const CapturedStdout &) = delete;
+    CapturedStdout(CapturedStdout &&) = delete; // nor copied
 
     // Everything printed since the capture began, from any thread. May be asked repeatedly.
     std::string Text();

@@ -64,13 +64,8 @@ int Used(int fd) {
     return fd;
 }
 
-void *Counted(void *memory) {
-    if (memory != nullptr) ++blocks;
-    return memory;
-}
-
-void *Released(void *memory) {
-    if (memory != nullptr) --blocks;
+void *Counted(void *memory, long blocksMore = 1) {
+    if (memory != nullptr) blocks += blocksMore;
     return memory;
 }
 
@@ -178,11 +173,11 @@ void *torture_realloc(void *memory, size_t size) {
     if (Fails("memory")) return nullptr;
     return memory == nullptr ? Counted(malloc(size)) : realloc(memory, size);
 }
-void torture_free(void *memory) { free(Released(memory)); }
+void torture_free(void *memory) { free(Counted(memory, -1)); }
 void *torture_new(size_t size, const std::nothrow_t &) {
     return Fails("memory") ? nullptr : Counted(operator new(size, std::nothrow));
 }
-void torture_delete(void *memory) { operator delete(Released(memory)); }
+void torture_delete(void *memory) { operator delete(Counted(memory, -1)); }
 void torture_delete_sized(void *memory, size_t) { torture_delete(memory); }
 
 int torture_socket(int domain, int type, int protocol) {
