@@ -152,13 +152,9 @@ void HandlePackets(Caller &caller, intptr_t client, Input &in) {
     const uint8_t choice = in.U8();
     const int slot = choice & 1;
     const int32_t codec = Codec(in);
-    RTPStreamData *shown = nullptr;
-    if (choice & 2) RTPClientPeekRTPStreamData(client, &shown, codec);
     if (choice & 4) caller.Take(slot, codec);
     if (choice & 8) caller.Free(slot, choice & 16 ? client : caller.clients[slot], codec);
     if (choice & 32) RTPClientGetRTPStreamData(client, nullptr, codec);
-    RTPClientGetNbOfPktInBuffer(client, codec);
-    RTPClientGetStreamPktCount(client, codec);
 }
 
 // To any port, or one of the two that SETUP chose last.

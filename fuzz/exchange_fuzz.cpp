@@ -41,6 +41,11 @@ struct IgnoringCase {
 struct Parsed {
     int status = 0;
     std::map<std::string, std::string, IgnoringCase> headers; // the first of each name
+
+    std::optional<std::string> Value(const std::string &name) const {
+        const auto found = headers.find(name);
+        return found == headers.end() ? std::nullopt : std::optional(found->second);
+    }
 };
 
 int Number(const std::string &text) { return static_cast<int>(std::strtol(text.c_str(), nullptr, 10)); }
@@ -83,8 +88,8 @@ std::string SessionIn(const std::string &value) {
 Verdict AfterDescribe(const Parsed &parsed, const std::string &first, const std::string &more) {
     const std::size_t begin = first.find("v=0");
     std::string description = begin == std::string::npos ? "" : first.substr(begin);
-    if (const auto length = parsed.headers.find("Content-Length"); length != parsed.headers.end()) {
-        const int number = Number(length->second);
+    if (const auto length = parsed.Value("Content-Length")) {
+        const int number = Number(*length);
         if (number < 1)
             return {
                 RTSP_BAD_NUMBER,
@@ -99,15 +104,13 @@ Verdict AfterDescribe(const Parsed &parsed, const std::string &first, const std:
 }
 
 Verdict AfterSetup(const Parsed &parsed) {
-    const auto session = parsed.headers.find("Session");
-    if (session != parsed.headers.end() && SessionIn(session->second).size() > 32)
+    if (SessionIn(parsed.Value("Session").value_or("")).size() > 32)
         return {RTSP_BAD_RESPONSE, " : Too long SessionID received \n"};
-    const auto transport = parsed.headers.find("Transport");
-    if (transport == parsed.headers.end()) return {};
-    const std::size_t ports = transport->second.find("server_port");
+    const std::string transport = parsed.Value("Transport").value_or("");
+    const std::size_t ports = transport.find("server_port");
     if (ports == std::string::npos) return {};
-    const std::size_t dash = transport->second.find('-', ports);
-    if (dash != std::string::npos && Number(transport->second.substr(dash + 1)) % 65536 != 0) return {};
+    const std::size_t dash = transport.find('-', ports);
+    if (dash != std::string::npos && Number(transport.substr(dash + 1)) % 65536 != 0) return {};
     return {RTSP_BAD_NUMBER, " :Problem in converting Ascii to Integer value of server_port\n"};
 }
 
@@ -119,9 +122,9 @@ Verdict Judge(const std::string &method, const std::string &bytes) {
     const std::optional<Parsed> parsed = Parse(text);
     if (!parsed) return unreadable;
     const bool asksForPassword = method == "OPTIONS" || method == "DESCRIBE";
-    if (const auto session = parsed->headers.find("Session"); !asksForPassword && method != "SETUP")
-        if (session != parsed->headers.end() && SessionIn(session->second) != "12345678")
-            return {RTSP_INVALID_SESSION, " : Invalid Session Id received from server \n"};
+    const std::string session = SessionIn(parsed->Value("Session").value_or("12345678"));
+    if (!asksForPassword && method != "SETUP" && session != "12345678")
+        return {RTSP_INVALID_SESSION, " : Invalid Session Id received from server \n"};
     if (parsed->status >= 500) return {RTSP_SERVER_ERROR, " :Server Error Received from Server\n"};
     if (parsed->status == 401 && asksForPassword) return {RTSP_UNAUTHORIZED};
     if (parsed->status >= 400) return {RTSP_CLIENT_ERROR, " :Client Error Received from Server\n"};

@@ -44,6 +44,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     RTSPClient client{};
     const RequestMsgPtr request(GenerateRequestMessage(RequesterOf(client, 0), method, list, 0));
     Require((request != nullptr) == (method <= RTSP_PAUSE));
+    Require(client.cSeq == (method < kMethodNumbers ? 1 : 0)); // Kept: one without a row has a number, too
+    Require(GenerateRequestMessage(RequesterOf(client, 0), method, list, 1) == nullptr); // there is no stream
     for (const RTSPHeaderStruct *node = FirstHeader(list); node != nullptr; node = node->next)
         Require(node->isUsed == 0);
     client.requestMsg = request.get();

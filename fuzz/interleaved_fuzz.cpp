@@ -8,6 +8,7 @@
 #include "rtsp/client/exchange.h"
 #include "rtsp/message/response.h"
 #include "tests/support/described_client.h"
+#include "tests/support/packet_builder.h"
 #include "tests/torture/system_calls.h"
 
 #include <sys/socket.h>
@@ -55,16 +56,15 @@ struct Server {
 
     // What is handed out is the body of a frame that was sent, each behind the last one of its stream.
     void TakePackets(bool wait = false) {
-        for (int i = 0; i < 2; ++i) {
+        for (unsigned i = 0; i < 2; ++i) {
             for (bool once = wait; once || streams[i]->packetListHead != nullptr; once = false) {
                 const int32_t codec = streams[i]->codecType;
                 RTPStreamData *packet = nullptr;
                 const int32_t result = RTPClientGetRTPStreamData(described.handle, &packet, codec);
                 if (once && packet == nullptr) continue; // none came in time
                 Require(result == 0);
-                std::string frame = {'$', static_cast<char>(2 * i), static_cast<char>(packet->packetLength >> 8),
-                                     static_cast<char>(packet->packetLength)};
-                frame += fuzz::TextOf(packet->packetData, packet->packetLength);
+                const std::string frame =
+                    test::Frame(2U * i, std::string(fuzz::TextOf(packet->packetData, packet->packetLength)));
                 const std::size_t at = bytes.find(frame, behind[i]);
                 Require(at != bytes.npos && packet->packetLength <= client.media.mtuSize);
                 behind[i] = at + frame.size();

@@ -1,6 +1,6 @@
 #!/bin/sh
-# Folders include one way: rtsp/client -> rtsp/message and sdp -> rtp -> platform. Programs see nothing but the public
-# header.
+# Folders include one way: rtsp/client -> rtsp/message and sdp -> rtp -> platform, and those of the tool as below.
+# Programs see nothing but the public header.
 # Usage: include_graph.sh SOURCE_DIRECTORY
 cd "$1" || exit 2
 set -- platform rtp sdp rtsp digest
@@ -8,28 +8,20 @@ for folder in tools examples; do
     [ -d "$folder" ] && set -- "$@" "$folder"
 done
 grep -rn --include='*.h' --include='*.cpp' --include='*.c' '^#include "' "$@" | awk -F'[:"]' '
-function height(path) {
-    if (path ~ /^platform\//) return 1
-    if (path ~ /^rtp\//) return 2
-    if (path ~ /^sdp\// || path ~ /^rtsp\/message\//) return 3
-    if (path ~ /^rtsp\/client\//) return 4
-    return 0
+BEGIN {
+    split("base/ 1 session/ 2 reception/ 3 media/ 4 views/ 5 cli/ 6 commands/ 7 " \
+          "platform/ 11 rtp/ 12 sdp/ 13 rtsp/message/ 13 rtsp/client/ 14", rooms, " ")
 }
-function toolHeight(path) {
+function height(path,    i) { # 0: in none of these
     sub(/^tools\/rtsptap\//, "", path)
-    return index(" base session reception media views cli commands", " " substr(path, 1, index(path, "/") - 1))
+    for (i = 1; i in rooms; i += 2)
+        if (index(path, rooms[i]) == 1) return rooms[i + 1] + 0
+    return path ~ /^main/ ? 10 : 0
 }
-{
-    lines++
-    if ($1 ~ /^tools\/rtsptap\/.*\// && toolHeight($4) > toolHeight($1)) {
-        print $1 ":" $2 ": must not include " $4
-        failures++
-    }
-    # fields: file, line, "#include ", the included path
-    if (height($4) > height($1)) {
-        print $1 ":" $2 ": must not include " $4
-        failures++
-    }
+# fields: file, line, "#include ", the included path
+++lines && height($4) > height($1) {
+    print $1 ":" $2 ": must not include " $4
+    failures++
 }
 END {
     if (lines == 0) print "no include line found"

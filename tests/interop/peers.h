@@ -34,11 +34,7 @@ struct Result {
     std::string errors;
 };
 
-// A command line of a shell; the program itself gets the signals.
-inline std::vector<std::string> Shell(const std::string &command) { return {"bash", "-c", "exec " + command}; }
-
 inline bool Contains(const std::string &text, const std::string &part) { return text.find(part) != text.npos; }
-inline uint16_t FreeUdpPort() { return UdpPeer().Port(); } // was free a moment ago
 
 inline Result RunToEnd(const std::string &command) {
     ChildProcess process({"bash", "-c", command});

@@ -46,21 +46,18 @@ protected:
 };
 
 TEST_F(Record, EveryFormatDecodesWithoutErrors) {
-    const struct {
-        std::string command, file, transport;
-        std::vector<std::string> streams; // without their frames
-    } cases[] = {
+    const std::tuple<std::string, std::string, std::string, std::vector<std::string>> cases[] = {
         {"record", "a.mp4", "auto", {"h264 640", "aac"}}, {"record", "a.mkv", "tcp", {"h264 640", "pcm_mulaw"}},
         {"record", "a.ts", "auto", {"h264 640", "aac"}},  {"record", "a.h264", "udp", {"h264 640"}},
         {"record", "a.wav", "auto", {"pcm_mulaw"}},       {"snapshot", "a.jpg", "tcp", {"mjpeg 640"}},
     };
-    for (const auto &row : cases) {
-        const std::string file = directory + row.file;
-        const Result tool = RunToEnd(TOOL " " + row.command + " " + server.Url() + " -o " + file + " -t " +
-                                     row.transport + (row.command == "record" ? " --duration 3s" : ""));
-        EXPECT_EQ(0, tool.status) << row.file << ": " << tool.errors;
-        const std::vector<std::string> streams = ExpectStreams(file, row.streams);
-        EXPECT_TRUE(row.streams[0] != "h264 640" || FramesIn(streams.at(0)) >= 45) << row.file;
+    for (const auto &[command, name, transport, wanted] : cases) {
+        const std::string file = directory + name;
+        const Result tool = RunToEnd(TOOL " " + command + " " + server.Url() + " -o " + file + " -t " + transport +
+                                     (command == "record" ? " --duration 3s" : ""));
+        EXPECT_EQ(0, tool.status) << file << ": " << tool.errors;
+        const std::vector<std::string> streams = ExpectStreams(file, wanted);
+        EXPECT_TRUE(streams[0] != "h264 640" || FramesIn(streams.at(0)) >= 45) << file;
     }
 }
 
@@ -124,11 +121,9 @@ TEST_F(Record, ACaptureHoldsEveryPacket) {
 // Without RTSP, from plain senders; pictures that refer to later ones keep their times. AAC can be recorded only
 // with what a description says of it.
 TEST_F(Record, ListenRecordsWhatFfmpegAndGstreamerSend) {
-    const auto port = [] { return std::to_string(FreeUdpPort()); };
-    const struct {
-        std::string listen, file, sender; // the ports are $0 and $1, the directory is $2
-        std::vector<std::string> streams;
-    } cases[] = {
+    const auto port = [] { return std::to_string(UdpPeer().Port()); };
+    // The ports are $0 and $1, the directory is $2.
+    const std::tuple<std::string, std::string, std::string, std::vector<std::string>> cases[] = {
         {TOOL " listen --video h264@$0 --audio pcmu@$1",
          "g.mkv",
          "gst-launch-1.0 -q videotestsrc is-live=true ! video/x-raw,width=320,height=240,framerate=25/1 ! x264enc "
@@ -144,18 +139,18 @@ TEST_F(Record, ListenRecordsWhatFfmpegAndGstreamerSend) {
         {"until [ -s $2l.sdp ]; do sleep .05; done; " TOOL " listen --sdp $2l.sdp",
          "l.mkv",
          "ffmpeg -nostdin -v error -re -f lavfi -i testsrc2=size=320x240:rate=25 -f lavfi -i "
-         "sine=sample_rate=44100 "
-         "-map 0 -c:v libx264 -preset ultrafast -tune zerolatency -g 10 -f rtp rtp://127.0.0.1:$0 "
+         "sine=sample_rate=44100 -map 0 -c:v libx264 -preset ultrafast -tune zerolatency -g 10 -f rtp "
+         "rtp://127.0.0.1:$0 "
          "-map 1 -c:a aac -f rtp rtp://127.0.0.1:$1 -sdp_file $2l.sdp",
          {"h264 320", "aac"}},
     };
-    for (const auto &row : cases) {
-        const std::string file = directory + row.file;
+    for (const auto &[command, name, from, streams] : cases) {
+        const std::string file = directory + name;
         const std::string with = "' " + port() + " " + port() + " " + directory;
-        ChildProcess sender(Shell("bash -c 'exec " + row.sender + with));
-        const Result listen = RunToEnd("bash -c '" + row.listen + " --duration 6s -o " + file + with);
+        ChildProcess sender({"bash", "-c", "exec bash -c 'exec " + from + with});
+        const Result listen = RunToEnd("bash -c '" + command + " --duration 6s -o " + file + with);
         EXPECT_EQ(0, listen.status) << listen.errors;
-        ExpectStreams(file, row.streams);
+        ExpectStreams(file, streams);
     }
     const Result times =
         RunToEnd("ffprobe -v error -show_entries frame=pts_time,pict_type -of csv=p=0 " + directory + "f.mp4");

@@ -108,26 +108,22 @@ TEST(Tool, EndsWithTheStatusAndTheSentenceOfItsRow) {
 }
 
 TEST(Tool, SignalsEndItAtOnceWhateverTheServerDoes) {
-    const struct {
-        Script script;
-        int signal;
-        std::chrono::milliseconds limit;
-    } cases[] = {
+    const std::tuple<Script, int, std::chrono::milliseconds> cases[] = {
         {Opening(2) + Script{{"SETUP", Stall()}}, SIGTERM, 500ms},
         {Opening(4) + Script{{"TEARDOWN", Ok()}}, SIGINT, 800ms},
         {Opening(4) + Script{{"TEARDOWN", Ok()}}, SIGHUP, 800ms},
         {Opening(4) + Script{{"TEARDOWN", Stall()}}, SIGINT, 1800ms},
     };
-    for (const auto &row : cases) {
-        ScriptedServer server(row.script);
+    for (const auto &[script, signal, limit] : cases) {
+        ScriptedServer server(script);
         ChildProcess tool({TOOL, "play", "-t", "tcp", server.Expand("{base}")});
-        while (server.Requests().size() < row.script.size() - (row.signal == SIGTERM ? 0 : 1))
+        while (server.Requests().size() < script.size() - (signal == SIGTERM ? 0 : 1))
             std::this_thread::sleep_for(10ms);
         std::this_thread::sleep_for(200ms);
         const auto begin = std::chrono::steady_clock::now();
-        tool.Signal(row.signal);
-        EXPECT_EQ(128 + row.signal, tool.Wait(10s)) << tool.Errors();
-        EXPECT_LT(std::chrono::steady_clock::now() - begin, row.limit);
+        tool.Signal(signal);
+        EXPECT_EQ(128 + signal, tool.Wait(10s)) << tool.Errors();
+        EXPECT_LT(std::chrono::steady_clock::now() - begin, limit);
     }
 }
 
@@ -219,29 +215,24 @@ TEST(CommandLine, TheDemoServerAnswersWhateverIsAsked) {
 TEST(CommandLine, ThePageAndTheCompletionsCanBeRead) {
     for (const char *program : {TOOL, DEMO_SERVER, RELAY})
         EXPECT_EQ("", RunToEnd(program + std::string(" --man | groff -man -ww -z 2>&1")).output);
-    const struct {
-        const char *words;
-        const char *offered;
-    } cases[] = {{"play -t ''", "auto udp tcp multicast\n"},
-                 {"snapshot --format ''", "png jpg\n"},
-                 {"record --format m", "mp4 mkv mjpeg\n"},
-                 {"play --expect-codec g", "g726\n"},
-                 {"listen --video h", "h264@\n"}};
-    for (const auto &row : cases)
-        EXPECT_EQ(row.offered, RunToEnd(std::string("source <(" TOOL " completion bash); COMP_CWORD=3; COMP_WORDS=("
-                                                    "rtsptap ") +
-                                        row.words + "); _rtsptap; echo ${COMPREPLY[*]}")
-                                   .output);
+    const std::pair<const char *, const char *> cases[] = {{"play -t ''", "auto udp tcp multicast\n"},
+                                                           {"snapshot --format ''", "png jpg\n"},
+                                                           {"record --format m", "mp4 mkv mjpeg\n"},
+                                                           {"play --expect-codec g", "g726\n"},
+                                                           {"listen --video h", "h264@\n"}};
+    for (const auto &[words, offered] : cases)
+        EXPECT_EQ(offered, RunToEnd(std::string("source <(" TOOL " completion bash); COMP_CWORD=3; COMP_WORDS=("
+                                                "rtsptap ") +
+                                    words + "); _rtsptap; echo ${COMPREPLY[*]}")
+                               .output);
 }
 
 TEST(CommandLine, EveryFieldOfTheJsonIsDocumented) {
     const GstServer server;
     const std::string stats = " play --stats-json - --duration 1500ms -q -t tcp " + server.Url();
-    const struct {
-        std::string section, command;
-    } cases[] = {{"probe", " probe --json " + server.Url()},
-                 {"interval", stats + " | head -n 1"},
-                 {"summary", stats + " | tail -n 1"}};
+    const std::pair<std::string, std::string> cases[] = {{"probe", " probe --json " + server.Url()},
+                                                         {"interval", stats + " | head -n 1"},
+                                                         {"summary", stats + " | tail -n 1"}};
     for (const auto &[section, command] : cases) {
         const Result tool = RunToEnd(TOOL + command);
         EXPECT_EQ("", tool.errors) << "also where nobody reads on";

@@ -19,29 +19,26 @@ protected:
 // A packet's way: place in the ring, header, queue, application. Order, limits and latency of the queue:
 // tests/impair.
 TEST(ReceiveRing, PlacesThePacketWhereAWholeMtuFits) {
-    const struct {
-        int64_t read, write, mtu;
-        RingRoom verdict;
-        int64_t room, writeAfter;
-    } cases[] = {{0, 0, 100, RingRoom::kReady, 100, 0},
-                 {700, 700, 100, RingRoom::kReady, 100, 0},   // empty: back to the start
-                 {700, 700, 5000, RingRoom::kReady, 1000, 0}, // an MTU above the ring gets the whole ring
-                 {0, 899, 100, RingRoom::kReady, 100, 899},
-                 {100, 900, 100, RingRoom::kFullAtEnd, 0, 900}, // full when the space equals the MTU
-                 {101, 900, 100, RingRoom::kWrapped, 100, 0},
-                 {300, 200, 100, RingRoom::kFullBehind, 0, 200},
-                 {301, 200, 100, RingRoom::kReady, 100, 200},
-                 {0, 10, UINT32_MAX, RingRoom::kFullAtEnd, 0, 10}}; // MTU above the ring: one packet at a time
-    for (const auto &expected : cases) {
+    const std::tuple<int64_t, int64_t, int64_t, RingRoom, int64_t, int64_t> cases[] = {
+        {0, 0, 100, RingRoom::kReady, 100, 0},
+        {700, 700, 100, RingRoom::kReady, 100, 0},   // empty: back to the start
+        {700, 700, 5000, RingRoom::kReady, 1000, 0}, // an MTU above the ring gets the whole ring
+        {0, 899, 100, RingRoom::kReady, 100, 899},
+        {100, 900, 100, RingRoom::kFullAtEnd, 0, 900}, // full when the space equals the MTU
+        {101, 900, 100, RingRoom::kWrapped, 100, 0},
+        {300, 200, 100, RingRoom::kFullBehind, 0, 200},
+        {301, 200, 100, RingRoom::kReady, 100, 200},
+        {0, 10, UINT32_MAX, RingRoom::kFullAtEnd, 0, 10}}; // MTU above the ring: one packet at a time
+    for (const auto &[read, write, mtu, verdict, room, writeAfter] : cases) {
         ReceiveRing ring;
         ASSERT_TRUE(AllocateRing(ring, 1000));
-        ring.readIndex = expected.read;
-        ring.writeIndex = expected.write;
-        const RingPlace place = PlaceNextPacket(ring, static_cast<uint32_t>(expected.mtu));
-        SCOPED_TRACE(testing::Message() << expected.read << " " << expected.write << " " << expected.mtu);
-        EXPECT_EQ(place.verdict, expected.verdict);
-        EXPECT_EQ(place.room, expected.room);
-        EXPECT_EQ(ring.writeIndex, expected.writeAfter);
+        ring.readIndex = read;
+        ring.writeIndex = write;
+        const RingPlace place = PlaceNextPacket(ring, static_cast<uint32_t>(mtu));
+        SCOPED_TRACE(testing::Message() << read << " " << write << " " << mtu);
+        EXPECT_EQ(place.verdict, verdict);
+        EXPECT_EQ(place.room, room);
+        EXPECT_EQ(ring.writeIndex, writeAfter);
         ReleaseRing(ring);
     }
 }
@@ -86,18 +83,16 @@ TEST_F(RtpPacket, AcceptsTheKnownPayloadTypesOnly) {
 }
 
 TEST_F(RtpPacket, MayClaimMoreThanItHolds) {
-    const struct {
-        Bytes bytes;
-        uint32_t payloadLength, extensionLength;
-    } cases[] = {{{0x80, 96}, 2u - 12, 0},
-                 {{0xAF, 96, 0, 1}, 4u - 72 - 1, 0}, // its last byte is the padding count
-                 {{0x90, 96, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF, 5}, 17u - 16 - 65532, 65532},
-                 {{0x9F, 96}, 2u - 72 - 4, 0}};
-    for (const auto &expected : cases) {
-        RTPStreamData *const packet = Parse(expected.bytes);
-        EXPECT_EQ(packet->payloadLength, expected.payloadLength);
-        EXPECT_EQ(packet->extensionLength, expected.extensionLength);
-        EXPECT_EQ(expected.extensionLength > 0 ? packet->extensionData[0] + packet->extensionData[65531] : 5, 5);
+    const std::tuple<Bytes, uint32_t, uint32_t> cases[] = {
+        {{0x80, 96}, 2u - 12, 0},
+        {{0xAF, 96, 0, 1}, 4u - 72 - 1, 0}, // its last byte is the padding count
+        {{0x90, 96, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF, 5}, 17u - 16 - 65532, 65532},
+        {{0x9F, 96}, 2u - 72 - 4, 0}};
+    for (const auto &[bytes, payloadLength, extensionLength] : cases) {
+        RTPStreamData *const packet = Parse(bytes);
+        EXPECT_EQ(packet->payloadLength, payloadLength);
+        EXPECT_EQ(packet->extensionLength, extensionLength);
+        EXPECT_EQ(extensionLength > 0 ? packet->extensionData[0] + packet->extensionData[65531] : 5, 5);
         EXPECT_LE(packet->payload, stream->ring.storage + stream->ring.size + kRingSlackBytes);
         FreePacketRecord(packet);
     }
@@ -128,11 +123,9 @@ TEST_F(RtpPacket, TakesTheFirstSsrcThatIsNotZero) {
 }
 
 TEST_F(RtpPacket, CountsEveryStepThatIsNotTheNextNumber) {
-    const struct {
-        uint16_t last, number;
-        int gap; // 0: none
-    } cases[] = {{10, 11, 0}, {10, 13, 2}, {10, 10, 1},       {12, 11, 2},   {11, 13, 1},       {5, 0, 6},
-                 {0, 500, 0}, {0, 0, 0},   {65534, 65535, 0}, {65535, 0, 0}, {65535, 1, 65535}, {65534, 0, 65535}};
+    const std::tuple<uint16_t, uint16_t, int> cases[] = {
+        {10, 11, 0}, {10, 13, 2}, {10, 10, 1},       {12, 11, 2},   {11, 13, 1},       {5, 0, 6},
+        {0, 500, 0}, {0, 0, 0},   {65534, 65535, 0}, {65535, 0, 0}, {65535, 1, 65535}, {65534, 0, 65535}};
     for (const uint32_t proto : {DATA_PROTO_TCP, DATA_PROTO_UDP})
         for (const auto &[last, number, udpGap] : cases) {
             const int gap = proto == DATA_PROTO_UDP ? udpGap : 0; // nothing is lost on the RTSP connection
@@ -261,18 +254,14 @@ TEST_F(PacketAccess, ComputesTheTimestampOffset) {
     EXPECT_EQ(offset, 77u);
     EXPECT_EQ(RTPClientGetTSOffset(Handle(), RTP_CODEC_PCMA, nullptr, 8000), 0);
     EXPECT_EQ(RTPClientGetTSOffset(Handle(), RTP_CODEC_MPEG4_GENERIC, nullptr, 8000), -99);
-    const struct {
-        uint32_t audioTimestamp;
-        int32_t clockRate;
-        uint32_t audioTicks;
-    } cases[] = {{16000, 8000, 180000},
-                 {16000, 0, 0},
-                 {50000, 44100, 4649}, // 4500000000 has wrapped
-                 {134217728, -1, 0x80000000}};
-    for (const auto &at : cases) {
-        audio.srRtpTimestamp = at.audioTimestamp;
-        EXPECT_EQ(RTPClientGetTSOffset(Handle(), RTP_CODEC_MPEG4_GENERIC, &offset, at.clockRate), 0);
-        EXPECT_EQ(offset, at.audioTicks - 1000) << at.audioTimestamp;
+    const std::tuple<uint32_t, int32_t, uint32_t> cases[] = {{16000, 8000, 180000},
+                                                             {16000, 0, 0},
+                                                             {50000, 44100, 4649}, // 4500000000 has wrapped
+                                                             {134217728, -1, 0x80000000}};
+    for (const auto &[audioTimestamp, clockRate, audioTicks] : cases) {
+        audio.srRtpTimestamp = audioTimestamp;
+        EXPECT_EQ(RTPClientGetTSOffset(Handle(), RTP_CODEC_MPEG4_GENERIC, &offset, clockRate), 0);
+        EXPECT_EQ(offset, audioTicks - 1000) << audioTimestamp;
     }
 }
 
@@ -339,36 +328,31 @@ TEST_F(Rtcp, WritesTheWholeReportOrNothing) {
 }
 
 TEST_F(Rtcp, CountsSequenceNumberCycles) {
-    const struct {
-        uint16_t last;
-        uint32_t extended;
-    } looks[] = {{50000, 50000}, // before any wrap one is expected from here on
-                 {100, 65536 + 100},
-                 {60000, 60000}, // from before the wrap
-                 {32767, 65536 + 32767},
-                 {49152, 65536 + 49152},
-                 {32768, 65536 + 32768}, // a wrap is expected
-                 {65000, 65536 + 65000},
-                 {16383, 65536 + 16383}, // not yet far enough over
-                 {16382, 2 * 65536 + 16382}};
-    for (const auto &look : looks) {
-        stream->lastSeqNum = look.last;
+    const std::pair<uint16_t, uint32_t> looks[] = {{50000, 50000}, // before any wrap one is expected from here on
+                                                   {100, 65536 + 100},
+                                                   {60000, 60000}, // from before the wrap
+                                                   {32767, 65536 + 32767},
+                                                   {49152, 65536 + 49152},
+                                                   {32768, 65536 + 32768}, // a wrap is expected
+                                                   {65000, 65536 + 65000},
+                                                   {16383, 65536 + 16383}, // not yet far enough over
+                                                   {16382, 2 * 65536 + 16382}};
+    for (const auto &[last, extended] : looks) {
+        stream->lastSeqNum = last;
         const Bytes report = Report();
-        EXPECT_EQ(test::Word32(std::string(report.begin(), report.end()), 16), look.extended) << look.last;
+        EXPECT_EQ(test::Word32(std::string(report.begin(), report.end()), 16), extended) << last;
     }
 }
 
 // Kept: all expected packets are the denominator; the quotient is cut to 8 bits, a falling total counts as 0.
 TEST_F(Rtcp, ReportsTheFractionLost) {
-    const struct {
-        int32_t base;
-        uint32_t lost, previous, fraction;
-    } cases[] = {{-1, 150, 0, 128}, {299, 3, 0, 3 * 256 % 256}, {100, 100, 101, 0}, {289, 0x7FFFFFFF, 0, 0xB3}};
-    for (const auto &at : cases) {
-        stream->baseSeqNum = at.base;
-        stream->cumulativeLost = at.lost;
-        stream->rtcp.prevCumulativeLost = at.previous;
-        EXPECT_EQ(Report()[12], at.fraction);
+    const std::tuple<int32_t, uint32_t, uint32_t, uint32_t> cases[] = {
+        {-1, 150, 0, 128}, {299, 3, 0, 3 * 256 % 256}, {100, 100, 101, 0}, {289, 0x7FFFFFFF, 0, 0xB3}};
+    for (const auto &[base, lost, previous, fraction] : cases) {
+        stream->baseSeqNum = base;
+        stream->cumulativeLost = lost;
+        stream->rtcp.prevCumulativeLost = previous;
+        EXPECT_EQ(Report()[12], fraction);
     }
 }
 

@@ -50,7 +50,6 @@ public:
 
     // The local RTP port that the client chose for a stream (1 and up), read from its SETUP request.
     uint16_t ClientPort(int32_t stream) const;
-    uint16_t ClientRtcpPort(int32_t stream) const { return static_cast<uint16_t>(ClientPort(stream) + 1); }
     void SendRtp(int32_t stream, const std::string &packet) const { media.SendTo(ClientPort(stream), packet); }
     void SendNumbers(int32_t stream, const std::vector<uint16_t> &numbers) const;
 
@@ -64,7 +63,10 @@ Script StepsTo(RTSPClientState state, uint32_t proto, uint16_t rtcpPort1 = 9, ui
 Reply SetupReply(int32_t stream, uint32_t proto, uint16_t rtcpPort = 9);
 
 inline RTSPClient &RecordOf(intptr_t client) { return *reinterpret_cast<RTSPClient *>(client); }
-inline uint32_t StateOf(intptr_t client) { return RecordOf(client).media.state; }
+inline int32_t StateOf(intptr_t client) { // an RTSPClientState, or RTSP_NOT_CONNECTED
+    return RecordOf(client).connected != 0 ? static_cast<int32_t>(RecordOf(client).media.state)
+                                           : RTSP_NOT_CONNECTED;
+}
 
 RTPStreamData *TakePacket(intptr_t client, int32_t codec); // null when none comes
 std::string PayloadOf(const RTPStreamData &packet);

@@ -71,23 +71,21 @@ std::string Order(const std::vector<Put> &arrivals, std::chrono::milliseconds wi
 }
 
 TEST(ReorderBuffer, WaitsForNoPacketLongerThanTheWindow) {
-    const struct {
-        std::vector<Put> arrivals;
-        std::string order;
-        uint64_t late = 0;
-    } cases[] = {
-        {{{0, 7}, {10, 5}, {20, 6}, {300, 8}}, "5@200 6@200 7@200 8@300 "},
-        {{{0, 65535}, {210, 1}, {250, 0}, {260, 2}}, "65535@200 0@250 1@250 2@260 "}, // the numbers wrap
+    const std::tuple<std::vector<Put>, std::string, uint64_t> cases[] = {
+        {{{0, 7}, {10, 5}, {20, 6}, {300, 8}}, "5@200 6@200 7@200 8@300 ", 0},
+        {{{0, 65535}, {210, 1}, {250, 0}, {260, 2}}, "65535@200 0@250 1@250 2@260 ", 0}, // the numbers wrap
         {{{0, 1}, {210, 3}, {300, 5}, {320, 4}, {500, 2}}, "1@200 3@410 4@410 5@410 ", 1},
-        {{{0, 1}, {0, 1}, {210, 2}, {220, 2}, {220, 1}}, "1@200 2@210 "},                 // duplicates
-        {{{0, 9}, {210, 10}, {220, 40, 2}, {230, 39, 2}}, "9@200 10@210 39@420 40@420 "}, // a new sender
-        {{{0, 9}, {210, 30000}, {220, 10}, {230, 11}}, "9@200 10@220 11@230 "},           // a stray
-        {{{0, 9}, {210, 30000}, {220, 30001}, {230, 30002}}, "9@200 30000@410 30001@410 30002@410 "}, // begins anew
+        {{{0, 1}, {0, 1}, {210, 2}, {220, 2}, {220, 1}}, "1@200 2@210 ", 0},                 // duplicates
+        {{{0, 9}, {210, 10}, {220, 40, 2}, {230, 39, 2}}, "9@200 10@210 39@420 40@420 ", 0}, // a new sender
+        {{{0, 9}, {210, 30000}, {220, 10}, {230, 11}}, "9@200 10@220 11@230 ", 0},           // a stray
+        {{{0, 9}, {210, 30000}, {220, 30001}, {230, 30002}},
+         "9@200 30000@410 30001@410 30002@410 ",
+         0}, // begins anew
     };
-    for (const auto &row : cases) {
+    for (const auto &[arrivals, order, lateOnes] : cases) {
         uint64_t late = 0;
-        EXPECT_EQ(row.order, Order(row.arrivals, kWindow, late));
-        EXPECT_EQ(row.late, late) << row.order;
+        EXPECT_EQ(order, Order(arrivals, kWindow, late));
+        EXPECT_EQ(lateOnes, late) << order;
     }
     uint64_t late = 0;
     EXPECT_EQ("2@0 1@10 ", Order({{0, 2}, {10, 1}}, std::chrono::milliseconds(0), late));
@@ -158,11 +156,7 @@ private:
 };
 
 TEST(StreamStatistics, CountsLossOrderAndDuplicates) {
-    const struct {
-        const char *what;
-        std::vector<uint16_t> numbers;
-        uint64_t lost, reordered, duplicates;
-    } cases[] = {
+    const std::tuple<const char *, std::vector<uint16_t>, uint64_t, uint64_t, uint64_t> cases[] = {
         {"nothing amiss", {1, 2, 3}, 0, 0, 0},
         {"gaps", {1, 3, 10}, 7, 0, 0},
         {"over the wrap", {65534, 65535, 0, 2}, 1, 0, 0},
@@ -174,13 +168,13 @@ TEST(StreamStatistics, CountsLossOrderAndDuplicates) {
         {"the sender begins anew, same SSRC", {30000, 30001, 7, 8, 10}, 1, 0, 0},
         {"one stray packet is no new beginning", {30000, 30001, 7, 30002}, 0, 1, 0},
     };
-    for (const auto &entry : cases) {
+    for (const auto &[what, numbers, lost, reordered, duplicates] : cases) {
         Feed feed(8000);
-        for (const uint16_t number : entry.numbers) feed.Take({{number, 0, 0}});
-        EXPECT_EQ(entry.lost, feed.statistics.Lost()) << entry.what;
-        EXPECT_EQ(entry.reordered, feed.statistics.Reordered()) << entry.what;
-        EXPECT_EQ(entry.duplicates, feed.statistics.Duplicates()) << entry.what;
-        EXPECT_EQ(entry.numbers.size() - entry.duplicates + entry.lost, feed.statistics.Expected()) << entry.what;
+        for (const uint16_t number : numbers) feed.Take({{number, 0, 0}});
+        EXPECT_EQ(lost, feed.statistics.Lost()) << what;
+        EXPECT_EQ(reordered, feed.statistics.Reordered()) << what;
+        EXPECT_EQ(duplicates, feed.statistics.Duplicates()) << what;
+        EXPECT_EQ(numbers.size() - duplicates + lost, feed.statistics.Expected()) << what;
     }
 }
 

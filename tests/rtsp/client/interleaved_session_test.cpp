@@ -184,11 +184,7 @@ TEST(Interleaved, ConnectingAgainLeavesNothingOfTheOldConnection) {
 
 TEST(Interleaved, FramingErrorsAreReportedAndRecoveredFrom) {
     const std::string words6(24, 'A'); // six times four bytes that are neither a frame nor a reply
-    const struct {
-        const char *name;
-        std::string bytes;
-        std::size_t corrupted;
-    } kCases[] = {
+    const std::tuple<const char *, std::string, std::size_t> kCases[] = {
         {"no frame", "ABCD", 1},
         {"unknown channel", Frame(9, words6), 6},
         {"longer than the MTU", Frame(0, std::string(204, 'A')), 51},
@@ -198,11 +194,11 @@ TEST(Interleaved, FramingErrorsAreReportedAndRecoveredFrom) {
     };
     Session session(kTcp, CLIENT_PLAYING_STATE);
     EXPECT_EQ(RTSPClientSetMTUSize(session, 200), 0);
-    for (const auto &row : kCases) {
+    for (const auto &[name, bytes, corrupted] : kCases) {
         CapturedStdout out;
-        session.server.Send(row.bytes + Frames(7, 7));
-        EXPECT_EQ(session.Video(1), Numbers(7, 7)) << row.name;
-        EXPECT_EQ(CountOf(out.Text(), kCorrupted), row.corrupted) << row.name;
+        session.server.Send(bytes + Frames(7, 7));
+        EXPECT_EQ(session.Video(1), Numbers(7, 7)) << name;
+        EXPECT_EQ(CountOf(out.Text(), kCorrupted), corrupted) << name;
     }
     // What a reply may begin with, at the end of a read, is no reply until more has come.
     for (const char *word : {"AAAR", "AART", "ARTS"}) {

@@ -17,22 +17,19 @@ namespace rtsptap::test {
 namespace {
 
 TEST(Base64, EncodesAndDecodesTheKnownTexts) { // RFC 4648, 10
-    const struct {
-        const char *plain, *encoded;
-    } cases[] = {{"", ""},        {"f", "Zg=="},          {"fo", "Zm8="},
-                 {"foo", "Zm9v"}, {"foobar", "Zm9vYmFy"}, {"\xFB\xFF", "+/8="}};
-    for (const auto &known : cases) {
-        const std::size_t size = std::strlen(known.plain);
+    const std::pair<const char *, const char *> cases[] = {
+        {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"foobar", "Zm9vYmFy"}, {"\xFB\xFF", "+/8="}};
+    for (const auto &[plain, known] : cases) {
+        const std::size_t size = std::strlen(plain);
         char *text = nullptr;
-        EXPECT_EQ(Base64Encode(reinterpret_cast<const uint8_t *>(known.plain), static_cast<int32_t>(size), &text),
-                  0);
-        EXPECT_STREQ(HeapText(text).get(), known.encoded);
-        std::string_view encoded = known.encoded;
+        EXPECT_EQ(Base64Encode(reinterpret_cast<const uint8_t *>(plain), static_cast<int32_t>(size), &text), 0);
+        EXPECT_STREQ(HeapText(text).get(), known);
+        std::string_view encoded = known;
         for (const bool padded : {true, false}) {
             if (!padded) encoded = encoded.substr(0, encoded.find('='));
             std::vector<uint8_t> decoded(size + 1, 0xEE); // exactly enough room, and a byte to be left alone
             EXPECT_EQ(Base64DecodeBinaryToBuffer(encoded, decoded.data(), static_cast<int32_t>(size)), size);
-            EXPECT_EQ(std::memcmp(decoded.data(), known.plain, size), 0);
+            EXPECT_EQ(std::memcmp(decoded.data(), plain, size), 0);
             EXPECT_EQ(decoded[size], 0xEE);
         }
     }
@@ -184,11 +181,7 @@ TEST(Request, HeaderNumber33IsRefusedAndTheRestIsSent) {
 }
 
 TEST(Request, ReplacementThatFailsIsReportedWithUserAgentAndEndsTheHeaders) {
-    const struct {
-        const char *name;
-        const char *text;
-        uint32_t headers;
-    } cases[] = {
+    const std::tuple<const char *, const char *, uint32_t> cases[] = {
         {"User-Agent", "Occurred while Adding ", 1},
         {"Range", "Occured while Adding user given 'Range' ", 2},
         {"Session", "Occured while Adding user given 'Session' ", 3},
