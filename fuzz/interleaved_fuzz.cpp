@@ -3,8 +3,8 @@
 // move what it read ahead. Two streams, channels 0 and 2.
 #include "fuzz/fuzz_target.h"
 #include "rtp/interleaved/interleaved_service.h"
+#include "rtp/media_session.h"
 #include "rtp/service_thread.h"
-#include "rtp/session_threads.h"
 #include "rtsp/client/exchange.h"
 #include "rtsp/message/response.h"
 #include "tests/support/described_client.h"

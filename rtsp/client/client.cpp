@@ -4,7 +4,7 @@
 #include "platform/printers.h"
 #include "platform/system.h"
 #include "rtp/interleaved/connection.h"
-#include "rtp/session_threads.h"
+#include "rtp/media_session.h"
 #include "rtp/stream.h"
 #include "rtsp/client/exchange.h"
 #include "rtsp/message/request.h"

@@ -1,7 +1,7 @@
 #include "rtsp/client/exchange.h"
 
 #include "rtp/interleaved/interleaved_service.h"
-#include "rtp/session_threads.h"
+#include "rtp/media_session.h"
 #include "rtp/stream.h"
 #include "rtsp/client/client.h"
 #include "rtsp/message/authentication.h"

@@ -1,5 +1,5 @@
 // The methods that are a row and a step of their own: OPTIONS, PLAY, PAUSE, TEARDOWN. Application thread.
-#include "rtp/session_threads.h"
+#include "rtp/media_session.h"
 #include "rtp/stream.h"
 #include "rtsp/client/client.h"
 #include "rtsp/client/exchange.h"

@@ -1,7 +1,7 @@
 // SETUP: one stream's transport, from local ports to what the server grants. Application thread.
 #include "platform/system.h"
 #include "platform/text.h"
-#include "rtp/session_threads.h"
+#include "rtp/media_session.h"
 #include "rtp/stream.h"
 #include "rtsp/client/client.h"
 #include "rtsp/client/exchange.h"

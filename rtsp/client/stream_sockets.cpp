@@ -3,7 +3,7 @@
 #include "platform/address.h"
 #include "platform/system.h"
 #include "platform/text.h"
-#include "rtp/session_threads.h"
+#include "rtp/media_session.h"
 #include "rtp/stream.h"
 #include "rtsp/client/client.h"
 #include "rtsp/client/exchange.h"
