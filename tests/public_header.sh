@@ -25,7 +25,7 @@ declared=$("$cc" -x c -E -P "$include/rtsptap_extended.h" | tr '\n' ' ' |
     sed -n 's/^@[^(]*[ *]\([A-Za-z0-9_]*\)(.*/\1/p' | sort -u)
 exported=$("$nm" -D --defined-only "$library" | awk '{ print $NF }' | sort -u)
 alone=$(printf '%s\n' "$declared" "$exported" | sort | uniq -u)
-[ -n "$declared" ] && [ -z "$alone" ] || fail "only declared, or only exported: $alone"
+if [ -z "$declared" ] || [ -n "$alone" ]; then fail "only declared, or only exported: $alone"; fi
 
 "$nm" -D --undefined-only "$library" | grep -qw GenerateDigestResponse || fail "GenerateDigestResponse is not imported"
 "$nm" -D --undefined-only "$library" | grep 'N7rtsptap' && fail "functions of the library itself are missing"
