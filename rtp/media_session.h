@@ -19,8 +19,8 @@ inline constexpr uint32_t kDefaultMtuSize = 33000; // bytes; connect and the sta
 
 struct MediaSession {
     // ---- Constant once connected ----
-    void *rtcpContext = nullptr; // of the next, which threads with RTCP call
-    RTSPTapRtcpCallback rtcpCallback = nullptr;
+    void *rtcpContext = nullptr;                // handed to the callback
+    RTSPTapRtcpCallback rtcpCallback = nullptr; // called by whoever receives or sends RTCP
 
     // ---- Written by the application thread, read by the receive threads ----
     std::atomic<uint32_t> state{CLIENT_INIT_STATE}; // RTSPClientState; in the first one what is paused is over
@@ -38,7 +38,7 @@ struct MediaSession {
     std::atomic<RTSPStreamInfo *> retiredStreams{nullptr};
     SharedAddress server; // of the RTSP server: reports go to a port of it
 
-    // ---- Written by the receive threads ----
+    // ---- Written by whoever receives ----
     std::atomic<uint32_t> packetCounter{0}; // RTP packets parsed over all streams
 
     Connection connection; // RTSP's; has groups of its own

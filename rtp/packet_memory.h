@@ -12,7 +12,7 @@ namespace rtsptap {
 struct RTSPStreamInfo;
 
 // ---- The ring: where the next packet may lie in a stream's receive buffer. Pure arithmetic on three offsets ----
-// The receive thread places and advances; the application gives space back by moving readIndex.
+// Whoever receives places and advances; the application gives space back by moving readIndex.
 //
 //    0        readIndex        writeIndex        bufferEnd = size
 //    |  free  |  packets in use  |     free        |   kRingSlackBytes of zeros
@@ -23,7 +23,7 @@ struct RTSPStreamInfo;
 inline constexpr std::size_t kRingSlackBytes = 72 + 4 + 0x3FFF * 4;
 
 struct ReceiveRing {
-    // Receive thread only, except that the pointer and size are constant while packets are out.
+    // Of whoever receives, except that the pointer and size are constant while packets are out.
     uint8_t *storage = nullptr; // owned, free(); size + kRingSlackBytes bytes
     int64_t size = 0;           // bytes that packets may use
     int64_t writeIndex = 0;     // where the next packet is received
@@ -56,12 +56,12 @@ bool AllocateRing(ReceiveRing &ring, int32_t size);
 void ReleaseRing(ReceiveRing &ring);
 
 // ---- The pool: records that come back from the application and go out again with the next packet ----
-// The receive thread takes, any thread gives back; no lock: a push list that the taker empties at once.
+// Whoever receives takes, any thread gives back; no lock: a push list that the taker empties at once.
 // A record is one malloc block, so where its stream is gone it can simply be freed.
 
 struct PacketPool {
     std::atomic<RTPStreamData *> returned{nullptr}; // pushed by whoever frees
-    RTPStreamData *ready = nullptr;                 // receive thread only
+    RTPStreamData *ready = nullptr;                 // of whoever receives
     std::atomic<int64_t> extensionBytes{0};         // in the extensions of records that are out
 };
 
@@ -93,22 +93,23 @@ void FreePacketRecord(RTPStreamData *packet);
 // Frees every record in the pool. No other thread may use it any more.
 void DrainPacketPool(PacketPool &pool);
 
-// ---- A stream's ring and pool: SizeRing, OpenRing and FindRoom by whoever receives, the rest by any thread ----
+// ---- A stream's ring and pool: sized, made and filled by whoever receives ----
 
 // Gives the ring the session's size of now; the storage is kept while packets in it are queued or held.
 void SizeRing(RTSPStreamInfo &stream);
-// Makes the planned ring's storage, if it has none. False when memory is short.
+// Makes the storage of a ring that was given a size, if it has none. False when memory is short.
 bool OpenRing(RTSPStreamInfo &stream);
 // Where the next packet of up to `needed` bytes goes; a ring full of packets that nobody holds or will hold counts
 // as empty. Makes the storage, if there is none.
 RingPlace FindRoom(RTSPStreamInfo &stream, int64_t needed);
 
-// True when no packet of the stream is queued or held by the application.
+// True when no packet of the stream is queued or held by the application. Any thread, like the next two.
 bool NothingInUse(const RTSPStreamInfo &stream);
 // A packet that the application has, or will look at, keeps the ring; the stream's last holder frees it, and the
 // pool.
 void HoldRing(RTSPStreamInfo &stream);
 void LetGoOfRing(RTSPStreamInfo &stream);
+// Nobody receives, queues or holds any more.
 void FreeRingAndPool(RTSPStreamInfo &stream);
 
 } // namespace rtsptap

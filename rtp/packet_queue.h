@@ -1,5 +1,5 @@
-// The order of a stream's received packets: pure list work under packetListLock.
-// The receive thread inserts, the application takes the head. Nothing is printed under the lock.
+// The order of a stream's received packets, list work under packetListLock, and telling those that wait for them.
+// Whoever receives inserts, the application takes the head. Nothing is printed under the lock.
 #pragma once
 
 #include "rtsptap.h"
@@ -19,10 +19,10 @@ struct ArrivalRules {
     uint32_t channel = 0;       // named with them
 };
 
-// Puts a packet into the stream's queue: latency trim, reordering, limit. Receive thread.
+// Puts a packet into the stream's queue: latency trim, reordering, limit. Whoever receives.
 void InsertPacket(RTSPStreamInfo &stream, RTPStreamData *packet, const ArrivalRules &rules);
 
-// Counts a datagram or frame as handled, whether it had a packet for the queue or not. Receive thread.
+// Counts a datagram or frame as handled, whether it had a packet for the queue or not. Whoever receives.
 void CountHandled(RTSPStreamInfo &stream);
 
 // Wakes one reader that waits for the stream's next datagram or frame; costs nothing when none does.

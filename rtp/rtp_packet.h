@@ -1,4 +1,4 @@
-// One received RTP packet: its bytes become a record. Receive thread only; the bytes are not copied.
+// One received RTP packet: its bytes become a record. Whoever receives; the bytes are not copied.
 // A packet that claims more than arrived is read as if zeros followed it.
 #pragma once
 
@@ -25,8 +25,8 @@ struct RTPDataBuffer {
 // null when the packet is refused, and then nothing in the stream has changed.
 RTPStreamData *ParseRTPData(const RTPDataBuffer *rtpDataBuffer, RTSPStreamInfo *rtspStreamInfo);
 
-// Parses and queues the `length` bytes at the ring's writeIndex and moves it behind them. Signals nobody. Receive
-// thread.
+// Parses and queues the `length` bytes at the ring's writeIndex and moves it behind them. Signals nobody. Whoever
+// receives.
 void AcceptPacket(RTSPStreamInfo &stream, uint32_t length, const ArrivalRules &rules,
                   FailureText invalidPacketText);
 

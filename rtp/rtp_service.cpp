@@ -1,4 +1,4 @@
-
+// RTP over UDP: a stream's datagrams, received straight into its ring and queued.
 #include "platform/printers.h"
 #include "platform/system.h"
 #include "rtp/packet_queue.h"

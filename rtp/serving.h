@@ -1,8 +1,8 @@
 // Serving a socket: one shape for RTP datagrams, RTCP datagrams and an interleaved connection, whoever does it. A
 // service handles what has arrived; around it stand the loops that wait: that of a receive thread (RunServing) and
 // that of a reader which would otherwise sleep until the thread woke it (ServeAsReader). Nothing is armed or
-// disarmed from one pass to the next, so whoever waits for several sockets can serve each when it is readable or
-// its `waitMs` has passed.
+// disarmed from one pass to the next: another loop would wait for the sockets of several services and serve each
+// when it is readable or its `waitMs` has passed, with a StreamThread for the orders.
 #pragma once
 
 #include <cstdint>

@@ -258,8 +258,8 @@ namespace {
 
 constexpr int kLookMs = 200; // a reply in pieces is given up by the clock
 
-// A description may have thousands of streams: a ring is planned for every one that is to take frames, and made
-// when the first frame comes. A stream described later takes none.
+// A description may have thousands of streams: every one that is to take frames gets the size of its ring, and the
+// storage when the first frame comes. A stream described later takes none.
 void SizeRings(const MediaSession &session) {
     RTSPStreamInfo *stream = session.streamList.load(std::memory_order_acquire);
     for (; stream != nullptr; stream = stream->next.load(std::memory_order_acquire)) {

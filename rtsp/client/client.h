@@ -47,14 +47,14 @@ struct RTSPClient {
     int32_t *supersededSockets = nullptr; // owned, free(): open until Destroy
     std::size_t supersededCount = 0;
 
-    // ---- Guarded by the registry lock ----
+    // ---- Guarded by the lifecycle lock ----
     RTSPClient *next = nullptr;
     RTSPClient *prev = nullptr;
 };
 
 static_assert(std::is_standard_layout_v<RTSPClient> && offsetof(RTSPClient, media) == 0);
 
-// First client in creation order; guarded by the private registry lock.
+// First client in creation order; guarded by the private lifecycle lock.
 extern RTSPClient *gblRTSPClientList;
 
 // Exists only while a client exists. Guards the choice of UDP ports (gblClientRtspUdpPort) and is held

@@ -24,9 +24,8 @@ constexpr Example kExamples[] = {
 
 constexpr const char *kNotes[] = {
     "AAC and H.264 without parameter sets in the stream need the parameters of a description to be recorded: "
-    "--sdp. Multicast groups that it names are joined; its other addresses are passed over, since packets "
-    "are "
-    "taken on every local one."};
+    "--sdp. Multicast groups that it names are joined; its other addresses are ignored, since packets "
+    "are taken on every local one."};
 
 struct ListenSettings {
     ListenPort video;

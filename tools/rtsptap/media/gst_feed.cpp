@@ -106,9 +106,10 @@ bool RtpFeed::IsChoked() const {
     return open_ && gst_app_src_get_current_level_bytes(GST_APP_SRC(appsrc_.get())) > kChokedBytes;
 }
 
-// A picture that lacks packets spoils the end of a recording; sound has a hole at most.
+// A picture that lacks packets spoils the end of a recording; sound has a hole at most, and a transport stream is
+// more than its pictures.
 void RtpFeed::Flush() {
-    if (format_.codec->isVideo)
+    if (format_.codec->hasFrames)
         order_.FlushToGap();
     else
         order_.Flush();

@@ -234,7 +234,9 @@ std::string DescribeRecording(const OutputFile &file, const std::vector<StreamFo
 
 std::string DescribePicture(FileFormat format, const Codec &codec) {
     const char *const encoder = format == kPng ? "pngenc snapshot=true" : "jpegenc quality=92 snapshot=true";
-    return Linked({"appsrc name=feed", codec.depayloader, codec.parser, codec.decoder, "videoconvert", encoder,
+    const char *const parser =
+        codec.type == RTP_CODEC_JPEG ? "" : codec.parser; // each is whole, none is waited for
+    return Linked({"appsrc name=feed", codec.depayloader, parser, codec.decoder, "videoconvert", encoder,
                    "appsink name=out sync=false max-buffers=1"});
 }
 

@@ -39,7 +39,8 @@ std::string_view Until(std::string_view &text, std::string_view separators) {
 // behind the letter and its "=".
 template <typename Take> void ForEachLine(std::string_view text, Take take) {
     while (!text.empty()) {
-        const std::string_view line = Until(text, "\r\n");
+        std::string_view line = Until(text, "\n");
+        if (line.ends_with('\r')) line.remove_suffix(1);
         if (!line.empty() && !take(line, line.substr(std::min<std::size_t>(2, line.size())))) return;
     }
 }
