@@ -144,7 +144,8 @@ struct Shown {
 void Show(void *context, int32_t stream, int32_t isSent, const uint8_t *packet, uint32_t length) {
     auto &[texts, count] = *static_cast<Shown *>(context);
     texts[count % 2] = std::to_string(stream) + (isSent == 1 ? ">" : "<");
-    texts[count++ % 2].append(reinterpret_cast<const char *>(packet), length);
+    texts[count % 2].append(reinterpret_cast<const char *>(packet), length);
+    ++count; // last: whoever waits for it then looks at the text
 }
 
 TEST(RtcpCallback, IsShownWhatCameAndWhatWasSentOverBothTransports) {
