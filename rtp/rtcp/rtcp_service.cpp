@@ -50,7 +50,7 @@ bool SendFrame(int socket, std::span<const uint8_t> frame) {
 bool SendOrDrop(Connection &connection, std::span<const uint8_t> frame) {
     if (pthread_mutex_trylock(&connection.sendLock) != 0) return true;
     const ScopeExit unlock([&connection] { MutexUnlock(&connection.sendLock); });
-    const int socket = connection.socket.load(std::memory_order_relaxed);
+    const int socket = connection.socket; // what connect(2) did to it is seen with it
     return StaysFull(socket, 0) || SendFrame(socket, frame);
 }
 
