@@ -50,7 +50,7 @@ coverage:
 	cmake --build --preset coverage
 	find build/coverage -name '*.gcda' -delete
 	ctest --preset coverage
-	gcovr --root . --object-directory build/coverage --filter 'platform/|rtp/|rtsp/|sdp/|digest/' \
+	gcovr --root . --object-directory build/coverage --filter 'platform/|dialect/|rtp/|rtsp/|sdp/|digest/' \
 	    --exclude-directories '.*CompilerId.*' --exclude-throw-branches --print-summary build/coverage
 
 demo:

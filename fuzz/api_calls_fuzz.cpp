@@ -105,6 +105,8 @@ struct Arguments {
     }
     template <typename T> T Size() {
         const uint8_t choice = in.U8() % 4;
+        if constexpr (sizeof(std::remove_pointer_t<T>) == sizeof wide)
+            return choice == 0 ? nullptr : reinterpret_cast<T>(&wide); // int64_t *, uint64_t *
         caller.size = sizeof caller.buffer;
         if (choice == 1) caller.size = in.Pick(kNumbers) % caller.size;
         return choice == 0 ? nullptr : reinterpret_cast<T>(&caller.size);
@@ -116,6 +118,7 @@ struct Arguments {
     bool isOfList = false;
     int handles = 0;
     RTPStreamData *shown = nullptr;
+    int64_t wide = 0;
 };
 
 void CallAny(Caller &caller, intptr_t client, Input &in) {

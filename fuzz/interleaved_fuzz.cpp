@@ -76,7 +76,7 @@ struct Server {
     void CheckReply(RecvBufferPtr reply) const {
         if (reply == nullptr) return;
         Require(bytes.find({reply->data, static_cast<std::size_t>(reply->length)}) != bytes.npos);
-        const ResponseMsgPtr parsed(ClientParseMessage(reply.get()));
+        const ResponseMsgPtr parsed(ClientParseMessage(reply.get(), Dialect{}));
     }
 
     const std::string_view bytes;

@@ -11,6 +11,122 @@
 extern "C" {
 #endif
 
+/** What the functions of this header return beside the codes of RTSPResult. */
+enum RTSPTapResult {
+    RTSPTAP_UNKNOWN_OPTION = -101, /* no option of this kind (number or text) has that number */
+    RTSPTAP_OUT_OF_RANGE = -102,   /* the value is below the lowest, above the highest, or no such text */
+    RTSPTAP_TOO_LATE = -103,       /* the client is connected: it would count no more */
+    RTSPTAP_UNKNOWN_RULE = -104    /* no rule has that number */
+};
+
+/** How a client reads what servers send: value of RTSPTAP_OPTION_DIALECT. */
+enum RTSPTapDialect {
+    RTSPTAP_DIALECT_EXACT = 0,   /* as rtsptap.h says, and nothing else */
+    RTSPTAP_DIALECT_TOLERANT = 1 /* with what devices are known to send instead: see RTSPTapRule */
+};
+
+/** Options: what can be set of a client beyond rtsptap.h. A number is never used for another one. */
+enum RTSPTapOption {
+    /** Number, 0 or 1, by default RTSPTAP_DIALECT_EXACT; while not connected. Sets every rule as it is in that
+     *  dialect, whatever it was before. */
+    RTSPTAP_OPTION_DIALECT = 1,
+    /** Text of 1 to 127 bytes without control characters, by default "Rtp Rtsp Client"; any time. The User-Agent
+     *  header of requests (RFC 2326, 12.41), unless the request's header list has one. */
+    RTSPTAP_OPTION_USER_AGENT = 2
+};
+
+/**
+ * Sets an option that is a number. The thread that calls the client's methods calls it.
+ *
+ * @param option  RTSPTapOption
+ * @param value   in the unit and range that the option names
+ * @return 0; RTSP_INVALID_ARGUMENT bad handle; RTSPTAP_UNKNOWN_OPTION; RTSPTAP_OUT_OF_RANGE; RTSPTAP_TOO_LATE. After
+ *         a failure everything is as it was.
+ */
+RTSPTAP_API int32_t RTSPTapSetOption(intptr_t clientHandle, int32_t option, int64_t value);
+
+/**
+ * Tells what an option that is a number is set to. The thread that calls the client's methods calls it.
+ *
+ * @param value  receives it
+ * @return 0; RTSP_INVALID_ARGUMENT bad handle or pointer; RTSPTAP_UNKNOWN_OPTION
+ */
+RTSPTAP_API int32_t RTSPTapGetOption(intptr_t clientHandle, int32_t option, int64_t *value);
+
+/**
+ * Sets an option that is a text. The thread that calls the client's methods calls it.
+ *
+ * @param text  copied
+ * @return 0; RTSP_INVALID_ARGUMENT bad handle or pointer; RTSPTAP_UNKNOWN_OPTION; RTSPTAP_OUT_OF_RANGE;
+ *         RTSPTAP_TOO_LATE. After a failure everything is as it was.
+ */
+RTSPTAP_API int32_t RTSPTapSetOptionText(intptr_t clientHandle, int32_t option, const char *text);
+
+/**
+ * Tells what an option that is a text is set to. The thread that calls the client's methods calls it.
+ *
+ * @param text  receives it, with its terminator; null: only the size is asked for
+ * @param size  capacity of text in bytes; receives the size needed, the terminator included
+ * @return 0; RTSP_INVALID_ARGUMENT bad handle or pointer; RTSPTAP_UNKNOWN_OPTION; RTSP_SMALL_BUFFER
+ */
+RTSPTAP_API int32_t RTSPTapGetOptionText(intptr_t clientHandle, int32_t option, char *text, uint32_t *size);
+
+/** One difference between the dialects: something that devices send and that the exact one does not accept. */
+typedef struct RTSPTapRule {
+    uint32_t recordSize; /* sizeof(RTSPTapRule), set by the caller: the library fills no more than that */
+    int32_t number;      /* never changed, and never used for another rule */
+    const char *name;    /* what it accepts, in a few words; this and the other texts are constant */
+    const char *permits; /* what it accepts, in a sentence */
+    const char *senders; /* which devices send it */
+    const char *section; /* where it is settled otherwise: "RFC 2326, 4.2" */
+    int32_t isExact;     /* 1: on in RTSPTAP_DIALECT_EXACT */
+    int32_t isTolerant;  /* 1: on in RTSPTAP_DIALECT_TOLERANT */
+} RTSPTapRule;
+
+/**
+ * Shows the rules that the library knows, one after the other:
+ *
+ *     RTSPTapRule rule;
+ *     rule.recordSize = sizeof rule;
+ *     for (int32_t i = 0; RTSPTapShowRule(i, &rule) == 0; i++) printf("%d %s\n", rule.number, rule.name);
+ *
+ * Any thread.
+ *
+ * @param index  0 and up, in the order of the rules' numbers
+ * @param rule   filled, as far as its recordSize says
+ * @return 0; RTSP_FAILURE there are no more; RTSP_INVALID_ARGUMENT negative index, bad pointer or recordSize
+ */
+RTSPTAP_API int32_t RTSPTapShowRule(int32_t index, RTSPTapRule *rule);
+
+/**
+ * Switches a single rule, in whatever dialect. Allowed while the client is not connected; the thread that calls the
+ * client's methods calls it.
+ *
+ * @param rule  its number
+ * @param isOn  1 or 0
+ * @return 0; RTSP_INVALID_ARGUMENT bad handle; RTSPTAP_UNKNOWN_RULE; RTSPTAP_OUT_OF_RANGE isOn; RTSPTAP_TOO_LATE
+ */
+RTSPTAP_API int32_t RTSPTapSetRule(intptr_t clientHandle, int32_t rule, int32_t isOn);
+
+/**
+ * Tells whether a rule is on. Any thread.
+ *
+ * @param rule  its number
+ * @param isOn  receives 1 or 0
+ * @return 0; RTSP_INVALID_ARGUMENT bad handle or pointer; RTSPTAP_UNKNOWN_RULE
+ */
+RTSPTAP_API int32_t RTSPTapGetRule(intptr_t clientHandle, int32_t rule, int32_t *isOn);
+
+/**
+ * Tells how often a rule was needed: how often the server sent what only this rule accepts. Any thread, also while
+ * packets come.
+ *
+ * @param rule   its number
+ * @param count  receives the uses since RTSPClientCreate
+ * @return 0; RTSP_INVALID_ARGUMENT bad handle or pointer; RTSPTAP_UNKNOWN_RULE
+ */
+RTSPTAP_API int32_t RTSPTapGetRuleUse(intptr_t clientHandle, int32_t rule, uint64_t *count);
+
 /**
  * Changes how RTP is to come, on the connection there is: for a server that refuses one way at SETUP (RFC 2326, 461
  * Unsupported Transport, 11.3.12).

@@ -3,6 +3,7 @@
 // states before PLAY. Released by ReleaseSession.
 #pragma once
 
+#include "dialect/dialect.h"
 #include "platform/address.h"
 #include "rtp/interleaved/connection.h"
 #include "rtsptap_extended.h"
@@ -21,6 +22,7 @@ struct MediaSession {
     // ---- Constant once connected ----
     void *rtcpContext = nullptr;                // handed to the callback
     RTSPTapRtcpCallback rtcpCallback = nullptr; // called by whoever receives or sends RTCP
+    Dialect dialect;                            // what is accepted; counts what was met
 
     // ---- Written by the application thread, read by the receive threads ----
     std::atomic<uint32_t> state{CLIENT_INIT_STATE}; // RTSPClientState; in the first one what is paused is over

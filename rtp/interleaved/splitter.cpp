@@ -29,8 +29,10 @@ std::size_t BodyLength(std::string_view head) {
     return 0;
 }
 
-// The length of status line and headers with the blank line behind them; npos while it may still come. Lines end as
-// the parser ends them, at any run of CR and LF: one with two LFs, or with two CRs and no LF, holds a blank line.
+} // namespace
+
+// Lines end as the parser ends them, at any run of CR and LF: one with two LFs, or with two CRs and no LF, holds a
+// blank line.
 std::size_t HeadLength(std::string_view text) {
     constexpr std::string_view kLineEnds = "\r\n";
     std::size_t at = text.find_first_of(kLineEnds, text.find_first_not_of(kLineEnds));
@@ -44,6 +46,8 @@ std::size_t HeadLength(std::string_view text) {
     }
     return text.npos;
 }
+
+namespace {
 
 // Where a reply's parts end: npos while that is unknown.
 struct ReplyParts {

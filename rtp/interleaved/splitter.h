@@ -43,6 +43,9 @@ struct Unit {
 
 Unit NextUnit(const UnsplitBytes &bytes);
 
+// The length of a reply's status line and headers with the blank line behind them; npos while it may still come.
+std::size_t HeadLength(std::string_view text);
+
 struct FrameFate {
     enum class Kind {
         kWhole,

@@ -32,6 +32,7 @@ struct RTSPClient {
     uint16_t multicastPort = 0; // host order
     intptr_t mtuCallBack = 0;   // stored, never called
     Authentication authentication;
+    char userAgent[128] = "Rtp Rtsp Client"; // of requests whose header list has none
 
     // ---- Exchanges ----
     uint32_t cSeq = 0;                  // CSeq of the last generated request

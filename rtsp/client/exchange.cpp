@@ -72,6 +72,7 @@ Requester RequesterOf(RTSPClient &client, int32_t index) {
             .controlUrl = stream != nullptr ? stream->controlUrl : nullptr,
             .streamCount = client.media.streamCount,
             .sessionId = client.sessionId,
+            .userAgent = client.userAgent,
             .authentication = client.authentication,
             .cSeq = client.cSeq};
 }
@@ -171,7 +172,7 @@ int32_t ReceiveReply(Exchange &exchange) {
 }
 
 int32_t ParseReply(Exchange &exchange) {
-    exchange.client->responseMsg = ClientParseMessage(exchange.reply.get());
+    exchange.client->responseMsg = ClientParseMessage(exchange.reply.get(), exchange.client->media.dialect);
     if (exchange.client->responseMsg != nullptr) return RTSP_SUCCESS;
     return exchange.trace.Fail(RTSP_BAD_RESPONSE,
                                "EXIT : %s :Problem in parsing Response Message received from server \n");

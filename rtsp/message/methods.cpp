@@ -3,9 +3,6 @@
 namespace rtsptap {
 namespace {
 
-constexpr NotAddedTexts kUserAgentTexts{
-    .userGiven = "\tEXIT : %s :Problem Occurred while Adding Request Header %s\n",
-    .byDefault = "\tEXIT : %s :Problem Occurred while Adding Request Header %s\n"};
 constexpr NotAddedTexts kAcceptTexts{
     .userGiven = "\tEXIT : %s :Problem Occured while Adding user given 'Accept' Request Header %s\n",
     .byDefault = "\tEXIT : %s :Problem Occured while Adding default 'Accept' Request Header %s\n"};
@@ -36,7 +33,9 @@ constexpr Method kMethods[] = {
 
 } // namespace
 
-constinit const DefaultHeader kUserAgentHeader{"User-Agent", "Rtp Rtsp Client", kUserAgentTexts};
+constinit const NotAddedTexts kUserAgentTexts{
+    .userGiven = "\tEXIT : %s :Problem Occurred while Adding Request Header %s\n",
+    .byDefault = "\tEXIT : %s :Problem Occurred while Adding Request Header %s\n"};
 constinit const NotAddedTexts kAuthorizationTexts = kAcceptTexts; // Kept: it is told like Accept
 
 const Method *FindMethod(uint32_t number) {

@@ -27,7 +27,7 @@ struct DefaultHeader {
 
 inline constexpr const char *kSessionId = nullptr;
 
-extern const DefaultHeader kUserAgentHeader; // of every method
+extern const NotAddedTexts kUserAgentTexts; // of every method
 extern const NotAddedTexts kAuthorizationTexts;
 
 struct Method {

@@ -154,7 +154,8 @@ RequestMsg *GenerateRequestMessage(const Requester &from, uint32_t method, intpt
     RtpRtspInfoPrint("Generated RTSP URI  %s \n", request->uri);
     if (AddSequenceNumber(build) != RTSP_SUCCESS)
         return trace.Fail(kNone, "\tEXIT : %s :Problem Occurred while Adding Request Header \n");
-    if (!AddDefaultHeader(build, kUserAgentHeader) || !AddAuthorization(build)) return request.release();
+    const DefaultHeader userAgent{"User-Agent", from.userAgent, kUserAgentTexts};
+    if (!AddDefaultHeader(build, userAgent) || !AddAuthorization(build)) return request.release();
     const Method *const row = FindMethod(method);
     if (row == nullptr) return trace.Fail(kNone, "\tEXIT : %s :Method is not implemented\n");
     if (AddMethodHeaders(build, *row)) AddRemainingUserHeaders(build);

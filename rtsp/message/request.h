@@ -44,6 +44,7 @@ struct Requester {
     const char *controlUrl; // of the stream addressed; may be null or empty
     int32_t streamCount;    // of the session
     const char *sessionId;
+    const char *userAgent;
     const Authentication &authentication;
     uint32_t &cSeq; // the last one used
 };

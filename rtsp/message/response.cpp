@@ -1,9 +1,12 @@
 #include "rtsp/message/response.h"
 
+#include "dialect/dialect.h"
 #include "platform/printers.h"
 #include "platform/text.h"
 #include "rtp/interleaved/connection.h"
+#include "rtp/interleaved/splitter.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -37,9 +40,27 @@ namespace {
 
 constexpr std::size_t kLongestVersion = 8;
 
+// One reply in reading.
+struct Reading {
+    const CallTrace &trace;
+    const Dialect &dialect;
+    const char *bodyStart; // behind the blank line: rules are about the lines before
+    ResponseMsg &response;
+};
+
+bool Permits(const Reading &reading, std::string_view line, Rule rule) {
+    return line.data() < reading.bodyStart && reading.dialect.Permits(rule);
+}
+
+// "200" and nothing behind it, which ends the line.
+bool IsStatusCode(std::string_view text) {
+    return text.size() == 3 && std::all_of(text.begin(), text.end(), IsDigit);
+}
+
 // RTSP/1.0 200 OK
 // version, space, status code, space, reason phrase: all three are required, the version is not compared.
-bool ParseStatusLine(const CallTrace &trace, std::string_view line, ResponseMsg &response) {
+bool ParseStatusLine(const Reading &reading, std::string_view line) {
+    const auto &[trace, dialect, bodyStart, response] = reading;
     std::string_view version;
     if (!Until(line, ' ', version))
         return trace.Fail(false, "\tEXIT : %s : RTSP version not found in response buffer\n");
@@ -51,8 +72,11 @@ bool ParseStatusLine(const CallTrace &trace, std::string_view line, ResponseMsg 
 
     response.statusCode = LeadingNumber(line);
     std::string_view statusCode;
-    if (!Until(line, ' ', statusCode))
-        return trace.Fail(false, "\tEXIT : %s : RTSP Status not found in response buffer\n");
+    if (!Until(line, ' ', statusCode)) {
+        if (!IsStatusCode(line) || !Permits(reading, line, Rule::kNoReasonPhrase))
+            return trace.Fail(false, "\tEXIT : %s : RTSP Status not found in response buffer\n");
+        line = {};
+    }
     if (response.statusCode == 0)
         return trace.Fail(false, "EXIT : %s :Problem in converting Ascii to Integer value \n");
     response.reasonPhrase = DuplicateText(line).release();
@@ -65,10 +89,13 @@ enum class HeaderLine { kTaken, kRefused, kNoMemory };
 
 // Kept: the name is everything before the first colon, untrimmed, and the character after the colon is skipped
 // whatever it is.
-HeaderLine ParseHeaderLine(const CallTrace &trace, std::string_view line, ResponseMsg &response) {
+HeaderLine ParseHeaderLine(const Reading &reading, std::string_view line) {
+    const auto &[trace, dialect, bodyStart, response] = reading;
     std::string_view name;
     if (!Until(line, ':', name)) return HeaderLine::kTaken; // no header, nothing to store
-    if (!line.empty()) line.remove_prefix(1);
+    const bool beginsWithBlank = line.starts_with(' ') || line.starts_with('\t');
+    if (!line.empty() && (beginsWithBlank || !Permits(reading, line, Rule::kNoBlankAfterColon)))
+        line.remove_prefix(1);
 
     HeapText nameCopy = DuplicateText(name);
     if (!nameCopy)
@@ -95,7 +122,7 @@ std::string_view TextBeforeNul(const RecvBuffer &recvBuffer) {
 
 } // namespace
 
-ResponseMsg *ClientParseMessage(const RecvBuffer *recvBuffer) {
+ResponseMsg *ClientParseMessage(const RecvBuffer *recvBuffer, const Dialect &dialect) {
     constexpr ResponseMsg *kNone = nullptr;
     const CallTrace trace(__func__);
     if (recvBuffer == nullptr || recvBuffer->data == nullptr || recvBuffer->length < 0)
@@ -104,13 +131,15 @@ ResponseMsg *ClientParseMessage(const RecvBuffer *recvBuffer) {
     if (!response) return trace.Fail(kNone, "\tEXIT : %s :Memory Allocation Failed for RTSP response message\n");
 
     std::string_view text = TextBeforeNul(*recvBuffer);
+    const char *const bodyStart = text.data() + std::min(HeadLength(text), text.size());
+    const Reading reading{trace, dialect, bodyStart, *response};
     std::string_view line; // stays empty, and without a version, when there is no line
     NextLine(text, line);
-    if (!ParseStatusLine(trace, line, *response)) return nullptr;
+    if (!ParseStatusLine(reading, line)) return nullptr;
 
     // Kept: lines of a body that came with the headers are read like headers; there is no blank line to see.
     while (response->headerCount < kHeaderSlots && NextLine(text, line)) {
-        const HeaderLine result = ParseHeaderLine(trace, line, *response);
+        const HeaderLine result = ParseHeaderLine(reading, line);
         if (result == HeaderLine::kRefused) return nullptr;
         if (result == HeaderLine::kNoMemory) break; // the headers read so far are good enough to go on with
     }

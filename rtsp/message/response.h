@@ -30,9 +30,10 @@ struct ResponseMsgDeleter {
 };
 using ResponseMsgPtr = std::unique_ptr<ResponseMsg, ResponseMsgDeleter>;
 
+class Dialect;
 struct RecvBuffer;
 
 // The caller owns the response and its reason phrase; null when the text is no response.
-ResponseMsg *ClientParseMessage(const RecvBuffer *recvBuffer);
+ResponseMsg *ClientParseMessage(const RecvBuffer *recvBuffer, const Dialect &dialect);
 
 } // namespace rtsptap

@@ -41,7 +41,7 @@ constexpr Function<Source> kTable[] = {
     {NameOf<functions>(), [](Source &source) { return CallFrom(source, functions); }}...};
 
 // The first kHarmless may be called with whatever stands for a client and a list.
-constexpr int kHarmless = 26;
+constexpr int kHarmless = 32;
 template <typename Source>
 constexpr auto &kFunctions =
     kTable<Source, ValidateRTSPClientHandle, RTSPClientSetMTUSize, RTSPClientSendOptionsRequest,
@@ -51,7 +51,8 @@ constexpr auto &kFunctions =
            RTPClientSetAudioVideoBufferSize, RTPClientGetNbOfPktInBuffer, RTPClientGetStreamPktCount,
            RTPClientGetTSOffset, RTPClientPeekRTPStreamData, StartThirdPartyClient, CreateRTPStream,
            RTSPTapSetDataProto, RTSPTapForgetChallenge, RTSPAddHeaderToList, RTSPModifyHeaderInList,
-           RTSPRemoveHeaderFromList, RTSPClientConnect, RTSPClientAutoRTSPConnect, RTSPDestroyHeaderList,
+           RTSPRemoveHeaderFromList, RTSPTapSetOption, RTSPTapGetOption, RTSPTapSetOptionText, RTSPTapGetOptionText,
+           RTSPTapSetRule, RTSPTapGetRuleUse, RTSPClientConnect, RTSPClientAutoRTSPConnect, RTSPDestroyHeaderList,
            RTPClientGetRTPStreamData, RTPClientFreeRTPStreamData, RTSPClientDestroy>;
 
 // Arguments from words apart by spaces: numbers, texts, null; any other word for a pointer stands for a place that
@@ -83,6 +84,8 @@ struct Words {
             return &packet;
         else if constexpr (std::is_same_v<T, RTPStreamData *>)
             return &record;
+        else if constexpr (sizeof(std::remove_pointer_t<T>) == sizeof wide)
+            return reinterpret_cast<T>(&wide); // int64_t *, uint64_t *
         else
             return reinterpret_cast<T>(&(size = room)); // int32_t *, uint32_t *
     }
@@ -91,6 +94,7 @@ struct Words {
     char buffer[4096] = {};
     int32_t room = sizeof buffer;
     int32_t size = 0;
+    int64_t wide = 0;
     RTPStreamData *packet = nullptr;
     RTPStreamData record = {};
 

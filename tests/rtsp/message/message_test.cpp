@@ -60,11 +60,11 @@ TEST(DefaultDigest, GivesTheKnownAnswerOrRefusesWhatItCannotCompute) {
     }
 }
 
-ResponseMsgPtr Parse(const std::string &text) {
+ResponseMsgPtr Parse(const std::string &text, const Dialect &dialect = {}) {
     const RecvBufferPtr buffer(CreateRecvBuffer(static_cast<uint32_t>(text.size())));
     text.copy(buffer->data, text.size());
     buffer->length = static_cast<int32_t>(text.size());
-    return ResponseMsgPtr(ClientParseMessage(buffer.get()));
+    return ResponseMsgPtr(ClientParseMessage(buffer.get(), dialect));
 }
 
 TEST(Challenge, ReplacesWhatItNamesAndNothingElse) {
@@ -214,9 +214,9 @@ TEST(Request, SendingWaitsForAReportThatIsBeingSent) {
 }
 
 // "version status reason cSeq [name=value]...", or what a refusal printed.
-std::string Summary(const std::string &text) {
+std::string Summary(const std::string &text, const Dialect &dialect = {}) {
     CapturedStdout output;
-    const ResponseMsgPtr response = Parse(text);
+    const ResponseMsgPtr response = Parse(text, dialect);
     if (!response) return output.Text();
     std::string summary = std::string(response->version) + " " + std::to_string(response->statusCode) + " " +
                           response->reasonPhrase + " " + std::to_string(response->cSeq);
@@ -228,6 +228,24 @@ std::string Summary(const std::string &text) {
 
 TEST(Response, IsReadLineByLineOrRefusedWithItsReason) {
     for (const auto &row : Rows("responses.txt")) EXPECT_EQ(OnOneLine(Summary(Lines(row[0]))), row.at(1)) << row[0];
+}
+
+TEST(Response, IsReadAsARulePermitsWhichIsCounted) {
+    for (const auto &row : Rows("tolerated_replies.txt")) {
+        std::istringstream words(row[0]);
+        int32_t number = 0;
+        uint64_t uses = 0;
+        std::string reply;
+        std::getline(words >> number >> uses >> std::ws, reply);
+        const Rule rule = FindRule(number);
+        Dialect dialect;
+        const std::string exact = OnOneLine(Summary(Lines(reply), dialect));
+        EXPECT_EQ(exact != row.at(1), uses > 0) << row[0];
+        EXPECT_EQ(dialect.Uses(rule), 0U) << row[0];
+        dialect.Set(rule, true);
+        EXPECT_EQ(OnOneLine(Summary(Lines(reply), dialect)), row.at(1)) << row[0];
+        EXPECT_EQ(dialect.Uses(rule), uses) << row[0];
+    }
 }
 
 TEST(Response, HeadersAreFoundIgnoringCaseTheFirstFirst) {

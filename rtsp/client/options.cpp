@@ -1,0 +1,183 @@
+#include "rtsp/client/options.h"
+
+#include "dialect/dialect.h"
+#include "platform/printers.h"
+#include "platform/text.h"
+#include "rtsp/client/client.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace rtsptap {
+namespace {
+
+int64_t GetDialect(const RTSPClient &client) { return client.media.dialect.Chosen(); }
+void SetDialect(RTSPClient &client, int64_t value) { client.media.dialect.Choose(static_cast<int32_t>(value)); }
+
+template <auto field> std::span<char> Text(RTSPClient &client) { return client.*field; }
+
+constexpr Option kOptions[] = {
+    {RTSPTAP_OPTION_DIALECT, "dialect", "", RTSPTAP_DIALECT_EXACT, RTSPTAP_DIALECT_TOLERANT, RTSPTAP_DIALECT_EXACT,
+     Settable::kUntilConnected, GetDialect, SetDialect},
+    {RTSPTAP_OPTION_USER_AGENT, "User-Agent of requests", "bytes", 1, sizeof RTSPClient::userAgent - 1, 0,
+     Settable::kAlways, nullptr, nullptr, Text<&RTSPClient::userAgent>, "Rtp Rtsp Client"},
+};
+
+} // namespace
+
+std::span<const Option> Options() { return kOptions; }
+
+namespace {
+
+enum class Kind { kNumber, kText };
+
+// The client and the option of a call; both there when `result` is 0.
+struct Call {
+    int32_t result = RTSP_SUCCESS;
+    RTSPClient *client = nullptr;
+    const Option *option = nullptr;
+};
+
+Call FindOption(const CallTrace &trace, intptr_t clientHandle, int32_t number, Kind kind, bool hasArgument) {
+    Call call{.client = LiveClient(clientHandle)};
+    if (call.client == nullptr || !hasArgument) {
+        call.result = trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid client handle or pointer\n");
+        return call;
+    }
+    call.option = std::ranges::find(kOptions, number, &Option::number);
+    const bool isKnown =
+        call.option != std::end(kOptions) && (call.option->text != nullptr) == (kind == Kind::kText);
+    if (!isKnown) call.result = trace.Fail(RTSPTAP_UNKNOWN_OPTION, "EXIT : %s :No such option\n");
+    return call;
+}
+
+bool IsTooLate(const RTSPClient &client, Settable until) {
+    return until == Settable::kUntilConnected && client.connected == 1;
+}
+
+int32_t FailTooLate(const CallTrace &trace) {
+    return trace.Fail(RTSPTAP_TOO_LATE, "EXIT : %s :The client is connected\n");
+}
+
+int32_t CheckChange(const CallTrace &trace, const Call &call, int64_t value) {
+    if (value < call.option->lowest || value > call.option->highest)
+        return trace.Fail(RTSPTAP_OUT_OF_RANGE, "EXIT : %s :The value is out of the option's range\n");
+    return IsTooLate(*call.client, call.option->until) ? FailTooLate(trace) : RTSP_SUCCESS;
+}
+
+// A header's value must stay on its line.
+bool HasControlCharacter(std::string_view text) {
+    return std::ranges::any_of(text, [](unsigned char c) { return c < ' ' || c == 0x7F; });
+}
+
+} // namespace
+} // namespace rtsptap
+
+using namespace rtsptap;
+
+int32_t RTSPTapSetOption(intptr_t clientHandle, int32_t option, int64_t value) {
+    const CallTrace trace(__func__);
+    const Call call = FindOption(trace, clientHandle, option, Kind::kNumber, true);
+    if (call.result != RTSP_SUCCESS) return call.result;
+    if (const int32_t result = CheckChange(trace, call, value); result != RTSP_SUCCESS) return result;
+    call.option->set(*call.client, value);
+    return RTSP_SUCCESS;
+}
+
+int32_t RTSPTapGetOption(intptr_t clientHandle, int32_t option, int64_t *value) {
+    const CallTrace trace(__func__);
+    const Call call = FindOption(trace, clientHandle, option, Kind::kNumber, value != nullptr);
+    if (call.result == RTSP_SUCCESS) *value = call.option->get(*call.client);
+    return call.result;
+}
+
+int32_t RTSPTapSetOptionText(intptr_t clientHandle, int32_t option, const char *text) {
+    const CallTrace trace(__func__);
+    const Call call = FindOption(trace, clientHandle, option, Kind::kText, text != nullptr);
+    if (call.result != RTSP_SUCCESS) return call.result;
+    const std::string_view value = text;
+    const auto length = static_cast<int64_t>(value.size());
+    if (const int32_t result = CheckChange(trace, call, length); result != RTSP_SUCCESS) return result;
+    if (HasControlCharacter(value))
+        return trace.Fail(RTSPTAP_OUT_OF_RANGE, "EXIT : %s :The text has a control character\n");
+    const std::span<char> place = call.option->text(*call.client);
+    CopyText(place.data(), place.size(), value);
+    return RTSP_SUCCESS;
+}
+
+int32_t RTSPTapGetOptionText(intptr_t clientHandle, int32_t option, char *text, uint32_t *size) {
+    const CallTrace trace(__func__);
+    const Call call = FindOption(trace, clientHandle, option, Kind::kText, size != nullptr);
+    if (call.result != RTSP_SUCCESS) return call.result;
+    const char *const value = call.option->text(*call.client).data();
+    const std::size_t needed = strlen(value) + 1; // a text's field is far shorter than 4 GiB
+    const bool fits = text == nullptr || *size >= needed;
+    *size = static_cast<uint32_t>(needed);
+    if (!fits) return trace.Fail(RTSP_SMALL_BUFFER, "EXIT : %s :Small Buffer received from Application for text\n");
+    if (text != nullptr) memcpy(text, value, needed);
+    return RTSP_SUCCESS;
+}
+
+// ---- rules ----
+
+namespace {
+
+// The client of a call about a rule; null with the call's result in `result`.
+RTSPClient *FindRuleCall(const CallTrace &trace, intptr_t clientHandle, int32_t rule, bool hasArgument,
+                         int32_t &result) {
+    RTSPClient *const client = LiveClient(clientHandle);
+    result = RTSP_SUCCESS;
+    if (client == nullptr || !hasArgument)
+        result = trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid client handle or pointer\n");
+    else if (FindRule(rule) == kNoRule)
+        result = trace.Fail(RTSPTAP_UNKNOWN_RULE, "EXIT : %s :No such rule\n");
+    return result == RTSP_SUCCESS ? client : nullptr;
+}
+
+} // namespace
+
+int32_t RTSPTapShowRule(int32_t index, RTSPTapRule *rule) {
+    const CallTrace trace(__func__);
+    if (index < 0 || rule == nullptr || rule->recordSize < sizeof rule->recordSize)
+        return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid input argument\n");
+    if (static_cast<std::size_t>(index) >= kRuleCount) return RTSP_FAILURE;
+    const RuleRow &row = kRules[index];
+    const auto isOnIn = [&row](int32_t dialect) { return static_cast<int32_t>(row.dialects >> dialect & 1U); };
+    const RTSPTapRule full = {rule->recordSize,
+                              row.number,
+                              row.name,
+                              row.permits,
+                              row.senders,
+                              row.section,
+                              isOnIn(RTSPTAP_DIALECT_EXACT),
+                              isOnIn(RTSPTAP_DIALECT_TOLERANT)};
+    memcpy(rule, &full, std::min<std::size_t>(rule->recordSize, sizeof full));
+    return RTSP_SUCCESS;
+}
+
+int32_t RTSPTapSetRule(intptr_t clientHandle, int32_t rule, int32_t isOn) {
+    const CallTrace trace(__func__);
+    int32_t result = RTSP_SUCCESS;
+    RTSPClient *const client = FindRuleCall(trace, clientHandle, rule, true, result);
+    if (client == nullptr) return result;
+    if (isOn != 0 && isOn != 1) return trace.Fail(RTSPTAP_OUT_OF_RANGE, "EXIT : %s :A rule is on (1) or off (0)\n");
+    if (IsTooLate(*client, Settable::kUntilConnected)) return FailTooLate(trace);
+    client->media.dialect.Set(FindRule(rule), isOn == 1);
+    return RTSP_SUCCESS;
+}
+
+int32_t RTSPTapGetRule(intptr_t clientHandle, int32_t rule, int32_t *isOn) {
+    const CallTrace trace(__func__);
+    int32_t result = RTSP_SUCCESS;
+    const RTSPClient *const client = FindRuleCall(trace, clientHandle, rule, isOn != nullptr, result);
+    if (client != nullptr) *isOn = client->media.dialect.IsOn(FindRule(rule)) ? 1 : 0;
+    return result;
+}
+
+int32_t RTSPTapGetRuleUse(intptr_t clientHandle, int32_t rule, uint64_t *count) {
+    const CallTrace trace(__func__);
+    int32_t result = RTSP_SUCCESS;
+    const RTSPClient *const client = FindRuleCall(trace, clientHandle, rule, count != nullptr, result);
+    if (client != nullptr) *count = client->media.dialect.Uses(FindRule(rule));
+    return result;
+}
