@@ -1,6 +1,14 @@
 /* rtsptap, beyond the base: what a program asks for that needs more than rtsptap.h gives. Same library, same
  * conventions (handles, texts, threads, result codes: see the head of rtsptap.h). A program that calls none of this
  * sees no difference.
+ *
+ * How this header grows
+ *     A program built with one version runs with every later one of the same major number, and may ask which it has
+ *     got (RTSPTapVersion). Functions, options, rules and codes are added; those that exist keep their names, their
+ *     numbers and what they do, and a number that goes out of use is never given to something else. Enumerations
+ * get new members: take values you do not know for "something else". A record begins with recordSize, which the
+ * caller sets to its sizeof: later versions append fields, and fill no more than that size. A default never
+ * changes.
  */
 #ifndef RTSPTAP_EXTENDED_H
 #define RTSPTAP_EXTENDED_H
@@ -10,6 +18,28 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+
+/** The version of this header. RTSPTAP_VERSION_NUMBER is all of it as one number, as RTSPTapVersion gives it. */
+#define RTSPTAP_VERSION_MAJOR 0
+#define RTSPTAP_VERSION_MINOR 1
+#define RTSPTAP_VERSION_PATCH 0
+#define RTSPTAP_VERSION_NUMBER                                                                                     \
+    (RTSPTAP_VERSION_MAJOR * 1000000 + RTSPTAP_VERSION_MINOR * 1000 + RTSPTAP_VERSION_PATCH)
+
+/**
+ * Tells the version of the library that is loaded. Any thread.
+ *
+ * @return as RTSPTAP_VERSION_NUMBER: 1002003 is 1.2.3
+ */
+RTSPTAP_API int32_t RTSPTapVersion(void);
+
+/**
+ * Says what a result code means, in a few words of English without a line end: of RTSPResult, of RTSPTapResult, and
+ * "success" for 0 and above, which are counts and handles. Any thread.
+ *
+ * @return a constant text, never null; "unknown result" for a number that is no code
+ */
+RTSPTAP_API const char *RTSPTapResultText(int32_t code);
 
 /** What the functions of this header return beside the codes of RTSPResult. */
 enum RTSPTapResult {
@@ -40,8 +70,8 @@ enum RTSPTapOption {
  *
  * @param option  RTSPTapOption
  * @param value   in the unit and range that the option names
- * @return 0; RTSP_INVALID_ARGUMENT bad handle; RTSPTAP_UNKNOWN_OPTION; RTSPTAP_OUT_OF_RANGE; RTSPTAP_TOO_LATE. After
- *         a failure everything is as it was.
+ * @return 0; RTSP_INVALID_ARGUMENT bad handle; RTSPTAP_UNKNOWN_OPTION; RTSPTAP_OUT_OF_RANGE; RTSPTAP_TOO_LATE.
+ * After a failure everything is as it was.
  */
 RTSPTAP_API int32_t RTSPTapSetOption(intptr_t clientHandle, int32_t option, int64_t value);
 

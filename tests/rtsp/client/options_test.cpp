@@ -2,6 +2,11 @@
 #include "rtsp/client/options.h"
 #include "tests/support/session.h"
 
+#include <fstream>
+#include <regex>
+#include <set>
+#include <sstream>
+
 namespace rtsptap::test {
 namespace {
 
@@ -73,6 +78,27 @@ TEST(Options, RulesFollowTheDialectUntilTheyAreSetAloneAndWhatTheyForgaveIsTold)
         uint64_t count = 0;
         EXPECT_EQ(RTSPTapGetRuleUse(tolerant, number, &count) + static_cast<int32_t>(count), 1) << number;
     }
+}
+
+std::string TextOf(const std::string &path) {
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    return text.str();
+}
+
+TEST(Options, EveryCodeOfTheHeadersHasAMeaningOfItsOwnAndTheVersionIsTheProjects) {
+    const std::string headers =
+        TextOf(PROJECT_DIR "/include/rtsptap.h") + TextOf(PROJECT_DIR "/include/rtsptap_extended.h");
+    const std::regex codes(R"(RTSP(TAP)?_\w+ = (-\d+))");
+    std::set<std::string> texts = {RTSPTapResultText(1), RTSPTapResultText(-75)};
+    std::size_t count = texts.size();
+    for (std::sregex_iterator at(headers.begin(), headers.end(), codes), end; at != end; ++at, ++count)
+        EXPECT_TRUE(texts.insert(RTSPTapResultText(std::stoi((*at)[2]))).second) << (*at)[0];
+    EXPECT_GT(count, 30U);
+    const int32_t version = RTSPTapVersion();
+    EXPECT_EQ(std::to_string(version / 1000000) + "." + std::to_string(version / 1000 % 1000) + "." +
+                  std::to_string(version % 1000),
+              PROJECT_VERSION);
 }
 
 } // namespace
