@@ -1,12 +1,11 @@
-// A hostile session description: parse it, ask for every line of every stream, release it all.
+// A hostile session description, in each dialect: parse it, ask for every line of every stream, release it all.
 #include "fuzz/fuzz_target.h"
 #include "tests/support/described_client.h"
 
 using rtsptap::test::DescribedClient;
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
-    const std::string_view input = rtsptap::fuzz::TextOf(data, size);
-    DescribedClient described(input, input.substr(0, 80));
+static void Read(std::string_view input, RTSPTapDialect dialect) {
+    DescribedClient described(input, input.substr(0, 80), dialect);
     const int32_t streams = std::min(RTSPClientGetNbStreams(described.handle), 3);
     for (int32_t stream = 0; stream <= streams; ++stream) {
         const RTSPStreamDescription *const is = RTSPClientGetSDPInfo(described.handle, stream);
@@ -17,5 +16,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
             RTSPClientGetSDPFieldInfo(described.handle, stream, name, value, &valueSize);
         }
     }
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
+    const std::string_view input = rtsptap::fuzz::TextOf(data, size);
+    for (const RTSPTapDialect dialect : {RTSPTAP_DIALECT_EXACT, RTSPTAP_DIALECT_TOLERANT}) Read(input, dialect);
     return 0;
 }

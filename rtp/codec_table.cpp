@@ -33,6 +33,13 @@ bool Fits(const Codec &codec, std::string_view name) {
     return name == codec.name;
 }
 
+bool FitsInAnyCase(const Codec &codec, std::string_view name) {
+    if (codec.match != NameMatch::kContained) return EqualIgnoringCase(name, codec.name);
+    for (std::size_t at = 0; at < name.size(); ++at)
+        if (EqualIgnoringCase(name.substr(at, codec.name.size()), codec.name)) return true;
+    return false;
+}
+
 } // namespace
 
 const Codec *FindCodec(int32_t codecType) {
@@ -44,6 +51,12 @@ const Codec *FindCodec(int32_t codecType) {
 const Codec *FindCodecByName(std::string_view encodingName) {
     for (const Codec &codec : kCodecs)
         if (Fits(codec, encodingName)) return &codec;
+    return nullptr;
+}
+
+const Codec *FindCodecInAnyCase(std::string_view encodingName) {
+    for (const Codec &codec : kCodecs)
+        if (FitsInAnyCase(codec, encodingName)) return &codec;
     return nullptr;
 }
 

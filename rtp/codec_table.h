@@ -30,6 +30,8 @@ struct Codec {
 const Codec *FindCodec(int32_t codecType);
 // The first row that fits the name, or null.
 const Codec *FindCodecByName(std::string_view encodingName);
+// The same, whatever the case of its letters.
+const Codec *FindCodecInAnyCase(std::string_view encodingName);
 
 inline bool IsCodecType(int32_t codecType) { return FindCodec(codecType) != nullptr; }
 

@@ -8,7 +8,6 @@
 #include "rtp/stream.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -83,9 +82,6 @@ constexpr uint32_t kFixedWords = 3;
 constexpr uint32_t kExtensionHeader = 4;         // bytes
 constexpr uint16_t kExtensionWordsMask = 0x3FFF; // an extension is shorter than 65536 bytes
 
-constexpr std::array<uint8_t, 7> kStaticPayloadTypes{0, 8, 10, 11, 14, 26, 33};
-constexpr uint8_t kFirstDynamicPayloadType = 96;
-
 struct ReturnToPool {
     PacketPool *pool;
     void operator()(RTPStreamData *packet) const { ReturnPacketRecord(*pool, packet); }
@@ -153,11 +149,6 @@ void CountPacket(RTSPStreamInfo &stream, RTPStreamData &packet) {
     packet.packetIndex = session.packetCounter.fetch_add(1, std::memory_order_relaxed) + 1;
 }
 
-bool IsAcceptedPayloadType(uint8_t payloadType) {
-    if (payloadType >= kFirstDynamicPayloadType) return true;
-    return std::ranges::find(kStaticPayloadTypes, payloadType) != kStaticPayloadTypes.end();
-}
-
 } // namespace
 
 RTPStreamData *ParseRTPData(const RTPDataBuffer *rtpDataBuffer, RTSPStreamInfo *rtspStreamInfo) {
@@ -177,7 +168,7 @@ RTPStreamData *ParseRTPData(const RTPDataBuffer *rtpDataBuffer, RTSPStreamInfo *
     if (header.version != kRtpVersion) return trace.Fail(nullptr, "\tEXIT : %s: RTP Version Invalid Found\n");
     if (header.extension && !CopyExtension(packetBytes, *rtspStreamInfo, *packet))
         return trace.Fail(nullptr, "\tEXIT : %s: Memory Allocation Failed\n");
-    if (!IsAcceptedPayloadType(header.payloadType)) {
+    if (!rtspStreamInfo->payloadTypes.Has(header.payloadType)) {
         RtpRtspErrorPrint("\tEXIT : %s: RTP Payload Type %d unsupported\n", trace.Function(), header.payloadType);
         return nullptr;
     }

@@ -43,6 +43,24 @@ struct RtcpState {
     uint32_t prevCumulativeLost = 0; // cumulativeLost at the previous report
 };
 
+// The payload types that packets of a stream may have. The application thread adds to them before packets come.
+class PayloadTypeSet {
+public:
+    bool Has(uint8_t payloadType) const {
+        return (Half(payloadType).load(std::memory_order_relaxed) & Bit(payloadType)) != 0;
+    }
+    void Add(uint8_t payloadType) {
+        halves_[payloadType / 64].fetch_or(Bit(payloadType), std::memory_order_relaxed);
+    }
+
+private:
+    static uint64_t Bit(uint8_t payloadType) { return uint64_t{1} << payloadType % 64; }
+    const std::atomic<uint64_t> &Half(uint8_t payloadType) const { return halves_[payloadType / 64]; }
+
+    // 0, 8, 10, 11, 14, 26 and 33; 96 and up
+    std::atomic<uint64_t> halves_[2] = {0x2'0400'4D01, 0xFFFF'FFFF'0000'0000};
+};
+
 struct RTSPStreamInfo {
     // ---- Application thread only ----
     RTSPStreamDescription description = {}; // handed out; fmtp, sps, pps, aacConfig owned, free()
@@ -65,6 +83,7 @@ struct RTSPStreamInfo {
     std::atomic<bool> takesFrames{false};        // interleaved: its ring and reports are the connection's affair
     std::atomic<int32_t> codecType{0};           // RTPCodecType, 0 when unknown
     std::atomic<uint8_t> isVideo{0};             // chooses the ring size
+    PayloadTypeSet payloadTypes;                 // packets of others are refused
     std::atomic<RTSPStreamInfo *> next{nullptr};
 
     // ---- Written by whoever receives, read by others ----

@@ -1,36 +1,18 @@
 #include "sdp/sdp_parser.h"
 
-#include "platform/printers.h"
 #include "platform/text.h"
-#include "rtp/codec_table.h"
 #include "rtp/media_session.h"
-#include "rtp/stream.h"
-#include "sdp/codec_config.h"
+#include "sdp/reading.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <locale.h>
 #include <new>
 #include <span>
-#include <string_view>
+#include <utility>
 
 namespace rtsptap {
 namespace {
 
-// ---- one reading in progress ----
-
-// On ParseReceivedSDP's stack, for the readers of lines.
-struct SdpReading {
-    const DescribedSession &to;
-    const CallTrace &trace;           // ParseReceivedSDP's: the readers' failure lines carry its name
-    SDPField **listEnd;               // link that takes the next line
-    RTSPStreamInfo *stream = nullptr; // current media section; null at session level
-};
-
-// A reader's result: RTSP_SUCCESS goes on with the next line, a negative code ends the reading with that
-// code, and this one ends it with success; the lines that follow are ignored.
-constexpr int32_t kEndEarly = 1;
+// ---- readers of lines ----
 
 struct LineReader {
     char letter; // type of the lines it reads
@@ -44,20 +26,18 @@ int32_t ReadWith(std::span<const LineReader> readers, SdpReading &reading, char 
     return RTSP_SUCCESS;
 }
 
-constexpr FailureText kNotANumber = "EXIT : %s :Problem in converting Ascii to Integer value \n";
-
 // ---- session level ----
 
 // o=<user> <id> <version> IN IP4 <address>, c=IN IP4 <address>
 int32_t ReadNetwork(SdpReading &reading, std::string_view value) {
-    if (!Contains(value, "IP4"))
+    if (!Contains(value, "IP4") && !reading.dialect.Permits(Rule::kAnyNetwork))
         return reading.trace.Fail(RTSP_FAILURE, "\tEXIT : %s :Network Type not supported\n");
     return RTSP_SUCCESS;
 }
 
 // t=<start> <stop>
 int32_t ReadSessionTime(SdpReading &reading, std::string_view value) {
-    if (LeadingNumber(After(value, " ")) < 0)
+    if (LeadingNumber(After(value, " ")) < 0 && !reading.dialect.Permits(Rule::kAnySessionTime))
         return reading.trace.Fail(RTSP_FAILURE, "\tEXIT : %s :Invalid Session Time found in SDP\n");
     return RTSP_SUCCESS;
 }
@@ -68,153 +48,39 @@ int32_t ReadSessionLine(SdpReading &reading, char letter, std::string_view value
     return ReadWith(kSessionLines, reading, letter, value);
 }
 
-// ---- attributes of a media section ----
-
-// <clock rate>[/<channels>], the channels of audio only
-int32_t ReadClockAndChannels(SdpReading &reading, std::string_view text) {
-    RTSPStreamDescription &description = reading.stream->description;
-    description.clockRate = LeadingNumber(text);
-    if (description.clockRate == 0) return reading.trace.Fail(RTSP_BAD_NUMBER, kNotANumber);
-
-    std::string_view clockRate;
-    if (description.isVideo != 0 || !Until(text, '/', clockRate)) return RTSP_SUCCESS;
-    description.channels = LeadingNumber(text);
-    return description.channels == 0 ? reading.trace.Fail(RTSP_BAD_NUMBER, kNotANumber) : RTSP_SUCCESS;
-}
-
-// A name without a rule leaves an earlier rtpmap's codec in force. Packets are asked for by codec, from any
-// thread, so it is published when the rest of the map has been read.
-void TakeCodecType(RTSPStreamInfo &stream) {
-    const Codec *const codec = FindCodecByName(stream.description.encodingName);
-    if (codec == nullptr) return;
-    stream.description.codecType = codec->type;
-    stream.codecType.store(codec->type, std::memory_order_release);
-}
-
-// a=rtpmap:<payload number> <encoding name>/<clock rate>[/<channels>]
-int32_t ReadRtpmap(SdpReading &reading, std::string_view value) {
-    RTSPStreamDescription &description = reading.stream->description;
-    std::string_view skipped;
-    if (!Until(value, ':', skipped))
-        return reading.trace.Fail(kEndEarly, "EXIT : %s :Invalid rtpmap value in SDP \n");
-    description.payloadNumber = LeadingNumber(value);
-    if (description.payloadNumber == 0 && !value.starts_with('0'))
-        return reading.trace.Fail(RTSP_FAILURE, kNotANumber);
-
-    std::string_view name;
-    if (!Until(value, ' ', skipped) || !Until(value, '/', name))
-        return reading.trace.Fail(kEndEarly, "EXIT : %s :Invalid rtpmap value in SDP \n");
-    if (name.size() >= sizeof description.encodingName)
-        return reading.trace.Fail(RTSP_FAILURE, "EXIT : %s :Problem in copying Encoding Name \n");
-    CopyText(description.encodingName, name);
-
-    if (const int32_t result = ReadClockAndChannels(reading, value); result != RTSP_SUCCESS) return result;
-    TakeCodecType(*reading.stream);
-    return RTSP_SUCCESS;
-}
-
-// Whether the configuration is found or not, the stream can be received: failures are only told.
-void ExtractCodecConfig(const SdpReading &reading) {
-    RTSPStreamInfo *const stream = reading.stream;
-    const Codec *const codec = FindCodec(stream->description.codecType);
-    switch (codec != nullptr ? codec->config : CodecConfig::kNone) {
-    case CodecConfig::kNone:
-        break;
-    case CodecConfig::kH264ParameterSets:
-        if (ExtractSPSPPS(stream) < 0)
-            reading.trace.Fail(RTSP_FAILURE, "\tEXIT : %s :Unable to extract SPS and PPS from SDP\n");
-        break;
-    case CodecConfig::kAacConfig:
-        if (ExtractAACConfig(stream) < 0)
-            reading.trace.Fail(RTSP_FAILURE, "\tEXIT : %s :Unable to extract AAC Config from SDP\n");
-        break;
-    }
-}
-
-// a=fmtp:<payload number> <name>=<value>; ...
-int32_t ReadFmtp(SdpReading &reading, std::string_view value) {
-    RTSPStreamDescription &description = reading.stream->description;
-    std::string_view skipped;
-    if (!Until(value, ':', skipped)) return RTSP_SUCCESS; // no parameters, nothing to keep
-
-    HeapText fmtp = DuplicateText(value);
-    if (!fmtp) return reading.trace.Fail(RTSP_NO_MEMORY, "\tEXIT : %s :Memory Allocation Failed\n");
-    free(description.fmtp);
-    description.fmtp = fmtp.release();
-    description.fmtpLength = static_cast<int32_t>(value.size());
-    ExtractCodecConfig(reading); // Kept: without a codec yet, from an rtpmap line above, it extracts nothing
-    return RTSP_SUCCESS;
-}
-
-// As atof reads it, words and hexadecimal numbers included, but with a point for its point in every locale.
-double LikeAtof(std::string_view text) {
-    static const locale_t cLocale = newlocale(LC_ALL_MASK, "C", nullptr);
-    char number[1024];
-    CopyText(number, text);
-    return strtod_l(number, nullptr, cLocale);
-}
-
-// a=framerate:<frames per second>
-int32_t ReadFrameRate(SdpReading &reading, std::string_view value) {
-    const std::string_view text = After(value, ":");
-    const double frameRate = LikeAtof(text);
-    if (frameRate == 0.0 && text != "0.0")
-        return reading.trace.Fail(kEndEarly, "EXIT : %s :Invalid SDP framerate\n");
-    reading.stream->description.frameRate = frameRate;
-    return RTSP_SUCCESS;
-}
-
-// a=control:<URL, absolute or relative to the session's>
-int32_t ReadControl(SdpReading &reading, std::string_view value) {
-    const DescribedSession &to = reading.to;
-    char(&url)[sizeof(RTSPStreamInfo::controlUrl)] = reading.stream->controlUrl;
-    std::string_view skipped;
-    if (!Until(value, ':', skipped)) return reading.trace.Fail(kEndEarly, "EXIT : %s :Invalid streamURL field \n");
-    if (value.size() >= sizeof url)
-        return reading.trace.Fail(RTSP_FAILURE, "\tEXIT : %s : Too long stream URI received from Server \n");
-
-    constexpr std::size_t kRelativeUrlSize = 256; // terminator included; longer ones are cut
-    if (Contains(value, "rtsp://"))
-        CopyText(url, value);
-    else
-        (void)snprintf(url, kRelativeUrlSize, "rtsp://%s:%d/%s/%.*s", to.host, to.port, to.path,
-                       static_cast<int>(value.size()), value.data());
-    if (std::string_view(url) == to.path) url[0] = '\0'; // the session's own URL serves then
-    RtpRtspErrorPrint("\n\nINFOINFOINFO : STREAM URI : %s \n\n", url);
-    return RTSP_SUCCESS;
-}
-
-struct AttributeReader {
-    std::string_view mark; // found anywhere in the value
-    int32_t (*read)(SdpReading &reading, std::string_view value);
-};
-
-// In test order: the first mark found decides, so "fmtp:96 control=..." is an fmtp line.
-constexpr AttributeReader kAttributes[] = {
-    {"rtpmap", ReadRtpmap},
-    {"fmtp", ReadFmtp},
-    {"framerate", ReadFrameRate},
-    {"control", ReadControl},
-};
-
-int32_t ReadAttribute(SdpReading &reading, std::string_view value) {
-    for (const AttributeReader &attribute : kAttributes)
-        if (Contains(value, attribute.mark)) return attribute.read(reading, value);
-    return RTSP_SUCCESS;
-}
-
 // ---- media level ----
+
+// Packets of other types than these and the usual ones are refused.
+void AcceptFormats(const SdpReading &reading) {
+    PayloadTypeSet &accepted = reading.stream->payloadTypes;
+    for (const uint8_t type : reading.formats.Types())
+        if (!accepted.Has(type) && reading.dialect.Permits(Rule::kPayloadTypeOfMedia)) accepted.Add(type);
+}
 
 // m=<media> <port> <profile> <payload numbers>
 int32_t ReadMedia(SdpReading &reading, std::string_view value) {
     const uint8_t isVideo = Contains(value, "audio") ? 0 : 1;
     reading.stream->description.isVideo = isVideo;
     reading.stream->isVideo.store(isVideo, std::memory_order_relaxed);
+    reading.formats = MediaFormats(value);
+    AcceptFormats(reading);
     return RTSP_SUCCESS;
+}
+
+// Of other modifiers than AS only TIAS is a stream's bandwidth, in bit/s (RFC 3890); an AS goes before it.
+void TakeOtherBandwidth(RTSPStreamDescription &description, std::string_view value) {
+    constexpr int32_t kBitsPerKilobit = 1000;
+    if (value.starts_with("TIAS:") && description.bandwidth == 0)
+        description.bandwidth = std::max(LeadingNumber(After(value, ":")), 0) / kBitsPerKilobit;
 }
 
 // b=<modifier>:<kilobits per second>
 int32_t ReadBandwidth(SdpReading &reading, std::string_view value) {
+    const bool isUsual = value.starts_with("AS:") && LeadingNumber(After(value, ":")) > 0;
+    if (!isUsual && reading.dialect.Permits(Rule::kAnyBandwidth)) {
+        TakeOtherBandwidth(reading.stream->description, value);
+        return RTSP_SUCCESS;
+    }
     if (LeadingNumber(After(value, ":")) < 1)
         return reading.trace.Fail(RTSP_FAILURE, "\tEXIT : %s :Invalid bandwidth value in SDP\n");
 
@@ -245,9 +111,11 @@ SDPField **EndOfList(SDPField *&head) {
 // From here on the lines belong to a new stream. A stream stays linked and counted whatever its section
 // brings: the application may have been given its number.
 int32_t StartStream(SdpReading &reading) {
+    if (const int32_t result = FinishSection(reading); result != RTSP_SUCCESS) return result;
     RTSPStreamInfo *const stream = AppendStream(reading.to.session, reading.stream);
     if (stream == nullptr) return reading.trace.Fail(RTSP_NO_MEMORY, "\tEXIT : %s :Memory Allocation Failed\n");
     reading.stream = stream;
+    reading.configIsRead = false;
     reading.listEnd = &stream->sdpFieldList;
 
     switch (CreateStreamLocks(*stream)) {
@@ -277,32 +145,78 @@ int32_t KeepLine(SdpReading &reading, char letter, std::string_view value) {
     return RTSP_SUCCESS;
 }
 
-int32_t ReadLine(SdpReading &reading, std::string_view line) {
+constexpr std::string_view kBlanks{" \t\0", 3};
+
+std::string_view WithoutBlanksAround(std::string_view line) {
+    const std::size_t start = std::min(line.find_first_not_of(kBlanks), line.size());
+    return line.substr(start, line.find_last_not_of(kBlanks) + 1 - start);
+}
+
+// Words with one blank between them, and none behind the first colon. Returns the new size.
+std::size_t JoinWords(std::span<char> line) {
+    std::size_t size = 0;
+    bool colonSeen = false;
+    bool dropsBlanks = false;
+    for (const char character : line) {
+        const bool isBlank = Contains(kBlanks, {&character, 1});
+        if (isBlank && dropsBlanks) continue;
+        line[size++] = isBlank ? ' ' : character;
+        const bool isFirstColon = character == ':' && !std::exchange(colonSeen, colonSeen || character == ':');
+        dropsBlanks = isBlank || isFirstColon;
+    }
+    return size;
+}
+
+// The line without blanks where none belong; `storage` keeps it where it is another one. Texts of people's keep
+// those between their words.
+std::string_view TidyLine(const Dialect &dialect, std::string_view line, HeapText &storage) {
+    if (!dialect.IsOn(Rule::kBlanks)) return line;
+    std::string_view tidy = WithoutBlanksAround(line);
+    if (tidy.starts_with("a=") || tidy.starts_with("m=")) {
+        storage = DuplicateText(tidy);
+        if (storage) tidy = {storage.get(), JoinWords({storage.get(), tidy.size()})};
+    }
+    if (tidy.size() != line.size()) (void)dialect.Permits(Rule::kBlanks);
+    return tidy;
+}
+
+int32_t ReadLine(SdpReading &reading, std::string_view received) {
+    HeapText storage;
+    const std::string_view line = TidyLine(reading.dialect, received, storage);
+    if (line.empty()) return RTSP_SUCCESS;
     const char letter = line.front();
     const std::string_view value = line.substr(std::min<std::size_t>(2, line.size()));
 
     if (letter == 'm')
         if (const int32_t result = StartStream(reading); result != RTSP_SUCCESS) return result;
     if (const int32_t result = KeepLine(reading, letter, value); result != RTSP_SUCCESS) return result;
-    return reading.stream == nullptr ? ReadSessionLine(reading, letter, value)
-                                     : ReadMediaLine(reading, letter, value);
+    return Judge(reading, reading.stream == nullptr ? ReadSessionLine(reading, letter, value)
+                                                    : ReadMediaLine(reading, letter, value));
 }
 
 } // namespace
 
-int32_t ParseReceivedSDP(const char *text, const DescribedSession &to) {
-    const CallTrace trace(__func__);
-    RtpRtspErrorPrint("\t\nENTIRE SDP : %s \n\n", text);
+int32_t Judge(const SdpReading &reading, int32_t result) {
+    const bool isUnreadable = result == kEndEarly || result == RTSP_FAILURE || result == RTSP_BAD_NUMBER;
+    return isUnreadable && reading.dialect.Permits(Rule::kMalformedLine) ? RTSP_SUCCESS : result;
+}
 
-    std::string_view rest = text;
+int32_t ParseReceivedSDP(std::string_view text, const DescribedSession &to) {
+    const CallTrace trace(__func__);
+    RtpRtspErrorPrint("\t\nENTIRE SDP : %s \n\n", text.data());
+
+    const Dialect &dialect = to.session.dialect;
+    const std::size_t nul = text.find('\0');
+    std::string_view rest = nul == text.npos || dialect.Permits(Rule::kNulByte) ? text : text.substr(0, nul);
     std::string_view line;
     if (!NextLine(rest, line) || line.front() != 'v')
         return trace.Fail(RTSP_FAILURE, "\tEXIT : %s :Invalid SDP received\n");
 
-    SdpReading reading{.to = to, .trace = trace, .listEnd = EndOfList(to.lines)};
+    SdpReading reading{.to = to, .dialect = dialect, .trace = trace, .listEnd = EndOfList(to.lines)};
     int32_t result = RTSP_SUCCESS;
     do result = ReadLine(reading, line);
     while (result == RTSP_SUCCESS && NextLine(rest, line));
+    if (result == RTSP_SUCCESS) result = FinishSection(reading);
     return result == kEndEarly ? RTSP_SUCCESS : result;
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 namespace rtsptap {
 
@@ -17,8 +18,9 @@ struct DescribedSession {
     const char *path;
 };
 
-// 0 on success, also when a malformed attribute ends the reading early; RTSP_FAILURE, RTSP_BAD_NUMBER,
-// RTSP_MUTEX_FAILED or RTSP_NO_MEMORY otherwise. Streams made so far stay, whatever the result.
-int32_t ParseReceivedSDP(const char *text, const DescribedSession &to);
+// Reads `text`, which a terminator follows. 0 on success, also when a malformed attribute ends the reading early;
+// RTSP_FAILURE, RTSP_BAD_NUMBER, RTSP_MUTEX_FAILED or RTSP_NO_MEMORY otherwise. Streams made so far stay, whatever
+// the result.
+int32_t ParseReceivedSDP(std::string_view text, const DescribedSession &to);
 
 } // namespace rtsptap

@@ -16,6 +16,7 @@ struct DescribeParts {
     HeapText part;                // the description as far as the first reply carried it
     int32_t partLength = 0;       // bytes
     int32_t firstReplyLength = 0; // bytes of the first reply in responseBuff
+    std::size_t length = 0;       // bytes of the description as stored
 };
 
 namespace {
@@ -80,6 +81,7 @@ int32_t StoreDescription(Exchange &exchange) {
     if (!second.empty()) memcpy(text + first, second.data(), second.size());
     free(exchange.client->receivedSDP);
     exchange.client->receivedSDP = text;
+    exchange.describe->length = first + second.size();
     return RTSP_SUCCESS;
 }
 
@@ -98,7 +100,7 @@ int32_t ParseDescription(Exchange &exchange) {
     RTSPClient &client = *exchange.client;
     const DescribedSession described{client.media, client.sdpFieldList, client.serverIp, client.serverPort,
                                      client.sessionName};
-    if (ParseReceivedSDP(client.receivedSDP, described) == RTSP_FAILURE)
+    if (ParseReceivedSDP({client.receivedSDP, exchange.describe->length}, described) == RTSP_FAILURE)
         return exchange.trace.Fail(RTSP_BAD_RESPONSE, "EXIT : %s : Problem occured while parsing SDP data \n");
     RtpRtspInfoPrint("SDP received from server and parsed successfully .... \n");
     return RTSP_SUCCESS;

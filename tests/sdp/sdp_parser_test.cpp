@@ -44,6 +44,8 @@ std::string Summary(const RTSPStreamInfo &stream) {
     tell(" for ", is.aacChannels);
     tell(" fmtp ", is.fmtp != nullptr ? is.fmtp : "");
     tell(" url ", stream.controlUrl);
+    for (uint8_t type = 0; type < 128; ++type)
+        if (stream.payloadTypes.Has(type) && !RTSPStreamInfo{}.payloadTypes.Has(type)) tell(" takes ", int{type});
     return text.str();
 }
 
@@ -66,6 +68,27 @@ std::string Reading(const std::string &sdp, const std::string &session) {
 TEST(SdpParser, MakesOfADescriptionWhatItsRowTells) {
     for (const auto &row : Rows("descriptions.txt"))
         EXPECT_EQ(Reading(Lines(row.at(1)), row[0]), row.at(2)) << row[1];
+}
+
+// The rules that were needed, each with its uses.
+std::string RulesUsed(const Dialect &dialect) {
+    std::string text;
+    for (std::size_t i = 0; i < kRuleCount; ++i)
+        if (const uint64_t uses = dialect.Uses(Rule{i}); uses != 0)
+            text += (text.empty() ? "" : " ") + std::to_string(kRules[i].number) + "*" + std::to_string(uses);
+    return text;
+}
+
+TEST(SdpParser, MakesOfADescriptionInEachDialectWhatItsRowTells) {
+    for (const auto &row : Rows("tolerated_descriptions.txt")) {
+        const CapturedStdout out;
+        const std::string sdp = Lines(row[0]);
+        DescribedClient exact(sdp), tolerant(sdp, "live", RTSPTAP_DIALECT_TOLERANT);
+        EXPECT_EQ(Summaries(exact), row.at(1)) << row[0];
+        EXPECT_EQ(RulesUsed(exact.client.media.dialect), "") << row[0];
+        EXPECT_EQ(Summaries(tolerant), row.at(2)) << row[0];
+        EXPECT_EQ(RulesUsed(tolerant.client.media.dialect), row.at(3)) << row[0];
+    }
 }
 
 TEST(SdpParser, EveryLineIsKeptInTheListOfItsLevel) {

@@ -9,14 +9,17 @@
 namespace rtsptap::test {
 
 struct DescribedClient {
-    explicit DescribedClient(std::string_view sdp, std::string_view sessionName = "live") {
+    explicit DescribedClient(std::string_view sdp, std::string_view sessionName = "live",
+                             RTSPTapDialect dialect = RTSPTAP_DIALECT_EXACT) {
+        client.media.dialect.Choose(dialect);
         CopyText(client.sessionName, sessionName);
         CopyText(client.serverIp, "10.0.0.2");
         client.serverPort = 554;
         client.connected = 1;
         client.receivedSDP = DuplicateText(sdp).release();
-        result = ParseReceivedSDP(client.receivedSDP, {client.media, client.sdpFieldList, client.serverIp,
-                                                       client.serverPort, client.sessionName});
+        result =
+            ParseReceivedSDP({client.receivedSDP, sdp.size()}, {client.media, client.sdpFieldList, client.serverIp,
+                                                                client.serverPort, client.sessionName});
     }
     ~DescribedClient() { RTSPClientDestroy(handle); }
     DescribedClient(DescribedClient &&) = delete; // nor copied

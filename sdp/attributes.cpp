@@ -1,0 +1,285 @@
+#include "platform/text.h"
+#include "rtp/codec_table.h"
+#include "rtp/media_session.h"
+#include "sdp/codec_config.h"
+#include "sdp/reading.h"
+
+#include <algorithm>
+#include <bitset>
+#include <cstdio>
+#include <cstdlib>
+#include <iterator>
+#include <locale.h>
+#include <optional>
+#include <utility>
+
+namespace rtsptap {
+namespace {
+
+// ---- attributes of a media section ----
+
+// What a clock rate that is left out must be; 0 when it may be any.
+int32_t UsualClockRate(const RTSPStreamDescription &description) {
+    constexpr int32_t kVideoClockRate = 90000;
+    if (description.isVideo != 0) return kVideoClockRate;
+    const StaticFormat *const known = FindStaticFormat(description.payloadNumber);
+    return known != nullptr ? known->clockRate : 0;
+}
+
+// <clock rate>[/<channels>], the channels of audio only
+int32_t ReadClockAndChannels(SdpReading &reading, std::string_view text) {
+    RTSPStreamDescription &description = reading.stream->description;
+    description.clockRate = LeadingNumber(text);
+    if (description.clockRate == 0 && reading.dialect.Permits(Rule::kNoClockRate))
+        description.clockRate = UsualClockRate(description);
+    else if (description.clockRate == 0)
+        return reading.trace.Fail(RTSP_BAD_NUMBER, kNotANumber);
+
+    std::string_view clockRate;
+    if (description.isVideo != 0 || !Until(text, '/', clockRate)) return RTSP_SUCCESS;
+    description.channels = LeadingNumber(text);
+    if (description.channels != 0 || reading.dialect.Permits(Rule::kNoClockRate)) return RTSP_SUCCESS;
+    return reading.trace.Fail(RTSP_BAD_NUMBER, kNotANumber);
+}
+
+const Codec *FindCodecOf(const Dialect &dialect, std::string_view name) {
+    if (const Codec *const codec = FindCodecByName(name); codec != nullptr) return codec;
+    const Codec *const codec = FindCodecInAnyCase(name);
+    return codec != nullptr && dialect.Permits(Rule::kNameInAnyCase) ? codec : nullptr;
+}
+
+// A name without a rule leaves an earlier rtpmap's codec in force. Packets are asked for by codec, from any
+// thread, so it is published when the rest of the map has been read.
+void TakeCodecType(RTSPStreamInfo &stream, const Dialect &dialect) {
+    const Codec *const codec = FindCodecOf(dialect, stream.description.encodingName);
+    if (codec == nullptr) return;
+    stream.description.codecType = codec->type;
+    stream.codecType.store(codec->type, std::memory_order_release);
+}
+
+// <encoding name>/
+bool TakeEncodingName(const SdpReading &reading, std::string_view &text, std::string_view &name) {
+    if (Until(text, '/', name)) return true;
+    name = std::exchange(text, {});
+    return !name.empty() && reading.dialect.Permits(Rule::kNoClockRate);
+}
+
+// a=rtpmap:<payload number> <encoding name>/<clock rate>[/<channels>]
+int32_t ReadRtpmap(SdpReading &reading, std::string_view value) {
+    RTSPStreamDescription &description = reading.stream->description;
+    std::string_view skipped;
+    if (!Until(value, ':', skipped))
+        return reading.trace.Fail(kEndEarly, "EXIT : %s :Invalid rtpmap value in SDP \n");
+    description.payloadNumber = LeadingNumber(value);
+    if (description.payloadNumber == 0 && !value.starts_with('0'))
+        return reading.trace.Fail(RTSP_FAILURE, kNotANumber);
+
+    std::string_view name;
+    if (!Until(value, ' ', skipped) || !TakeEncodingName(reading, value, name))
+        return reading.trace.Fail(kEndEarly, "EXIT : %s :Invalid rtpmap value in SDP \n");
+    if (name.size() >= sizeof description.encodingName)
+        return reading.trace.Fail(RTSP_FAILURE, "EXIT : %s :Problem in copying Encoding Name \n");
+    CopyText(description.encodingName, name);
+
+    if (const int32_t result = ReadClockAndChannels(reading, value); result != RTSP_SUCCESS) return result;
+    TakeCodecType(*reading.stream, reading.dialect);
+    return RTSP_SUCCESS;
+}
+
+// Whether the configuration is found or not, the stream can be received: failures are only told.
+void ExtractCodecConfig(SdpReading &reading) {
+    RTSPStreamInfo *const stream = reading.stream;
+    const Codec *const codec = FindCodec(stream->description.codecType);
+    reading.configIsRead = codec != nullptr;
+    switch (codec != nullptr ? codec->config : CodecConfig::kNone) {
+    case CodecConfig::kNone:
+        break;
+    case CodecConfig::kH264ParameterSets:
+        if (ExtractSPSPPS(stream) < 0)
+            reading.trace.Fail(RTSP_FAILURE, "\tEXIT : %s :Unable to extract SPS and PPS from SDP\n");
+        break;
+    case CodecConfig::kAacConfig:
+        if (ExtractAACConfig(stream) < 0)
+            reading.trace.Fail(RTSP_FAILURE, "\tEXIT : %s :Unable to extract AAC Config from SDP\n");
+        break;
+    }
+}
+
+// a=fmtp:<payload number> <name>=<value>; ...
+int32_t ReadFmtp(SdpReading &reading, std::string_view value) {
+    RTSPStreamDescription &description = reading.stream->description;
+    std::string_view skipped;
+    if (!Until(value, ':', skipped)) return RTSP_SUCCESS; // no parameters, nothing to keep
+
+    HeapText fmtp = DuplicateText(value);
+    if (!fmtp) return reading.trace.Fail(RTSP_NO_MEMORY, "\tEXIT : %s :Memory Allocation Failed\n");
+    free(description.fmtp);
+    description.fmtp = fmtp.release();
+    description.fmtpLength = static_cast<int32_t>(value.size());
+    ExtractCodecConfig(reading); // Kept: without a codec yet, from an rtpmap line above, it extracts nothing
+    return RTSP_SUCCESS;
+}
+
+// As atof reads it, words and hexadecimal numbers included, but with a point for its point in every locale.
+double LikeAtof(std::string_view text) {
+    static const locale_t cLocale = newlocale(LC_ALL_MASK, "C", nullptr);
+    char number[1024];
+    CopyText(number, text);
+    return strtod_l(number, nullptr, cLocale);
+}
+
+// a=framerate:<frames per second>
+int32_t ReadFrameRate(SdpReading &reading, std::string_view value) {
+    const std::string_view text = After(value, ":");
+    double frameRate = LikeAtof(text);
+    if (frameRate == 0.0 && text != "0.0") {
+        if (!reading.dialect.Permits(Rule::kAnyFrameRate))
+            return reading.trace.Fail(kEndEarly, "EXIT : %s :Invalid SDP framerate\n");
+        frameRate = LikeAtof(After(value, "="));
+    }
+    reading.stream->description.frameRate = frameRate;
+    return RTSP_SUCCESS;
+}
+
+// a=control:<URL, absolute or relative to the session's>
+int32_t ReadControl(SdpReading &reading, std::string_view value) {
+    const DescribedSession &to = reading.to;
+    char(&url)[sizeof(RTSPStreamInfo::controlUrl)] = reading.stream->controlUrl;
+    std::string_view skipped;
+    if (!Until(value, ':', skipped)) return reading.trace.Fail(kEndEarly, "EXIT : %s :Invalid streamURL field \n");
+    if (value.size() >= sizeof url)
+        return reading.trace.Fail(RTSP_FAILURE, "\tEXIT : %s : Too long stream URI received from Server \n");
+
+    constexpr std::size_t kRelativeUrlSize = 256; // terminator included; longer ones are cut
+    if (Contains(value, "rtsp://"))
+        CopyText(url, value);
+    else
+        (void)snprintf(url, kRelativeUrlSize, "rtsp://%s:%d/%s/%.*s", to.host, to.port, to.path,
+                       static_cast<int>(value.size()), value.data());
+    if (std::string_view(url) == to.path) url[0] = '\0'; // the session's own URL serves then
+    RtpRtspErrorPrint("\n\nINFOINFOINFO : STREAM URI : %s \n\n", url);
+    return RTSP_SUCCESS;
+}
+
+// ---- which attribute a line is ----
+
+struct Attribute {
+    std::string_view mark; // found anywhere in the value
+    int32_t (*read)(SdpReading &reading, std::string_view value);
+    bool isOfFormat = false; // tells of one payload type
+    std::string_view otherName = {};
+};
+
+// In test order: the first mark found decides, so "fmtp:96 control=..." is an fmtp line.
+constexpr Attribute kAttributes[] = {
+    {"rtpmap", ReadRtpmap, true},
+    {"fmtp", ReadFmtp, true},
+    {"framerate", ReadFrameRate, false, "x-framerate"},
+    {"control", ReadControl},
+};
+
+const Attribute *FindByMark(std::string_view value) {
+    const auto *const found = std::ranges::find_if(
+        kAttributes, [value](const Attribute &attribute) { return Contains(value, attribute.mark); });
+    return found == std::end(kAttributes) ? nullptr : found;
+}
+
+const Attribute *FindByName(std::string_view value) {
+    const std::string_view name = value.substr(0, value.find_first_of(":= "));
+    const auto *const found = std::ranges::find_if(kAttributes, [name](const Attribute &attribute) {
+        return name == attribute.mark || (!name.empty() && name == attribute.otherName);
+    });
+    return found == std::end(kAttributes) ? nullptr : found;
+}
+
+const Attribute *FindAttribute(const Dialect &dialect, std::string_view value) {
+    return dialect.IsOn(Rule::kAttributeByName) ? FindByName(value) : FindByMark(value);
+}
+
+// ---- the section as a whole ----
+
+// What the line of an attribute says of one payload type is about; -1 when it names none.
+int32_t PayloadTypeOf(std::string_view value) {
+    const std::string_view number = After(value, ":");
+    return !number.empty() && IsDigit(number.front()) ? LeadingNumber(number) : -1;
+}
+
+bool IsRtpmap(const Attribute *attribute) { return attribute != nullptr && attribute->read == ReadRtpmap; }
+
+template <typename Visit> void ForEachAttribute(const SdpReading &reading, Visit visit) {
+    for (const SDPField *line = reading.stream->sdpFieldList; line != nullptr; line = line->next)
+        if (line->name[0] == 'a') visit(FindAttribute(reading.dialect, line->value), std::string_view(line->value));
+}
+
+// The first payload type of the m= line that the description, or everybody, knows; -1 when there is none.
+int32_t ChooseFormat(const SdpReading &reading) {
+    std::bitset<128> isMapped;
+    std::optional<int32_t> last; // what the last rtpmap is about
+    ForEachAttribute(reading, [&](const Attribute *attribute, std::string_view value) {
+        if (!IsRtpmap(attribute)) return;
+        last = PayloadTypeOf(value);
+        if (*last >= 0 && *last < static_cast<int32_t>(isMapped.size()))
+            isMapped.set(static_cast<std::size_t>(*last));
+    });
+    const bool knowsStatic = reading.dialect.IsOn(Rule::kStaticPayloadType);
+    for (const uint8_t type : reading.formats.Types()) {
+        if (!isMapped[type] && !(knowsStatic && FindStaticFormat(type) != nullptr)) continue;
+        if (last && *last != type) (void)reading.dialect.Permits(Rule::kFormatOfMedia);
+        return type;
+    }
+    return -1;
+}
+
+// Parameters of a payload type that the m= line does not name are those of the chosen one.
+int32_t ReadFormat(SdpReading &reading) {
+    const int32_t chosen = ChooseFormat(reading);
+    int32_t result = RTSP_SUCCESS;
+    ForEachAttribute(reading, [&](const Attribute *attribute, std::string_view value) {
+        if (result != RTSP_SUCCESS || attribute == nullptr || !attribute->isOfFormat) return;
+        const int32_t type = PayloadTypeOf(value);
+        const bool isForeign = !IsRtpmap(attribute) && !reading.formats.Has(type);
+        if (chosen < 0 || type == chosen || isForeign) result = Judge(reading, attribute->read(reading, value));
+    });
+    return result;
+}
+
+// The first payload type of the m= line is what it is for everybody, when nothing else is said of the section.
+void TakeStaticFormat(const SdpReading &reading) {
+    RTSPStreamDescription &description = reading.stream->description;
+    if (description.encodingName[0] != '\0') return;
+    for (const uint8_t type : reading.formats.Types()) {
+        const StaticFormat *const known = FindStaticFormat(type);
+        if (known == nullptr || !reading.dialect.Permits(Rule::kStaticPayloadType)) continue;
+        CopyText(description.encodingName, known->encodingName);
+        description.payloadNumber = type;
+        description.clockRate = known->clockRate;
+        description.channels = known->channels;
+        return TakeCodecType(*reading.stream, reading.dialect);
+    }
+}
+
+} // namespace
+
+int32_t ReadAttribute(SdpReading &reading, std::string_view value) {
+    const Attribute *attribute = FindByMark(value);
+    if (attribute != FindByName(value) && reading.dialect.Permits(Rule::kAttributeByName))
+        attribute = FindByName(value);
+    if (attribute == nullptr) return RTSP_SUCCESS;
+    if (attribute->isOfFormat && reading.dialect.IsOn(Rule::kFormatOfMedia)) return RTSP_SUCCESS; // at its end
+    return attribute->read(reading, value);
+}
+
+int32_t FinishSection(SdpReading &reading) {
+    if (reading.stream == nullptr) return RTSP_SUCCESS;
+    const Dialect &dialect = reading.dialect;
+    if (dialect.IsOn(Rule::kFormatOfMedia))
+        if (const int32_t result = ReadFormat(reading); result != RTSP_SUCCESS) return result;
+    TakeStaticFormat(reading);
+    const RTSPStreamDescription &description = reading.stream->description;
+    if (description.fmtp != nullptr && description.codecType != 0 && !reading.configIsRead &&
+        dialect.Permits(Rule::kParametersFirst))
+        ExtractCodecConfig(reading);
+    return RTSP_SUCCESS;
+}
+
+} // namespace rtsptap

@@ -1,0 +1,41 @@
+// One reading of a description in progress, as the readers of lines share it. On ParseReceivedSDP's stack; inside
+// this folder only.
+#pragma once
+
+#include "dialect/dialect.h"
+#include "platform/printers.h"
+#include "rtp/stream.h"
+#include "sdp/media_formats.h"
+#include "sdp/sdp_parser.h"
+
+#include <string_view>
+
+namespace rtsptap {
+
+struct SdpReading {
+    const DescribedSession &to;
+    const Dialect &dialect;           // the session's
+    const CallTrace &trace;           // ParseReceivedSDP's: the readers' failure lines carry its name
+    SDPField **listEnd;               // link that takes the next line
+    RTSPStreamInfo *stream = nullptr; // current media section; null at session level
+    MediaFormats formats = {};        // of its m= line
+    bool configIsRead = false;        // its parameters have met its codec
+};
+
+// A reader's result: RTSP_SUCCESS goes on with the next line, a negative code ends the reading with that
+// code, and this one ends it with success; the lines that follow are ignored.
+inline constexpr int32_t kEndEarly = 1;
+
+inline constexpr FailureText kNotANumber = "EXIT : %s :Problem in converting Ascii to Integer value \n";
+
+// What a reader says of a line, unless the line may be passed over.
+int32_t Judge(const SdpReading &reading, int32_t result);
+
+// ---- attributes of a media section: attributes.cpp ----
+
+int32_t ReadAttribute(SdpReading &reading, std::string_view value);
+
+// When all lines of the section have been read: what depends on several of them. Without a section nothing.
+int32_t FinishSection(SdpReading &reading);
+
+} // namespace rtsptap
