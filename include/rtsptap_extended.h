@@ -46,7 +46,8 @@ enum RTSPTapResult {
     RTSPTAP_UNKNOWN_OPTION = -101, /* no option of this kind (number or text) has that number */
     RTSPTAP_OUT_OF_RANGE = -102,   /* the value is below the lowest, above the highest, or no such text */
     RTSPTAP_TOO_LATE = -103,       /* the client is connected: it would count no more */
-    RTSPTAP_UNKNOWN_RULE = -104    /* no rule has that number */
+    RTSPTAP_UNKNOWN_RULE = -104,   /* no rule has that number */
+    RTSPTAP_READ_ONLY = -105       /* the option is told, not set */
 };
 
 /** How a client reads what servers send: value of RTSPTAP_OPTION_DIALECT. */
@@ -62,7 +63,31 @@ enum RTSPTapOption {
     RTSPTAP_OPTION_DIALECT = 1,
     /** Text of 1 to 127 bytes without control characters, by default "Rtp Rtsp Client"; any time. The User-Agent
      *  header of requests (RFC 2326, 12.41), unless the request's header list has one. */
-    RTSPTAP_OPTION_USER_AGENT = 2
+    RTSPTAP_OPTION_USER_AGENT = 2,
+    /** Milliseconds, 0 to 3600000, by default 0: as long as the system tries, which may be minutes; any time. How
+     * long RTSPClientConnect may take; then it gives RTSP_CONNECT_FAILED. */
+    RTSPTAP_OPTION_CONNECT_LIMIT = 3,
+    /** Milliseconds, 1 to 3600000, by default 25000; any time. How long a method waits for its reply; then it gives
+     *  RTSP_RESPONSE_TIMEOUT. */
+    RTSPTAP_OPTION_REPLY_LIMIT = 4,
+    /** Milliseconds, 0 to 3600000, by default 0: as RTSPTAP_OPTION_REPLY_LIMIT; any time. The same for TEARDOWN. */
+    RTSPTAP_OPTION_TEARDOWN_LIMIT = 5,
+    /** Milliseconds, 1 to 3600000, by default 5000; any time. How long RTPClientGetRTPStreamData and
+     *  RTPClientPeekRTPStreamData wait, up to 50 ms more; calls under way keep theirs. */
+    RTSPTAP_OPTION_PACKET_LIMIT = 6,
+    /** Bytes, 0 to 1073741824, by default 0: 1048576 for unicast, the system's own for multicast and without RTSP;
+     * any time, counts for sockets opened later. The receive buffer (SO_RCVBUF) asked for each RTP socket. The
+     * system grants net.core.rmem_max at most, silently; a key frame of a camera may take 1 MiB at once. */
+    RTSPTAP_OPTION_RECEIVE_BUFFER = 7,
+    /** Bytes, told only: what the system granted to the RTP socket that was opened last; 0 before the first. */
+    RTSPTAP_OPTION_RECEIVE_BUFFER_GRANTED = 8,
+    /** Port, 1024 to 65534, by default 2000; any time, counts from the next SETUP on. With RTSPTAP_OPTION_LAST_PORT
+     *  where the local UDP ports of a SETUP lie: the next pair, RTP on an even port and RTCP above it, that is
+     * free, or RTSP_SOCKET_FAILED when none is. While both have their default, ports are counted up as rtsptap.h
+     * says. */
+    RTSPTAP_OPTION_FIRST_PORT = 9,
+    /** Port, 1025 to 65535, by default 59999: the last one that may be taken, for RTCP. */
+    RTSPTAP_OPTION_LAST_PORT = 10
 };
 
 /**
@@ -88,7 +113,7 @@ RTSPTAP_API int32_t RTSPTapGetOption(intptr_t clientHandle, int32_t option, int6
  *
  * @param text  copied
  * @return 0; RTSP_INVALID_ARGUMENT bad handle or pointer; RTSPTAP_UNKNOWN_OPTION; RTSPTAP_OUT_OF_RANGE;
- *         RTSPTAP_TOO_LATE. After a failure everything is as it was.
+ * RTSPTAP_TOO_LATE; RTSPTAP_READ_ONLY. After a failure everything is as it was.
  */
 RTSPTAP_API int32_t RTSPTapSetOptionText(intptr_t clientHandle, int32_t option, const char *text);
 

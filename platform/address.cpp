@@ -2,10 +2,14 @@
 
 #include "platform/system.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
+#include <cerrno>
 #include <cstddef>
 #include <cstring>
+#include <fcntl.h>
 #include <netinet/in.h>
+#include <poll.h>
 
 namespace rtsptap {
 namespace {
@@ -45,6 +49,32 @@ int OpenStreamSocket() { return socket(kFamily, SOCK_STREAM | SOCK_CLOEXEC, IPPR
 int OpenDatagramSocket() { return socket(kFamily, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP); }
 
 bool ConnectTo(int socket, const Address &address) { return connect(socket, Raw(address), address.length) == 0; }
+
+namespace {
+
+// Whether a connection that is being made was made in time.
+bool AwaitConnection(int socket, int limitMs) {
+    const uint64_t deadline = MonotonicMs() + static_cast<uint64_t>(limitMs);
+    pollfd made = {socket, POLLOUT, 0};
+    int ready = -1;
+    do ready = poll(&made, 1, static_cast<int>(deadline - std::min(MonotonicMs(), deadline)));
+    while (ready < 0 && errno == EINTR);
+    int error = ETIMEDOUT;
+    socklen_t length = sizeof error;
+    if (ready > 0 && getsockopt(socket, SOL_SOCKET, SO_ERROR, &error, &length) != 0) return false;
+    errno = error;
+    return error == 0;
+}
+
+} // namespace
+
+bool ConnectWithin(int socket, const Address &address, int limitMs) {
+    if (limitMs == 0) return ConnectTo(socket, address);
+    const int flags = fcntl(socket, F_GETFL);
+    if (flags < 0 || fcntl(socket, F_SETFL, flags | O_NONBLOCK) != 0) return false;
+    const bool isMade = ConnectTo(socket, address) || (errno == EINPROGRESS && AwaitConnection(socket, limitMs));
+    return isMade && fcntl(socket, F_SETFL, flags) == 0;
+}
 
 bool BindTo(int socket, const Address &address) { return bind(socket, Raw(address), address.length) == 0; }
 

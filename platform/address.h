@@ -31,6 +31,8 @@ int OpenDatagramSocket();
 
 // False with errno.
 bool ConnectTo(int socket, const Address &address);
+// The same within `limitMs`, which signals do not end; 0: as long as the system lets it.
+bool ConnectWithin(int socket, const Address &address, int limitMs);
 bool BindTo(int socket, const Address &address);
 // Receives what is sent to the group, on the interface that the system chooses. False with errno.
 bool JoinGroup(int socket, const char *group);

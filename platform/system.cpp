@@ -56,14 +56,20 @@ int FailedLine(const char *line) {
     return RTSP_FAILURE;
 }
 
-int WaitUntil(pthread_cond_t *condition, pthread_mutex_t *mutex, clockid_t clock, const timespec &deadline) {
+int NothingCame(uint64_t waitMs) {
+    if (waitMs == rtsptap::kConditionWaitMs)
+        RtpRtspErrorPrint("No data received in 5 sec ...\n");
+    else
+        RtpRtspErrorPrint("No data received in %llu ms ...\n", static_cast<unsigned long long>(waitMs));
+    return RTSP_FAILURE;
+}
+
+int WaitUntil(pthread_cond_t *condition, pthread_mutex_t *mutex, clockid_t clock, const timespec &deadline,
+              uint64_t waitMs) {
     int result = -1;
     if (condition != nullptr && mutex != nullptr)
         result = pthread_cond_clockwait(condition, mutex, clock, &deadline);
-    if (result == ETIMEDOUT) {
-        RtpRtspErrorPrint("No data received in 5 sec ...\n");
-        return RTSP_FAILURE;
-    }
+    if (result == ETIMEDOUT) return NothingCame(waitMs);
     if (result < 0) {
         RtpRtspErrorPrint("Unable to wait for condition variable\n");
         return RTSP_FAILURE;
@@ -109,9 +115,11 @@ int DestroyConditionVar(pthread_cond_t *condition) {
     return result < 0 ? FailedLine("Unable to destroy condition variable") : RTSP_SUCCESS;
 }
 
-int rtsptap::WaitForConditionUntil(pthread_cond_t *condition, pthread_mutex_t *mutex, uint64_t deadlineMs) {
+int rtsptap::WaitForConditionUntil(pthread_cond_t *condition, pthread_mutex_t *mutex, uint64_t deadlineMs,
+                                   uint64_t waitMs) {
     return WaitUntil(condition, mutex, CLOCK_MONOTONIC,
-                     {static_cast<time_t>(deadlineMs / 1000), static_cast<long>(deadlineMs % 1000) * 1000000});
+                     {static_cast<time_t>(deadlineMs / 1000), static_cast<long>(deadlineMs % 1000) * 1000000},
+                     waitMs);
 }
 
 int WaitForConditionVar(pthread_cond_t *condition, pthread_mutex_t *mutex) {
@@ -119,7 +127,8 @@ int WaitForConditionVar(pthread_cond_t *condition, pthread_mutex_t *mutex) {
     uint32_t seconds = 0;
     uint32_t microseconds = 0;
     GetPresentTimeInSec(&seconds, &microseconds);
-    return WaitUntil(condition, mutex, CLOCK_REALTIME, {time_t{seconds} + kWaitSeconds, long{microseconds} * 1000});
+    return WaitUntil(condition, mutex, CLOCK_REALTIME, {time_t{seconds} + kWaitSeconds, long{microseconds} * 1000},
+                     rtsptap::kConditionWaitMs);
 }
 
 RTSPTAP_WEAK_NAME(MutexInit)

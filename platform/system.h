@@ -25,7 +25,9 @@ inline uint64_t MonotonicMs() {
 inline constexpr uint64_t kConditionWaitMs = 5000; // how long WaitForConditionVar waits
 
 // WaitForConditionVar with its end given, in milliseconds of the monotonic clock (MonotonicMs), which nobody sets.
-int WaitForConditionUntil(pthread_cond_t *condition, pthread_mutex_t *mutex, uint64_t deadlineMs);
+// What is printed then says that nothing came for `waitMs`.
+int WaitForConditionUntil(pthread_cond_t *condition, pthread_mutex_t *mutex, uint64_t deadlineMs,
+                          uint64_t waitMs = kConditionWaitMs);
 
 // ---- Receiving with flags of the caller's ----
 

@@ -152,6 +152,16 @@ void CloseRtpSocket(RTSPStreamInfo &stream) {
 
 void CloseRtcpSocket(RTSPStreamInfo &stream) { StopAndClose(stream.rtcpThread, stream.rtcpSocket); }
 
+bool SizeReceiveBuffer(MediaSession &session, int socket, int byDefault) {
+    const int asked = session.receiveBuffer != 0 ? static_cast<int>(session.receiveBuffer) : byDefault;
+    const bool isSet = asked == 0 || setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &asked, sizeof asked) == 0;
+    int granted = 0; // twice what was granted: the system counts its own records (socket(7))
+    socklen_t length = sizeof granted;
+    if (getsockopt(socket, SOL_SOCKET, SO_RCVBUF, &granted, &length) == 0)
+        session.receiveBufferGranted = granted / 2;
+    return isSet;
+}
+
 // ---- the end ----
 
 void RetireEndedStreams(MediaSession &session) {

@@ -34,11 +34,16 @@ struct MediaSession {
     std::atomic<int32_t> overflowLimit{0};             // ms
     std::atomic<int32_t> videoBufferSize{0};           // bytes of a video stream's receive ring
     std::atomic<int32_t> audioBufferSize{0};           // bytes of an audio stream's receive ring
+    std::atomic<int64_t> packetLimitMs{5000};          // how long a packet is waited for
     std::atomic<RTSPStreamInfo *> streamList{nullptr}; // append-only while threads live; owned
     std::atomic<uint32_t> channelChanges{1};           // how often the list, or a stream's channel, has changed
     // Owned: of ended sessions, kept for packets and descriptions.
     std::atomic<RTSPStreamInfo *> retiredStreams{nullptr};
     SharedAddress server; // of the RTSP server: reports go to a port of it
+
+    // ---- Application thread ----
+    int64_t receiveBuffer = 0;        // bytes asked for each RTP socket; 0: what its kind has by default
+    int64_t receiveBufferGranted = 0; // bytes that the last one got
 
     // ---- Written by whoever receives ----
     std::atomic<uint32_t> packetCounter{0}; // RTP packets parsed over all streams
@@ -92,6 +97,10 @@ void CloseConnectionAndStreams(MediaSession &session);
 // Close one socket of a stream; a thread that receives on it is stopped.
 void CloseRtpSocket(RTSPStreamInfo &stream);
 void CloseRtcpSocket(RTSPStreamInfo &stream);
+
+// Asks for the socket receive buffer that the session is set to, or for `byDefault` bytes, 0 of which leave the
+// system's; notes what was granted. False when the system refuses.
+bool SizeReceiveBuffer(MediaSession &session, int socket, int byDefault);
 
 // ---- The end of a session: application thread ----
 

@@ -33,7 +33,7 @@ bool SessionIsOver(const MediaSession &session) { return session.streamCount.loa
 
 // Sleeps until any datagram or frame has been handled, accepted or not, or reception ends. Both are looked at once
 // more under signalLock, where no signal can slip by.
-void SleepUntilSignalled(RTSPStreamInfo &stream, uint32_t endsBefore, uint64_t deadlineMs) {
+void SleepUntilSignalled(RTSPStreamInfo &stream, uint32_t endsBefore, uint64_t deadlineMs, uint64_t waitMs) {
     ReceiveTurn &turn = stream.receiving ? stream.session->connection.turn : stream.turn;
     const ScopedLock lock(stream.signalLock);
     stream.handledBeforeWait = stream.handled.load(std::memory_order_acquire);
@@ -42,7 +42,7 @@ void SleepUntilSignalled(RTSPStreamInfo &stream, uint32_t endsBefore, uint64_t d
     const bool isOver = stream.receptionsEnded.load(std::memory_order_seq_cst) != endsBefore;
     if (stream.packetListHead.load(std::memory_order_seq_cst) == nullptr && !isOver &&
         !SessionIsOver(*stream.session))
-        WaitForConditionUntil(&stream.dataCondition, &stream.signalLock, deadlineMs);
+        WaitForConditionUntil(&stream.dataCondition, &stream.signalLock, deadlineMs, waitMs);
     turn.sleepers.fetch_sub(1, std::memory_order_relaxed);
     stream.waitingReaders.fetch_sub(1, std::memory_order_seq_cst);
 }
@@ -51,10 +51,11 @@ void SleepUntilSignalled(RTSPStreamInfo &stream, uint32_t endsBefore, uint64_t d
 void WaitForPacket(RTSPStreamInfo &stream) {
     if (stream.packetListHead.load(std::memory_order_acquire) != nullptr) return;
     const uint32_t endsBefore = stream.receptionsEnded.load(std::memory_order_seq_cst);
-    const uint64_t deadlineMs = MonotonicMs() + kConditionWaitMs;
+    const uint64_t waitMs = static_cast<uint64_t>(stream.session->packetLimitMs.load(std::memory_order_relaxed));
+    const uint64_t deadlineMs = MonotonicMs() + waitMs;
     TurnEnd end = ServeAsReader(kRtpService, stream, deadlineMs);
     if (end == TurnEnd::kNotDone) end = ServeAsReader(kInterleavedService, stream, deadlineMs);
-    if (end == TurnEnd::kNotDone) SleepUntilSignalled(stream, endsBefore, deadlineMs);
+    if (end == TurnEnd::kNotDone) SleepUntilSignalled(stream, endsBefore, deadlineMs, waitMs);
 }
 
 // Kept: underflowLimit alone decides. A queue that has reached targetLatency is held back all the same.

@@ -66,6 +66,7 @@ int32_t OpenPort(const CallTrace &trace, RTSPStreamInfo &stream, uint16_t port) 
     if (!rtpSocket.IsOpen()) return trace.Fail(RTSP_FAILURE, "EXIT : %s :RTSP Client socket creation failed\n");
     if (!BindTo(rtpSocket.Get(), AnyAddress(port)))
         return trace.Fail(RTSP_FAILURE, "EXIT : %s :Unable to bind on specified port \n");
+    SizeReceiveBuffer(*stream.session, rtpSocket.Get(), 0); // what the system gives will do
     stream.rtpSocket = rtpSocket.Release();
     return RTSP_SUCCESS;
 }

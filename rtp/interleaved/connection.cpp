@@ -110,7 +110,8 @@ void ReleaseConnection(Connection &connection) {
 
 // ---- replies ----
 
-void BeginAwaiting(Connection &connection) {
+void BeginAwaiting(Connection &connection, int limitMs) {
+    connection.replyLimitMs = limitMs;
     TakePostedReply(connection);
     ++connection.exchangeCount; // whoever serves the connection drops text that is older
     connection.awaitingReply = true;
@@ -137,7 +138,7 @@ RecvBufferPtr TakePostedReply(Connection &connection) {
 }
 
 RecvBufferPtr WaitForPostedReply(Connection &connection) {
-    const uint64_t deadlineMs = MonotonicMs() + kReplyTimeoutMs;
+    const uint64_t deadlineMs = MonotonicMs() + static_cast<uint64_t>(connection.replyLimitMs);
     const timespec deadline{static_cast<time_t>(deadlineMs / 1000), static_cast<long>(deadlineMs % 1000) * 1000000};
     const ScopedLock lock(connection.replyLock);
     for (int waited = 0; waited != ETIMEDOUT;) {

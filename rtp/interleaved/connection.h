@@ -19,7 +19,7 @@ namespace rtsptap {
 struct RTSPStreamInfo;
 
 inline constexpr uint32_t kReplyBytes = 33792;        // the most that one reply may hold
-inline constexpr int kReplyTimeoutMs = 25000;         // how long a reply is waited for
+inline constexpr int kReplyTimeoutMs = 25000;         // how long a reply is waited for by default
 inline constexpr std::size_t kFrameHeaderBytes = 4;   // "$", channel, length
 inline constexpr std::size_t kReadAheadBytes = 65536; // asked of the socket at once
 inline constexpr std::size_t kReaderBytes = kReadAheadBytes + kFrameHeaderBytes + 65535; // and the longest frame
@@ -86,6 +86,9 @@ Fill FillReader(ReadAhead &reader, int timeoutMs);
 // ---- The connection ----
 
 struct Connection {
+    // ---- Application thread ----
+    int replyLimitMs = kReplyTimeoutMs; // how long the reply of the exchange under way is waited for
+
     // ---- Written by the application thread, read by the receive threads ----
     std::atomic<int32_t> socket{-1};
     std::atomic<bool> awaitingReply{false}; // an exchange waits: a paused connection is read on
@@ -113,7 +116,7 @@ void ReleaseConnection(Connection &connection);
 // ---- Replies ----
 
 // Before a request goes out: forgets a reply that nobody waited for, and lets a paused connection be read.
-void BeginAwaiting(Connection &connection);
+void BeginAwaiting(Connection &connection, int limitMs = kReplyTimeoutMs);
 // The exchange is over.
 void EndAwaiting(Connection &connection);
 
@@ -122,7 +125,7 @@ void EndAwaiting(Connection &connection);
 bool PostReply(Connection &connection, std::string_view text);
 // The reply that was posted, if one was.
 RecvBufferPtr TakePostedReply(Connection &connection);
-// The same, when one comes within kReplyTimeoutMs. Application thread.
+// The same, when one comes within replyLimitMs. Application thread.
 RecvBufferPtr WaitForPostedReply(Connection &connection);
 
 } // namespace rtsptap

@@ -374,7 +374,7 @@ RecvBufferPtr ReceiveReplyAmongFrames(MediaSession &session, int32_t &failure) {
     ReadAhead *const reader = OpenReader(session.connection);
     if (reader == nullptr) return nullptr;
     SizeRings(session);
-    const uint64_t deadline = MonotonicMs() + kReplyTimeoutMs;
+    const uint64_t deadline = MonotonicMs() + static_cast<uint64_t>(session.connection.replyLimitMs);
     for (bool closed = false;;) {
         const bool graceIsOver = ReplyGraceLeft(*reader) == 0;
         const bool goesOn = TakeUnits(session, *reader, ReplyEnd::kFirstFrame, closed, graceIsOver);

@@ -15,6 +15,9 @@
 
 namespace rtsptap {
 
+inline constexpr int64_t kFirstCommonPort = 2000; // local UDP ports that all clients count up together
+inline constexpr int64_t kLastCommonPort = 59999;
+
 struct RequestMsg;
 struct ResponseMsg;
 struct SDPField;
@@ -32,6 +35,12 @@ struct RTSPClient {
     uint16_t multicastPort = 0; // host order
     intptr_t mtuCallBack = 0;   // stored, never called
     Authentication authentication;
+    int64_t connectLimitMs = 0;             // 0: the system's
+    int64_t replyLimitMs = kReplyTimeoutMs; // of every method
+    int64_t teardownLimitMs = 0;            // of TEARDOWN; 0: as the others
+    int64_t firstPort = kFirstCommonPort;   // local UDP ports: these two stand for the counting of all clients
+    int64_t lastPort = kLastCommonPort;
+    int64_t lastPortTaken = 0;               // within ports of the client's own
     char userAgent[128] = "Rtp Rtsp Client"; // of requests whose header list has none
 
     // ---- Exchanges ----

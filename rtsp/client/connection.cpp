@@ -44,7 +44,8 @@ int32_t OpenConnection(const CallTrace &trace, RTSPClient &client, const Address
     UniqueSocket connection(OpenStreamSocket());
     if (!connection.IsOpen())
         return trace.Fail(RTSP_SOCKET_FAILED, "EXIT : %s :RTSP Client socket creation failed\n");
-    if (!ReserveSuperseded(client) || !ConnectTo(connection.Get(), address))
+    if (!ReserveSuperseded(client) ||
+        !ConnectWithin(connection.Get(), address, static_cast<int>(client.connectLimitMs)))
         return trace.Fail(RTSP_CONNECT_FAILED, "EXIT : %s :Connection Error \n");
     descriptor = connection.Release();
     return RTSP_SUCCESS;

@@ -87,9 +87,19 @@ int32_t GenerateRequest(Exchange &exchange) {
     return exchange.trace.Fail(RTSP_REQUEST_NOT_BUILT, exchange.method.notGenerated);
 }
 
+namespace {
+
+int ReplyLimit(const Exchange &exchange) {
+    const RTSPClient &client = *exchange.client;
+    const bool hasItsOwn = exchange.method.method == RTSP_TEARDOWN && client.teardownLimitMs > 0;
+    return static_cast<int>(hasItsOwn ? client.teardownLimitMs : client.replyLimitMs);
+}
+
+} // namespace
+
 int32_t SendRequest(Exchange &exchange) {
     ReleaseRecvBuffer(std::exchange(exchange.client->lastReply, nullptr));
-    BeginAwaiting(exchange.client->media.connection);
+    BeginAwaiting(exchange.client->media.connection, ReplyLimit(exchange));
     // Kept: a refused send (RTSP_SEND_FAILED) is no failure here; the wait for the reply then fails.
     if (SendRequestMessage(exchange.client->media.connection, exchange.client->requestMsg) == RTSP_FAILURE)
         return exchange.trace.Fail(RTSP_SEND_FAILED, "EXIT : %s :Problem in Sending request to Server \n");
@@ -102,10 +112,10 @@ namespace {
 
 // Above 0 when the socket can be read, 0 after the time-out, negative when waiting failed. A missing socket
 // is a failure at once: poll would sit out the time-out on it.
-int WaitReadable(int fd) {
+int WaitReadable(int fd, int limitMs) {
     if (fd < 0) return RTSP_FAILURE;
     pollfd waiting{.fd = fd, .events = POLLIN, .revents = 0};
-    const int ready = poll(&waiting, 1, kReplyTimeoutMs);
+    const int ready = poll(&waiting, 1, limitMs);
     return (waiting.revents & POLLNVAL) != 0 ? RTSP_FAILURE : ready;
 }
 
@@ -121,14 +131,15 @@ RecvBuffer *ClientReadMessage(RTSPClient *rtspClient, uint32_t readSize, int32_t
     RecvBufferPtr message(CreateRecvBuffer(room));
     if (!message) return trace.Fail(kNone, "\tEXIT : %s :Memory Allocation Failed\n");
 
-    const int ready = WaitReadable(rtspClient->media.connection.socket);
+    const Connection &connection = rtspClient->media.connection;
+    const int ready = WaitReadable(connection.socket, connection.replyLimitMs);
     if (ready < 0) return trace.Fail(kNone, "\tEXIT : %s :Socket select call failed\n");
     if (ready == 0) {
         *errCode = RTSP_RESPONSE_TIMEOUT;
         return trace.Fail(kNone, "\tEXIT : %s :No data received and timeout the session\n");
     }
     // One receive is one message, wherever the segments of the connection end.
-    message->length = TCPSockRecv(rtspClient->media.connection.socket, message->data, static_cast<int>(room));
+    message->length = TCPSockRecv(connection.socket, message->data, static_cast<int>(room));
     if (message->length <= 0) return nullptr;
     DebugPrint(kDebugEntry, "\tData Received: \n%s\n", message->data);
     return message.release();

@@ -14,13 +14,36 @@ namespace {
 int64_t GetDialect(const RTSPClient &client) { return client.media.dialect.Chosen(); }
 void SetDialect(RTSPClient &client, int64_t value) { client.media.dialect.Choose(static_cast<int32_t>(value)); }
 
+template <auto field> int64_t Get(const RTSPClient &client) { return client.*field; }
+template <auto field> void Set(RTSPClient &client, int64_t value) { client.*field = value; }
+template <auto field> int64_t GetOfMedia(const RTSPClient &client) { return client.media.*field; }
+template <auto field> void SetOfMedia(RTSPClient &client, int64_t value) { client.media.*field = value; }
 template <auto field> std::span<char> Text(RTSPClient &client) { return client.*field; }
+
+constexpr int64_t kLongestLimitMs = 3600000;
+constexpr int64_t kLargestBuffer = 1 << 30;
 
 constexpr Option kOptions[] = {
     {RTSPTAP_OPTION_DIALECT, "dialect", "", RTSPTAP_DIALECT_EXACT, RTSPTAP_DIALECT_TOLERANT, RTSPTAP_DIALECT_EXACT,
      Settable::kUntilConnected, GetDialect, SetDialect},
     {RTSPTAP_OPTION_USER_AGENT, "User-Agent of requests", "bytes", 1, sizeof RTSPClient::userAgent - 1, 0,
      Settable::kAlways, nullptr, nullptr, Text<&RTSPClient::userAgent>, "Rtp Rtsp Client"},
+    {RTSPTAP_OPTION_CONNECT_LIMIT, "limit of connecting", "ms", 0, kLongestLimitMs, 0, Settable::kAlways,
+     Get<&RTSPClient::connectLimitMs>, Set<&RTSPClient::connectLimitMs>},
+    {RTSPTAP_OPTION_REPLY_LIMIT, "limit of a reply", "ms", 1, kLongestLimitMs, kReplyTimeoutMs, Settable::kAlways,
+     Get<&RTSPClient::replyLimitMs>, Set<&RTSPClient::replyLimitMs>},
+    {RTSPTAP_OPTION_TEARDOWN_LIMIT, "limit of the reply to TEARDOWN", "ms", 0, kLongestLimitMs, 0,
+     Settable::kAlways, Get<&RTSPClient::teardownLimitMs>, Set<&RTSPClient::teardownLimitMs>},
+    {RTSPTAP_OPTION_PACKET_LIMIT, "limit of the wait for a packet", "ms", 1, kLongestLimitMs, 5000,
+     Settable::kAlways, GetOfMedia<&MediaSession::packetLimitMs>, SetOfMedia<&MediaSession::packetLimitMs>},
+    {RTSPTAP_OPTION_RECEIVE_BUFFER, "socket receive buffer", "bytes", 0, kLargestBuffer, 0, Settable::kAlways,
+     GetOfMedia<&MediaSession::receiveBuffer>, SetOfMedia<&MediaSession::receiveBuffer>},
+    {RTSPTAP_OPTION_RECEIVE_BUFFER_GRANTED, "socket receive buffer granted", "bytes", 0, kLargestBuffer, 0,
+     Settable::kNever, GetOfMedia<&MediaSession::receiveBufferGranted>, nullptr},
+    {RTSPTAP_OPTION_FIRST_PORT, "first local UDP port", "", 1024, 65534, kFirstCommonPort, Settable::kAlways,
+     Get<&RTSPClient::firstPort>, Set<&RTSPClient::firstPort>},
+    {RTSPTAP_OPTION_LAST_PORT, "last local UDP port", "", 1025, 65535, kLastCommonPort, Settable::kAlways,
+     Get<&RTSPClient::lastPort>, Set<&RTSPClient::lastPort>},
 };
 
 } // namespace
@@ -60,6 +83,8 @@ int32_t FailTooLate(const CallTrace &trace) {
 }
 
 int32_t CheckChange(const CallTrace &trace, const Call &call, int64_t value) {
+    if (call.option->until == Settable::kNever)
+        return trace.Fail(RTSPTAP_READ_ONLY, "EXIT : %s :The option is only told\n");
     if (value < call.option->lowest || value > call.option->highest)
         return trace.Fail(RTSPTAP_OUT_OF_RANGE, "EXIT : %s :The value is out of the option's range\n");
     return IsTooLate(*call.client, call.option->until) ? FailTooLate(trace) : RTSP_SUCCESS;

@@ -12,7 +12,7 @@ namespace rtsptap {
 struct RTSPClient;
 
 // Until when an option may be set.
-enum class Settable { kUntilConnected, kAlways };
+enum class Settable { kNever, kUntilConnected, kAlways };
 
 struct Option {
     int32_t number;    // RTSPTapOption
@@ -22,9 +22,9 @@ struct Option {
     int64_t highest;   // the same
     int64_t byDefault; // of a number
     Settable until;
-    // Where a number lies; null for a text.
+    // Where a number lies; both null for a text.
     int64_t (*get)(const RTSPClient &client);
-    void (*set)(RTSPClient &client, int64_t value);
+    void (*set)(RTSPClient &client, int64_t value); // null: it is only told
     // Where a text lies, with room for its terminator.
     std::span<char> (*text)(RTSPClient &client) = nullptr;
     const char *textByDefault = nullptr;

@@ -42,6 +42,7 @@ constexpr Meaning kMeanings[] = {
     {RTSPTAP_OUT_OF_RANGE, "the value is out of its range"},
     {RTSPTAP_TOO_LATE, "too late: the client is connected"},
     {RTSPTAP_UNKNOWN_RULE, "no such rule"},
+    {RTSPTAP_READ_ONLY, "the option is only told"},
 };
 
 } // namespace

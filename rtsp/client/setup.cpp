@@ -29,9 +29,9 @@ void AddUserTransport(Exchange &exchange) {
 void AddOwnTransport(Exchange &exchange) {
     char value[kTransportBytes] = {};
     if (exchange.client->media.dataProto == DATA_PROTO_UDP) {
-        const int port = gblClientRtspUdpPort;
+        const int port = exchange.setup->localPort;
         snprintf(value, sizeof value, "RTP/AVP/UDP;unicast;client_port=%d-%d", port, port + 1);
-        exchange.setup->stream->clientPort = gblClientRtspUdpPort;
+        exchange.setup->stream->clientPort = exchange.setup->localPort;
     } else {
         const auto channel = static_cast<int32_t>(exchange.setup->stream->interleavedChannel);
         snprintf(value, sizeof value, "RTP/AVP/TCP;unicast;interleaved=%d-%d", channel, channel + 1);

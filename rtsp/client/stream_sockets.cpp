@@ -14,8 +14,8 @@ uint16_t gblClientRtspUdpPort = 2000;
 
 namespace {
 
-constexpr uint32_t kFirstPort = 2000;
-constexpr uint32_t kLastPort = 59999;
+constexpr uint32_t kFirstPort = kFirstCommonPort;
+constexpr uint32_t kLastPort = kLastCommonPort;
 constexpr uint32_t kPortStep = 2; // an RTP port and the RTCP port above it (RFC 3550, 11)
 constexpr uint32_t kPortsPerRound = (kLastPort + 1 - kFirstPort) / kPortStep;
 constexpr uint32_t kRoundSleepMs = 10;
@@ -34,6 +34,13 @@ void BindToNextFreePort(int socket) {
     }
 }
 
+void UseRtpPort(Exchange &exchange, int socket, uint16_t port) {
+    exchange.setup->localPort = port;
+    RtpRtspInfoPrint("Using Client Port %d \n", port);
+    if (!SizeReceiveBuffer(exchange.client->media, socket, kRtpReceiveBufferBytes))
+        RtpRtspInfoPrint(" %s : Failed to set SO_RCVBUF of UDP socket \n", exchange.trace.Function());
+}
+
 int32_t BindRtp(Exchange &exchange, int socket) {
     if (exchange.setup->userClientPort == 0) {
         BindToNextFreePort(socket);
@@ -45,15 +52,13 @@ int32_t BindRtp(Exchange &exchange, int socket) {
                 "EXIT : %s :Can not bind to the user given client port of Transport header \n");
         exchange.setup->stream->clientPort = exchange.setup->userClientPort;
     }
-    RtpRtspInfoPrint("Using Client Port %d \n", gblClientRtspUdpPort);
-    if (setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &kRtpReceiveBufferBytes, sizeof kRtpReceiveBufferBytes) != 0)
-        RtpRtspInfoPrint(" %s : Failed to set SO_RCVBUF of UDP socket \n", exchange.trace.Function());
+    UseRtpPort(exchange, socket, gblClientRtspUdpPort);
     return RTSP_SUCCESS;
 }
 
 // Kept: an RTCP port that is taken fails the SETUP, also after an automatic choice.
 int32_t BindRtcp(const Exchange &exchange, int socket) {
-    const uint32_t port = uint32_t{gblClientRtspUdpPort} + 1;
+    const uint32_t port = uint32_t{exchange.setup->localPort} + 1;
     if (!BindToPort(socket, port))
         return exchange.trace.Fail(
             RTSP_INVALID_HEADER_LIST,
@@ -62,12 +67,41 @@ int32_t BindRtcp(const Exchange &exchange, int socket) {
     return RTSP_SUCCESS;
 }
 
+// ---- ports of the client's own ----
+
+bool HasPortsOfItsOwn(const RTSPClient &client) {
+    return client.firstPort != kFirstCommonPort || client.lastPort != kLastCommonPort;
+}
+
+bool OpenPair(Exchange &exchange, uint32_t port) {
+    UniqueSocket rtp(OpenDatagramSocket());
+    UniqueSocket rtcp(OpenDatagramSocket());
+    if (!BindToPort(rtp.Get(), port) || !BindToPort(rtcp.Get(), port + 1)) return false;
+    UseRtpPort(exchange, rtp.Get(), static_cast<uint16_t>(port));
+    exchange.setup->stream->rtpSocket = rtp.Release();
+    exchange.setup->stream->rtcpSocket = rtcp.Release();
+    return true;
+}
+
+// The next pair that is free, both of it. Counted up here, too: what an earlier session was sent may still come.
+int32_t OpenOwnPair(Exchange &exchange) {
+    RTSPClient &client = *exchange.client;
+    const int64_t first = client.firstPort + client.firstPort % kPortStep;
+    for (int64_t tried = first; tried < client.lastPort; tried += kPortStep) {
+        const int64_t next = client.lastPortTaken + kPortStep;
+        client.lastPortTaken = next < first || next >= client.lastPort ? first : next;
+        if (OpenPair(exchange, static_cast<uint32_t>(client.lastPortTaken))) return RTSP_SUCCESS;
+    }
+    return exchange.trace.Fail(RTSP_SOCKET_FAILED, "EXIT : %s :No pair of ports is free in the client's range\n");
+}
+
 } // namespace
 
 int32_t OpenUdpPair(Exchange &exchange) {
     RTSPStreamInfo &stream = *exchange.setup->stream;
     CloseRtpSocket(stream); // of an earlier SETUP of the same stream
     CloseRtcpSocket(stream);
+    if (HasPortsOfItsOwn(*exchange.client) && exchange.setup->userClientPort == 0) return OpenOwnPair(exchange);
     UniqueSocket rtp(OpenDatagramSocket());
     if (!rtp.IsOpen())
         return exchange.trace.Fail(RTSP_SOCKET_FAILED, "EXIT : %s :RTSP Client socket creation failed\n");
@@ -108,6 +142,7 @@ int32_t OpenGroupSocket(Exchange &exchange) {
     const int on = 1;
     if (setsockopt(stream.rtpSocket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0)
         exchange.trace.Fail(RTSP_MULTICAST_FAILED, "EXIT : %s :Failed to set Reuseaddr \n");
+    SizeReceiveBuffer(exchange.client->media, stream.rtpSocket, 0);
     if (!BindTo(stream.rtpSocket, AnyAddress(exchange.client->multicastPort)))
         return exchange.trace.Fail(RTSP_MULTICAST_FAILED, "EXIT : %s :Can not bind to multicast port\n");
     return RTSP_SUCCESS;

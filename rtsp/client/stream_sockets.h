@@ -18,6 +18,7 @@ struct SetupParts {
     RTSPStreamInfo *stream = nullptr; // the stream set up
     Undo undo = Undo::kNothing;
     uint16_t userClientPort = 0;   // from the user's Transport header; 0 when not given
+    uint16_t localPort = 0;        // of RTP, that of RTCP is the next one; over UDP, when the sockets are open
     bool hasUserTransport = false; // the list has such a header
 };
 

@@ -1,8 +1,14 @@
 // What can be set of a client by number, and the rules of its dialect.
+#include "platform/address.h"
+#include "platform/system.h"
+#include "rtp/stream.h"
 #include "rtsp/client/options.h"
+#include "rtsp/client/stream_sockets.h"
 #include "tests/support/session.h"
 
+#include <fcntl.h>
 #include <fstream>
+#include <netinet/in.h>
 #include <regex>
 #include <set>
 #include <sstream>
@@ -38,6 +44,10 @@ TEST(Options, EachHasItsDefaultAndTakesWhatItsRangeSays) {
         int64_t value = -1;
         EXPECT_EQ(RTSPTapGetOption(client, number, &value), 0);
         EXPECT_EQ(value, option.byDefault) << number;
+        if (option.set == nullptr) {
+            EXPECT_EQ(RTSPTapSetOption(client, number, option.lowest), RTSPTAP_READ_ONLY);
+            continue;
+        }
         for (const int64_t good : {option.lowest, option.highest}) {
             EXPECT_EQ(RTSPTapSetOption(client, number, good), 0) << number;
             for (const int64_t bad : {option.lowest - 1, option.highest + 1})
@@ -78,6 +88,91 @@ TEST(Options, RulesFollowTheDialectUntilTheyAreSetAloneAndWhatTheyForgaveIsTold)
         uint64_t count = 0;
         EXPECT_EQ(RTSPTapGetRuleUse(tolerant, number, &count) + static_cast<int32_t>(count), 1) << number;
     }
+}
+
+void Set(intptr_t client, int32_t option, int64_t value) { EXPECT_EQ(RTSPTapSetOption(client, option, value), 0); }
+int64_t Get(intptr_t client, int32_t option) {
+    int64_t value = -1;
+    EXPECT_EQ(RTSPTapGetOption(client, option, &value), 0);
+    return value;
+}
+
+// Each end comes long before the one that is there by default.
+TEST(Options, WaitsEndAtTheirLimits) {
+    const CapturedStdout output;
+    Session udp(kUdp, CLIENT_READY_STATE, {{"PLAY ", Stall()}}); // a read of its own
+    Set(udp, RTSPTAP_OPTION_REPLY_LIMIT, 20);
+    Session first(kTcp, CLIENT_READY_STATE, {{"PLAY ", Stall()}}); // among frames
+    Set(first, RTSPTAP_OPTION_REPLY_LIMIT, 20);
+    Session tcp(kTcp, CLIENT_PLAYING_STATE, {{"PAUSE ", Stall()}, {"TEARDOWN ", Stall()}, {"TEARDOWN ", Stall()}});
+    Set(tcp, RTSPTAP_OPTION_PACKET_LIMIT, 20);
+    EXPECT_LT(SecondsOf([&] {
+                  EXPECT_EQ(udp.Play(), RTSP_RESPONSE_TIMEOUT);
+                  EXPECT_EQ(first.Play(), RTSP_RESPONSE_TIMEOUT);
+                  RTPStreamData *packet = nullptr;
+                  EXPECT_EQ(RTPClientGetRTPStreamData(tcp, &packet, kVideo), RTSP_FAILURE);
+                  Set(tcp, RTSPTAP_OPTION_REPLY_LIMIT, 20); // also of a reply that the thread hands over
+                  EXPECT_EQ(tcp.Pause(), RTSP_RESPONSE_TIMEOUT);
+                  EXPECT_EQ(tcp.Teardown(), RTSP_RESPONSE_TIMEOUT);
+                  Set(tcp, RTSPTAP_OPTION_REPLY_LIMIT, 3600000);
+                  Set(tcp, RTSPTAP_OPTION_TEARDOWN_LIMIT, 20);
+                  EXPECT_EQ(tcp.Teardown(), RTSP_RESPONSE_TIMEOUT);
+              }),
+              4);
+}
+
+// A listener whose queue is full lets nobody in, and refuses nobody.
+TEST(Options, ConnectingEndsAtItsLimitAlsoAmongSignals) {
+    const CapturedStdout output;
+    const ScriptedServer server({});
+    const Client good, waiting;
+    const int listener = OpenStreamSocket();
+    ASSERT_TRUE(BindTo(listener, ReadAddress("127.0.0.1", 0)) && listen(listener, 0) == 0);
+    sockaddr_in bound = {};
+    socklen_t length = sizeof bound;
+    getsockname(listener, reinterpret_cast<sockaddr *>(&bound), &length);
+    const uint16_t port = ntohs(bound.sin_port);
+    const UniqueSocket queued(OpenStreamSocket());
+    EXPECT_TRUE(ConnectTo(queued.Get(), ReadAddress("127.0.0.1", port)));
+    Set(waiting, RTSPTAP_OPTION_CONNECT_LIMIT, 100);
+    Set(good, RTSPTAP_OPTION_CONNECT_LIMIT, 20000);
+    {
+        const std::jthread signals = Interruptions();
+        EXPECT_LT(SecondsOf([&] {
+                      EXPECT_EQ(RTSPClientConnect(waiting, "127.0.0.1", port, "live", kUdp, 0),
+                                RTSP_CONNECT_FAILED);
+                  }),
+                  10);
+        EXPECT_EQ(RTSPClientConnect(good, "127.0.0.1", server.Port(), "live", kUdp, 0), 0);
+    }
+    EXPECT_EQ(fcntl(RecordOf(good).media.connection.socket, F_GETFL) & O_NONBLOCK, 0); // as without a limit
+    CloseSock(listener);
+}
+
+TEST(Options, PortsComeFromTheClientsOwnRangeAndSocketsHaveTheBufferAskedFor) {
+    const CapturedStdout output;
+    const uint16_t port = FreePair();
+    const UdpPeer taken(Plus(port, 3)); // the RTCP port of the next pair
+    Session session(kUdp, CLIENT_DESCRIBE_SENT_STATE, Times(3, {"SETUP ", Ok()}));
+    Set(session, RTSPTAP_OPTION_FIRST_PORT, port - 1);
+    Set(session, RTSPTAP_OPTION_LAST_PORT, port + 4);
+    Set(session, RTSPTAP_OPTION_RECEIVE_BUFFER, 65536);
+    EXPECT_EQ(session.Setup(1), 0);
+    EXPECT_EQ(session.ClientPort(1), port);
+    EXPECT_EQ(Get(session, RTSPTAP_OPTION_RECEIVE_BUFFER_GRANTED), 65536);
+    int held = 0;
+    socklen_t length = sizeof held;
+    getsockopt(RecordOf(session).media.streamList.load()->rtpSocket, SOL_SOCKET, SO_RCVBUF, &held, &length);
+    EXPECT_EQ(held, 2 * 65536);
+    EXPECT_EQ(session.Setup(2), RTSP_SOCKET_FAILED); // the one is taken, half of the next, and there is no third
+    Set(session, RTSPTAP_OPTION_LAST_PORT, port + 5);
+    EXPECT_EQ(session.Setup(2), 0);
+    EXPECT_EQ(session.ClientPort(2), port + 4);
+    Set(session, RTSPTAP_OPTION_FIRST_PORT, 2000);
+    Set(session, RTSPTAP_OPTION_LAST_PORT, 59999);
+    const uint16_t common = gblClientRtspUdpPort; // others have not heard of those ports
+    EXPECT_EQ(session.Setup(2), 0);
+    EXPECT_GT(session.ClientPort(2), common);
 }
 
 std::string TextOf(const std::string &path) {
