@@ -80,7 +80,11 @@ void ClearMarksBefore(const Table &table, std::size_t at) {
 } // namespace
 
 bool IsLiveHandle(intptr_t handle) {
-    return Find(*currentTable.load(std::memory_order_acquire), handle) != nullptr;
+    const Table &table = *currentTable.load(std::memory_order_acquire);
+    if (handle == kEmpty || handle == kRemoved) return false;
+    // Nearly always where the search would begin.
+    if (table.slots[Home(table, handle)].load(std::memory_order_acquire) == handle) return true;
+    return Find(table, handle) != nullptr;
 }
 
 bool AddHandle(intptr_t handle) {

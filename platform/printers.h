@@ -56,7 +56,8 @@ public:
     }
 
 private:
-    void Print(const char *message) const {
+    // Out of the way of calls that succeed.
+    [[gnu::cold, gnu::noinline]] void Print(const char *message) const {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
         RtpRtspErrorPrint(message, function_); // FailureText vouches for the format

@@ -42,6 +42,12 @@ bool FitsInAnyCase(const Codec &codec, std::string_view name) {
 
 } // namespace
 
+constinit const std::array<bool, 256> kIsCodecType = [] {
+    std::array<bool, 256> isCodecType{};
+    for (const Codec &codec : kCodecs) isCodecType.at(static_cast<std::size_t>(codec.type)) = true;
+    return isCodecType;
+}();
+
 const Codec *FindCodec(int32_t codecType) {
     for (const Codec &codec : kCodecs)
         if (codec.type == codecType) return &codec;

@@ -2,6 +2,7 @@
 // for the standalone receiver, and what the format parameters tell a decoder. Constant data, any thread.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string_view>
 
@@ -33,6 +34,11 @@ const Codec *FindCodecByName(std::string_view encodingName);
 // The same, whatever the case of its letters.
 const Codec *FindCodecInAnyCase(std::string_view encodingName);
 
-inline bool IsCodecType(int32_t codecType) { return FindCodec(codecType) != nullptr; }
+// Asked twice for every packet: whether there is a row, by RTPCodecType.
+extern const std::array<bool, 256> kIsCodecType;
+inline bool IsCodecType(int32_t codecType) {
+    const auto code = static_cast<uint32_t>(codecType);
+    return code < kIsCodecType.size() && kIsCodecType[code];
+}
 
 } // namespace rtsptap

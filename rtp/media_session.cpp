@@ -1,6 +1,5 @@
 #include "rtp/media_session.h"
 
-#include "platform/handle_table.h"
 #include "platform/printers.h"
 #include "platform/system.h"
 #include "rtp/packet_queue.h"
@@ -31,10 +30,6 @@ void ReleaseStreams(RTSPStreamInfo *stream) {
 
 // ---- streams ----
 
-MediaSession *LiveSession(intptr_t clientHandle) {
-    return IsLiveHandle(clientHandle) ? reinterpret_cast<MediaSession *>(clientHandle) : nullptr;
-}
-
 RTSPStreamInfo *AppendStream(MediaSession &session, RTSPStreamInfo *last) {
     auto *const stream = new (std::nothrow) RTSPStreamInfo{};
     if (stream == nullptr) return nullptr;
@@ -58,6 +53,24 @@ RTSPStreamInfo *FindStreamByNumber(const MediaSession &session, int32_t number) 
     return stream;
 }
 
+namespace {
+
+enum class Which { kFirst, kLast };
+
+inline RTSPStreamInfo *FindByCodec(const MediaSession &session, int32_t codecType, Which which) {
+    RTSPStreamInfo *found = nullptr;
+    int32_t left = session.streamCount.load(std::memory_order_acquire);
+    RTSPStreamInfo *stream = session.streamList.load(std::memory_order_acquire);
+    for (; stream != nullptr && left > 0; --left) {
+        if (stream->codecType.load(std::memory_order_acquire) == codecType) found = stream;
+        if (found != nullptr && which == Which::kFirst) break;
+        stream = stream->next.load(std::memory_order_acquire);
+    }
+    return found;
+}
+
+} // namespace
+
 RTSPStreamInfo *FindStreamByRing(const MediaSession &session, const ReceiveRing *ring) {
     for (const auto *list : {&session.streamList, &session.retiredStreams})
         for (RTSPStreamInfo *stream = *list; stream != nullptr; stream = stream->next)
@@ -66,24 +79,11 @@ RTSPStreamInfo *FindStreamByRing(const MediaSession &session, const ReceiveRing 
 }
 
 RTSPStreamInfo *FindStreamByCodec(const MediaSession &session, int32_t codecType) {
-    int32_t left = session.streamCount.load(std::memory_order_acquire);
-    RTSPStreamInfo *stream = session.streamList.load(std::memory_order_acquire);
-    for (; stream != nullptr && left > 0; --left) {
-        if (stream->codecType.load(std::memory_order_acquire) == codecType) return stream;
-        stream = stream->next.load(std::memory_order_acquire);
-    }
-    return nullptr;
+    return FindByCodec(session, codecType, Which::kFirst);
 }
 
 RTSPStreamInfo *FindLastStreamByCodec(const MediaSession &session, int32_t codecType) {
-    RTSPStreamInfo *found = nullptr;
-    RTSPStreamInfo *stream = session.streamList.load(std::memory_order_acquire);
-    for (int32_t left = session.streamCount.load(std::memory_order_acquire); stream != nullptr && left > 0;
-         --left) {
-        if (stream->codecType.load(std::memory_order_acquire) == codecType) found = stream;
-        stream = stream->next.load(std::memory_order_acquire);
-    }
-    return found;
+    return FindByCodec(session, codecType, Which::kLast);
 }
 
 // ---- threads and sockets ----

@@ -5,6 +5,7 @@
 
 #include "dialect/dialect.h"
 #include "platform/address.h"
+#include "platform/handle_table.h"
 #include "rtp/interleaved/connection.h"
 #include "rtsptap_extended.h"
 
@@ -53,7 +54,9 @@ struct MediaSession {
 
 // The session behind a client handle, or null when it is not the handle of a live client. Any thread, no lock: a
 // client begins with its session, so the handle is the address of both.
-MediaSession *LiveSession(intptr_t clientHandle);
+inline MediaSession *LiveSession(intptr_t clientHandle) {
+    return IsLiveHandle(clientHandle) ? reinterpret_cast<MediaSession *>(clientHandle) : nullptr;
+}
 
 // A new record at the tail of the streamList, counted in streamCount, its session set; null when memory is short.
 // Its locks are still to be made. A caller that appends many names the stream it appended last, from which the tail

@@ -74,8 +74,6 @@ RTPStreamData *DeliverableHead(RTSPStreamInfo &stream) {
     return head == nullptr || IsHeldBack(stream, *head) ? nullptr : head;
 }
 
-using HandOut = RTPStreamData *(*)(RTSPStreamInfo &stream);
-
 RTPStreamData *ShowHead(RTSPStreamInfo &stream) {
     const ScopedShortLock lock(stream.packetListLock);
     RTPStreamData *const head = DeliverableHead(stream);
@@ -92,8 +90,9 @@ RTPStreamData *TakeDeliverableHead(RTSPStreamInfo &stream) {
     return TakeHead(stream);
 }
 
-int32_t HandOutPacket(const CallTrace &trace, intptr_t clientHandle, RTPStreamData **streamData, int32_t codecType,
-                      HandOut handOut) {
+template <RTPStreamData *(*HandOut)(RTSPStreamInfo &stream)>
+int32_t HandOutPacket(const CallTrace &trace, intptr_t clientHandle, RTPStreamData **streamData,
+                      int32_t codecType) {
     DebugPrint(kDebugEntry, "Input: clientHandle      : %d\n", PrintableHandle(clientHandle));
     const MediaSession *const session = CheckPacketCall(trace, clientHandle, codecType);
     if (session == nullptr) return RTSP_INVALID_ARGUMENT;
@@ -101,18 +100,10 @@ int32_t HandOutPacket(const CallTrace &trace, intptr_t clientHandle, RTPStreamDa
     RTSPStreamInfo *const stream = FindStreamByCodec(*session, codecType);
     if (stream == nullptr) return RTSP_SUCCESS;
     WaitForPacket(*stream);
-    RTPStreamData *const packet = handOut(*stream);
+    RTPStreamData *const packet = HandOut(*stream);
     if (packet == nullptr) return RTSP_FAILURE;
     *streamData = packet;
     return RTSP_SUCCESS;
-}
-
-// The stream whose ring the packet lies in, whatever codec it is freed with and however long its session is over.
-// Null for a packet of another session, which may be gone: its streams are not looked at.
-RTSPStreamInfo *FindOwner(const MediaSession &session, RTPStreamData &packet, int32_t codecType) {
-    const ReceiveRing *const ring = ClaimOf(packet).ring;
-    RTSPStreamInfo *const named = FindStreamByCodec(session, codecType);
-    return named != nullptr && ring == &named->ring ? named : FindStreamByRing(session, ring);
 }
 
 void GiveBack(RTSPStreamInfo &stream, RTPStreamData *packet) {
@@ -157,11 +148,11 @@ uint32_t ReportedTimestamp(const RTSPStreamInfo &stream) {
 using namespace rtsptap;
 
 int32_t RTPClientPeekRTPStreamData(intptr_t clientHandle, RTPStreamData **streamData, int32_t codecType) {
-    return HandOutPacket(CallTrace(__func__), clientHandle, streamData, codecType, ShowHead);
+    return HandOutPacket<ShowHead>(CallTrace(__func__), clientHandle, streamData, codecType);
 }
 
 int32_t RTPClientGetRTPStreamData(intptr_t clientHandle, RTPStreamData **streamData, int32_t codecType) {
-    return HandOutPacket(CallTrace(__func__), clientHandle, streamData, codecType, TakeDeliverableHead);
+    return HandOutPacket<TakeDeliverableHead>(CallTrace(__func__), clientHandle, streamData, codecType);
 }
 
 int32_t RTPClientFreeRTPStreamData(intptr_t clientHandle, RTPStreamData *streamData, int32_t codecType) {
@@ -169,7 +160,9 @@ int32_t RTPClientFreeRTPStreamData(intptr_t clientHandle, RTPStreamData *streamD
     DebugPrint(kDebugEntry, "Input: RTPStreamData     : %d\n", PrintableHandle(streamData));
     const MediaSession *const session = CheckPacketCall(trace, clientHandle, codecType, streamData != nullptr);
     if (session == nullptr) return RTSP_INVALID_ARGUMENT;
-    RTSPStreamInfo *const owner = FindOwner(*session, *streamData, codecType);
+    // Whatever codec it is freed with and however long its session is over. The streams of another client, which may
+    // be gone, are not looked at.
+    RTSPStreamInfo *const owner = FindStreamByRing(*session, ClaimOf(*streamData).ring);
     if (owner != nullptr)
         GiveBack(*owner, streamData);
     else
