@@ -85,7 +85,6 @@ RTPStreamData *TakeDeliverableHead(RTSPStreamInfo &stream) {
     const ScopedShortLock lock(stream.packetListLock);
     RTPStreamData *const head = DeliverableHead(stream);
     if (head == nullptr) return nullptr;
-    HoldRing(stream); // before it leaves the queue: at no moment does the packet's place in the ring look unused
     if (head == stream.peekedPacket) stream.peekedPacket = nullptr;
     return TakeHead(stream);
 }
@@ -108,8 +107,7 @@ int32_t HandOutPacket(const CallTrace &trace, intptr_t clientHandle, RTPStreamDa
 
 void GiveBack(RTSPStreamInfo &stream, RTPStreamData *packet) {
     stream.ring.readIndex.store(ClaimOf(*packet).end - stream.ring.storage, std::memory_order_release);
-    ReturnPacketRecord(stream.pool, packet);
-    LetGoOfRing(stream); // at last: it may be what kept ring and pool
+    ReturnPacketRecord(stream, packet); // at last: it may be what kept the ring
 }
 
 } // namespace
@@ -160,8 +158,8 @@ int32_t RTPClientFreeRTPStreamData(intptr_t clientHandle, RTPStreamData *streamD
     DebugPrint(kDebugEntry, "Input: RTPStreamData     : %d\n", PrintableHandle(streamData));
     const MediaSession *const session = CheckPacketCall(trace, clientHandle, codecType, streamData != nullptr);
     if (session == nullptr) return RTSP_INVALID_ARGUMENT;
-    // Whatever codec it is freed with and however long its session is over. The streams of another client, which may
-    // be gone, are not looked at.
+    // Whatever codec it is freed with and however long its session is over. The streams of another client, which
+    // may be gone, are not looked at.
     RTSPStreamInfo *const owner = FindStreamByRing(*session, ClaimOf(*streamData).ring);
     if (owner != nullptr)
         GiveBack(*owner, streamData);

@@ -5,7 +5,7 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <type_traits>
+#include <utility>
 
 namespace rtsptap {
 
@@ -68,21 +68,20 @@ void ReleaseRing(ReceiveRing &ring) {
 
 namespace {
 
-// One allocation: the record comes first, so a pointer to it is a pointer to the block.
-struct PacketBlock {
-    RTPStreamData record;
-    RTPHeader header;
-    RingClaim claim;
-    uint16_t extensionBytes;
-};
-static_assert(std::is_standard_layout_v<PacketBlock>);
+RTPStreamData closedMark; // in the place of a returned record: the pool is closed
 
-PacketBlock *BlockOf(RTPStreamData *packet) { return reinterpret_cast<PacketBlock *>(packet); }
+bool IsEnd(const RTPStreamData *packet) { return packet == nullptr || packet == &closedMark; }
+
+RTPStreamData *NewRecord(PacketPool &pool) {
+    auto *const packet = static_cast<RTPStreamData *>(std::malloc(sizeof(PacketBlock)));
+    if (packet != nullptr) ++pool.made;
+    return packet;
+}
 
 RTPStreamData *NewOrReturned(PacketPool &pool) {
     // Taking the whole list at once leaves no room for the ABA problem of popping single records.
     if (pool.ready == nullptr) pool.ready = pool.returned.exchange(nullptr, std::memory_order_acquire);
-    if (pool.ready == nullptr) return static_cast<RTPStreamData *>(std::malloc(sizeof(PacketBlock)));
+    if (pool.ready == nullptr) return NewRecord(pool);
     RTPStreamData *const packet = pool.ready;
     pool.ready = packet->next;
     return packet;
@@ -91,27 +90,38 @@ RTPStreamData *NewOrReturned(PacketPool &pool) {
 void FreeExtension(PacketPool &pool, RTPStreamData &packet) {
     std::free(packet.extensionData);
     packet.extensionData = nullptr;
-    pool.extensionBytes.fetch_sub(BlockOf(&packet)->extensionBytes, std::memory_order_relaxed);
+    pool.extensionBytes.fetch_sub(BlockOf(packet).extensionBytes, std::memory_order_relaxed);
 }
 
-void FreeList(RTPStreamData *packet) {
-    while (packet != nullptr) {
+int64_t CountList(const RTPStreamData *packet) {
+    int64_t count = 0;
+    for (; !IsEnd(packet); packet = packet->next) ++count;
+    return count;
+}
+
+void FreeList(PacketPool &pool, RTPStreamData *packet) {
+    while (!IsEnd(packet)) {
         RTPStreamData *const following = packet->next;
         FreePacketRecord(packet);
+        --pool.made;
         packet = following;
     }
 }
 
-} // namespace
+// Into a closed pool.
+[[gnu::cold, gnu::noinline]] void ReturnLate(RTSPStreamInfo &stream, RTPStreamData *packet) {
+    FreePacketRecord(packet);
+    if (stream.pool.stillOut.fetch_sub(1, std::memory_order_acq_rel) == 1) ReleaseRing(stream.ring);
+}
 
-RingClaim &ClaimOf(RTPStreamData &packet) { return BlockOf(&packet)->claim; }
+} // namespace
 
 RTPStreamData *TakePacketRecord(PacketPool &pool) {
     RTPStreamData *const packet = NewOrReturned(pool);
     if (packet == nullptr) return nullptr;
-    PacketBlock *const block = BlockOf(packet);
-    *block = PacketBlock{};
-    block->record.rtpHeader = &block->header;
+    PacketBlock &block = BlockOf(*packet);
+    block = PacketBlock{};
+    block.record.rtpHeader = &block.header;
     return packet;
 }
 
@@ -120,29 +130,26 @@ bool AllocateExtension(PacketPool &pool, RTPStreamData &packet, uint16_t length,
     if (others > 0 && others + length > limit) return false;
     packet.extensionData = static_cast<uint8_t *>(std::calloc(std::max<std::size_t>(length, 1), 1));
     if (packet.extensionData == nullptr) return false;
-    BlockOf(&packet)->extensionBytes = length;
+    BlockOf(packet).extensionBytes = length;
     pool.extensionBytes.fetch_add(length, std::memory_order_relaxed);
     return true;
 }
 
-void ReturnPacketRecord(PacketPool &pool, RTPStreamData *packet) {
+void ReturnPacketRecord(RTSPStreamInfo &stream, RTPStreamData *packet) {
+    PacketPool &pool = stream.pool;
     if (packet->extensionData != nullptr) FreeExtension(pool, *packet);
-    packet->next = pool.returned.load(std::memory_order_relaxed);
-    while (!pool.returned.compare_exchange_weak(packet->next, packet, std::memory_order_release,
-                                                std::memory_order_relaxed)) {
-    }
+    RTPStreamData *top = pool.returned.load(std::memory_order_relaxed);
+    do {
+        if (top == &closedMark) return ReturnLate(stream, packet);
+        packet->next = top;
+    } while (
+        !pool.returned.compare_exchange_weak(top, packet, std::memory_order_release, std::memory_order_relaxed));
 }
 
 void FreePacketRecord(RTPStreamData *packet) {
     if (packet == nullptr) return;
     std::free(packet->extensionData);
     std::free(packet);
-}
-
-void DrainPacketPool(PacketPool &pool) {
-    FreeList(pool.returned.exchange(nullptr, std::memory_order_acquire));
-    FreeList(pool.ready);
-    pool.ready = nullptr;
 }
 
 // ---- a stream's ring and pool ----
@@ -169,19 +176,26 @@ RingPlace FindRoom(RTSPStreamInfo &stream, int64_t needed) {
 }
 
 bool NothingInUse(const RTSPStreamInfo &stream) {
-    // In this order: a packet that is being taken holds the ring before it leaves the head.
-    return stream.packetListHead.load(std::memory_order_acquire) == nullptr &&
-           stream.ringHolders.load(std::memory_order_acquire) == 1;
+    if (stream.packetListHead.load(std::memory_order_relaxed) != nullptr) return false; // spares the counting
+    const PacketPool &pool = stream.pool;
+    return CountList(pool.ready) + CountList(pool.returned.load(std::memory_order_acquire)) == pool.made;
 }
 
-void HoldRing(RTSPStreamInfo &stream) { stream.ringHolders.fetch_add(1, std::memory_order_relaxed); }
-
-void LetGoOfRing(RTSPStreamInfo &stream) {
-    if (stream.ringHolders.fetch_sub(1, std::memory_order_acq_rel) == 1) FreeRingAndPool(stream);
+// Records come back meanwhile: each either lies in the list that is taken here or finds the pool closed. Whoever
+// brings stillOut to 0 is the last one, here or there.
+void EndRingAndPool(RTSPStreamInfo &stream) {
+    PacketPool &pool = stream.pool;
+    RTPStreamData *const returned = pool.returned.exchange(&closedMark, std::memory_order_acq_rel);
+    if (returned == &closedMark) return;
+    FreeList(pool, returned);
+    FreeList(pool, std::exchange(pool.ready, nullptr));
+    const int64_t out = pool.made;
+    if (pool.stillOut.fetch_add(out, std::memory_order_acq_rel) + out == 0) ReleaseRing(stream.ring);
 }
 
 void FreeRingAndPool(RTSPStreamInfo &stream) {
-    DrainPacketPool(stream.pool);
+    FreeList(stream.pool, stream.pool.returned.exchange(nullptr, std::memory_order_acquire));
+    FreeList(stream.pool, std::exchange(stream.pool.ready, nullptr));
     ReleaseRing(stream.ring);
 }
 

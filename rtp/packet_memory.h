@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
 
 namespace rtsptap {
 
@@ -58,11 +59,18 @@ void ReleaseRing(ReceiveRing &ring);
 // ---- The pool: records that come back from the application and go out again with the next packet ----
 // Whoever receives takes, any thread gives back; no lock: a push list that the taker empties at once.
 // A record is one malloc block, so where its stream is gone it can simply be freed.
+//
+// Nobody counts, packet for packet, how many are out, queued or with the application: those are all that were made,
+// less those that lie in the pool. Whoever receives can tell at any time. When the session is over the pool is
+// closed, and from then on records that come back are counted and freed.
 
 struct PacketPool {
-    std::atomic<RTPStreamData *> returned{nullptr}; // pushed by whoever frees
-    RTPStreamData *ready = nullptr;                 // of whoever receives
-    std::atomic<int64_t> extensionBytes{0};         // in the extensions of records that are out
+    std::atomic<RTPStreamData *> returned{nullptr}; // pushed by whoever frees; a mark when the pool is closed
+    std::atomic<int64_t> stillOut{0};       // once closed: 0 in the end, below it while the count is to come
+    std::atomic<int64_t> extensionBytes{0}; // in the extensions of records that are out
+    // ---- Of whoever receives ----
+    RTPStreamData *ready = nullptr;
+    int64_t made = 0; // records: in the pool and out
 };
 
 // The bytes of the receive ring that a packet gives back when it is freed. Packets are freed in the order
@@ -74,24 +82,32 @@ struct RingClaim {
     const uint8_t *end = nullptr;
 };
 
-// The claim of a record that came from TakePacketRecord.
-RingClaim &ClaimOf(RTPStreamData &packet);
+// One allocation: the record comes first, so a pointer to it is a pointer to the block.
+struct PacketBlock {
+    RTPStreamData record;
+    RTPHeader header;
+    RingClaim claim;
+    uint16_t extensionBytes;
+};
+static_assert(std::is_standard_layout_v<PacketBlock>);
 
-// A cleared record with its RTPHeader attached, or null when memory is short.
+// The block of a record that came from TakePacketRecord, and what it claims.
+inline PacketBlock &BlockOf(RTPStreamData &packet) { return reinterpret_cast<PacketBlock &>(packet); }
+inline RingClaim &ClaimOf(RTPStreamData &packet) { return BlockOf(packet).claim; }
+
+// A cleared record with its RTPHeader attached, or null when memory is short. Whoever receives.
 RTPStreamData *TakePacketRecord(PacketPool &pool);
 
 // Gives the record an extension of `length` zeros. False when memory is short, or when the pool's other records
 // have so much that together it would be more than `limit` bytes.
 bool AllocateExtension(PacketPool &pool, RTPStreamData &packet, uint16_t length, int64_t limit);
 
-// Frees the extension copy and keeps the record for the next packet.
-void ReturnPacketRecord(PacketPool &pool, RTPStreamData *packet);
+// Frees the extension copy and keeps the record for the stream's next packet. When its session is over the record
+// goes, too, and with the last one the ring. Any thread; the stream lives.
+void ReturnPacketRecord(RTSPStreamInfo &stream, RTPStreamData *packet);
 
 // Frees a record for good, with its extension copy.
 void FreePacketRecord(RTPStreamData *packet);
-
-// Frees every record in the pool. No other thread may use it any more.
-void DrainPacketPool(PacketPool &pool);
 
 // ---- A stream's ring and pool: sized, made and filled by whoever receives ----
 
@@ -103,12 +119,11 @@ bool OpenRing(RTSPStreamInfo &stream);
 // as empty. Makes the storage, if there is none.
 RingPlace FindRoom(RTSPStreamInfo &stream, int64_t needed);
 
-// True when no packet of the stream is queued or held by the application. Any thread, like the next two.
+// True when no packet of the stream is queued or held by the application.
 bool NothingInUse(const RTSPStreamInfo &stream);
-// A packet that the application has, or will look at, keeps the ring; the stream's last holder frees it, and the
-// pool.
-void HoldRing(RTSPStreamInfo &stream);
-void LetGoOfRing(RTSPStreamInfo &stream);
+// The session is over, nobody receives any more and the queue is empty: frees what lies in the pool, and the ring
+// once the last packet has come back that the application has, or was shown.
+void EndRingAndPool(RTSPStreamInfo &stream);
 // Nobody receives, queues or holds any more.
 void FreeRingAndPool(RTSPStreamInfo &stream);
 

@@ -96,9 +96,9 @@ void DropHead(RTSPStreamInfo &stream) {
     if (dropped == stream.peekedPacket) {
         stream.peekedPacket = nullptr;
         dropped = std::exchange(stream.deferredPacket, dropped);
-        if (dropped == nullptr) return HoldRing(stream);
+        if (dropped == nullptr) return;
     }
-    ReturnPacketRecord(stream.pool, dropped);
+    ReturnPacketRecord(stream, dropped);
 }
 
 // True when the queue spanned more than overflowLimit, which is not below targetLatency, and was cut down to that.
@@ -214,9 +214,7 @@ RTPStreamData *TakeHead(RTSPStreamInfo &stream) {
 
 void FreeDeferredPacket(RTSPStreamInfo &stream) {
     RTPStreamData *const packet = std::exchange(stream.deferredPacket, nullptr);
-    if (packet == nullptr) return;
-    ReturnPacketRecord(stream.pool, packet);
-    LetGoOfRing(stream);
+    if (packet != nullptr) ReturnPacketRecord(stream, packet);
 }
 
 void DropAllPackets(RTSPStreamInfo &stream) {

@@ -83,8 +83,8 @@ constexpr uint32_t kExtensionHeader = 4;         // bytes
 constexpr uint16_t kExtensionWordsMask = 0x3FFF; // an extension is shorter than 65536 bytes
 
 struct ReturnToPool {
-    PacketPool *pool;
-    void operator()(RTPStreamData *packet) const { ReturnPacketRecord(*pool, packet); }
+    RTSPStreamInfo *stream;
+    void operator()(RTPStreamData *packet) const { ReturnPacketRecord(*stream, packet); }
 };
 using PooledPacket = std::unique_ptr<RTPStreamData, ReturnToPool>;
 
@@ -158,7 +158,7 @@ RTPStreamData *ParseRTPData(const RTPDataBuffer *rtpDataBuffer, RTSPStreamInfo *
     if (rtpDataBuffer == nullptr || rtspStreamInfo == nullptr)
         return trace.Fail(nullptr, "\tEXIT : %s : Invalid input argument\n");
 
-    PooledPacket packet(TakePacketRecord(rtspStreamInfo->pool), {&rtspStreamInfo->pool});
+    PooledPacket packet(TakePacketRecord(rtspStreamInfo->pool), {rtspStreamInfo});
     if (packet == nullptr) return trace.Fail(nullptr, "\tEXIT : %s: Memory Allocation Failed\n");
 
     const std::span<const uint8_t> packetBytes(rtpDataBuffer->data, rtpDataBuffer->length);

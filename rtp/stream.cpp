@@ -61,7 +61,7 @@ void EndStream(RTSPStreamInfo &stream) {
         const ScopedLock lock(stream.packetListLock);
         DropAllPackets(stream);
     }
-    LetGoOfRing(stream);
+    EndRingAndPool(stream);
 }
 
 void ReleaseStream(RTSPStreamInfo *stream) {

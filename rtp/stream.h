@@ -106,9 +106,7 @@ struct RTSPStreamInfo {
     std::atomic<bool> receiving{false}; // interleaved: the ring is open and frames are taken
     bool signalDue = false;             // interleaved, in the turn: listed in the reader's signalDue
     RTSPStreamInfo *nextSignalDue = nullptr;
-    // The session, and each packet that the application has: the last one frees ring and pool.
-    std::atomic<int32_t> ringHolders{1};
-    PacketPool pool;
+    PacketPool pool; // what is out of it lies in the ring
 
     // ---- Packet queue: links and counts change under packetListLock ----
     // Guards the queue; a leaf, nothing is printed under it. A stream whose locks could not be made has these.

@@ -191,13 +191,13 @@ TEST_F(PacketQueue, KeepsAShownPacketUntilTheNextLook) {
     EXPECT_EQ(RTPClientPeekRTPStreamData(Handle(), &shown, RTP_CODEC_H264), 0);
     Arrive(Packet(3, 90000)); // 1 and 2 leave the queue
     EXPECT_EQ(shown->rtpHeader->sequenceNumber, 1);
-    EXPECT_EQ(stream->ringHolders, 2);
     session.targetLatency = 0;
     RTPStreamData *const next = Get();
     EXPECT_EQ(next->rtpHeader->sequenceNumber, 3);
     EXPECT_EQ(stream->deferredPacket, nullptr);
-    EXPECT_EQ(stream->ringHolders, 2);
+    EXPECT_FALSE(NothingInUse(*stream));
     Free(next);
+    EXPECT_TRUE(NothingInUse(*stream));
 }
 
 using PacketAccess = StreamFixture;
@@ -240,6 +240,23 @@ TEST_F(PacketAccess, GivesAPacketBackToItsOwnStreamWhateverItIsFreedWith) {
     EXPECT_EQ(stream->ring.readIndex, 2 * 20);
     Free(Get());
     EXPECT_TRUE(NothingInUse(*stream) && NothingInUse(other));
+}
+
+// Packets come back while the session ends: whichever is last, the ring goes with it and not before.
+TEST_F(PacketAccess, ReturnsTheRingOfAnEndedSessionWithItsLastPacket) {
+    for (int round = 0; round < 200; ++round) {
+        LiveStream ending;
+        std::vector<RTPStreamData *> held;
+        for (const int number : {1, 2, 3, 4}) ending.Arrive(Packet(number));
+        for (int taken = 0; taken < round % 4; ++taken) held.push_back(ending.Get());
+        RTPStreamData *const last = round % 2 == 0 ? ending.Get() : nullptr;
+        std::thread application([&] { std::ranges::for_each(held, [&](auto *packet) { ending.Free(packet); }); });
+        EndStream(*ending.stream);
+        application.join();
+        EXPECT_EQ(ending.stream->ring.storage != nullptr, last != nullptr);
+        if (last != nullptr) ending.Free(last);
+        EXPECT_EQ(ending.stream->ring.storage, nullptr);
+    }
 }
 
 TEST_F(PacketAccess, ComputesTheTimestampOffset) {

@@ -67,7 +67,7 @@ TEST(UdpSession, PacketsOfTheLastSessionAreFreedWhileTheNextOneStarts) {
     EXPECT_EQ(session.Teardown(), 0);
     for (const RTSPStreamInfo *stream :
          {&video, &audio, static_cast<const RTSPStreamInfo *>(RecordOf(session).media.retiredStreams.load())})
-        EXPECT_TRUE(stream->ring.storage == nullptr && stream->pool.ready == nullptr && !stream->pool.returned);
+        EXPECT_TRUE(stream->ring.storage == nullptr && stream->pool.stillOut == 0);
 }
 
 TEST(UdpSession, EmptyDatagramEndsTheThreadAndPlayStartsItAgain) {
