@@ -1,4 +1,4 @@
-// Hostile format parameters: H.264 parameter sets and AAC configuration from the same text, and what both are
+// Hostile format parameters: parameter sets and configurations of all codecs from the same text, and what they are
 // written in, base64 and hexadecimal digits.
 #include "fuzz/fuzz_target.h"
 #include "platform/text.h"
@@ -39,6 +39,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
         const RTSPStreamDescription &is = stream->description;
         if (ExtractSPSPPS(stream) == 0) Require(is.spsSize > 0 && is.ppsSize > 0);
         if (ExtractAACConfig(stream) == 0) Require(is.aacConfigSize > 1 && is.aacSamplingRate > 0);
+        ExtractH265ParameterSets(*stream);
+        ExtractConfigBytes(*stream);
+        Require((stream->further.vps == nullptr) == (stream->further.vpsSize == 0));
+        Require((stream->further.config == nullptr) == (stream->further.configSize == 0));
     }
     ReleaseStream(stream);
     return 0;

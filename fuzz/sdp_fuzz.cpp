@@ -10,6 +10,13 @@ static void Read(std::string_view input, RTSPTapDialect dialect) {
     for (int32_t stream = 0; stream <= streams; ++stream) {
         const RTSPStreamDescription *const is = RTSPClientGetSDPInfo(described.handle, stream);
         rtsptap::fuzz::Require((is != nullptr) == (stream > 0));
+        RTSPTapStreamDescription full = {};
+        full.recordSize = sizeof full;
+        const bool told = RTSPTapGetStreamDescription(described.handle, stream, &full) == 0;
+        rtsptap::fuzz::Require(told == (stream > 0));
+        if (told)
+            rtsptap::fuzz::Require(full.encodingName != nullptr && full.controlUrl != nullptr &&
+                                   full.payloadType >= -1 && (full.fmtp == nullptr) == (is->fmtp == nullptr));
         for (const char *name : {"a", "a=fmtp", "m="}) {
             char value[64];
             uint32_t valueSize = sizeof value;

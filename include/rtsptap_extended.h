@@ -182,6 +182,83 @@ RTSPTAP_API int32_t RTSPTapGetRule(intptr_t clientHandle, int32_t rule, int32_t 
  */
 RTSPTAP_API int32_t RTSPTapGetRuleUse(intptr_t clientHandle, int32_t rule, uint64_t *count);
 
+/* ---- descriptions ---- */
+
+/**
+ * Codecs beyond RTPCodecType. A client has them where rule 215 is on, as it is in the tolerant dialect: streams
+ * have these codes, and the packet functions of rtsptap.h take them. To any other client such a stream has codec 0.
+ */
+enum RTSPTapCodec {
+    RTSPTAP_CODEC_H265 = 1001,           /* H.265 video (RFC 7798) */
+    RTSPTAP_CODEC_VP8 = 1002,            /* VP8 video (RFC 7741) */
+    RTSPTAP_CODEC_VP9 = 1003,            /* VP9 video (RFC 9628) */
+    RTSPTAP_CODEC_AV1 = 1004,            /* AV1 video */
+    RTSPTAP_CODEC_MPV = 1005,            /* MPEG-1 and MPEG-2 video (RFC 2250) */
+    RTSPTAP_CODEC_OPUS = 1101,           /* Opus audio (RFC 7587) */
+    RTSPTAP_CODEC_G722 = 1102,           /* G.722; its RTP clock is 8000 Hz, its samples' 16000 (RFC 3551, 4.5.2) */
+    RTSPTAP_CODEC_G723 = 1103,           /* G.723.1 (RFC 3551, 4.5.3) */
+    RTSPTAP_CODEC_G729 = 1104,           /* G.729 (RFC 3551, 4.5.6) */
+    RTSPTAP_CODEC_GSM = 1105,            /* GSM full rate (RFC 3551, 4.5.8) */
+    RTSPTAP_CODEC_SPEEX = 1106,          /* Speex audio (RFC 5574) */
+    RTSPTAP_CODEC_L8 = 1107,             /* linear samples of 8 bits (RFC 3551, 4.5.10) */
+    RTSPTAP_CODEC_L20 = 1108,            /* linear samples of 20 bits (RFC 3190) */
+    RTSPTAP_CODEC_L24 = 1109,            /* linear samples of 24 bits (RFC 3190) */
+    RTSPTAP_CODEC_MP4A_LATM = 1110,      /* MPEG-4 audio in LATM (RFC 6416) */
+    RTSPTAP_CODEC_AC3 = 1111,            /* AC-3 audio (RFC 4184) */
+    RTSPTAP_CODEC_ONVIF_METADATA = 1201, /* XML of an ONVIF device, as it stands or compressed */
+    RTSPTAP_CODEC_T140 = 1202,           /* text conversation (RFC 4103) */
+    RTSPTAP_CODEC_SMPTE291 = 1203        /* ancillary data (RFC 8331) */
+};
+
+/** What a media section is, by the first word of its m= line (RFC 4566, 5.14). */
+enum RTSPTapMedia {
+    RTSPTAP_MEDIA_OTHER = 0, /* none of the next; also a stream without RTSP */
+    RTSPTAP_MEDIA_VIDEO = 1,
+    RTSPTAP_MEDIA_AUDIO = 2,
+    RTSPTAP_MEDIA_APPLICATION = 3,
+    RTSPTAP_MEDIA_TEXT = 4
+};
+
+/** What the session description says of one stream. What it says nothing of is 0, empty or null. */
+typedef struct RTSPTapStreamDescription {
+    uint32_t recordSize;      /* sizeof(RTSPTapStreamDescription), set by the caller */
+    int32_t media;            /* RTSPTapMedia */
+    int32_t payloadType;      /* RTP payload type, 0 to 127: the one described, or else the first of the m= line;
+                                 -1 when there is none */
+    int32_t codecType;        /* RTPCodecType or RTSPTapCodec; 0 for any other encoding: known by its name only */
+    const char *encodingName; /* as spelled in a=rtpmap, or as RFC 3551 has it; never null */
+    int32_t clockRate;        /* RTP timestamp units per second */
+    int32_t channels;         /* of audio; 1 where a=rtpmap leaves them out */
+    int32_t bandwidth;        /* kbit/s of b=AS; in the tolerant dialect also of b=TIAS */
+    double frameRate;         /* frames per second; 0 also for a text that is no positive number */
+    const char *controlUrl;   /* what SETUP asks for; empty: SETUP adds a number to the session's URL. Never null */
+    int32_t sameControlAs;    /* number of the first stream with that control URL, when there is an earlier one: the
+                                 two are alternatives, of which one is to be set up */
+    const char *fmtp;         /* format parameters without the payload type in front; null without a=fmtp */
+    const uint8_t *vps;       /* H.265 video parameter set: the NAL unit without start code (RFC 7798, 7.1) */
+    int32_t vpsSize;          /* bytes of vps */
+    const uint8_t *sps;       /* sequence parameter set of H.264 (RFC 6184, 8.1) or H.265, likewise */
+    int32_t spsSize;          /* bytes of sps */
+    const uint8_t *pps;       /* picture parameter set, likewise */
+    int32_t ppsSize;          /* bytes of pps */
+    const uint8_t *config;    /* "config=" of MPEG-4: AudioSpecificConfig (mpeg4-generic), StreamMuxConfig
+                                 (MP4A-LATM), headers of the visual object sequence (MP4V-ES) */
+    int32_t configSize;       /* bytes of config */
+} RTSPTapStreamDescription;
+
+/**
+ * Tells what the session description says of a stream, in either dialect.
+ *
+ * Texts and bytes are the client's: they stay as they are until RTSPClientDestroy, also after a TEARDOWN, and are
+ * not to be written to. The thread that calls the client's methods calls it.
+ *
+ * @param streamNumber  1 and up, in the order of the description
+ * @param description   filled, as far as its recordSize says
+ * @return 0; RTSP_INVALID_ARGUMENT bad handle, pointer or recordSize, or no such stream
+ */
+RTSPTAP_API int32_t RTSPTapGetStreamDescription(intptr_t clientHandle, int32_t streamNumber,
+                                                RTSPTapStreamDescription *description);
+
 /**
  * Changes how RTP is to come, on the connection there is: for a server that refuses one way at SETUP (RFC 2326, 461
  * Unsupported Transport, 11.3.12).

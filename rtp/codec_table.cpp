@@ -1,7 +1,7 @@
 #include "rtp/codec_table.h"
 
 #include "platform/text.h"
-#include "rtsptap.h"
+#include "rtsptap_extended.h"
 
 namespace rtsptap {
 namespace {
@@ -9,7 +9,7 @@ namespace {
 // In the order in which names are compared.
 constexpr Codec kCodecs[] = {
     {"H264", NameMatch::kExact, RTP_CODEC_H264, CodecGroup::kVideo, CodecConfig::kH264ParameterSets},
-    {"MP4V-ES", NameMatch::kExact, RTP_CODEC_MP4V_ES, CodecGroup::kVideo},
+    {"MP4V-ES", NameMatch::kExact, RTP_CODEC_MP4V_ES, CodecGroup::kVideo, CodecConfig::kConfigBytes},
     {"JPEG", NameMatch::kExact, RTP_CODEC_JPEG, CodecGroup::kVideo},
     {"MP2T", NameMatch::kExact, RTP_CODEC_MP2T, CodecGroup::kTransportStream},
     {"mpeg4-generic", NameMatch::kIgnoringCase, RTP_CODEC_MPEG4_GENERIC, CodecGroup::kAudio,
@@ -19,6 +19,30 @@ constexpr Codec kCodecs[] = {
     {"G726", NameMatch::kContained, RTP_CODEC_G726, CodecGroup::kAudio}, // G726-16 to -40, and AAL2-G726-32
     {"L16", NameMatch::kExact, RTP_CODEC_L16, CodecGroup::kAudio},
     {"MPA", NameMatch::kExact, RTP_CODEC_MPA, CodecGroup::kAudio},
+    {"H265", NameMatch::kIgnoringCase, RTSPTAP_CODEC_H265, CodecGroup::kVideo, CodecConfig::kH265ParameterSets,
+     true},
+    {"HEVC", NameMatch::kIgnoringCase, RTSPTAP_CODEC_H265, CodecGroup::kVideo, CodecConfig::kH265ParameterSets,
+     true},
+    {"VP8", NameMatch::kIgnoringCase, RTSPTAP_CODEC_VP8, CodecGroup::kVideo, CodecConfig::kNone, true},
+    {"VP9", NameMatch::kIgnoringCase, RTSPTAP_CODEC_VP9, CodecGroup::kVideo, CodecConfig::kNone, true},
+    {"AV1", NameMatch::kIgnoringCase, RTSPTAP_CODEC_AV1, CodecGroup::kVideo, CodecConfig::kNone, true},
+    {"MPV", NameMatch::kIgnoringCase, RTSPTAP_CODEC_MPV, CodecGroup::kVideo, CodecConfig::kNone, true},
+    {"opus", NameMatch::kIgnoringCase, RTSPTAP_CODEC_OPUS, CodecGroup::kAudio, CodecConfig::kNone, true},
+    {"G722", NameMatch::kIgnoringCase, RTSPTAP_CODEC_G722, CodecGroup::kAudio, CodecConfig::kNone, true},
+    {"G723", NameMatch::kIgnoringCase, RTSPTAP_CODEC_G723, CodecGroup::kAudio, CodecConfig::kNone, true},
+    {"G729", NameMatch::kIgnoringCase, RTSPTAP_CODEC_G729, CodecGroup::kAudio, CodecConfig::kNone, true},
+    {"GSM", NameMatch::kIgnoringCase, RTSPTAP_CODEC_GSM, CodecGroup::kAudio, CodecConfig::kNone, true},
+    {"speex", NameMatch::kIgnoringCase, RTSPTAP_CODEC_SPEEX, CodecGroup::kAudio, CodecConfig::kNone, true},
+    {"L8", NameMatch::kIgnoringCase, RTSPTAP_CODEC_L8, CodecGroup::kAudio, CodecConfig::kNone, true},
+    {"L20", NameMatch::kIgnoringCase, RTSPTAP_CODEC_L20, CodecGroup::kAudio, CodecConfig::kNone, true},
+    {"L24", NameMatch::kIgnoringCase, RTSPTAP_CODEC_L24, CodecGroup::kAudio, CodecConfig::kNone, true},
+    {"MP4A-LATM", NameMatch::kIgnoringCase, RTSPTAP_CODEC_MP4A_LATM, CodecGroup::kAudio, CodecConfig::kConfigBytes,
+     true},
+    {"ac3", NameMatch::kIgnoringCase, RTSPTAP_CODEC_AC3, CodecGroup::kAudio, CodecConfig::kNone, true},
+    {"vnd.onvif.metadata", NameMatch::kContained, RTSPTAP_CODEC_ONVIF_METADATA, CodecGroup::kData,
+     CodecConfig::kNone, true}, // with .gzip or .exi behind it
+    {"t140", NameMatch::kIgnoringCase, RTSPTAP_CODEC_T140, CodecGroup::kData, CodecConfig::kNone, true},
+    {"smpte291", NameMatch::kIgnoringCase, RTSPTAP_CODEC_SMPTE291, CodecGroup::kData, CodecConfig::kNone, true},
 };
 
 bool Fits(const Codec &codec, std::string_view name) {
@@ -40,11 +64,18 @@ bool FitsInAnyCase(const Codec &codec, std::string_view name) {
     return false;
 }
 
+const Codec *FindInAnyCase(std::string_view name, bool isFurther) {
+    for (const Codec &codec : kCodecs)
+        if (codec.isFurther == isFurther && FitsInAnyCase(codec, name)) return &codec;
+    return nullptr;
+}
+
 } // namespace
 
 constinit const std::array<bool, 256> kIsCodecType = [] {
     std::array<bool, 256> isCodecType{};
-    for (const Codec &codec : kCodecs) isCodecType.at(static_cast<std::size_t>(codec.type)) = true;
+    for (const Codec &codec : kCodecs)
+        if (!codec.isFurther) isCodecType.at(static_cast<std::size_t>(codec.type)) = true;
     return isCodecType;
 }();
 
@@ -56,14 +87,12 @@ const Codec *FindCodec(int32_t codecType) {
 
 const Codec *FindCodecByName(std::string_view encodingName) {
     for (const Codec &codec : kCodecs)
-        if (Fits(codec, encodingName)) return &codec;
+        if (!codec.isFurther && Fits(codec, encodingName)) return &codec;
     return nullptr;
 }
 
-const Codec *FindCodecInAnyCase(std::string_view encodingName) {
-    for (const Codec &codec : kCodecs)
-        if (FitsInAnyCase(codec, encodingName)) return &codec;
-    return nullptr;
-}
+const Codec *FindCodecInAnyCase(std::string_view encodingName) { return FindInAnyCase(encodingName, false); }
+
+const Codec *FindFurtherCodec(std::string_view encodingName) { return FindInAnyCase(encodingName, true); }
 
 } // namespace rtsptap

@@ -16,7 +16,7 @@ enum MediaFlag : int32_t { kBothMedia = 0, kVideoOnly = 1, kAudioOnly = 2, kTran
 
 bool IsMedium(uint16_t port, int32_t bufferSize, int32_t codecType, CodecGroup group) {
     const Codec *const codec = FindCodec(codecType);
-    return port != 0 && bufferSize >= 1 && codec != nullptr && codec->group == group;
+    return port != 0 && bufferSize >= 1 && codec != nullptr && !codec->isFurther && codec->group == group;
 }
 
 struct Request {

@@ -72,6 +72,8 @@ void ReleaseStream(RTSPStreamInfo *stream) {
     free(stream->description.sps);
     free(stream->description.pps);
     free(stream->description.aacConfig);
+    free(stream->further.vps);
+    free(stream->further.config);
     DestroyStreamLocks(*stream);
     delete stream;
 }

@@ -4,7 +4,7 @@
 
 #include "rtp/packet_memory.h"
 #include "rtp/receive_turn.h"
-#include "rtsptap.h"
+#include "rtsptap_extended.h"
 
 #include <atomic>
 #include <cstdint>
@@ -61,15 +61,26 @@ private:
     std::atomic<uint64_t> halves_[2] = {0x2'0400'4D01, 0xFFFF'FFFF'0000'0000};
 };
 
+// What a description tells that RTSPStreamDescription has no place for. Pointers owned, free().
+struct FurtherDescription {
+    int32_t media = RTSPTAP_MEDIA_OTHER; // RTSPTapMedia
+    int32_t firstPayloadType = -1;       // of the m= line; -1: none
+    uint8_t *vps = nullptr;              // of H.265, whose sps and pps are where H.264's are
+    int32_t vpsSize = 0;
+    uint8_t *config = nullptr; // of MPEG-4, but for AAC's, which has its own
+    int32_t configSize = 0;
+};
+
 struct RTSPStreamInfo {
     // ---- Application thread only ----
     RTSPStreamDescription description = {}; // handed out; fmtp, sps, pps, aacConfig owned, free()
-    char controlUrl[257] = {};              // request URI of SETUP, PLAY and PAUSE when not empty
-    SDPField *sdpFieldList = nullptr;       // owned: this media section's lines
-    uint16_t clientPort = 0;                // local RTP port, host order
-    StreamThread *rtpThread = nullptr;      // owned; the serving receive thread
-    StreamThread *rtcpThread = nullptr;     // owned
-    uint8_t locksMade = 0;                  // of packetListLock, signalLock and dataCondition, in this order
+    FurtherDescription further;
+    char controlUrl[257] = {};          // request URI of SETUP, PLAY and PAUSE when not empty
+    SDPField *sdpFieldList = nullptr;   // owned: this media section's lines
+    uint16_t clientPort = 0;            // local RTP port, host order
+    StreamThread *rtpThread = nullptr;  // owned; the serving receive thread
+    StreamThread *rtcpThread = nullptr; // owned
+    uint8_t locksMade = 0;              // of packetListLock, signalLock and dataCondition, in this order
 
     // ---- Written by the application thread while no thread of the stream lives ----
     int32_t rtpSocket = -1;

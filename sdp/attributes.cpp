@@ -44,8 +44,10 @@ int32_t ReadClockAndChannels(SdpReading &reading, std::string_view text) {
 
 const Codec *FindCodecOf(const Dialect &dialect, std::string_view name) {
     if (const Codec *const codec = FindCodecByName(name); codec != nullptr) return codec;
-    const Codec *const codec = FindCodecInAnyCase(name);
-    return codec != nullptr && dialect.Permits(Rule::kNameInAnyCase) ? codec : nullptr;
+    const Codec *codec = FindCodecInAnyCase(name);
+    if (codec != nullptr && dialect.Permits(Rule::kNameInAnyCase)) return codec;
+    codec = FindFurtherCodec(name);
+    return codec != nullptr && dialect.Permits(Rule::kFurtherCodec) ? codec : nullptr;
 }
 
 // A name without a rule leaves an earlier rtpmap's codec in force. Packets are asked for by codec, from any
@@ -101,6 +103,12 @@ void ExtractCodecConfig(SdpReading &reading) {
     case CodecConfig::kAacConfig:
         if (ExtractAACConfig(stream) < 0)
             reading.trace.Fail(RTSP_FAILURE, "\tEXIT : %s :Unable to extract AAC Config from SDP\n");
+        break;
+    case CodecConfig::kH265ParameterSets:
+        ExtractH265ParameterSets(*stream);
+        break;
+    case CodecConfig::kConfigBytes:
+        ExtractConfigBytes(*stream);
         break;
     }
 }

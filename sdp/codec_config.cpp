@@ -36,21 +36,14 @@ std::string_view FirstWord(std::string_view text) {
     return text.substr(start, text.find_first_of(kAroundWords, start) - start);
 }
 
-// ---- H.264 ----
+// ---- parameter sets ----
 
 namespace {
-
-constexpr uint8_t kNalTypeMask = 0x1F; // of a NAL unit's first byte (H.264, 7.3.1)
-constexpr uint8_t kSequenceSet = 7;
-constexpr uint8_t kPictureSet = 8;
 
 struct ParameterSet {
     std::unique_ptr<uint8_t[], FreeDeleter> bytes;
     int32_t size = 0; // negative when the text was not base64
 };
-
-// 0, which no NAL unit has, for an empty set.
-uint8_t NalType(const ParameterSet &set) { return set.size > 0 ? set.bytes[0] & kNalTypeMask : uint8_t{0}; }
 
 // Some devices send the start code of a byte stream (H.264, annex B) along: zeros, then 1.
 void DropStartCode(ParameterSet &set) {
@@ -70,11 +63,35 @@ ParameterSet DecodeSet(std::string_view base64) {
     return set;
 }
 
-bool Store(ParameterSet set, uint8_t *&field, int32_t &fieldSize) {
-    free(field);
-    field = set.bytes.release();
-    fieldSize = set.size;
-    return true;
+// Which sets there are, by their NAL units' type, and where they go.
+struct SetPlace {
+    int32_t nalType;
+    uint8_t *&field;
+    int32_t &fieldSize;
+    bool found = false;
+};
+
+// From a NAL unit's first byte: H.264, 7.3.1, and H.265, 7.3.1.2.
+int32_t NalTypeOfH264(uint8_t first) { return first & 0x1F; }
+int32_t NalTypeOfH265(uint8_t first) { return first >> 1 & 0x3F; }
+
+void Store(ParameterSet set, SetPlace &place) {
+    free(place.field);
+    place.field = set.bytes.release();
+    place.fieldSize = set.size;
+    place.found = true;
+}
+
+// The first set of each kind goes to its place.
+void CollectSets(std::string_view sets, int32_t (*nalType)(uint8_t first), std::span<SetPlace> places) {
+    while (!sets.empty()) {
+        std::string_view text;
+        if (!Until(sets, ',', text)) text = std::exchange(sets, {});
+        ParameterSet set = DecodeSet(FirstWord(text));
+        if (set.size <= 0) continue;
+        const auto place = std::ranges::find(places, nalType(set.bytes[0]), &SetPlace::nalType);
+        if (place != places.end() && !place->found) Store(std::move(set), *place);
+    }
 }
 
 // The bytes as " 67 42 ..."; the printers would cut a longer line.
@@ -102,19 +119,14 @@ int32_t ExtractSPSPPS(RTSPStreamInfo *stream) {
     if (stream == nullptr || stream->description.fmtp == nullptr)
         return trace.Fail(RTSP_FAILURE, "\tEXIT : %s :Invalid input argument\n");
 
+    constexpr int32_t kSequenceSet = 7;
+    constexpr int32_t kPictureSet = 8;
     RTSPStreamDescription &description = stream->description;
-    std::string_view sets = FmtpParameter(description.fmtp, "sprop-parameter-sets=");
-    bool spsFound = false;
-    bool ppsFound = false;
-    while (!sets.empty()) {
-        std::string_view text;
-        if (!Until(sets, ',', text)) text = std::exchange(sets, {});
-        ParameterSet set = DecodeSet(FirstWord(text));
-        if (NalType(set) == kSequenceSet && !spsFound)
-            spsFound = Store(std::move(set), description.sps, description.spsSize);
-        else if (NalType(set) == kPictureSet && !ppsFound)
-            ppsFound = Store(std::move(set), description.pps, description.ppsSize);
-    }
+    SetPlace places[] = {{kSequenceSet, description.sps, description.spsSize},
+                         {kPictureSet, description.pps, description.ppsSize}};
+    CollectSets(FmtpParameter(description.fmtp, "sprop-parameter-sets="), NalTypeOfH264, places);
+    const bool spsFound = places[0].found;
+    const bool ppsFound = places[1].found;
     if (spsFound)
         RtpRtspInfoPrint("Decoded SPS Size : %d \nDecoded SPS :%s\n", description.spsSize,
                          ToHex(description.sps, description.spsSize).text);
@@ -122,6 +134,18 @@ int32_t ExtractSPSPPS(RTSPStreamInfo *stream) {
         RtpRtspInfoPrint("Decoded PPS Size : %d \nDecoded PPS :%s\n", description.ppsSize,
                          ToHex(description.pps, description.ppsSize).text);
     return spsFound && ppsFound ? RTSP_SUCCESS : RTSP_FAILURE;
+}
+
+void ExtractH265ParameterSets(RTSPStreamInfo &stream) {
+    constexpr int32_t kVideoSet = 32;
+    constexpr int32_t kSequenceSet = 33;
+    constexpr int32_t kPictureSet = 34;
+    RTSPStreamDescription &description = stream.description;
+    SetPlace places[] = {{kVideoSet, stream.further.vps, stream.further.vpsSize},
+                         {kSequenceSet, description.sps, description.spsSize},
+                         {kPictureSet, description.pps, description.ppsSize}};
+    for (const char *const name : {"sprop-vps=", "sprop-sps=", "sprop-pps="})
+        CollectSets(FmtpParameter(description.fmtp, name), NalTypeOfH265, places);
 }
 
 // ---- AAC ----
@@ -211,6 +235,17 @@ int32_t ConvertAsciiToHex(std::string_view text, uint8_t *bytes, int32_t capacit
         bytes[at / 2] = static_cast<uint8_t>(high << 4 | low);
     }
     return static_cast<int32_t>(text.size() / 2);
+}
+
+void ExtractConfigBytes(RTSPStreamInfo &stream) {
+    const std::string_view text = FirstWord(FmtpParameter(stream.description.fmtp, "config="));
+    const auto capacity = static_cast<int32_t>(text.size() / 2);
+    std::unique_ptr<uint8_t[], FreeDeleter> bytes(static_cast<uint8_t *>(malloc(text.size() / 2 + 1)));
+    const int32_t size = bytes ? ConvertAsciiToHex(text, bytes.get(), capacity) : 0;
+    if (size <= 0) return;
+    free(stream.further.config);
+    stream.further.config = bytes.release();
+    stream.further.configSize = size;
 }
 
 int32_t ExtractAACConfig(RTSPStreamInfo *stream) {

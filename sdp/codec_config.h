@@ -1,5 +1,6 @@
-// What an fmtp attribute tells a decoder, as cameras write it: H.264 parameter sets (RFC 6184, 8.1) and AAC
-// configuration (RFC 3640, 4.1; ISO 14496-3, 1.6.2.1). Application thread.
+// What an fmtp attribute tells a decoder, as cameras write it: parameter sets of H.264 (RFC 6184, 8.1) and H.265
+// (RFC 7798, 7.1), and configurations of MPEG-4, of which that of AAC is read (RFC 3640, 4.1; ISO
+// 14496-3, 1.6.2.1). Application thread.
 #pragma once
 
 #include <cstdint>
@@ -21,6 +22,12 @@ std::string_view FirstWord(std::string_view text);
 // parameter set become the description's sps and pps. Sets that are not found leave the fields as they are.
 // 0 when both were found, else RTSP_FAILURE.
 int32_t ExtractSPSPPS(RTSPStreamInfo *stream);
+
+// The same for "sprop-vps=", "sprop-sps=" and "sprop-pps=", whichever of the three a set stands in.
+void ExtractH265ParameterSets(RTSPStreamInfo &stream);
+
+// Decodes "config=" of the stream's fmtp text into the further description, where it is hexadecimal digits.
+void ExtractConfigBytes(RTSPStreamInfo &stream);
 
 inline constexpr int32_t adtsSamplingRates[16] = { // Hz, by sampling frequency index; 0 is reserved
     96000, 88200, 64000, 48000, 44100, 32000, 24000, 22050, 16000, 12000, 11025, 8000, 7350, 0, 0, 0};

@@ -57,6 +57,17 @@ void AcceptFormats(const SdpReading &reading) {
         if (!accepted.Has(type) && reading.dialect.Permits(Rule::kPayloadTypeOfMedia)) accepted.Add(type);
 }
 
+int32_t MediaOf(std::string_view value) {
+    constexpr std::pair<std::string_view, RTSPTapMedia> kMedia[] = {{"video", RTSPTAP_MEDIA_VIDEO},
+                                                                    {"audio", RTSPTAP_MEDIA_AUDIO},
+                                                                    {"application", RTSPTAP_MEDIA_APPLICATION},
+                                                                    {"text", RTSPTAP_MEDIA_TEXT}};
+    const std::string_view word = value.substr(0, value.find(' '));
+    for (const auto &[name, media] : kMedia)
+        if (word == name) return media;
+    return RTSPTAP_MEDIA_OTHER;
+}
+
 // m=<media> <port> <profile> <payload numbers>
 int32_t ReadMedia(SdpReading &reading, std::string_view value) {
     const uint8_t isVideo = Contains(value, "audio") ? 0 : 1;
@@ -64,6 +75,9 @@ int32_t ReadMedia(SdpReading &reading, std::string_view value) {
     reading.stream->isVideo.store(isVideo, std::memory_order_relaxed);
     reading.formats = MediaFormats(value);
     AcceptFormats(reading);
+    const std::span<const uint8_t> types = reading.formats.Types();
+    reading.stream->further.media = MediaOf(value);
+    reading.stream->further.firstPayloadType = types.empty() ? -1 : int32_t{types.front()};
     return RTSP_SUCCESS;
 }
 

@@ -5,6 +5,8 @@
 #include "rtp/stream.h"
 #include "rtsp/client/client.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <string_view>
 
@@ -103,6 +105,79 @@ int32_t RTSPClientGetSDPFieldInfo(intptr_t clientHandle, int32_t streamCount, co
     if (!fits) return trace.Fail(RTSP_SMALL_BUFFER, "EXIT : %s :Small Buffer received from Application for SDP\n");
     memcpy(sdpFieldValue, line->value, needed);
     DebugPrint(kDebugEntry, "\tOutput: SDPField value return = %s\n", sdpFieldValue);
+    return RTSP_SUCCESS;
+}
+
+// ---- the description beyond the base ----
+
+namespace {
+
+// The number of an earlier stream that is set up by the same URL; 0 without one.
+int32_t FindSameControl(const MediaSession &session, const RTSPStreamInfo &stream) {
+    const std::string_view url = stream.controlUrl;
+    int32_t number = 1;
+    for (const RTSPStreamInfo *other = session.streamList; other != nullptr && other != &stream;
+         other = other->next) {
+        if (!url.empty() && url == other->controlUrl) return number;
+        ++number;
+    }
+    return 0;
+}
+
+// The parameters behind the payload type.
+const char *ParametersOf(const char *fmtp) {
+    return fmtp == nullptr ? nullptr
+                           : fmtp + std::string_view(fmtp).find_first_of(" \t") + 1; // all without a blank
+}
+
+int32_t ChannelsOf(const RTSPStreamInfo &stream) {
+    const RTSPStreamDescription &is = stream.description;
+    const bool leftOut = is.channels == 0 && stream.further.media == RTSPTAP_MEDIA_AUDIO && is.clockRate != 0;
+    return leftOut ? 1 : is.channels;
+}
+
+RTSPTapStreamDescription Describe(const MediaSession &session, const RTSPStreamInfo &stream) {
+    const RTSPStreamDescription &is = stream.description;
+    const FurtherDescription &further = stream.further;
+    const bool isAac = is.aacConfig != nullptr;
+    RTSPTapStreamDescription description = {};
+    description.media = further.media;
+    description.payloadType = is.encodingName[0] != '\0' ? is.payloadNumber : further.firstPayloadType;
+    description.codecType = is.codecType;
+    description.encodingName = is.encodingName;
+    description.clockRate = is.clockRate;
+    description.channels = ChannelsOf(stream);
+    description.bandwidth = is.bandwidth;
+    description.frameRate = std::isfinite(is.frameRate) && is.frameRate > 0 ? is.frameRate : 0;
+    description.controlUrl = stream.controlUrl;
+    description.sameControlAs = FindSameControl(session, stream);
+    description.fmtp = ParametersOf(is.fmtp);
+    description.vps = further.vps;
+    description.vpsSize = further.vpsSize;
+    description.sps = is.sps;
+    description.spsSize = is.spsSize;
+    description.pps = is.pps;
+    description.ppsSize = is.ppsSize;
+    description.config = isAac ? is.aacConfig : further.config;
+    description.configSize = isAac ? is.aacConfigSize : further.configSize;
+    return description;
+}
+
+} // namespace
+
+int32_t RTSPTapGetStreamDescription(intptr_t clientHandle, int32_t streamNumber,
+                                    RTSPTapStreamDescription *description) {
+    const CallTrace trace(__func__);
+    const RTSPClient *const client = LiveClient(clientHandle);
+    if (client == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid client handle\n");
+    if (description == nullptr || description->recordSize < sizeof description->recordSize)
+        return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid input argument\n");
+    const RTSPStreamInfo *const stream = FindStreamByNumber(client->media, streamNumber);
+    if (stream == nullptr || streamNumber > client->media.streamCount)
+        return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid Stream Number\n");
+    RTSPTapStreamDescription full = Describe(client->media, *stream);
+    full.recordSize = description->recordSize;
+    memcpy(description, &full, std::min<std::size_t>(full.recordSize, sizeof full));
     return RTSP_SUCCESS;
 }
 

@@ -1,5 +1,5 @@
 #include "tests/support/described_client.h"
-#include "tests/support/texts.h"
+#include "tests/support/session.h"
 
 #include <gtest/gtest.h>
 
@@ -21,15 +21,18 @@ std::string Hex(const uint8_t *bytes, int32_t size) {
 }
 
 // A stream as the rows tell it; what is 0 or empty is left out.
-std::string Summary(const RTSPStreamInfo &stream) {
-    const RTSPStreamDescription &is = stream.description;
-    std::ostringstream text;
-    const auto tell = [&](const char *name, const auto &value) {
+struct Figures {
+    template <typename Value> void operator()(const char *name, const Value &value) {
         std::ostringstream figure;
         figure << value;
-        if (figure.str() != "0" && !figure.str().empty()) text << name << figure.str();
-    };
-    text << (is.isVideo != 0 ? "video " : "audio ") << is.payloadNumber;
+        if (figure.str() != "0" && !figure.str().empty()) text += name + figure.str();
+    }
+    std::string text;
+};
+
+std::string Summary(const RTSPStreamInfo &stream) {
+    const RTSPStreamDescription &is = stream.description;
+    Figures tell{(is.isVideo != 0 ? "video " : "audio ") + std::to_string(is.payloadNumber)};
     tell(" ", is.encodingName);
     tell(" codec ", stream.codecType);
     tell(" clock ", is.clockRate);
@@ -44,9 +47,33 @@ std::string Summary(const RTSPStreamInfo &stream) {
     tell(" for ", is.aacChannels);
     tell(" fmtp ", is.fmtp != nullptr ? is.fmtp : "");
     tell(" url ", stream.controlUrl);
+    return tell.text;
+}
+
+// The same of the record that tells more.
+std::string FullSummary(const DescribedClient &described, int32_t number, RTSPStreamInfo &stream) {
+    RTSPTapStreamDescription is = {};
+    is.recordSize = sizeof is;
+    EXPECT_EQ(RTSPTapGetStreamDescription(described.handle, number, &is), 0);
+    EXPECT_EQ(is.codecType, stream.codecType);
+    const char *const media[] = {"other ", "video ", "audio ", "application ", "text "};
+    Figures tell{media[is.media] + std::to_string(is.payloadType)};
+    tell(" ", is.encodingName);
+    tell(" codec ", is.codecType);
+    tell(" clock ", is.clockRate);
+    tell(" channels ", is.channels);
+    tell(" bandwidth ", is.bandwidth);
+    tell(" rate ", is.frameRate);
+    tell(" vps ", Hex(is.vps, is.vpsSize));
+    tell(" sps ", Hex(is.sps, is.spsSize));
+    tell(" pps ", Hex(is.pps, is.ppsSize));
+    tell(" config ", Hex(is.config, is.configSize));
+    tell(" fmtp ", is.fmtp != nullptr ? is.fmtp : "");
+    tell(" url ", is.controlUrl);
+    tell(" like ", is.sameControlAs);
     for (uint8_t type = 0; type < 128; ++type)
         if (stream.payloadTypes.Has(type) && !RTSPStreamInfo{}.payloadTypes.Has(type)) tell(" takes ", int{type});
-    return text.str();
+    return tell.text;
 }
 
 std::string Summaries(DescribedClient &described) {
@@ -86,9 +113,46 @@ TEST(SdpParser, MakesOfADescriptionInEachDialectWhatItsRowTells) {
         DescribedClient exact(sdp), tolerant(sdp, "live", RTSPTAP_DIALECT_TOLERANT);
         EXPECT_EQ(Summaries(exact), row.at(1)) << row[0];
         EXPECT_EQ(RulesUsed(exact.client.media.dialect), "") << row[0];
-        EXPECT_EQ(Summaries(tolerant), row.at(2)) << row[0];
+        std::string told = std::to_string(tolerant.result);
+        for (int32_t number = 1; number <= tolerant.client.media.streamCount; ++number)
+            told += " [" + FullSummary(tolerant, number, tolerant.Stream(number)) + "]";
+        EXPECT_EQ(told, row.at(2)) << row[0];
         EXPECT_EQ(RulesUsed(tolerant.client.media.dialect), row.at(3)) << row[0];
     }
+}
+
+TEST(SdpParser, TheRecordOfAStreamIsFilledAsFarAsItsSizeSays) {
+    const CapturedStdout out;
+    const DescribedClient described("v=0\nm=audio 0 RTP/AVP 0\n");
+    RTSPTapStreamDescription is = {};
+    is.recordSize = offsetof(RTSPTapStreamDescription, codecType);
+    is.codecType = 77;
+    EXPECT_EQ(RTSPTapGetStreamDescription(described.handle, 1, &is), 0);
+    EXPECT_EQ(std::to_string(is.media) + " " + std::to_string(is.codecType), "2 77");
+    for (const int32_t number : {0, 2, -1})
+        EXPECT_EQ(RTSPTapGetStreamDescription(described.handle, number, &is), RTSP_INVALID_ARGUMENT);
+    EXPECT_EQ(RTSPTapGetStreamDescription(0, 1, &is), RTSP_INVALID_ARGUMENT);
+    EXPECT_EQ(RTSPTapGetStreamDescription(described.handle, 1, nullptr), RTSP_INVALID_ARGUMENT);
+    is.recordSize = 3;
+    EXPECT_EQ(RTSPTapGetStreamDescription(described.handle, 1, &is), RTSP_INVALID_ARGUMENT);
+}
+
+TEST(Codecs, FurtherOnesAreThereForAClientThatAskedForThem) {
+    const CapturedStdout out;
+    Client exact, tolerant;
+    EXPECT_EQ(RTSPTapSetOption(tolerant, RTSPTAP_OPTION_DIALECT, RTSPTAP_DIALECT_TOLERANT), 0);
+    for (const intptr_t client : {intptr_t{exact}, intptr_t{tolerant}}) {
+        const uint16_t port = UdpPeer().Port();
+        EXPECT_EQ(RTSPClientSetMTUSize(client, 33000), 0);
+        EXPECT_EQ(CreateRTPStream(client, RTSPTAP_CODEC_H265, port, 1), 0);
+        UdpPeer().SendTo(port, Bytes(RtpPacket{.payloadType = 96, .sequenceNumber = 5}));
+    }
+    EXPECT_EQ(TakeSequenceNumbers(tolerant, RTSPTAP_CODEC_H265, 1), Numbers(5, 5));
+    EXPECT_EQ(RTPClientGetNbOfPktInBuffer(tolerant, RTSPTAP_CODEC_H265), 0);
+    RTPStreamData *packet = nullptr;
+    EXPECT_EQ(RTPClientGetRTPStreamData(exact, &packet, RTSPTAP_CODEC_H265), RTSP_INVALID_ARGUMENT);
+    EXPECT_EQ(RTPClientGetNbOfPktInBuffer(exact, RTSPTAP_CODEC_H265), RTSP_INVALID_ARGUMENT);
+    EXPECT_EQ(StartThirdPartyClient(exact, 1, RTSPTAP_CODEC_H265, 9, 1, 0, 0, 0, 0, 0, 0), RTSP_INVALID_ARGUMENT);
 }
 
 TEST(SdpParser, EveryLineIsKeptInTheListOfItsLevel) {
