@@ -17,8 +17,6 @@ namespace {
 constexpr std::string_view kLineEnds = "\r\n";
 constexpr std::string_view kWhiteSpace = " \t\n\v\f\r";
 
-char LowerCase(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
-
 std::string_view WithoutLeading(std::string_view text, std::string_view characters) {
     text.remove_prefix(std::min(text.find_first_not_of(characters), text.size()));
     return text;
@@ -78,9 +76,17 @@ double LeadingFraction(std::string_view text) {
     return minus ? -value : value;
 }
 
+char LowerCase(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+
 bool EqualIgnoringCase(std::string_view a, std::string_view b) {
     return std::equal(a.begin(), a.end(), b.begin(), b.end(),
                       [](char left, char right) { return LowerCase(left) == LowerCase(right); });
+}
+
+std::string_view WithoutBlanks(std::string_view text) {
+    constexpr std::string_view kBlanks = " \t";
+    text = WithoutLeading(text, kBlanks);
+    return text.substr(0, text.find_last_not_of(kBlanks) + 1);
 }
 
 std::string_view After(std::string_view text, std::string_view part) {

@@ -33,7 +33,11 @@ int32_t LeadingNumber(std::string_view text);
 double LeadingFraction(std::string_view text);
 
 inline bool Contains(std::string_view text, std::string_view part) { return text.find(part) != text.npos; }
+char LowerCase(char c); // of ASCII
 bool EqualIgnoringCase(std::string_view a, std::string_view b);
+
+// The text without the spaces and tabs around it.
+std::string_view WithoutBlanks(std::string_view text);
 
 // What follows the first `part` in `text`; a null view (data() == nullptr) when `part` is not in it.
 std::string_view After(std::string_view text, std::string_view part);

@@ -18,6 +18,8 @@ namespace rtsptap {
 inline constexpr int64_t kFirstCommonPort = 2000; // local UDP ports that all clients count up together
 inline constexpr int64_t kLastCommonPort = 59999;
 
+inline constexpr std::size_t kSessionIdLength = 32;
+
 struct RequestMsg;
 struct ResponseMsg;
 struct SDPField;
@@ -30,7 +32,7 @@ struct RTSPClient {
     char sessionName[64] = {};  // path of the aggregate URI
     char serverIp[32] = {};     // dotted IPv4 text
     uint16_t serverPort = 0;    // RTSP port of the server, host order
-    char sessionId[33] = {};    // from the SETUP reply, at most 32 characters
+    char sessionId[256] = {};   // from the SETUP reply, at most kSessionIdLength characters as a rule
     char multicastIp[33] = {};  // destination of a multicast SETUP reply
     uint16_t multicastPort = 0; // host order
     intptr_t mtuCallBack = 0;   // stored, never called

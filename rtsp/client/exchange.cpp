@@ -1,5 +1,7 @@
 #include "rtsp/client/exchange.h"
 
+#include "dialect/dialect.h"
+#include "platform/text.h"
 #include "rtp/interleaved/interleaved_service.h"
 #include "rtp/media_session.h"
 #include "rtp/stream.h"
@@ -257,15 +259,32 @@ int32_t CheckHeaderList(Exchange &exchange) {
     return exchange.trace.Fail(RTSP_INVALID_HEADER_LIST, exchange.method.badHeaderList);
 }
 
-std::string_view SessionToken(std::string_view headerValue) {
+std::string_view SessionToken(std::string_view headerValue, const Dialect &dialect) {
     const std::size_t start = headerValue.find_first_not_of(';');
     if (start == headerValue.npos) return headerValue;
-    return headerValue.substr(start, headerValue.find(';', start) - start);
+    const std::string_view token = headerValue.substr(start, headerValue.find(';', start) - start);
+    const std::string_view identifier = WithoutBlanks(token);
+    return identifier.size() == token.size() || !dialect.Permits(Rule::kPaddedSession) ? token : identifier;
 }
 
+namespace {
+
+std::string_view WithoutQuotes(std::string_view text) {
+    const bool isQuoted = text.size() > 1 && text.front() == '"' && text.back() == '"';
+    return isQuoted ? text.substr(1, text.size() - 2) : text;
+}
+
+} // namespace
+
 int32_t CompareSession(Exchange &exchange) {
-    const char *const session = GetResponseHeader(exchange.client->responseMsg, "Session");
-    if (session == nullptr || SessionToken(session) == exchange.client->sessionId) return RTSP_SUCCESS;
+    const Dialect &dialect = exchange.client->media.dialect;
+    const std::string_view ours = exchange.client->sessionId;
+    const char *const value = GetResponseHeader(exchange.client->responseMsg, "Session");
+    if (value == nullptr) return RTSP_SUCCESS;
+    const std::string_view session = SessionToken(value, dialect);
+    if (session == ours) return RTSP_SUCCESS;
+    if (WithoutQuotes(session) == WithoutQuotes(ours) && dialect.Permits(Rule::kPaddedSession)) return RTSP_SUCCESS;
+    if (dialect.Permits(Rule::kOtherSession)) return RTSP_SUCCESS;
     return exchange.trace.Fail(RTSP_INVALID_SESSION, "EXIT : %s : Invalid Session Id received from server \n");
 }
 

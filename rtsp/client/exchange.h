@@ -14,6 +14,7 @@
 
 namespace rtsptap {
 
+class Dialect;
 struct DescribeParts; // describe.cpp
 struct Exchange;
 struct RTSPClient;
@@ -118,6 +119,6 @@ void KeepReply(RTSPClient &client, RecvBufferPtr reply);
 void ReleaseResponse(RTSPClient &client);
 
 // The identifier in a Session value: its first token before a ';', or all of it when there is none.
-std::string_view SessionToken(std::string_view headerValue);
+std::string_view SessionToken(std::string_view headerValue, const Dialect &dialect);
 
 } // namespace rtsptap

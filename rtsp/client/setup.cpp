@@ -10,7 +10,9 @@
 #include "rtsp/message/request.h"
 #include "rtsp/message/response.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <cstring>
 
 namespace rtsptap {
 namespace {
@@ -68,10 +70,20 @@ int32_t PrepareTransport(Exchange &exchange) {
 
 constexpr int kInterleavedLineNumber = 2534; // what the milestone line has always said
 
+// "=6970", or "=", within its own parameter.
+bool IsNoPair(std::string_view ports) {
+    const std::string_view parameter = ports.substr(0, ports.find_first_of(";,"));
+    return static_cast<uint16_t>(LeadingNumber(After(parameter, "-"))) == 0;
+}
+
 // Kept: the server's RTP port is the second number of the range less one, whatever the first says.
 int32_t TakeServerPort(Exchange &exchange, std::string_view value) {
     const std::string_view ports = After(value, "server_port");
     if (ports.data() == nullptr) return RTSP_SUCCESS;
+    if (IsNoPair(ports) && exchange.client->media.dialect.Permits(Rule::kSinglePort)) {
+        exchange.setup->stream->serverPort = static_cast<uint16_t>(LeadingNumber(After(ports, "=")));
+        return RTSP_SUCCESS;
+    }
     const auto rtcpPort = static_cast<uint16_t>(LeadingNumber(After(ports, "-")));
     if (rtcpPort == 0)
         return exchange.trace.Fail(RTSP_BAD_NUMBER,
@@ -92,16 +104,54 @@ void TakeChannel(Exchange &exchange, std::string_view value) {
 int32_t TakeSession(Exchange &exchange) {
     const char *const value = GetResponseHeader(exchange.client->responseMsg, "Session");
     if (value == nullptr) return RTSP_SUCCESS;
-    const std::string_view session = SessionToken(value);
-    if (session.size() >= sizeof exchange.client->sessionId)
-        return exchange.trace.Fail(RTSP_BAD_RESPONSE, "EXIT : %s : Too long SessionID received \n");
-    CopyText(exchange.client->sessionId, session);
+    RTSPClient &client = *exchange.client;
+    const Dialect &dialect = client.media.dialect;
+    const std::string_view session = SessionToken(value, dialect);
+    const bool isTooLong = session.size() >= sizeof client.sessionId ||
+                           (session.size() > kSessionIdLength && !dialect.Permits(Rule::kLongSession));
+    if (isTooLong) return exchange.trace.Fail(RTSP_BAD_RESPONSE, "EXIT : %s : Too long SessionID received \n");
+    const bool isAnother = exchange.setup->joinsSession && client.sessionId[0] != 0 && session != client.sessionId;
+    if (isAnother && dialect.Permits(Rule::kOtherSession)) return RTSP_SUCCESS;
+    CopyText(client.sessionId, session);
     return RTSP_SUCCESS;
 }
 
+// ---- a Transport value as devices write it, put right in its place ----
+
+// Where the parameter's name stands, with letters of any case; npos: nowhere.
+std::size_t FindParameter(std::string_view value, std::string_view name) {
+    for (std::size_t at = 0; at + name.size() <= value.size(); ++at)
+        if (EqualIgnoringCase(value.substr(at, name.size()), name)) return at;
+    return value.npos;
+}
+
+// " =" or "= " at the front.
+bool HasBlankAtEquals(std::string_view text) {
+    constexpr std::string_view kBlanks = " \t";
+    const std::string_view value = text.substr(std::min(text.find_first_not_of(kBlanks), text.size()));
+    return value.starts_with('=') && (value.size() < text.size() || value.find_first_of(kBlanks) == 1);
+}
+
+void PutTransportRight(char *text, const Dialect &dialect) {
+    bool hasOtherCase = false;
+    bool hasBlanks = false;
+    for (const std::string_view name : {"multicast", "destination", "port", "server_port", "interleaved"}) {
+        const std::string_view value = text;
+        const std::size_t at = FindParameter(value, name);
+        if (at == value.npos) continue;
+        hasOtherCase = hasOtherCase || !Contains(value, name);
+        hasBlanks = hasBlanks || HasBlankAtEquals(value.substr(at + name.size()));
+    }
+    char *const end = text + strlen(text);
+    if (hasOtherCase && dialect.Permits(Rule::kTransportInAnyCase)) std::transform(text, end, text, LowerCase);
+    if (hasBlanks && dialect.Permits(Rule::kBlanksInTransport))
+        *std::remove_if(text, end, [](char c) { return c == ' ' || c == '\t'; }) = '\0';
+}
+
 int32_t ApplyTransport(Exchange &exchange) {
-    const char *const header = GetResponseHeader(exchange.client->responseMsg, "Transport");
+    char *const header = GetResponseHeader(exchange.client->responseMsg, "Transport");
     if (header == nullptr) return RTSP_SUCCESS;
+    PutTransportRight(header, exchange.client->media.dialect);
     const std::string_view value = header;
     if (Contains(value, "multicast") && Contains(value, "destination"))
         if (const int32_t result = JoinMulticast(exchange, value); result != RTSP_SUCCESS) return result;
@@ -116,6 +166,7 @@ int32_t SelectStream(Exchange &exchange) {
     if (exchange.setup->stream == nullptr)
         return exchange.trace.Fail(RTSP_INVALID_ARGUMENT,
                                    "EXIT : %s :Not able to get stream info from list for Stream Number\n");
+    exchange.setup->joinsSession = number > 1 && exchange.client->media.state == CLIENT_READY_STATE;
     SetChannel(*exchange.setup->stream, (static_cast<uint32_t>(number) - 1) * 2); // for UDP, too
     return RTSP_SUCCESS;
 }

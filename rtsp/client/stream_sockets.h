@@ -20,6 +20,7 @@ struct SetupParts {
     uint16_t userClientPort = 0;   // from the user's Transport header; 0 when not given
     uint16_t localPort = 0;        // of RTP, that of RTCP is the next one; over UDP, when the sockets are open
     bool hasUserTransport = false; // the list has such a header
+    bool joinsSession = false;     // an earlier SETUP has begun it, and this request names it
 };
 
 extern uint16_t gblClientRtspUdpPort; // the last client RTP port handed out; guarded by gblRTSPClientListLock

@@ -87,10 +87,33 @@ bool ParseStatusLine(const Reading &reading, std::string_view line) {
 
 enum class HeaderLine { kTaken, kRefused, kNoMemory };
 
+bool ContinuesHeader(const Reading &reading, std::string_view line) {
+    return (line.front() == ' ' || line.front() == '\t') && reading.response.headerCount > 0 &&
+           Permits(reading, line, Rule::kFoldedLine);
+}
+
+// The last header's value goes on with one blank, and the line's text.
+HeaderLine ContinueHeader(const Reading &reading, std::string_view line) {
+    char *&value = reading.response.headers[reading.response.headerCount - 1].headerValue;
+    const std::string_view begun = value;
+    const std::string_view more = WithoutBlanks(line);
+    const std::size_t blank = begun.empty() || more.empty() ? 0 : 1;
+    HeapText whole(static_cast<char *>(std::malloc(begun.size() + blank + more.size() + 1)));
+    if (!whole)
+        return reading.trace.Fail(HeaderLine::kNoMemory,
+                                  "\tEXIT : %s :Memory Allocation Failed for header's value buffer \n");
+    char *end = std::copy(begun.begin(), begun.end(), whole.get());
+    if (blank != 0) *end++ = ' ';
+    *std::copy(more.begin(), more.end(), end) = '\0';
+    std::free(std::exchange(value, whole.release()));
+    return HeaderLine::kTaken;
+}
+
 // Kept: the name is everything before the first colon, untrimmed, and the character after the colon is skipped
 // whatever it is.
 HeaderLine ParseHeaderLine(const Reading &reading, std::string_view line) {
     const auto &[trace, dialect, bodyStart, response] = reading;
+    if (ContinuesHeader(reading, line)) return ContinueHeader(reading, line);
     std::string_view name;
     if (!Until(line, ':', name)) return HeaderLine::kTaken; // no header, nothing to store
     const bool beginsWithBlank = line.starts_with(' ') || line.starts_with('\t');
@@ -111,7 +134,7 @@ HeaderLine ParseHeaderLine(const Reading &reading, std::string_view line) {
 
     if (name != "CSeq") return HeaderLine::kTaken;
     response.cSeq = static_cast<uint32_t>(LeadingNumber(line));
-    if (response.cSeq == 0)
+    if (response.cSeq == 0 && !Permits(reading, line, Rule::kNoSequenceNumber))
         return trace.Fail(HeaderLine::kRefused, "EXIT : %s :Problem in converting Ascii to Integer value \n");
     return HeaderLine::kTaken;
 }

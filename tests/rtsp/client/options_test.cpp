@@ -1,6 +1,7 @@
 // What can be set of a client by number, and the rules of its dialect.
 #include "platform/address.h"
 #include "platform/system.h"
+#include "platform/text.h"
 #include "rtp/stream.h"
 #include "rtsp/client/options.h"
 #include "rtsp/client/stream_sockets.h"
@@ -95,6 +96,52 @@ int64_t Get(intptr_t client, int32_t option) {
     int64_t value = -1;
     EXPECT_EQ(RTSPTapGetOption(client, option, &value), 0);
     return value;
+}
+
+std::string SetUpWith(const std::string &header, int32_t rule, int32_t isOn, uint64_t &uses) {
+    const CapturedStdout output;
+    ScriptedServer server({{"DESCRIBE ", WithBody(kDescription)}, {"SETUP ", Ok(header)}});
+    Client client;
+    client.serverPort = server.Port();
+    EXPECT_EQ(RTSPTapSetRule(client, rule, isOn), 0);
+    client.Reach(CLIENT_DESCRIBE_SENT_STATE);
+    RTSPStreamInfo &stream = *RecordOf(client).media.streamList;
+    stream.serverPort = 9;
+    const int32_t result = client.Setup(1);
+    EXPECT_EQ(RTSPTapGetRuleUse(client, rule, &uses), 0);
+    return std::to_string(result) + " " + std::to_string(stream.serverPort) + " " +
+           std::to_string(stream.interleavedChannel) + " " + RecordOf(client).sessionId;
+}
+
+TEST(Setup, ReadsAsRulesPermit) {
+    for (const auto &row : Rows("tolerated_setups.txt")) {
+        std::istringstream words(row[0]);
+        int32_t rule = 0;
+        uint64_t expected = 0;
+        uint64_t uses = 0;
+        std::string header;
+        std::getline(words >> rule >> expected >> std::ws, header);
+        EXPECT_EQ(WithoutBlanks(SetUpWith(header, rule, 0, uses)), WithoutBlanks(row.at(1))) << row[0];
+        EXPECT_EQ(WithoutBlanks(SetUpWith(header, rule, 1, uses)), WithoutBlanks(row.at(2))) << row[0];
+        EXPECT_EQ(uses, expected) << row[0];
+    }
+}
+
+TEST(Setup, TheFirstSessionStaysInForceAndQuotesDoNotTellSessionsApart) {
+    const Script script{{"DESCRIBE ", WithBody(kDescription)},
+                        {"SETUP ", Ok("Session: \"one\"")},
+                        {{"SETUP ", "\r\nSession: \"one\"\r\n"}, Ok("Session: two")},
+                        {{"PLAY ", "\r\nSession: \"one\"\r\n"}, Ok("Session: two")},
+                        {{"PAUSE ", "\r\nSession: \"one\"\r\n"}, Ok("Session: one")}};
+    const CapturedStdout output;
+    ScriptedServer server(script);
+    Client client;
+    client.serverPort = server.Port();
+    Set(client, RTSPTAP_OPTION_DIALECT, RTSPTAP_DIALECT_TOLERANT);
+    EXPECT_EQ(client.Reach(CLIENT_PAUSE_STATE), 0);
+    const Dialect &dialect = RecordOf(client).media.dialect;
+    EXPECT_EQ(dialect.Uses(Rule::kOtherSession), 2U);
+    EXPECT_EQ(dialect.Uses(Rule::kPaddedSession), 1U);
 }
 
 // Each end comes long before the one that is there by default.
