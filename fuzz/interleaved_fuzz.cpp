@@ -128,7 +128,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
         if ((settings & kHandOver) && pieces % 8 == 7) StartInterleavedThread(session);
         if (settings & kTakePackets) server.TakePackets((settings & kWaitForPackets) && pieces < kWaits);
     }
-    while (IsServing(server.streams[0]->rtpThread)) usleep(100);
+    while (IsServing(server.streams[0]->thread)) usleep(100);
     server.TakePackets();
     server.CheckReply(TakePostedReply(session.connection));
     return 0;

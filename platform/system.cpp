@@ -36,6 +36,39 @@ int WaitForThreadCompletion(pthread_t threadId) {
     return pthread_join(threadId, nullptr) == 0 ? RTSP_SUCCESS : RTSP_FAILURE;
 }
 
+namespace {
+
+class ScopedSignalBlock {
+public:
+    ScopedSignalBlock() {
+        sigset_t all;
+        sigfillset(&all);
+        for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS}) sigdelset(&all, fault);
+        pthread_sigmask(SIG_BLOCK, &all, &before_);
+    }
+    ~ScopedSignalBlock() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+    ScopedSignalBlock(const ScopedSignalBlock &) = delete;
+    ScopedSignalBlock &operator=(const ScopedSignalBlock &) = delete;
+
+private:
+    sigset_t before_;
+};
+
+} // namespace
+
+// A program whose thread-local data leaves no room on a small stack gets the default one.
+bool rtsptap::StartLibraryThread(pthread_t &thread, void *(*body)(void *), void *argument) {
+    const ScopedSignalBlock inherited;
+    pthread_attr_t small;
+    if (pthread_attr_init(&small) == 0) {
+        pthread_attr_setstacksize(&small, kLibraryStackBytes);
+        const int result = pthread_create(&thread, &small, body, argument);
+        pthread_attr_destroy(&small);
+        if (result != EINVAL) return result == 0;
+    }
+    return ThreadCreate(&thread, body, argument) == RTSP_SUCCESS;
+}
+
 void HandleSignal(void) { std::signal(SIGPIPE, SIG_IGN); }
 
 RTSPTAP_WEAK_NAME(ThreadCreate)
@@ -117,9 +150,7 @@ int DestroyConditionVar(pthread_cond_t *condition) {
 
 int rtsptap::WaitForConditionUntil(pthread_cond_t *condition, pthread_mutex_t *mutex, uint64_t deadlineMs,
                                    uint64_t waitMs) {
-    return WaitUntil(condition, mutex, CLOCK_MONOTONIC,
-                     {static_cast<time_t>(deadlineMs / 1000), static_cast<long>(deadlineMs % 1000) * 1000000},
-                     waitMs);
+    return WaitUntil(condition, mutex, CLOCK_MONOTONIC, MonotonicTime(deadlineMs), waitMs);
 }
 
 int WaitForConditionVar(pthread_cond_t *condition, pthread_mutex_t *mutex) {
@@ -176,11 +207,11 @@ void PrintSystemError(int error) {
     std::perror(nullptr);
 }
 
-int ReceiveFromStream(int sockfd, void *buf, int len, int flags) {
+int ReceiveFromStream(int sockfd, void *buf, int len) {
     int result = RTSP_FAILURE;
     int error = EINVAL; // a negative length
     while (len >= 0) {
-        result = static_cast<int>(recv(sockfd, buf, static_cast<size_t>(len), flags));
+        result = static_cast<int>(recv(sockfd, buf, static_cast<size_t>(len), 0));
         error = errno;
         if (result >= 0 || !rtsptap::IsInterrupted(error)) break;
         RtpRtspInfoPrint("TCP recv function error in linux: Err :%d Retval: %d \n", error, result);
@@ -210,11 +241,36 @@ int rtsptap::ReceiveDatagram(int sockfd, void *buf, int len, int flags, sockaddr
     // MSG_TRUNC: the datagram's own size, also when it does not fit.
     const auto result =
         static_cast<int>(recvfrom(sockfd, buf, static_cast<size_t>(len), MSG_TRUNC | flags, srcAddr, srcAddrLen));
-    if (result > len)
-        RtpRtspInfoPrint("Received data packet is greater than MTU size so changing MTU size; "
-                         "retValue:%d, dataSize:%d\n",
-                         result, len);
+    if (result > len) TellLongDatagram(result, len);
     return result;
+}
+
+void rtsptap::TellLongDatagram(int received, int len) {
+    RtpRtspInfoPrint("Received data packet is greater than MTU size so changing MTU size; "
+                     "retValue:%d, dataSize:%d\n",
+                     received, len);
+}
+
+bool rtsptap::LimitReceiveWait(int socket, int ms) {
+    const timeval limit{ms / 1000, ms % 1000 * 1000};
+    return setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) == 0;
+}
+
+int rtsptap::ReceiveDatagrams(int sockfd, std::span<DatagramPlace> places, int flags) {
+    mmsghdr messages[kMostDatagrams];
+    iovec parts[kMostDatagrams][2];
+    for (std::size_t i = 0; i < places.size(); ++i) {
+        parts[i][0] = {places[i].bytes, places[i].size};
+        parts[i][1] = {places[i].spill, places[i].spillSize};
+        messages[i] = {};
+        messages[i].msg_hdr.msg_iov = parts[i];
+        messages[i].msg_hdr.msg_iovlen = places[i].spillSize > 0 ? 2 : 1;
+    }
+    const int count = recvmmsg(sockfd, messages, static_cast<unsigned>(places.size()),
+                               MSG_TRUNC | MSG_WAITFORONE | flags, nullptr);
+    for (int i = 0; i < count; ++i)
+        places[static_cast<std::size_t>(i)].received = static_cast<int>(messages[i].msg_len);
+    return count;
 }
 
 int UDPSockRecv(int sockfd, void *buf, int len, struct sockaddr *srcAddr, socklen_t *srcAddrLen) {
@@ -228,13 +284,13 @@ int UDPSockRecv(int sockfd, void *buf, int len, struct sockaddr *srcAddr, sockle
 }
 
 int rtsptap::ReceiveBytes(int sockfd, void *buf, int len, int flags) {
-    const int result = ReceiveFromStream(sockfd, buf, len, flags);
-    if (result >= 0 || errno != EAGAIN) PrintNothingReceived(result);
+    const auto result = static_cast<int>(recv(sockfd, buf, static_cast<size_t>(len), flags));
+    if (result >= 0 || (errno != EAGAIN && !IsInterrupted(errno))) PrintNothingReceived(result);
     return result;
 }
 
 int TCPSockRecv(int sockfd, void *buf, int len) {
-    const int result = ReceiveFromStream(sockfd, buf, len, 0);
+    const int result = ReceiveFromStream(sockfd, buf, len);
     PrintNothingReceived(result);
     return result;
 }

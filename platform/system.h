@@ -5,8 +5,10 @@
 
 #include "rtsptap.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <ctime>
+#include <span>
 #include <sys/socket.h>
 #include <utility>
 
@@ -19,6 +21,21 @@ inline uint64_t MonotonicMs() {
     clock_gettime(CLOCK_MONOTONIC, &now);
     return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1000000;
 }
+
+// The same moment for a wait on CLOCK_MONOTONIC.
+inline timespec MonotonicTime(uint64_t ms) {
+    return {static_cast<time_t>(ms / 1000), static_cast<long>(ms % 1000) * 1000000};
+}
+
+// ---- Threads of the library's own ----
+
+// What they need, and a callback of the program's may: a default stack is reserved for much more.
+inline constexpr std::size_t kLibraryStackBytes = 256 * 1024;
+
+// Starts a thread to be joined, with a small stack. Signals are the program's affair: its handlers run on its own
+// threads, and no wait of ours ends early. Those that tell of a fault of the thread itself stay as they are, for
+// whoever writes crash reports.
+bool StartLibraryThread(pthread_t &thread, void *(*body)(void *), void *argument);
 
 // ---- Waiting: the wait of a reader has more than one part, so its end is the caller's ----
 
@@ -38,8 +55,32 @@ bool IsInterrupted(int error);
 // tells so (IsInterrupted), silently, that whoever receives can look at its orders.
 int ReceiveDatagram(int sockfd, void *buf, int len, int flags, sockaddr *srcAddr, socklen_t *srcAddrLen);
 
-// TCPSockRecv with flags of recv(2). That nothing has arrived yet (EAGAIN) is not printed.
+// TCPSockRecv with flags of recv(2), and without its retry. That nothing has arrived yet, or that the call was
+// interrupted, is not printed.
 int ReceiveBytes(int sockfd, void *buf, int len, int flags);
+
+// How long a receive call on the socket may wait. False when the system refuses.
+bool LimitReceiveWait(int socket, int ms);
+
+// ---- Datagrams in batches ----
+
+// Where the next datagram goes: its first `size` bytes to `bytes`, what is longer to `spill`.
+struct DatagramPlace {
+    uint8_t *bytes = nullptr;
+    std::size_t size = 0;
+    uint8_t *spill = nullptr;
+    std::size_t spillSize = 0;
+    int received = 0; // out: its own size, also when it does not fit
+};
+
+inline constexpr std::size_t kMostDatagrams = 16; // in one batch
+
+// recvmmsg(2): waits for the first datagram as the flags say, never for the others. Returns how many came, or -1
+// with errno; an interrupted call tells so (IsInterrupted).
+int ReceiveDatagrams(int sockfd, std::span<DatagramPlace> places, int flags);
+
+// Tells of a datagram that did not fit into `len` bytes.
+void TellLongDatagram(int received, int len);
 
 // ---- Cleanup that belongs to scope ----
 

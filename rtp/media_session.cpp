@@ -8,6 +8,7 @@
 #include "rtp/stream.h"
 
 #include <new>
+#include <utility>
 
 namespace rtsptap {
 namespace {
@@ -91,7 +92,13 @@ RTSPStreamInfo *FindLastStreamByCodec(const MediaSession &session, int32_t codec
 namespace {
 
 bool ServesConnection(const StreamThread *thread) {
-    return thread != nullptr && thread->service == &kInterleavedService;
+    return thread != nullptr && thread->services[0] == &kInterleavedService;
+}
+
+// The thread would go on with a number that is a stranger's by then.
+void StopThreadAndClose(RTSPStreamInfo &stream, int32_t &socket) {
+    if (!ServesConnection(stream.thread)) StopStreamThread(stream.thread, socket);
+    CloseSock(std::exchange(socket, -1));
 }
 
 bool ReceivesDatagrams(const StreamThread *thread) { return IsServing(thread) && !ServesConnection(thread); }
@@ -100,33 +107,33 @@ bool ReceivesDatagrams(const StreamThread *thread) { return IsServing(thread) &&
 
 bool ConnectionIsServed(const MediaSession &session) {
     const RTSPStreamInfo *const first = session.streamList;
-    return first != nullptr && IsServing(first->rtpThread) && ServesConnection(first->rtpThread);
+    return first != nullptr && IsServing(first->thread) && ServesConnection(first->thread);
 }
 
 void ChooseStreamsForFrames(const MediaSession &session) {
     for (RTSPStreamInfo *stream = session.streamList; stream != nullptr; stream = stream->next)
-        stream->takesFrames = !ReceivesDatagrams(stream->rtpThread) && !ReceivesDatagrams(stream->rtcpThread);
+        stream->takesFrames = !ReceivesDatagrams(stream->thread);
 }
 
 // Without a socket a thread would end at once and hold its descriptor until the session ends: a description with
 // thousands of streams that nobody sets up must not use up the process's.
-void StartUdpThreads(RTSPStreamInfo &stream) {
-    if (stream.rtpSocket >= 0) StartStreamThread(stream.rtpThread, stream, kRtpService);
-    if (stream.rtcpSocket >= 0) StartStreamThread(stream.rtcpThread, stream, kRtcpService);
+void StartUdpThread(RTSPStreamInfo &stream) {
+    const Service *const rtp = stream.rtpSocket >= 0 ? &kRtpService : nullptr;
+    const Service *const rtcp = stream.rtcpSocket >= 0 ? &kRtcpService : nullptr;
+    if (rtp != nullptr || rtcp != nullptr) StartStreamThread(stream.thread, stream, {rtp, rtcp});
 }
 
 void StartInterleavedThread(MediaSession &session) {
     RTSPStreamInfo *const first = session.streamList;
     if (first == nullptr) return;
     ChooseStreamsForFrames(session);
-    StopStreamThread(first->rtcpThread, -1); // the first stream changes over: its receive thread is taken over from
-    first->takesFrames = true;
-    StartStreamThread(first->rtpThread, *first, kInterleavedService);
+    first->takesFrames = true; // it changes over: its thread is taken over from
+    StartStreamThread(first->thread, *first, {&kInterleavedService});
 }
 
 void StopInterleavedThread(const MediaSession &session, int socket) {
     for (RTSPStreamInfo *stream = session.streamList; stream != nullptr; stream = stream->next)
-        if (ServesConnection(stream->rtpThread)) StopStreamThread(stream->rtpThread, socket);
+        if (ServesConnection(stream->thread)) StopStreamThread(stream->thread, socket);
 }
 
 void CloseConnectionAndStreams(MediaSession &session) {
@@ -138,19 +145,15 @@ void CloseConnectionAndStreams(MediaSession &session) {
     ForgetConnection(session.connection);
     for (RTSPStreamInfo *stream = session.streamList; stream != nullptr; stream = stream->next) {
         DebugPrint(kDebugEntry, "\tWaiting for Stream Receive Thread Completion\n");
-        StopAndClose(stream->rtpThread, stream->rtpSocket);
-        StopAndClose(stream->rtcpThread, stream->rtcpSocket);
+        CloseRtpSocket(*stream);
+        CloseRtcpSocket(*stream);
         EndReaderWaits(*stream); // also of one whose thread had ended before
     }
 }
 
-void CloseRtpSocket(RTSPStreamInfo &stream) {
-    if (!ServesConnection(stream.rtpThread)) return StopAndClose(stream.rtpThread, stream.rtpSocket);
-    CloseSock(stream.rtpSocket);
-    stream.rtpSocket = -1;
-}
+void CloseRtpSocket(RTSPStreamInfo &stream) { StopThreadAndClose(stream, stream.rtpSocket); }
 
-void CloseRtcpSocket(RTSPStreamInfo &stream) { StopAndClose(stream.rtcpThread, stream.rtcpSocket); }
+void CloseRtcpSocket(RTSPStreamInfo &stream) { StopThreadAndClose(stream, stream.rtcpSocket); }
 
 bool SizeReceiveBuffer(MediaSession &session, int socket, int byDefault) {
     const int asked = session.receiveBuffer != 0 ? static_cast<int>(session.receiveBuffer) : byDefault;
@@ -185,9 +188,9 @@ void EndStreams(MediaSession &session) {
 
 void FreeIdleRings(const MediaSession &session) {
     const RTSPStreamInfo *const first = session.streamList;
-    if (first == nullptr || IsServing(first->rtpThread)) return; // over TCP it serves all of them
+    if (first == nullptr || IsServing(first->thread)) return; // over TCP it serves all of them
     for (RTSPStreamInfo *stream = session.streamList; stream != nullptr; stream = stream->next)
-        if (!IsServing(stream->rtpThread) && NothingInUse(*stream)) FreeRingAndPool(*stream);
+        if (!IsServing(stream->thread) && NothingInUse(*stream)) FreeRingAndPool(*stream);
 }
 
 void ReleaseSession(MediaSession &session) {

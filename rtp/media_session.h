@@ -17,6 +17,8 @@ namespace rtsptap {
 struct ReceiveRing;
 struct RTSPStreamInfo;
 
+inline constexpr int32_t kLongestNapUs = 1000;
+
 inline constexpr uint32_t kDefaultMtuSize = 33000; // bytes; connect and the standalone receiver set it
 
 struct MediaSession {
@@ -30,6 +32,7 @@ struct MediaSession {
     std::atomic<int32_t> streamCount{0};            // streams of the description in force
     std::atomic<uint32_t> mtuSize{0};               // bytes; largest packet received in one piece
     std::atomic<uint32_t> dataProto{DATA_PROTO_UDP};
+    std::atomic<int32_t> receiveNapUs{-1}; // how long a reader lets packets gather; -1: as targetLatency says
     std::atomic<int32_t> targetLatency{0};             // ms; 0 switches latency control off
     std::atomic<int32_t> underflowLimit{0};            // ms
     std::atomic<int32_t> overflowLimit{0};             // ms
@@ -79,8 +82,8 @@ RTSPStreamInfo *FindLastStreamByCodec(const MediaSession &session, int32_t codec
 
 // ---- Receive threads and sockets: started by PLAY, stopped by TEARDOWN and Destroy; application thread ----
 
-// Starts the stream's RTP and RTCP threads over UDP, or hands over to new ones where they run.
-void StartUdpThreads(RTSPStreamInfo &stream);
+// Starts the thread that serves the stream's RTP and RTCP over UDP, or hands over to a new one where it runs.
+void StartUdpThread(RTSPStreamInfo &stream);
 // Starts the thread that serves the whole interleaved connection, on the session's first stream.
 void StartInterleavedThread(MediaSession &session);
 
@@ -89,12 +92,11 @@ void StopInterleavedThread(const MediaSession &session, int socket);
 // True while a thread reads the connection.
 bool ConnectionIsServed(const MediaSession &session);
 
-// Before frames are taken: those of every stream are, but where threads receive datagrams, for a session may change
-// its protocol while they run.
+// Before frames are taken: those of every stream are, but where a thread receives datagrams, for a session may
+// change its protocol while they run.
 void ChooseStreamsForFrames(const MediaSession &session);
 
-// Closes the RTSP connection, then stops every thread of every stream and closes its sockets, in this order:
-// RTP socket, RTP thread, RTCP socket, RTCP thread.
+// Closes the RTSP connection, then stops the thread of every stream and closes its sockets.
 void CloseConnectionAndStreams(MediaSession &session);
 
 // Close one socket of a stream; a thread that receives on it is stopped.

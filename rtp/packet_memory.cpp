@@ -15,7 +15,7 @@ namespace {
 
 RingPlace PlaceAt(ReceiveRing &ring, RingRoom verdict, int64_t offset, int64_t freeEnd, int64_t mtu) {
     ring.writeIndex = offset;
-    return {verdict, std::min(mtu, freeEnd - offset)};
+    return {verdict, std::min(mtu, freeEnd - offset), freeEnd - offset};
 }
 
 } // namespace
@@ -32,12 +32,12 @@ RingPlace PlaceNextPacket(ReceiveRing &ring, uint32_t mtu) {
     }
 
     if (ring.writeIndex < reader) {
-        if (reader - ring.writeIndex <= longest) return {RingRoom::kFullBehind, 0};
+        if (reader - ring.writeIndex <= longest) return {RingRoom::kFullBehind};
         return PlaceAt(ring, RingRoom::kReady, ring.writeIndex, reader, longest);
     }
     if (ring.bufferEnd - ring.writeIndex > longest)
         return PlaceAt(ring, RingRoom::kReady, ring.writeIndex, ring.bufferEnd, longest);
-    if (reader <= longest) return {RingRoom::kFullAtEnd, 0};
+    if (reader <= longest) return {RingRoom::kFullAtEnd};
     return PlaceAt(ring, RingRoom::kWrapped, 0, reader, longest);
 }
 
@@ -168,7 +168,7 @@ bool OpenRing(RTSPStreamInfo &stream) {
 
 RingPlace FindRoom(RTSPStreamInfo &stream, int64_t needed) {
     const uint32_t mtu = stream.session->mtuSize;
-    if (!OpenRing(stream)) return {RingRoom::kNoMemory, 0};
+    if (!OpenRing(stream)) return {RingRoom::kNoMemory};
     const RingPlace place = PlaceNextPacket(stream.ring, mtu);
     if (place.room >= needed || !NothingInUse(stream)) return place;
     EmptyRing(stream.ring);

@@ -43,7 +43,8 @@ enum class RingRoom {
 
 struct RingPlace {
     RingRoom verdict = RingRoom::kFullBehind;
-    int64_t room = 0; // contiguous bytes at writeIndex, at most the MTU
+    int64_t room = 0;       // contiguous bytes at writeIndex, at most the MTU
+    int64_t contiguous = 0; // all of them
 };
 
 // Decides where the next packet goes. `mtu` in bytes, at least 1.

@@ -2,42 +2,46 @@
 // that of a reader that would otherwise sleep until that thread woke it. Waking a thread costs many times what
 // receiving does; a reader in its turn is woken by the data itself.
 //
-// Nothing is handed back between one turn of a reader and its next: while readers come and go the thread rests and
-// looks by the clock whether they still do. When none has come for a while it waits for the socket and receives
-// until the next one comes.
+// Nothing is handed back between one turn of a reader and its next: while readers come and go the thread rests, and
+// the reader watch looks by the clock whether they still do. When none has come for a while the thread waits for
+// the socket and receives until the next one comes.
 //
-// No wake-up can be lost, because the thread sleeps in three ways only. It waits for the socket itself, and what
-// lies there already ends that wait. It rests for a few milliseconds. Or it sleeps while a reader has the turn,
-// which the turn's state says, at most once in each of a reader's turns: the reader finds that state when it
-// leaves, and wakes the thread. A thread that is awake again before the turn is given back rests by the clock.
+// No wake-up can be lost, because the thread waits in two ways only. It waits for the socket itself, and what lies
+// there already ends that wait. Or it rests, which the turn's state says for as long as it lasts: the watch sees
+// each turn in that state, and a reader that leaves one calls the watch if that sleeps.
 #pragma once
+
+#include "rtp/reader_watch.h"
 
 #include <atomic>
 #include <cstdint>
 
 namespace rtsptap {
 
-struct Readiness;
 struct StreamThread;
 
 inline constexpr int kTurnSliceMs = 50; // a reader whose socket is silent looks around this often
 
-enum class TurnState : uint8_t {
+// 32 bits: what the system can wait for.
+enum class TurnState : uint32_t {
     kFree,
-    kFreeThreadWaits,  // the thread waits for the socket: a reader that comes sends it to rest
-    kTaken,            // by a reader or by the thread
-    kTakenThreadSleeps // by a reader, which wakes the thread when it leaves
+    kFreeThreadWaits, // the thread waits for the socket: a reader that comes sends it to rest
+    kFreeThreadRests, // watched: the thread is woken when no reader comes
+    kTaken,           // by a reader or by the thread
+    kTakenThreadRests // by a reader
 };
 
-struct ReceiveTurn {
+// In a cache line of its own: the watch looks at those of all streams.
+struct alignas(64) ReceiveTurn {
     std::atomic<TurnState> state{TurnState::kFree};
-    std::atomic<uint32_t> visits{0};      // turns that readers have had
-    std::atomic<uint64_t> lastVisitMs{0}; // MonotonicMs when a reader last left its turn
-    std::atomic<int32_t> sleepers{0};     // readers that found it taken and wait to be signalled
-    // ---- Whoever has the turn ----
+    std::atomic<uint32_t> visits{0};  // turns that readers have had; written in the turn
+    std::atomic<int32_t> sleepers{0}; // readers that found it taken and wait to be signalled
+    // ---- Whoever has the turn; read by the watch while its thread rests ----
     StreamThread *thread = nullptr; // that serves the socket; null: readers get no turn
     bool readersMayWait = false;    // in the socket: their waits there are limited
     bool ended = false;             // it delivers nothing any more
+    // ---- The reader watch ----
+    WatchedTurn watched;
 };
 
 // Holds the turn for the length of a block, if it can be had. The thread's.
@@ -55,7 +59,7 @@ private:
     const bool mine_;
 };
 
-// The same for a reader: the thread rests meanwhile, and hears of it when it sleeps until the reader leaves.
+// The same for a reader: the thread rests meanwhile.
 class ReaderTurn {
 public:
     explicit ReaderTurn(ReceiveTurn &turn);
@@ -66,7 +70,7 @@ public:
 
 private:
     ReceiveTurn &turn_;
-    bool mine_;
+    bool mine_ = false;
 };
 
 // ---- In a turn ----
@@ -78,15 +82,13 @@ void CloseTurn(ReceiveTurn &turn);
 // Nothing will be received any more; the thread has ended, or will.
 bool IsOver(const ReceiveTurn &turn);
 
-// ---- Outside of a turn, the thread only ----
+// ---- Outside of a turn, its thread only ----
 
-// True after a rest, when readers come; false at once when the thread is to receive itself.
-bool RestForReaders(const StreamThread &thread, ReceiveTurn &turn);
+// True while the thread is to rest, because readers come: it then waits for its orders, not for the socket.
+bool RestsForReaders(StreamThread &thread, ReceiveTurn &turn);
 
-// Waits for the socket, for the thread's wake, for a reader that wants to receive, or `timeoutMs`.
-void WaitForData(const StreamThread &thread, ReceiveTurn &turn, int socket, int timeoutMs);
-
-// The same where readers have no part.
-Readiness WaitForSocket(const StreamThread &thread, int socket, int timeoutMs);
+// Around a wait for the socket. False when a reader has come instead: nobody is to wait.
+bool BeginSocketWait(ReceiveTurn &turn);
+void EndSocketWait(ReceiveTurn &turn);
 
 } // namespace rtsptap

@@ -9,27 +9,19 @@
 #include "rtp/stream.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <climits>
+#include <cstddef>
 #include <cstdio>
+#include <cstring>
+#include <span>
 
 namespace rtsptap {
 namespace {
 
-constexpr int kMostAtOnce = 64; // so that no reader waits for the end of a flood
-constexpr int kLookMs = 200;    // orders wake the thread; this is for what nobody thought of
-
-// A reader in its turn waits in the receive call itself; shutting the socket down ends the wait. False when the
-// system refuses: a call that waited without limit would miss orders.
-bool LimitReceiveWait(int socket) {
-    const timeval slice{0, kTurnSliceMs * 1000};
-    return setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &slice, sizeof slice) == 0;
-}
-
-int Receive(RTSPStreamInfo &stream, int64_t room, int flags) {
-    return ReceiveDatagram(stream.rtpSocket, stream.ring.storage + stream.ring.writeIndex, static_cast<int>(room),
-                           flags, nullptr, nullptr);
-}
+constexpr std::size_t kMostAtOnce = 64; // so that no reader waits for the end of a flood
+constexpr int kLookMs = 200;            // orders wake the thread; this is for what nobody thought of
 
 // A signal ends the wait of a socket that has a time-out, whatever its handler asks for: whoever receives looks at
 // its orders and the clock, then waits on.
@@ -43,17 +35,87 @@ Served EndReceiving(ReceiveTurn &turn) {
     return Served::kEnded;
 }
 
-// Queues what has arrived. Waits for the first datagram as the flags say, never for the others.
-Served ReceiveDatagrams(RTSPStreamInfo &stream, int flags) {
+// ---- a batch of datagrams ----
+
+// Datagrams are received into places that lie behind one another in the ring, each as long as the longest one of
+// the last batch was. What is longer spills into the room behind twice the longest batch, and is joined.
+struct Batch {
+    uint8_t *base = nullptr;
+    std::array<DatagramPlace, kMostDatagrams> places;
+    std::span<DatagramPlace> used;
+};
+
+// As many places as the last batches had use for, and as have room even if every datagram is the longest.
+void MakePlaces(RTSPStreamInfo &stream, const RingPlace &ringPlace, Batch &batch) {
+    const auto longest = static_cast<std::size_t>(std::min<int64_t>(ringPlace.room, INT_MAX));
+    const auto fitting = static_cast<std::size_t>((ringPlace.contiguous - 1) / (2 * ringPlace.room));
+    const std::size_t count = std::clamp<std::size_t>(std::min(fitting, stream.batches.places), 1, kMostDatagrams);
+    const std::size_t size = count == 1 ? longest : std::clamp<std::size_t>(stream.batches.longest, 1, longest);
+    batch.base = stream.ring.storage + stream.ring.writeIndex;
+    batch.used = std::span(batch.places).first(count);
+    uint8_t *spill = batch.base + count * longest;
+    for (std::size_t i = 0; i < count; ++i, spill += longest - size)
+        batch.places[i] = {batch.base + i * size, size, spill, longest - size, 0};
+}
+
+std::size_t SpilledBytes(const DatagramPlace &place) {
+    const auto received = static_cast<std::size_t>(std::max(place.received, 0));
+    return std::min(received - std::min(received, place.size), place.spillSize);
+}
+
+// Makes every datagram of the batch lie in one piece, in the order in which they came.
+void JoinSpilled(std::span<DatagramPlace> received) {
+    std::size_t shift = 0;
+    for (const DatagramPlace &place : received) shift += SpilledBytes(place);
+    for (std::size_t i = received.size(); shift > 0 && i-- > 0;) {
+        DatagramPlace &place = received[i];
+        const std::size_t spilled = SpilledBytes(place);
+        shift -= spilled;
+        std::memmove(place.bytes + shift, place.bytes, place.size);
+        std::memcpy(place.bytes + shift + place.size, place.spill, spilled);
+        place.bytes += shift;
+    }
+}
+
+// The next batch has places for twice as many when this one was full, else for one more than came.
+void LearnFrom(BatchHabits &habits, std::span<const DatagramPlace> received, std::size_t asked) {
+    const std::size_t came = received.size();
+    habits.places = std::min(came == asked ? 2 * came : came + 1, kMostDatagrams);
+    habits.longest = 0;
+    for (const DatagramPlace &place : received)
+        habits.longest = std::max(habits.longest, static_cast<std::size_t>(place.received));
+}
+
+// Queues the datagrams, up to one without content. False when there was one.
+bool AcceptBatch(RTSPStreamInfo &stream, std::span<const DatagramPlace> received) {
     constexpr ArrivalRules kUdpRules{.reorder = true};
-    for (int count = 0; count < kMostAtOnce; ++count) {
-        const int64_t room = std::min<int64_t>(FindRoom(stream, 1).room, INT_MAX);
-        if (room < 1) return Served::kNoRoom;
-        const int received = Receive(stream, room, count == 0 ? flags : MSG_DONTWAIT);
-        if (NothingArrived(received)) return Served::kNothingLeft;
-        if (received < 1) return EndReceiving(stream.turn);
-        AcceptPacket(stream, static_cast<uint32_t>(std::min<int64_t>(received, room)), kUdpRules,
+    for (const DatagramPlace &place : received) {
+        const auto fits = static_cast<int>(place.size + place.spillSize);
+        if (place.received > fits) TellLongDatagram(place.received, fits);
+        if (place.received < 1) return false;
+        stream.ring.writeIndex = place.bytes - stream.ring.storage;
+        AcceptPacket(stream, static_cast<uint32_t>(std::min(place.received, fits)), kUdpRules,
                      "%s: Invalid packet received ignoring\n");
+    }
+    return true;
+}
+
+// Queues what has arrived. Waits for the first datagram as the flags say, never for the others.
+Served ReceiveAndQueue(RTSPStreamInfo &stream, int flags) {
+    for (std::size_t count = 0; count < kMostAtOnce;) {
+        const RingPlace ringPlace = FindRoom(stream, 1);
+        if (ringPlace.room < 1) return Served::kNoRoom;
+        Batch batch;
+        MakePlaces(stream, ringPlace, batch);
+        const int came = ReceiveDatagrams(stream.rtpSocket, batch.used, count == 0 ? flags : MSG_DONTWAIT);
+        if (NothingArrived(came)) return Served::kNothingLeft;
+        if (came < 1) return EndReceiving(stream.turn);
+        const auto received = batch.used.first(static_cast<std::size_t>(came));
+        JoinSpilled(received);
+        LearnFrom(stream.batches, received, batch.used.size());
+        if (!AcceptBatch(stream, received)) return EndReceiving(stream.turn);
+        if (received.size() < batch.used.size()) return Served::kNothingLeft;
+        count += received.size();
     }
     return Served::kMaybeMore;
 }
@@ -64,10 +126,11 @@ bool Open(StreamThread &thread) {
     stream.baseSeqNum = -1;
     SizeRing(stream);
     if (!OpenRing(stream)) {
-        RtpRtspErrorPrint("EXIT : %s : %d Memory Allocation Failed\n", thread.service->threadName, __LINE__);
+        RtpRtspErrorPrint("EXIT : %s : %d Memory Allocation Failed\n", kRtpService.threadName, __LINE__);
         return false;
     }
-    stream.turn.readersMayWait = LimitReceiveWait(stream.rtpSocket);
+    // A reader in its turn waits in the receive call itself: one that waited without limit would miss orders.
+    stream.turn.readersMayWait = LimitReceiveWait(stream.rtpSocket, kTurnSliceMs);
     OpenTurn(stream.turn, thread);
     return true;
 }
@@ -75,7 +138,7 @@ bool Open(StreamThread &thread) {
 bool IsPlaying(RTSPStreamInfo &stream) { return stream.streamState == kStreamPlaying; }
 
 Served Serve(StreamThread &thread, const Readiness & /*readiness*/) {
-    return ReceiveDatagrams(*thread.stream, MSG_DONTWAIT);
+    return ReceiveAndQueue(*thread.stream, MSG_DONTWAIT);
 }
 
 int Socket(const RTSPStreamInfo &stream) { return stream.rtpSocket; }
@@ -88,7 +151,7 @@ bool AdmitsReaders(const RTSPStreamInfo &stream) {
     return stream.turn.readersMayWait && stream.streamState == kStreamPlaying;
 }
 
-Served ServeWaiting(RTSPStreamInfo &stream) { return ReceiveDatagrams(stream, 0); }
+Served ServeWaiting(RTSPStreamInfo &stream) { return ReceiveAndQueue(stream, 0); }
 
 // A successor goes on where the thread stops: readers then wait on.
 void Close(StreamThread &thread) {

@@ -1,12 +1,13 @@
 #include "rtp/service_thread.h"
 
 #include "platform/printers.h"
+#include "platform/system.h"
 #include "rtp/media_session.h"
+#include "rtp/reader_watch.h"
 #include "rtp/serving.h"
 #include "rtp/stream.h"
 
 #include <cerrno>
-#include <csignal>
 #include <memory>
 #include <new>
 #include <sys/eventfd.h>
@@ -19,6 +20,7 @@ namespace {
 struct StreamThreadDeleter {
     void operator()(StreamThread *thread) const {
         if (thread->wake >= 0) close(thread->wake);
+        if (thread->isWatched) ReleaseReaderWatch();
         delete thread;
     }
 };
@@ -42,15 +44,18 @@ void RunBody(StreamThread &thread) {
     thread.ended.store(true, std::memory_order_release);
 }
 
-StreamThreadPtr CreateThreadRecord(RTSPStreamInfo &stream, const Service &service) {
+StreamThreadPtr CreateThreadRecord(RTSPStreamInfo &stream, const Services &services) {
     StreamThreadPtr thread(new (std::nothrow) StreamThread{});
     if (thread == nullptr) return nullptr;
     thread->stream = &stream;
-    thread->service = &service;
+    thread->services = services;
     thread->dataProto = stream.session->dataProto;
     thread->wake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     if (thread->wake < 0) return nullptr;
-    return thread;
+    thread->isWatched = NeedReaderWatch();
+    if (thread->isWatched) return thread;
+    errno = EAGAIN;
+    return nullptr;
 }
 
 // Kept: PLAY succeeds all the same. Repeated, it starts what is missing.
@@ -58,24 +63,6 @@ void TellWhyNotStarted(int error) {
     errno = error;
     RtpRtspErrorPrint("EXIT : StartStreamThread : A receive thread can not be started: %m\n");
 }
-
-// Signals are the program's affair: its handlers run on its own threads, and no wait of ours ends early. Those that
-// tell of a fault of the thread itself stay as they are, for whoever writes crash reports.
-class ScopedSignalBlock {
-public:
-    ScopedSignalBlock() {
-        sigset_t all;
-        sigfillset(&all);
-        for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS}) sigdelset(&all, fault);
-        pthread_sigmask(SIG_BLOCK, &all, &before_);
-    }
-    ~ScopedSignalBlock() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-    ScopedSignalBlock(const ScopedSignalBlock &) = delete;
-    ScopedSignalBlock &operator=(const ScopedSignalBlock &) = delete;
-
-private:
-    sigset_t before_;
-};
 
 } // namespace
 
@@ -91,14 +78,12 @@ bool IsServing(const StreamThread *thread) {
     return thread != nullptr && !thread->ended.load(std::memory_order_acquire);
 }
 
-void StartStreamThread(StreamThread *&slot, RTSPStreamInfo &stream, const Service &service) {
+void StartStreamThread(StreamThread *&slot, RTSPStreamInfo &stream, const Services &services) {
     if (slot != nullptr) slot->tookOver.wait(false, std::memory_order_acquire);
-    StreamThreadPtr thread = CreateThreadRecord(stream, service);
+    StreamThreadPtr thread = CreateThreadRecord(stream, services);
     if (thread == nullptr) return TellWhyNotStarted(errno);
     thread->predecessor = slot;
-    const ScopedSignalBlock inherited;
-    if (ThreadCreate(&thread->handle, StreamThreadMain, thread.get()) != RTSP_SUCCESS)
-        return TellWhyNotStarted(EAGAIN); // with default attributes there is no other reason
+    if (!StartLibraryThread(thread->handle, StreamThreadMain, thread.get())) return TellWhyNotStarted(EAGAIN);
     slot = thread.release();
 }
 
@@ -122,12 +107,6 @@ void StopStreamThread(StreamThread *&slot, int socket) {
     if (socket >= 0) shutdown(socket, SHUT_RDWR);
     WakeStreamThread(*thread);
     WaitForThreadCompletion(thread->handle);
-}
-
-void StopAndClose(StreamThread *&slot, int32_t &socket) {
-    StopStreamThread(slot, socket);
-    CloseSock(socket);
-    socket = -1;
 }
 
 } // namespace rtsptap

@@ -1,4 +1,4 @@
-// A started receive thread and what its starter and its successor tell it.
+// A started receive thread, which serves a socket or two, and what its starter and its successor tell it.
 // Control functions run on the application's thread. A thread body tests its control block on every pass.
 //
 // Starting where a thread already serves is a hand-over: the new thread asks the old one to yield, joins it
@@ -7,7 +7,9 @@
 
 #include "rtsptap.h"
 
+#include <array>
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 
 namespace rtsptap {
@@ -17,15 +19,24 @@ struct Service;
 
 inline constexpr uint32_t kPausedSleepMs = 10; // how often a thread of a paused stream looks at its orders
 
+inline constexpr std::size_t kMostServed = 2;              // a stream's RTP and RTCP
+using Services = std::array<const Service *, kMostServed>; // null behind the last one
+
 struct StreamThread {
     // ---- Constant once the thread runs ----
     RTSPStreamInfo *stream = nullptr;
-    const Service *service = nullptr;
+    Services services = {};
     uint32_t dataProto = DATA_PROTO_UDP; // how the session receives, taken once
     int wake = -1;                       // eventfd, readable when the thread is to look around
+    bool isWatched = false;              // the reader watch runs for it
 
     // ---- Starting thread, then the new thread, which joins and frees it ----
     StreamThread *predecessor = nullptr;
+
+    // ---- The thread itself ----
+    std::array<bool, kMostServed> over = {}; // services that have ended
+    uint32_t visitsSeen = 0;                 // of readers, when it last looked
+    bool hasRested = false;                  // for readers, and has not looked since
 
     // ---- Control thread only ----
     pthread_t handle = {};
@@ -44,10 +55,10 @@ inline bool MustEnd(const StreamThread &thread) {
 // True while a thread was started and its body has not returned.
 bool IsServing(const StreamThread *thread);
 
-// Starts a thread for the stream's service, taking over from the thread in `slot` if there is one; the slot then
+// Starts a thread for services of the stream, taking over from the thread in `slot` if there is one; the slot then
 // holds the new thread. When no thread can be created the slot keeps what it had. At most two threads of a slot are
 // alive: a hand-over still under way is waited for first.
-void StartStreamThread(StreamThread *&slot, RTSPStreamInfo &stream, const Service &service);
+void StartStreamThread(StreamThread *&slot, RTSPStreamInfo &stream, const Services &services);
 
 // Makes a thread that waits look around: what it waits on has changed.
 void WakeStreamThread(const StreamThread &thread);
@@ -57,8 +68,5 @@ void DrainWake(int wake);
 
 // Tells the thread to end, shuts `socket` down to wake it, joins it and clears the slot. The socket stays open.
 void StopStreamThread(StreamThread *&slot, int socket);
-
-// StopStreamThread, then closes the socket and sets it to -1.
-void StopAndClose(StreamThread *&slot, int32_t &socket);
 
 } // namespace rtsptap

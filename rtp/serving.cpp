@@ -1,21 +1,67 @@
 #include "rtp/serving.h"
 
-#include "platform/printers.h"
 #include "platform/system.h"
 #include "rtp/media_session.h"
 #include "rtp/receive_turn.h"
 #include "rtp/service_thread.h"
 #include "rtp/stream.h"
 
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <ctime>
+#include <poll.h>
+
 namespace rtsptap {
 namespace {
 
-constexpr uint32_t kNoRoomSleepMs = 1; // no packet is lost: the kernel keeps what comes
+// ---- what a thread waits for between two passes ----
+
+constexpr int kNoRoomWaitMs = 1; // no packet is lost: the kernel keeps what comes
+
+// Its orders, the sockets of its services, and what is due.
+class PassWait {
+public:
+    explicit PassWait(const StreamThread &thread) : sockets_{{{thread.wake, POLLIN, 0}}} {}
+
+    void AddSocket(std::size_t service, int socket) {
+        sockets_[count_] = {socket, POLLIN, 0};
+        placeOf_[service] = count_++;
+    }
+    bool HasSocket(std::size_t service) const { return placeOf_[service] > 0; }
+    void EndAfter(int ms) { timeoutMs_ = timeoutMs_ < 0 ? ms : std::min(timeoutMs_, ms); }
+
+    void Wait() {
+        if (timeoutMs_ == 0 && count_ == 1) return;
+        const int ready = poll(sockets_.data(), count_, timeoutMs_);
+        failed_ = ready < 0 && errno != EINTR;
+        hasEvents_ = ready > 0;
+        if (hasEvents_ && (sockets_[0].revents & POLLIN) != 0) DrainWake(sockets_[0].fd);
+    }
+    Readiness Found(std::size_t service) const {
+        const short events = sockets_[placeOf_[service]].revents;
+        return {.failed = failed_, .events = hasEvents_ ? events : short{0}};
+    }
+
+private:
+    std::array<pollfd, 1 + kMostServed> sockets_;
+    std::array<nfds_t, kMostServed> placeOf_ = {}; // 0: its socket is not waited for
+    nfds_t count_ = 1;
+    int timeoutMs_ = -1; // without limit
+    bool failed_ = false;
+    bool hasEvents_ = false;
+};
+
+// ---- a pass of a thread ----
+
+void EndService(StreamThread &thread, std::size_t service) {
+    thread.over[service] = true;
+    thread.services[service]->close(thread);
+}
 
 // Readers are told once of all that arrived together, outside of the turn: waking one costs several times what
 // receiving does.
-Served ServeInTurn(StreamThread &thread, ReceiveTurn &turn) {
-    const Service &service = *thread.service;
+Served ServeInTurn(StreamThread &thread, const Service &service, ReceiveTurn &turn) {
     RTSPStreamInfo &stream = *thread.stream;
     const uint32_t before = stream.handled;
     Served served = Served::kEnded;
@@ -28,54 +74,107 @@ Served ServeInTurn(StreamThread &thread, ReceiveTurn &turn) {
     return served;
 }
 
-// A pass of a service that readers have a part in: what is there, then the wait for more. False ends the thread.
-bool ServeBesideReaders(StreamThread &thread) {
-    const Service &service = *thread.service;
+// Of a service that readers have a part in: handles what is there, unless they do, and says what to wait for.
+void ServeBesideReaders(StreamThread &thread, std::size_t at, PassWait &wait) {
+    const Service &service = *thread.services[at];
     RTSPStreamInfo &stream = *thread.stream;
     ReceiveTurn &turn = *service.turn(stream);
-    if (RestForReaders(thread, turn)) return true;
-    switch (ServeInTurn(thread, turn)) {
+    if (RestsForReaders(thread, turn)) return;
+    switch (ServeInTurn(thread, service, turn)) {
     case Served::kEnded:
-        return false;
+        EndService(thread, at);
+        return wait.EndAfter(0);
     case Served::kNoRoom:
-        MSecDelay(kNoRoomSleepMs);
-        break;
-    case Served::kNothingLeft:
-        WaitForData(thread, turn, service.socket(stream), service.waitMs(stream));
-        break;
+        return wait.EndAfter(kNoRoomWaitMs);
     case Served::kMaybeMore:
+        return wait.EndAfter(0);
+    case Served::kNothingLeft:
         break;
     }
-    return true;
+    if (!BeginSocketWait(turn)) return wait.EndAfter(0);
+    wait.AddSocket(at, service.socket(stream));
+    wait.EndAfter(service.waitMs(stream));
 }
 
-// A pass of one that is the thread's alone. What the wait found is handled whatever has become of the stream
-// meanwhile.
-bool ServeAlone(StreamThread &thread) {
-    const Service &service = *thread.service;
-    const Readiness readiness =
-        WaitForSocket(thread, service.socket(*thread.stream), service.waitMs(*thread.stream));
-    return !MustEnd(thread) && service.serve(thread, readiness) != Served::kEnded;
+void ServeBeforeWait(StreamThread &thread, std::size_t at, PassWait &wait) {
+    const Service &service = *thread.services[at];
+    if (service.turn != nullptr) return ServeBesideReaders(thread, at, wait);
+    wait.AddSocket(at, service.socket(*thread.stream));
+    wait.EndAfter(service.waitMs(*thread.stream));
 }
+
+// What the wait found is handled whatever has become of the stream meanwhile.
+void ServeAfterWait(StreamThread &thread, std::size_t at, const PassWait &wait) {
+    const Service &service = *thread.services[at];
+    if (service.turn == nullptr) {
+        if (!MustEnd(thread) && service.serve(thread, wait.Found(at)) == Served::kEnded) EndService(thread, at);
+    } else if (wait.HasSocket(at)) {
+        EndSocketWait(*service.turn(*thread.stream));
+    }
+}
+
+template <typename Step> void ForEachService(StreamThread &thread, const Step &step) {
+    for (std::size_t at = 0; at < kMostServed; ++at)
+        if (!thread.over[at]) step(at);
+}
+
+void ServeOnce(StreamThread &thread) {
+    PassWait wait(thread);
+    ForEachService(thread, [&](std::size_t at) { ServeBeforeWait(thread, at, wait); });
+    wait.Wait();
+    ForEachService(thread, [&](std::size_t at) { ServeAfterWait(thread, at, wait); });
+}
+
+bool IsActive(StreamThread &thread) {
+    bool isActive = false;
+    ForEachService(thread, [&](std::size_t at) {
+        isActive = thread.services[at]->isActive(*thread.stream) || isActive; // asked of each
+    });
+    return isActive;
+}
+
+bool HasServices(const StreamThread &thread) { return std::ranges::find(thread.over, false) != thread.over.end(); }
 
 } // namespace
 
 void RunServing(StreamThread &thread) {
-    const Service &service = *thread.service;
-    const CallTrace trace(service.threadName);
-    if (!service.open(thread)) return;
-    const auto serveOnce = service.turn != nullptr ? ServeBesideReaders : ServeAlone;
-    while (!MustEnd(thread)) {
-        if (service.isActive(*thread.stream)) {
-            if (!serveOnce(thread)) break;
-        } else if (thread.stream->session->state == CLIENT_INIT_STATE) {
+    for (std::size_t at = 0; at < kMostServed; ++at)
+        thread.over[at] = thread.services[at] == nullptr || !thread.services[at]->open(thread);
+    while (!MustEnd(thread) && HasServices(thread)) {
+        if (IsActive(thread))
+            ServeOnce(thread);
+        else if (thread.stream->session->state == CLIENT_INIT_STATE)
             break;
-        } else {
+        else
             MSecDelay(kPausedSleepMs); // a paused stream keeps its thread
-        }
     }
-    service.close(thread);
+    ForEachService(thread, [&](std::size_t at) { EndService(thread, at); });
 }
+
+// ---- a reader ----
+
+namespace {
+
+// Whoever accepts a latency has said that packets may gather; a quarter of it is not noticed.
+int NapUs(const MediaSession &session) {
+    const int32_t chosen = session.receiveNapUs.load(std::memory_order_relaxed);
+    if (chosen >= 0) return chosen;
+    const int32_t targetMs = session.targetLatency.load(std::memory_order_relaxed);
+    return targetMs < kLongestNapUs / 250 ? targetMs * 250 : kLongestNapUs;
+}
+
+// Lets packets gather, so that one waking serves many. True when some came; a socket that stays silent is then
+// waited for as ever, and the next packet is there at once.
+bool ServeAfterNap(const Service &service, RTSPStreamInfo &stream, uint32_t handledBefore) {
+    const int us = NapUs(*stream.session);
+    if (us == 0) return false;
+    const timespec nap{0, long{us} * 1000};
+    nanosleep(&nap, nullptr);
+    service.serve(*service.turn(stream)->thread, {});
+    return stream.handled != handledBefore;
+}
+
+} // namespace
 
 TurnEnd ServeAsReader(const Service &service, RTSPStreamInfo &stream, uint64_t deadlineMs) {
     ReceiveTurn &turn = *service.turn(stream);
@@ -83,12 +182,15 @@ TurnEnd ServeAsReader(const Service &service, RTSPStreamInfo &stream, uint64_t d
     if (!reader.IsMine() || !service.admitsReaders(stream)) return TurnEnd::kNotDone;
     // Looked at again in the turn: the thread may have queued what this reader would now wait for.
     if (stream.packetListHead.load(std::memory_order_acquire) != nullptr) return TurnEnd::kHandled;
-    if (turn.ended) return TurnEnd::kNotDone; // another one has seen it: the thread's end ends the wait
     const uint32_t before = stream.handled;
-    Served served = Served::kNothingLeft;
-    while (served != Served::kNoRoom && !turn.ended && stream.handled == before &&
-           stream.streamState == kStreamPlaying && !MustEnd(*turn.thread) && MonotonicMs() < deadlineMs)
-        served = service.serveWaiting(stream); // in slices, so that the reader hears of orders to the thread
+    const auto goesOn = [&](Served served) {
+        return served != Served::kNoRoom && !turn.ended && stream.handled == before &&
+               stream.streamState == kStreamPlaying && !MustEnd(*turn.thread) && MonotonicMs() < deadlineMs;
+    };
+    if (!MustEnd(*turn.thread) && !ServeAfterNap(service, stream, before))
+        while (
+            goesOn(service.serveWaiting(stream))) { // in slices, so that the reader hears of orders to the thread
+        }
     if (stream.handled != before) return TurnEnd::kHandled;
     return IsOver(turn) ? TurnEnd::kOver : TurnEnd::kNotDone;
 }

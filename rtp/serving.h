@@ -1,8 +1,7 @@
 // Serving a socket: one shape for RTP datagrams, RTCP datagrams and an interleaved connection, whoever does it. A
-// service handles what has arrived; around it stand the loops that wait: that of a receive thread (RunServing) and
-// that of a reader which would otherwise sleep until the thread woke it (ServeAsReader). Nothing is armed or
-// disarmed from one pass to the next: another loop would wait for the sockets of several services and serve each
-// when it is readable or its `waitMs` has passed, with a StreamThread for the orders.
+// service handles what has arrived; around it stand the loops that wait: that of a receive thread, which may serve
+// a socket or two (RunServing), and that of a reader which would otherwise sleep until the thread woke it
+// (ServeAsReader). Nothing is armed or disarmed from one pass to the next.
 #pragma once
 
 #include <cstdint>
@@ -15,9 +14,8 @@ struct StreamThread;
 
 // What a wait found.
 struct Readiness {
-    bool failed = false;   // the wait itself; errno says why
-    bool timedOut = false; // nothing came while it lasted
-    short events = 0;      // as poll(2) tells them
+    bool failed = false; // the wait itself; errno says why
+    short events = 0;    // as poll(2) tells them; 0: nothing came
 };
 
 enum class Served {
@@ -28,7 +26,7 @@ enum class Served {
 };
 
 struct Service {
-    const char *threadName; // in its thread's messages
+    const char *threadName; // in its messages
     // Makes ready for the thread, which may take over from another; false, after the message, when that cannot be.
     bool (*open)(StreamThread &thread);
     // Asked before every pass; false while its streams are paused, when nothing is received.
@@ -37,7 +35,7 @@ struct Service {
     // which `readiness` tells.
     Served (*serve)(StreamThread &thread, const Readiness &readiness);
     int (*socket)(const RTSPStreamInfo &stream);
-    int (*waitMs)(RTSPStreamInfo &stream); // until something is due without anything arriving
+    int (*waitMs)(RTSPStreamInfo &stream); // until something is due without anything arriving: served then, too
     void (*close)(StreamThread &thread);
 
     // ---- Readers: the rest is null where they have no part ----
@@ -74,7 +72,8 @@ enum class TurnEnd {
 };
 
 // A reader's turn, in place of waiting for the thread: serves until something of this stream has been queued or
-// refused, at most until the deadline (MonotonicMs). A full ring ends it, too.
+// refused, at most until the deadline (MonotonicMs). A full ring ends it, too. A reader that may nap lets packets
+// gather first.
 TurnEnd ServeAsReader(const Service &service, RTSPStreamInfo &stream, uint64_t deadlineMs);
 
 } // namespace rtsptap

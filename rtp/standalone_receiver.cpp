@@ -137,6 +137,6 @@ int32_t CreateRTPStream(intptr_t clientHandle, int32_t codecType, uint16_t port,
     abandon.Dismiss();
     Describe(*stream, codecType, port, isVideo);
     RtpRtspInfoPrint("Creating RTP Data Receive thread for third party client to receive RTP data \n");
-    StartStreamThread(stream->rtpThread, *stream, kRtpService); // without a thread the stream stays silent
+    StartStreamThread(stream->thread, *stream, {&kRtpService}); // without a thread the stream stays silent
     return RTSP_SUCCESS;
 }

@@ -7,6 +7,7 @@
 #include "rtsptap_extended.h"
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 
 namespace rtsptap {
@@ -71,6 +72,12 @@ struct FurtherDescription {
     int32_t configSize = 0;
 };
 
+// What the datagrams that came together were like, to make places for the next ones.
+struct BatchHabits {
+    std::size_t places = 1;  // how many may come
+    std::size_t longest = 0; // bytes of the longest of the last batch
+};
+
 struct RTSPStreamInfo {
     // ---- Application thread only ----
     RTSPStreamDescription description = {}; // handed out; fmtp, sps, pps, aacConfig owned, free()
@@ -78,8 +85,7 @@ struct RTSPStreamInfo {
     char controlUrl[257] = {};          // request URI of SETUP, PLAY and PAUSE when not empty
     SDPField *sdpFieldList = nullptr;   // owned: this media section's lines
     uint16_t clientPort = 0;            // local RTP port, host order
-    StreamThread *rtpThread = nullptr;  // owned; the serving receive thread
-    StreamThread *rtcpThread = nullptr; // owned
+    StreamThread *thread = nullptr;     // owned; the serving receive thread
     uint8_t locksMade = 0;              // of packetListLock, signalLock and dataCondition, in this order
 
     // ---- Written by the application thread while no thread of the stream lives ----
@@ -107,6 +113,7 @@ struct RTSPStreamInfo {
     // ---- Receiving: one at a time, the receive thread or a reader in its turn ----
     ReceiveTurn turn; // over UDP says who, over TCP the connection's; the ring's writing end and the pool's taking
                       // end go with it
+    BatchHabits batches;
 
     // ---- RTCP ----
     RtcpState rtcp;

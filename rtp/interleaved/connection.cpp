@@ -39,7 +39,7 @@ void StartAfresh(ReadAhead &reader, int32_t socket) {
     reader.socket = socket;
     reader.begin = reader.end = reader.replyTail = reader.freshBytes = reader.staleBytes = 0;
     reader.replySinceMs = 0;
-    reader.outOfStep = false;
+    reader.waitIsLimited = reader.outOfStep = false;
 }
 
 // Moves what is left to the front when a whole read no longer fits behind it.
@@ -71,18 +71,37 @@ int ReplyGraceLeft(const ReadAhead &reader) {
     return waited >= kReplyGraceMs ? 0 : kReplyGraceMs - static_cast<int>(waited);
 }
 
+namespace {
+
+enum class Arrival { kThere, kNone, kFailed };
+
+Arrival WaitForArrival(int socket, int timeoutMs) {
+    pollfd arrival = {socket, POLLIN, 0};
+    const int ready = poll(&arrival, 1, timeoutMs);
+    if (ready > 0) return Arrival::kThere;
+    return ready == 0 || errno == EINTR ? Arrival::kNone : Arrival::kFailed;
+}
+
+// Whether a receive call itself may do the waiting. The limit stays with the socket: other calls only read what has
+// been seen to be there.
+bool ReceiveMayWait(ReadAhead &reader, int timeoutMs) {
+    if (timeoutMs != kTurnSliceMs) return false;
+    if (!reader.waitIsLimited) reader.waitIsLimited = LimitReceiveWait(reader.socket, kTurnSliceMs);
+    return reader.waitIsLimited;
+}
+
+} // namespace
+
 Fill FillReader(ReadAhead &reader, int timeoutMs) {
-    if (timeoutMs > 0) {
-        pollfd arrival = {reader.socket, POLLIN, 0};
-        const int ready = poll(&arrival, 1, timeoutMs);
-        if (ready < 0) return errno == EINTR ? Fill::kNothing : Fill::kClosed;
-        if (ready == 0) return Fill::kNothing;
-    }
+    const bool waitsInCall = ReceiveMayWait(reader, timeoutMs);
+    const Arrival arrival =
+        waitsInCall || timeoutMs <= 0 ? Arrival::kThere : WaitForArrival(reader.socket, timeoutMs);
+    if (arrival != Arrival::kThere) return arrival == Arrival::kNone ? Fill::kNothing : Fill::kClosed;
     MakeRoom(reader);
     const std::size_t room = std::min(kReadAheadBytes, kReaderBytes - reader.end);
-    const int received =
-        ReceiveBytes(reader.socket, reader.bytes + reader.end, static_cast<int>(room), MSG_DONTWAIT);
-    if (received < 0 && errno == EAGAIN) return Fill::kNothing;
+    const int received = ReceiveBytes(reader.socket, reader.bytes + reader.end, static_cast<int>(room),
+                                      waitsInCall ? 0 : MSG_DONTWAIT);
+    if (received < 0 && (errno == EAGAIN || IsInterrupted(errno))) return Fill::kNothing;
     if (received < 1) return Fill::kClosed;
     reader.freshBytes = static_cast<std::size_t>(received);
     reader.end += reader.freshBytes;
@@ -139,7 +158,7 @@ RecvBufferPtr TakePostedReply(Connection &connection) {
 
 RecvBufferPtr WaitForPostedReply(Connection &connection) {
     const uint64_t deadlineMs = MonotonicMs() + static_cast<uint64_t>(connection.replyLimitMs);
-    const timespec deadline{static_cast<time_t>(deadlineMs / 1000), static_cast<long>(deadlineMs % 1000) * 1000000};
+    const timespec deadline = MonotonicTime(deadlineMs);
     const ScopedLock lock(connection.replyLock);
     for (int waited = 0; waited != ETIMEDOUT;) {
         if (RecvBufferPtr reply = TakePostedReply(connection); reply != nullptr) return reply;

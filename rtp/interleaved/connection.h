@@ -63,6 +63,7 @@ struct ReadAhead {
     std::size_t freshBytes = 0; // the last of them, by the read that has not been looked at yet
     std::size_t staleBytes = 0; // from `begin` on, received before the exchange under way began
     uint64_t replySinceMs = 0;  // since when an incomplete reply waits for its rest; 0: none does
+    bool waitIsLimited = false; // a receive call waits kTurnSliceMs and no longer
     bool outOfStep = false;     // bytes were dropped, and no reply has been found behind them: a header may be none
     uint32_t exchange = 0;      // the connection's exchangeCount as it was last seen
     uint32_t routesMade = 0;    // the session's channelChanges that `routes` was made after
@@ -80,7 +81,8 @@ int ReplyGraceLeft(const ReadAhead &reader);
 
 enum class Fill { kBytes, kNothing, kClosed };
 
-// Waits up to `timeoutMs` (0: not at all) for the socket, then reads once.
+// Waits up to `timeoutMs` (0: not at all) for the socket, then reads once. kTurnSliceMs costs least: that long the
+// receive call waits itself.
 Fill FillReader(ReadAhead &reader, int timeoutMs);
 
 // ---- The connection ----

@@ -322,7 +322,10 @@ int WaitMs(RTSPStreamInfo & /*stream*/) { return kLookMs; }
 
 ReceiveTurn *Turn(RTSPStreamInfo &stream) { return &stream.session->connection.turn; }
 
-bool AdmitsReaders(const RTSPStreamInfo &stream) { return stream.receiving; }
+// A paused connection is read exactly as long as a reply is due, and by the thread.
+bool AdmitsReaders(const RTSPStreamInfo &stream) {
+    return stream.receiving && stream.streamState == kStreamPlaying;
+}
 
 Served ServeWaiting(RTSPStreamInfo &stream) { return ServeConnection(*stream.session, kTurnSliceMs); }
 

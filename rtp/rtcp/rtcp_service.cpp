@@ -175,7 +175,7 @@ Served Serve(StreamThread &thread, const Readiness &readiness) {
         return Served::kEnded;
     }
     if ((readiness.events & POLLIN) != 0) return AnswerDatagram(thread, stream, area);
-    if (readiness.timedOut) BreakSilence(stream, area);
+    if (SilenceLeft(stream) == 0) BreakSilence(stream, area);
     return Served::kNothingLeft;
 }
 

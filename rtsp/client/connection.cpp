@@ -60,7 +60,7 @@ void AdoptSocket(RTSPClient &client, int32_t socket) {
         FreeIdleRings(client.media);
     }
     const RTSPStreamInfo *const first = client.media.streamList;
-    if (first != nullptr && first->rtpThread != nullptr) WakeStreamThread(*first->rtpThread);
+    if (first != nullptr && first->thread != nullptr) WakeStreamThread(*first->thread);
 }
 
 } // namespace

@@ -29,7 +29,7 @@ constexpr MethodDescriptor kOptions{
 // ---- PLAY: starts or resumes one stream or all, and the receive threads ----
 
 void PlayOverUdp(RTSPStreamInfo &stream) {
-    if (stream.streamState != kStreamPaused) StartUdpThreads(stream); // the threads of a paused stream still run
+    if (stream.streamState != kStreamPaused) StartUdpThread(stream); // the thread of a paused stream still runs
     stream.streamState = kStreamPlaying;
 }
 

@@ -6,7 +6,7 @@
 
 using namespace rtsptap::test;
 using torture::atNextClock;
-using torture::heldBehindWrite;
+using torture::atNextPost;
 
 namespace {
 
@@ -49,33 +49,28 @@ TEST_P(ReceiveTurn, PacketQueuedBeforeTheReadersTurnIsTakenAtOnce) {
     EXPECT_EQ(number, 1);
 }
 
-// The reader is held where it leaves its turn, when the thread rests or, after a long wait, sleeps, and once more
-// where it has woken the thread.
+// Before the watch sees that the reader is gone, or while it waits for a while; and, after a long wait, where the
+// reader has left its turn and is about to call the watch, which sleeps.
 TEST_P(ReceiveTurn, PacketThatComesAsTheReaderLeavesIsReceived) {
     for (const int waitMs : {0, 2, 5, 40}) {
         std::promise<void> reads;
         bool held = false;
-        const std::function<void()> leaving = [&] {
-            held = QueuedOf(session) == 1;
-            if (!held) return void(atNextClock = leaving);
-            Arrive(2);
-            usleep(2000);
-        };
         std::thread reader([&] {
-            atNextClock = [&] {
-                reads.set_value();
-                atNextClock = leaving;
+            atNextClock = [&] { reads.set_value(); };
+            atNextPost = [&] {
+                held = true;
+                Arrive(2);
+                usleep(10000);
             };
-            heldBehindWrite = 10000;
             Read();
-            atNextClock = nullptr;
+            atNextPost = nullptr;
         });
         reads.get_future().wait();
         usleep(static_cast<useconds_t>(waitMs) * 1000);
         Arrive(1);
         reader.join();
         EXPECT_EQ(number, 1);
-        if (!held) Arrive(2); // the thread was quicker than the reader
+        if (!held) Arrive(2);
         EXPECT_TRUE(Eventually([this] { return QueuedOf(session) == 1; })) << waitMs;
         Read();
     }

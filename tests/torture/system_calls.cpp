@@ -14,6 +14,7 @@
 #include <new>
 #include <poll.h>
 #include <pthread.h>
+#include <semaphore.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
@@ -130,7 +131,7 @@ int WaitOn(pthread_cond_t *condition, pthread_mutex_t *mutex, clockid_t clock, c
 } // namespace
 
 thread_local std::function<void()> atNextClock;
-thread_local unsigned heldBehindWrite;
+thread_local std::function<void()> atNextPost;
 
 void Arm(const Fault &fault, long nth) {
     static Fault one;
@@ -222,11 +223,20 @@ ssize_t torture_recv(int fd, void *bytes, size_t size, int flags) {
 ssize_t torture_recvfrom(int fd, void *bytes, size_t size, int flags, sockaddr *from, socklen_t *n) {
     return Transfer("recvfrom", fd, size, [=](size_t some) { return recvfrom(fd, bytes, some, flags, from, n); });
 }
+int torture_recvmmsg(int fd, mmsghdr *messages, unsigned count, int flags, timespec *limit) {
+    Used(fd);
+    const Fault *const fault = Strike("recvmmsg");
+    if (fault != nullptr && fault->effect != kShort && fault->effect != kNothing) return -1;
+    const int came = recvmmsg(fd, messages, count, flags, limit);
+    for (int i = 0; fault != nullptr && i < came; ++i) // short ones: the rest never was
+        messages[i].msg_len = fault->effect == kNothing ? 0 : std::min(messages[i].msg_len, 13U);
+    return came;
+}
 ssize_t torture_read(int fd, void *bytes, size_t n) { return Fails("read") ? -1 : read(Used(fd), bytes, n); }
-ssize_t torture_write(int fd, const void *bytes, size_t size) {
-    const ssize_t written = write(Used(fd), bytes, size);
-    if (heldBehindWrite > 0) usleep(heldBehindWrite);
-    return written;
+ssize_t torture_write(int fd, const void *bytes, size_t size) { return write(Used(fd), bytes, size); }
+int torture_sem_post(sem_t *semaphore) {
+    if (atNextPost) std::exchange(atNextPost, nullptr)();
+    return sem_post(semaphore);
 }
 int torture_poll(pollfd *waits, nfds_t count, int timeoutMs) {
     for (nfds_t i = 0; i < count; ++i) Used(waits[i].fd);
