@@ -5,7 +5,9 @@
 using rtsptap::test::DescribedClient;
 
 static void Read(std::string_view input, RTSPTapDialect dialect) {
-    DescribedClient described(input, input.substr(0, 80), dialect);
+    DescribedClient described(input, {.dialect = dialect,
+                                      .contentBase = input.substr(0, input.find_first_of("\r\n")),
+                                      .sessionName = input.substr(0, 80)});
     const int32_t streams = std::min(RTSPClientGetNbStreams(described.handle), 3);
     for (int32_t stream = 0; stream <= streams; ++stream) {
         const RTSPStreamDescription *const is = RTSPClientGetSDPInfo(described.handle, stream);

@@ -2,6 +2,7 @@
 // Fields are grouped by the threads that touch them. Released by ReleaseStream.
 #pragma once
 
+#include "platform/text.h"
 #include "rtp/packet_memory.h"
 #include "rtp/receive_turn.h"
 #include "rtsptap_extended.h"
@@ -82,7 +83,7 @@ struct RTSPStreamInfo {
     // ---- Application thread only ----
     RTSPStreamDescription description = {}; // handed out; fmtp, sps, pps, aacConfig owned, free()
     FurtherDescription further;
-    char controlUrl[257] = {};          // request URI of SETUP, PLAY and PAUSE when not empty
+    HeapText controlUrl;                // request URI of SETUP, PLAY and PAUSE; null: none of its own
     SDPField *sdpFieldList = nullptr;   // owned: this media section's lines
     uint16_t clientPort = 0;            // local RTP port, host order
     StreamThread *thread = nullptr;     // owned; the serving receive thread

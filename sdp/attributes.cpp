@@ -2,11 +2,11 @@
 #include "rtp/codec_table.h"
 #include "rtp/media_session.h"
 #include "sdp/codec_config.h"
+#include "sdp/control_url.h"
 #include "sdp/reading.h"
 
 #include <algorithm>
 #include <bitset>
-#include <cstdio>
 #include <cstdlib>
 #include <iterator>
 #include <locale.h>
@@ -149,23 +149,25 @@ int32_t ReadFrameRate(SdpReading &reading, std::string_view value) {
     return RTSP_SUCCESS;
 }
 
+// Null when it is too long, or memory is short.
+HeapText FindControlUrl(const SdpReading &reading, std::string_view control) {
+    HeapText plain = control.size() <= kLongestPlainControl ? PlainControlUrl(reading.to, control) : nullptr;
+    if (reading.base == nullptr) return plain;
+    HeapText joined = JoinControl(reading.base.get(), control);
+    if (!joined || std::string_view(joined.get()).size() > kLongestControlUrl) return nullptr;
+    if (!plain || std::string_view(plain.get()) != joined.get()) (void)reading.dialect.Permits(Rule::kControlBase);
+    return joined;
+}
+
 // a=control:<URL, absolute or relative to the session's>
 int32_t ReadControl(SdpReading &reading, std::string_view value) {
-    const DescribedSession &to = reading.to;
-    char(&url)[sizeof(RTSPStreamInfo::controlUrl)] = reading.stream->controlUrl;
     std::string_view skipped;
     if (!Until(value, ':', skipped)) return reading.trace.Fail(kEndEarly, "EXIT : %s :Invalid streamURL field \n");
-    if (value.size() >= sizeof url)
-        return reading.trace.Fail(RTSP_FAILURE, "\tEXIT : %s : Too long stream URI received from Server \n");
-
-    constexpr std::size_t kRelativeUrlSize = 256; // terminator included; longer ones are cut
-    if (Contains(value, "rtsp://"))
-        CopyText(url, value);
-    else
-        (void)snprintf(url, kRelativeUrlSize, "rtsp://%s:%d/%s/%.*s", to.host, to.port, to.path,
-                       static_cast<int>(value.size()), value.data());
-    if (std::string_view(url) == to.path) url[0] = '\0'; // the session's own URL serves then
-    RtpRtspErrorPrint("\n\nINFOINFOINFO : STREAM URI : %s \n\n", url);
+    HeapText url = FindControlUrl(reading, value);
+    if (!url) return reading.trace.Fail(RTSP_FAILURE, "\tEXIT : %s : Too long stream URI received from Server \n");
+    const bool isTheSessions = std::string_view(url.get()) == reading.to.path; // its URL serves then
+    RtpRtspErrorPrint("\n\nINFOINFOINFO : STREAM URI : %s \n\n", isTheSessions ? "" : url.get());
+    reading.stream->controlUrl = isTheSessions ? nullptr : std::move(url);
     return RTSP_SUCCESS;
 }
 
@@ -277,12 +279,35 @@ int32_t ReadAttribute(SdpReading &reading, std::string_view value) {
     return attribute->read(reading, value);
 }
 
+// The URL of the whole session; whole itself, those of its streams are relative to it (RFC 2326, C.2).
+int32_t ReadSessionAttribute(SdpReading &reading, std::string_view value) {
+    const Attribute *const attribute = FindByName(value);
+    const std::string_view control = After(value, ":");
+    if (attribute == nullptr || attribute->read != ReadControl || control.empty() || control == "*" ||
+        control.size() > kLongestControlUrl || !reading.dialect.Permits(Rule::kSessionControl))
+        return RTSP_SUCCESS;
+    const HeapText request = RequestUrl(reading.to);
+    const HeapText &base = reading.base ? reading.base : request;
+    if (base) reading.to.aggregateUrl = JoinControl(base.get(), control);
+    if (IsWholeUrl(control)) reading.base = DuplicateText(control);
+    return RTSP_SUCCESS;
+}
+
+// The section is the session then (RFC 2326, C.3).
+void TakeSessionControl(const SdpReading &reading) {
+    HeapText &url = reading.stream->controlUrl;
+    if (url || !reading.dialect.Permits(Rule::kNoControl)) return;
+    const HeapText &aggregate = reading.to.aggregateUrl;
+    url = aggregate ? DuplicateText(aggregate.get()) : RequestUrl(reading.to);
+}
+
 int32_t FinishSection(SdpReading &reading) {
     if (reading.stream == nullptr) return RTSP_SUCCESS;
     const Dialect &dialect = reading.dialect;
     if (dialect.IsOn(Rule::kFormatOfMedia))
         if (const int32_t result = ReadFormat(reading); result != RTSP_SUCCESS) return result;
     TakeStaticFormat(reading);
+    TakeSessionControl(reading);
     const RTSPStreamDescription &description = reading.stream->description;
     if (description.fmtp != nullptr && description.codecType != 0 && !reading.configIsRead &&
         dialect.Permits(Rule::kParametersFirst))

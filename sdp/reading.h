@@ -17,6 +17,7 @@ struct SdpReading {
     const Dialect &dialect;           // the session's
     const CallTrace &trace;           // ParseReceivedSDP's: the readers' failure lines carry its name
     SDPField **listEnd;               // link that takes the next line
+    HeapText base = {};               // what control URLs are relative to; null: host, port and path of `to`
     RTSPStreamInfo *stream = nullptr; // current media section; null at session level
     MediaFormats formats = {};        // of its m= line
     bool configIsRead = false;        // its parameters have met its codec
@@ -34,6 +35,9 @@ int32_t Judge(const SdpReading &reading, int32_t result);
 // ---- attributes of a media section: attributes.cpp ----
 
 int32_t ReadAttribute(SdpReading &reading, std::string_view value);
+
+// The same at session level.
+int32_t ReadSessionAttribute(SdpReading &reading, std::string_view value);
 
 // When all lines of the section have been read: what depends on several of them. Without a section nothing.
 int32_t FinishSection(SdpReading &reading);

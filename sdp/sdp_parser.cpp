@@ -2,6 +2,7 @@
 
 #include "platform/text.h"
 #include "rtp/media_session.h"
+#include "sdp/control_url.h"
 #include "sdp/reading.h"
 
 #include <algorithm>
@@ -42,7 +43,8 @@ int32_t ReadSessionTime(SdpReading &reading, std::string_view value) {
     return RTSP_SUCCESS;
 }
 
-constexpr LineReader kSessionLines[] = {{'o', ReadNetwork}, {'c', ReadNetwork}, {'t', ReadSessionTime}};
+constexpr LineReader kSessionLines[] = {
+    {'o', ReadNetwork}, {'c', ReadNetwork}, {'t', ReadSessionTime}, {'a', ReadSessionAttribute}};
 
 int32_t ReadSessionLine(SdpReading &reading, char letter, std::string_view value) {
     return ReadWith(kSessionLines, reading, letter, value);
@@ -208,6 +210,18 @@ int32_t ReadLine(SdpReading &reading, std::string_view received) {
                                                     : ReadMediaLine(reading, letter, value));
 }
 
+// Of the reply, before a line tells otherwise.
+void FindBase(SdpReading &reading) {
+    const DescribedSession &to = reading.to;
+    to.aggregateUrl = nullptr;
+    if (!reading.dialect.IsOn(Rule::kControlBase)) return;
+    reading.base = BaseUrl(to);
+    const HeapText request = RequestUrl(to);
+    if (!request || !reading.base || std::string_view(request.get()) == reading.base.get()) return;
+    (void)reading.dialect.Permits(Rule::kControlBase);
+    to.aggregateUrl = DuplicateText(reading.base.get());
+}
+
 } // namespace
 
 int32_t Judge(const SdpReading &reading, int32_t result) {
@@ -227,6 +241,7 @@ int32_t ParseReceivedSDP(std::string_view text, const DescribedSession &to) {
         return trace.Fail(RTSP_FAILURE, "\tEXIT : %s :Invalid SDP received\n");
 
     SdpReading reading{.to = to, .dialect = dialect, .trace = trace, .listEnd = EndOfList(to.lines)};
+    FindBase(reading);
     int32_t result = RTSP_SUCCESS;
     do result = ReadLine(reading, line);
     while (result == RTSP_SUCCESS && NextLine(rest, line));

@@ -1,6 +1,8 @@
 // Reads a session description (RFC 4566) into lines and stream records. Application thread.
 #pragma once
 
+#include "platform/text.h"
+
 #include <cstdint>
 #include <string_view>
 
@@ -16,6 +18,8 @@ struct DescribedSession {
     const char *host;      // with port and path what a relative control URL belongs to
     uint16_t port;         // host order
     const char *path;
+    std::string_view contentBase; // Content-Base or Content-Location of the reply; empty without (RFC 2326, C.1.1)
+    HeapText &aggregateUrl;       // gets the URL of the whole session; null where it is that of host, port and path
 };
 
 // Reads `text`, which a terminator follows. 0 on success, also when a malformed attribute ends the reading early;

@@ -4,8 +4,10 @@
 #include "rtsp/client/client.h"
 #include "rtsp/client/exchange.h"
 #include "rtsp/message/response.h"
+#include "sdp/codec_config.h"
 #include "sdp/sdp_parser.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -58,6 +60,19 @@ int32_t EnterDescribed(Exchange &exchange) {
     return EnterState(exchange);
 }
 
+// What stands behind the headers of the first reply has the length that they announce, whatever it is: nothing
+// follows.
+bool BodyIsWhole(const Exchange &exchange, int32_t contentLength) {
+    const RTSPClient &client = *exchange.client;
+    if (client.lastReply == nullptr) return false;
+    const std::string_view text(client.lastReply->data, static_cast<std::size_t>(client.lastReply->length));
+    std::size_t length = 0;
+    for (const char *const blankLine : {"\r\n\r\n", "\n\n"})
+        length = std::max(length, After(text, blankLine).size());
+    return length >= static_cast<std::size_t>(contentLength) &&
+           client.media.dialect.Permits(Rule::kBodyWithoutVersion);
+}
+
 // The rest of the body is one more message, however long it is.
 int32_t ReceiveSecondPart(Exchange &exchange) {
     int32_t contentLength = 0;
@@ -68,7 +83,8 @@ int32_t ReceiveSecondPart(Exchange &exchange) {
                                        "EXIT : %s :Problem in converting Ascii to Integer value of "
                                        "Content-Length invalid Content Length value\n");
     }
-    return contentLength > exchange.describe->partLength ? ReceiveReply(exchange) : RTSP_SUCCESS;
+    if (contentLength <= exchange.describe->partLength || BodyIsWhole(exchange, contentLength)) return RTSP_SUCCESS;
+    return ReceiveReply(exchange);
 }
 
 int32_t StoreDescription(Exchange &exchange) {
@@ -93,13 +109,28 @@ void LeaveEndedDescription(RTSPClient &client) {
     ReleaseSdpFields(client.sdpFieldList);
 }
 
+// What control URLs belong to, by the first header that says so (RFC 2326, C.1.1); empty without one.
+std::string_view ContentBase(const ResponseMsg &response) {
+    for (const char *const name : {"Content-Base", "Content-Location"})
+        for (uint32_t i = 0; i < response.headerCount; ++i)
+            if (EqualIgnoringCase(response.headers[i].headerName, name) &&
+                response.headers[i].headerValue != nullptr)
+                return FirstWord(response.headers[i].headerValue);
+    return {};
+}
+
 int32_t ParseDescription(Exchange &exchange) {
     DebugPrint(kDebugEntry, "\tParsing Received SDP by calling 'ParseReceivedSDP' function\n");
     LeaveEndedDescription(*exchange.client);
     // Kept: other failures of the parser are no failure here.
     RTSPClient &client = *exchange.client;
-    const DescribedSession described{client.media, client.sdpFieldList, client.serverIp, client.serverPort,
-                                     client.sessionName};
+    const DescribedSession described{.session = client.media,
+                                     .lines = client.sdpFieldList,
+                                     .host = client.serverIp,
+                                     .port = client.serverPort,
+                                     .path = client.sessionName,
+                                     .contentBase = ContentBase(*client.responseMsg),
+                                     .aggregateUrl = client.aggregateUrl};
     if (ParseReceivedSDP({client.receivedSDP, exchange.describe->length}, described) == RTSP_FAILURE)
         return exchange.trace.Fail(RTSP_BAD_RESPONSE, "EXIT : %s : Problem occured while parsing SDP data \n");
     RtpRtspInfoPrint("SDP received from server and parsed successfully .... \n");

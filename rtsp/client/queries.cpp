@@ -114,11 +114,12 @@ namespace {
 
 // The number of an earlier stream that is set up by the same URL; 0 without one.
 int32_t FindSameControl(const MediaSession &session, const RTSPStreamInfo &stream) {
-    const std::string_view url = stream.controlUrl;
+    if (stream.controlUrl == nullptr) return 0;
     int32_t number = 1;
     for (const RTSPStreamInfo *other = session.streamList; other != nullptr && other != &stream;
          other = other->next) {
-        if (!url.empty() && url == other->controlUrl) return number;
+        if (other->controlUrl != nullptr && strcmp(other->controlUrl.get(), stream.controlUrl.get()) == 0)
+            return number;
         ++number;
     }
     return 0;
@@ -149,7 +150,7 @@ RTSPTapStreamDescription Describe(const MediaSession &session, const RTSPStreamI
     description.channels = ChannelsOf(stream);
     description.bandwidth = is.bandwidth;
     description.frameRate = std::isfinite(is.frameRate) && is.frameRate > 0 ? is.frameRate : 0;
-    description.controlUrl = stream.controlUrl;
+    description.controlUrl = stream.controlUrl != nullptr ? stream.controlUrl.get() : "";
     description.sameControlAs = FindSameControl(session, stream);
     description.fmtp = ParametersOf(is.fmtp);
     description.vps = further.vps;

@@ -73,9 +73,12 @@ void WriteUri(const Build &build) {
     char *const uri = build.request.uri;
     std::snprintf(uri, kUriBytes, "%s://%s:%d/%s", "rtsp", from.serverIp, from.serverPort, from.sessionName);
 
+    if (from.aggregateUrl != nullptr && build.request.method > RTSP_DESCRIBE)
+        CopyText(uri, kUriBytes, from.aggregateUrl);
+
     const Method *const method = FindMethod(build.request.method);
     if (method == nullptr || !method->addressesStream || from.streamCount < 1 || build.stream < 0) return;
-    if (from.controlUrl != nullptr && from.controlUrl[0] != '\0') {
+    if (from.controlUrl != nullptr) {
         CopyText(uri, kUriBytes, from.controlUrl);
         return;
     }

@@ -9,7 +9,7 @@
 
 namespace rtsptap {
 
-inline constexpr std::size_t kUriBytes = 367;
+inline constexpr std::size_t kUriBytes = 4200; // the longest URL of a description, and a number behind it
 inline constexpr std::size_t kVersionBytes = 9;
 
 struct Authentication;
@@ -41,8 +41,9 @@ struct Requester {
     const char *serverIp; // with port and name the URI of the whole session
     uint16_t serverPort;
     const char *sessionName;
-    const char *controlUrl; // of the stream addressed; may be null or empty
-    int32_t streamCount;    // of the session
+    const char *aggregateUrl; // that of the whole session once it is described; null: the one made of these
+    const char *controlUrl;   // of the stream addressed; may be null
+    int32_t streamCount;      // of the session
     const char *sessionId;
     const char *userAgent;
     const Authentication &authentication;

@@ -1,6 +1,7 @@
 // Threads, waits, sockets, printers and texts.
 #include "platform/system.h"
 #include "platform/text.h"
+#include "platform/url.h"
 #include "tests/support/texts.h"
 #include "tests/torture/system_calls.h"
 
@@ -111,6 +112,14 @@ TEST(Text, CopiesAreCutToTheirFieldAndLeaveNoOldTail) {
     EXPECT_EQ(std::string_view(field, sizeof field), std::string_view("ab\0\0\0", 5));
     CopyText(field, "abcdefgh");
     EXPECT_STREQ(field, "abcd");
+}
+
+TEST(Url, IsJoinedWithItsBaseAsTheRowsTell) {
+    for (const auto &row : Rows("urls.txt")) {
+        const std::size_t end = std::min(row[0].find(' '), row[0].size());
+        const std::string reference = row[0].substr(std::min(end + 1, row[0].size()));
+        EXPECT_STREQ(JoinUrl(row[0].substr(0, end), reference).get(), row.at(1).c_str()) << row[0];
+    }
 }
 
 } // namespace

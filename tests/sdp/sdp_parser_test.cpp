@@ -46,7 +46,7 @@ std::string Summary(const RTSPStreamInfo &stream) {
     tell(" at ", is.aacSamplingRate);
     tell(" for ", is.aacChannels);
     tell(" fmtp ", is.fmtp != nullptr ? is.fmtp : "");
-    tell(" url ", stream.controlUrl);
+    tell(" url ", stream.controlUrl ? stream.controlUrl.get() : "");
     return tell.text;
 }
 
@@ -86,7 +86,7 @@ std::string Summaries(DescribedClient &described) {
 // The result, the streams and what was printed behind the whole description.
 std::string Reading(const std::string &sdp, const std::string &session) {
     CapturedStdout out;
-    DescribedClient described(sdp, session);
+    DescribedClient described(sdp, {.sessionName = session});
     const std::string printed = out.Text();
     const std::string rest = OnOneLine(printed.substr(printed.find(" \n\n") + 3));
     return Summaries(described) + (rest.empty() ? "" : " ") + rest;
@@ -110,7 +110,7 @@ TEST(SdpParser, MakesOfADescriptionInEachDialectWhatItsRowTells) {
     for (const auto &row : Rows("tolerated_descriptions.txt")) {
         const CapturedStdout out;
         const std::string sdp = Lines(row[0]);
-        DescribedClient exact(sdp), tolerant(sdp, "live", RTSPTAP_DIALECT_TOLERANT);
+        DescribedClient exact(sdp), tolerant(sdp, {RTSPTAP_DIALECT_TOLERANT, Rule::kNoControl});
         EXPECT_EQ(Summaries(exact), row.at(1)) << row[0];
         EXPECT_EQ(RulesUsed(exact.client.media.dialect), "") << row[0];
         std::string told = std::to_string(tolerant.result);
@@ -118,6 +118,19 @@ TEST(SdpParser, MakesOfADescriptionInEachDialectWhatItsRowTells) {
             told += " [" + FullSummary(tolerant, number, tolerant.Stream(number)) + "]";
         EXPECT_EQ(told, row.at(2)) << row[0];
         EXPECT_EQ(RulesUsed(tolerant.client.media.dialect), row.at(3)) << row[0];
+    }
+}
+
+TEST(SdpParser, ControlUrlsLeadWhereTheirRowsTell) {
+    for (const auto &row : Rows("control_urls.txt")) {
+        const CapturedStdout out;
+        DescribedClient described("v=0\n" + Lines(row.at(2)), {RTSPTAP_DIALECT_TOLERANT, kNoRule, row[1], row[0]});
+        const char *const aggregate = described.client.aggregateUrl.get();
+        std::string urls = aggregate != nullptr ? aggregate : "-";
+        for (int32_t number = 1; number <= described.client.media.streamCount; ++number)
+            urls += std::string(" ") + described.Stream(number).controlUrl.get();
+        EXPECT_EQ(urls, row.at(3)) << row[1] << " " << row[2];
+        EXPECT_EQ(RulesUsed(described.client.media.dialect), row.at(4)) << row[1] << " " << row[2];
     }
 }
 

@@ -8,18 +8,25 @@
 
 namespace rtsptap::test {
 
+struct Reading {
+    RTSPTapDialect dialect = RTSPTAP_DIALECT_EXACT;
+    Rule without = kNoRule; // of its rules
+    std::string_view contentBase = {};
+    std::string_view sessionName = "live";
+};
+
 struct DescribedClient {
-    explicit DescribedClient(std::string_view sdp, std::string_view sessionName = "live",
-                             RTSPTapDialect dialect = RTSPTAP_DIALECT_EXACT) {
-        client.media.dialect.Choose(dialect);
-        CopyText(client.sessionName, sessionName);
+    explicit DescribedClient(std::string_view sdp, const Reading &as = {}) {
+        client.media.dialect.Choose(as.dialect);
+        if (as.without != kNoRule) client.media.dialect.Set(as.without, false);
+        CopyText(client.sessionName, as.sessionName);
         CopyText(client.serverIp, "10.0.0.2");
         client.serverPort = 554;
         client.connected = 1;
         client.receivedSDP = DuplicateText(sdp).release();
-        result =
-            ParseReceivedSDP({client.receivedSDP, sdp.size()}, {client.media, client.sdpFieldList, client.serverIp,
-                                                                client.serverPort, client.sessionName});
+        result = ParseReceivedSDP({client.receivedSDP, sdp.size()},
+                                  {client.media, client.sdpFieldList, client.serverIp, client.serverPort,
+                                   client.sessionName, as.contentBase, client.aggregateUrl});
     }
     ~DescribedClient() { RTSPClientDestroy(handle); }
     DescribedClient(DescribedClient &&) = delete; // nor copied

@@ -108,6 +108,26 @@ TEST(Calls, AreRefusedInTheOrderOfTheirChecks) {
     EXPECT_EQ(TakeSequenceNumbers(client, RTP_CODEC_MP2T, 1), Numbers(5, 5));
 }
 
+TEST(Describe, InTheTolerantDialectABaseIsWhereTheSessionIsAndABodyWithoutVersionIsJudgedAtOnce) {
+    const std::string sdp = "v=0\r\nm=video 0 RTP/AVP 35\r\na=rtpmap:35 h265/90000\r\na=control:1\r\n";
+    ScriptedServer server({{"DESCRIBE {base} ", WithBody("<html></html>")},
+                           {"DESCRIBE {base} ", WithBody("\r\n" + sdp, "Content-Base: rtsp://cam/x?y=1/")},
+                           {"SETUP rtsp://cam/x?y=1/1 ", SetupReply(1, kTcp)},
+                           {"PLAY rtsp://cam/x?y=1/ ",
+                            Ok() + SendBytes(Frame(0, Bytes(RtpPacket{.payloadType = 35, .sequenceNumber = 8})))},
+                           {"TEARDOWN rtsp://cam/x?y=1/ ", Ok()}});
+    Client refused(1 << 20, kTcp), client(1 << 20, kTcp);
+    for (Client *const each : {&refused, &client}) {
+        EXPECT_EQ(RTSPTapSetOption(*each, RTSPTAP_OPTION_DIALECT, RTSPTAP_DIALECT_TOLERANT), 0);
+        each->serverPort = server.Port();
+        EXPECT_EQ(each->Connect() + each->Describe(), each == &refused ? RTSP_BAD_RESPONSE : 0);
+        EXPECT_EQ(RecordOf(*each).media.dialect.Uses(Rule::kBodyWithoutVersion), 1U);
+    }
+    EXPECT_EQ(client.Setup(1) + client.Play(), 0);
+    EXPECT_EQ(TakeSequenceNumbers(client, RTSPTAP_CODEC_H265, 1), Numbers(8, 8));
+    EXPECT_EQ(client.Teardown(), 0);
+}
+
 TEST(Describe, BodyMayComeInOneMoreMessage) {
     const std::string body = kDescription;
     const std::string headers =
