@@ -288,7 +288,7 @@ int32_t ReadSessionAttribute(SdpReading &reading, std::string_view value) {
         return RTSP_SUCCESS;
     const HeapText request = RequestUrl(reading.to);
     const HeapText &base = reading.base ? reading.base : request;
-    if (base) reading.to.aggregateUrl = JoinControl(base.get(), control);
+    if (base) reading.aggregate = JoinControl(base.get(), control);
     if (IsWholeUrl(control)) reading.base = DuplicateText(control);
     return RTSP_SUCCESS;
 }
@@ -297,8 +297,7 @@ int32_t ReadSessionAttribute(SdpReading &reading, std::string_view value) {
 void TakeSessionControl(const SdpReading &reading) {
     HeapText &url = reading.stream->controlUrl;
     if (url || !reading.dialect.Permits(Rule::kNoControl)) return;
-    const HeapText &aggregate = reading.to.aggregateUrl;
-    url = aggregate ? DuplicateText(aggregate.get()) : RequestUrl(reading.to);
+    url = reading.aggregate ? DuplicateText(reading.aggregate.get()) : RequestUrl(reading.to);
 }
 
 int32_t FinishSection(SdpReading &reading) {

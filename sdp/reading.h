@@ -18,6 +18,7 @@ struct SdpReading {
     const CallTrace &trace;           // ParseReceivedSDP's: the readers' failure lines carry its name
     SDPField **listEnd;               // link that takes the next line
     HeapText base = {};               // what control URLs are relative to; null: host, port and path of `to`
+    HeapText aggregate = {};          // of the whole session; null: likewise
     RTSPStreamInfo *stream = nullptr; // current media section; null at session level
     MediaFormats formats = {};        // of its m= line
     bool configIsRead = false;        // its parameters have met its codec

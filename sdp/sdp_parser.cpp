@@ -6,6 +6,7 @@
 #include "sdp/reading.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <new>
 #include <span>
 #include <utility>
@@ -213,13 +214,12 @@ int32_t ReadLine(SdpReading &reading, std::string_view received) {
 // Of the reply, before a line tells otherwise.
 void FindBase(SdpReading &reading) {
     const DescribedSession &to = reading.to;
-    to.aggregateUrl = nullptr;
     if (!reading.dialect.IsOn(Rule::kControlBase)) return;
     reading.base = BaseUrl(to);
     const HeapText request = RequestUrl(to);
     if (!request || !reading.base || std::string_view(request.get()) == reading.base.get()) return;
     (void)reading.dialect.Permits(Rule::kControlBase);
-    to.aggregateUrl = DuplicateText(reading.base.get());
+    reading.aggregate = DuplicateText(reading.base.get());
 }
 
 } // namespace
@@ -246,6 +246,8 @@ int32_t ParseReceivedSDP(std::string_view text, const DescribedSession &to) {
     do result = ReadLine(reading, line);
     while (result == RTSP_SUCCESS && NextLine(rest, line));
     if (result == RTSP_SUCCESS) result = FinishSection(reading);
+    free(to.aggregateUrl);
+    to.aggregateUrl = reading.aggregate.release();
     return result == kEndEarly ? RTSP_SUCCESS : result;
 }
 

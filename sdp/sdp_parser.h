@@ -1,8 +1,6 @@
 // Reads a session description (RFC 4566) into lines and stream records. Application thread.
 #pragma once
 
-#include "platform/text.h"
-
 #include <cstdint>
 #include <string_view>
 
@@ -19,7 +17,7 @@ struct DescribedSession {
     uint16_t port;         // host order
     const char *path;
     std::string_view contentBase; // Content-Base or Content-Location of the reply; empty without (RFC 2326, C.1.1)
-    HeapText &aggregateUrl;       // gets the URL of the whole session; null where it is that of host, port and path
+    char *&aggregateUrl; // owned, free(): becomes the URL of the session; null: that of host, port and path
 };
 
 // Reads `text`, which a terminator follows. 0 on success, also when a malformed attribute ends the reading early;

@@ -114,6 +114,7 @@ void ReleaseClient(RTSPClient *client) {
     ReleaseResponse(*client);
     ReleaseRecvBuffer(client->lastReply);
     free(client->receivedSDP);
+    free(client->aggregateUrl);
     ReleaseSdpFields(client->sdpFieldList);
     ReleaseSession(client->media);
     CloseSupersededSockets(*client);

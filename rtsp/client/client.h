@@ -3,7 +3,6 @@
 // the media session's, whose groups say who shares them. Released by RTSPClientDestroy, nowhere else.
 #pragma once
 
-#include "platform/text.h"
 #include "rtp/interleaved/connection.h"
 #include "rtp/media_session.h"
 #include "rtsp/message/authentication.h"
@@ -55,7 +54,7 @@ struct RTSPClient {
     // ---- The description ----
     char *receivedSDP = nullptr;      // owned, free()
     SDPField *sdpFieldList = nullptr; // owned: the session-level lines
-    HeapText aggregateUrl;            // request URI behind DESCRIBE; null: server and path
+    char *aggregateUrl = nullptr;     // owned, free(): request URI behind DESCRIBE; null: server and path
 
     // ---- Earlier connections ----
     int32_t *supersededSockets = nullptr; // owned, free(): open until Destroy

@@ -71,7 +71,7 @@ Requester RequesterOf(RTSPClient &client, int32_t index) {
     return {.serverIp = client.serverIp,
             .serverPort = client.serverPort,
             .sessionName = client.sessionName,
-            .aggregateUrl = client.aggregateUrl.get(),
+            .aggregateUrl = client.aggregateUrl,
             .controlUrl = stream != nullptr ? stream->controlUrl.get() : nullptr,
             .streamCount = client.media.streamCount,
             .sessionId = client.sessionId,

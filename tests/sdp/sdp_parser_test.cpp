@@ -125,7 +125,7 @@ TEST(SdpParser, ControlUrlsLeadWhereTheirRowsTell) {
     for (const auto &row : Rows("control_urls.txt")) {
         const CapturedStdout out;
         DescribedClient described("v=0\n" + Lines(row.at(2)), {RTSPTAP_DIALECT_TOLERANT, kNoRule, row[1], row[0]});
-        const char *const aggregate = described.client.aggregateUrl.get();
+        const char *const aggregate = described.client.aggregateUrl;
         std::string urls = aggregate != nullptr ? aggregate : "-";
         for (int32_t number = 1; number <= described.client.media.streamCount; ++number)
             urls += std::string(" ") + described.Stream(number).controlUrl.get();
