@@ -153,6 +153,14 @@ int rtsptap::WaitForConditionUntil(pthread_cond_t *condition, pthread_mutex_t *m
     return WaitUntil(condition, mutex, CLOCK_MONOTONIC, MonotonicTime(deadlineMs), waitMs);
 }
 
+void rtsptap::WaitInLine(ShortLock &lock) {
+    constexpr int kLooks = 100; // before the first nap
+    constexpr timespec kNap{0, 50000};
+    const ScopedLock first(lock.line);
+    for (int looks = 1; lock.taken.exchange(true, std::memory_order_acquire); ++looks)
+        if (looks >= kLooks) nanosleep(&kNap, nullptr);
+}
+
 int WaitForConditionVar(pthread_cond_t *condition, pthread_mutex_t *mutex) {
     constexpr time_t kWaitSeconds = rtsptap::kConditionWaitMs / 1000;
     uint32_t seconds = 0;

@@ -5,6 +5,7 @@
 
 #include "rtsptap.h"
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
@@ -96,22 +97,29 @@ private:
     pthread_mutex_t &mutex_;
 };
 
-// The same for a mutex whose holders only ever move a few links: waiting for it a moment on the processor is much
-// cheaper than falling asleep and being woken.
+// A lock for a few links to be moved under, which nearly always is free: taken and let go without a call. Who finds
+// it taken waits a moment on the processor, which is much cheaper than falling asleep and being woken; then it
+// naps, as the holder has lost the processor, and nobody is woken.
+struct ShortLock {
+    std::atomic<bool> taken{false};
+    pthread_mutex_t line = PTHREAD_MUTEX_INITIALIZER; // of those that wait: one of them looks, the others sleep
+};
+
+// Waits for the lock, which was found taken, and takes it.
+void WaitInLine(ShortLock &lock);
+
+// Holds one for the length of a block.
 class ScopedShortLock {
 public:
-    explicit ScopedShortLock(pthread_mutex_t &mutex) : mutex_(mutex) {
-        for (int tries = 0; tries < kTries; ++tries)
-            if (pthread_mutex_trylock(&mutex_) == 0) return;
-        MutexLock(&mutex_);
+    explicit ScopedShortLock(ShortLock &lock) : lock_(lock) {
+        if (lock_.taken.exchange(true, std::memory_order_acquire)) WaitInLine(lock_);
     }
-    ~ScopedShortLock() { MutexUnlock(&mutex_); }
+    ~ScopedShortLock() { lock_.taken.store(false, std::memory_order_release); }
     ScopedShortLock(const ScopedShortLock &) = delete;
     ScopedShortLock &operator=(const ScopedShortLock &) = delete;
 
 private:
-    static constexpr int kTries = 100;
-    pthread_mutex_t &mutex_;
+    ShortLock &lock_;
 };
 
 // A descriptor that is shut down and closed unless a record takes it with Release().

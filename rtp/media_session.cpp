@@ -179,7 +179,7 @@ void RetireEndedStreams(MediaSession &session) {
 
 void EndStreams(MediaSession &session) {
     for (RTSPStreamInfo *stream = session.retiredStreams; stream != nullptr; stream = stream->next) {
-        const ScopedLock lock(stream->packetListLock);
+        const ScopedShortLock lock(stream->packetListLock);
         FreeDeferredPacket(*stream);
     }
     for (RTSPStreamInfo *stream = session.streamList; stream != nullptr; stream = stream->next) EndStream(*stream);

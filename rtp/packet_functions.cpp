@@ -76,7 +76,7 @@ bool IsHeldBack(RTSPStreamInfo &stream, const RTPStreamData &head) {
 
 // The packet that may be handed out now, or null. The caller holds packetListLock.
 RTPStreamData *DeliverableHead(RTSPStreamInfo &stream) {
-    FreeDeferredPacket(stream);
+    if (stream.deferredPacket != nullptr) FreeDeferredPacket(stream);
     RTPStreamData *const head = stream.packetListHead.load(std::memory_order_relaxed);
     return head == nullptr || IsHeldBack(stream, *head) ? nullptr : head;
 }
@@ -205,7 +205,7 @@ int32_t RTPClientGetStreamPktCount(intptr_t clientHandle, int32_t codecType) {
     if (session == nullptr) return 0;
     RTSPStreamInfo *const stream = FindStreamByCodec(*session, codecType);
     if (stream == nullptr) return 0;
-    const ScopedLock lock(stream->packetListLock);
+    const ScopedShortLock lock(stream->packetListLock);
     const RTPStreamData *const head = stream->packetListHead.load(std::memory_order_relaxed);
     return head != nullptr ? static_cast<int32_t>(head->packetIndex) : 0;
 }

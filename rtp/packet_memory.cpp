@@ -72,21 +72,6 @@ RTPStreamData closedMark; // in the place of a returned record: the pool is clos
 
 bool IsEnd(const RTPStreamData *packet) { return packet == nullptr || packet == &closedMark; }
 
-RTPStreamData *NewRecord(PacketPool &pool) {
-    auto *const packet = static_cast<RTPStreamData *>(std::malloc(sizeof(PacketBlock)));
-    if (packet != nullptr) ++pool.made;
-    return packet;
-}
-
-RTPStreamData *NewOrReturned(PacketPool &pool) {
-    // Taking the whole list at once leaves no room for the ABA problem of popping single records.
-    if (pool.ready == nullptr) pool.ready = pool.returned.exchange(nullptr, std::memory_order_acquire);
-    if (pool.ready == nullptr) return NewRecord(pool);
-    RTPStreamData *const packet = pool.ready;
-    pool.ready = packet->next;
-    return packet;
-}
-
 void FreeExtension(PacketPool &pool, RTPStreamData &packet) {
     std::free(packet.extensionData);
     packet.extensionData = nullptr;
@@ -116,13 +101,15 @@ void FreeList(PacketPool &pool, RTPStreamData *packet) {
 
 } // namespace
 
-RTPStreamData *TakePacketRecord(PacketPool &pool) {
-    RTPStreamData *const packet = NewOrReturned(pool);
-    if (packet == nullptr) return nullptr;
-    PacketBlock &block = BlockOf(*packet);
-    block = PacketBlock{};
-    block.record.rtpHeader = &block.header;
-    return packet;
+// Taking the whole list at once leaves no room for the ABA problem of popping single records.
+RTPStreamData *MakeReady(PacketPool &pool) {
+    pool.ready = pool.returned.exchange(nullptr, std::memory_order_acquire);
+    if (pool.ready != nullptr) return pool.ready;
+    pool.ready = static_cast<RTPStreamData *>(std::malloc(sizeof(PacketBlock)));
+    if (pool.ready == nullptr) return nullptr;
+    pool.ready->next = nullptr;
+    ++pool.made;
+    return pool.ready;
 }
 
 bool AllocateExtension(PacketPool &pool, RTPStreamData &packet, uint16_t length, int64_t limit) {

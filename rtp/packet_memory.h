@@ -87,8 +87,8 @@ struct RingClaim {
 struct PacketBlock {
     RTPStreamData record;
     RTPHeader header;
-    RingClaim claim;
-    uint16_t extensionBytes;
+    RingClaim claim;         // set when the packet is accepted
+    uint16_t extensionBytes; // set with the extension
 };
 static_assert(std::is_standard_layout_v<PacketBlock>);
 
@@ -96,8 +96,20 @@ static_assert(std::is_standard_layout_v<PacketBlock>);
 inline PacketBlock &BlockOf(RTPStreamData &packet) { return reinterpret_cast<PacketBlock &>(packet); }
 inline RingClaim &ClaimOf(RTPStreamData &packet) { return BlockOf(packet).claim; }
 
+// The records that have come back, or a new one, are ready: the first of them, null when memory is short.
+RTPStreamData *MakeReady(PacketPool &pool);
+
 // A cleared record with its RTPHeader attached, or null when memory is short. Whoever receives.
-RTPStreamData *TakePacketRecord(PacketPool &pool);
+inline RTPStreamData *TakePacketRecord(PacketPool &pool) {
+    RTPStreamData *const packet = pool.ready != nullptr ? pool.ready : MakeReady(pool);
+    if (packet == nullptr) return nullptr;
+    pool.ready = packet->next;
+    PacketBlock &block = BlockOf(*packet);
+    block.record = {}; // by itself: g++ clears larger pieces with a slow instruction
+    block.header = {};
+    block.record.rtpHeader = &block.header;
+    return packet;
+}
 
 // Gives the record an extension of `length` zeros. False when memory is short, or when the pool's other records
 // have so much that together it would be more than `limit` bytes.

@@ -156,6 +156,20 @@ void Insert(RTSPStreamInfo &stream, RTPStreamData *packet, const ArrivalRules &r
     AddToCount(stream, 1);
 }
 
+// What becomes of nearly every packet: it goes behind the newest one, and there is nothing to tell. False when more
+// has to be looked at; nothing has changed then.
+bool AppendsPlainly(RTSPStreamInfo &stream, RTPStreamData *packet, const ArrivalRules &rules) {
+    if (stream.session->targetLatency.load(std::memory_order_relaxed) != 0) return false;
+    const ScopedShortLock lock(stream.packetListLock);
+    const RTPStreamData *const tail = stream.packetListTail;
+    const bool isLate = rules.reorder && tail != nullptr && NumberOf(*packet) < NumberOf(*tail);
+    if (isLate || stream.packetCount.load(std::memory_order_relaxed) == kQueueLimit) return false;
+    Append(stream, packet);
+    AddToCount(stream, 1);
+    CountHandled(stream); // under the lock: who has taken the packet finds it counted
+    return true;
+}
+
 void Print(const Findings &found, const ArrivalRules &rules, uint16_t lastNumber, uint16_t number) {
     if (rules.announceDrops && found.trimmed)
         std::printf("Removed old packet from queue (stream %u)\n", rules.channel);
@@ -168,12 +182,13 @@ void Print(const Findings &found, const ArrivalRules &rules, uint16_t lastNumber
 } // namespace
 
 void InsertPacket(RTSPStreamInfo &stream, RTPStreamData *packet, const ArrivalRules &rules) {
+    if (AppendsPlainly(stream, packet, rules)) return;
     const uint16_t number = NumberOf(*packet); // once it is queued the application may take and free it
     Findings found;
     {
         const ScopedShortLock lock(stream.packetListLock);
         Insert(stream, packet, rules, found);
-        CountHandled(stream); // under the lock: who has taken the packet finds it counted
+        CountHandled(stream);
     }
     Print(found, rules, stream.lastSeqNum.load(std::memory_order_relaxed), number);
 }

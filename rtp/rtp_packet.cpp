@@ -8,6 +8,7 @@
 #include "rtp/stream.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -88,9 +89,28 @@ struct ReturnToPool {
 };
 using PooledPacket = std::unique_ptr<RTPStreamData, ReturnToPool>;
 
-void ReadFlags(const wire::ReceivedBytes &bytes, RTPHeader &header) {
-    const uint32_t first = bytes.U8(0);
-    const uint32_t second = bytes.U8(1);
+// The fixed part, where what has not arrived is 0.
+class FixedPart {
+public:
+    explicit FixedPart(std::span<const uint8_t> packetBytes) : bytes_(packetBytes.data()) {
+        if (packetBytes.size() >= kFixedBytes) return;
+        padded_ = {};
+        std::ranges::copy(packetBytes, padded_.begin());
+        bytes_ = padded_.data();
+    }
+    FixedPart(const FixedPart &) = delete;
+    FixedPart &operator=(const FixedPart &) = delete;
+    const uint8_t *At(std::size_t offset) const { return bytes_ + offset; }
+
+private:
+    static constexpr std::size_t kFixedBytes = kFixedWords * 4;
+    const uint8_t *bytes_;
+    std::array<uint8_t, kFixedBytes> padded_;
+};
+
+void ReadFlags(const FixedPart &fixed, RTPHeader &header) {
+    const uint32_t first = *fixed.At(0);
+    const uint32_t second = *fixed.At(1);
     header.version = first >> 6 & 0x03;
     header.padding = first >> 5 & 0x01;
     header.extension = first >> 4 & 0x01;
@@ -116,10 +136,11 @@ bool CopyExtension(std::span<const uint8_t> packetBytes, RTSPStreamInfo &stream,
     return true;
 }
 
-void ReadNumbers(const wire::ReceivedBytes &bytes, RTPHeader &header) {
-    header.sequenceNumber = bytes.U16(2);
-    header.timestamp = bytes.U32(4);
-    header.ssrc = bytes.U32(8);
+void ReadNumbers(const FixedPart &fixed, std::span<const uint8_t> packetBytes, RTPHeader &header) {
+    header.sequenceNumber = wire::U16(fixed.At(2));
+    header.timestamp = wire::U32(fixed.At(4));
+    header.ssrc = wire::U32(fixed.At(8));
+    const wire::ReceivedBytes bytes(packetBytes);
     for (uint32_t i = 0; i < header.csrcCount; ++i) header.csrc[i] = bytes.U32(12 + 4 * i);
 }
 
@@ -162,9 +183,9 @@ RTPStreamData *ParseRTPData(const RTPDataBuffer *rtpDataBuffer, RTSPStreamInfo *
     if (packet == nullptr) return trace.Fail(nullptr, "\tEXIT : %s: Memory Allocation Failed\n");
 
     const std::span<const uint8_t> packetBytes(rtpDataBuffer->data, rtpDataBuffer->length);
-    const wire::ReceivedBytes bytes(packetBytes);
+    const FixedPart fixed(packetBytes);
     RTPHeader &header = *packet->rtpHeader;
-    ReadFlags(bytes, header);
+    ReadFlags(fixed, header);
     if (header.version != kRtpVersion) return trace.Fail(nullptr, "\tEXIT : %s: RTP Version Invalid Found\n");
     if (header.extension && !CopyExtension(packetBytes, *rtspStreamInfo, *packet))
         return trace.Fail(nullptr, "\tEXIT : %s: Memory Allocation Failed\n");
@@ -172,7 +193,7 @@ RTPStreamData *ParseRTPData(const RTPDataBuffer *rtpDataBuffer, RTSPStreamInfo *
         RtpRtspErrorPrint("\tEXIT : %s: RTP Payload Type %d unsupported\n", trace.Function(), header.payloadType);
         return nullptr;
     }
-    ReadNumbers(bytes, header);
+    ReadNumbers(fixed, packetBytes, header);
     LocatePayload(*rtpDataBuffer, *packet);
     ClaimOf(*packet) = {&rtspStreamInfo->ring, packet->packetData, packet->packetData + packet->packetLength};
     CountPacket(*rtspStreamInfo, *packet);

@@ -25,7 +25,7 @@ void FreeQueuedPackets(RTSPStreamInfo &stream) {
 // ---- locks and lines ----
 
 StreamLock CreateStreamLocks(RTSPStreamInfo &stream) {
-    if (MutexInit(&stream.packetListLock) != RTSP_SUCCESS) return StreamLock::kPacketList;
+    if (MutexInit(&stream.packetListLock.line) != RTSP_SUCCESS) return StreamLock::kPacketList;
     stream.locksMade = 1;
     if (MutexInit(&stream.signalLock) != RTSP_SUCCESS) return StreamLock::kSignal;
     stream.locksMade = 2;
@@ -38,8 +38,8 @@ void DestroyStreamLocks(RTSPStreamInfo &stream) {
     const uint8_t made = std::exchange(stream.locksMade, uint8_t{0});
     if (made > 2) DestroyConditionVar(&stream.dataCondition);
     if (made > 1) MutexDestroy(&stream.signalLock);
-    if (made > 0) MutexDestroy(&stream.packetListLock);
-    stream.packetListLock = stream.signalLock =
+    if (made > 0) MutexDestroy(&stream.packetListLock.line);
+    stream.packetListLock.line = stream.signalLock =
         PTHREAD_MUTEX_INITIALIZER; // an abandoned stream's can still be taken
     stream.dataCondition = PTHREAD_COND_INITIALIZER;
 }
@@ -58,7 +58,7 @@ void ReleaseSdpFields(SDPField *&head) {
 void EndStream(RTSPStreamInfo &stream) {
     ReleaseSdpFields(stream.sdpFieldList);
     {
-        const ScopedLock lock(stream.packetListLock);
+        const ScopedShortLock lock(stream.packetListLock);
         DropAllPackets(stream);
     }
     EndRingAndPool(stream);

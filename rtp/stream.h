@@ -2,6 +2,7 @@
 // Fields are grouped by the threads that touch them. Released by ReleaseStream.
 #pragma once
 
+#include "platform/system.h"
 #include "platform/text.h"
 #include "rtp/packet_memory.h"
 #include "rtp/receive_turn.h"
@@ -129,7 +130,7 @@ struct RTSPStreamInfo {
 
     // ---- Packet queue: links and counts change under packetListLock ----
     // Guards the queue; a leaf, nothing is printed under it. A stream whose locks could not be made has these.
-    pthread_mutex_t packetListLock = PTHREAD_MUTEX_INITIALIZER;
+    ShortLock packetListLock;
     std::atomic<RTPStreamData *> packetListHead{nullptr}; // oldest; peeked without the lock before waiting
     RTPStreamData *packetListTail = nullptr;              // newest; null when the head is null
     std::atomic<int32_t> packetCount{0};                  // as counted; see InsertPacket; read without the lock

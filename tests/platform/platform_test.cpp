@@ -9,6 +9,7 @@
 
 #include <cstdlib>
 #include <sys/socket.h>
+#include <thread>
 
 namespace rtsptap::test {
 namespace {
@@ -49,6 +50,20 @@ TEST(Lock, AWaitGivesUpAfterFiveSecondsButTakesAnErrorForAWakeUp) {
     torture::Arm({"none", 0}, 0);
     EXPECT_EQ(DestroyConditionVar(&condition), 0);
     EXPECT_EQ(MutexDestroy(&mutex), 0);
+}
+
+TEST(Lock, AShortLockHasOneHolderAtATimeAlsoWhenThatOneSleeps) {
+    ShortLock lock;
+    int count = 0;
+    const auto work = [&] {
+        for (int i = 1; i <= 2000; ++i) {
+            const ScopedShortLock held(lock);
+            if (i % 500 == 0) MSecDelay(2);
+            ++count;
+        }
+    };
+    { const std::jthread threads[] = {std::jthread(work), std::jthread(work), std::jthread(work)}; }
+    EXPECT_EQ(count, 3 * 2000);
 }
 
 // That receiving is repeated after interruptions: tests/torture.
