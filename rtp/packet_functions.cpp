@@ -17,20 +17,21 @@ namespace rtsptap {
 namespace {
 
 // A further codec is one for the clients that have asked for such.
-bool IsCodecOf(intptr_t clientHandle, int32_t codecType) {
-    if (IsCodecType(codecType)) return true;
-    const MediaSession *const session = FindCodec(codecType) != nullptr ? LiveSession(clientHandle) : nullptr;
-    return session != nullptr && session->dialect.IsOn(Rule::kFurtherCodec);
+[[gnu::noinline]] bool IsFurtherCodecOf(const MediaSession *session, int32_t codecType) {
+    return session != nullptr && FindCodec(codecType) != nullptr && session->dialect.IsOn(Rule::kFurtherCodec);
+}
+
+bool IsCodecOf(const MediaSession *session, int32_t codecType) {
+    return IsCodecType(codecType) || IsFurtherCodecOf(session, codecType);
 }
 
 // Kept: a bad codec type gets the handle's message.
-MediaSession *CheckPacketCall(const CallTrace &trace, intptr_t clientHandle, int32_t codecType,
-                              bool packetGiven = true) {
+[[gnu::always_inline]] inline MediaSession *CheckPacketCall(const CallTrace &trace, intptr_t clientHandle,
+                                                            int32_t codecType, bool packetGiven = true) {
     MediaSession *const none = nullptr;
-    if (clientHandle == 0) return trace.Fail(none, "EXIT : %s :Invalid Client Handle\n");
-    if (!IsCodecOf(clientHandle, codecType)) return trace.Fail(none, "EXIT : %s :Invalid Client Handle\n");
-    if (!packetGiven) return trace.Fail(none, "EXIT : %s :Invalid Client Handle\n");
     MediaSession *const session = LiveSession(clientHandle);
+    if (clientHandle == 0 || !IsCodecOf(session, codecType) || !packetGiven)
+        return trace.Fail(none, "EXIT : %s :Invalid Client Handle\n");
     if (session == nullptr) return trace.Fail(none, "EXIT : %s : Argument error. Invalid handle in stack.\n");
     return session;
 }
@@ -129,8 +130,8 @@ MediaSession *CheckFigureCall(const CallTrace &trace, intptr_t clientHandle, int
     MediaSession *const none = nullptr;
     DebugPrint(kDebugEntry, "Input: clientHandle      : %d\n", PrintableHandle(clientHandle));
     if (clientHandle == 0) return trace.Fail(none, "EXIT : %s :Invalid Client Handle \n");
-    if (!IsCodecOf(clientHandle, codecType)) return trace.Fail(none, "EXIT : %s :Invalid Codec Type \n");
     MediaSession *const session = LiveSession(clientHandle);
+    if (!IsCodecOf(session, codecType)) return trace.Fail(none, "EXIT : %s :Invalid Codec Type \n");
     if (session == nullptr) return trace.Fail(none, "EXIT : %s : Argument error. Invalid handle in stack.\n");
     return session;
 }
