@@ -105,6 +105,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
     std::string_view left = bytes;
     Server server(left, sizes & 1 ? 300 : 20000, sizes & 2 ? 101 : 33000);
     MediaSession &session = server.client.media;
+    if (sizes & 16) session.dialect.Choose(RTSPTAP_DIALECT_TOLERANT);
     const auto sendUpTo = [&](std::size_t count) {
         server.Send(left.substr(0, count));
         left.remove_prefix(std::min(count, left.size()));

@@ -129,7 +129,8 @@ void ReleaseConnection(Connection &connection) {
 
 // ---- replies ----
 
-void BeginAwaiting(Connection &connection, int limitMs) {
+void BeginAwaiting(Connection &connection, int limitMs, uint32_t cSeq) {
+    connection.awaitedCSeq = cSeq;
     connection.replyLimitMs = limitMs;
     TakePostedReply(connection);
     ++connection.exchangeCount; // whoever serves the connection drops text that is older
@@ -142,7 +143,7 @@ void EndAwaiting(Connection &connection) {
 }
 
 bool PostReply(Connection &connection, std::string_view text) {
-    RecvBufferPtr reply(CreateRecvBuffer(kReplyBytes));
+    RecvBufferPtr reply(CreateRecvBuffer(std::max(kReplyBytes, static_cast<uint32_t>(text.size()))));
     if (reply == nullptr) return false;
     memcpy(reply->data, text.data(), text.size());
     reply->length = static_cast<int32_t>(text.size());

@@ -19,6 +19,7 @@ namespace rtsptap {
 struct RTSPStreamInfo;
 
 inline constexpr uint32_t kReplyBytes = 33792;        // the most that one reply may hold
+inline constexpr uint32_t kFramedReplyBytes = 65536;  // the same for one that ends where it says
 inline constexpr int kReplyTimeoutMs = 25000;         // how long a reply is waited for by default
 inline constexpr std::size_t kFrameHeaderBytes = 4;   // "$", channel, length
 inline constexpr std::size_t kReadAheadBytes = 65536; // asked of the socket at once
@@ -64,6 +65,7 @@ struct ReadAhead {
     std::size_t staleBytes = 0; // from `begin` on, received before the exchange under way began
     uint64_t replySinceMs = 0;  // since when an incomplete reply waits for its rest; 0: none does
     bool waitIsLimited = false; // a receive call waits kTurnSliceMs and no longer
+    std::size_t replyBytes = 0; // of an incomplete reply, when it was last looked at
     bool outOfStep = false;     // bytes were dropped, and no reply has been found behind them: a header may be none
     uint32_t exchange = 0;      // the connection's exchangeCount as it was last seen
     uint32_t routesMade = 0;    // the session's channelChanges that `routes` was made after
@@ -95,6 +97,7 @@ struct Connection {
     std::atomic<int32_t> socket{-1};
     std::atomic<bool> awaitingReply{false}; // an exchange waits: a paused connection is read on
     std::atomic<uint32_t> exchangeCount{0}; // exchanges begun: text that is older answers none of them
+    std::atomic<uint32_t> awaitedCSeq{0};   // of the request whose reply is awaited; 0: any will do
 
     // ---- Whoever serves the connection: a thread, a reader, or an exchange when no thread does ----
     ReceiveTurn turn;
@@ -118,7 +121,8 @@ void ReleaseConnection(Connection &connection);
 // ---- Replies ----
 
 // Before a request goes out: forgets a reply that nobody waited for, and lets a paused connection be read.
-void BeginAwaiting(Connection &connection, int limitMs = kReplyTimeoutMs);
+// `cSeq` is the request's number, 0 when it cannot tell replies apart.
+void BeginAwaiting(Connection &connection, int limitMs = kReplyTimeoutMs, uint32_t cSeq = 0);
 // The exchange is over.
 void EndAwaiting(Connection &connection);
 

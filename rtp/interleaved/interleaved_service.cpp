@@ -173,12 +173,36 @@ Dispatch TakeFrame(MediaSession &session, ReadAhead &reader, const UnsplitBytes 
     return Handled(fate.length);
 }
 
+// Whether rules drop a reply that is not the one awaited.
+bool IsPassedOver(const MediaSession &session, std::string_view reply) {
+    switch (JudgeReply(reply, session.connection.awaitedCSeq)) {
+    case ReplyFate::kIsLate:
+        return session.dialect.Permits(Rule::kLateReply);
+    case ReplyFate::kIsProvisional:
+        return session.dialect.Permits(Rule::kProvisionalReply);
+    case ReplyFate::kAnswers:
+        break;
+    }
+    return false;
+}
+
+// Counts what the reply was read by that is as long as it says.
+void CountFraming(const Dialect &dialect, const UnsplitBytes &bytes, const Unit &unit, bool cameInPieces) {
+    if (!bytes.isFramed) return;
+    const std::string_view behind = bytes.text.substr(unit.length);
+    if (cameInPieces || !(behind.empty() || behind.starts_with('$'))) dialect.Permits(Rule::kFramedReplies);
+    if (unit.lengthIsWrong) dialect.Permits(Rule::kAnyBodyLength);
+}
+
 // Kept: text that fills the whole buffer without a '$' is handed over as an empty reply. Where no frames are
 // expected yet it is taken as far as it came, as by a direct read.
-Dispatch TakeReply(Connection &connection, ReadAhead &reader, const UnsplitBytes &bytes, const Unit &unit) {
-    const bool isLost = unit.fillsBuffer && bytes.rule == ReplyEnd::kFirstDollar;
+Dispatch TakeReply(MediaSession &session, ReadAhead &reader, const UnsplitBytes &bytes, const Unit &unit) {
+    const bool isLost = unit.fillsBuffer && bytes.rule == ReplyEnd::kFirstDollar && !bytes.isFramed;
+    CountFraming(session.dialect, bytes, unit, reader.replySinceMs != 0);
     reader.replySinceMs = 0;
-    if (!PostReply(connection, bytes.text.substr(0, isLost ? 0 : unit.length))) return {Dispatch::kNoMemory};
+    const bool isPassedOver = IsPassedOver(session, bytes.text.substr(0, unit.length));
+    if (!isPassedOver && !PostReply(session.connection, bytes.text.substr(0, isLost ? 0 : unit.length)))
+        return {Dispatch::kNoMemory};
     reader.outOfStep = false;
     reader.replyTail = bytes.text.size(); // less what is consumed
     return Handled(unit.length);
@@ -190,9 +214,14 @@ Dispatch DropStaleText(ReadAhead &reader, const Unit &unit) {
     return Handled(unit.length);
 }
 
-// The rest of a reply in pieces is waited for, from the first look on.
-Dispatch AwaitMore(ReadAhead &reader, const Unit &unit) {
-    if (unit.replyBegun && reader.replySinceMs == 0) reader.replySinceMs = MonotonicMs();
+// The rest of a reply in pieces is waited for, from the first look on; that of one which says how long it is, and
+// has the connection for itself, from the last piece on.
+Dispatch AwaitMore(ReadAhead &reader, const UnsplitBytes &bytes, const Unit &unit) {
+    if (!unit.replyBegun) return {};
+    const bool hasGrown =
+        bytes.isFramed && bytes.rule == ReplyEnd::kFirstFrame && Buffered(reader) > reader.replyBytes;
+    if (reader.replySinceMs == 0 || hasGrown) reader.replySinceMs = MonotonicMs();
+    reader.replyBytes = Buffered(reader);
     return {};
 }
 
@@ -202,7 +231,7 @@ Dispatch TakeUnit(MediaSession &session, ReadAhead &reader, const UnsplitBytes &
     case Unit::Kind::kFrame:
         return TakeFrame(session, reader, bytes, unit);
     case Unit::Kind::kReply:
-        return TakeReply(session.connection, reader, bytes, unit);
+        return TakeReply(session, reader, bytes, unit);
     case Unit::Kind::kStaleText:
         return DropStaleText(reader, unit);
     case Unit::Kind::kJunk:
@@ -211,7 +240,7 @@ Dispatch TakeUnit(MediaSession &session, ReadAhead &reader, const UnsplitBytes &
     case Unit::Kind::kMoreNeeded:
         break;
     }
-    return AwaitMore(reader, unit);
+    return AwaitMore(reader, bytes, unit);
 }
 
 // What was received before the exchange under way began cannot answer it.
@@ -222,15 +251,17 @@ void NoteExchange(const Connection &connection, ReadAhead &reader) {
     reader.freshBytes = 0;
 }
 
-UnsplitBytes NotYetTaken(const Connection &connection, const ReadAhead &reader, ReplyEnd rule, bool isFinal,
+UnsplitBytes NotYetTaken(const MediaSession &session, const ReadAhead &reader, ReplyEnd rule, bool isFinal,
                          bool graceIsOver) {
     return {.text = BufferedText(reader),
             .staleBytes = reader.staleBytes,
             .rule = rule,
-            .awaitsReply = connection.awaitingReply,
+            .awaitsReply = session.connection.awaitingReply,
             .outOfStep = reader.outOfStep,
             .isFinal = isFinal,
-            .replyIsFinal = isFinal || (graceIsOver && reader.replySinceMs != 0)};
+            .replyIsFinal = isFinal || (graceIsOver && reader.replySinceMs != 0),
+            .isFramed = session.dialect.IsOn(Rule::kFramedReplies),
+            .anyBodyLength = session.dialect.IsOn(Rule::kAnyBodyLength)};
 }
 
 // Handles what lies complete in the reader, up to a first failure of memory, which it tells; false then. Readers
@@ -241,7 +272,7 @@ bool TakeUnits(MediaSession &session, ReadAhead &reader, ReplyEnd rule, bool isF
     Dispatch dispatch = Handled(0);
     while (dispatch.result == Dispatch::kHandled &&
            !(rule == ReplyEnd::kFirstFrame && connection.recvData != nullptr)) {
-        dispatch = TakeUnit(session, reader, NotYetTaken(connection, reader, rule, isFinal, graceIsOver));
+        dispatch = TakeUnit(session, reader, NotYetTaken(session, reader, rule, isFinal, graceIsOver));
         Consume(reader, dispatch.consumed);
     }
     SignalDueStreams(reader);
@@ -371,12 +402,12 @@ WaitEnd WaitForReply(const ReadAhead &reader, uint64_t deadlineMs) {
 
 } // namespace
 
-RecvBufferPtr ReceiveReplyAmongFrames(MediaSession &session, int32_t &failure) {
+RecvBufferPtr ReceiveReplyAmongFrames(MediaSession &session, int32_t &failure, bool takesFrames) {
     const CallTrace trace("ClientReadMessage");
     failure = RTSP_NO_RESPONSE;
     ReadAhead *const reader = OpenReader(session.connection);
     if (reader == nullptr) return nullptr;
-    SizeRings(session);
+    if (takesFrames) SizeRings(session);
     const uint64_t deadline = MonotonicMs() + static_cast<uint64_t>(session.connection.replyLimitMs);
     for (bool closed = false;;) {
         const bool graceIsOver = ReplyGraceLeft(*reader) == 0;

@@ -12,7 +12,8 @@ namespace rtsptap {
 struct MediaSession;
 
 // The next reply on a connection that no thread serves. Frames before it are delivered, bytes behind it stay
-// for the thread. Null with RTSP_RESPONSE_TIMEOUT or RTSP_NO_RESPONSE in `failure`.
-RecvBufferPtr ReceiveReplyAmongFrames(MediaSession &session, int32_t &failure);
+// for the thread; without `takesFrames` they have no place. Null with RTSP_RESPONSE_TIMEOUT or RTSP_NO_RESPONSE in
+// `failure`.
+RecvBufferPtr ReceiveReplyAmongFrames(MediaSession &session, int32_t &failure, bool takesFrames = true);
 
 } // namespace rtsptap

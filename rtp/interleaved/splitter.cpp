@@ -18,15 +18,19 @@ constexpr std::string_view kReplyVersion = "RTSP/1.0 ";
 
 // ---- where a reply ends ----
 
-// The Content-Length of the header lines, 0 when there is none.
-std::size_t BodyLength(std::string_view head) {
+// The value of the first header line of that name; a null view when there is none.
+std::string_view HeaderValue(std::string_view head, std::string_view wanted) {
     std::string_view line;
     while (NextLine(head, line)) {
         std::string_view name;
-        if (Until(line, ':', name) && EqualIgnoringCase(name, "Content-Length"))
-            return static_cast<std::size_t>(std::max(LeadingNumber(line), 0));
+        if (Until(line, ':', name) && EqualIgnoringCase(name, wanted)) return line;
     }
-    return 0;
+    return {};
+}
+
+// The Content-Length of the header lines, 0 when there is none.
+std::size_t BodyLength(std::string_view head) {
+    return static_cast<std::size_t>(std::max(LeadingNumber(HeaderValue(head, "Content-Length")), 0));
 }
 
 } // namespace
@@ -89,6 +93,44 @@ std::size_t ReplyLength(std::string_view text, ReplyEnd rule) {
     return MeasureReply(text).body <= text.size() ? text.size() : text.npos;
 }
 
+// ---- where a reply ends that is as long as it says ----
+
+// Where another message begins, or a frame, or where one may be about to.
+bool BeginsMessage(std::string_view text) {
+    constexpr std::string_view kReplyProtocol = "RTSP/";
+    const std::string_view line = text.substr(0, text.find_first_of("\r\n"));
+    return text.starts_with('$') || text.starts_with(kReplyProtocol) || kReplyProtocol.starts_with(text) ||
+           Contains(line, " RTSP/1.");
+}
+
+std::size_t SkipLineEnds(std::string_view text, std::size_t at) {
+    return std::min(text.find_first_not_of("\r\n", at), text.size());
+}
+
+// `length` is npos while more is to come.
+struct FramedEnd {
+    std::size_t length = std::string_view::npos;
+    bool lengthIsWrong = false;
+};
+
+// Line ends behind the body go with it: between messages they mean nothing.
+FramedEnd FindFramedEnd(const UnsplitBytes &bytes, std::string_view text) {
+    const ReplyParts parts = MeasureReply(text);
+    if (parts.body > text.size()) { // also where that is unknown
+        if (!bytes.replyIsFinal && text.size() < kFramedReplyBytes) return {};
+        return {std::min(LengthBeforeFrame(text), text.size()), parts.head != text.npos};
+    }
+    const FramedEnd asAnnounced{SkipLineEnds(text, parts.body)};
+    if (!bytes.anyBodyLength) return asAnnounced;
+    const std::string_view head = text.substr(0, parts.head);
+    const bool hasNoLength = HeaderValue(head, "Content-Length").data() == nullptr &&
+                             HeaderValue(head, "Content-Type").data() != nullptr;
+    if (hasNoLength && bytes.rule == ReplyEnd::kFirstFrame) // among frames that are expected none is waited for
+        return {bytes.replyIsFinal ? LengthBeforeFrame(text) : text.npos, true};
+    if (BeginsMessage(text.substr(asAnnounced.length))) return asAnnounced;
+    return {LengthBeforeFrame(text), true};
+}
+
 // ---- bytes out of step ----
 
 // Where `mark` stands first behind the front of `text`, or where it may be about to: its beginning ends the text.
@@ -140,11 +182,14 @@ Unit StaleText(const UnsplitBytes &bytes) {
 }
 
 Unit NextReply(const UnsplitBytes &bytes) {
-    const std::string_view text = bytes.text.substr(0, kReplyBytes);
-    const std::size_t length = ReplyLength(text, bytes.rule);
-    if (length == text.npos && text.size() < kReplyBytes && !bytes.replyIsFinal) return {.replyBegun = true};
-    Unit unit{.kind = Unit::Kind::kReply, .length = std::min(length, text.size())};
-    unit.fillsBuffer = unit.length == kReplyBytes;
+    const std::size_t most = bytes.isFramed ? kFramedReplyBytes : kReplyBytes;
+    const std::string_view text = bytes.text.substr(0, most);
+    const FramedEnd end =
+        bytes.isFramed ? FindFramedEnd(bytes, text) : FramedEnd{ReplyLength(text, bytes.rule), false};
+    if (end.length == text.npos && text.size() < most && !bytes.replyIsFinal) return {.replyBegun = true};
+    Unit unit{.kind = Unit::Kind::kReply, .length = std::min(end.length, text.size())};
+    unit.fillsBuffer = unit.length == most;
+    unit.lengthIsWrong = end.lengthIsWrong;
     return unit;
 }
 
@@ -164,6 +209,18 @@ Unit NextFrame(const UnsplitBytes &bytes) {
 Unit NextUnit(const UnsplitBytes &bytes) {
     if (ReplyStandsNext(bytes)) return bytes.staleBytes > 0 ? StaleText(bytes) : NextReply(bytes);
     return bytes.text.size() < kFrameHeaderBytes ? Unit{} : NextFrame(bytes);
+}
+
+ReplyFate JudgeReply(std::string_view text, uint32_t cSeq) {
+    std::string_view head = text.substr(0, HeadLength(text));
+    const auto number = static_cast<uint32_t>(std::max(LeadingNumber(HeaderValue(head, "CSeq")), 0));
+    std::string_view line;
+    std::string_view version;
+    NextLine(head, line);
+    Until(line, ' ', version);
+    const int32_t status = LeadingNumber(line);
+    if (status >= 100 && status < 200) return ReplyFate::kIsProvisional;
+    return number > 0 && number < cSeq ? ReplyFate::kIsLate : ReplyFate::kAnswers;
 }
 
 // Out of step the header may be bytes of a body: an awaited reply within the frame it announces is no part of it.

@@ -19,10 +19,12 @@ struct UnsplitBytes {
     std::string_view text;      // not yet consumed
     std::size_t staleBytes = 0; // the first of them, received before the exchange under way began
     ReplyEnd rule = ReplyEnd::kFirstDollar;
-    bool awaitsReply = false;  // an exchange waits
-    bool outOfStep = false;    // bytes were dropped before these: a header may be bytes of a body
-    bool isFinal = false;      // the connection is closed: nothing more comes
-    bool replyIsFinal = false; // nothing more is waited for behind a reply that has begun
+    bool awaitsReply = false;   // an exchange waits
+    bool outOfStep = false;     // bytes were dropped before these: a header may be bytes of a body
+    bool isFinal = false;       // the connection is closed: nothing more comes
+    bool replyIsFinal = false;  // nothing more is waited for behind a reply that has begun
+    bool isFramed = false;      // a reply ends where its blank line and its Content-Length say,
+    bool anyBodyLength = false; // which may be missing or wrong
 };
 
 struct Unit {
@@ -37,11 +39,16 @@ struct Unit {
     std::size_t length = 0;     // of the whole unit, a frame's header included
     bool replyBegun = false;    // kMoreNeeded: a reply stands at the front, its rest is to come
     bool fillsBuffer = false;   // kReply: cut where the longest reply ends
+    bool lengthIsWrong = false; // kReply: its Content-Length is missing or wrong
     uint8_t channel = 0;        // kFrame
     std::size_t bodyLength = 0; // kFrame: as its header says
 };
 
 Unit NextUnit(const UnsplitBytes &bytes);
+
+// What a whole text is to an exchange that awaits the reply to the request numbered `cSeq`, 0 for any.
+enum class ReplyFate { kAnswers, kIsLate, kIsProvisional };
+ReplyFate JudgeReply(std::string_view text, uint32_t cSeq);
 
 // The length of a reply's status line and headers with the blank line behind them; npos while it may still come.
 std::size_t HeadLength(std::string_view text);

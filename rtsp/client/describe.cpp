@@ -1,5 +1,6 @@
 // DESCRIBE: fetches the description, in one piece or two, and hands it to the parser. Application thread.
 #include "platform/text.h"
+#include "rtp/interleaved/splitter.h"
 #include "rtp/stream.h"
 #include "rtsp/client/client.h"
 #include "rtsp/client/exchange.h"
@@ -17,6 +18,7 @@ namespace rtsptap {
 struct DescribeParts {
     HeapText part;                // the description as far as the first reply carried it
     int32_t partLength = 0;       // bytes
+    int32_t bodyLength = 0;       // bytes behind the first reply's blank line
     int32_t firstReplyLength = 0; // bytes of the first reply in responseBuff
     std::size_t length = 0;       // bytes of the description as stored
 };
@@ -31,6 +33,7 @@ std::string_view BytesOf(const RecvBufferPtr &reply) {
 // What the first reply carries of the description, from its first "v=0" on.
 int32_t TakeSdpPart(Exchange &exchange) {
     const std::string_view text = BytesOf(exchange.reply);
+    exchange.describe->bodyLength = static_cast<int32_t>(text.size() - std::min(HeadLength(text), text.size()));
     const std::size_t start = text.find("v=0");
     if (start == text.npos) return RTSP_SUCCESS;
     DebugPrint(kDebugEntry, "\tSDP received in the response string\n");
@@ -60,17 +63,13 @@ int32_t EnterDescribed(Exchange &exchange) {
     return EnterState(exchange);
 }
 
-// What stands behind the headers of the first reply has the length that they announce, whatever it is: nothing
-// follows.
+// What stands behind the headers of the first reply has the length that they announce, whatever it is, or all that
+// came of a reply which ends where it says: nothing follows.
 bool BodyIsWhole(const Exchange &exchange, int32_t contentLength) {
-    const RTSPClient &client = *exchange.client;
-    if (client.lastReply == nullptr) return false;
-    const std::string_view text(client.lastReply->data, static_cast<std::size_t>(client.lastReply->length));
-    std::size_t length = 0;
-    for (const char *const blankLine : {"\r\n\r\n", "\n\n"})
-        length = std::max(length, After(text, blankLine).size());
-    return length >= static_cast<std::size_t>(contentLength) &&
-           client.media.dialect.Permits(Rule::kBodyWithoutVersion);
+    const Dialect &dialect = exchange.client->media.dialect;
+    const bool isWhole = contentLength <= exchange.describe->bodyLength;
+    if (isWhole && dialect.Permits(Rule::kBodyWithoutVersion)) return true;
+    return dialect.IsOn(Rule::kFramedReplies) && (isWhole || dialect.IsOn(Rule::kAnyBodyLength));
 }
 
 // The rest of the body is one more message, however long it is.
@@ -78,7 +77,7 @@ int32_t ReceiveSecondPart(Exchange &exchange) {
     int32_t contentLength = 0;
     if (const char *const value = GetResponseHeader(exchange.client->responseMsg, "Content-Length")) {
         contentLength = LeadingNumber(value);
-        if (contentLength < 1)
+        if (contentLength < 1 && !exchange.client->media.dialect.Permits(Rule::kAnyBodyLength))
             return exchange.trace.Fail(RTSP_BAD_NUMBER,
                                        "EXIT : %s :Problem in converting Ascii to Integer value of "
                                        "Content-Length invalid Content Length value\n");

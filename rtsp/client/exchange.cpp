@@ -92,6 +92,14 @@ int32_t GenerateRequest(Exchange &exchange) {
 
 namespace {
 
+// 0 when the program has a CSeq of its own in the request, too: a server may answer with either.
+uint32_t SequenceNumber(const RequestMsg &request) {
+    const auto isNumber = [](const RTSPHeaderStruct &header) {
+        return header.headerName != nullptr && EqualIgnoringCase(header.headerName, "CSeq");
+    };
+    return std::ranges::count_if(request.headers, isNumber) == 1 ? request.cSeq : 0;
+}
+
 int ReplyLimit(const Exchange &exchange) {
     const RTSPClient &client = *exchange.client;
     const bool hasItsOwn = exchange.method.method == RTSP_TEARDOWN && client.teardownLimitMs > 0;
@@ -102,7 +110,8 @@ int ReplyLimit(const Exchange &exchange) {
 
 int32_t SendRequest(Exchange &exchange) {
     ReleaseRecvBuffer(std::exchange(exchange.client->lastReply, nullptr));
-    BeginAwaiting(exchange.client->media.connection, ReplyLimit(exchange));
+    BeginAwaiting(exchange.client->media.connection, ReplyLimit(exchange),
+                  SequenceNumber(*exchange.client->requestMsg));
     // Kept: a refused send (RTSP_SEND_FAILED) is no failure here; the wait for the reply then fails.
     if (SendRequestMessage(exchange.client->media.connection, exchange.client->requestMsg) == RTSP_FAILURE)
         return exchange.trace.Fail(RTSP_SEND_FAILED, "EXIT : %s :Problem in Sending request to Server \n");
@@ -158,6 +167,13 @@ bool ThreadHandsOver(const MediaSession &media) {
     return (media.dataProto == DATA_PROTO_TCP && underWay) || ConnectionIsServed(media);
 }
 
+// Rules may find more than one reply in what is received, or a part of one. Without a socket nothing is waited for.
+bool ReadsAhead(const MediaSession &media) {
+    constexpr Rule kRulesOfReading[] = {Rule::kFramedReplies, Rule::kLateReply, Rule::kProvisionalReply};
+    return media.connection.socket >= 0 &&
+           std::ranges::any_of(kRulesOfReading, [&media](Rule rule) { return media.dialect.IsOn(rule); });
+}
+
 // The next reply, or null with RTSP_RESPONSE_TIMEOUT or RTSP_NO_RESPONSE in `failure`.
 RecvBufferPtr ObtainReply(RTSPClient &client, RTSPMethod method, int32_t &failure) {
     if (ThreadHandsOver(client.media)) {
@@ -165,10 +181,9 @@ RecvBufferPtr ObtainReply(RTSPClient &client, RTSPMethod method, int32_t &failur
         return WaitForPostedReply(client.media.connection);
     }
     // The reply to the first PLAY may have media before and behind it, which must not be swallowed.
-    if (client.media.dataProto == DATA_PROTO_TCP && method == RTSP_PLAY) {
-        ChooseStreamsForFrames(client.media);
-        return ReceiveReplyAmongFrames(client.media, failure);
-    }
+    const bool isFirstPlay = client.media.dataProto == DATA_PROTO_TCP && method == RTSP_PLAY;
+    if (isFirstPlay) ChooseStreamsForFrames(client.media);
+    if (isFirstPlay || ReadsAhead(client.media)) return ReceiveReplyAmongFrames(client.media, failure, isFirstPlay);
     int32_t readError = 0;
     RecvBufferPtr reply(ClientReadMessage(&client, kReplyBytes, &readError));
     failure = readError == RTSP_RESPONSE_TIMEOUT ? RTSP_RESPONSE_TIMEOUT : RTSP_NO_RESPONSE;

@@ -58,11 +58,16 @@ void AwaitArrival(Session &session, const Hostile &hostile) {
     }
 }
 
+constexpr std::size_t kAtOnce = 60; // sessions, which have 8 descriptors each
+
 bool IsSlow(const Hostile &hostile) { return hostile.code == RTSP_RESPONSE_TIMEOUT; }
 
-// What went wrong; empty when nothing did.
-std::string Meet(const Hostile &hostile) {
+// What went wrong; empty when nothing did. The codes are those of the exact dialect.
+std::string Meet(const Hostile &hostile, int32_t dialect) {
     Session session(hostile.proto, hostile.method->from, Times(2, {hostile.method->name, hostile.reply, true}));
+    RecordOf(session).media.dialect.Choose(dialect);
+    const bool isExact = dialect == RTSPTAP_DIALECT_EXACT;
+    if (!isExact) RTSPTapSetOption(session, RTSPTAP_OPTION_REPLY_LIMIT, 1500);
     std::ostringstream wrong;
     for (const Action &action : hostile.before) {
         if (action.close)
@@ -78,8 +83,10 @@ std::string Meet(const Hostile &hostile) {
         int32_t result = 0;
         const double seconds = SecondsOf([&] { result = hostile.method->call(session, 0, buffer.data(), &size); });
         const bool endedMeanwhile = i == 1 && result == RTSP_NO_RESPONSE;
-        if (result != hostile.code && !endedMeanwhile) wrong << " gave " << result << ", not " << hostile.code;
-        if (IsSlow(hostile) ? seconds < 24.5 || seconds > 40 : seconds > 15) wrong << " took " << seconds << " s";
+        if (isExact && result != hostile.code && !endedMeanwhile)
+            wrong << " gave " << result << ", not " << hostile.code;
+        if (isExact && IsSlow(hostile) ? seconds < 24.5 || seconds > 40 : seconds > 15)
+            wrong << " took " << seconds << " s";
     }
     int32_t destroyed = 0;
     const double seconds = SecondsOf([&] { destroyed = session.Destroy(); });
@@ -101,28 +108,35 @@ TEST(HostileServers, GetTheDocumentedCodeAndLeaveNothingBehind) {
         const std::size_t descriptors = CountDescriptors();
         const uint16_t firstPort = gblClientRtspUdpPort;
         std::vector<std::thread> waiting; // for the 25 seconds that some need, all at once
-        const auto meet = [&](const Hostile &hostile) {
-            std::string what = Meet(hostile);
-            if (!IsSlow(hostile) &&
+        const auto meet = [&](const Hostile &hostile, int32_t dialect) {
+            std::string what = Meet(hostile, dialect);
+            const bool isAlone = dialect == RTSPTAP_DIALECT_EXACT && !IsSlow(hostile);
+            if (isAlone &&
                 !Eventually([&] { return CountDescriptors() == descriptors && CountThreads() == threads; }))
                 what += " threads or descriptors remain";
             const std::lock_guard guard(lock);
             ++met;
             if (what.empty()) return;
             wrong.push_back(hostile.method->name + std::string(hostile.proto == kUdp ? " udp " : " tcp ") +
-                            hostile.name + ":" + what);
+                            hostile.name + (dialect == RTSPTAP_DIALECT_EXACT ? ":" : " tolerated:") + what);
         };
         for (const Hostile &hostile : hostiles) {
-            if (!IsSlow(hostile)) meet(hostile);
+            if (!IsSlow(hostile)) meet(hostile, RTSPTAP_DIALECT_EXACT);
             gblClientRtspUdpPort = firstPort;
         }
+        for (std::size_t first = 0; first < hostiles.size(); first += kAtOnce) {
+            std::vector<std::jthread> some; // who forgives waits for what may still come
+            for (std::size_t i = first; i < std::min(first + kAtOnce, hostiles.size()); ++i)
+                some.emplace_back(meet, std::cref(hostiles[i]), RTSPTAP_DIALECT_TOLERANT);
+        }
         for (const Hostile &hostile : hostiles)
-            if (LongForm() && IsSlow(hostile)) waiting.emplace_back(meet, std::cref(hostile));
+            if (LongForm() && IsSlow(hostile))
+                waiting.emplace_back(meet, std::cref(hostile), RTSPTAP_DIALECT_EXACT);
         for (std::thread &thread : waiting) thread.join();
         if (CountDescriptors() != descriptors) wrong.push_back("descriptors remain of those that wait");
     }
     for (const std::string &what : wrong) ADD_FAILURE() << what;
-    fprintf(stderr, "%zu of %zu hostile servers met\n", met, hostiles.size());
+    fprintf(stderr, "%zu of %zu hostile servers met\n", met, 2 * hostiles.size());
 }
 
 // Streams that nobody sets up cost neither threads, descriptors nor time.

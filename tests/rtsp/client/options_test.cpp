@@ -144,6 +144,83 @@ TEST(Setup, TheFirstSessionStaysInForceAndQuotesDoNotTellSessionsApart) {
     EXPECT_EQ(dialect.Uses(Rule::kPaddedSession), 1U);
 }
 
+// ---- replies, however the network and the server deal them out ----
+
+std::string RawReply(int number, const std::string &status = "200 OK", const std::string &body = "") {
+    std::string text = "RTSP/1.0 " + status + "\r\nCSeq: " + std::to_string(number) + "\r\nSession: 12345678\r\n";
+    if (!body.empty()) text += "Content-Length: " + std::to_string(body.size()) + "\r\n";
+    return text + "\r\n" + body;
+}
+
+// A whole session in the tolerant dialect, whose replies `deal` makes of their numbers and bodies; packets come
+// between them. What was counted of the rule.
+uint64_t PlayWith(uint32_t proto, Rule rule, const std::function<Reply(int, const std::string &)> &deal) {
+    Script script;
+    for (const char *method : {"OPTIONS ", "DESCRIBE ", "SETUP ", "SETUP ", "PLAY ", "PAUSE ", "TEARDOWN "}) {
+        const int number = static_cast<int>(script.size()) + 1;
+        script.push_back({method, deal(number, number == 2 ? kDescription : "")});
+        if (proto == kTcp && number == 5) script.back().reply = script.back().reply + SendBytes(Frame(0, Rtp(7)));
+    }
+    ScriptedServer server(script);
+    Client client(1 << 20, proto);
+    client.serverPort = server.Port();
+    Set(client, RTSPTAP_OPTION_DIALECT, RTSPTAP_DIALECT_TOLERANT);
+    EXPECT_EQ(client.Connect() + client.Options() + client.Describe(), 0);
+    EXPECT_EQ(client.Setup(1) + client.Setup(2) + client.Play(), 0);
+    if (proto == kTcp) {
+        EXPECT_EQ(TakeSequenceNumbers(client, kVideo, 1), Numbers(7, 7));
+    }
+    EXPECT_EQ(client.Pause() + client.Teardown(), 0);
+    return RecordOf(client).media.dialect.Uses(rule);
+}
+
+TEST(Replies, AreWholeHoweverTheyAreCut) {
+    const CapturedStdout output;
+    for (const uint32_t proto : {kUdp, kTcp})
+        for (const std::size_t cut : {1, 4, 20, 46}) // the shortest has 47 bytes
+            EXPECT_EQ(PlayWith(proto, Rule::kFramedReplies,
+                               [cut](int number, const std::string &body) {
+                                   return Pieces(RawReply(number, "200 OK", body), cut, 20);
+                               }),
+                      proto == kTcp && cut < 4 ? 5U : 7U) // the thread knows a reply by its first four
+                << cut;
+}
+
+TEST(Replies, OfEarlierRequestsAndProvisionalOnesArePassedOver) {
+    const CapturedStdout output;
+    for (const uint32_t proto : {kUdp, kTcp})
+        for (const int pauseMs : {0, 5}) {
+            const auto deal = [pauseMs](int number, const std::string &body) {
+                const Reply pause = pauseMs > 0 ? Delay(pauseMs) : Reply();
+                return SendBytes(RawReply(number - 1, "454 Late")) + pause +
+                       SendBytes(RawReply(number, "100 Wait")) + pause +
+                       SendBytes(RawReply(number, "200 OK", body));
+            };
+            const auto first = [&](int number, const std::string &body) { // there is no earlier one
+                return number == 1 ? SendBytes(RawReply(1)) : deal(number, body);
+            };
+            EXPECT_EQ(PlayWith(proto, Rule::kLateReply, first), 6U);
+            EXPECT_EQ(PlayWith(proto, Rule::kProvisionalReply, first), 6U);
+        }
+}
+
+TEST(Replies, OfDescribeMayBeWrongAboutTheirLength) {
+    const CapturedStdout output;
+    const std::string body = kDescription;
+    for (const std::string length :
+         {"", "Content-Length: 0\r\n", "Content-Length: 90\r\n", "Content-Length: 9999\r\n"}) {
+        const std::string head = "RTSP/1.0 200 OK\r\nContent-Type: application/sdp\r\n" + length + "\r\n";
+        ScriptedServer server({{"DESCRIBE ", SendBytes(head + body)}, {"SETUP ", SendBytes(RawReply(2))}});
+        Client client;
+        client.serverPort = server.Port();
+        Set(client, RTSPTAP_OPTION_DIALECT, RTSPTAP_DIALECT_TOLERANT);
+        EXPECT_LT(SecondsOf([&] { EXPECT_EQ(client.Reach(CLIENT_DESCRIBE_SENT_STATE), 0); }), 10) << length;
+        EXPECT_EQ(RTSPClientGetNbStreams(client), 2) << length;
+        EXPECT_GT(RecordOf(client).media.dialect.Uses(Rule::kAnyBodyLength), 0U) << length;
+        EXPECT_EQ(client.Setup(1), 0) << length;
+    }
+}
+
 // Each end comes long before the one that is there by default.
 TEST(Options, WaitsEndAtTheirLimits) {
     const CapturedStdout output;
