@@ -305,6 +305,52 @@ std::string TextOf(const std::string &path) {
     return text.str();
 }
 
+// ---- the page that is made from the tables ----
+
+std::string RulesAsTable() {
+    std::ostringstream table;
+    table << "| | What | With the rule | Who sends it | Settled in | Tolerant |\n|---|---|---|---|---|---|\n";
+    for (const RuleRow &row : kRules)
+        table << "| " << row.number << " | " << row.name << " | " << row.permits << " | " << row.senders << " | "
+              << row.section << " | " << ((row.dialects & kTolerant) != 0 ? "on" : "off") << " |\n";
+    return table.str();
+}
+
+std::string OptionsAsTable() {
+    std::ostringstream table;
+    table << "| | What | Unit | Lowest | Highest | Default | Until |\n|---|---|---|---|---|---|---|\n";
+    for (const Option &option : Options()) {
+        table << "| " << option.number << " | " << option.name << " | " << option.unit << " | " << option.lowest
+              << " | " << option.highest << " | ";
+        if (option.text != nullptr)
+            table << option.textByDefault;
+        else
+            table << option.byDefault;
+        constexpr const char *kUntil[] = {"only told", "connecting", "any time"};
+        table << " | " << kUntil[static_cast<int>(option.until)] << " |\n";
+    }
+    return table.str();
+}
+
+// What stands between the lines that begin with these marks; put there when the page is to be written.
+void ExpectBetween(const std::string &begin, const std::string &end, const std::string &table) {
+    const std::string path = PROJECT_DIR "/docs/cameras.md";
+    std::string page = TextOf(path);
+    const std::size_t first = page.find('\n', page.find(begin)) + 1;
+    const std::size_t last = page.find(end);
+    ASSERT_TRUE(first != 0 && last != page.npos) << begin;
+    if (getenv("RTSPTAP_WRITE") != nullptr) {
+        std::ofstream(path) << page.replace(first, last - first, table);
+        return;
+    }
+    EXPECT_EQ(page.substr(first, last - first), table) << "docs/cameras.md says how it is written anew";
+}
+
+TEST(Pages, CamerasIsInStepWithTheTablesOfRulesAndOptions) {
+    ExpectBetween("<!-- rules:", "<!-- end of rules", RulesAsTable());
+    ExpectBetween("<!-- options:", "<!-- end of options", OptionsAsTable());
+}
+
 TEST(Options, EveryCodeOfTheHeadersHasAMeaningOfItsOwnAndTheVersionIsTheProjects) {
     const std::string headers =
         TextOf(PROJECT_DIR "/include/rtsptap.h") + TextOf(PROJECT_DIR "/include/rtsptap_extended.h");
