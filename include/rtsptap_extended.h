@@ -186,7 +186,8 @@ RTSPTAP_API int32_t RTSPTapGetRuleUse(intptr_t clientHandle, int32_t rule, uint6
 
 /**
  * Codecs beyond RTPCodecType. A client has them where rule 215 is on, as it is in the tolerant dialect: streams
- * have these codes, and the packet functions of rtsptap.h take them. To any other client such a stream has codec 0.
+ * have these codes, and the packet functions of rtsptap.h and StartThirdPartyClient take them. To any other client
+ * such a stream has codec 0.
  */
 enum RTSPTapCodec {
     RTSPTAP_CODEC_H265 = 1001,           /* H.265 video (RFC 7798) */

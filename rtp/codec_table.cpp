@@ -72,7 +72,7 @@ const Codec *FindInAnyCase(std::string_view name, bool isFurther) {
 
 } // namespace
 
-constinit const std::array<bool, 256> kIsCodecType = [] {
+constexpr std::array<bool, 256> kIsCodecType = [] {
     std::array<bool, 256> isCodecType{};
     for (const Codec &codec : kCodecs)
         if (!codec.isFurther) isCodecType.at(static_cast<std::size_t>(codec.type)) = true;

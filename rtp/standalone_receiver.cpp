@@ -14,9 +14,11 @@ namespace {
 // What adVdFlag asks for; any other value stands for both media.
 enum MediaFlag : int32_t { kBothMedia = 0, kVideoOnly = 1, kAudioOnly = 2, kTransportStreamOnly = 3 };
 
-bool IsMedium(uint16_t port, int32_t bufferSize, int32_t codecType, CodecGroup group) {
+// A further codec is one for the clients that have asked for such.
+bool IsMedium(const MediaSession *session, uint16_t port, int32_t bufferSize, int32_t codecType, CodecGroup group) {
     const Codec *const codec = FindCodec(codecType);
-    return port != 0 && bufferSize >= 1 && codec != nullptr && !codec->isFurther && codec->group == group;
+    if (port == 0 || bufferSize < 1 || codec == nullptr || codec->group != group) return false;
+    return !codec->isFurther || (session != nullptr && session->dialect.IsOn(Rule::kFurtherCodec));
 }
 
 struct Request {
@@ -92,12 +94,12 @@ int32_t StartThirdPartyClient(intptr_t clientHandle, int32_t adVdFlag, int32_t v
     DebugPrint(kDebugEntry, "Input: audioCodecName      : %d\n", audioCodecName);
     DebugPrint(kDebugEntry, "Input: audioPort      : %d\n", audioPort);
     if (clientHandle == 0) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid Input Arguments\n");
-    const Request request{
-        adVdFlag, IsMedium(videoOrTsPort, videoBufferSize, videoOrTsCodecName, CodecGroup::kVideo),
-        IsMedium(audioPort, audioBufferSize, audioCodecName, CodecGroup::kAudio),
-        IsMedium(videoOrTsPort, videoBufferSize, videoOrTsCodecName, CodecGroup::kTransportStream)};
-    if (const int32_t result = CheckMedia(trace, request); result != RTSP_SUCCESS) return result;
     MediaSession *const session = LiveSession(clientHandle);
+    const Request request{
+        adVdFlag, IsMedium(session, videoOrTsPort, videoBufferSize, videoOrTsCodecName, CodecGroup::kVideo),
+        IsMedium(session, audioPort, audioBufferSize, audioCodecName, CodecGroup::kAudio),
+        IsMedium(session, videoOrTsPort, videoBufferSize, videoOrTsCodecName, CodecGroup::kTransportStream)};
+    if (const int32_t result = CheckMedia(trace, request); result != RTSP_SUCCESS) return result;
     if (session == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid client handle\n");
 
     session->dataProto = DATA_PROTO_UDP;

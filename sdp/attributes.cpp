@@ -240,14 +240,18 @@ int32_t ChooseFormat(const SdpReading &reading) {
     return -1;
 }
 
-// Parameters of a payload type that the m= line does not name are those of the chosen one.
+// Parameters of a payload type that the m= line does not name are those of the chosen one, if it has none.
 int32_t ReadFormat(SdpReading &reading) {
     const int32_t chosen = ChooseFormat(reading);
+    bool hasParameters = false;
+    ForEachAttribute(reading, [&](const Attribute *attribute, std::string_view value) {
+        hasParameters |= attribute != nullptr && attribute->read == ReadFmtp && PayloadTypeOf(value) == chosen;
+    });
     int32_t result = RTSP_SUCCESS;
     ForEachAttribute(reading, [&](const Attribute *attribute, std::string_view value) {
         if (result != RTSP_SUCCESS || attribute == nullptr || !attribute->isOfFormat) return;
         const int32_t type = PayloadTypeOf(value);
-        const bool isForeign = !IsRtpmap(attribute) && !reading.formats.Has(type);
+        const bool isForeign = !IsRtpmap(attribute) && !hasParameters && !reading.formats.Has(type);
         if (chosen < 0 || type == chosen || isForeign) result = Judge(reading, attribute->read(reading, value));
     });
     return result;

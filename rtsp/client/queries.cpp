@@ -125,10 +125,17 @@ int32_t FindSameControl(const MediaSession &session, const RTSPStreamInfo &strea
     return 0;
 }
 
-// The parameters behind the payload type.
+// The parameters behind the payload type; all of the text where no blank sets them apart.
 const char *ParametersOf(const char *fmtp) {
-    return fmtp == nullptr ? nullptr
-                           : fmtp + std::string_view(fmtp).find_first_of(" \t") + 1; // all without a blank
+    const char *const blank = fmtp != nullptr ? strpbrk(fmtp, " \t") : nullptr;
+    return blank != nullptr ? blank + 1 : fmtp;
+}
+
+int32_t PayloadTypeOf(const RTSPStreamInfo &stream) {
+    constexpr int32_t kLastPayloadType = 127;
+    const int32_t type = stream.description.payloadNumber;
+    if (stream.description.encodingName[0] == '\0') return stream.further.firstPayloadType;
+    return type >= 0 && type <= kLastPayloadType ? type : -1;
 }
 
 int32_t ChannelsOf(const RTSPStreamInfo &stream) {
@@ -143,7 +150,7 @@ RTSPTapStreamDescription Describe(const MediaSession &session, const RTSPStreamI
     const bool isAac = is.aacConfig != nullptr;
     RTSPTapStreamDescription description = {};
     description.media = further.media;
-    description.payloadType = is.encodingName[0] != '\0' ? is.payloadNumber : further.firstPayloadType;
+    description.payloadType = PayloadTypeOf(stream);
     description.codecType = is.codecType;
     description.encodingName = is.encodingName;
     description.clockRate = is.clockRate;
