@@ -151,10 +151,19 @@ Dispatch DropHeader(ReadAhead &reader, std::size_t length, std::size_t bodyLengt
     return Handled(length);
 }
 
+// A frame of a channel that no stream has is skipped as a whole. Out of step its header may be none.
+Dispatch SkipFrame(const Dialect &dialect, const UnsplitBytes &bytes, const Unit &unit) {
+    if (bytes.text.size() < unit.length) return {};
+    dialect.Permits(Rule::kUnknownChannel);
+    return Handled(unit.length);
+}
+
 // Room is looked for before the body is waited for. A frame without a ring does not fail the exchange that awaits
 // the reply to the first PLAY: the thread will tell.
 Dispatch TakeFrame(MediaSession &session, ReadAhead &reader, const UnsplitBytes &bytes, const Unit &unit) {
     const Route route = FindRoute(session, reader, unit.channel);
+    if (route.stream == nullptr && !bytes.outOfStep && session.dialect.IsOn(Rule::kUnknownChannel))
+        return SkipFrame(session.dialect, bytes, unit);
     const Fit fit = FindPlace(session, route, unit);
     if (fit == Fit::kNoMemory && bytes.rule != ReplyEnd::kFirstFrame) return {Dispatch::kNoMemory};
     const FrameFate fate = LookIntoFrame(bytes, unit, fit == Fit::kFits);

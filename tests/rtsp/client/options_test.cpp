@@ -204,6 +204,16 @@ TEST(Replies, OfEarlierRequestsAndProvisionalOnesArePassedOver) {
         }
 }
 
+TEST(Replies, FramesOfNobodysChannelAreSkippedByTheirLength) {
+    const CapturedStdout output;
+    const std::string nobodys = Frame(9, "$" + RawReply(5, "454 No") + Frame(0, Rtp(6)));
+    const auto deal = [&](int number, const std::string &body) {
+        const std::string around = number == 5 ? nobodys : "";
+        return SendBytes(around + RawReply(number, "200 OK", body) + around);
+    };
+    EXPECT_EQ(PlayWith(kTcp, Rule::kUnknownChannel, deal), 2U);
+}
+
 TEST(Replies, OfDescribeMayBeWrongAboutTheirLength) {
     const CapturedStdout output;
     const std::string body = kDescription;
