@@ -11,6 +11,7 @@
 #include <iterator>
 #include <locale.h>
 #include <optional>
+#include <span>
 #include <utility>
 
 namespace rtsptap {
@@ -231,8 +232,12 @@ int32_t ChooseFormat(const SdpReading &reading) {
         if (*last >= 0 && *last < static_cast<int32_t>(isMapped.size()))
             isMapped.set(static_cast<std::size_t>(*last));
     });
-    const bool knowsStatic = reading.dialect.IsOn(Rule::kStaticPayloadType);
-    for (const uint8_t type : reading.formats.Types()) {
+    const auto mapped = [&isMapped](uint8_t type) { return isMapped[type]; };
+    const std::span<const uint8_t> types = reading.formats.Types();
+    // Where rtpmaps are of other types only, they tell more than the static meaning of those that are named.
+    const bool knowsStatic =
+        reading.dialect.IsOn(Rule::kStaticPayloadType) && (!last || std::ranges::any_of(types, mapped));
+    for (const uint8_t type : types) {
         if (!isMapped[type] && !(knowsStatic && FindStaticFormat(type) != nullptr)) continue;
         if (last && *last != type) (void)reading.dialect.Permits(Rule::kFormatOfMedia);
         return type;
