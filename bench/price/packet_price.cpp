@@ -57,7 +57,8 @@ SocketPair Connect(int type) {
 // A live session with one stream that is being played. Its thread is in charge of the socket but never runs: the
 // reader has every turn.
 struct Playing {
-    Playing(const Service &service, int socket) : stream(AppendStream(session)), thread{stream, &service} {
+    Playing(const Service &service, int socket)
+        : stream(AppendStream(session)), thread{.stream = stream, .services = {&service}} {
         const bool overTcp = &service == &kInterleavedService;
         session.dataProto = overTcp ? DATA_PROTO_TCP : DATA_PROTO_UDP;
         session.mtuSize = kDefaultMtuSize;
