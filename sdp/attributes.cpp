@@ -302,10 +302,14 @@ int32_t ReadSessionAttribute(SdpReading &reading, std::string_view value) {
     return RTSP_SUCCESS;
 }
 
-// The section is the session then (RFC 2326, C.3).
-void TakeSessionControl(const SdpReading &reading) {
+// The section is the session then (RFC 2326, C.3). A description has room for thousands of such sections, of which
+// each would keep the whole URL: what nobody sets up gets none.
+void TakeSessionControl(SdpReading &reading) {
+    constexpr int32_t kMostSections = 128;
     HeapText &url = reading.stream->controlUrl;
-    if (url || !reading.dialect.Permits(Rule::kNoControl)) return;
+    if (url || reading.sectionsWithoutControl >= kMostSections || !reading.dialect.Permits(Rule::kNoControl))
+        return;
+    ++reading.sectionsWithoutControl;
     url = reading.aggregate ? DuplicateText(reading.aggregate.get()) : RequestUrl(reading.to);
 }
 

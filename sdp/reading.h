@@ -21,7 +21,8 @@ struct SdpReading {
     HeapText aggregate = {};          // of the whole session; null: likewise
     RTSPStreamInfo *stream = nullptr; // current media section; null at session level
     MediaFormats formats = {};        // of its m= line
-    bool configIsRead = false;        // its parameters have met its codec
+    int32_t sectionsWithoutControl = 0;
+    bool configIsRead = false; // its parameters have met its codec
 };
 
 // A reader's result: RTSP_SUCCESS goes on with the next line, a negative code ends the reading with that

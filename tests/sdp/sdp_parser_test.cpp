@@ -132,6 +132,10 @@ TEST(SdpParser, ControlUrlsLeadWhereTheirRowsTell) {
         EXPECT_EQ(urls, row.at(3)) << row[1] << " " << row[2];
         EXPECT_EQ(RulesUsed(described.client.media.dialect), row.at(4)) << row[1] << " " << row[2];
     }
+    const CapturedStdout out;
+    const DescribedClient many("v=0\n" + Lines(Literal("<200*m=|>")), {RTSPTAP_DIALECT_TOLERANT});
+    EXPECT_EQ(many.client.media.streamCount, 200);
+    EXPECT_EQ(many.client.media.dialect.Uses(Rule::kNoControl), 128U); // the rest costs no memory
 }
 
 TEST(SdpParser, TheRecordOfAStreamIsFilledAsFarAsItsSizeSays) {
