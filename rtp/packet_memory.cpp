@@ -41,6 +41,13 @@ RingPlace PlaceNextPacket(ReceiveRing &ring, uint32_t mtu) {
     return PlaceAt(ring, RingRoom::kWrapped, 0, reader, longest);
 }
 
+std::span<uint8_t> FreeRoom(const ReceiveRing &ring) {
+    if (ring.storage == nullptr) return {};
+    const int64_t reader = ring.readIndex.load(std::memory_order_acquire);
+    if (reader == ring.writeIndex) return {ring.storage, ring.storage + ring.size};
+    return {ring.storage + ring.writeIndex, ring.storage + (ring.writeIndex < reader ? reader : ring.bufferEnd)};
+}
+
 void EmptyRing(ReceiveRing &ring) {
     ring.writeIndex = 0;
     ring.bufferEnd = ring.size;

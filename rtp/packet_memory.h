@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <type_traits>
 
 namespace rtsptap {
@@ -49,6 +50,9 @@ struct RingPlace {
 
 // Decides where the next packet goes. `mtu` in bytes, at least 1.
 RingPlace PlaceNextPacket(ReceiveRing &ring, uint32_t mtu);
+
+// The free bytes from where the next packet goes, or would when all is given back. Changes nothing.
+std::span<uint8_t> FreeRoom(const ReceiveRing &ring);
 
 // Treats the ring as empty: nothing in it is queued or held any more.
 void EmptyRing(ReceiveRing &ring);

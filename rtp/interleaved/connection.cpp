@@ -37,17 +37,26 @@ namespace {
 
 void StartAfresh(ReadAhead &reader, int32_t socket) {
     reader.socket = socket;
+    reader.bytes = reader.own;
+    reader.capacity = kReaderBytes;
     reader.begin = reader.end = reader.replyTail = reader.freshBytes = reader.staleBytes = 0;
     reader.replySinceMs = 0;
     reader.waitIsLimited = reader.outOfStep = false;
 }
 
-// Moves what is left to the front when a whole read no longer fits behind it.
-void MakeRoom(ReadAhead &reader) {
-    if (kReaderBytes - reader.end >= kReadAheadBytes) return;
-    memmove(reader.bytes, reader.bytes + reader.begin, Buffered(reader));
+bool IsLent(const ReadAhead &reader) { return reader.bytes != reader.own; }
+
+void MoveTo(ReadAhead &reader, std::span<uint8_t> room) {
+    if (Buffered(reader) > 0) memmove(room.data(), reader.bytes + reader.begin, Buffered(reader));
     reader.end -= reader.begin;
     reader.begin = 0;
+    reader.bytes = room.data();
+    reader.capacity = room.size();
+}
+
+// Moves what is left to the front when a whole read no longer fits behind it. In a ring the front may be a packet's.
+void MakeRoom(ReadAhead &reader) {
+    if (!IsLent(reader) && reader.capacity - reader.end < kReadAheadBytes) MoveTo(reader, reader.own);
 }
 
 } // namespace
@@ -63,6 +72,17 @@ void Consume(ReadAhead &reader, std::size_t count) {
     reader.replyTail -= std::min(reader.replyTail, count);
     reader.staleBytes -= std::min(reader.staleBytes, count);
     if (reader.begin == reader.end) reader.begin = reader.end = 0;
+}
+
+void LendRoom(ReadAhead &reader, std::span<uint8_t> room) {
+    const std::size_t left = Buffered(reader);
+    const bool goesOn = left > kSmallRest && reader.capacity - reader.end >= kSmallestLoan;
+    if (goesOn || room.size() < left + kSmallestLoan) return;
+    MoveTo(reader, room.first(std::min(room.size(), kReaderBytes)));
+}
+
+void ReturnRoom(ReadAhead &reader) {
+    if (IsLent(reader)) MoveTo(reader, reader.own);
 }
 
 int ReplyGraceLeft(const ReadAhead &reader) {
@@ -98,7 +118,7 @@ Fill FillReader(ReadAhead &reader, int timeoutMs) {
         waitsInCall || timeoutMs <= 0 ? Arrival::kThere : WaitForArrival(reader.socket, timeoutMs);
     if (arrival != Arrival::kThere) return arrival == Arrival::kNone ? Fill::kNothing : Fill::kClosed;
     MakeRoom(reader);
-    const std::size_t room = std::min(kReadAheadBytes, kReaderBytes - reader.end);
+    const std::size_t room = std::min(kReadAheadBytes, reader.capacity - reader.end);
     const int received = ReceiveBytes(reader.socket, reader.bytes + reader.end, static_cast<int>(room),
                                       waitsInCall ? 0 : MSG_DONTWAIT);
     if (received < 0 && (errno == EAGAIN || IsInterrupted(errno))) return Fill::kNothing;
@@ -111,7 +131,7 @@ Fill FillReader(ReadAhead &reader, int timeoutMs) {
 // ---- the connection ----
 
 ReadAhead *OpenReader(Connection &connection) {
-    if (connection.readAhead == nullptr) connection.readAhead = new (std::nothrow) ReadAhead{};
+    if (connection.readAhead == nullptr) connection.readAhead = new (std::nothrow) ReadAhead;
     ReadAhead *const reader = connection.readAhead;
     const int32_t socket = connection.socket;
     if (reader != nullptr && reader->socket != socket) StartAfresh(*reader, socket);

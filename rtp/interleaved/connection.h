@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string_view>
 
 namespace rtsptap {
@@ -24,6 +25,8 @@ inline constexpr int kReplyTimeoutMs = 25000;         // how long a reply is wai
 inline constexpr std::size_t kFrameHeaderBytes = 4;   // "$", channel, length
 inline constexpr std::size_t kReadAheadBytes = 65536; // asked of the socket at once
 inline constexpr std::size_t kReaderBytes = kReadAheadBytes + kFrameHeaderBytes + 65535; // and the longest frame
+inline constexpr std::size_t kSmallestLoan = 32768;     // room worth reading into
+inline constexpr std::size_t kSmallRest = 4096;         // bytes that are moved rather than left where they are
 
 // How long the rest of a reply may take that came in pieces, in ms: longer than a lost segment needs to be
 // sent again, which on Linux is 200 ms at the least.
@@ -56,7 +59,13 @@ struct Route {
 };
 
 // Of whoever has the connection's turn, alone; the next one goes on in the middle of a frame if need be.
+//
+// Bytes are read into memory of its own or into the free room of the ring that most of them are for, where a frame's
+// body then only moves down by the headers before it: half as much memory passes through the caches. A body never moves
+// up, so what has not been looked at is not overwritten.
 struct ReadAhead {
+    uint8_t *bytes = own;       // `own` or lent
+    std::size_t capacity = kReaderBytes;
     int32_t socket = -1;        // the connection that the bytes came from
     std::size_t begin = 0;      // first byte not yet consumed
     std::size_t end = 0;        // behind the last byte received
@@ -71,12 +80,19 @@ struct ReadAhead {
     uint32_t routesMade = 0;    // the session's channelChanges that `routes` was made after
     std::array<Route, 256> routes = {};  // by channel
     RTSPStreamInfo *signalDue = nullptr; // streams with data that no reader has been told of, by nextSignalDue
-    uint8_t bytes[kReaderBytes] = {};    // touched at once, so that a long session takes no more than a short one
+    RTSPStreamInfo *lender = nullptr;    // the stream whose ring is asked for room
+    uint8_t own[kReaderBytes];           // not cleared: most sessions need little of it
 };
 
 std::size_t Buffered(const ReadAhead &reader);
 std::string_view BufferedText(const ReadAhead &reader);
 void Consume(ReadAhead &reader, std::size_t count);
+
+// Bytes are read into this room from here on. It stays the lender's, who must not use it before ReturnRoom. Does
+// nothing while a frame is under way that is too long to be moved again and again.
+void LendRoom(ReadAhead &reader, std::span<uint8_t> room);
+// What is left goes to memory of its own.
+void ReturnRoom(ReadAhead &reader);
 
 // The time in ms until an incomplete reply is handed over as it is; -1 when none waits.
 int ReplyGraceLeft(const ReadAhead &reader);

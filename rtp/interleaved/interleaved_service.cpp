@@ -102,13 +102,29 @@ Fit FindPlace(const MediaSession &session, const Route &route, const Unit &frame
     return route.isRtcp ? Fit::kFits : FindFrameRoom(*route.stream, frame.channel, frame.bodyLength);
 }
 
+// The stream with the largest ring, as far as frames come for it: there most of the bytes go.
+void ChooseLender(ReadAhead &reader, RTSPStreamInfo &stream) {
+    if (reader.lender == &stream) return;
+    const bool isIdle = reader.lender == nullptr || !reader.lender->receiving;
+    if (isIdle || reader.lender->ring.size < stream.ring.size) reader.lender = &stream;
+}
+
+// What its ring has free, where the next packet goes or would, if it is enough: else the reader has memory of its own.
+void BorrowRoom(ReadAhead &reader) {
+    const bool lends = reader.lender != nullptr && reader.lender->takesFrames && reader.lender->receiving;
+    const std::span<uint8_t> room = lends ? FreeRoom(reader.lender->ring) : std::span<uint8_t>();
+    if (room.size() < Buffered(reader) + kSmallestLoan) return ReturnRoom(reader);
+    LendRoom(reader, room);
+}
+
 void AcceptFrame(ReadAhead &reader, RTSPStreamInfo &stream, const Frame &frame) {
-    if (!frame.body.empty())
-        memcpy(stream.ring.storage + stream.ring.writeIndex, frame.body.data(), frame.body.size());
+    uint8_t *const place = stream.ring.storage + stream.ring.writeIndex;
+    if (!frame.body.empty()) memmove(place, frame.body.data(), frame.body.size()); // which may lie in the ring, too
     const ArrivalRules rules{.reorder = false, .announceDrops = frame.followedReply, .channel = frame.channel};
     AcceptPacket(stream, static_cast<uint32_t>(frame.body.size()), rules,
                  frame.followedReply ? FailureText("%s :Invalid packet received ignoring\n")
                                      : FailureText("%s: Invalid packet received ignoring\n"));
+    ChooseLender(reader, stream);
     if (stream.signalDue) return;
     stream.signalDue = true;
     stream.nextSignalDue = std::exchange(reader.signalDue, &stream);
@@ -344,6 +360,7 @@ Served ServeConnection(MediaSession &session, int timeoutMs) {
     turn.ended = turn.ended || reader == nullptr || reader->socket < 0;
     if (turn.ended) return Served::kEnded;
     const int graceLeft = ReplyGraceLeft(*reader);
+    BorrowRoom(*reader);
     const Fill fill = FillReader(*reader, graceLeft < 0 ? timeoutMs : std::min(timeoutMs, graceLeft));
     if (fill == Fill::kClosed) DebugPrint(kDebugEntry, "Stopping Thread \n");
     const bool graceIsOver = ReplyGraceLeft(*reader) == 0;
@@ -373,6 +390,7 @@ void Close(StreamThread &thread) {
     MediaSession &session = *thread.stream->session;
     const ScopedTurn turn(session.connection.turn, ScopedTurn::kWait);
     CloseTurn(session.connection.turn);
+    if (session.connection.readAhead != nullptr) ReturnRoom(*session.connection.readAhead);
     CloseRings(session, thread.yield);
 }
 
