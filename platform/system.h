@@ -67,11 +67,11 @@ bool LimitReceiveWait(int socket, int ms);
 
 // Where the next datagram goes: its first `size` bytes to `bytes`, what is longer to `spill`.
 struct DatagramPlace {
-    uint8_t *bytes = nullptr;
-    std::size_t size = 0;
-    uint8_t *spill = nullptr;
-    std::size_t spillSize = 0;
-    int received = 0; // out: its own size, also when it does not fit
+    uint8_t *bytes;
+    std::size_t size;
+    uint8_t *spill;
+    std::size_t spillSize;
+    int received; // out: its own size, also when it does not fit
 };
 
 inline constexpr std::size_t kMostDatagrams = 16; // in one batch

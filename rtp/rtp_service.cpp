@@ -40,8 +40,7 @@ Served EndReceiving(ReceiveTurn &turn) {
 // Datagrams are received into places that lie behind one another in the ring, each as long as the longest one of
 // the last batch was. What is longer spills into the room behind twice the longest batch, and is joined.
 struct Batch {
-    uint8_t *base = nullptr;
-    std::array<DatagramPlace, kMostDatagrams> places;
+    std::array<DatagramPlace, kMostDatagrams> places; // not cleared: few are used
     std::span<DatagramPlace> used;
 };
 
@@ -51,11 +50,11 @@ void MakePlaces(RTSPStreamInfo &stream, const RingPlace &ringPlace, Batch &batch
     const auto fitting = static_cast<std::size_t>((ringPlace.contiguous - 1) / (2 * ringPlace.room));
     const std::size_t count = std::clamp<std::size_t>(std::min(fitting, stream.batches.places), 1, kMostDatagrams);
     const std::size_t size = count == 1 ? longest : std::clamp<std::size_t>(stream.batches.longest, 1, longest);
-    batch.base = stream.ring.storage + stream.ring.writeIndex;
     batch.used = std::span(batch.places).first(count);
-    uint8_t *spill = batch.base + count * longest;
+    uint8_t *const base = stream.ring.storage + stream.ring.writeIndex;
+    uint8_t *spill = base + count * longest;
     for (std::size_t i = 0; i < count; ++i, spill += longest - size)
-        batch.places[i] = {batch.base + i * size, size, spill, longest - size, 0};
+        batch.places[i] = {base + i * size, size, spill, longest - size, 0};
 }
 
 std::size_t SpilledBytes(const DatagramPlace &place) {

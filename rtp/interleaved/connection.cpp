@@ -54,7 +54,8 @@ void MoveTo(ReadAhead &reader, std::span<uint8_t> room) {
     reader.capacity = room.size();
 }
 
-// Moves what is left to the front when a whole read no longer fits behind it. In a ring the front may be a packet's.
+// Moves what is left to the front when a whole read no longer fits behind it. In a ring the front may be a
+// packet's.
 void MakeRoom(ReadAhead &reader) {
     if (!IsLent(reader) && reader.capacity - reader.end < kReadAheadBytes) MoveTo(reader, reader.own);
 }

@@ -25,8 +25,8 @@ inline constexpr int kReplyTimeoutMs = 25000;         // how long a reply is wai
 inline constexpr std::size_t kFrameHeaderBytes = 4;   // "$", channel, length
 inline constexpr std::size_t kReadAheadBytes = 65536; // asked of the socket at once
 inline constexpr std::size_t kReaderBytes = kReadAheadBytes + kFrameHeaderBytes + 65535; // and the longest frame
-inline constexpr std::size_t kSmallestLoan = 32768;     // room worth reading into
-inline constexpr std::size_t kSmallRest = 4096;         // bytes that are moved rather than left where they are
+inline constexpr std::size_t kSmallestLoan = 32768;                                      // room worth reading into
+inline constexpr std::size_t kSmallRest = 4096; // bytes that are moved rather than left where they are
 
 // How long the rest of a reply may take that came in pieces, in ms: longer than a lost segment needs to be
 // sent again, which on Linux is 200 ms at the least.
@@ -60,11 +60,11 @@ struct Route {
 
 // Of whoever has the connection's turn, alone; the next one goes on in the middle of a frame if need be.
 //
-// Bytes are read into memory of its own or into the free room of the ring that most of them are for, where a frame's
-// body then only moves down by the headers before it: half as much memory passes through the caches. A body never moves
-// up, so what has not been looked at is not overwritten.
+// Bytes are read into memory of its own or into the free room of the ring that most of them are for, where a
+// frame's body then only moves down by the headers before it: half as much memory passes through the caches. A body
+// never moves up, so what has not been looked at is not overwritten.
 struct ReadAhead {
-    uint8_t *bytes = own;       // `own` or lent
+    uint8_t *bytes = own; // `own` or lent
     std::size_t capacity = kReaderBytes;
     int32_t socket = -1;        // the connection that the bytes came from
     std::size_t begin = 0;      // first byte not yet consumed

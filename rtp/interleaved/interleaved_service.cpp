@@ -109,7 +109,8 @@ void ChooseLender(ReadAhead &reader, RTSPStreamInfo &stream) {
     if (isIdle || reader.lender->ring.size < stream.ring.size) reader.lender = &stream;
 }
 
-// What its ring has free, where the next packet goes or would, if it is enough: else the reader has memory of its own.
+// What its ring has free, where the next packet goes or would, if it is enough: else the reader has memory of its
+// own.
 void BorrowRoom(ReadAhead &reader) {
     const bool lends = reader.lender != nullptr && reader.lender->takesFrames && reader.lender->receiving;
     const std::span<uint8_t> room = lends ? FreeRoom(reader.lender->ring) : std::span<uint8_t>();
