@@ -151,7 +151,8 @@ void ReleaseConnection(Connection &connection) {
 // ---- replies ----
 
 void BeginAwaiting(Connection &connection, int limitMs, uint32_t cSeq) {
-    connection.awaitedCSeq = cSeq;
+    connection.lateFrom = connection.firstUnanswered;
+    connection.awaitedCSeq = connection.firstUnanswered != 0 ? cSeq : 0;
     connection.replyLimitMs = limitMs;
     TakePostedReply(connection);
     ++connection.exchangeCount; // whoever serves the connection drops text that is older

@@ -108,12 +108,15 @@ Fill FillReader(ReadAhead &reader, int timeoutMs);
 struct Connection {
     // ---- Application thread ----
     int replyLimitMs = kReplyTimeoutMs; // how long the reply of the exchange under way is waited for
+    uint32_t firstUnanswered = 0;       // CSeq of the first request whose reply did not come in time; 0: all came
 
     // ---- Written by the application thread, read by the receive threads ----
     std::atomic<int32_t> socket{-1};
     std::atomic<bool> awaitingReply{false}; // an exchange waits: a paused connection is read on
     std::atomic<uint32_t> exchangeCount{0}; // exchanges begun: text that is older answers none of them
-    std::atomic<uint32_t> awaitedCSeq{0};   // of the request whose reply is awaited; 0: any will do
+    // Replies numbered from `lateFrom` up to `awaitedCSeq` answer earlier requests; none where that is 0.
+    std::atomic<uint32_t> lateFrom{0};
+    std::atomic<uint32_t> awaitedCSeq{0};
 
     // ---- Whoever serves the connection: a thread, a reader, or an exchange when no thread does ----
     ReceiveTurn turn;

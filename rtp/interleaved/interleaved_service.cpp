@@ -201,7 +201,7 @@ Dispatch TakeFrame(MediaSession &session, ReadAhead &reader, const UnsplitBytes 
 
 // Whether rules drop a reply that is not the one awaited.
 bool IsPassedOver(const MediaSession &session, std::string_view reply) {
-    switch (JudgeReply(reply, session.connection.awaitedCSeq)) {
+    switch (JudgeReply(reply, session.connection.lateFrom, session.connection.awaitedCSeq)) {
     case ReplyFate::kIsLate:
         return session.dialect.Permits(Rule::kLateReply);
     case ReplyFate::kIsProvisional:

@@ -211,7 +211,7 @@ Unit NextUnit(const UnsplitBytes &bytes) {
     return bytes.text.size() < kFrameHeaderBytes ? Unit{} : NextFrame(bytes);
 }
 
-ReplyFate JudgeReply(std::string_view text, uint32_t cSeq) {
+ReplyFate JudgeReply(std::string_view text, uint32_t lateFrom, uint32_t cSeq) {
     std::string_view head = text.substr(0, HeadLength(text));
     const auto number = static_cast<uint32_t>(std::max(LeadingNumber(HeaderValue(head, "CSeq")), 0));
     std::string_view line;
@@ -220,7 +220,7 @@ ReplyFate JudgeReply(std::string_view text, uint32_t cSeq) {
     Until(line, ' ', version);
     const int32_t status = LeadingNumber(line);
     if (status >= 100 && status < 200) return ReplyFate::kIsProvisional;
-    return number > 0 && number < cSeq ? ReplyFate::kIsLate : ReplyFate::kAnswers;
+    return number > 0 && number >= lateFrom && number < cSeq ? ReplyFate::kIsLate : ReplyFate::kAnswers;
 }
 
 // Out of step the header may be bytes of a body: an awaited reply within the frame it announces is no part of it.

@@ -46,9 +46,11 @@ struct Unit {
 
 Unit NextUnit(const UnsplitBytes &bytes);
 
-// What a whole text is to an exchange that awaits the reply to the request numbered `cSeq`, 0 for any.
+// What a whole text is to an exchange that awaits the reply to the request numbered `cSeq`. Requests from
+// `lateFrom` on were not answered in time; without one, numbers tell nothing, for some servers' are old or always
+// the same.
 enum class ReplyFate { kAnswers, kIsLate, kIsProvisional };
-ReplyFate JudgeReply(std::string_view text, uint32_t cSeq);
+ReplyFate JudgeReply(std::string_view text, uint32_t lateFrom, uint32_t cSeq);
 
 // The length of a reply's status line and headers with the blank line behind them; npos while it may still come.
 std::size_t HeadLength(std::string_view text);

@@ -54,6 +54,7 @@ int32_t OpenConnection(const CallTrace &trace, RTSPClient &client, const Address
 // A thread that serves the old connection goes on with the new one.
 void AdoptSocket(RTSPClient &client, int32_t socket) {
     SendAtOnce(socket);
+    client.media.connection.firstUnanswered = 0;
     const int32_t earlier = client.media.connection.socket.exchange(socket);
     if (earlier >= 0) {
         client.supersededSockets[client.supersededCount++] = earlier;

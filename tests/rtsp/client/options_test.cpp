@@ -186,22 +186,34 @@ TEST(Replies, AreWholeHoweverTheyAreCut) {
                 << cut;
 }
 
-TEST(Replies, OfEarlierRequestsAndProvisionalOnesArePassedOver) {
+TEST(Replies, ProvisionalOnesArePassedOverAndAnOldNumberIsNone) {
     const CapturedStdout output;
     for (const uint32_t proto : {kUdp, kTcp})
         for (const int pauseMs : {0, 5}) {
             const auto deal = [pauseMs](int number, const std::string &body) {
                 const Reply pause = pauseMs > 0 ? Delay(pauseMs) : Reply();
-                return SendBytes(RawReply(number - 1, "454 Late")) + pause +
-                       SendBytes(RawReply(number, "100 Wait")) + pause +
-                       SendBytes(RawReply(number, "200 OK", body));
+                return SendBytes(RawReply(number, "100 Wait")) + pause + SendBytes(RawReply(1, "200 OK", body));
             };
-            const auto first = [&](int number, const std::string &body) { // there is no earlier one
-                return number == 1 ? SendBytes(RawReply(1)) : deal(number, body);
-            };
-            EXPECT_EQ(PlayWith(proto, Rule::kLateReply, first), 6U);
-            EXPECT_EQ(PlayWith(proto, Rule::kProvisionalReply, first), 6U);
+            EXPECT_EQ(PlayWith(proto, Rule::kProvisionalReply, deal), 7U);
+            EXPECT_EQ(PlayWith(proto, Rule::kLateReply, deal), 0U);
         }
+}
+
+TEST(Replies, ToARequestThatWasGivenUpAreDropped) {
+    for (const uint32_t proto : {kUdp, kTcp}) {
+        Session session(proto, CLIENT_PLAYING_STATE,
+                        {{"PAUSE ", Stall()},
+                         {"PAUSE ", SendBytes(RawReply(5, "454 Late") + RawReply(6))},
+                         {"TEARDOWN ", SendBytes(RawReply(5, "454 Later")) + Delay(5) + SendBytes(RawReply(7))}});
+        const Dialect &dialect = RecordOf(session).media.dialect;
+        RecordOf(session).media.dialect.Choose(RTSPTAP_DIALECT_TOLERANT);
+        Set(session, RTSPTAP_OPTION_REPLY_LIMIT, 20);
+        EXPECT_EQ(session.Pause(), RTSP_RESPONSE_TIMEOUT);
+        Set(session, RTSPTAP_OPTION_REPLY_LIMIT, 25000);
+        EXPECT_EQ(session.Pause(), 0);
+        EXPECT_EQ(session.Teardown(), 0);
+        EXPECT_EQ(dialect.Uses(Rule::kLateReply), 2U);
+    }
 }
 
 TEST(Replies, FramesOfNobodysChannelAreSkippedByTheirLength) {
