@@ -32,7 +32,7 @@ struct MediaSession {
     std::atomic<int32_t> streamCount{0};            // streams of the description in force
     std::atomic<uint32_t> mtuSize{0};               // bytes; largest packet received in one piece
     std::atomic<uint32_t> dataProto{DATA_PROTO_UDP};
-    std::atomic<int32_t> receiveNapUs{-1}; // how long a reader lets packets gather; -1: as targetLatency says
+    std::atomic<int64_t> receiveNapUs{-1}; // how long a reader lets packets gather; -1: as targetLatency says
     std::atomic<int32_t> targetLatency{0};             // ms; 0 switches latency control off
     std::atomic<int32_t> underflowLimit{0};            // ms
     std::atomic<int32_t> overflowLimit{0};             // ms

@@ -156,8 +156,8 @@ void RunServing(StreamThread &thread) {
 namespace {
 
 // Whoever accepts a latency has said that packets may gather; a quarter of it is not noticed.
-int NapUs(const MediaSession &session) {
-    const int32_t chosen = session.receiveNapUs.load(std::memory_order_relaxed);
+int64_t NapUs(const MediaSession &session) {
+    const int64_t chosen = session.receiveNapUs.load(std::memory_order_relaxed);
     if (chosen >= 0) return chosen;
     const int32_t targetMs = session.targetLatency.load(std::memory_order_relaxed);
     return targetMs < kLongestNapUs / 250 ? targetMs * 250 : kLongestNapUs;
@@ -166,9 +166,9 @@ int NapUs(const MediaSession &session) {
 // Lets packets gather, so that one waking serves many. True when some came; a socket that stays silent is then
 // waited for as ever, and the next packet is there at once.
 bool ServeAfterNap(const Service &service, RTSPStreamInfo &stream, uint32_t handledBefore) {
-    const int us = NapUs(*stream.session);
+    const int64_t us = NapUs(*stream.session);
     if (us == 0) return false;
-    const timespec nap{0, long{us} * 1000};
+    const timespec nap{0, us * 1000};
     nanosleep(&nap, nullptr);
     service.serve(*service.turn(stream)->thread, {});
     return stream.handled != handledBefore;

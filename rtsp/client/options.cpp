@@ -44,6 +44,8 @@ constexpr Option kOptions[] = {
      Get<&RTSPClient::firstPort>, Set<&RTSPClient::firstPort>},
     {RTSPTAP_OPTION_LAST_PORT, "last local UDP port", "", 1025, 65535, kLastCommonPort, Settable::kAlways,
      Get<&RTSPClient::lastPort>, Set<&RTSPClient::lastPort>},
+    {RTSPTAP_OPTION_RECEIVE_NAP, "nap of a reader", "us", -1, kLongestNapUs, -1, Settable::kAlways,
+     GetOfMedia<&MediaSession::receiveNapUs>, SetOfMedia<&MediaSession::receiveNapUs>},
 };
 
 } // namespace

@@ -4,7 +4,8 @@ set(renamed malloc calloc realloc free socket eventfd epoll_create1 epoll_ctl ep
             setsockopt send sendto recv recvfrom recvmmsg read write poll clock_gettime nanosleep gethostname pthread_create
             pthread_join pthread_mutex_init pthread_mutex_destroy pthread_mutex_lock pthread_mutex_unlock
             pthread_cond_init pthread_cond_destroy pthread_cond_signal pthread_cond_broadcast pthread_cond_timedwait
-            pthread_cond_clockwait sem_post perror)
+            pthread_cond_clockwait sem_post sem_clockwait
+            perror)
 list(TRANSFORM renamed REPLACE "(.+)" "--redefine-sym=\\1=torture_\\1")
 # g++ deletes with the size, clang++ without.
 list(APPEND renamed --redefine-sym=_ZnwmRKSt9nothrow_t=torture_new --redefine-sym=_ZdlPv=torture_delete

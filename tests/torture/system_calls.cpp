@@ -232,6 +232,12 @@ int torture_recvmmsg(int fd, mmsghdr *messages, unsigned count, int flags, times
         messages[i].msg_len = fault->effect == kNothing ? 0 : std::min(messages[i].msg_len, 13U);
     return came;
 }
+int torture_sem_clockwait(sem_t *semaphore, clockid_t clock, const timespec *deadline) {
+    return WaitUntil(Nanoseconds(*deadline), clock, -1, [=](int64_t ns) {
+        const timespec end = Time(SystemNow(clock) + ns);
+        return sem_clockwait(semaphore, clock, &end);
+    });
+}
 ssize_t torture_read(int fd, void *bytes, size_t n) { return Fails("read") ? -1 : read(Used(fd), bytes, n); }
 ssize_t torture_write(int fd, const void *bytes, size_t size) { return write(Used(fd), bytes, size); }
 int torture_sem_post(sem_t *semaphore) {
