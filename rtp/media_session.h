@@ -32,13 +32,13 @@ struct MediaSession {
     std::atomic<int32_t> streamCount{0};            // streams of the description in force
     std::atomic<uint32_t> mtuSize{0};               // bytes; largest packet received in one piece
     std::atomic<uint32_t> dataProto{DATA_PROTO_UDP};
-    std::atomic<int64_t> receiveNapUs{-1}; // how long a reader lets packets gather; -1: as targetLatency says
-    std::atomic<int32_t> targetLatency{0};             // ms; 0 switches latency control off
-    std::atomic<int32_t> underflowLimit{0};            // ms
-    std::atomic<int32_t> overflowLimit{0};             // ms
-    std::atomic<int32_t> videoBufferSize{0};           // bytes of a video stream's receive ring
-    std::atomic<int32_t> audioBufferSize{0};           // bytes of an audio stream's receive ring
-    std::atomic<int64_t> packetLimitMs{5000};          // how long a packet is waited for
+    std::atomic<int64_t> receiveNapUs{-1};    // how long a reader lets packets gather; -1: as targetLatency says
+    std::atomic<int32_t> targetLatency{0};    // ms; 0 switches latency control off
+    std::atomic<int32_t> underflowLimit{0};   // ms
+    std::atomic<int32_t> overflowLimit{0};    // ms
+    std::atomic<int32_t> videoBufferSize{0};  // bytes of a video stream's receive ring
+    std::atomic<int32_t> audioBufferSize{0};  // bytes of an audio stream's receive ring
+    std::atomic<int64_t> packetLimitMs{5000}; // how long a packet is waited for
     std::atomic<RTSPStreamInfo *> streamList{nullptr}; // append-only while threads live; owned
     std::atomic<uint32_t> channelChanges{1};           // how often the list, or a stream's channel, has changed
     // Owned: of ended sessions, kept for packets and descriptions.

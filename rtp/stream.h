@@ -84,11 +84,11 @@ struct RTSPStreamInfo {
     // ---- Application thread only ----
     RTSPStreamDescription description = {}; // handed out; fmtp, sps, pps, aacConfig owned, free()
     FurtherDescription further;
-    HeapText controlUrl;                // request URI of SETUP, PLAY and PAUSE; null: none of its own
-    SDPField *sdpFieldList = nullptr;   // owned: this media section's lines
-    uint16_t clientPort = 0;            // local RTP port, host order
-    StreamThread *thread = nullptr;     // owned; the serving receive thread
-    uint8_t locksMade = 0;              // of packetListLock, signalLock and dataCondition, in this order
+    HeapText controlUrl;              // request URI of SETUP, PLAY and PAUSE; null: none of its own
+    SDPField *sdpFieldList = nullptr; // owned: this media section's lines
+    uint16_t clientPort = 0;          // local RTP port, host order
+    StreamThread *thread = nullptr;   // owned; the serving receive thread
+    uint8_t locksMade = 0;            // of packetListLock, signalLock and dataCondition, in this order
 
     // ---- Written by the application thread while no thread of the stream lives ----
     int32_t rtpSocket = -1;

@@ -132,6 +132,7 @@ int WaitOn(pthread_cond_t *condition, pthread_mutex_t *mutex, clockid_t clock, c
 
 thread_local std::function<void()> atNextClock;
 thread_local std::function<void()> atNextPost;
+thread_local std::function<void()> atNextSleep;
 
 void Arm(const Fault &fault, long nth) {
     static Fault one;
@@ -258,6 +259,7 @@ int torture_clock_gettime(clockid_t clock, timespec *time) {
     return 0;
 }
 int torture_nanosleep(const timespec *time, timespec *rest) {
+    if (atNextSleep) std::exchange(atNextSleep, nullptr)();
     const timespec shorter = Time(Nanoseconds(*time) / Speed());
     return Fails("sleep") ? -1 : nanosleep(&shorter, rest);
 }
