@@ -291,7 +291,7 @@ RTSPTAP_API int32_t RTSPTapForgetChallenge(intptr_t clientHandle);
 
 /**
  * Is shown an RTCP packet of a session. Called on threads of the library, over TCP also on those that take packets:
- * it must return soon, and call no function of the library.
+ * it must return soon, and call no function of the library. Threads of the library have a stack of 1 MiB.
  *
  * @param streamNumber  number of its stream, from 1
  * @param isSent        1: a report of ours that was sent; 0: it was received

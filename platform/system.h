@@ -30,8 +30,9 @@ inline timespec MonotonicTime(uint64_t ms) {
 
 // ---- Threads of the library's own ----
 
-// What they need, and a callback of the program's may: a default stack is reserved for much more.
-inline constexpr std::size_t kLibraryStackBytes = 256 * 1024;
+// What they need, a callback of the program's may, and its thread-local data: a default stack is reserved for much
+// more.
+inline constexpr std::size_t kLibraryStackBytes = 1024 * 1024;
 
 // Starts a thread to be joined, with a small stack. Signals are the program's affair: its handlers run on its own
 // threads, and no wait of ours ends early. Those that tell of a fault of the thread itself stay as they are, for

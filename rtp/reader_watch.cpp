@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <atomic>
 #include <semaphore.h>
+#include <unistd.h>
 #include <utility>
 
 namespace rtsptap {
@@ -20,25 +21,24 @@ pthread_mutex_t turnsLock = PTHREAD_MUTEX_INITIALIZER; // guards the list and wh
 ReceiveTurn *turns = nullptr;
 
 // The thread lives: it takes the turn out of the list before it ends.
-void EndRest(ReceiveTurn &turn) {
+void WakeFromRest(ReceiveTurn &turn) {
     TurnState state = TurnState::kFreeThreadRests;
     if (turn.state.compare_exchange_strong(state, TurnState::kFree, std::memory_order_acq_rel))
         WakeStreamThread(*turn.thread);
 }
 
-// Returns in how many ms to look again, the whole of a rest, so that the looks for all turns fall together; or
-// kNobodyComes: no reader is away, and none was here since the last look. One that leaves will call.
+// Returns in how many ms to look again: where a reader is away, when it has been for long enough; else after a
+// whole rest, if one was here since the last look; or kNobodyComes, as one that leaves will call.
 int LookAt(ReceiveTurn &turn, uint64_t now) {
-    WatchedTurn &watched = turn.watched;
     const bool isAway = turn.state.load(std::memory_order_seq_cst) == TurnState::kFreeThreadRests;
     const uint32_t visits = turn.visits.load(std::memory_order_acquire);
-    const bool somebodyCame = std::exchange(watched.visits, visits) != visits;
-    if (!isAway || watched.awaySinceMs == 0 || somebodyCame) watched.awaySinceMs = isAway ? now : 0;
+    const bool somebodyCame = std::exchange(turn.watched.visits, visits) != visits;
     if (!isAway) return somebodyCame ? kRestMs : kNobodyComes;
     const int restMs = turn.sleepers.load(std::memory_order_relaxed) > 0 ? kShortRestMs : kRestMs;
-    if (now - watched.awaySinceMs < static_cast<uint64_t>(restMs)) return restMs;
-    watched.awaySinceMs = 0;
-    EndRest(turn);
+    const uint64_t leftMs = turn.lastLeftMs.load(std::memory_order_relaxed);
+    const int away = leftMs < now ? static_cast<int>(std::min<uint64_t>(now - leftMs, kRestMs)) : 0;
+    if (away < restMs) return restMs - away;
+    WakeFromRest(turn);
     return kNobodyComes;
 }
 
@@ -85,9 +85,19 @@ void *WatchReaders(void * /*unused*/) {
 
 // ---- its life ----
 
-pthread_mutex_t lifeLock = PTHREAD_MUTEX_INITIALIZER; // guards these two; held while the thread starts and ends
+pthread_mutex_t lifeLock = PTHREAD_MUTEX_INITIALIZER; // guards these; held while the thread starts and ends
 int needs = 0;
 pthread_t thread;
+pid_t owner = 0; // whose they are
+
+// A child of fork(2) has none of its parent's threads, but may have sessions of its own.
+void ForgetParent() {
+    if (needs == 0 || owner == getpid()) return;
+    needs = 0;
+    turns = nullptr;
+    turnsLock = PTHREAD_MUTEX_INITIALIZER;
+    sleeps.store(false, std::memory_order_relaxed);
+}
 
 } // namespace
 
@@ -95,17 +105,19 @@ bool NeedReaderWatch() {
     static pthread_once_t made = PTHREAD_ONCE_INIT;
     pthread_once(&made, [] { sem_init(&called, 0, 0); });
     const ScopedLock lock(lifeLock);
+    ForgetParent();
     if (needs == 0) {
         mustEnd.store(false, std::memory_order_release);
         if (!StartLibraryThread(thread, WatchReaders, nullptr)) return false;
     }
     ++needs;
+    owner = getpid();
     return true;
 }
 
 void ReleaseReaderWatch() {
     const ScopedLock lock(lifeLock);
-    if (--needs > 0) return;
+    if (owner != getpid() || --needs > 0) return;
     mustEnd.store(true, std::memory_order_release);
     sem_post(&called);
     WaitForThreadCompletion(thread);
@@ -123,6 +135,11 @@ void EndWatching(ReceiveTurn &turn) {
     const WatchedTurn &watched = turn.watched;
     (watched.prev == nullptr ? turns : watched.prev->watched.next) = watched.next;
     if (watched.next != nullptr) watched.next->watched.prev = watched.prev;
+}
+
+void EndRest(ReceiveTurn &turn) {
+    const ScopedLock lock(turnsLock);
+    WakeFromRest(turn);
 }
 
 void TellReaderLeft() {

@@ -18,8 +18,7 @@ inline constexpr int kShortRestMs = 1; // while somebody else waits for what the
 struct WatchedTurn {
     ReceiveTurn *next = nullptr;
     ReceiveTurn *prev = nullptr;
-    uint64_t awaySinceMs = 0; // since when no reader has been seen, monotonic; 0: one is there
-    uint32_t visits = 0;      // of the turn, then
+    uint32_t visits = 0; // of the turn, then
 };
 
 // ---- Its life: as long as somebody needs it. The threads that start and end receive threads ----
@@ -37,5 +36,7 @@ void EndWatching(ReceiveTurn &turn);
 // ---- A reader that left a turn whose thread rests ----
 
 void TellReaderLeft();
+// Nothing more comes there: the thread is woken at once.
+void EndRest(ReceiveTurn &turn);
 
 } // namespace rtsptap

@@ -1,5 +1,6 @@
 #include "rtp/receive_turn.h"
 
+#include "platform/system.h"
 #include "rtp/service_thread.h"
 
 #include <utility>
@@ -78,7 +79,11 @@ ReaderTurn::ReaderTurn(ReceiveTurn &turn) : turn_(turn) {
 }
 
 ReaderTurn::~ReaderTurn() {
-    if (mine_) Leave(turn_);
+    if (!mine_) return;
+    const bool isOver = turn_.ended;
+    turn_.lastLeftMs.store(MonotonicMs(), std::memory_order_relaxed);
+    Leave(turn_);
+    if (isOver) EndRest(turn_); // the thread has to end: whoever connects anew must not count on it
 }
 
 void OpenTurn(ReceiveTurn &turn, StreamThread &thread) {

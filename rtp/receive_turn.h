@@ -34,8 +34,9 @@ enum class TurnState : uint32_t {
 // In a cache line of its own: the watch looks at those of all streams.
 struct alignas(64) ReceiveTurn {
     std::atomic<TurnState> state{TurnState::kFree};
-    std::atomic<uint32_t> visits{0};  // turns that readers have had; written in the turn
-    std::atomic<int32_t> sleepers{0}; // readers that found it taken and wait to be signalled
+    std::atomic<uint32_t> visits{0};     // turns that readers have had; written in the turn
+    std::atomic<uint64_t> lastLeftMs{0}; // MonotonicMs when a reader last left its turn
+    std::atomic<int32_t> sleepers{0};    // readers that found it taken and wait to be signalled
     // ---- Whoever has the turn; read by the watch while its thread rests ----
     StreamThread *thread = nullptr; // that serves the socket; null: readers get no turn
     bool readersMayWait = false;    // in the socket: their waits there are limited

@@ -57,9 +57,13 @@ void MakePlaces(RTSPStreamInfo &stream, const RingPlace &ringPlace, Batch &batch
         batch.places[i] = {base + i * size, size, spill, longest - size, 0};
 }
 
+// Bytes that have been received of it.
+std::size_t LengthOf(const DatagramPlace &place) {
+    return std::min(static_cast<std::size_t>(std::max(place.received, 0)), place.size + place.spillSize);
+}
+
 std::size_t SpilledBytes(const DatagramPlace &place) {
-    const auto received = static_cast<std::size_t>(std::max(place.received, 0));
-    return std::min(received - std::min(received, place.size), place.spillSize);
+    return LengthOf(place) - std::min(LengthOf(place), place.size);
 }
 
 // Makes every datagram of the batch lie in one piece, in the order in which they came.
@@ -73,6 +77,24 @@ void JoinSpilled(std::span<DatagramPlace> received) {
         std::memmove(place.bytes + shift, place.bytes, place.size);
         std::memcpy(place.bytes + shift + place.size, place.spill, spilled);
         place.bytes += shift;
+    }
+}
+
+// Short datagrams in places for long ones would fill the ring with gaps: they move together.
+void CloseGaps(std::span<DatagramPlace> received) {
+    std::size_t gaps = 0;
+    std::size_t bytes = 0;
+    for (const DatagramPlace &place : received) {
+        const std::size_t length = LengthOf(place);
+        bytes += length;
+        gaps += place.size > length ? place.size - length : 0;
+    }
+    if (4 * gaps <= bytes) return;
+    uint8_t *at = received.front().bytes;
+    for (DatagramPlace &place : received) {
+        std::memmove(at, place.bytes, LengthOf(place));
+        place.bytes = at;
+        at += LengthOf(place);
     }
 }
 
@@ -111,6 +133,7 @@ Served ReceiveAndQueue(RTSPStreamInfo &stream, int flags) {
         if (came < 1) return EndReceiving(stream.turn);
         const auto received = batch.used.first(static_cast<std::size_t>(came));
         JoinSpilled(received);
+        CloseGaps(received);
         LearnFrom(stream.batches, received, batch.used.size());
         if (!AcceptBatch(stream, received)) return EndReceiving(stream.turn);
         if (received.size() < batch.used.size()) return Served::kNothingLeft;

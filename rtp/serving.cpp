@@ -163,15 +163,14 @@ int64_t NapUs(const MediaSession &session) {
     return targetMs < kLongestNapUs / 250 ? targetMs * 250 : kLongestNapUs;
 }
 
-// Lets packets gather, so that one waking serves many. True when some came; a socket that stays silent is then
-// waited for as ever, and the next packet is there at once.
-bool ServeAfterNap(const Service &service, RTSPStreamInfo &stream, uint32_t handledBefore) {
+// Lets packets gather, so that one waking serves many, and serves them. A socket that stays silent is then waited
+// for as ever, and the next packet is there at once.
+Served ServeAfterNap(const Service &service, RTSPStreamInfo &stream) {
     const int64_t us = NapUs(*stream.session);
-    if (us == 0) return false;
+    if (us == 0) return Served::kNothingLeft;
     const timespec nap{0, us * 1000};
     nanosleep(&nap, nullptr);
-    service.serve(*service.turn(stream)->thread, {});
-    return stream.handled != handledBefore;
+    return service.serve(*service.turn(stream)->thread, {});
 }
 
 } // namespace
@@ -184,13 +183,12 @@ TurnEnd ServeAsReader(const Service &service, RTSPStreamInfo &stream, uint64_t d
     if (stream.packetListHead.load(std::memory_order_acquire) != nullptr) return TurnEnd::kHandled;
     const uint32_t before = stream.handled;
     const auto goesOn = [&](Served served) {
-        return served != Served::kNoRoom && !turn.ended && stream.handled == before &&
+        return served != Served::kNoRoom && served != Served::kEnded && !turn.ended && stream.handled == before &&
                stream.streamState == kStreamPlaying && !MustEnd(*turn.thread) && MonotonicMs() < deadlineMs;
     };
-    if (!MustEnd(*turn.thread) && !ServeAfterNap(service, stream, before))
-        while (
-            goesOn(service.serveWaiting(stream))) { // in slices, so that the reader hears of orders to the thread
-        }
+    Served served = MustEnd(*turn.thread) ? Served::kEnded : ServeAfterNap(service, stream);
+    while (goesOn(served))
+        served = service.serveWaiting(stream); // in slices, so that it hears of orders to the thread
     if (stream.handled != before) return TurnEnd::kHandled;
     return IsOver(turn) ? TurnEnd::kOver : TurnEnd::kNotDone;
 }

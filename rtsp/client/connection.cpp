@@ -12,6 +12,7 @@
 #include <cstring>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <utility>
 
 using namespace rtsptap;
 
@@ -53,6 +54,7 @@ int32_t OpenConnection(const CallTrace &trace, RTSPClient &client, const Address
 
 // A thread that serves the old connection goes on with the new one.
 void AdoptSocket(RTSPClient &client, int32_t socket) {
+    free(std::exchange(client.aggregateUrl, nullptr)); // the last server's: no other one hears of it
     SendAtOnce(socket);
     client.media.connection.firstUnanswered = 0;
     const int32_t earlier = client.media.connection.socket.exchange(socket);
