@@ -101,8 +101,8 @@ enum RTSPTapOption {
  *
  * @param option  RTSPTapOption
  * @param value   in the unit and range that the option names
- * @return 0; RTSP_INVALID_ARGUMENT bad handle; RTSPTAP_UNKNOWN_OPTION; RTSPTAP_OUT_OF_RANGE; RTSPTAP_TOO_LATE.
- * After a failure everything is as it was.
+ * @return 0; RTSP_INVALID_ARGUMENT bad handle; RTSPTAP_UNKNOWN_OPTION; RTSPTAP_OUT_OF_RANGE; RTSPTAP_TOO_LATE;
+ * RTSPTAP_READ_ONLY. After a failure everything is as it was.
  */
 RTSPTAP_API int32_t RTSPTapSetOption(intptr_t clientHandle, int32_t option, int64_t value);
 
@@ -119,7 +119,7 @@ RTSPTAP_API int32_t RTSPTapGetOption(intptr_t clientHandle, int32_t option, int6
  *
  * @param text  copied
  * @return 0; RTSP_INVALID_ARGUMENT bad handle or pointer; RTSPTAP_UNKNOWN_OPTION; RTSPTAP_OUT_OF_RANGE;
- * RTSPTAP_TOO_LATE; RTSPTAP_READ_ONLY. After a failure everything is as it was.
+ * RTSPTAP_TOO_LATE. After a failure everything is as it was.
  */
 RTSPTAP_API int32_t RTSPTapSetOptionText(intptr_t clientHandle, int32_t option, const char *text);
 
@@ -192,8 +192,8 @@ RTSPTAP_API int32_t RTSPTapGetRuleUse(intptr_t clientHandle, int32_t rule, uint6
 
 /**
  * Codecs beyond RTPCodecType. A client has them where rule 215 is on, as it is in the tolerant dialect: streams
- * have these codes, and the packet functions of rtsptap.h and StartThirdPartyClient take them. To any other client
- * such a stream has codec 0.
+ * have these codes, and the packet functions of rtsptap.h take them; so does StartThirdPartyClient, but for the
+ * data codecs. To any other client such a stream has codec 0.
  */
 enum RTSPTapCodec {
     RTSPTAP_CODEC_H265 = 1001,           /* H.265 video (RFC 7798) */
