@@ -61,7 +61,8 @@ TEST_F(Record, EveryFormatDecodesWithoutErrors) {
     }
 }
 
-// Three players at once, past the end of the clip; each begins with its first picture.
+// Three players at once, past the end of the clip; each begins with its first picture. GStreamer's may come to an
+// end too late on a busy machine to find anybody to tell of it: then it plays once more.
 TEST_F(Record, TheDemoServersClipArrivesPictureByPictureEverywhere) {
     ChildProcess demo({DEMO_SERVER, "--auth", "viewer:a-running-clock", "--seconds", "60"});
     std::string url = demo.ReadLine(10s);
@@ -70,11 +71,12 @@ TEST_F(Record, TheDemoServersClipArrivesPictureByPictureEverywhere) {
     const std::string clip = RunToEnd("cat " CLIP " " CLIP " | ffmpeg -v error -i -" + pictures).output;
     for (const std::string transport : {"udp", "tcp"}) {
         const std::string file = directory + transport + ".mkv";
+        const std::string gstreamer = "gst-launch-1.0 -q rtspsrc protocols=" + transport + " location=" + url +
+                                      " ! rtph264depay ! avdec_h264 ! fakesink num-buffers=100";
         const Result players =
             RunToEnd("ffmpeg -nostdin -v error -rtsp_transport " + transport + " -i " + url + pictures +
-                     " & ffmpeg=$!; gst-launch-1.0 -q rtspsrc protocols=" + transport + " location=" + url +
-                     " ! rtph264depay ! avdec_h264 ! fakesink num-buffers=100 & gst=$!; " TOOL " record -q " + url +
-                     " -o " + file + " -t " + transport + " --duration 7s && wait $gst && wait $ffmpeg");
+                     " & ffmpeg=$!; { " + gstreamer + " || " + gstreamer + "; } & gst=$!; " TOOL " record -q " +
+                     url + " -o " + file + " -t " + transport + " --duration 7s && wait $gst && wait $ffmpeg");
         EXPECT_EQ(0, players.status) << players.errors;
         EXPECT_EQ(clip, players.output) << players.errors;
         EXPECT_GT(FramesIn(ExpectStreams(file, {"h264 640", "pcm_mulaw"}).at(0)), 150);
