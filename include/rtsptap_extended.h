@@ -47,7 +47,13 @@ enum RTSPTapResult {
     RTSPTAP_OUT_OF_RANGE = -102,   /* the value is below the lowest, above the highest, or no such text */
     RTSPTAP_TOO_LATE = -103,       /* the client is connected: it would count no more */
     RTSPTAP_UNKNOWN_RULE = -104,   /* no rule has that number */
-    RTSPTAP_READ_ONLY = -105       /* the option is told, not set */
+    RTSPTAP_READ_ONLY = -105,      /* the option is told, not set */
+
+    /* Nothing more comes for a stream, and why. */
+    RTSPTAP_SENDER_LEFT = -106,       /* its sender has said goodbye (RTCP BYE; RFC 3550, 6.6) */
+    RTSPTAP_CONNECTION_CLOSED = -107, /* the connection, or the stream's own socket, was closed or has failed */
+    RTSPTAP_TORN_DOWN = -108,         /* TEARDOWN */
+    RTSPTAP_SESSION_TIMED_OUT = -109  /* the server has ended the session, which it had not heard of in time */
 };
 
 /** How a client reads what servers send: value of RTSPTAP_OPTION_DIALECT. */

@@ -165,6 +165,20 @@ bool SizeReceiveBuffer(MediaSession &session, int socket, int byDefault) {
     return isSet;
 }
 
+// ---- why nothing more comes ----
+
+void EndReception(RTSPStreamInfo &stream, int32_t why) {
+    int32_t nothing = 0;
+    stream.endedWhy.compare_exchange_strong(nothing, why, std::memory_order_seq_cst);
+}
+
+void EndReceptions(const MediaSession &session, int32_t why) {
+    RTSPStreamInfo *stream = session.streamList.load(std::memory_order_acquire);
+    for (; stream != nullptr; stream = stream->next.load(std::memory_order_acquire)) EndReception(*stream, why);
+}
+
+void BeginReception(RTSPStreamInfo &stream) { stream.endedWhy.store(0, std::memory_order_seq_cst); }
+
 // ---- the end ----
 
 void RetireEndedStreams(MediaSession &session) {

@@ -107,6 +107,15 @@ void CloseRtcpSocket(RTSPStreamInfo &stream);
 // system's; notes what was granted. False when the system refuses.
 bool SizeReceiveBuffer(MediaSession &session, int socket, int byDefault);
 
+// ---- Why nothing more comes ----
+
+// Whoever finds that nothing more comes for a stream, or for all of a session, says why: a code of RTSPTapResult,
+// of which the first one counts. Any thread.
+void EndReception(RTSPStreamInfo &stream, int32_t why);
+void EndReceptions(const MediaSession &session, int32_t why);
+// PLAY: packets may come again.
+void BeginReception(RTSPStreamInfo &stream);
+
 // ---- The end of a session: application thread ----
 
 // The streams of an ended session are kept for those who hold their packets or descriptions. What comes next starts

@@ -111,6 +111,7 @@ struct RTSPStreamInfo {
     std::atomic<uint16_t> lastSeqNum{0};     // of the last parsed packet, late ones included
     std::atomic<int32_t> baseSeqNum{-1};     // first sequence number; -1 before the first packet
     std::atomic<uint32_t> cumulativeLost{0}; // the process-wide loss count at this stream's last gap
+    std::atomic<int32_t> endedWhy{0}; // RTSPTapResult: why nothing more comes; 0 while it may; see EndReception
 
     // ---- Receiving: one at a time, the receive thread or a reader in its turn ----
     ReceiveTurn turn; // over UDP says who, over TCP the connection's; the ring's writing end and the pool's taking

@@ -51,6 +51,25 @@ void KeepSenderReport(RTSPStreamInfo &stream, const wire::ReceivedBytes &bytes) 
     stream.srRtpTimestamp.store(bytes.U32(16), std::memory_order_relaxed);
 }
 
+// A goodbye stands behind reports in a compound packet, and may be another receiver's (RFC 3550, 6.6).
+bool IsGoodbye(const wire::ReceivedBytes &bytes, std::size_t at, std::size_t end, uint32_t sender) {
+    if (bytes.U8(at + 1) != kBye) return false;
+    const std::size_t count = bytes.U8(at) & 0x1F;
+    for (std::size_t i = 0; i < count && at + 8 + 4 * i <= end; ++i)
+        if (sender == 0 || bytes.U32(at + 4 + 4 * i) == sender) return true;
+    return false;
+}
+
+void LookForGoodbye(RTSPStreamInfo &stream, const wire::ReceivedBytes &bytes, std::size_t size) {
+    const uint32_t sender = stream.remoteSsrc.load(std::memory_order_relaxed); // 0: none has been heard yet
+    for (std::size_t at = 0; at + 4 <= size && bytes.U8(at) >> 6 == kRtcpVersion;) {
+        const std::size_t end = at + 4 + std::size_t{4} * bytes.U16(at + 2);
+        if (end > size) return;
+        if (IsGoodbye(bytes, at, end, sender)) return EndReception(stream, RTSPTAP_SENDER_LEFT);
+        at = end;
+    }
+}
+
 } // namespace
 
 int32_t ParseRtcpPacket(RTSPStreamInfo *stream, const uint8_t *packet, int32_t size) {
@@ -58,6 +77,7 @@ int32_t ParseRtcpPacket(RTSPStreamInfo *stream, const uint8_t *packet, int32_t s
                PrintableHandle(stream), PrintableHandle(packet), size);
     ShowRtcp(*stream, false, packet, size);
     const wire::ReceivedBytes bytes({packet, size > 0 ? static_cast<std::size_t>(size) : 0});
+    LookForGoodbye(*stream, bytes, size > 0 ? static_cast<std::size_t>(size) : 0);
     const int version = bytes.U8(0) >> 6;
     const uint8_t type = bytes.U8(1);
     if (version != kRtcpVersion) {

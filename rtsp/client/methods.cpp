@@ -52,11 +52,19 @@ void PlayOverUdp(MediaSession &media, int32_t streamNumber) {
     }
 }
 
+// Before threads start: what ends from here on ends this reception.
+void BeginReceptions(const MediaSession &media, int32_t streamNumber) {
+    int32_t at = 1;
+    for (RTSPStreamInfo *stream = media.streamList; stream != nullptr; stream = stream->next, ++at)
+        if (streamNumber == 0 || at == streamNumber) BeginReception(*stream);
+}
+
 int32_t StartPlaying(Exchange &exchange) {
     RTSPClient &client = *exchange.client;
     const int32_t number = exchange.arguments.streamNumber;
     EnterState(exchange);
     RtpRtspInfoPrint("Successful response of PLAY is received ... \n");
+    BeginReceptions(client.media, number);
     if (client.media.dataProto == DATA_PROTO_TCP)
         PlayInterleaved(client.media, number);
     else
@@ -122,6 +130,7 @@ int32_t EndSession(Exchange &exchange) {
     RTSPClient &client = *exchange.client;
     EnterState(exchange);
     client.connected = 0;
+    EndReceptions(client.media, RTSPTAP_TORN_DOWN);
     client.media.streamCount = 0;
     CloseConnectionAndStreams(client.media);
     EndStreams(client.media);

@@ -43,6 +43,10 @@ constexpr Meaning kMeanings[] = {
     {RTSPTAP_TOO_LATE, "too late: the client is connected"},
     {RTSPTAP_UNKNOWN_RULE, "no such rule"},
     {RTSPTAP_READ_ONLY, "the option is only told"},
+    {RTSPTAP_SENDER_LEFT, "the stream has ended: its sender said goodbye"},
+    {RTSPTAP_CONNECTION_CLOSED, "the stream has ended: the connection was closed"},
+    {RTSPTAP_TORN_DOWN, "the stream has ended: the session was torn down"},
+    {RTSPTAP_SESSION_TIMED_OUT, "the stream has ended: the server let the session time out"},
 };
 
 } // namespace
