@@ -295,6 +295,39 @@ RTSPTAP_API int32_t RTSPTapSetDataProto(intptr_t clientHandle, uint32_t dataProt
  */
 RTSPTAP_API int32_t RTSPTapForgetChallenge(intptr_t clientHandle);
 
+/* ---- messages ---- */
+
+/** What kind of message a printer gets. */
+enum RTSPTapPrintLevel {
+    RTSPTAP_PRINT_ERROR = 1, /* why a call failed; standard output has "!!!ERROR!!! : " before it */
+    RTSPTAP_PRINT_INFO = 2,  /* what is done: "!!!INFO!!! : " */
+    RTSPTAP_PRINT_EVENT = 3  /* what happens to packets and connections: no prefix. One line a lost packet */
+};
+
+/**
+ * Gets a message of the library in place of standard output. Called on whatever thread it comes up on, at times on
+ * several at once, also on those that receive: it must return soon, and call no function of the library.
+ *
+ * @param context       as it was set
+ * @param level         RTSPTapPrintLevel; take one that you do not know for an event
+ * @param clientHandle  whose call or stream it is about; 0 when it is nobody's in particular, or no live client's
+ * @param text          at most 1023 bytes, without prefix and line end; there may be line ends within it. Good
+ * until the printer returns. A message may hold what a server sent, and a request with its Authorization.
+ */
+typedef void (*RTSPTapPrinter)(void *context, int32_t level, intptr_t clientHandle, const char *text);
+
+/**
+ * Sets where messages go: those of one client, or those of all that have no printer of their own. By default they
+ * go to standard output, and what system calls fail with to standard error. Any thread, any time. Threads may be in
+ * an earlier printer still when this returns: a client's printer is out of use when RTSPClientDestroy has returned.
+ *
+ * @param clientHandle  0: the process
+ * @param printer       null: none. To have no messages, set one that does nothing
+ * @param context       handed to it
+ * @return 0; RTSP_INVALID_ARGUMENT no such client; RTSP_NO_MEMORY
+ */
+RTSPTAP_API int32_t RTSPTapSetPrinter(intptr_t clientHandle, RTSPTapPrinter printer, void *context);
+
 /**
  * Is shown an RTCP packet of a session. Called on threads of the library, over TCP also on those that take packets:
  * it must return soon, and call no function of the library. Threads of the library have a stack of 1 MiB.

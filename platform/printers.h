@@ -1,7 +1,8 @@
-// The three diagnostics printers, as the rest of the library calls them, and the object at the top of a function
-// that logs entry and exit and turns a failure into one line.
-// The error and info printers write to standard output; the debug printer prints nothing and, called
-// from inside the library, costs nothing. No printer adds a line end: every message carries its own.
+// The diagnostics printers, as the rest of the library calls them, and the object at the top of a function that
+// logs entry and exit and turns a failure into one line.
+// The error, info and event printers write to standard output, or hand the message to the printer that the program
+// has set; the debug printer prints nothing and, called from inside the library, costs nothing. No printer adds a
+// line end: every message carries its own.
 // Any thread may print; never while holding a packet queue's lock.
 #pragma once
 
@@ -17,6 +18,30 @@ namespace rtsptap {
 [[gnu::format(printf, 2, 3)]] inline void DebugPrint(int /*level*/, const char * /*format*/, ...) {}
 
 inline constexpr int kDebugEntry = 1;
+
+// Whose messages this thread's are; 0: nobody's in particular. Written with each wait for packets, so it has its
+// place in the thread's own block from the start.
+[[gnu::tls_model("initial-exec")]] extern constinit thread_local intptr_t gblPrintsFor;
+
+// Until the end of a block this thread's messages are that client's.
+class PrintsFor {
+public:
+    explicit PrintsFor(intptr_t clientHandle) : before_(gblPrintsFor) { gblPrintsFor = clientHandle; }
+    ~PrintsFor() { gblPrintsFor = before_; }
+    PrintsFor(const PrintsFor &) = delete;
+    PrintsFor &operator=(const PrintsFor &) = delete;
+
+private:
+    const intptr_t before_;
+};
+
+// What happens to packets and connections: printed without a prefix.
+[[gnu::format(printf, 1, 2)]] void PrintEvent(const char *format, ...);
+// What a system call failed with, as perror(3) says it, on standard error. `text` may be null.
+void PrintSystemError(int error, const char *text);
+
+// The client is gone, and with it the printer that was set for it.
+void ForgetPrinter(intptr_t clientHandle);
 
 // Handles are printed with %d: one place narrows them.
 inline int32_t PrintableHandle(intptr_t handle) { return static_cast<int32_t>(handle); }
@@ -65,6 +90,15 @@ private:
     }
 
     const char *const function_;
+};
+
+// Of a call for a client: whatever is printed during it is that client's.
+class ClientTrace : public CallTrace {
+public:
+    ClientTrace(const char *function, intptr_t clientHandle) : CallTrace(function), prints_(clientHandle) {}
+
+private:
+    const PrintsFor prints_;
 };
 
 } // namespace rtsptap

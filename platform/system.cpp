@@ -2,11 +2,11 @@
 #include "platform/system.h"
 
 #include "platform/archive_names.h"
+#include "platform/printers.h"
 #include "rtsptap.h"
 
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
 #include <ctime>
 #include <unistd.h>
 
@@ -85,7 +85,7 @@ int ZeroOrFailure(int systemResult) { return systemResult == 0 ? RTSP_SUCCESS : 
 
 // The failure lines of condition variables carry no prefix.
 int FailedLine(const char *line) {
-    std::puts(line);
+    rtsptap::PrintEvent("%s\n", line);
     return RTSP_FAILURE;
 }
 
@@ -115,9 +115,8 @@ int WaitUntil(pthread_cond_t *condition, pthread_mutex_t *mutex, clockid_t clock
 int MutexInit(pthread_mutex_t *mutex) {
     const int result = mutex == nullptr ? EINVAL : pthread_mutex_init(mutex, nullptr);
     if (result == 0) return RTSP_SUCCESS;
-    std::printf("%s:", __func__);
-    errno = result; // POSIX threads return their errors, perror reads them from errno
-    std::perror("Err in pthread_mutex_init: ");
+    rtsptap::PrintEvent("%s:", __func__);
+    rtsptap::PrintSystemError(result, "Err in pthread_mutex_init: "); // POSIX threads return their errors
     return RTSP_FAILURE;
 }
 
@@ -209,12 +208,6 @@ RTSPTAP_WEAK_NAME(MSecDelay)
 
 namespace {
 
-// Printing may change errno, which holds the error to be told.
-void PrintSystemError(int error) {
-    errno = error;
-    std::perror(nullptr);
-}
-
 int ReceiveFromStream(int sockfd, void *buf, int len) {
     int result = RTSP_FAILURE;
     int error = EINVAL; // a negative length
@@ -223,7 +216,7 @@ int ReceiveFromStream(int sockfd, void *buf, int len) {
         error = errno;
         if (result >= 0 || !rtsptap::IsInterrupted(error)) break;
         RtpRtspInfoPrint("TCP recv function error in linux: Err :%d Retval: %d \n", error, result);
-        PrintSystemError(error);
+        rtsptap::PrintSystemError(error, nullptr);
     }
     errno = error;
     return result;
@@ -287,7 +280,7 @@ int UDPSockRecv(int sockfd, void *buf, int len, struct sockaddr *srcAddr, sockle
         const int error = errno;
         if (result >= 0 || !rtsptap::IsInterrupted(error)) return result;
         RtpRtspInfoPrint("UDP recv function error in linux: Err :%d Retval: %d \n", error, result);
-        PrintSystemError(error);
+        rtsptap::PrintSystemError(error, nullptr);
     }
 }
 

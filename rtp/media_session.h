@@ -61,6 +61,9 @@ inline MediaSession *LiveSession(intptr_t clientHandle) {
     return IsLiveHandle(clientHandle) ? reinterpret_cast<MediaSession *>(clientHandle) : nullptr;
 }
 
+// The handle that a session is known by.
+inline intptr_t HandleOf(const MediaSession &session) { return reinterpret_cast<intptr_t>(&session); }
+
 // A new record at the tail of the streamList, counted in streamCount, its session set; null when memory is short.
 // Its locks are still to be made. A caller that appends many names the stream it appended last, from which the tail
 // is looked for: a description may open tens of thousands of sections. Application thread.

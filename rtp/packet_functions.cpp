@@ -58,6 +58,7 @@ void SleepUntilSignalled(RTSPStreamInfo &stream, uint32_t endsBefore, uint64_t d
 // Waits once, without a loop: the caller then looks again.
 void WaitForPacket(RTSPStreamInfo &stream) {
     if (stream.packetListHead.load(std::memory_order_acquire) != nullptr) return;
+    const PrintsFor client(HandleOf(*stream.session));
     const uint32_t endsBefore = stream.receptionsEnded.load(std::memory_order_seq_cst);
     const uint64_t waitMs = static_cast<uint64_t>(stream.session->packetLimitMs.load(std::memory_order_relaxed));
     const uint64_t deadlineMs = MonotonicMs() + waitMs;

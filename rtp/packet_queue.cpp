@@ -1,5 +1,6 @@
 #include "rtp/packet_queue.h"
 
+#include "platform/printers.h"
 #include "platform/system.h"
 #include "rtp/media_session.h"
 #include "rtp/packet_memory.h"
@@ -7,7 +8,6 @@
 
 #include <array>
 #include <cstddef>
-#include <cstdio>
 #include <cstdlib>
 #include <span>
 #include <utility>
@@ -172,11 +172,11 @@ bool AppendsPlainly(RTSPStreamInfo &stream, RTPStreamData *packet, const Arrival
 
 void Print(const Findings &found, const ArrivalRules &rules, uint16_t lastNumber, uint16_t number) {
     if (rules.announceDrops && found.trimmed)
-        std::printf("Removed old packet from queue (stream %u)\n", rules.channel);
+        PrintEvent("Removed old packet from queue (stream %u)\n", rules.channel);
     for (const uint16_t passed : found.passed.Get())
-        std::printf("Reordering :: sequenceNumber : sequenceNumber prev :: %d : %d \n", number, passed);
+        PrintEvent("Reordering :: sequenceNumber : sequenceNumber prev :: %d : %d \n", number, passed);
     if (rules.announceDrops && found.discarded)
-        std::printf("Discarding packet :%u : %u stream:%u (too many packets)\n", lastNumber, number, rules.channel);
+        PrintEvent("Discarding packet :%u : %u stream:%u (too many packets)\n", lastNumber, number, rules.channel);
 }
 
 } // namespace

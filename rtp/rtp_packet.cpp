@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -50,7 +49,7 @@ bool CountGap(RTSPStreamInfo &stream, uint16_t sequenceNumber) {
     // Kept: the distance is taken without wrapping, so a step from 65535 to 1 counts 65535 packets.
     const int32_t gap = std::abs(sequenceNumber - (last + 1));
     const uint32_t total = AddToTotal(static_cast<uint32_t>(gap));
-    std::printf("Pkt Lost/Total %d:%d \n", gap, static_cast<int32_t>(total));
+    PrintEvent("Pkt Lost/Total %d:%d \n", gap, static_cast<int32_t>(total));
     stream.cumulativeLost.store(total, std::memory_order_relaxed);
     return true;
 }

@@ -13,7 +13,6 @@
 #include <cerrno>
 #include <climits>
 #include <cstddef>
-#include <cstdio>
 #include <cstring>
 #include <span>
 
@@ -30,7 +29,7 @@ bool NothingArrived(int received) { return received < 0 && (errno == EAGAIN || I
 // A socket that fails or delivers a datagram without content is done with.
 Served EndReceiving(ReceiveTurn &turn) {
     DebugPrint(kDebugEntry, " %s : Stopping Thread \n", __func__);
-    if (!MustEnd(*turn.thread)) perror("Exiting:");
+    if (!MustEnd(*turn.thread)) PrintSystemError(errno, "Exiting:");
     turn.ended = true;
     return Served::kEnded;
 }

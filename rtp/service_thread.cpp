@@ -69,7 +69,9 @@ void TellWhyNotStarted(int error) {
 // The outermost frame of every library thread. It holds nothing when it leaves through ThreadExit.
 extern "C" {
 static void *StreamThreadMain(void *argument) {
-    RunBody(*static_cast<StreamThread *>(argument));
+    auto &thread = *static_cast<StreamThread *>(argument);
+    gblPrintsFor = HandleOf(*thread.stream->session); // as long as it lives
+    RunBody(thread);
     ThreadExit(RTSP_FAILURE);
 }
 }

@@ -86,7 +86,7 @@ int32_t StartThirdPartyClient(intptr_t clientHandle, int32_t adVdFlag, int32_t v
                               uint16_t videoOrTsPort, int32_t videoBufferSize, int32_t audioCodecName,
                               uint16_t audioPort, int32_t audioBufferSize, int32_t tLInMS, int32_t uFInMS,
                               int32_t oFInMS) {
-    const CallTrace trace(__func__);
+    const ClientTrace trace(__func__, clientHandle);
     DebugPrint(kDebugEntry, "Input: clientHandle      : %d\n", PrintableHandle(clientHandle));
     DebugPrint(kDebugEntry, "Input: adVdFlag      : %d\n", adVdFlag);
     DebugPrint(kDebugEntry, "Input: videoOrTsCodecName      : %d\n", videoOrTsCodecName);
@@ -125,7 +125,7 @@ int32_t StartThirdPartyClient(intptr_t clientHandle, int32_t adVdFlag, int32_t v
 }
 
 int32_t CreateRTPStream(intptr_t clientHandle, int32_t codecType, uint16_t port, uint8_t isVideo) {
-    const CallTrace trace(__func__);
+    const ClientTrace trace(__func__, clientHandle);
     MediaSession *const session = LiveSession(clientHandle);
     if (session == nullptr || port == 0)
         return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid Input Arguments\n");

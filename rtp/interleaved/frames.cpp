@@ -1,12 +1,12 @@
 #include "rtp/interleaved/frames.h"
 
+#include "platform/printers.h"
 #include "rtp/packet_queue.h"
 #include "rtp/rtcp/rtcp.h"
 #include "rtp/rtp_packet.h"
 #include "rtp/stream.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <utility>
 
@@ -33,14 +33,14 @@ void PrintRing(RingRoom verdict, const ReceiveRing &ring, int64_t writeIndex, ui
     case RingRoom::kNoMemory:
         break;
     case RingRoom::kWrapped:
-        printf("TCP read buffer reset wr (2) rd:%u  wr:%u stream:%u\n", reader, writer, channel);
+        PrintEvent("TCP read buffer reset wr (2) rd:%u  wr:%u stream:%u\n", reader, writer, channel);
         break;
     case RingRoom::kFullBehind:
-        printf("TCP read buffer full (1) rd:%u  wr:%u stream:%u\n", reader, writer, channel);
+        PrintEvent("TCP read buffer full (1) rd:%u  wr:%u stream:%u\n", reader, writer, channel);
         break;
     case RingRoom::kFullAtEnd:
-        printf("Data full reset to 0 location, %u, %u, %u   stream:%u\n", static_cast<uint32_t>(ring.bufferEnd),
-               writer, reader, channel);
+        PrintEvent("Data full reset to 0 location, %u, %u, %u   stream:%u\n", static_cast<uint32_t>(ring.bufferEnd),
+                   writer, reader, channel);
         break;
     }
 }
@@ -94,8 +94,8 @@ void MakeRoutes(const MediaSession &session, ReadAhead &reader) {
 
 Fit FindPlace(const MediaSession &session, const Route &route, const Unit &frame) {
     if (frame.bodyLength > session.mtuSize) {
-        printf("Error: interleaved frame in RTP stream is too large (%u)\n",
-               static_cast<unsigned>(frame.bodyLength));
+        PrintEvent("Error: interleaved frame in RTP stream is too large (%u)\n",
+                   static_cast<unsigned>(frame.bodyLength));
         return Fit::kNowhere;
     }
     if (!TakesFrames(route)) return Fit::kNowhere;

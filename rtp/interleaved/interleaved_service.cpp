@@ -13,7 +13,6 @@
 #include "rtp/stream.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <poll.h>
 #include <utility>
@@ -32,7 +31,7 @@ struct Dispatch {
 
 Dispatch Handled(std::size_t consumed) { return {Dispatch::kHandled, consumed}; }
 
-void PrintCorrupted() { puts("Error: corrupted stream ($/RTSP not found)"); }
+void PrintCorrupted() { PrintEvent("Error: corrupted stream ($/RTSP not found)\n"); }
 
 Dispatch DropHeader(ReadAhead &reader, std::size_t length, std::size_t bodyLength) {
     reader.outOfStep = reader.outOfStep || bodyLength > 0;

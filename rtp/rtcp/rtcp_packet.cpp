@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <unistd.h>
@@ -89,7 +88,7 @@ int32_t ParseRtcpPacket(RTSPStreamInfo *stream, const uint8_t *packet, int32_t s
         KeepSenderReport(*stream, bytes);
         break;
     case kBye:
-        std::puts("Received RTCP Bye packet");
+        PrintEvent("Received RTCP Bye packet\n");
         break;
     case kReceiverReport:
     case kIgnored:
@@ -226,7 +225,7 @@ int32_t WriteReceiverReport(RTSPStreamInfo &stream, uint8_t *buffer, int32_t buf
                             std::string_view hostName) {
     const int32_t size = kReportSize + DescriptionSize(hostName);
     if (bufferSize < std::max(size, kSmallestBuffer)) {
-        std::puts("Error: can't send RTCP: block is too small");
+        PrintEvent("Error: can't send RTCP: block is too small\n");
         return -1;
     }
     std::memset(buffer, 0, static_cast<std::size_t>(size)); // the zero byte and the padding stay as they are now

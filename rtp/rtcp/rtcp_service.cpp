@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <poll.h>
 
@@ -115,17 +114,19 @@ void SendReport(RTSPStreamInfo &stream, RtcpArea &area) {
     if (length > 0) SendRtcpPacket(&stream, area.data(), length);
 }
 
+Served EndForError(const char *line) {
+    const int error = errno;
+    PrintEvent("%s\n", line);
+    PrintSystemError(error, "Exiting:");
+    return Served::kEnded;
+}
+
 Served AnswerDatagram(const StreamThread &thread, RTSPStreamInfo &stream, RtcpArea &area) {
     const int received =
         ReceiveDatagram(stream.rtcpSocket, area.data(), kRtcpAreaBytes, MSG_DONTWAIT, nullptr, nullptr);
     // A damaged datagram, which the system has dropped, or an interruption.
     if (received < 0 && (errno == EAGAIN || IsInterrupted(errno))) return Served::kNothingLeft;
-    if (received < 1) {
-        if (MustEnd(thread)) return Served::kEnded;
-        puts("Exiting RTCP thread");
-        perror("Exiting:");
-        return Served::kEnded;
-    }
+    if (received < 1) return MustEnd(thread) ? Served::kEnded : EndForError("Exiting RTCP thread");
     stream.rtcp.silentSinceMs = MonotonicMs();
     const int32_t stored = std::min(received, kRtcpAreaBytes);
     if (ParseRtcpPacket(&stream, area.data(), stored) == RTSP_SUCCESS) SendReport(stream, area);
@@ -152,7 +153,7 @@ bool Open(StreamThread &thread) {
     stream.localSsrc = ChooseSsrc(stream);
     if (thread.dataProto == DATA_PROTO_TCP) return false;
     if (stream.rtcpSocket >= 0) return true;
-    puts("Exiting RTCP thread due to connection error"); // poll would pass over it
+    PrintEvent("Exiting RTCP thread due to connection error\n"); // poll would pass over it
     return false;
 }
 
@@ -165,13 +166,9 @@ bool IsActive(RTSPStreamInfo &stream) {
 Served Serve(StreamThread &thread, const Readiness &readiness) {
     RTSPStreamInfo &stream = *thread.stream;
     RtcpArea area;
-    if (readiness.failed) {
-        puts("Exiting RTCP thread due to polling error");
-        perror("Exiting:");
-        return Served::kEnded;
-    }
+    if (readiness.failed) return EndForError("Exiting RTCP thread due to polling error");
     if ((readiness.events & (POLLERR | POLLHUP | POLLNVAL)) != 0) {
-        puts("Exiting RTCP thread due to connection error");
+        PrintEvent("Exiting RTCP thread due to connection error\n");
         return Served::kEnded;
     }
     if ((readiness.events & POLLIN) != 0) return AnswerDatagram(thread, stream, area);

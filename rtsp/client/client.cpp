@@ -148,7 +148,7 @@ intptr_t RTSPClientCreate(void) {
 }
 
 int32_t RTSPClientDestroy(intptr_t clientHandle) {
-    const CallTrace trace(__func__);
+    const ClientTrace trace(__func__, clientHandle);
     if (clientHandle == 0) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid input argument\n");
     auto *const client = reinterpret_cast<RTSPClient *>(clientHandle);
     // Unlinked first: from here on no other call finds the client.
@@ -157,11 +157,12 @@ int32_t RTSPClientDestroy(intptr_t clientHandle) {
     DebugPrint(kDebugEntry, "\tFreeing Client Memory \n");
     ReleaseClient(client);
     RtpRtspInfoPrint("\tClient Destroyed Successfully .... \n");
+    ForgetPrinter(clientHandle);
     return RTSP_SUCCESS;
 }
 
 int32_t RTSPClientSetMTUSize(intptr_t clientHandle, uint32_t mtuSize) {
-    const CallTrace trace(__func__);
+    const ClientTrace trace(__func__, clientHandle);
     if (clientHandle == 0 || mtuSize <= kLargestRefusedMtu) {
         RtpRtspErrorPrint("EXIT : %s :Invalid input argument : %d\n", trace.Function(), static_cast<int>(mtuSize));
         return RTSP_INVALID_ARGUMENT;
@@ -173,7 +174,7 @@ int32_t RTSPClientSetMTUSize(intptr_t clientHandle, uint32_t mtuSize) {
 }
 
 int32_t RTSPTapSetRtcpCallback(intptr_t clientHandle, RTSPTapRtcpCallback callback, void *context) {
-    const CallTrace trace(__func__);
+    const ClientTrace trace(__func__, clientHandle);
     RTSPClient *const client = LiveClient(clientHandle);
     if (client == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid Client Handle\n");
     const bool used = client->connected != 0 || client->cSeq != 0 || client->media.streamList != nullptr;
@@ -184,7 +185,7 @@ int32_t RTSPTapSetRtcpCallback(intptr_t clientHandle, RTSPTapRtcpCallback callba
 }
 
 int32_t RTSPTapForgetChallenge(intptr_t clientHandle) {
-    const CallTrace trace(__func__);
+    const ClientTrace trace(__func__, clientHandle);
     RTSPClient *const client = LiveClient(clientHandle);
     if (client == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid client handle\n");
     client->authentication.required = 0;

@@ -70,7 +70,7 @@ void AdoptSocket(RTSPClient &client, int32_t socket) {
 
 int32_t RTSPClientConnect(intptr_t clientHandle, const char *serverIp, uint16_t serverPort, const char *sessionName,
                           uint32_t dataProto, intptr_t mtuCallBack) {
-    const CallTrace trace(__func__);
+    const ClientTrace trace(__func__, clientHandle);
     DebugPrint(kDebugEntry, "\tInput: clientHandle : %d\n", PrintableHandle(clientHandle));
     DebugPrint(kDebugEntry, "\tInput: serverIp : %s\n", serverIp == nullptr ? "" : serverIp);
     DebugPrint(kDebugEntry, "\tInput: serverPort : %d\n", serverPort);
@@ -102,7 +102,7 @@ int32_t RTSPClientConnect(intptr_t clientHandle, const char *serverIp, uint16_t 
 }
 
 int32_t RTSPTapSetDataProto(intptr_t clientHandle, uint32_t dataProto) {
-    const CallTrace trace(__func__);
+    const ClientTrace trace(__func__, clientHandle);
     if (clientHandle == 0 || dataProto > DATA_PROTO_TCP)
         return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid input argument\n");
     RTSPClient *const client = LiveClient(clientHandle);
@@ -168,7 +168,7 @@ int32_t RTSPClientAutoRTSPConnect(intptr_t clientHandle, const char *serverIp, u
                                   uint32_t dataProto, intptr_t optionsHeaderList, intptr_t describeHeaderList,
                                   intptr_t setupHeaderList, intptr_t playHeaderList, intptr_t mtuCallBack,
                                   char *responseBuff, int32_t *responseSize) {
-    const CallTrace trace(__func__);
+    const ClientTrace trace(__func__, clientHandle);
     if (clientHandle == 0 || serverIp == nullptr || sessionName == nullptr || serverPort == 0 ||
         dataProto > DATA_PROTO_TCP)
         return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid input argument\n");

@@ -53,14 +53,14 @@ struct ExchangeArguments {
 
 struct Exchange {
     Exchange(const MethodDescriptor &descriptor, const ExchangeArguments &args)
-        : method(descriptor), arguments(args), trace(descriptor.functionName) {}
+        : method(descriptor), arguments(args), trace(descriptor.functionName, args.clientHandle) {}
     ~Exchange(); // releases request, response and replies and clears the client's fields
     Exchange(const Exchange &) = delete;
     Exchange &operator=(const Exchange &) = delete;
 
     const MethodDescriptor &method;
     const ExchangeArguments arguments;
-    const CallTrace trace;
+    const ClientTrace trace;
 
     RTSPClient *client = nullptr; // live, once CheckHandle has passed
     RecvBufferPtr reply;          // the raw reply last received

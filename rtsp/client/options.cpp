@@ -103,7 +103,7 @@ bool HasControlCharacter(std::string_view text) {
 using namespace rtsptap;
 
 int32_t RTSPTapSetOption(intptr_t clientHandle, int32_t option, int64_t value) {
-    const CallTrace trace(__func__);
+    const ClientTrace trace(__func__, clientHandle);
     const Call call = FindOption(trace, clientHandle, option, Kind::kNumber, true);
     if (call.result != RTSP_SUCCESS) return call.result;
     if (const int32_t result = CheckChange(trace, call, value); result != RTSP_SUCCESS) return result;
@@ -112,14 +112,14 @@ int32_t RTSPTapSetOption(intptr_t clientHandle, int32_t option, int64_t value) {
 }
 
 int32_t RTSPTapGetOption(intptr_t clientHandle, int32_t option, int64_t *value) {
-    const CallTrace trace(__func__);
+    const ClientTrace trace(__func__, clientHandle);
     const Call call = FindOption(trace, clientHandle, option, Kind::kNumber, value != nullptr);
     if (call.result == RTSP_SUCCESS) *value = call.option->get(*call.client);
     return call.result;
 }
 
 int32_t RTSPTapSetOptionText(intptr_t clientHandle, int32_t option, const char *text) {
-    const CallTrace trace(__func__);
+    const ClientTrace trace(__func__, clientHandle);
     const Call call = FindOption(trace, clientHandle, option, Kind::kText, text != nullptr);
     if (call.result != RTSP_SUCCESS) return call.result;
     const std::string_view value = text;
@@ -133,7 +133,7 @@ int32_t RTSPTapSetOptionText(intptr_t clientHandle, int32_t option, const char *
 }
 
 int32_t RTSPTapGetOptionText(intptr_t clientHandle, int32_t option, char *text, uint32_t *size) {
-    const CallTrace trace(__func__);
+    const ClientTrace trace(__func__, clientHandle);
     const Call call = FindOption(trace, clientHandle, option, Kind::kText, size != nullptr);
     if (call.result != RTSP_SUCCESS) return call.result;
     const char *const value = call.option->text(*call.client).data();
@@ -183,7 +183,7 @@ int32_t RTSPTapShowRule(int32_t index, RTSPTapRule *rule) {
 }
 
 int32_t RTSPTapSetRule(intptr_t clientHandle, int32_t rule, int32_t isOn) {
-    const CallTrace trace(__func__);
+    const ClientTrace trace(__func__, clientHandle);
     int32_t result = RTSP_SUCCESS;
     RTSPClient *const client = FindRuleCall(trace, clientHandle, rule, true, result);
     if (client == nullptr) return result;
@@ -194,7 +194,7 @@ int32_t RTSPTapSetRule(intptr_t clientHandle, int32_t rule, int32_t isOn) {
 }
 
 int32_t RTSPTapGetRule(intptr_t clientHandle, int32_t rule, int32_t *isOn) {
-    const CallTrace trace(__func__);
+    const ClientTrace trace(__func__, clientHandle);
     int32_t result = RTSP_SUCCESS;
     const RTSPClient *const client = FindRuleCall(trace, clientHandle, rule, isOn != nullptr, result);
     if (client != nullptr) *isOn = client->media.dialect.IsOn(FindRule(rule)) ? 1 : 0;
@@ -202,7 +202,7 @@ int32_t RTSPTapGetRule(intptr_t clientHandle, int32_t rule, int32_t *isOn) {
 }
 
 int32_t RTSPTapGetRuleUse(intptr_t clientHandle, int32_t rule, uint64_t *count) {
-    const CallTrace trace(__func__);
+    const ClientTrace trace(__func__, clientHandle);
     int32_t result = RTSP_SUCCESS;
     const RTSPClient *const client = FindRuleCall(trace, clientHandle, rule, count != nullptr, result);
     if (client != nullptr) *count = client->media.dialect.Uses(FindRule(rule));

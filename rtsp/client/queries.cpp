@@ -57,7 +57,7 @@ const SDPField *FindLine(const RTSPClient &client, int32_t streamCount, std::str
 } // namespace
 
 int32_t RTSPClientGetNbStreams(intptr_t clientHandle) {
-    const CallTrace trace(__func__);
+    const ClientTrace trace(__func__, clientHandle);
     RtpRtspInfoPrint("Getting total number of streams as specified in SDP.... \n");
     if (clientHandle == 0) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid input argument\n");
 
@@ -69,7 +69,7 @@ int32_t RTSPClientGetNbStreams(intptr_t clientHandle) {
 }
 
 RTSPStreamDescription *RTSPClientGetSDPInfo(intptr_t clientHandle, int32_t streamCount) {
-    const CallTrace trace(__func__);
+    const ClientTrace trace(__func__, clientHandle);
     RtpRtspInfoPrint("Getting SDP Information as received from server \n");
     RTSPStreamDescription *const none = nullptr;
     if (clientHandle == 0 || streamCount < 1) return trace.Fail(none, "EXIT : %s :Invalid input argument\n");
@@ -87,7 +87,7 @@ RTSPStreamDescription *RTSPClientGetSDPInfo(intptr_t clientHandle, int32_t strea
 
 int32_t RTSPClientGetSDPFieldInfo(intptr_t clientHandle, int32_t streamCount, const char *sdpFieldName,
                                   char *sdpFieldValue, uint32_t *sdpFieldSize) {
-    const CallTrace trace(__func__);
+    const ClientTrace trace(__func__, clientHandle);
     RtpRtspInfoPrint("Getting SDP Field's value as received from server \n");
     if (clientHandle == 0 || streamCount < 0 || sdpFieldName == nullptr || sdpFieldValue == nullptr ||
         sdpFieldSize == nullptr)
@@ -175,7 +175,7 @@ RTSPTapStreamDescription Describe(const MediaSession &session, const RTSPStreamI
 
 int32_t RTSPTapGetStreamDescription(intptr_t clientHandle, int32_t streamNumber,
                                     RTSPTapStreamDescription *description) {
-    const CallTrace trace(__func__);
+    const ClientTrace trace(__func__, clientHandle);
     const RTSPClient *const client = LiveClient(clientHandle);
     if (client == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid client handle\n");
     if (description == nullptr || description->recordSize < sizeof description->recordSize)
@@ -190,7 +190,7 @@ int32_t RTSPTapGetStreamDescription(intptr_t clientHandle, int32_t streamNumber,
 }
 
 int32_t RTSPClientGetSSRC(intptr_t clientHandle, int32_t streamCount, uint32_t *ssrc) {
-    const CallTrace trace(__func__);
+    const ClientTrace trace(__func__, clientHandle);
     RtpRtspInfoPrint("Getting SSRC number of the given stream \n");
     if (clientHandle == 0 || streamCount < 1 || ssrc == nullptr)
         return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid input argument\n");
@@ -209,7 +209,7 @@ int32_t RTSPClientGetSSRC(intptr_t clientHandle, int32_t streamCount, uint32_t *
 }
 
 int32_t RTSPClientGetLastReply(intptr_t clientHandle, char *responseBuff, int32_t *responseSize) {
-    const CallTrace trace(__func__);
+    const ClientTrace trace(__func__, clientHandle);
     if (clientHandle == 0 || responseSize == nullptr)
         return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid input argument\n");
     const RTSPClient *const client = LiveClient(clientHandle);

@@ -3,6 +3,8 @@
 #include "rtsp/client/stream_sockets.h"
 #include "tests/support/session.h"
 
+#include <mutex>
+
 namespace rtsptap::test {
 namespace {
 
@@ -188,6 +190,63 @@ TEST(RtcpCallback, IsShownWhatCameAndWhatWasSentOverBothTransports) {
         EXPECT_EQ(shown.texts[1],
                   "2>" + (proto == kUdp ? rtcp.Receive() : server.WaitForFrames(1).at(0).substr(4)));
     }
+}
+
+// What a printer was handed, a line each: level, whose it is, text.
+struct Printed {
+    void Add(int32_t level, intptr_t client, const char *text) {
+        const std::lock_guard lock(mutex);
+        lines.emplace_back(level, client, text);
+    }
+    // Of anybody where no client is named.
+    std::size_t Count(const std::string &text, std::optional<intptr_t> client = {}, int32_t level = 0) const {
+        const std::lock_guard lock(mutex);
+        return std::ranges::count_if(lines, [&](const auto &line) {
+            return std::get<2>(line).find(text) != text.npos &&
+                   std::get<1>(line) == client.value_or(std::get<1>(line)) &&
+                   (level == 0 || std::get<0>(line) == level);
+        });
+    }
+    mutable std::mutex mutex;
+    std::vector<std::tuple<int32_t, intptr_t, std::string>> lines;
+};
+
+void PrintTo(void *printed, int32_t level, intptr_t client, const char *text) {
+    static_cast<Printed *>(printed)->Add(level, client, text);
+}
+
+TEST(Printers, OfTheProgramGetEachMessageWithItsClientInPlaceOfStandardOutput) {
+    CapturedStdout out;
+    for (const uint32_t proto : {kUdp, kTcp}) {
+        Printed ofAll;
+        Printed ofOne;
+        ASSERT_EQ(RTSPTapSetPrinter(0, PrintTo, &ofAll), 0);
+        EXPECT_EQ(RTSPTapSetPrinter(1, PrintTo, &ofAll), RTSP_INVALID_ARGUMENT);
+        EXPECT_EQ(ofAll.Count("EXIT : RTSPTapSetPrinter :Invalid client handle", 0, RTSPTAP_PRINT_ERROR), 1U);
+        Session other(proto, CLIENT_PLAYING_STATE);
+        intptr_t handle = 0;
+        {
+            Session session(proto, CLIENT_PLAYING_STATE);
+            handle = session;
+            ASSERT_EQ(RTSPTapSetPrinter(session, PrintTo, &ofOne), 0);
+            for (Session *each : {&session, &other}) {
+                for (const uint16_t number : Numbers(1, 9)) {
+                    const std::string packet = Bytes(RtpPacket{.version = 1, .sequenceNumber = number});
+                    proto == kUdp ? each->SendRtp(1, packet) : void(each->server.Send(Frame(0, packet)));
+                }
+                proto == kUdp ? each->SendRtp(1, Rtp(7, "y")) : void(each->server.Send(Frame(0, Rtp(7, "y"))));
+                EXPECT_EQ(each->Video(1), Numbers(7, 7));
+            }
+        }
+        const std::string refused = "Invalid packet received ignoring"; // by the thread, and by the reader
+        EXPECT_EQ(ofOne.Count(refused, handle, RTSPTAP_PRINT_ERROR), 9U);
+        EXPECT_EQ(ofAll.Count(refused, other), 9U);
+        EXPECT_EQ(ofOne.Count("Client Destroyed Successfully", handle, RTSPTAP_PRINT_INFO), 1U);
+        EXPECT_EQ(ofOne.Count("", other), 0U);
+        EXPECT_EQ(RTSPTapSetPrinter(0, nullptr, nullptr), 0); // while streams of `other` still play
+    }
+    EXPECT_EQ(out.Text(), "!!!INFO!!! : \tClient Destroyed Successfully .... \n"
+                          "!!!INFO!!! : \tClient Destroyed Successfully .... \n");
 }
 
 // What takes 5 or 25 seconds, all of it at once.
