@@ -19,7 +19,7 @@ static void Read(std::string_view input, RTSPTapDialect dialect) {
         if (told)
             rtsptap::fuzz::Require(full.encodingName != nullptr && full.controlUrl != nullptr &&
                                    full.payloadType >= -1 && full.payloadType < 128 &&
-                                   (full.fmtp == nullptr) == (is->fmtp == nullptr));
+                                   (full.fmtp == nullptr || is->fmtp != nullptr));
         for (const char *name : {"a", "a=fmtp", "m="}) {
             char value[64];
             uint32_t valueSize = sizeof value;

@@ -68,6 +68,7 @@ private:
 struct FurtherDescription {
     int32_t media = RTSPTAP_MEDIA_OTHER; // RTSPTapMedia
     int32_t firstPayloadType = -1;       // of the m= line; -1: none
+    int32_t sameControlAs = 0;           // number of the first stream with its control URL; 0: it is that itself
     uint8_t *vps = nullptr;              // of H.265, whose sps and pps are where H.264's are
     int32_t vpsSize = 0;
     uint8_t *config = nullptr; // of MPEG-4, but for AAC's, which has its own

@@ -162,6 +162,7 @@ HeapText FindControlUrl(const SdpReading &reading, std::string_view control) {
 
 // a=control:<URL, absolute or relative to the session's>
 int32_t ReadControl(SdpReading &reading, std::string_view value) {
+    reading.hasControl = true;
     std::string_view skipped;
     if (!Until(value, ':', skipped)) return reading.trace.Fail(kEndEarly, "EXIT : %s :Invalid streamURL field \n");
     HeapText url = FindControlUrl(reading, value);
@@ -257,7 +258,7 @@ int32_t ReadFormat(SdpReading &reading) {
         if (result != RTSP_SUCCESS || attribute == nullptr || !attribute->isOfFormat) return;
         const int32_t type = PayloadTypeOf(value);
         const bool isForeign = !IsRtpmap(attribute) && !hasParameters && !reading.formats.Has(type);
-        if (chosen < 0 || type == chosen || isForeign) result = Judge(reading, attribute->read(reading, value));
+        if (chosen < 0 || type == chosen || isForeign) result = ReadForgiving(reading, attribute->read, value);
     });
     return result;
 }
@@ -293,38 +294,39 @@ int32_t ReadSessionAttribute(SdpReading &reading, std::string_view value) {
     const Attribute *const attribute = FindByName(value);
     const std::string_view control = After(value, ":");
     if (attribute == nullptr || attribute->read != ReadControl || control.empty() || control == "*" ||
-        control.size() > kLongestControlUrl || !reading.dialect.Permits(Rule::kSessionControl))
+        control.size() > kLongestControlUrl || !reading.dialect.IsOn(Rule::kSessionControl))
         return RTSP_SUCCESS;
     const HeapText request = RequestUrl(reading.to);
     const HeapText &base = reading.base ? reading.base : request;
-    if (base) reading.aggregate = JoinControl(base.get(), control);
+    HeapText joined = base ? JoinControl(base.get(), control) : nullptr;
+    const HeapText &before = reading.aggregate ? reading.aggregate : request;
+    if (!joined || !before || std::string_view(joined.get()) == before.get()) return RTSP_SUCCESS;
+    (void)reading.dialect.Permits(Rule::kSessionControl);
+    reading.aggregate = std::move(joined);
     if (IsWholeUrl(control)) reading.base = DuplicateText(control);
     return RTSP_SUCCESS;
 }
 
-// The section is the session then (RFC 2326, C.3). A description has room for thousands of such sections, of which
-// each would keep the whole URL: what nobody sets up gets none.
-void TakeSessionControl(SdpReading &reading) {
-    constexpr int32_t kMostSections = 128;
-    HeapText &url = reading.stream->controlUrl;
-    if (url || reading.sectionsWithoutControl >= kMostSections || !reading.dialect.Permits(Rule::kNoControl))
-        return;
-    ++reading.sectionsWithoutControl;
-    url = reading.aggregate ? DuplicateText(reading.aggregate.get()) : RequestUrl(reading.to);
+// A section that is alone and names no URL is the session (RFC 2326, C.3). Several would all be one: SETUP numbers
+// them.
+void FinishControlUrls(SdpReading &reading) {
+    const bool isAlone = reading.sections == 1 && !reading.hasControl;
+    if (isAlone && reading.dialect.Permits(Rule::kNoControl))
+        reading.stream->controlUrl =
+            reading.aggregate ? DuplicateText(reading.aggregate.get()) : RequestUrl(reading.to);
+    if (reading.sections > 0) NoteSameControls(reading.to.session);
 }
 
 int32_t FinishSection(SdpReading &reading) {
-    if (reading.stream == nullptr) return RTSP_SUCCESS;
+    if (!std::exchange(reading.sectionIsOpen, false)) return RTSP_SUCCESS;
     const Dialect &dialect = reading.dialect;
-    if (dialect.IsOn(Rule::kFormatOfMedia))
-        if (const int32_t result = ReadFormat(reading); result != RTSP_SUCCESS) return result;
+    const int32_t result = dialect.IsOn(Rule::kFormatOfMedia) ? ReadFormat(reading) : RTSP_SUCCESS;
     TakeStaticFormat(reading);
-    TakeSessionControl(reading);
     const RTSPStreamDescription &description = reading.stream->description;
     if (description.fmtp != nullptr && description.codecType != 0 && !reading.configIsRead &&
         dialect.Permits(Rule::kParametersFirst))
         ExtractCodecConfig(reading);
-    return RTSP_SUCCESS;
+    return result;
 }
 
 } // namespace rtsptap

@@ -1,11 +1,16 @@
 #include "sdp/control_url.h"
 
 #include "platform/url.h"
+#include "rtp/media_session.h"
+#include "rtp/stream.h"
 #include "sdp/sdp_parser.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
+#include <span>
 
 namespace rtsptap {
 namespace {
@@ -20,6 +25,13 @@ HeapText Concatenate(std::string_view first, std::string_view middle, std::strin
     *end = '\0';
     return text;
 }
+
+struct NumberedControl {
+    std::string_view url;
+    int32_t number;
+    RTSPStreamInfo *stream;
+    auto operator<=>(const NumberedControl &) const = default;
+};
 
 } // namespace
 
@@ -51,6 +63,24 @@ HeapText JoinControl(std::string_view base, std::string_view control) {
     if (!hasDots || SplitUrl(base).hasQuery) return Concatenate(base, slash, control);
     const HeapText folder = Concatenate(base, slash, "");
     return folder ? JoinUrl(folder.get(), control) : nullptr;
+}
+
+// Sorted, because a description may have thousands of streams.
+void NoteSameControls(const MediaSession &session) {
+    const auto most = static_cast<std::size_t>(session.streamCount);
+    const std::unique_ptr<NumberedControl[]> storage(new (std::nothrow) NumberedControl[most]);
+    if (!storage) return; // no stream is like another then
+    std::size_t count = 0;
+    int32_t number = 0;
+    for (RTSPStreamInfo *stream = session.streamList; stream != nullptr && count < most; stream = stream->next)
+        if (++number; stream->controlUrl) storage[count++] = {stream->controlUrl.get(), number, stream};
+    const std::span<NumberedControl> controls(storage.get(), count);
+    std::ranges::sort(controls);
+    for (std::size_t i = 1, first = 0; i < count; ++i) {
+        const bool isLike = controls[i].url == controls[first].url;
+        if (isLike) controls[i].stream->further.sameControlAs = controls[first].number;
+        if (!isLike) first = i;
+    }
 }
 
 HeapText BaseUrl(const DescribedSession &to) {

@@ -8,6 +8,7 @@
 namespace rtsptap {
 
 struct DescribedSession;
+struct MediaSession;
 
 inline constexpr std::size_t kLongestPlainControl = 256; // characters of a control attribute's value
 inline constexpr std::size_t kLongestControlUrl = 4096;  // characters of an URL that it leads to otherwise
@@ -25,6 +26,9 @@ HeapText JoinControl(std::string_view base, std::string_view control);
 // What control attributes are relative to, as far as the reply's headers tell: its Content-Base or
 // Content-Location, else the URL that was described.
 HeapText BaseUrl(const DescribedSession &to);
+
+// Notes with every stream the first one that has the same URL.
+void NoteSameControls(const MediaSession &session);
 
 // True for "<scheme>://...".
 bool IsWholeUrl(std::string_view text);

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <limits>
 #include <new>
 #include <span>
 #include <utility>
@@ -24,7 +25,7 @@ struct LineReader {
 // Lines of other types are kept in the list and not read.
 int32_t ReadWith(std::span<const LineReader> readers, SdpReading &reading, char letter, std::string_view value) {
     for (const LineReader &reader : readers)
-        if (reader.letter == letter) return reader.read(reading, value);
+        if (reader.letter == letter) return ReadForgiving(reading, reader.read, value);
     return RTSP_SUCCESS;
 }
 
@@ -86,24 +87,27 @@ int32_t ReadMedia(SdpReading &reading, std::string_view value) {
 
 // Of other modifiers than AS only TIAS is a stream's bandwidth, in bit/s (RFC 3890); an AS goes before it.
 void TakeOtherBandwidth(RTSPStreamDescription &description, std::string_view value) {
-    constexpr int32_t kBitsPerKilobit = 1000;
+    constexpr double kBitsPerKilobit = 1000;
+    constexpr double kMost = std::numeric_limits<int32_t>::max();
     if (value.starts_with("TIAS:") && description.bandwidth == 0)
-        description.bandwidth = std::max(LeadingNumber(After(value, ":")), 0) / kBitsPerKilobit;
+        description.bandwidth =
+            static_cast<int32_t>(std::clamp(LeadingFraction(After(value, ":")) / kBitsPerKilobit, 0.0, kMost));
 }
 
 // b=<modifier>:<kilobits per second>
 int32_t ReadBandwidth(SdpReading &reading, std::string_view value) {
-    const bool isUsual = value.starts_with("AS:") && LeadingNumber(After(value, ":")) > 0;
-    if (!isUsual && reading.dialect.Permits(Rule::kAnyBandwidth)) {
-        TakeOtherBandwidth(reading.stream->description, value);
-        return RTSP_SUCCESS;
-    }
-    if (LeadingNumber(After(value, ":")) < 1)
-        return reading.trace.Fail(RTSP_FAILURE, "\tEXIT : %s :Invalid bandwidth value in SDP\n");
-
     // Kept: the number is read behind a modifier of two letters ("AS:"), so "TIAS:64000" is refused.
     constexpr std::size_t kModifierLength = 3;
     const int32_t bandwidth = LeadingNumber(value.substr(std::min(kModifierLength, value.size())));
+    const bool isNumber = LeadingNumber(After(value, ":")) > 0;
+    const bool isReadable = isNumber && bandwidth != 0;
+    const Dialect &dialect = reading.dialect;
+    if (!(isNumber && value.starts_with("AS:")) &&
+        (isReadable ? dialect.IsOn(Rule::kAnyBandwidth) : dialect.Permits(Rule::kAnyBandwidth))) {
+        TakeOtherBandwidth(reading.stream->description, value);
+        return RTSP_SUCCESS;
+    }
+    if (!isNumber) return reading.trace.Fail(RTSP_FAILURE, "\tEXIT : %s :Invalid bandwidth value in SDP\n");
     reading.stream->description.bandwidth = bandwidth;
     return bandwidth == 0 ? reading.trace.Fail(RTSP_BAD_NUMBER, kNotANumber) : RTSP_SUCCESS;
 }
@@ -132,7 +136,9 @@ int32_t StartStream(SdpReading &reading) {
     RTSPStreamInfo *const stream = AppendStream(reading.to.session, reading.stream);
     if (stream == nullptr) return reading.trace.Fail(RTSP_NO_MEMORY, "\tEXIT : %s :Memory Allocation Failed\n");
     reading.stream = stream;
-    reading.configIsRead = false;
+    ++reading.sections;
+    reading.sectionIsOpen = true;
+    reading.hasControl = reading.configIsRead = false;
     reading.listEnd = &stream->sdpFieldList;
 
     switch (CreateStreamLocks(*stream)) {
@@ -162,7 +168,7 @@ int32_t KeepLine(SdpReading &reading, char letter, std::string_view value) {
     return RTSP_SUCCESS;
 }
 
-constexpr std::string_view kBlanks{" \t\0", 3};
+constexpr std::string_view kBlanks = " \t";
 
 std::string_view WithoutBlanksAround(std::string_view line) {
     const std::size_t start = std::min(line.find_first_not_of(kBlanks), line.size());
@@ -184,31 +190,45 @@ std::size_t JoinWords(std::span<char> line) {
     return size;
 }
 
+// What is left of a line with NUL bytes: none at its end, blanks within; `storage` keeps it.
+std::string_view WithoutNuls(std::string_view line, HeapText &storage) {
+    constexpr std::string_view kNul{"\0", 1};
+    const std::string_view text = line.substr(0, line.find_last_not_of(kNul) + 1);
+    if (!Contains(text, kNul)) return text;
+    storage = DuplicateText(text);
+    if (!storage) return text.substr(0, text.find('\0'));
+    std::replace(storage.get(), storage.get() + text.size(), '\0', ' ');
+    return {storage.get(), text.size()};
+}
+
 // The line without blanks where none belong; `storage` keeps it where it is another one. Texts of people's keep
 // those between their words.
 std::string_view TidyLine(const Dialect &dialect, std::string_view line, HeapText &storage) {
     if (!dialect.IsOn(Rule::kBlanks)) return line;
     std::string_view tidy = WithoutBlanksAround(line);
     if (tidy.starts_with("a=") || tidy.starts_with("m=")) {
-        storage = DuplicateText(tidy);
-        if (storage) tidy = {storage.get(), JoinWords({storage.get(), tidy.size()})};
+        HeapText copy = DuplicateText(tidy);
+        if (copy) tidy = {copy.get(), JoinWords({copy.get(), tidy.size()})};
+        if (copy) storage = std::move(copy);
     }
     if (tidy.size() != line.size()) (void)dialect.Permits(Rule::kBlanks);
     return tidy;
 }
 
 int32_t ReadLine(SdpReading &reading, std::string_view received) {
-    HeapText storage;
-    const std::string_view line = TidyLine(reading.dialect, received, storage);
-    if (line.empty()) return RTSP_SUCCESS;
+    HeapText whole;
+    HeapText tidy;
+    const std::string_view line = TidyLine(reading.dialect, WithoutNuls(received, whole), tidy);
+    const bool isNone = line.size() < 2 || line[1] != '=';
+    if (line.empty() || (isNone && reading.dialect.Permits(Rule::kMalformedLine))) return RTSP_SUCCESS;
     const char letter = line.front();
     const std::string_view value = line.substr(std::min<std::size_t>(2, line.size()));
 
     if (letter == 'm')
         if (const int32_t result = StartStream(reading); result != RTSP_SUCCESS) return result;
     if (const int32_t result = KeepLine(reading, letter, value); result != RTSP_SUCCESS) return result;
-    return Judge(reading, reading.stream == nullptr ? ReadSessionLine(reading, letter, value)
-                                                    : ReadMediaLine(reading, letter, value));
+    return reading.stream == nullptr ? ReadSessionLine(reading, letter, value)
+                                     : ReadMediaLine(reading, letter, value);
 }
 
 // Of the reply, before a line tells otherwise.
@@ -224,9 +244,16 @@ void FindBase(SdpReading &reading) {
 
 } // namespace
 
-int32_t Judge(const SdpReading &reading, int32_t result) {
+// A reader that fails so leaves what the description owns alone.
+int32_t ReadForgiving(SdpReading &reading, int32_t (*read)(SdpReading &reading, std::string_view value),
+                      std::string_view value) {
+    RTSPStreamDescription before = {};
+    if (reading.stream != nullptr) before = reading.stream->description;
+    const int32_t result = read(reading, value);
     const bool isUnreadable = result == kEndEarly || result == RTSP_FAILURE || result == RTSP_BAD_NUMBER;
-    return isUnreadable && reading.dialect.Permits(Rule::kMalformedLine) ? RTSP_SUCCESS : result;
+    if (!isUnreadable || !reading.dialect.Permits(Rule::kMalformedLine)) return result;
+    if (reading.stream != nullptr) reading.stream->description = before;
+    return RTSP_SUCCESS;
 }
 
 int32_t ParseReceivedSDP(std::string_view text, const DescribedSession &to) {
@@ -245,7 +272,9 @@ int32_t ParseReceivedSDP(std::string_view text, const DescribedSession &to) {
     int32_t result = RTSP_SUCCESS;
     do result = ReadLine(reading, line);
     while (result == RTSP_SUCCESS && NextLine(rest, line));
-    if (result == RTSP_SUCCESS) result = FinishSection(reading);
+    const int32_t finished = FinishSection(reading);
+    if (result == RTSP_SUCCESS) result = finished;
+    FinishControlUrls(reading);
     free(to.aggregateUrl);
     to.aggregateUrl = reading.aggregate.release();
     return result == kEndEarly ? RTSP_SUCCESS : result;

@@ -24,6 +24,13 @@ struct RequestMsg;
 struct ResponseMsg;
 struct SDPField;
 
+// The stream whose description was asked for last: it leads to the next one.
+struct StreamAskedFor {
+    RTSPStreamInfo *stream = nullptr;
+    int32_t number = 0;
+    uint32_t changes = 0; // of the list then
+};
+
 struct RTSPClient {
     MediaSession media; // first: the handle is its address, too
 
@@ -55,6 +62,7 @@ struct RTSPClient {
     char *receivedSDP = nullptr;      // owned, free()
     SDPField *sdpFieldList = nullptr; // owned: the session-level lines
     char *aggregateUrl = nullptr;     // owned, free(): request URI behind DESCRIBE; null: server and path
+    StreamAskedFor lastDescribed;
 
     // ---- Earlier connections ----
     int32_t *supersededSockets = nullptr; // owned, free(): open until Destroy

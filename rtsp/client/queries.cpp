@@ -112,22 +112,10 @@ int32_t RTSPClientGetSDPFieldInfo(intptr_t clientHandle, int32_t streamCount, co
 
 namespace {
 
-// The number of an earlier stream that is set up by the same URL; 0 without one.
-int32_t FindSameControl(const MediaSession &session, const RTSPStreamInfo &stream) {
-    if (stream.controlUrl == nullptr) return 0;
-    int32_t number = 1;
-    for (const RTSPStreamInfo *other = session.streamList; other != nullptr && other != &stream;
-         other = other->next) {
-        if (other->controlUrl != nullptr && strcmp(other->controlUrl.get(), stream.controlUrl.get()) == 0)
-            return number;
-        ++number;
-    }
-    return 0;
-}
-
-// The parameters behind the payload type; all of the text where no blank sets them apart.
+// The parameters behind the payload type; all of the text where no blank sets them apart, unless it is a number.
 const char *ParametersOf(const char *fmtp) {
-    const char *const blank = fmtp != nullptr ? strpbrk(fmtp, " \t") : nullptr;
+    if (fmtp == nullptr || fmtp[strspn(fmtp, "0123456789 \t")] == '\0') return nullptr;
+    const char *const blank = strpbrk(fmtp, " \t");
     return blank != nullptr ? blank + 1 : fmtp;
 }
 
@@ -144,7 +132,7 @@ int32_t ChannelsOf(const RTSPStreamInfo &stream) {
     return leftOut ? 1 : is.channels;
 }
 
-RTSPTapStreamDescription Describe(const MediaSession &session, const RTSPStreamInfo &stream) {
+RTSPTapStreamDescription Describe(const RTSPStreamInfo &stream) {
     const RTSPStreamDescription &is = stream.description;
     const FurtherDescription &further = stream.further;
     const bool isAac = is.aacConfig != nullptr;
@@ -158,7 +146,7 @@ RTSPTapStreamDescription Describe(const MediaSession &session, const RTSPStreamI
     description.bandwidth = is.bandwidth;
     description.frameRate = std::isfinite(is.frameRate) && is.frameRate > 0 ? is.frameRate : 0;
     description.controlUrl = stream.controlUrl != nullptr ? stream.controlUrl.get() : "";
-    description.sameControlAs = FindSameControl(session, stream);
+    description.sameControlAs = further.sameControlAs;
     description.fmtp = ParametersOf(is.fmtp);
     description.vps = further.vps;
     description.vpsSize = further.vpsSize;
@@ -171,19 +159,30 @@ RTSPTapStreamDescription Describe(const MediaSession &session, const RTSPStreamI
     return description;
 }
 
+// Streams are asked for one after the other, and a description may have thousands.
+RTSPStreamInfo *FindNextStream(RTSPClient &client, int32_t number) {
+    const uint32_t changes = client.media.channelChanges;
+    StreamAskedFor &last = client.lastDescribed;
+    RTSPStreamInfo *stream =
+        last.changes == changes && number == last.number + 1 ? last.stream->next.load() : nullptr;
+    if (stream == nullptr) stream = FindStreamByNumber(client.media, number);
+    if (stream != nullptr) last = {stream, number, changes};
+    return stream;
+}
+
 } // namespace
 
 int32_t RTSPTapGetStreamDescription(intptr_t clientHandle, int32_t streamNumber,
                                     RTSPTapStreamDescription *description) {
     const ClientTrace trace(__func__, clientHandle);
-    const RTSPClient *const client = LiveClient(clientHandle);
+    RTSPClient *const client = LiveClient(clientHandle);
     if (client == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid client handle\n");
     if (description == nullptr || description->recordSize < sizeof description->recordSize)
         return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid input argument\n");
-    const RTSPStreamInfo *const stream = FindStreamByNumber(client->media, streamNumber);
+    const RTSPStreamInfo *const stream = FindNextStream(*client, streamNumber);
     if (stream == nullptr || streamNumber > client->media.streamCount)
         return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid Stream Number\n");
-    RTSPTapStreamDescription full = Describe(client->media, *stream);
+    RTSPTapStreamDescription full = Describe(*stream);
     full.recordSize = description->recordSize;
     memcpy(description, &full, std::min<std::size_t>(full.recordSize, sizeof full));
     return RTSP_SUCCESS;

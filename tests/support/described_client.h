@@ -6,6 +6,8 @@
 #include "rtsp/client/client.h"
 #include "sdp/sdp_parser.h"
 
+#include <vector>
+
 namespace rtsptap::test {
 
 struct Reading {
@@ -13,12 +15,14 @@ struct Reading {
     Rule without = kNoRule; // of its rules
     std::string_view contentBase = {};
     std::string_view sessionName = "live";
+    std::vector<Rule> with = {}; // rules beside those of the dialect
 };
 
 struct DescribedClient {
     explicit DescribedClient(std::string_view sdp, const Reading &as = {}) {
         client.media.dialect.Choose(as.dialect);
         if (as.without != kNoRule) client.media.dialect.Set(as.without, false);
+        for (const Rule rule : as.with) client.media.dialect.Set(rule, true);
         CopyText(client.sessionName, as.sessionName);
         CopyText(client.serverIp, "10.0.0.2");
         client.serverPort = 554;
