@@ -1,6 +1,7 @@
 #include "rtp/interleaved/connection.h"
 
 #include "platform/system.h"
+#include "rtp/interleaved/splitter.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -42,6 +43,7 @@ void StartAfresh(ReadAhead &reader, int32_t socket) {
     reader.begin = reader.end = reader.replyTail = reader.freshBytes = reader.staleBytes = 0;
     reader.replySinceMs = 0;
     reader.waitIsLimited = reader.outOfStep = false;
+    reader.skipLeft = 0;
 }
 
 bool IsLent(const ReadAhead &reader) { return reader.bytes != reader.own; }
@@ -73,6 +75,20 @@ void Consume(ReadAhead &reader, std::size_t count) {
     reader.replyTail -= std::min(reader.replyTail, count);
     reader.staleBytes -= std::min(reader.staleBytes, count);
     if (reader.begin == reader.end) reader.begin = reader.end = 0;
+}
+
+void Skip(ReadAhead &reader, std::size_t count) {
+    const std::size_t there = std::min(count, Buffered(reader));
+    Consume(reader, there);
+    reader.skipLeft = count - there;
+    reader.skippedMs = MonotonicMs();
+}
+
+void GoOnSkipping(ReadAhead &reader) {
+    if (Buffered(reader) == 0) return;
+    const bool isBelieved = MonotonicMs() - reader.skippedMs <= kReplyGraceMs;
+    reader.outOfStep = reader.outOfStep || !isBelieved;
+    Skip(reader, isBelieved ? reader.skipLeft : 0);
 }
 
 void LendRoom(ReadAhead &reader, std::span<uint8_t> room) {
@@ -141,6 +157,7 @@ ReadAhead *OpenReader(Connection &connection) {
 
 void ForgetConnection(Connection &connection) {
     if (connection.readAhead != nullptr) StartAfresh(*connection.readAhead, -1);
+    connection.unsent = {};
 }
 
 void ReleaseConnection(Connection &connection) {
@@ -151,10 +168,13 @@ void ReleaseConnection(Connection &connection) {
 // ---- replies ----
 
 void BeginAwaiting(Connection &connection, int limitMs, uint32_t cSeq) {
-    connection.lateFrom = connection.firstUnanswered;
-    connection.awaitedCSeq = connection.firstUnanswered != 0 ? cSeq : 0;
     connection.replyLimitMs = limitMs;
     TakePostedReply(connection);
+    {
+        const ScopedLock lock(connection.replyLock);
+        connection.awaitedReplies.awaited = cSeq;
+        connection.awaitedReplies.droppedLate = false;
+    }
     ++connection.exchangeCount; // whoever serves the connection drops text that is older
     connection.awaitingReply = true;
 }
@@ -162,6 +182,76 @@ void BeginAwaiting(Connection &connection, int limitMs, uint32_t cSeq) {
 void EndAwaiting(Connection &connection) {
     connection.awaitingReply = false;
     TakePostedReply(connection);
+}
+
+void BeginConnection(Connection &connection) {
+    {
+        const ScopedLock lock(connection.replyLock);
+        connection.awaitedReplies = {};
+    }
+    const ScopedLock lock(connection.sendLock);
+    connection.unsent = {};
+}
+
+// A server whose late reply was dropped, and that then seems silent, may number its replies in a way of its own.
+void NoteUnanswered(Connection &connection, uint32_t cSeq) {
+    const ScopedLock lock(connection.replyLock);
+    AwaitedReplies &replies = connection.awaitedReplies;
+    if (replies.firstUnanswered == 0) replies.firstUnanswered = cSeq;
+    if (replies.droppedLate && replies.numbers == ReplyNumbers::kUnknown)
+        replies.numbers = ReplyNumbers::kTellNothing;
+}
+
+namespace {
+
+constexpr uint64_t kKeepAliveReplyMs = 2000; // later than that a reply without a number of use is another's
+
+// The keep-alive that a reply may answer: that of its number or, where that says nothing, the first one.
+SentKeepAlive *FindKeepAlive(AwaitedReplies &replies, uint32_t number) {
+    SentKeepAlive *first = nullptr;
+    for (SentKeepAlive &sent : replies.keepAlives) {
+        if (sent.cSeq == 0) continue;
+        if (sent.cSeq == number && replies.numbers != ReplyNumbers::kTellNothing) return &sent;
+        if (first == nullptr || sent.cSeq < first->cSeq) first = &sent;
+    }
+    return first;
+}
+
+// Replies come in the order of the requests: one whose number says nothing belongs to a keep-alive that was sent
+// before the request of the exchange under way, a moment ago.
+bool IsOfKeepAlive(const AwaitedReplies &replies, const SentKeepAlive &sent, uint32_t number, bool isAwaited) {
+    if (sent.cSeq == number && replies.numbers != ReplyNumbers::kTellNothing) return true;
+    if (!isAwaited) return true;
+    return sent.cSeq < replies.awaited && MonotonicMs() - sent.sentMs < kKeepAliveReplyMs;
+}
+
+// Without a request that was given up, numbers tell nothing of late replies.
+ReplyFate JudgeNumber(AwaitedReplies &replies, uint32_t number, bool isAwaited) {
+    const uint32_t awaited = replies.awaited;
+    const bool isExact = isAwaited && number != 0 && number == awaited;
+    SentKeepAlive *const keepAlive = isExact ? nullptr : FindKeepAlive(replies, number);
+    if (keepAlive != nullptr && IsOfKeepAlive(replies, *keepAlive, number, isAwaited)) {
+        keepAlive->cSeq = 0;
+        return ReplyFate::kIsOfKeepAlive;
+    }
+    const bool isLate = replies.numbers != ReplyNumbers::kTellNothing && number != 0 &&
+                        replies.firstUnanswered != 0 && number >= replies.firstUnanswered && number < awaited;
+    if (isLate) {
+        replies.droppedLate = true;
+        return ReplyFate::kIsLate;
+    }
+    if (isAwaited && awaited != 0 && number != 0)
+        replies.numbers = isExact ? ReplyNumbers::kFit : ReplyNumbers::kTellNothing;
+    return ReplyFate::kAnswers;
+}
+
+} // namespace
+
+ReplyFate JudgeReply(Connection &connection, std::string_view text) {
+    const ReplyHead head = ReadReplyHead(text);
+    if (head.status >= 100 && head.status < 200) return ReplyFate::kIsProvisional;
+    const ScopedLock lock(connection.replyLock);
+    return JudgeNumber(connection.awaitedReplies, head.cSeq, connection.awaitingReply);
 }
 
 bool PostReply(Connection &connection, std::string_view text) {

@@ -9,6 +9,7 @@
 
 #include <array>
 #include <atomic>
+#include <bitset>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -76,9 +77,12 @@ struct ReadAhead {
     bool waitIsLimited = false; // a receive call waits kTurnSliceMs and no longer
     std::size_t replyBytes = 0; // of an incomplete reply, when it was last looked at
     bool outOfStep = false;     // bytes were dropped, and no reply has been found behind them: a header may be none
+    std::size_t skipLeft = 0;   // bytes still to come that nobody takes: of a body, or of a frame without a place
+    uint64_t skippedMs = 0;     // when the last of them came
     uint32_t exchange = 0;      // the connection's exchangeCount as it was last seen
     uint32_t routesMade = 0;    // the session's channelChanges that `routes` was made after
     std::array<Route, 256> routes = {};  // by channel
+    std::bitset<256> channels;           // of which are somebody's
     RTSPStreamInfo *signalDue = nullptr; // streams with data that no reader has been told of, by nextSignalDue
     RTSPStreamInfo *lender = nullptr;    // the stream whose ring is asked for room
     uint8_t own[kReaderBytes];           // not cleared: most sessions need little of it
@@ -87,6 +91,10 @@ struct ReadAhead {
 std::size_t Buffered(const ReadAhead &reader);
 std::string_view BufferedText(const ReadAhead &reader);
 void Consume(ReadAhead &reader, std::size_t count);
+// Drops that many bytes, also those that have not come yet.
+void Skip(ReadAhead &reader, std::size_t count);
+// Drops what has come of them. When nothing came for kReplyGraceMs the rest is not believed in any more.
+void GoOnSkipping(ReadAhead &reader);
 
 // Bytes are read into this room from here on. It stays the lender's, who must not use it before ReturnRoom. Does
 // nothing while a frame is under way that is too long to be moved again and again.
@@ -103,32 +111,55 @@ enum class Fill { kBytes, kNothing, kClosed };
 // receive call waits itself.
 Fill FillReader(ReadAhead &reader, int timeoutMs);
 
+// ---- Whose reply it is ----
+
+// What the numbers of a server's replies are worth: some servers' are old, or always the same.
+enum class ReplyNumbers { kUnknown, kFit, kTellNothing };
+
+struct SentKeepAlive {
+    uint32_t cSeq = 0; // 0: its reply has come
+    uint64_t sentMs = 0;
+};
+
+// Guarded by the connection's replyLock.
+struct AwaitedReplies {
+    uint32_t awaited = 0;         // CSeq of the exchange under way; 0: none, or no number tells
+    uint32_t firstUnanswered = 0; // of the first request whose reply did not come in time; 0: all came
+    ReplyNumbers numbers = ReplyNumbers::kUnknown;
+    bool droppedLate = false;                     // one in this exchange
+    std::array<SentKeepAlive, 4> keepAlives = {}; // the last ones whose replies have not come
+};
+
 // ---- The connection ----
+
+// What the socket has taken a part of.
+struct UnsentText {
+    RecvBufferPtr text; // null: nothing
+    std::size_t sent = 0;
+};
 
 struct Connection {
     // ---- Application thread ----
     int replyLimitMs = kReplyTimeoutMs; // how long the reply of the exchange under way is waited for
-    uint32_t firstUnanswered = 0;       // CSeq of the first request whose reply did not come in time; 0: all came
 
     // ---- Written by the application thread, read by the receive threads ----
     std::atomic<int32_t> socket{-1};
     std::atomic<bool> awaitingReply{false}; // an exchange waits: a paused connection is read on
     std::atomic<uint32_t> exchangeCount{0}; // exchanges begun: text that is older answers none of them
-    // Replies numbered from `lateFrom` up to `awaitedCSeq` answer earlier requests; none where that is 0.
-    std::atomic<uint32_t> lateFrom{0};
-    std::atomic<uint32_t> awaitedCSeq{0};
 
     // ---- Whoever serves the connection: a thread, a reader, or an exchange when no thread does ----
     ReceiveTurn turn;
     ReadAhead *readAhead = nullptr; // owned
 
     // ---- Writing ----
-    pthread_mutex_t sendLock = PTHREAD_MUTEX_INITIALIZER; // guards writing to the socket; a leaf
+    pthread_mutex_t sendLock = PTHREAD_MUTEX_INITIALIZER; // guards writing to the socket, and the next; a leaf
+    UnsentText unsent;                                    // to be finished before anything else is written
 
     // ---- A reply on its way: see PostReply ----
     std::atomic<RecvBuffer *> recvData{nullptr};              // owned; changes owner by exchange()
-    pthread_mutex_t replyLock = PTHREAD_MUTEX_INITIALIZER;    // belongs to replyCondition; a leaf
+    pthread_mutex_t replyLock = PTHREAD_MUTEX_INITIALIZER;    // of replyCondition and awaitedReplies; a leaf
     pthread_cond_t replyCondition = PTHREAD_COND_INITIALIZER; // recvData was set
+    AwaitedReplies awaitedReplies;
 };
 
 // The connection's bytes read ahead, made at first use; null when memory is short. Starts afresh on another socket.
@@ -144,6 +175,14 @@ void ReleaseConnection(Connection &connection);
 void BeginAwaiting(Connection &connection, int limitMs = kReplyTimeoutMs, uint32_t cSeq = 0);
 // The exchange is over.
 void EndAwaiting(Connection &connection);
+// Before another connection takes its place: nothing is owed that was asked, or half sent, on the last one.
+void BeginConnection(Connection &connection);
+// The reply did not come in time: it may still come.
+void NoteUnanswered(Connection &connection, uint32_t cSeq);
+
+// What a reply is to the exchange under way. Whoever serves the connection, once for each.
+enum class ReplyFate { kAnswers, kIsLate, kIsProvisional, kIsOfKeepAlive };
+ReplyFate JudgeReply(Connection &connection, std::string_view text);
 
 // Whoever serves the connection: hands a reply over, in the place of one that nobody has taken. False when memory
 // is short.

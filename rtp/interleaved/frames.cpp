@@ -80,9 +80,11 @@ void AcceptFrame(ReadAhead &reader, RTSPStreamInfo &stream, const Frame &frame) 
 
 void MakeRoutes(const MediaSession &session, ReadAhead &reader) {
     reader.routes.fill({});
+    reader.channels.reset();
     const auto claim = [&reader](uint32_t channel, Route route) {
-        if (channel < reader.routes.size() && reader.routes[channel].stream == nullptr)
-            reader.routes[channel] = route;
+        if (channel >= reader.routes.size() || reader.routes[channel].stream != nullptr) return;
+        reader.routes[channel] = route;
+        reader.channels.set(channel);
     };
     RTSPStreamInfo *stream = session.streamList.load(std::memory_order_acquire);
     for (; stream != nullptr; stream = stream->next.load(std::memory_order_acquire)) {

@@ -14,12 +14,17 @@ namespace rtsptap {
 // Looks for the stream of every channel.
 void MakeRoutes(const MediaSession &session, ReadAhead &reader);
 
-// The first stream in description order that has the channel for RTP or, one above, for RTCP. A description may
-// have thousands.
-inline const Route &FindRoute(const MediaSession &session, ReadAhead &reader, uint8_t channel) {
+// Looks for them anew where the list of streams, or a channel, has changed.
+inline void RefreshRoutes(const MediaSession &session, ReadAhead &reader) {
     const uint32_t changes = session.channelChanges; // before the look, so that one during it is seen next time
     if (reader.routesMade != changes) MakeRoutes(session, reader);
     reader.routesMade = changes;
+}
+
+// The first stream in description order that has the channel for RTP or, one above, for RTCP. A description may
+// have thousands.
+inline const Route &FindRoute(const MediaSession &session, ReadAhead &reader, uint8_t channel) {
+    RefreshRoutes(session, reader);
     return reader.routes[channel];
 }
 

@@ -3,6 +3,7 @@
 #include "platform/printers.h"
 #include "platform/system.h"
 #include "rtp/interleaved/frames.h"
+#include "rtp/interleaved/server_requests.h"
 #include "rtp/interleaved/splitter.h"
 #include "rtp/media_session.h"
 #include "rtp/packet_queue.h"
@@ -45,6 +46,13 @@ Dispatch SkipFrame(const Dialect &dialect, const UnsplitBytes &bytes, const Unit
     return Handled(unit.length);
 }
 
+// What nobody takes is dropped by its length: what stands behind it is in step.
+Dispatch PassOver(ReadAhead &reader, std::size_t length) {
+    reader.outOfStep = false;
+    Skip(reader, length);
+    return Handled(0);
+}
+
 // Room is looked for before the body is waited for. A frame without a ring does not fail the exchange that awaits
 // the reply to the first PLAY: the thread will tell.
 Dispatch TakeFrame(MediaSession &session, ReadAhead &reader, const UnsplitBytes &bytes, const Unit &unit) {
@@ -52,6 +60,8 @@ Dispatch TakeFrame(MediaSession &session, ReadAhead &reader, const UnsplitBytes 
     if (route.stream == nullptr && !bytes.outOfStep && session.dialect.IsOn(Rule::kUnknownChannel))
         return SkipFrame(session.dialect, bytes, unit);
     const Fit fit = FindPlace(session, route, unit);
+    if (fit == Fit::kNowhere && bytes.confirmedChannels != nullptr && unit.bodyLength <= session.mtuSize)
+        return PassOver(reader, unit.length);
     if (fit == Fit::kNoMemory && bytes.rule != ReplyEnd::kFirstFrame) return {Dispatch::kNoMemory};
     const FrameFate fate = LookIntoFrame(bytes, unit, fit == Fit::kFits);
     switch (fate.kind) {
@@ -64,18 +74,21 @@ Dispatch TakeFrame(MediaSession &session, ReadAhead &reader, const UnsplitBytes 
         break;
     case FrameFate::Kind::kWhole:
         Deliver(reader, route, bytes.text, unit);
+        if (bytes.outOfStep && bytes.confirmedChannels != nullptr) reader.outOfStep = false;
         break;
     }
     return Handled(fate.length);
 }
 
-// Whether rules drop a reply that is not the one awaited.
-bool IsPassedOver(const MediaSession &session, std::string_view reply) {
-    switch (JudgeReply(reply, session.connection.lateFrom, session.connection.awaitedCSeq)) {
+// Whether a reply is dropped that is not the one awaited.
+bool IsPassedOver(MediaSession &session, std::string_view reply) {
+    switch (JudgeReply(session.connection, reply)) {
     case ReplyFate::kIsLate:
         return session.dialect.Permits(Rule::kLateReply);
     case ReplyFate::kIsProvisional:
         return session.dialect.Permits(Rule::kProvisionalReply);
+    case ReplyFate::kIsOfKeepAlive:
+        return true;
     case ReplyFate::kAnswers:
         break;
     }
@@ -96,12 +109,33 @@ Dispatch TakeReply(MediaSession &session, ReadAhead &reader, const UnsplitBytes 
     const bool isLost = unit.fillsBuffer && bytes.rule == ReplyEnd::kFirstDollar && !bytes.isFramed;
     CountFraming(session.dialect, bytes, unit, reader.replySinceMs != 0);
     reader.replySinceMs = 0;
-    const bool isPassedOver = IsPassedOver(session, bytes.text.substr(0, unit.length));
-    if (!isPassedOver && !PostReply(session.connection, bytes.text.substr(0, isLost ? 0 : unit.length)))
+    const std::string_view text = bytes.text.substr(0, unit.length);
+    const bool isPassedOver = IsPassedOver(session, text);
+    if (!isPassedOver && !PostReply(session.connection, text.substr(0, isLost ? 0 : text.size())))
         return {Dispatch::kNoMemory};
     reader.outOfStep = false;
     reader.replyTail = bytes.text.size(); // less what is consumed
-    return Handled(unit.length);
+    // One receive is one message: the one that is awaited may have come with it.
+    if (isPassedOver && !bytes.isFramed) return Handled(MessageLength(text));
+    Skip(reader, unit.length + unit.skipped);
+    return Handled(0);
+}
+
+// Its body is skipped.
+Dispatch TakeRequest(MediaSession &session, ReadAhead &reader, const UnsplitBytes &bytes, const Unit &unit) {
+    session.dialect.Permits(Rule::kServerRequest);
+    reader.replySinceMs = 0;
+    AnswerRequest(session.connection, bytes.text.substr(0, unit.length));
+    return PassOver(reader, unit.length + unit.skipped);
+}
+
+// Told, and counted, once for all that is dropped up to the next unit.
+Dispatch DropJunk(const Dialect &dialect, ReadAhead &reader, const UnsplitBytes &bytes, const Unit &unit) {
+    const bool isFirst = !reader.outOfStep || bytes.confirmedChannels == nullptr;
+    if (bytes.confirmedChannels != nullptr) reader.replySinceMs = 0;
+    if (isFirst) PrintCorrupted();
+    if (isFirst && bytes.confirmedChannels != nullptr) dialect.Permits(Rule::kJunk);
+    return DropHeader(reader, unit.length, kFrameHeaderBytes);
 }
 
 Dispatch DropStaleText(ReadAhead &reader, const Unit &unit) {
@@ -130,9 +164,10 @@ Dispatch TakeUnit(MediaSession &session, ReadAhead &reader, const UnsplitBytes &
         return TakeReply(session, reader, bytes, unit);
     case Unit::Kind::kStaleText:
         return DropStaleText(reader, unit);
+    case Unit::Kind::kRequest:
+        return TakeRequest(session, reader, bytes, unit);
     case Unit::Kind::kJunk:
-        PrintCorrupted();
-        return DropHeader(reader, unit.length, kFrameHeaderBytes);
+        return DropJunk(session.dialect, reader, bytes, unit);
     case Unit::Kind::kMoreNeeded:
         break;
     }
@@ -147,17 +182,27 @@ void NoteExchange(const Connection &connection, ReadAhead &reader) {
     reader.freshBytes = 0;
 }
 
-UnsplitBytes NotYetTaken(const MediaSession &session, const ReadAhead &reader, ReplyEnd rule, bool isFinal,
-                         bool graceIsOver) {
-    return {.text = BufferedText(reader),
-            .staleBytes = reader.staleBytes,
-            .rule = rule,
-            .awaitsReply = session.connection.awaitingReply,
-            .outOfStep = reader.outOfStep,
-            .isFinal = isFinal,
-            .replyIsFinal = isFinal || (graceIsOver && reader.replySinceMs != 0),
-            .isFramed = session.dialect.IsOn(Rule::kFramedReplies),
-            .anyBodyLength = session.dialect.IsOn(Rule::kAnyBodyLength)};
+// How the bytes are read: the same for all that lies there.
+UnsplitBytes WayOfReading(const MediaSession &session, ReadAhead &reader, ReplyEnd rule, bool isFinal) {
+    UnsplitBytes bytes;
+    bytes.rule = rule;
+    bytes.isFinal = isFinal;
+    bytes.isFramed = session.dialect.IsOn(Rule::kFramedReplies);
+    bytes.anyBodyLength = session.dialect.IsOn(Rule::kAnyBodyLength);
+    bytes.hasRequests = session.dialect.IsOn(Rule::kServerRequest);
+    if (!session.dialect.IsOn(Rule::kJunk)) return bytes;
+    RefreshRoutes(session, reader);
+    bytes.confirmedChannels = &reader.channels;
+    bytes.longestBody = session.mtuSize;
+    return bytes;
+}
+
+void LookAgain(UnsplitBytes &bytes, const Connection &connection, const ReadAhead &reader, bool graceIsOver) {
+    bytes.text = BufferedText(reader);
+    bytes.staleBytes = reader.staleBytes;
+    bytes.awaitsReply = connection.awaitingReply;
+    bytes.outOfStep = reader.outOfStep;
+    bytes.replyIsFinal = bytes.isFinal || (graceIsOver && reader.replySinceMs != 0);
 }
 
 // Handles what lies complete in the reader, up to a first failure of memory, which it tells; false then. Readers
@@ -165,10 +210,13 @@ UnsplitBytes NotYetTaken(const MediaSession &session, const ReadAhead &reader, R
 bool TakeUnits(MediaSession &session, ReadAhead &reader, ReplyEnd rule, bool isFinal, bool graceIsOver) {
     const Connection &connection = session.connection;
     NoteExchange(connection, reader);
+    if (reader.skipLeft > 0) GoOnSkipping(reader);
+    UnsplitBytes bytes = WayOfReading(session, reader, rule, isFinal);
     Dispatch dispatch = Handled(0);
     while (dispatch.result == Dispatch::kHandled &&
            !(rule == ReplyEnd::kFirstFrame && connection.recvData != nullptr)) {
-        dispatch = TakeUnit(session, reader, NotYetTaken(session, reader, rule, isFinal, graceIsOver));
+        LookAgain(bytes, connection, reader, graceIsOver);
+        dispatch = TakeUnit(session, reader, bytes);
         Consume(reader, dispatch.consumed);
     }
     SignalDueStreams(reader);
@@ -292,8 +340,9 @@ WaitEnd WaitForReply(const ReadAhead &reader, uint64_t deadlineMs) {
     const uint64_t now = MonotonicMs();
     if (now >= deadlineMs) return WaitEnd::kDeadline;
     const int grace = ReplyGraceLeft(reader);
+    const auto left = static_cast<int>(deadlineMs - now);
     pollfd arrival = {reader.socket, POLLIN, 0};
-    const int ready = poll(&arrival, 1, grace >= 0 ? grace : static_cast<int>(deadlineMs - now));
+    const int ready = poll(&arrival, 1, grace >= 0 ? std::min(grace, left) : left);
     if (ready < 0 && grace < 0) return WaitEnd::kFailed;
     return ready > 0 ? WaitEnd::kReadable : WaitEnd::kNothing;
 }
@@ -308,7 +357,7 @@ RecvBufferPtr ReceiveReplyAmongFrames(MediaSession &session, int32_t &failure, b
     if (takesFrames) SizeRings(session);
     const uint64_t deadline = MonotonicMs() + static_cast<uint64_t>(session.connection.replyLimitMs);
     for (bool closed = false;;) {
-        const bool graceIsOver = ReplyGraceLeft(*reader) == 0;
+        const bool graceIsOver = ReplyGraceLeft(*reader) == 0 || MonotonicMs() >= deadline;
         const bool goesOn = TakeUnits(session, *reader, ReplyEnd::kFirstFrame, closed, graceIsOver);
         if (session.connection.recvData != nullptr || !goesOn || closed) break;
         const WaitEnd wait = WaitForReply(*reader, deadline);

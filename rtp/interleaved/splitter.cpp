@@ -15,6 +15,7 @@ namespace {
 //     | '$'    | channel | body length, big-endian | body ...
 constexpr std::string_view kReplyStart = "RTSP";
 constexpr std::string_view kReplyVersion = "RTSP/1.0 ";
+constexpr std::size_t kLongestSkip = 1 << 20; // a body that claims to be longer is not believed
 
 // ---- where a reply ends ----
 
@@ -111,6 +112,7 @@ std::size_t SkipLineEnds(std::string_view text, std::size_t at) {
 struct FramedEnd {
     std::size_t length = std::string_view::npos;
     bool lengthIsWrong = false;
+    std::size_t skipped = 0; // of a body that is too long to be kept
 };
 
 // Line ends behind the body go with it: between messages they mean nothing.
@@ -118,6 +120,9 @@ FramedEnd FindFramedEnd(const UnsplitBytes &bytes, std::string_view text) {
     const ReplyParts parts = MeasureReply(text);
     if (parts.body > text.size()) { // also where that is unknown
         if (!bytes.replyIsFinal && text.size() < kFramedReplyBytes) return {};
+        const std::size_t rest = parts.body - text.size();
+        if (!bytes.replyIsFinal && parts.head != text.npos && rest <= kLongestSkip)
+            return {text.size(), false, rest};
         return {std::min(LengthBeforeFrame(text), text.size()), parts.head != text.npos};
     }
     const FramedEnd asAnnounced{SkipLineEnds(text, parts.body)};
@@ -166,6 +171,101 @@ std::size_t DropLength(const UnsplitBytes &bytes) {
     return reply.result == Search::kFound ? reply.at : kFrameHeaderBytes;
 }
 
+// ---- requests of the server ----
+
+enum class Begins { kNo, kMaybe, kYes };
+
+// OPTIONS rtsp://camera/live RTSP/1.0
+// Upper case, which no junk keeps up for long. kMaybe: as far as it came.
+Begins BeginsRequest(std::string_view text) {
+    constexpr std::string_view kMethodLetters = "ABCDEFGHIJKLMNOPQRSTUVWXYZ_";
+    constexpr std::size_t kShortestMethod = 3;
+    constexpr std::size_t kLongestMethod = 24;
+    constexpr std::size_t kLongestUri = 4200;
+    constexpr std::string_view kVersion = " RTSP/1.";
+    const auto cut = [](std::size_t most, std::size_t size) { return size < most ? Begins::kMaybe : Begins::kNo; };
+    const std::size_t method = text.substr(0, kLongestMethod + 1).find_first_not_of(kMethodLetters);
+    if (method == text.npos) return cut(kLongestMethod, text.size());
+    if (method < kShortestMethod || text[method] != ' ') return Begins::kNo;
+    text.remove_prefix(method + 1);
+    const auto isOfUri = [](char c) { return c > ' ' && c < 0x7F; };
+    const auto uri = static_cast<std::size_t>(std::ranges::find_if_not(text, isOfUri) - text.begin());
+    if (uri == text.size()) return cut(kLongestUri, uri);
+    const std::string_view version = text.substr(uri, kVersion.size());
+    if (uri == 0 || uri > kLongestUri || !kVersion.starts_with(version)) return Begins::kNo;
+    return version == kVersion ? Begins::kYes : Begins::kMaybe;
+}
+
+// The body is skipped as it comes.
+Unit NextRequest(const UnsplitBytes &bytes) {
+    constexpr std::size_t kLongestHead = 16384;
+    const std::string_view text = bytes.text.substr(0, kLongestHead);
+    const std::size_t head = HeadLength(text);
+    if (head == text.npos) {
+        const bool isHopeless = bytes.isFinal || text.size() == kLongestHead;
+        return isHopeless ? Unit{.kind = Unit::Kind::kJunk, .length = 1} : Unit{};
+    }
+    Unit unit{.kind = Unit::Kind::kRequest, .length = head};
+    unit.skipped = BodyLength(text.substr(0, head));
+    if (unit.skipped > kLongestSkip) unit.skipped = 0;
+    return unit;
+}
+
+// ---- in step again behind junk ----
+
+// Whether a unit stands at the front, as far as it came.
+Begins BeginsUnit(const UnsplitBytes &bytes, std::string_view text) {
+    if (text.empty()) return Begins::kMaybe;
+    if (text.front() == '$') {
+        if (text.size() == 1) return Begins::kMaybe;
+        return bytes.confirmedChannels->test(static_cast<uint8_t>(text[1])) ? Begins::kYes : Begins::kNo;
+    }
+    if (text.starts_with(kReplyStart)) return Begins::kYes;
+    if (kReplyStart.starts_with(text)) return Begins::kMaybe;
+    return bytes.hasRequests ? BeginsRequest(text) : Begins::kNo;
+}
+
+// Up to where the next unit may begin.
+Unit JunkUpToUnit(const UnsplitBytes &bytes) {
+    std::size_t at = 1;
+    while (at < bytes.text.size() && BeginsUnit(bytes, bytes.text.substr(at)) == Begins::kNo) ++at;
+    return {.kind = Unit::Kind::kJunk, .length = at};
+}
+
+Unit FrameAt(std::string_view text) {
+    const auto *const header = reinterpret_cast<const uint8_t *>(text.data());
+    Unit unit{.kind = Unit::Kind::kFrame, .channel = header[1], .bodyLength = wire::U16(header + 2)};
+    unit.length = kFrameHeaderBytes + unit.bodyLength;
+    return unit;
+}
+
+// Whether a whole frame lies further on, and the header of another one behind it: then the one at the front, which
+// is longer than what has come, is none. It would be waited for in vain.
+bool HidesFrame(const UnsplitBytes &bytes) {
+    const std::string_view text = bytes.text;
+    const auto isHeader = [&](std::size_t at) {
+        return at + kFrameHeaderBytes <= text.size() && text[at] == '$' &&
+               bytes.confirmedChannels->test(static_cast<uint8_t>(text[at + 1]));
+    };
+    for (std::size_t at = text.find('$', 1); at != text.npos; at = text.find('$', at + 1))
+        if (isHeader(at) && isHeader(at + FrameAt(text.substr(at)).length)) return true;
+    return false;
+}
+
+// Behind junk a header counts when its channel is known, and another unit begins behind the frame; not when it
+// would hide a reply that is awaited.
+Begins ConfirmFrame(const UnsplitBytes &bytes, const Unit &frame) {
+    if (!bytes.confirmedChannels->test(frame.channel) || frame.bodyLength > bytes.longestBody) return Begins::kNo;
+    if (bytes.awaitsReply && SearchReply(bytes.text, kReplyVersion, frame.length, true).result == Search::kFound)
+        return Begins::kNo;
+    if (bytes.text.size() <= frame.length) {
+        const bool isLast = bytes.isFinal && bytes.text.size() == frame.length;
+        if (bytes.isFinal || HidesFrame(bytes)) return isLast ? Begins::kYes : Begins::kNo;
+        return Begins::kMaybe;
+    }
+    return BeginsUnit(bytes, bytes.text.substr(frame.length));
+}
+
 // ---- units ----
 
 // Where a reply is all that is awaited, any text is taken for it, but not the body of a frame that was dropped.
@@ -190,37 +290,73 @@ Unit NextReply(const UnsplitBytes &bytes) {
     Unit unit{.kind = Unit::Kind::kReply, .length = std::min(end.length, text.size())};
     unit.fillsBuffer = unit.length == most;
     unit.lengthIsWrong = end.lengthIsWrong;
+    unit.skipped = end.skipped;
     return unit;
 }
 
 Unit NextFrame(const UnsplitBytes &bytes) {
-    const auto *const header = reinterpret_cast<const uint8_t *>(bytes.text.data());
     if (bytes.awaitsReply &&
         SearchReply(bytes.text, kReplyStart, kFrameHeaderBytes, bytes.isFinal).result == Search::kMoreNeeded)
         return {};
-    if (header[0] != '$') return {.kind = Unit::Kind::kJunk, .length = DropLength(bytes)};
-    Unit unit{.kind = Unit::Kind::kFrame, .channel = header[1], .bodyLength = wire::U16(header + 2)};
-    unit.length = kFrameHeaderBytes + unit.bodyLength;
-    return unit;
+    if (bytes.text.front() != '$') return {.kind = Unit::Kind::kJunk, .length = DropLength(bytes)};
+    return FrameAt(bytes.text);
+}
+
+// What does not begin as a unit does, or stands behind junk.
+Unit NextConfirmed(const UnsplitBytes &bytes) {
+    const bool isFrame = bytes.text.starts_with('$');
+    if (isFrame && bytes.text.size() < kFrameHeaderBytes && !bytes.isFinal) return {};
+    Begins begins = Begins::kNo;
+    if (!isFrame)
+        begins = bytes.replyIsFinal ? Begins::kNo : BeginsUnit(bytes, bytes.text);
+    else if (bytes.text.size() >= kFrameHeaderBytes)
+        begins = ConfirmFrame(bytes, FrameAt(bytes.text));
+    if (begins == Begins::kNo) return JunkUpToUnit(bytes);
+    return isFrame && begins == Begins::kYes ? FrameAt(bytes.text) : Unit{};
+}
+
+// A frame in step is told by its first byte; everything else is looked at closer.
+Unit NextText(const UnsplitBytes &bytes) {
+    if (bytes.hasRequests && !bytes.text.starts_with('$')) {
+        const Begins begins = BeginsRequest(bytes.text);
+        if (begins == Begins::kYes) return NextRequest(bytes);
+        if (begins == Begins::kMaybe && !bytes.replyIsFinal && !kReplyStart.starts_with(bytes.text))
+            return {.replyBegun = true};
+    }
+    if (ReplyStandsNext(bytes)) return bytes.staleBytes > 0 ? StaleText(bytes) : NextReply(bytes);
+    if (bytes.confirmedChannels != nullptr && !bytes.text.empty()) return NextConfirmed(bytes);
+    return bytes.text.size() < kFrameHeaderBytes ? Unit{} : NextFrame(bytes);
 }
 
 } // namespace
 
 Unit NextUnit(const UnsplitBytes &bytes) {
-    if (ReplyStandsNext(bytes)) return bytes.staleBytes > 0 ? StaleText(bytes) : NextReply(bytes);
+    const bool isFrame = bytes.text.starts_with('$') && (!bytes.outOfStep || bytes.confirmedChannels == nullptr);
+    if (!isFrame) return NextText(bytes);
     return bytes.text.size() < kFrameHeaderBytes ? Unit{} : NextFrame(bytes);
 }
 
-ReplyFate JudgeReply(std::string_view text, uint32_t lateFrom, uint32_t cSeq) {
-    std::string_view head = text.substr(0, HeadLength(text));
+ReplyHead ReadReplyHead(std::string_view text) {
+    const std::string_view head = text.substr(0, HeadLength(text));
     const auto number = static_cast<uint32_t>(std::max(LeadingNumber(HeaderValue(head, "CSeq")), 0));
+    std::string_view rest = head;
     std::string_view line;
     std::string_view version;
-    NextLine(head, line);
+    NextLine(rest, line);
     Until(line, ' ', version);
-    const int32_t status = LeadingNumber(line);
-    if (status >= 100 && status < 200) return ReplyFate::kIsProvisional;
-    return number > 0 && number >= lateFrom && number < cSeq ? ReplyFate::kIsLate : ReplyFate::kAnswers;
+    return {LeadingNumber(line), number};
+}
+
+ServerRequest ReadRequest(std::string_view text) {
+    const std::string_view head = text.substr(0, HeadLength(text));
+    return {.method = head.substr(0, head.find(' ')),
+            .cSeq = WithoutBlanks(HeaderValue(head, "CSeq")),
+            .session = WithoutBlanks(HeaderValue(head, "Session"))};
+}
+
+std::size_t MessageLength(std::string_view text) {
+    const ReplyParts parts = MeasureReply(text);
+    return parts.body <= text.size() ? SkipLineEnds(text, parts.body) : text.size();
 }
 
 // Out of step the header may be bytes of a body: an awaited reply within the frame it announces is no part of it.

@@ -3,6 +3,7 @@
 // room and who gets a reply is the service's affair. Any thread.
 #pragma once
 
+#include <bitset>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -15,6 +16,8 @@ enum class ReplyEnd {
     kFirstFrame   // where a frame begins, or, once its blank line and body are there, with what has been received
 };
 
+using Channels = std::bitset<256>;
+
 struct UnsplitBytes {
     std::string_view text;      // not yet consumed
     std::size_t staleBytes = 0; // the first of them, received before the exchange under way began
@@ -25,12 +28,18 @@ struct UnsplitBytes {
     bool replyIsFinal = false;  // nothing more is waited for behind a reply that has begun
     bool isFramed = false;      // a reply ends where its blank line and its Content-Length say,
     bool anyBodyLength = false; // which may be missing or wrong
+    bool hasRequests = false;   // the server may ask, too
+    // Those that frames are expected of, when a frame behind junk counts only if another unit begins behind it;
+    // null: any header counts that has a place.
+    const Channels *confirmedChannels = nullptr;
+    std::size_t longestBody = 0; // of a frame that counts so
 };
 
 struct Unit {
     enum class Kind {
         kMoreNeeded, // nothing can be said before more bytes come
         kReply,      // `length` bytes of RTSP text
+        kRequest,    // `length` bytes of a server's request, up to its body
         kStaleText,  // `length` bytes of text that answers no exchange under way
         kFrame,      // `length` bytes by its header; what stands there is told by LookIntoFrame
         kJunk        // neither: `length` bytes to drop
@@ -40,17 +49,30 @@ struct Unit {
     bool replyBegun = false;    // kMoreNeeded: a reply stands at the front, its rest is to come
     bool fillsBuffer = false;   // kReply: cut where the longest reply ends
     bool lengthIsWrong = false; // kReply: its Content-Length is missing or wrong
+    std::size_t skipped = 0;    // kReply, kRequest: bytes of its body behind it, which nobody takes
     uint8_t channel = 0;        // kFrame
     std::size_t bodyLength = 0; // kFrame: as its header says
 };
 
 Unit NextUnit(const UnsplitBytes &bytes);
 
-// What a whole text is to an exchange that awaits the reply to the request numbered `cSeq`. Requests from
-// `lateFrom` on were not answered in time; without one, numbers tell nothing, for some servers' are old or always
-// the same.
-enum class ReplyFate { kAnswers, kIsLate, kIsProvisional };
-ReplyFate JudgeReply(std::string_view text, uint32_t lateFrom, uint32_t cSeq);
+// What the first lines of a reply tell.
+struct ReplyHead {
+    int32_t status = 0;
+    uint32_t cSeq = 0; // 0: none, or no number
+};
+ReplyHead ReadReplyHead(std::string_view text);
+
+// What a server asks. Values as they stand, without the blanks around them; empty where there is none.
+struct ServerRequest {
+    std::string_view method;
+    std::string_view cSeq;
+    std::string_view session;
+};
+ServerRequest ReadRequest(std::string_view text);
+
+// The length of the first whole message with its body, or of all when none is whole.
+std::size_t MessageLength(std::string_view text);
 
 // The length of a reply's status line and headers with the blank line behind them; npos while it may still come.
 std::size_t HeadLength(std::string_view text);

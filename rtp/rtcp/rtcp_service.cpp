@@ -3,6 +3,7 @@
 #include "platform/printers.h"
 #include "platform/system.h"
 #include "platform/wire.h"
+#include "rtp/interleaved/sending.h"
 #include "rtp/media_session.h"
 #include "rtp/service_thread.h"
 #include "rtp/serving.h"
@@ -24,12 +25,6 @@ constexpr int32_t kLongestFrame = 128; // bytes, header included
 constexpr int32_t kFrameHeader = 4;    // '$', channel, length of the body
 constexpr int kRestTimeoutMs = 1000;   // for the rest of a frame that has been begun
 
-// True when nothing at all can be said of the socket within the time: neither room nor a failure.
-bool StaysFull(int socket, int timeoutMs) {
-    pollfd wait = {.fd = socket, .events = POLLOUT, .revents = 0};
-    return socket >= 0 && poll(&wait, 1, timeoutMs) == 0;
-}
-
 // One send; only when the kernel is so short of memory that it takes a part does the rest follow, because a
 // frame that has been begun must be finished.
 bool SendFrame(int socket, std::span<const uint8_t> frame) {
@@ -50,7 +45,17 @@ bool SendOrDrop(Connection &connection, std::span<const uint8_t> frame) {
     if (pthread_mutex_trylock(&connection.sendLock) != 0) return true;
     const ScopeExit unlock([&connection] { MutexUnlock(&connection.sendLock); });
     const int socket = connection.socket; // what connect(2) did to it is seen with it
-    return StaysFull(socket, 0) || SendFrame(socket, frame);
+    return !IsClear(connection) || StaysFull(socket, 0) || SendFrame(socket, frame);
+}
+
+} // namespace
+
+namespace {
+
+// A server that named no port hears no reports, rather than whoever has port 1.
+bool HasNoReportPort(const RTSPStreamInfo &stream) {
+    return stream.serverPort.load(std::memory_order_relaxed) == 0 &&
+           stream.session->dialect.IsOn(Rule::kSinglePort);
 }
 
 } // namespace
@@ -59,6 +64,7 @@ int32_t SendRtcpPacket(RTSPStreamInfo *stream, const uint8_t *packet, int32_t le
     const CallTrace trace(__func__);
     if (stream == nullptr) return trace.Fail(RTSP_SUCCESS, "EXIT : %s :Null Pointer Assignment \n");
     if (stream->session->dataProto.load(std::memory_order_relaxed) == DATA_PROTO_TCP) return RTSP_SUCCESS;
+    if (HasNoReportPort(*stream)) return RTSP_SUCCESS;
     const auto port = static_cast<uint16_t>(stream->serverPort.load(std::memory_order_relaxed) + 1);
     const ssize_t sent = SendTo(stream->rtcpSocket, packet, static_cast<std::size_t>(length),
                                 WithPort(stream->session->server.Get(), port));

@@ -197,8 +197,7 @@ int32_t ReceiveReply(Exchange &exchange) {
     int32_t failure = RTSP_NO_RESPONSE;
     exchange.reply = ObtainReply(*exchange.client, exchange.method.method, failure);
     if (exchange.reply != nullptr) return RTSP_SUCCESS;
-    uint32_t &firstUnanswered = exchange.client->media.connection.firstUnanswered;
-    if (failure == RTSP_RESPONSE_TIMEOUT && firstUnanswered == 0) firstUnanswered = exchange.client->cSeq;
+    if (failure == RTSP_RESPONSE_TIMEOUT) NoteUnanswered(exchange.client->media.connection, exchange.client->cSeq);
     return exchange.trace.Fail(failure, "EXIT : %s : No RTSP response received from server \n");
 }
 

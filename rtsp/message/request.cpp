@@ -3,7 +3,7 @@
 #include "platform/printers.h"
 #include "platform/system.h"
 #include "platform/text.h"
-#include "rtp/interleaved/connection.h"
+#include "rtp/interleaved/sending.h"
 #include "rtsp/message/authentication.h"
 #include "rtsp/message/header_list.h"
 #include "rtsp/message/methods.h"
@@ -15,7 +15,6 @@
 #include <initializer_list>
 #include <new>
 #include <string_view>
-#include <sys/socket.h>
 
 namespace rtsptap {
 
@@ -193,12 +192,6 @@ char *Serialise(const RequestMsg &request, char *text) {
     return Append(end, {"\r\n"});
 }
 
-// One send, never repeated. The lock keeps reports of an interleaved connection out of the request's bytes.
-ssize_t SendOnce(Connection &connection, std::string_view text) {
-    const ScopedLock lock(connection.sendLock);
-    return send(connection.socket, text.data(), text.size(), MSG_NOSIGNAL);
-}
-
 } // namespace
 
 int32_t SendRequestMessage(Connection &connection, const RequestMsg *request) {
@@ -211,7 +204,7 @@ int32_t SendRequestMessage(Connection &connection, const RequestMsg *request) {
 
     const char *const end = Serialise(*request, text.get());
     RtpRtspInfoPrint("RTSP SENDING: \n%s\n\n", text.get());
-    if (SendOnce(connection, {text.get(), end}) < 0)
+    if (SendWaiting(connection, {text.get(), end}) < 0)
         return trace.Fail(RTSP_SEND_FAILED, "\tEXIT : %s :Problem in Sending Request to Server\n");
     return RTSP_SUCCESS;
 }

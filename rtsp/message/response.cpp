@@ -57,6 +57,10 @@ bool IsStatusCode(std::string_view text) {
     return text.size() == 3 && std::all_of(text.begin(), text.end(), IsDigit);
 }
 
+bool IsZero(std::string_view code) {
+    return !code.empty() && std::all_of(code.begin(), code.end(), [](char c) { return c == '0'; });
+}
+
 // RTSP/1.0 200 OK
 // version, space, status code, space, reason phrase: all three are required, the version is not compared.
 bool ParseStatusLine(const Reading &reading, std::string_view line) {
@@ -73,10 +77,13 @@ bool ParseStatusLine(const Reading &reading, std::string_view line) {
     response.statusCode = LeadingNumber(line);
     std::string_view statusCode;
     if (!Until(line, ' ', statusCode)) {
-        if (!IsStatusCode(line) || !Permits(reading, line, Rule::kNoReasonPhrase))
+        const bool isCode = IsStatusCode(line) || (IsZero(line) && dialect.IsOn(Rule::kStatusZero));
+        if (!isCode || !Permits(reading, line, Rule::kNoReasonPhrase))
             return trace.Fail(false, "\tEXIT : %s : RTSP Status not found in response buffer\n");
-        line = {};
+        statusCode = std::exchange(line, {});
     }
+    if (response.statusCode == 0 && IsZero(statusCode) && Permits(reading, statusCode, Rule::kStatusZero))
+        response.statusCode = 200;
     if (response.statusCode == 0)
         return trace.Fail(false, "EXIT : %s :Problem in converting Ascii to Integer value \n");
     response.reasonPhrase = DuplicateText(line).release();

@@ -1,0 +1,68 @@
+#include "rtp/interleaved/sending.h"
+
+#include "platform/system.h"
+
+#include <cerrno>
+#include <poll.h>
+#include <sys/socket.h>
+
+namespace rtsptap {
+namespace {
+
+constexpr uint64_t kLockWaitMs = 5; // a request is handed to the system in less, unless the server does not read
+
+// Sends what is left of the unsent text; false while some remains. A failure drops it: the connection is broken.
+bool SendLeft(Connection &connection, int flags) {
+    UnsentText &unsent = connection.unsent;
+    while (unsent.text != nullptr) {
+        const auto left = static_cast<std::size_t>(unsent.text->length) - unsent.sent;
+        const ssize_t sent = send(connection.socket, unsent.text->data + unsent.sent, left, flags | MSG_NOSIGNAL);
+        if (sent < 0 && (errno == EAGAIN || IsInterrupted(errno))) return false;
+        unsent.sent += sent < 0 ? left : static_cast<std::size_t>(sent);
+        if (unsent.sent >= static_cast<std::size_t>(unsent.text->length)) unsent = {};
+    }
+    return true;
+}
+
+bool LockWithin(pthread_mutex_t &lock, uint64_t ms) {
+    const timespec end = MonotonicTime(MonotonicMs() + ms);
+    return pthread_mutex_clocklock(&lock, CLOCK_MONOTONIC, &end) == 0;
+}
+
+} // namespace
+
+bool StaysFull(int socket, int timeoutMs) {
+    pollfd wait = {.fd = socket, .events = POLLOUT, .revents = 0};
+    return socket >= 0 && poll(&wait, 1, timeoutMs) == 0;
+}
+
+bool IsClear(Connection &connection) {
+    return connection.unsent.text == nullptr || SendLeft(connection, MSG_DONTWAIT);
+}
+
+bool SendRest(Connection &connection) {
+    if (pthread_mutex_trylock(&connection.sendLock) != 0) return false;
+    const ScopeExit unlock([&connection] { MutexUnlock(&connection.sendLock); });
+    return IsClear(connection);
+}
+
+Sent SendWithoutWaiting(Connection &connection, RecvBufferPtr text) {
+    if (!LockWithin(connection.sendLock, kLockWaitMs)) return Sent::kNotNow;
+    const ScopeExit unlock([&connection] { MutexUnlock(&connection.sendLock); });
+    if (!IsClear(connection) || StaysFull(connection.socket, 0)) return Sent::kNotNow;
+    const auto length = static_cast<std::size_t>(text->length);
+    const ssize_t sent = send(connection.socket, text->data, length, MSG_DONTWAIT | MSG_NOSIGNAL);
+    if (sent < 0) return errno == EAGAIN || IsInterrupted(errno) ? Sent::kNotNow : Sent::kFailed;
+    if (static_cast<std::size_t>(sent) < length)
+        connection.unsent = {std::move(text), static_cast<std::size_t>(sent)};
+    return Sent::kTaken;
+}
+
+ssize_t SendWaiting(Connection &connection, std::string_view text) {
+    const ScopedLock lock(connection.sendLock);
+    while (!SendLeft(connection, 0)) {
+    }
+    return send(connection.socket, text.data(), text.size(), MSG_NOSIGNAL);
+}
+
+} // namespace rtsptap

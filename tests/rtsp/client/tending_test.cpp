@@ -1,0 +1,158 @@
+// The RTSP connection beside requests and their replies: what servers ask, junk, replies that are late or too long.
+#include "dialect/dialect.h"
+#include "tests/support/session.h"
+
+namespace rtsptap::test {
+namespace {
+
+void Set(intptr_t client, int32_t option, int64_t value) { EXPECT_EQ(RTSPTapSetOption(client, option, value), 0); }
+
+std::string Numbered(int number, const std::string &status = "200 OK", const std::string &body = "") {
+    std::string text = "RTSP/1.0 " + status + "\r\nCSeq: " + std::to_string(number) + "\r\n";
+    if (!body.empty()) text += "Content-Length: " + std::to_string(body.size()) + "\r\n";
+    return text + "\r\n" + body;
+}
+
+std::string Frames(uint16_t first, uint16_t last) {
+    std::string bytes;
+    for (const uint16_t number : Numbers(first, last)) bytes += Frame(0, Rtp(number));
+    return bytes;
+}
+
+// A client of the tolerant dialect, in a state.
+struct Tolerant : Session {
+    Tolerant(uint32_t dataProto, RTSPClientState state, const Script &further)
+        : Session(dataProto, state, further) {
+        RecordOf(*this).media.dialect.Choose(RTSPTAP_DIALECT_TOLERANT);
+    }
+    uint64_t Uses(Rule rule) const { return RecordOf(*this).media.dialect.Uses(rule); }
+};
+
+constexpr char kAsked[] = "OPTIONS * RTSP/1.0\r\nCSeq: 77\r\nSession: 12345678\r\n\r\n";
+const Step kAnswer{{"RTSP/1.0 200 OK\r\nCSeq: 77\r\nSession: 12345678\r\nPublic: "}, Stall()};
+
+// Bodies look like frames and replies. Every answer is a request to the scripted server.
+TEST(ServerRequests, AreAnsweredAmongFramesAndWhereAReplyIsDueAndNoPacketIsLost) {
+    const CapturedStdout output;
+    const std::string body = Frame(0, Rtp(99)) + Numbered(5, "454 No");
+    const std::string set =
+        "SET_PARAMETER rtsp://a RTSP/1.0\r\ncseq:78\r\nContent-Length: " + std::to_string(body.size()) +
+        "\r\n\r\n" + body;
+    const std::string other = "PLAY_NOTIFY rtsp://a RTSP/1.0\nCSeq: 79\n\n";
+    const std::string bytes = Frames(1, 2) + kAsked + Frames(3, 3) + set + other + Frames(4, 6);
+    const Script answers{
+        kAnswer, {{"RTSP/1.0 200 OK\r\nCSeq: 78\r\n", "!Public"}, Stall()}, {{"RTSP/1.0 501 "}, Stall()}};
+    for (std::size_t cut = 1; cut < bytes.size(); cut += LongForm() ? 1 : 11) {
+        Tolerant session(
+            kTcp, CLIENT_PLAYING_STATE,
+            answers +
+                Script{{"PAUSE ", SendBytes(kAsked + Frames(7, 7)) + Ok() + SendBytes(Frames(8, 8))}, kAnswer});
+        session.server.Send(bytes.substr(0, cut));
+        usleep(300);
+        session.server.Send(bytes.substr(cut));
+        EXPECT_EQ(session.Video(6), Numbers(1, 6)) << cut;
+        ASSERT_TRUE(Eventually([&] { return session.server.Requests().size() == 7; })) << cut;
+        EXPECT_EQ(session.Pause(), 0) << cut;
+        EXPECT_TRUE(Eventually([&] { return session.server.Requests().size() == 9; })) << cut;
+        EXPECT_EQ(session.Uses(Rule::kServerRequest), 4U) << cut;
+    }
+    Tolerant described(kUdp, CLIENT_INIT_STATE, {{"OPTIONS ", SendBytes(kAsked + Numbered(1))}, kAnswer});
+    EXPECT_EQ(described.Options(), 0);
+    EXPECT_TRUE(Eventually([&] { return described.server.Requests().size() == 2; }));
+}
+
+// One that does not read gets no answers, and costs no packet.
+TEST(ServerRequests, OfAServerThatDoesNotReadHoldUpNothing) {
+    const CapturedStdout output;
+    std::string bytes;
+    for (uint16_t number = 1; number <= 1000; ++number) {
+        for (int i = 0; i < 20; ++i) bytes += kAsked;
+        bytes += Frame(0, Rtp(number));
+    }
+    const Script answers = Times(20000, {"RTSP/1.0 200 OK\r\nCSeq: 77\r\n", Stall(), true});
+    Tolerant session(kTcp, CLIENT_READY_STATE, Script{{"PLAY ", Ok() + SendBytes(bytes)}} + answers);
+    const int small = 4096;
+    setsockopt(RecordOf(session).media.connection.socket, SOL_SOCKET, SO_SNDBUF, &small, sizeof small);
+    EXPECT_EQ(session.Play(), 0);
+    EXPECT_EQ(session.Video(1000), Numbers(1, 1000)); // it writes all of that before it reads again
+    EXPECT_EQ(session.Uses(Rule::kServerRequest), 20000U);
+    EXPECT_LT(session.server.Requests().size(), 20000U);
+}
+
+// False headers and text in the junk; the frame behind each piece of it is found.
+TEST(Junk, IsPassedOverByteByByte) {
+    const CapturedStdout output;
+    const std::string pieces[] = {"x",
+                                  "junk",
+                                  "$",
+                                  "$$$",
+                                  "RTS",
+                                  "OPTIONS ",
+                                  "GET_PARAMETER rtsp://a RTSP/2",
+                                  std::string("$\0\0\x14", 4),
+                                  std::string("$\1\0\2", 4) + "ab",
+                                  std::string(3000, 'R'),
+                                  std::string("$\7\0\3abc$\0\x7f\x7f", 11)};
+    for (const std::string &junk : pieces) {
+        Tolerant session(kTcp, CLIENT_PLAYING_STATE, {{"PAUSE ", Ok()}});
+        const std::string bytes = Frames(1, 2) + "!" + junk + Frames(3, 5) + "%" + junk + Frames(6, 300);
+        session.server.Send(bytes);
+        EXPECT_EQ(session.Video(299), Numbers(1, 299)) << junk;
+        EXPECT_EQ(session.Uses(Rule::kJunk), 2U) << junk;
+        EXPECT_TRUE(SucceedsSoon([&] { return session.Pause(); })) << junk;
+    }
+}
+
+TEST(LateReplies, OfADeviceThatNumbersThemItsOwnWayAreHeard) {
+    const CapturedStdout output;
+    for (const uint32_t proto : {kUdp, kTcp}) {
+        const auto previous = [](int number) { return SendBytes(Numbered(number - 1)); };
+        Tolerant session(proto, CLIENT_PLAYING_STATE,
+                         {{"OPTIONS ", previous(5)},
+                          {"OPTIONS ", Stall()},
+                          {"OPTIONS ", previous(7)},
+                          {"OPTIONS ", previous(8)}});
+        EXPECT_EQ(session.Options(), 0);
+        Set(session, RTSPTAP_OPTION_REPLY_LIMIT, 100);
+        EXPECT_EQ(session.Options(), RTSP_RESPONSE_TIMEOUT);
+        EXPECT_EQ(session.Options() + session.Options(), 0);
+    }
+    // One that never answered before is believed in at first, and then no more.
+    Tolerant session(
+        kUdp, CLIENT_INIT_STATE,
+        {{"OPTIONS ", Stall()}, {"OPTIONS ", SendBytes(Numbered(1))}, {"OPTIONS ", SendBytes(Numbered(2))}});
+    Set(session, RTSPTAP_OPTION_REPLY_LIMIT, 100);
+    EXPECT_EQ(session.Options() + session.Options(), 2 * RTSP_RESPONSE_TIMEOUT);
+    EXPECT_EQ(session.Options(), 0);
+}
+
+TEST(Replies, ThatArePassedOverTakeNothingWithThemAlsoWhenTheyAreNotFramed) {
+    const CapturedStdout output;
+    for (const auto state : {CLIENT_READY_STATE, CLIENT_PLAYING_STATE}) {
+        Tolerant session(
+            kTcp, state,
+            {{"PLAY ", SendBytes(Numbered(4, "100 Wait", "text") + "RTSP/1.0 200 OK\r\n\r\n" + Frames(1, 1))}});
+        RecordOf(session).media.dialect.Set(Rule::kFramedReplies, false);
+        EXPECT_TRUE(SucceedsSoon([&] { return session.Play(); }));
+        EXPECT_EQ(session.Video(1), Numbers(1, 1));
+    }
+}
+
+TEST(Replies, ThatAreTooLongAreCutAndTheirRestIsNoReply) {
+    const CapturedStdout output;
+    const std::string body = kDescription + ("a=" + std::string(99998, 'x')) + "\r\nRTSP/1.0 500 No\r\n\r\n";
+    Tolerant session(kUdp, CLIENT_INIT_STATE,
+                     {{"DESCRIBE ", SendBytes(Numbered(1, "200 OK", body))}, {"SETUP ", Ok("Session: 1")}});
+    EXPECT_EQ(session.Describe(), 0);
+    EXPECT_EQ(session.Setup(1), 0);
+}
+
+TEST(Replies, HalfAReplyIsNotWaitedForBeyondTheLimit) {
+    const CapturedStdout output;
+    Tolerant session(kUdp, CLIENT_INIT_STATE, {{"OPTIONS ", SendBytes("RTSP/1.0 200 OK\r\nCSeq: 1\r\n")}});
+    Set(session, RTSPTAP_OPTION_REPLY_LIMIT, 100);
+    EXPECT_LT(SecondsOf([&] { EXPECT_EQ(session.Options(), 0); }), 0.9);
+}
+
+} // namespace
+} // namespace rtsptap::test
