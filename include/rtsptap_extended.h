@@ -53,7 +53,12 @@ enum RTSPTapResult {
     RTSPTAP_SENDER_LEFT = -106,       /* its sender has said goodbye (RTCP BYE; RFC 3550, 6.6) */
     RTSPTAP_CONNECTION_CLOSED = -107, /* the connection, or the stream's own socket, was closed or has failed */
     RTSPTAP_TORN_DOWN = -108,         /* TEARDOWN */
-    RTSPTAP_SESSION_TIMED_OUT = -109  /* the server has ended the session, which it had not heard of in time */
+    RTSPTAP_SESSION_TIMED_OUT = -109, /* the server has ended the session, which it had not heard of in time */
+
+    RTSPTAP_BAD_URL = -110,           /* no URL that can be opened, or a redirection to none */
+    RTSPTAP_OTHER_SCHEME = -111,      /* an URL of another scheme than rtsp, or a redirection to one */
+    RTSPTAP_HOST_NOT_FOUND = -112,    /* the host's name has no address */
+    RTSPTAP_TOO_MANY_REDIRECTS = -113 /* more than 5, one after the other */
 };
 
 /** How a client reads what servers send: value of RTSPTAP_OPTION_DIALECT. */
@@ -271,6 +276,45 @@ typedef struct RTSPTapStreamDescription {
  */
 RTSPTAP_API int32_t RTSPTapGetStreamDescription(intptr_t clientHandle, int32_t streamNumber,
                                                 RTSPTapStreamDescription *description);
+
+/* ---- opening an URL ---- */
+
+/**
+ * Opens an URL: connects to its server, asks OPTIONS and DESCRIBE, and follows where the server sends it. After it
+ * the client is as after RTSPClientConnect and RTSPClientSendDescribeRequest (CLIENT_DESCRIBE_SENT_STATE): streams
+ * are set up and played with the functions of this header or of rtsptap.h.
+ *
+ *     rtsp://[user[:password]@]host[:port][/path][?query]
+ *
+ * host is a name, an IPv4 address or an IPv6 address in brackets, with its zone if need be: [fe80::1%25eth0]. The
+ * port is 554 if it is left out. User and password have up to 127 bytes each, path and query up to 4096 each. What
+ * is special in an URL is written as %XX in user and password ('@', '/', '?', '#', '%'), and decoded; the rest goes
+ * into requests byte for byte. They become the client's, as RTSPTapSetCredentials would set them; without them
+ * those that were set before stay. They are in no request URI, no text that the library prints, and are sent to no
+ * other host than this one: a server elsewhere to which the client is redirected and which asks for a password gets
+ * none.
+ *
+ * Names are resolved with the system's resolver (getaddrinfo), which takes as long as it is set to. Its addresses
+ * are tried in turn, IPv6 and IPv4 mixed, 250 ms apart or as soon as one has failed; the first that connects is
+ * used (RFC 8305), all within RTSPTAP_OPTION_CONNECT_LIMIT. OPTIONS may fail: a server that has not answered it
+ * within 5 seconds, or has closed the connection, is connected to once more and asked for the description only.
+ * 301, 302, 303, 307 and 308 are followed, at most 5 times, each with its own connection and limits; Location is
+ * resolved as RFC 3986 says, user and password in it do not count. Control URLs are joined with Content-Base,
+ * Content-Location or the URL of the reply (RFC 2326, C.1.1) in either dialect.
+ *
+ * A session under way ends, without TEARDOWN, and its connection is closed. RTSPTapOpen must be the only call on
+ * its client, as RTSPClientDestroy: end readers first. Packets that are still held stay good; what the queries gave
+ * of the session before may go. Without buffer sizes (RTPClientSetAudioVideoBufferSize) it takes 1048576 bytes for
+ * each stream that is not audio and 262144 for audio. A client may be opened any number of times: it does not grow.
+ *
+ * @param url  copied
+ * @return 0; RTSP_INVALID_ARGUMENT bad handle or null; RTSPTAP_BAD_URL, RTSPTAP_OTHER_SCHEME, before anything is
+ * sent or of a redirection; RTSPTAP_HOST_NOT_FOUND; RTSP_CONNECT_FAILED; RTSP_SOCKET_FAILED no socket;
+ *         RTSPTAP_TOO_MANY_REDIRECTS; RTSP_REDIRECTED another status 3xx, or no Location; RTSP_UNAUTHORIZED a
+ * password is asked for, and none or a wrong one was given; or what DESCRIBE gives. After a failure the client is
+ * not connected, and RTSPClientGetLastReply has the last reply.
+ */
+RTSPTAP_API int32_t RTSPTapOpen(intptr_t clientHandle, const char *url);
 
 /**
  * Changes how RTP is to come, on the connection there is: for a server that refuses one way at SETUP (RFC 2326, 461

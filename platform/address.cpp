@@ -1,6 +1,7 @@
 #include "platform/address.h"
 
 #include "platform/system.h"
+#include "platform/text.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -8,32 +9,67 @@
 #include <cstddef>
 #include <cstring>
 #include <fcntl.h>
+#include <ifaddrs.h>
+#include <net/if.h>
 #include <netinet/in.h>
 #include <poll.h>
 
 namespace rtsptap {
 namespace {
 
-constexpr int kFamily = AF_INET; // of what we open
-
 const sockaddr *Raw(const Address &address) { return reinterpret_cast<const sockaddr *>(&address.storage); }
+
+bool IsIpv6(const Address &address) { return address.storage.ss_family == AF_INET6; }
+
+int FamilyOf(const Address &kin) { return IsIpv6(kin) ? AF_INET6 : AF_INET; }
+
+template <typename System> Address FromSystem(const System &system) {
+    Address address;
+    address.length = sizeof system;
+    std::memcpy(&address.storage, &system, sizeof system);
+    return address;
+}
 
 Address FromIpv4(in_addr_t host, uint16_t port) {
     sockaddr_in ipv4 = {};
     ipv4.sin_family = AF_INET;
     ipv4.sin_addr.s_addr = host;
     ipv4.sin_port = htons(port);
-    Address address;
-    address.length = sizeof ipv4;
-    std::memcpy(&address.storage, &ipv4, sizeof ipv4);
-    return address;
+    return FromSystem(ipv4);
+}
+
+Address FromIpv6(const in6_addr &host, uint16_t port, uint32_t scope = 0) {
+    sockaddr_in6 ipv6 = {};
+    ipv6.sin6_family = AF_INET6;
+    ipv6.sin6_addr = host;
+    ipv6.sin6_port = htons(port);
+    ipv6.sin6_scope_id = scope;
+    return FromSystem(ipv6);
+}
+
+// The interface that a link-local address belongs to; 0 of any other.
+uint32_t ScopeOf(const Address &address) {
+    sockaddr_in6 ipv6 = {};
+    if (IsIpv6(address)) std::memcpy(&ipv6, &address.storage, sizeof ipv6);
+    return ipv6.sin6_scope_id;
 }
 
 } // namespace
 
 Address ReadAddress(const char *text, uint16_t port) { return FromIpv4(inet_addr(text), port); }
 
-Address AnyAddress(uint16_t port) { return FromIpv4(htonl(INADDR_ANY), port); }
+Address ReadAddressLike(const Address &kin, std::string_view text, uint16_t port) {
+    if (text.starts_with('[') && text.ends_with(']')) text = text.substr(1, text.size() - 2);
+    char plain[INET6_ADDRSTRLEN];
+    CopyText(plain, text);
+    in6_addr ipv6 = {};
+    if (IsIpv6(kin) && inet_pton(AF_INET6, plain, &ipv6) == 1) return FromIpv6(ipv6, port, ScopeOf(kin));
+    return ReadAddress(plain, port);
+}
+
+Address AnyAddress(uint16_t port, const Address &kin) {
+    return IsIpv6(kin) ? FromIpv6(in6addr_any, port) : FromIpv4(htonl(INADDR_ANY), port);
+}
 
 Address WithPort(Address address, uint16_t port) {
     // In every IP family the port stands behind the family.
@@ -44,11 +80,32 @@ Address WithPort(Address address, uint16_t port) {
     return address;
 }
 
-int OpenStreamSocket() { return socket(kFamily, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP); }
+namespace {
 
-int OpenDatagramSocket() { return socket(kFamily, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP); }
+// An IPv6 socket leaves the ports of IPv4 to others.
+int OpenSocket(const Address &kin, int type, int protocol) {
+    UniqueSocket opened(socket(FamilyOf(kin), type | SOCK_CLOEXEC, protocol));
+    const int on = 1;
+    if (opened.IsOpen() && IsIpv6(kin) && setsockopt(opened.Get(), IPPROTO_IPV6, IPV6_V6ONLY, &on, sizeof on) != 0)
+        return -1;
+    return opened.Release();
+}
+
+} // namespace
+
+int OpenStreamSocket(const Address &kin) { return OpenSocket(kin, SOCK_STREAM, IPPROTO_TCP); }
+
+int OpenDatagramSocket(const Address &kin) { return OpenSocket(kin, SOCK_DGRAM, IPPROTO_UDP); }
 
 bool ConnectTo(int socket, const Address &address) { return connect(socket, Raw(address), address.length) == 0; }
+
+bool IsConnected(int socket) {
+    int error = 0;
+    socklen_t length = sizeof error;
+    if (getsockopt(socket, SOL_SOCKET, SO_ERROR, &error, &length) != 0) return false;
+    errno = error;
+    return error == 0;
+}
 
 namespace {
 
@@ -59,11 +116,9 @@ bool AwaitConnection(int socket, int limitMs) {
     int ready = -1;
     do ready = poll(&made, 1, static_cast<int>(deadline - std::min(MonotonicMs(), deadline)));
     while (ready < 0 && errno == EINTR);
-    int error = ETIMEDOUT;
-    socklen_t length = sizeof error;
-    if (ready > 0 && getsockopt(socket, SOL_SOCKET, SO_ERROR, &error, &length) != 0) return false;
-    errno = error;
-    return error == 0;
+    if (ready > 0) return IsConnected(socket);
+    errno = ETIMEDOUT;
+    return false;
 }
 
 } // namespace
@@ -78,12 +133,94 @@ bool ConnectWithin(int socket, const Address &address, int limitMs) {
 
 bool BindTo(int socket, const Address &address) { return bind(socket, Raw(address), address.length) == 0; }
 
-bool JoinGroup(int socket, const char *group) {
-    ip_mreq membership = {};
-    membership.imr_multiaddr.s_addr = inet_addr(group);
-    membership.imr_interface.s_addr = htonl(INADDR_ANY);
-    return setsockopt(socket, IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership, sizeof membership) == 0;
+// ---- multicast ----
+
+namespace {
+
+// Compares hosts, not ports.
+bool IsSameHost(const Address &address, const sockaddr *other) {
+    if (other == nullptr || other->sa_family != address.storage.ss_family) return false;
+    const std::size_t offset =
+        IsIpv6(address) ? offsetof(sockaddr_in6, sin6_addr) : offsetof(sockaddr_in, sin_addr);
+    const std::size_t bytes = IsIpv6(address) ? sizeof(in6_addr) : sizeof(in_addr);
+    return std::memcmp(reinterpret_cast<const char *>(&address.storage) + offset,
+                       reinterpret_cast<const char *>(other) + offset, bytes) == 0;
 }
+
+unsigned FindInterfaceByAddress(const Address &address) {
+    ifaddrs *list = nullptr;
+    if (getifaddrs(&list) != 0) return 0;
+    unsigned index = 0;
+    for (const ifaddrs *at = list; at != nullptr && index == 0; at = at->ifa_next)
+        if (IsSameHost(address, at->ifa_addr)) index = if_nametoindex(at->ifa_name);
+    freeifaddrs(list);
+    return index;
+}
+
+// False with ENODEV when there is none of that name or address; 0 leaves the choice to the system.
+bool FindInterface(const char *nameOrAddress, unsigned &index) {
+    index = 0;
+    if (*nameOrAddress == '\0') return true;
+    index = if_nametoindex(nameOrAddress);
+    if (index == 0) {
+        in6_addr ipv6 = {};
+        const bool isIpv6 = inet_pton(AF_INET6, nameOrAddress, &ipv6) == 1;
+        index = FindInterfaceByAddress(isIpv6 ? FromIpv6(ipv6, 0) : ReadAddress(nameOrAddress, 0));
+    }
+    if (index == 0) errno = ENODEV;
+    return index != 0;
+}
+
+template <typename Value> bool SetOption(int socket, int level, int name, const Value &value) {
+    return setsockopt(socket, level, name, &value, sizeof value) == 0;
+}
+
+int LevelOf(const Address &address) { return IsIpv6(address) ? IPPROTO_IPV6 : IPPROTO_IP; }
+
+// Kept: without further wishes an IPv4 group is joined by the call that systems without IGMPv3 know, too.
+bool JoinPlainly(int socket, const Address &group) {
+    ip_mreq membership = {};
+    std::memcpy(&membership.imr_multiaddr,
+                reinterpret_cast<const char *>(&group.storage) + offsetof(sockaddr_in, sin_addr), sizeof(in_addr));
+    membership.imr_interface.s_addr = htonl(INADDR_ANY);
+    return SetOption(socket, IPPROTO_IP, IP_ADD_MEMBERSHIP, membership);
+}
+
+} // namespace
+
+bool JoinGroup(int socket, const Address &group, const MulticastWays &ways) {
+    if (!IsIpv6(group) && ways.interface[0] == '\0' && ways.source[0] == '\0') return JoinPlainly(socket, group);
+    group_source_req request = {};
+    if (!FindInterface(ways.interface, request.gsr_interface)) return false;
+    if (request.gsr_interface == 0) request.gsr_interface = ScopeOf(group);
+    request.gsr_group = group.storage;
+    if (ways.source[0] != '\0') {
+        request.gsr_source = ReadAddressLike(group, ways.source, 0).storage;
+        return SetOption(socket, LevelOf(group), MCAST_JOIN_SOURCE_GROUP, request);
+    }
+    group_req any = {};
+    any.gr_interface = request.gsr_interface;
+    any.gr_group = group.storage;
+    return SetOption(socket, LevelOf(group), MCAST_JOIN_GROUP, any);
+}
+
+bool PrepareForGroups(int socket, const Address &group, const MulticastWays &ways) {
+    unsigned index = 0;
+    if (!FindInterface(ways.interface, index)) return false;
+    const auto hops = static_cast<int>(ways.hops);
+    const int off = 0;
+    if (IsIpv6(group))
+        return SetOption(socket, IPPROTO_IPV6, IPV6_MULTICAST_ALL, off) &&
+               (index == 0 || SetOption(socket, IPPROTO_IPV6, IPV6_MULTICAST_IF, static_cast<int>(index))) &&
+               (hops == 0 || SetOption(socket, IPPROTO_IPV6, IPV6_MULTICAST_HOPS, hops));
+    ip_mreqn by = {};
+    by.imr_ifindex = static_cast<int>(index);
+    return SetOption(socket, IPPROTO_IP, IP_MULTICAST_ALL, off) &&
+           (index == 0 || SetOption(socket, IPPROTO_IP, IP_MULTICAST_IF, by)) &&
+           (hops == 0 || SetOption(socket, IPPROTO_IP, IP_MULTICAST_TTL, hops));
+}
+
+bool SharePort(int socket) { return SetOption(socket, SOL_SOCKET, SO_REUSEADDR, int{1}); }
 
 ssize_t SendTo(int socket, const void *bytes, std::size_t count, const Address &address) {
     return sendto(socket, bytes, count, MSG_NOSIGNAL, Raw(address), address.length);

@@ -1,10 +1,11 @@
-// Socket addresses: read, bound, connected, joined, sent to. The rest of the library never looks into one; what is
-// opened here is IPv4.
+// Socket addresses, IPv4 and IPv6: read, bound, connected, joined, sent to. The rest of the library never looks
+// into one.
 #pragma once
 
 #include "rtsptap.h"
 
 #include <cstdint>
+#include <string_view>
 #include <sys/socket.h>
 
 namespace rtsptap {
@@ -18,24 +19,46 @@ struct Address {
 // of it refuses. `port` in host order.
 Address ReadAddress(const char *text, uint16_t port);
 
-// Every local address of the family that sockets are opened for, with that port.
-Address AnyAddress(uint16_t port);
+// The address that stands in the text, IPv6 with or without brackets where `kin` is IPv6, otherwise as ReadAddress
+// reads it.
+Address ReadAddressLike(const Address &kin, std::string_view text, uint16_t port);
+
+// Every local address of the family of `kin`, with that port; IPv4 where that is none.
+Address AnyAddress(uint16_t port, const Address &kin = {});
 
 // The same host, another port.
 Address WithPort(Address address, uint16_t port);
 
 // ---- Sockets: closed on exec, -1 with errno when there is none ----
 
-int OpenStreamSocket();
-int OpenDatagramSocket();
+// Of the family of `kin`; IPv4 where that is none.
+int OpenStreamSocket(const Address &kin = {});
+int OpenDatagramSocket(const Address &kin = {});
 
 // False with errno.
 bool ConnectTo(int socket, const Address &address);
 // The same within `limitMs`, which signals do not end; 0: as long as the system lets it.
 bool ConnectWithin(int socket, const Address &address, int limitMs);
 bool BindTo(int socket, const Address &address);
-// Receives what is sent to the group, on the interface that the system chooses. False with errno.
-bool JoinGroup(int socket, const char *group);
+// Whether the connection that a non-blocking socket was making is made.
+bool IsConnected(int socket);
+
+// ---- Multicast ----
+
+// How groups are joined and sent to. Empty texts and 0 leave it to the system.
+struct MulticastWays {
+    char interface[64] = {}; // its name, or an address of it
+    char source[64] = {};    // the only sender that is listened to (RFC 4607)
+    int64_t hops = 0;        // how far what we send goes: TTL, hop limit
+};
+
+// Receives what is sent to the group. False with errno.
+bool JoinGroup(int socket, const Address &group, const MulticastWays &ways = {});
+// What is sent to a group by this socket goes out by `ways`; of other groups, which somebody else on this machine
+// has joined, it receives nothing. False with errno.
+bool PrepareForGroups(int socket, const Address &group, const MulticastWays &ways);
+// Several sockets may bind to one port, as long as all of them say so.
+bool SharePort(int socket);
 
 // sendto(2), without SIGPIPE.
 ssize_t SendTo(int socket, const void *bytes, std::size_t count, const Address &address);

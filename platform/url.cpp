@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
+#include <span>
 #include <utility>
 
 namespace rtsptap {
@@ -131,6 +133,114 @@ HeapText JoinUrl(std::string_view base, std::string_view reference) {
     url.AppendTail(to.hasQuery, "?", to.query);
     url.AppendTail(to.hasFragment, "#", to.fragment);
     return url.Take();
+}
+
+// ---- the URL of a server ----
+
+namespace {
+
+bool IsBlankOrControl(char c) { return static_cast<unsigned char>(c) <= ' ' || c == '\x7F'; }
+
+// The value of a hexadecimal digit; -1 for what is none.
+int DigitValue(char c) {
+    if (IsDigit(c)) return c - '0';
+    const char lower = LowerCase(c);
+    return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
+}
+
+// RFC 3986, 2.1. False when the text is cut short, does not fit, or would bring a control character along.
+bool Decode(std::string_view text, std::span<char> field) {
+    std::size_t size = 0;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        char c = text[at];
+        if (c == '%') {
+            const int high = at + 2 < text.size() ? DigitValue(text[at + 1]) : -1;
+            const int low = high >= 0 ? DigitValue(text[at + 2]) : -1;
+            if (low < 0) return false;
+            c = static_cast<char>(high * 16 + low);
+            at += 2;
+        }
+        if (size + 1 >= field.size() || (IsBlankOrControl(c) && c != ' ')) return false;
+        field[size++] = c;
+    }
+    field[size] = '\0';
+    return true;
+}
+
+// user[:password]@ at the front: as people write it, the last "@" ends it.
+bool TakeUser(std::string_view &authority, ServerUrl &url) {
+    const std::size_t at = authority.rfind('@');
+    if (at == authority.npos) return true;
+    const std::string_view user = authority.substr(0, at);
+    authority.remove_prefix(at + 1);
+    url.hasUser = true;
+    const std::string_view name = user.substr(0, user.find(':'));
+    return Decode(name, url.user) && Decode(user.substr(std::min(name.size() + 1, user.size())), url.password);
+}
+
+// :port, or nothing.
+bool ReadPort(std::string_view text, uint16_t defaultPort, uint16_t &port) {
+    port = defaultPort;
+    if (text.empty() || text == ":") return true;
+    text.remove_prefix(1);
+    const bool isNumber = text.size() <= 5 && std::ranges::all_of(text, IsDigit);
+    const int32_t number = isNumber ? LeadingNumber(text) : 0;
+    port = static_cast<uint16_t>(number);
+    return number > 0 && number <= UINT16_MAX;
+}
+
+// [address%25zone]; `end` is where the address ends in the text.
+bool ReadIpv6(std::string_view bracketed, ServerUrl &url, std::size_t &end) {
+    const std::string_view inside = bracketed.substr(1, bracketed.size() - 2);
+    const std::string_view address = inside.substr(0, inside.find('%'));
+    std::string_view zone = inside.substr(address.size());
+    const auto mayStand = [](char c) { return DigitValue(c) >= 0 || c == ':' || c == '.'; };
+    if (!Contains(address, ":") || !std::ranges::all_of(address, mayStand)) return false;
+    end = 1 + address.size();
+    if (zone.starts_with("%25")) zone.remove_prefix(2); // RFC 6874; people write it plainly, too
+    if (zone.size() == 1 || Contains(zone, "%25")) return false;
+    char *const field = url.host;
+    const std::size_t size = address.size() + (zone.empty() ? 0 : zone.size());
+    if (size >= sizeof url.host) return false;
+    std::ranges::copy(zone, std::ranges::copy(address, field).out);
+    if (!zone.empty()) field[address.size()] = '%';
+    field[size] = '\0';
+    return true;
+}
+
+HeapText Concatenate(std::initializer_list<std::string_view> pieces) {
+    std::size_t size = 0;
+    for (const std::string_view piece : pieces) size += piece.size();
+    Builder text(size);
+    if (!text.HasRoom()) return nullptr;
+    for (const std::string_view piece : pieces) text.Append(piece);
+    return text.Take();
+}
+
+} // namespace
+
+UrlFault ReadServerUrl(std::string_view text, std::string_view scheme, uint16_t defaultPort, ServerUrl &url) {
+    const UrlParts parts = SplitUrl(text);
+    if (std::ranges::any_of(text, IsBlankOrControl) || parts.scheme.empty() || !parts.hasAuthority)
+        return UrlFault::kUnreadable;
+    if (!EqualIgnoringCase(parts.scheme, scheme)) return UrlFault::kOtherScheme;
+    if (parts.hasFragment || parts.path.size() > kLongestPath + 1 || parts.query.size() > kLongestQuery)
+        return UrlFault::kUnreadable;
+
+    std::string_view authority = parts.authority;
+    if (!TakeUser(authority, url)) return UrlFault::kUnreadable;
+    const bool isBracketed = authority.starts_with('[');
+    const std::size_t hostEnd =
+        isBracketed ? authority.find(']') + 1 : std::min(authority.find(':'), authority.size());
+    const std::string_view host = authority.substr(0, hostEnd);
+    const std::string_view port = authority.substr(hostEnd);
+    std::size_t named = host.size(); // bytes of it that a request has
+    if (host.empty() || (!port.empty() && port.front() != ':') || !ReadPort(port, defaultPort, url.port) ||
+        !(isBracketed ? ReadIpv6(host, url, named) : Decode(host, url.host)))
+        return UrlFault::kUnreadable;
+    url.request = Concatenate({scheme, "://", host.substr(0, named), isBracketed ? "]" : "", port, parts.path,
+                               parts.hasQuery ? "?" : "", parts.query});
+    return url.request ? UrlFault::kNone : UrlFault::kNoMemory;
 }
 
 } // namespace rtsptap

@@ -200,6 +200,18 @@ void EndStreams(MediaSession &session) {
     RetireEndedStreams(session);
 }
 
+void ReleaseRetiredStreams(MediaSession &session) {
+    std::atomic<RTSPStreamInfo *> *link = &session.retiredStreams;
+    while (RTSPStreamInfo *const stream = *link) {
+        if (stream->ring.storage != nullptr) {
+            link = &stream->next;
+            continue;
+        }
+        link->store(stream->next);
+        ReleaseStream(stream);
+    }
+}
+
 void FreeIdleRings(const MediaSession &session) {
     const RTSPStreamInfo *const first = session.streamList;
     if (first == nullptr || IsServing(first->thread)) return; // over TCP it serves all of them

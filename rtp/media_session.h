@@ -130,6 +130,9 @@ void RetireEndedStreams(MediaSession &session);
 // was only shown stays until the next session ends.
 void EndStreams(MediaSession &session);
 
+// Frees the records of ended sessions but for those whose packets are still out. Nobody looks for one meanwhile.
+void ReleaseRetiredStreams(MediaSession &session);
+
 // When a connection is replaced by another one, whose server may never send to the old streams again: frees the
 // rings that no thread serves and no packet needs. PLAY makes them anew.
 void FreeIdleRings(const MediaSession &session);

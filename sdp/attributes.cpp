@@ -155,7 +155,7 @@ HeapText FindControlUrl(const SdpReading &reading, std::string_view control) {
     HeapText plain = control.size() <= kLongestPlainControl ? PlainControlUrl(reading.to, control) : nullptr;
     if (reading.base == nullptr) return plain;
     HeapText joined = JoinControl(reading.base.get(), control);
-    if (!joined || std::string_view(joined.get()).size() > kLongestControlUrl) return nullptr;
+    if (!joined || IsTooLong(reading.to, joined.get())) return nullptr;
     if (!plain || std::string_view(plain.get()) != joined.get()) (void)reading.dialect.Permits(Rule::kControlBase);
     return joined;
 }
@@ -300,7 +300,8 @@ int32_t ReadSessionAttribute(SdpReading &reading, std::string_view value) {
     const HeapText &base = reading.base ? reading.base : request;
     HeapText joined = base ? JoinControl(base.get(), control) : nullptr;
     const HeapText &before = reading.aggregate ? reading.aggregate : request;
-    if (!joined || !before || std::string_view(joined.get()) == before.get()) return RTSP_SUCCESS;
+    if (!joined || IsTooLong(reading.to, joined.get()) || !before || std::string_view(joined.get()) == before.get())
+        return RTSP_SUCCESS;
     (void)reading.dialect.Permits(Rule::kSessionControl);
     reading.aggregate = std::move(joined);
     if (IsWholeUrl(control)) reading.base = DuplicateText(control);

@@ -35,17 +35,12 @@ struct NumberedControl {
 
 } // namespace
 
-HeapText RequestUrl(const DescribedSession &to) {
-    char url[kLongestControlUrl];
-    (void)snprintf(url, sizeof url, "rtsp://%s:%d/%s", to.host, to.port, to.path);
-    return DuplicateText(url);
-}
+HeapText RequestUrl(const DescribedSession &to) { return DuplicateText(to.requestUrl); }
 
 HeapText PlainControlUrl(const DescribedSession &to, std::string_view control) {
     if (Contains(control, "rtsp://")) return DuplicateText(control);
     char url[kRelativeUrlSize];
-    (void)snprintf(url, sizeof url, "rtsp://%s:%d/%s/%.*s", to.host, to.port, to.path,
-                   static_cast<int>(control.size()), control.data());
+    (void)snprintf(url, sizeof url, "%s/%.*s", to.requestUrl, static_cast<int>(control.size()), control.data());
     return DuplicateText(url);
 }
 
@@ -83,9 +78,15 @@ void NoteSameControls(const MediaSession &session) {
     }
 }
 
+bool IsTooLong(const DescribedSession &to, std::string_view url) {
+    return url.size() > kLongestControlUrl + (to.joinsUrls ? std::string_view(to.requestUrl).size() : 0);
+}
+
 HeapText BaseUrl(const DescribedSession &to) {
     HeapText url = RequestUrl(to);
-    return url && !to.contentBase.empty() ? JoinUrl(url.get(), to.contentBase) : std::move(url);
+    if (!url || to.contentBase.empty() || to.contentBase.size() > kLongestControlUrl) return url;
+    HeapText joined = JoinUrl(url.get(), to.contentBase);
+    return joined && !IsTooLong(to, joined.get()) ? std::move(joined) : std::move(url);
 }
 
 } // namespace rtsptap

@@ -11,7 +11,11 @@ struct DescribedSession;
 struct MediaSession;
 
 inline constexpr std::size_t kLongestPlainControl = 256; // characters of a control attribute's value
-inline constexpr std::size_t kLongestControlUrl = 4096;  // characters of an URL that it leads to otherwise
+inline constexpr std::size_t kLongestControlUrl = 4096;  // characters of a base, and of an URL that it leads to
+
+// Whether an URL that was joined is longer than requests may be. Behind the URL that a program opened there is
+// always room for a control attribute.
+bool IsTooLong(const DescribedSession &to, std::string_view url);
 
 // The URL that was described. Null when memory is short, as for the next ones.
 HeapText RequestUrl(const DescribedSession &to);
@@ -24,7 +28,7 @@ HeapText PlainControlUrl(const DescribedSession &to, std::string_view control);
 HeapText JoinControl(std::string_view base, std::string_view control);
 
 // What control attributes are relative to, as far as the reply's headers tell: its Content-Base or
-// Content-Location, else the URL that was described.
+// Content-Location, else, or where that is too long, the URL that was described.
 HeapText BaseUrl(const DescribedSession &to);
 
 // Notes with every stream the first one that has the same URL.

@@ -234,7 +234,7 @@ int32_t ReadLine(SdpReading &reading, std::string_view received) {
 // Of the reply, before a line tells otherwise.
 void FindBase(SdpReading &reading) {
     const DescribedSession &to = reading.to;
-    if (!reading.dialect.IsOn(Rule::kControlBase)) return;
+    if (!to.joinsUrls && !reading.dialect.IsOn(Rule::kControlBase)) return;
     reading.base = BaseUrl(to);
     const HeapText request = RequestUrl(to);
     if (!request || !reading.base || std::string_view(request.get()) == reading.base.get()) return;

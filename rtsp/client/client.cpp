@@ -115,6 +115,8 @@ void ReleaseClient(RTSPClient *client) {
     ReleaseRecvBuffer(client->lastReply);
     free(client->receivedSDP);
     free(client->aggregateUrl);
+    free(client->requestUrl);
+    free(client->location);
     ReleaseSdpFields(client->sdpFieldList);
     ReleaseSession(client->media);
     CloseSupersededSockets(*client);

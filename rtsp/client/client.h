@@ -36,11 +36,11 @@ struct RTSPClient {
 
     // ---- The server and its session ----
     std::atomic<uint32_t> connected{0};
-    char sessionName[64] = {};  // path of the aggregate URI
-    char serverIp[32] = {};     // dotted IPv4 text
-    uint16_t serverPort = 0;    // RTSP port of the server, host order
+    char *requestUrl = nullptr; // owned, free(): of the whole session, until a description says otherwise
+    bool isOpened = false;      // by its URL, not by server, port and path
+    char sessionName[64] = {};  // the path that the program gave
     char sessionId[256] = {};   // from the SETUP reply, at most kSessionIdLength characters as a rule
-    char multicastIp[33] = {};  // destination of a multicast SETUP reply
+    char multicastIp[64] = {};  // destination of a multicast SETUP reply
     uint16_t multicastPort = 0; // host order
     intptr_t mtuCallBack = 0;   // stored, never called
     Authentication authentication;
@@ -57,11 +57,13 @@ struct RTSPClient {
     RequestMsg *requestMsg = nullptr;   // owned; null between exchanges
     ResponseMsg *responseMsg = nullptr; // owned; null between exchanges
     RecvBuffer *lastReply = nullptr;    // owned: raw first reply of the last exchange; null when none came
+    int32_t lastStatus = 0;             // of the last reply that was classified
+    char *location = nullptr;           // owned, free(): where the last redirection led; null: it did not say
 
     // ---- The description ----
     char *receivedSDP = nullptr;      // owned, free()
     SDPField *sdpFieldList = nullptr; // owned: the session-level lines
-    char *aggregateUrl = nullptr;     // owned, free(): request URI behind DESCRIBE; null: server and path
+    char *aggregateUrl = nullptr;     // owned, free(): request URI behind DESCRIBE; null: requestUrl
     StreamAskedFor lastDescribed;
 
     // ---- Earlier connections ----

@@ -6,8 +6,10 @@
 #include "rtp/service_thread.h"
 #include "rtp/stream.h"
 #include "rtsp/client/client.h"
+#include "rtsp/client/connect.h"
 #include "rtsptap_extended.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <netinet/in.h>
@@ -18,10 +20,12 @@ using namespace rtsptap;
 
 namespace {
 
+constexpr std::size_t kLongestServerIp = 31; // characters
+
 bool AreArgumentsValid(intptr_t clientHandle, const char *serverIp, uint16_t serverPort, const char *sessionName,
                        uint32_t dataProto) {
     return clientHandle != 0 && serverIp != nullptr && serverPort != 0 && sessionName != nullptr &&
-           dataProto <= DATA_PROTO_TCP && strlen(serverIp) < sizeof(RTSPClient::serverIp) &&
+           dataProto <= DATA_PROTO_TCP && strlen(serverIp) <= kLongestServerIp &&
            strlen(sessionName) < sizeof(RTSPClient::sessionName);
 }
 
@@ -68,6 +72,15 @@ void AdoptSocket(RTSPClient &client, int32_t socket) {
 
 } // namespace
 
+void rtsptap::BecomeConnected(RTSPClient &client, int32_t socket, const Address &address, HeapText requestUrl) {
+    free(std::exchange(client.requestUrl, requestUrl.release()));
+    client.media.server.Set(address);
+    client.media.mtuSize = kDefaultMtuSize;
+    client.media.packetCounter = 1;
+    AdoptSocket(client, socket);
+    client.connected = 1;
+}
+
 int32_t RTSPClientConnect(intptr_t clientHandle, const char *serverIp, uint16_t serverPort, const char *sessionName,
                           uint32_t dataProto, intptr_t mtuCallBack) {
     const ClientTrace trace(__func__, clientHandle);
@@ -83,21 +96,20 @@ int32_t RTSPClientConnect(intptr_t clientHandle, const char *serverIp, uint16_t 
     if (client->media.audioBufferSize < 1 || client->media.videoBufferSize < 1)
         return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s : Please set Audio and Video buffer sizes\n");
 
+    char url[kLongestServerIp + sizeof client->sessionName + sizeof "rtsp://:65535/"];
+    snprintf(url, sizeof url, "rtsp://%s:%d/%s", serverIp, serverPort, sessionName);
+    HeapText requestUrl = DuplicateText(url);
+    if (!requestUrl) return trace.Fail(RTSP_NO_MEMORY, "EXIT : %s :Memory Allocation Failed\n");
     const Address address = ReadAddress(serverIp, serverPort);
     int32_t connection = -1;
     if (const int32_t result = OpenConnection(trace, *client, address, connection); result != RTSP_SUCCESS)
         return result;
 
     CopyText(client->sessionName, sessionName);
-    CopyText(client->serverIp, serverIp);
-    client->media.server.Set(address);
-    client->serverPort = serverPort;
-    client->media.dataProto = dataProto;
-    client->media.mtuSize = kDefaultMtuSize;
     client->mtuCallBack = mtuCallBack;
-    client->media.packetCounter = 1;
-    AdoptSocket(*client, connection);
-    client->connected = 1;
+    client->isOpened = false;
+    client->media.dataProto = dataProto;
+    BecomeConnected(*client, connection, address, std::move(requestUrl));
     return RTSP_SUCCESS;
 }
 

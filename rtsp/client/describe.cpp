@@ -125,9 +125,9 @@ int32_t ParseDescription(Exchange &exchange) {
     RTSPClient &client = *exchange.client;
     const DescribedSession described{.session = client.media,
                                      .lines = client.sdpFieldList,
-                                     .host = client.serverIp,
-                                     .port = client.serverPort,
+                                     .requestUrl = client.requestUrl,
                                      .path = client.sessionName,
+                                     .joinsUrls = client.isOpened,
                                      .contentBase = ContentBase(*client.responseMsg),
                                      .aggregateUrl = client.aggregateUrl};
     if (ParseReceivedSDP({client.receivedSDP, exchange.describe->length}, described) == RTSP_FAILURE)

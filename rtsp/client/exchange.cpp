@@ -12,6 +12,7 @@
 #include "rtsp/message/response.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <poll.h>
@@ -68,9 +69,7 @@ void ReleaseResponse(RTSPClient &client) {
 
 Requester RequesterOf(RTSPClient &client, int32_t index) {
     const RTSPStreamInfo *const stream = FindStreamByNumber(client.media, index + 1);
-    return {.serverIp = client.serverIp,
-            .serverPort = client.serverPort,
-            .sessionName = client.sessionName,
+    return {.requestUrl = client.requestUrl != nullptr ? client.requestUrl : "",
             .aggregateUrl = client.aggregateUrl,
             .controlUrl = stream != nullptr ? stream->controlUrl.get() : nullptr,
             .streamCount = client.media.streamCount,
@@ -305,8 +304,23 @@ int32_t CompareSession(Exchange &exchange) {
     return exchange.trace.Fail(RTSP_INVALID_SESSION, "EXIT : %s : Invalid Session Id received from server \n");
 }
 
+namespace {
+
+void KeepLocation(RTSPClient &client) {
+    const std::span headers(client.responseMsg->headers.data(), client.responseMsg->headerCount);
+    const auto isLocation = [](const RTSPHeaderStruct &header) {
+        return header.headerValue != nullptr && EqualIgnoringCase(header.headerName, "Location");
+    };
+    const auto found = std::ranges::find_if(headers, isLocation);
+    HeapText location = found != headers.end() ? DuplicateText(WithoutBlanks(found->headerValue)) : nullptr;
+    free(std::exchange(client.location, location.release()));
+}
+
+} // namespace
+
 int32_t ClassifyStatus(Exchange &exchange) {
     const int32_t status = exchange.client->responseMsg->statusCode;
+    exchange.client->lastStatus = status;
     if (status >= 500)
         return exchange.trace.Fail(RTSP_SERVER_ERROR, "EXIT : %s :Server Error Received from Server\n");
     if (status == 401 && exchange.method.answersChallenge) {
@@ -315,8 +329,10 @@ int32_t ClassifyStatus(Exchange &exchange) {
     }
     if (status >= 400)
         return exchange.trace.Fail(RTSP_CLIENT_ERROR, "EXIT : %s :Client Error Received from Server\n");
-    if (status >= 300)
+    if (status >= 300) {
+        KeepLocation(*exchange.client);
         return exchange.trace.Fail(RTSP_REDIRECTED, "EXIT : %s :Redirectional Error Received from Server\n");
+    }
     return RTSP_SUCCESS;
 }
 

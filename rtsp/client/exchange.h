@@ -93,7 +93,7 @@ int32_t ParseReply(Exchange &exchange);
 int32_t CompareSession(Exchange &exchange);
 // 200 and other codes below 300 go on; 3xx, 4xx, 401 and 5xx end the exchange.
 int32_t ClassifyStatus(Exchange &exchange);
-// The client enters the state that its method's success leads to. Nobody else writes it.
+// The client enters the state that its method's success leads to.
 int32_t EnterState(Exchange &exchange);
 int32_t CopyReply(Exchange &exchange);
 

@@ -47,6 +47,10 @@ constexpr Meaning kMeanings[] = {
     {RTSPTAP_CONNECTION_CLOSED, "the stream has ended: the connection was closed"},
     {RTSPTAP_TORN_DOWN, "the stream has ended: the session was torn down"},
     {RTSPTAP_SESSION_TIMED_OUT, "the stream has ended: the server let the session time out"},
+    {RTSPTAP_BAD_URL, "the URL is not readable, or too long"},
+    {RTSPTAP_OTHER_SCHEME, "the URL is not one of rtsp"},
+    {RTSPTAP_HOST_NOT_FOUND, "the host has no address"},
+    {RTSPTAP_TOO_MANY_REDIRECTS, "the server redirects again and again"},
 };
 
 } // namespace

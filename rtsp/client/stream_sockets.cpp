@@ -21,15 +21,18 @@ constexpr uint32_t kPortsPerRound = (kLastPort + 1 - kFirstPort) / kPortStep;
 constexpr uint32_t kRoundSleepMs = 10;
 constexpr int kRtpReceiveBufferBytes = 0x100000;
 
-bool BindToPort(int socket, uint32_t port) {
-    return port <= UINT16_MAX && BindTo(socket, AnyAddress(static_cast<uint16_t>(port)));
+Address ServerOf(const Exchange &exchange) { return exchange.client->media.server.Get(); }
+
+// `server`: the socket is of its family.
+bool BindToPort(int socket, uint32_t port, const Address &server) {
+    return port <= UINT16_MAX && BindTo(socket, AnyAddress(static_cast<uint16_t>(port), server));
 }
 
-void BindToNextFreePort(int socket) {
+void BindToNextFreePort(int socket, const Address &server) {
     for (uint32_t attempts = 1;; ++attempts) {
         const uint32_t next = uint32_t{gblClientRtspUdpPort} + kPortStep;
         gblClientRtspUdpPort = static_cast<uint16_t>(next > kLastPort ? kFirstPort : next);
-        if (BindToPort(socket, gblClientRtspUdpPort)) return;
+        if (BindToPort(socket, gblClientRtspUdpPort, server)) return;
         if (attempts % kPortsPerRound == 0) MSecDelay(kRoundSleepMs);
     }
 }
@@ -43,10 +46,10 @@ void UseRtpPort(Exchange &exchange, int socket, uint16_t port) {
 
 int32_t BindRtp(Exchange &exchange, int socket) {
     if (exchange.setup->userClientPort == 0) {
-        BindToNextFreePort(socket);
+        BindToNextFreePort(socket, ServerOf(exchange));
     } else {
         gblClientRtspUdpPort = exchange.setup->userClientPort;
-        if (!BindToPort(socket, exchange.setup->userClientPort))
+        if (!BindToPort(socket, exchange.setup->userClientPort, ServerOf(exchange)))
             return exchange.trace.Fail(
                 RTSP_INVALID_HEADER_LIST,
                 "EXIT : %s :Can not bind to the user given client port of Transport header \n");
@@ -59,7 +62,7 @@ int32_t BindRtp(Exchange &exchange, int socket) {
 // Kept: an RTCP port that is taken fails the SETUP, also after an automatic choice.
 int32_t BindRtcp(const Exchange &exchange, int socket) {
     const uint32_t port = uint32_t{exchange.setup->localPort} + 1;
-    if (!BindToPort(socket, port))
+    if (!BindToPort(socket, port, ServerOf(exchange)))
         return exchange.trace.Fail(
             RTSP_INVALID_HEADER_LIST,
             "EXIT : %s :Can not bind to the user given client port of Transport header (RTCP)\n");
@@ -74,9 +77,10 @@ bool HasPortsOfItsOwn(const RTSPClient &client) {
 }
 
 bool OpenPair(Exchange &exchange, uint32_t port) {
-    UniqueSocket rtp(OpenDatagramSocket());
-    UniqueSocket rtcp(OpenDatagramSocket());
-    if (!BindToPort(rtp.Get(), port) || !BindToPort(rtcp.Get(), port + 1)) return false;
+    const Address server = ServerOf(exchange);
+    UniqueSocket rtp(OpenDatagramSocket(server));
+    UniqueSocket rtcp(OpenDatagramSocket(server));
+    if (!BindToPort(rtp.Get(), port, server) || !BindToPort(rtcp.Get(), port + 1, server)) return false;
     UseRtpPort(exchange, rtp.Get(), static_cast<uint16_t>(port));
     exchange.setup->stream->rtpSocket = rtp.Release();
     exchange.setup->stream->rtcpSocket = rtcp.Release();
@@ -102,10 +106,10 @@ int32_t OpenUdpPair(Exchange &exchange) {
     CloseRtpSocket(stream); // of an earlier SETUP of the same stream
     CloseRtcpSocket(stream);
     if (HasPortsOfItsOwn(*exchange.client) && exchange.setup->userClientPort == 0) return OpenOwnPair(exchange);
-    UniqueSocket rtp(OpenDatagramSocket());
+    UniqueSocket rtp(OpenDatagramSocket(ServerOf(exchange)));
     if (!rtp.IsOpen())
         return exchange.trace.Fail(RTSP_SOCKET_FAILED, "EXIT : %s :RTSP Client socket creation failed\n");
-    UniqueSocket rtcp(OpenDatagramSocket());
+    UniqueSocket rtcp(OpenDatagramSocket(ServerOf(exchange)));
     if (!rtcp.IsOpen())
         return exchange.trace.Fail(RTSP_SOCKET_FAILED, "EXIT : %s :RTCP Client receive socket creation failed\n");
     if (const int32_t result = BindRtp(exchange, rtp.Get()); result != RTSP_SUCCESS) return result;
@@ -117,13 +121,15 @@ int32_t OpenUdpPair(Exchange &exchange) {
 
 namespace {
 
+constexpr std::size_t kLongestIpv4Group = 32; // characters; nothing else is connected to by its address
+
 int32_t TakeGroup(Exchange &exchange, std::string_view transport) {
     RTSPClient &client = *exchange.client;
     const std::string_view address = After(After(transport, "destination"), "=");
     if (address.data() == nullptr)
         return exchange.trace.Fail(RTSP_MULTICAST_FAILED, "EXIT : %s : Destination address is null in response\n");
     const std::string_view group = address.substr(0, address.find(';'));
-    if (group.size() >= sizeof client.multicastIp)
+    if (group.size() > (client.isOpened ? sizeof client.multicastIp - 1 : kLongestIpv4Group))
         return exchange.trace.Fail(RTSP_BAD_RESPONSE, "EXIT : %s : Multicast IP address is too long\n");
     CopyText(client.multicastIp, group);
     client.multicastPort = static_cast<uint16_t>(LeadingNumber(After(address, ";port=")));
@@ -132,24 +138,23 @@ int32_t TakeGroup(Exchange &exchange, std::string_view transport) {
     return RTSP_SUCCESS;
 }
 
-int32_t OpenGroupSocket(Exchange &exchange) {
+int32_t OpenGroupSocket(Exchange &exchange, const Address &group) {
     RTSPStreamInfo &stream = *exchange.setup->stream;
     CloseRtpSocket(stream);
-    stream.rtpSocket = OpenDatagramSocket();
+    stream.rtpSocket = OpenDatagramSocket(group);
     if (stream.rtpSocket < 0)
         return exchange.trace.Fail(RTSP_MULTICAST_FAILED,
                                    "EXIT : %s :RTSP Client multicast socket creation failed\n");
-    const int on = 1;
-    if (setsockopt(stream.rtpSocket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0)
+    if (!SharePort(stream.rtpSocket))
         exchange.trace.Fail(RTSP_MULTICAST_FAILED, "EXIT : %s :Failed to set Reuseaddr \n");
     SizeReceiveBuffer(exchange.client->media, stream.rtpSocket, 0);
-    if (!BindTo(stream.rtpSocket, AnyAddress(exchange.client->multicastPort)))
+    if (!BindTo(stream.rtpSocket, AnyAddress(exchange.client->multicastPort, group)))
         return exchange.trace.Fail(RTSP_MULTICAST_FAILED, "EXIT : %s :Can not bind to multicast port\n");
     return RTSP_SUCCESS;
 }
 
-int32_t JoinTheGroup(const Exchange &exchange) {
-    if (!JoinGroup(exchange.setup->stream->rtpSocket, exchange.client->multicastIp))
+int32_t JoinTheGroup(const Exchange &exchange, const Address &group) {
+    if (!JoinGroup(exchange.setup->stream->rtpSocket, group))
         return exchange.trace.Fail(RTSP_MULTICAST_FAILED, "EXIT : %s :Unable to add membership \n");
     return RTSP_SUCCESS;
 }
@@ -158,8 +163,10 @@ int32_t JoinTheGroup(const Exchange &exchange) {
 
 int32_t JoinMulticast(Exchange &exchange, std::string_view transport) {
     if (const int32_t result = TakeGroup(exchange, transport); result != RTSP_SUCCESS) return result;
-    if (const int32_t result = OpenGroupSocket(exchange); result != RTSP_SUCCESS) return result;
-    return JoinTheGroup(exchange);
+    const RTSPClient &client = *exchange.client;
+    const Address group = ReadAddressLike(ServerOf(exchange), client.multicastIp, client.multicastPort);
+    if (const int32_t result = OpenGroupSocket(exchange, group); result != RTSP_SUCCESS) return result;
+    return JoinTheGroup(exchange, group);
 }
 
 } // namespace rtsptap

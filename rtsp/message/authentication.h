@@ -10,7 +10,8 @@ struct ResponseMsg;
 
 // Who we are, and the last challenge. The client embeds one.
 struct Authentication {
-    uint32_t required = 0; // 1 after a 401: every request carries Authorization
+    uint32_t required = 0;   // 1 after a 401: every request carries Authorization
+    bool isWithheld = false; // we are redirected to another host, which gets no answer to a challenge
     char username[128] = {};
     char password[128] = {};
     char type[128] = {}; // scheme word of the challenge

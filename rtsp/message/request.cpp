@@ -22,9 +22,8 @@ RequestMsgPtr CreateRequestMsg(uint32_t method) {
     RequestMsgPtr request(new (std::nothrow) RequestMsg{});
     if (!request) return nullptr;
     request->method = method;
-    request->uri = static_cast<char *>(std::calloc(kUriBytes, 1));
     request->version = static_cast<char *>(std::calloc(kVersionBytes, 1));
-    if (request->uri == nullptr || request->version == nullptr) return nullptr;
+    if (request->version == nullptr) return nullptr;
     CopyText(request->version, kVersionBytes, "RTSP/1.0");
     return request;
 }
@@ -67,22 +66,25 @@ struct Build {
     int32_t stream;    // 0-based, negative for the whole session
 };
 
-void WriteUri(const Build &build) {
+// False when memory is short.
+bool WriteUri(const Build &build) {
     const Requester &from = build.from;
-    char *const uri = build.request.uri;
-    std::snprintf(uri, kUriBytes, "%s://%s:%d/%s", "rtsp", from.serverIp, from.serverPort, from.sessionName);
-
-    if (from.aggregateUrl != nullptr && build.request.method > RTSP_DESCRIBE)
-        CopyText(uri, kUriBytes, from.aggregateUrl);
+    const bool isDescribed = from.aggregateUrl != nullptr && build.request.method > RTSP_DESCRIBE;
+    const char *url = isDescribed ? from.aggregateUrl : from.requestUrl;
+    char track[24] = {};
 
     const Method *const method = FindMethod(build.request.method);
-    if (method == nullptr || !method->addressesStream || from.streamCount < 1 || build.stream < 0) return;
-    if (from.controlUrl != nullptr) {
-        CopyText(uri, kUriBytes, from.controlUrl);
-        return;
-    }
-    const std::size_t length = std::strlen(uri);
-    std::snprintf(uri + length, kUriBytes - length, "/trackID=%d", build.stream);
+    const bool isOfStream =
+        method != nullptr && method->addressesStream && from.streamCount > 0 && build.stream >= 0;
+    if (isOfStream && from.controlUrl != nullptr)
+        url = from.controlUrl;
+    else if (isOfStream)
+        std::snprintf(track, sizeof track, "/trackID=%d", build.stream);
+
+    const std::size_t size = std::strlen(url) + std::strlen(track) + 1;
+    build.request.uri = static_cast<char *>(std::malloc(size));
+    if (build.request.uri != nullptr) std::snprintf(build.request.uri, size, "%s%s", url, track);
+    return build.request.uri != nullptr;
 }
 
 int32_t AddSequenceNumber(const Build &build) {
@@ -114,7 +116,7 @@ bool AddDefaultHeader(const Build &build, const DefaultHeader &header) {
 
 bool AddAuthorization(const Build &build) {
     const Authentication &authentication = build.from.authentication;
-    if (authentication.required == 0) return true;
+    if (authentication.required == 0 || authentication.isWithheld) return true;
     const HeapText value(
         GenerateRTSPAuthenticationRequest(authentication, build.request.uri, build.request.method));
     return !value || AddOrReport(build, "Authorization", value.get(), kAuthorizationTexts.byDefault);
@@ -152,7 +154,7 @@ RequestMsg *GenerateRequestMessage(const Requester &from, uint32_t method, intpt
     const Build build{trace, from, *request, userList, stream};
     const ScopeExit clearMarks([userList] { ClearUsedMarks(userList); });
 
-    WriteUri(build);
+    if (!WriteUri(build)) return trace.Fail(kNone, "\tEXIT : %s :Memory Allocation Failed\n");
     RtpRtspInfoPrint("Generated RTSP URI  %s \n", request->uri);
     if (AddSequenceNumber(build) != RTSP_SUCCESS)
         return trace.Fail(kNone, "\tEXIT : %s :Problem Occurred while Adding Request Header \n");

@@ -9,7 +9,6 @@
 
 namespace rtsptap {
 
-inline constexpr std::size_t kUriBytes = 4200; // the longest URL of a description, and a number behind it
 inline constexpr std::size_t kVersionBytes = 9;
 
 struct Authentication;
@@ -19,7 +18,7 @@ struct RequestMsg {
     uint32_t method = 0; // RTSPMethod
     uint32_t cSeq = 0;
     uint32_t headerCount = 0; // used slots, 0 to kHeaderSlots
-    char *uri = nullptr;      // owned, free(): kUriBytes
+    char *uri = nullptr;      // owned, free()
     char *version = nullptr;  // owned, free(): "RTSP/1.0"
     std::array<RTSPHeaderStruct, kHeaderSlots> headers = {};
 };
@@ -33,15 +32,13 @@ struct RequestMsgDeleter {
 };
 using RequestMsgPtr = std::unique_ptr<RequestMsg, RequestMsgDeleter>;
 
-// A request without headers, its URI still empty; null when memory is short.
+// A request without headers and without URI; null when memory is short.
 RequestMsgPtr CreateRequestMsg(uint32_t method);
 
 // Who sends a request.
 struct Requester {
-    const char *serverIp; // with port and name the URI of the whole session
-    uint16_t serverPort;
-    const char *sessionName;
-    const char *aggregateUrl; // that of the whole session once it is described; null: the one made of these
+    const char *requestUrl;   // URI of the whole session
+    const char *aggregateUrl; // the same once it is described; null: requestUrl
     const char *controlUrl;   // of the stream addressed; may be null
     int32_t streamCount;      // of the session
     const char *sessionId;

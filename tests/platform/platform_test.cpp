@@ -129,6 +129,18 @@ TEST(Text, CopiesAreCutToTheirFieldAndLeaveNoOldTail) {
     EXPECT_STREQ(field, "abcd");
 }
 
+TEST(Url, OfAServerIsReadAsTheRowsTell) {
+    for (const auto &row : Rows("server_urls.txt")) {
+        ServerUrl url;
+        const UrlFault fault = ReadServerUrl(Literal(row[0]), "rtsp", 554, url);
+        std::string told = fault == UrlFault::kOtherScheme ? "other scheme" : "unreadable";
+        if (fault == UrlFault::kNone)
+            told = url.request.get() + (" " + std::string(url.host)) + " " + std::to_string(url.port) +
+                   (url.hasUser ? " " + std::string(url.user) + " " + url.password : "");
+        EXPECT_EQ(told, Literal(row.at(1))) << row[0];
+    }
+}
+
 TEST(Url, IsJoinedWithItsBaseAsTheRowsTell) {
     for (const auto &row : Rows("urls.txt")) {
         const std::size_t end = std::min(row[0].find(' '), row[0].size());

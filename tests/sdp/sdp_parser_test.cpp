@@ -138,7 +138,7 @@ std::string OrDash(const char *url) { return url != nullptr ? url : "-"; }
 TEST(SdpParser, ControlUrlsLeadWhereTheirRowsTell) {
     for (const auto &row : Rows("control_urls.txt")) {
         const CapturedStdout out;
-        DescribedClient described("v=0\n" + Lines(row.at(2)), {RTSPTAP_DIALECT_TOLERANT, kNoRule, row[1], row[0]});
+        DescribedClient described("v=0\n" + Lines(row.at(2)), {RTSPTAP_DIALECT_TOLERANT, kNoRule, Literal(row[1]), row[0]});
         std::string urls = OrDash(described.client.aggregateUrl);
         for (int32_t number = 1; number <= described.client.media.streamCount; ++number)
             urls += " " + OrDash(described.Stream(number).controlUrl.get());

@@ -24,13 +24,12 @@ struct DescribedClient {
         if (as.without != kNoRule) client.media.dialect.Set(as.without, false);
         for (const Rule rule : as.with) client.media.dialect.Set(rule, true);
         CopyText(client.sessionName, as.sessionName);
-        CopyText(client.serverIp, "10.0.0.2");
-        client.serverPort = 554;
+        const std::string url = "rtsp://10.0.0.2:554/" + std::string(as.sessionName);
         client.connected = 1;
         client.receivedSDP = DuplicateText(sdp).release();
         result = ParseReceivedSDP({client.receivedSDP, sdp.size()},
-                                  {client.media, client.sdpFieldList, client.serverIp, client.serverPort,
-                                   client.sessionName, as.contentBase, client.aggregateUrl});
+                                  {client.media, client.sdpFieldList, url.c_str(), client.sessionName, false,
+                                   as.contentBase, client.aggregateUrl});
     }
     ~DescribedClient() { RTSPClientDestroy(handle); }
     DescribedClient(DescribedClient &&) = delete; // nor copied

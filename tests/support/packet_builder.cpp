@@ -1,6 +1,7 @@
 #include "tests/support/packet_builder.h"
 
 #include <arpa/inet.h>
+#include <cstring>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -15,13 +16,20 @@ std::string Big(uint32_t value, int bytes) {
     return text;
 }
 
-sockaddr_in Address(uint16_t port, const char *ip = "127.0.0.1") {
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = inet_addr(ip);
-    address.sin_port = htons(port);
-    return address;
-}
+struct Address {
+    sockaddr_storage storage = {};
+    socklen_t length = 0;
+
+    Address(const char *ip, uint16_t port) {
+        sockaddr_in6 ipv6 = {AF_INET6, htons(port), 0, {}, 0};
+        const sockaddr_in ipv4 = {AF_INET, htons(port), {inet_addr(ip)}, {}};
+        const bool isIpv6 = inet_pton(AF_INET6, ip, &ipv6.sin6_addr) == 1;
+        length = isIpv6 ? sizeof ipv6 : sizeof ipv4;
+        std::memcpy(&storage, isIpv6 ? static_cast<const void *>(&ipv6) : &ipv4, length);
+    }
+    sockaddr *Raw() { return reinterpret_cast<sockaddr *>(&storage); }
+    uint16_t Port() const { return ntohs(reinterpret_cast<const sockaddr_in &>(storage).sin_port); }
+};
 
 } // namespace
 
@@ -67,19 +75,18 @@ uint32_t Word32(const std::string &bytes, std::size_t offset) {
     return static_cast<uint32_t>(Word16(bytes, offset)) << 16 | Word16(bytes, offset + 2);
 }
 
-UdpPeer::UdpPeer(uint16_t wantedPort) : fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_in address = Address(wantedPort);
-    socklen_t length = sizeof address;
-    if (bind(fd, reinterpret_cast<sockaddr *>(&address), length) == 0 &&
-        getsockname(fd, reinterpret_cast<sockaddr *>(&address), &length) == 0)
-        port = ntohs(address.sin_port);
+UdpPeer::UdpPeer(uint16_t wantedPort, const char *host) {
+    Address address(host, wantedPort);
+    fd = socket(address.storage.ss_family, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (bind(fd, address.Raw(), address.length) == 0 && getsockname(fd, address.Raw(), &address.length) == 0)
+        port = address.Port();
 }
 
 UdpPeer::~UdpPeer() { close(fd); }
 
 void UdpPeer::SendTo(uint16_t toPort, const std::string &bytes, const char *address) const {
-    const sockaddr_in to = Address(toPort, address);
-    sendto(fd, bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr *>(&to), sizeof to);
+    Address to(address, toPort);
+    sendto(fd, bytes.data(), bytes.size(), 0, to.Raw(), to.length);
 }
 
 std::string UdpPeer::Receive(int patienceMs) const {

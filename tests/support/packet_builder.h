@@ -35,10 +35,10 @@ std::string Frame(unsigned channel, const std::string &body); // "$", channel, 1
 uint16_t Word16(const std::string &bytes, std::size_t offset);
 uint32_t Word32(const std::string &bytes, std::size_t offset);
 
-// A UDP socket on 127.0.0.1: the far end of a stream.
+// A UDP socket on this machine: the far end of a stream.
 class UdpPeer {
 public:
-    explicit UdpPeer(uint16_t wantedPort = 0); // 0: any free port
+    explicit UdpPeer(uint16_t wantedPort = 0, const char *host = "127.0.0.1"); // 0: any free port
     ~UdpPeer();
     UdpPeer(UdpPeer &&) = delete; // nor copied
 

@@ -58,16 +58,15 @@ Reply ReadReply(std::string text) {
 }
 
 ScriptedServer::ScriptedServer(Script steps) : script(std::move(steps)) {
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_ANY); // also as 127.0.0.2, another host to a client
+    sockaddr_in6 address = {};
+    address.sin6_family = AF_INET6; // and IPv4, also as 127.0.0.2, another host to a client
     socklen_t length = sizeof address;
-    listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    listener = socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0);
     int ends[2] = {-1, -1};
     if (bind(listener, reinterpret_cast<sockaddr *>(&address), length) != 0 || listen(listener, 8) != 0 ||
         getsockname(listener, reinterpret_cast<sockaddr *>(&address), &length) != 0 || pipe(ends) != 0)
         ADD_FAILURE() << "the scripted server cannot listen";
-    port = ntohs(address.sin_port);
+    port = ntohs(address.sin6_port);
     wakeRead = ends[0];
     wakeWrite = ends[1];
     thread = std::thread([this] { Serve(); });

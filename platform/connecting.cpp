@@ -1,0 +1,126 @@
+#include "platform/connecting.h"
+
+#include "platform/system.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <span>
+
+namespace rtsptap {
+namespace {
+
+// The first one of another family than the one before goes next, as long as there is one (RFC 8305, 4).
+void TakeFamiliesInTurn(std::span<Address> addresses) {
+    for (std::size_t at = 1; at < addresses.size(); ++at) {
+        const auto isOther = [before = addresses[at - 1].storage.ss_family](const Address &address) {
+            return address.storage.ss_family != before;
+        };
+        const auto rest = addresses.subspan(at);
+        const auto other = std::ranges::find_if(rest, isOther);
+        if (other != rest.end()) std::rotate(rest.begin(), other, other + 1);
+    }
+}
+
+} // namespace
+
+AddressList FindAddresses(const char *host, uint16_t port) {
+    addrinfo hints = {};
+    hints.ai_family = AF_UNSPEC;
+    hints.ai_socktype = SOCK_STREAM;
+    addrinfo *found = nullptr;
+    AddressList list;
+    if (getaddrinfo(host, nullptr, &hints, &found) != 0) return list;
+    for (const addrinfo *at = found; at != nullptr && list.count < kMostAddresses; at = at->ai_next) {
+        if (at->ai_family != AF_INET && at->ai_family != AF_INET6) continue;
+        Address address;
+        address.length = at->ai_addrlen;
+        std::memcpy(&address.storage, at->ai_addr, at->ai_addrlen);
+        list.items[list.count++] = WithPort(address, port);
+    }
+    freeaddrinfo(found);
+    TakeFamiliesInTurn({list.items.data(), list.count});
+    return list;
+}
+
+namespace {
+
+constexpr uint64_t kAttemptDelayMs = 250; // RFC 8305, 8
+constexpr uint64_t kNever = UINT64_MAX;
+
+// Attempts under way, by the place of their address; closed unless one is taken out.
+struct Attempts {
+    explicit Attempts(const AddressList &list) : addresses(list) { sockets.fill({-1, POLLOUT, 0}); }
+    ~Attempts() {
+        for (const pollfd &socket : sockets) CloseSock(socket.fd);
+    }
+    Attempts(const Attempts &) = delete;
+    Attempts &operator=(const Attempts &) = delete;
+
+    const AddressList &addresses;
+    std::array<pollfd, kMostAddresses> sockets = {};
+    std::size_t begun = 0;
+    std::size_t underWay = 0;
+    uint64_t nextAtMs = 0; // when the next one is begun, if none has connected by then
+    int error = EHOSTUNREACH;
+};
+
+void GiveUp(Attempts &attempts, pollfd &socket) {
+    attempts.error = errno;
+    CloseSock(std::exchange(socket.fd, -1));
+    --attempts.underWay;
+    attempts.nextAtMs = 0;
+}
+
+void BeginNext(Attempts &attempts) {
+    const Address &address = attempts.addresses.items[attempts.begun];
+    pollfd &socket = attempts.sockets[attempts.begun++];
+    ++attempts.underWay;
+    attempts.nextAtMs = MonotonicMs() + kAttemptDelayMs;
+    socket.fd = OpenStreamSocket(address);
+    const bool isBegun = socket.fd >= 0 && fcntl(socket.fd, F_SETFL, O_NONBLOCK) == 0 &&
+                         (ConnectTo(socket.fd, address) || errno == EINPROGRESS);
+    if (!isBegun) GiveUp(attempts, socket);
+}
+
+// Waits for the first attempt that ends, for the time of the next one, or for the end. The place of one that has
+// connected; kMostAddresses when none has.
+std::size_t AwaitOne(Attempts &attempts, uint64_t deadlineMs) {
+    const bool hasNext = attempts.begun < attempts.addresses.count;
+    const uint64_t untilMs = hasNext ? std::min(attempts.nextAtMs, deadlineMs) : deadlineMs;
+    const uint64_t nowMs = MonotonicMs();
+    const int waitMs = untilMs == kNever ? -1 : static_cast<int>(untilMs - std::min(nowMs, untilMs));
+    if (poll(attempts.sockets.data(), attempts.begun, waitMs) < 1) return kMostAddresses;
+    for (std::size_t at = 0; at < attempts.begun; ++at) {
+        pollfd &socket = attempts.sockets[at];
+        if (socket.fd < 0 || socket.revents == 0) continue;
+        if (IsConnected(socket.fd)) return at;
+        GiveUp(attempts, socket);
+    }
+    return kMostAddresses;
+}
+
+} // namespace
+
+int ConnectToFirst(const AddressList &addresses, int limitMs, Address &connected) {
+    Attempts attempts(addresses);
+    const uint64_t deadlineMs = limitMs == 0 ? kNever : MonotonicMs() + static_cast<uint64_t>(limitMs);
+    while (MonotonicMs() < deadlineMs) {
+        const bool hasNext = attempts.begun < addresses.count;
+        if (!hasNext && attempts.underWay == 0) break;
+        if (hasNext && (attempts.underWay == 0 || MonotonicMs() >= attempts.nextAtMs)) BeginNext(attempts);
+        const std::size_t at = attempts.underWay == 0 ? kMostAddresses : AwaitOne(attempts, deadlineMs);
+        if (at == kMostAddresses) continue;
+        UniqueSocket made(std::exchange(attempts.sockets[at].fd, -1));
+        connected = addresses.items[at];
+        return fcntl(made.Get(), F_SETFL, 0) == 0 ? made.Release() : -1;
+    }
+    errno = attempts.underWay > 0 ? ETIMEDOUT : attempts.error;
+    return -1;
+}
+
+} // namespace rtsptap

@@ -1,0 +1,168 @@
+// RTSPTapOpen: from an URL to a session whose description is known. Application thread.
+#include "platform/address.h"
+#include "platform/connecting.h"
+#include "platform/printers.h"
+#include "platform/system.h"
+#include "platform/text.h"
+#include "platform/url.h"
+#include "rtp/stream.h"
+#include "rtsp/client/client.h"
+#include "rtsp/client/connect.h"
+#include "rtsptap_extended.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+namespace rtsptap {
+
+void LeaveServer(RTSPClient &client) {
+    client.connected = 0;
+    client.media.state = CLIENT_INIT_STATE;
+    client.media.streamCount = 0;
+    CloseConnectionAndStreams(client.media);
+    EndStreams(client.media);
+    client.sessionId[0] = '\0';
+    client.authentication.required = 0; // of another server, as far as we know
+}
+
+namespace {
+
+constexpr uint16_t kRtspPort = 554;
+constexpr int kMostRedirects = 5;
+constexpr int64_t kOptionsLimitMs = 5000; // of a server that does not answer OPTIONS
+constexpr int32_t kVideoBufferBytes = 1 << 20;
+constexpr int32_t kAudioBufferBytes = 1 << 18;
+
+// Never the URL in a text: it may hold a password.
+int32_t ReadUrl(const CallTrace &trace, const char *text, ServerUrl &url) {
+    switch (ReadServerUrl(text, "rtsp", kRtspPort, url)) {
+    case UrlFault::kNone:
+        return RTSP_SUCCESS;
+    case UrlFault::kOtherScheme:
+        return trace.Fail(RTSPTAP_OTHER_SCHEME, "EXIT : %s :The URL is not one of rtsp\n");
+    case UrlFault::kNoMemory:
+        return trace.Fail(RTSP_NO_MEMORY, "EXIT : %s :Memory Allocation Failed\n");
+    case UrlFault::kUnreadable:
+        break;
+    }
+    return trace.Fail(RTSPTAP_BAD_URL, "EXIT : %s :The URL is not readable\n");
+}
+
+int32_t FailConnecting(const CallTrace &trace) {
+    constexpr int kShort[] = {EMFILE, ENFILE, ENOBUFS, ENOMEM};
+    if (std::ranges::find(kShort, errno) != std::end(kShort))
+        return trace.Fail(RTSP_SOCKET_FAILED, "EXIT : %s :RTSP Client socket creation failed\n");
+    return trace.Fail(RTSP_CONNECT_FAILED, "EXIT : %s :Connection Error \n");
+}
+
+int32_t Connect(const CallTrace &trace, RTSPClient &client, const ServerUrl &to) {
+    const AddressList addresses = FindAddresses(to.host, to.port);
+    if (addresses.count == 0) return trace.Fail(RTSPTAP_HOST_NOT_FOUND, "EXIT : %s :The host has no address\n");
+    HeapText requestUrl = DuplicateText(to.request.get());
+    if (!requestUrl) return trace.Fail(RTSP_NO_MEMORY, "EXIT : %s :Memory Allocation Failed\n");
+    Address address;
+    const int socket = ConnectToFirst(addresses, static_cast<int>(client.connectLimitMs), address);
+    if (socket < 0) return FailConnecting(trace);
+    client.sessionName[0] = '\0';
+    client.isOpened = true;
+    BecomeConnected(client, socket, address, std::move(requestUrl));
+    return RTSP_SUCCESS;
+}
+
+using Method = int32_t (*)(intptr_t clientHandle, intptr_t headerList, char *responseBuff, int32_t *responseSize);
+
+bool HasCredentials(const RTSPClient &client) {
+    const Authentication &is = client.authentication;
+    return !is.isWithheld && (is.username[0] != '\0' || is.password[0] != '\0');
+}
+
+// A 401 has stored its challenge: the same request again carries the answer.
+int32_t Ask(RTSPClient &client, Method method) {
+    const auto handle = reinterpret_cast<intptr_t>(&client);
+    const int32_t result = method(handle, 0, nullptr, nullptr);
+    return result == RTSP_UNAUTHORIZED && HasCredentials(client) ? method(handle, 0, nullptr, nullptr) : result;
+}
+
+int32_t AskOptions(RTSPClient &client) {
+    const int64_t limitMs = std::exchange(client.replyLimitMs, std::min(client.replyLimitMs, kOptionsLimitMs));
+    const ScopeExit restore([&client, limitMs] { client.replyLimitMs = limitMs; });
+    return Ask(client, RTSPClientSendOptionsRequest);
+}
+
+bool LeadsElsewhere(const RTSPClient &client, int32_t result) {
+    constexpr int32_t kStatuses[] = {301, 302, 303, 307, 308};
+    return result == RTSP_REDIRECTED && client.location != nullptr &&
+           std::ranges::find(kStatuses, client.lastStatus) != std::end(kStatuses);
+}
+
+// A server that refuses OPTIONS may describe all the same; what one that has not answered sends later would be
+// taken for another reply, so that connection is of no more use.
+int32_t Describe(const CallTrace &trace, RTSPClient &client, const ServerUrl &to) {
+    int32_t result = Connect(trace, client, to);
+    if (result != RTSP_SUCCESS) return result;
+    result = AskOptions(client);
+    if (LeadsElsewhere(client, result)) return result;
+    const bool isUsable = result == RTSP_SUCCESS || result == RTSP_CLIENT_ERROR || result == RTSP_SERVER_ERROR ||
+                          result == RTSP_REDIRECTED || result == RTSP_UNAUTHORIZED;
+    if (isUsable) result = Ask(client, RTSPClientSendDescribeRequest);
+    if (isUsable && result != RTSP_NO_RESPONSE) return result;
+    LeaveServer(client);
+    result = Connect(trace, client, to);
+    return result == RTSP_SUCCESS ? Ask(client, RTSPClientSendDescribeRequest) : result;
+}
+
+// To where the last reply points. What the program gave for one host is for no other (RFC 7235, 6.4).
+int32_t FollowRedirection(const CallTrace &trace, RTSPClient &client, ServerUrl &to) {
+    const HeapText location = JoinUrl(to.request.get(), client.location);
+    if (!location) return trace.Fail(RTSP_NO_MEMORY, "EXIT : %s :Memory Allocation Failed\n");
+    ServerUrl next;
+    if (const int32_t result = ReadUrl(trace, location.get(), next); result != RTSP_SUCCESS) return result;
+    if (!EqualIgnoringCase(next.host, to.host)) client.authentication.isWithheld = true;
+    LeaveServer(client);
+    to = std::move(next);
+    return RTSP_SUCCESS;
+}
+
+int32_t OpenUrl(const CallTrace &trace, RTSPClient &client, ServerUrl &to) {
+    for (int redirects = 0;; ++redirects) {
+        const int32_t result = Describe(trace, client, to);
+        if (!LeadsElsewhere(client, result)) return result;
+        if (redirects == kMostRedirects)
+            return trace.Fail(RTSPTAP_TOO_MANY_REDIRECTS, "EXIT : %s :The server redirects again and again\n");
+        if (const int32_t failure = FollowRedirection(trace, client, to); failure != RTSP_SUCCESS) return failure;
+    }
+}
+
+void UseDefaultBuffers(MediaSession &media) {
+    if (media.videoBufferSize < 1) media.videoBufferSize = kVideoBufferBytes;
+    if (media.audioBufferSize < 1) media.audioBufferSize = kAudioBufferBytes;
+}
+
+} // namespace
+} // namespace rtsptap
+
+using namespace rtsptap;
+
+int32_t RTSPTapOpen(intptr_t clientHandle, const char *url) {
+    const CallTrace trace(__func__);
+    RTSPClient *const client = LiveClient(clientHandle);
+    if (client == nullptr || url == nullptr)
+        return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid input argument\n");
+    ServerUrl to;
+    if (const int32_t result = ReadUrl(trace, url, to); result != RTSP_SUCCESS) return result;
+    ReleaseRetiredStreams(client->media);
+    LeaveServer(*client);
+    UseDefaultBuffers(client->media);
+    client->media.dataProto = DATA_PROTO_UDP;
+    Authentication &authentication = client->authentication;
+    authentication.isWithheld = false;
+    if (to.hasUser) CopyText(authentication.username, to.user);
+    if (to.hasUser) CopyText(authentication.password, to.password);
+    explicit_bzero(to.password, sizeof to.password);
+    const int32_t result = OpenUrl(trace, *client, to);
+    if (result != RTSP_SUCCESS) LeaveServer(*client);
+    return result;
+}

@@ -1,0 +1,196 @@
+// Opening URLs: addresses of either family, redirections, passwords.
+#include "platform/address.h"
+#include "platform/connecting.h"
+#include "platform/system.h"
+#include "rtp/stream.h"
+#include "tests/support/session.h"
+
+namespace rtsptap::test {
+namespace {
+
+const Reply kUnauthorized = Status(401, "Unauthorized", "WWW-Authenticate: Digest realm=\"cam\", nonce=\"n1\"");
+
+// The URL of a scripted server's session under another name of this machine.
+std::string UrlAt(const std::string &host, const ScriptedServer &server, const std::string &path = "/live") {
+    return "rtsp://" + host + ":" + std::to_string(server.Port()) + path;
+}
+
+Script Described(const std::string &url, const Reply &reply = WithBody(kDescription)) {
+    return {{"OPTIONS " + url + " RTSP/1.0", Ok()}, {"DESCRIBE " + url + " RTSP/1.0", reply}};
+}
+
+class OverIpv6 : public testing::TestWithParam<uint32_t> {};
+INSTANTIATE_TEST_SUITE_P(Transports, OverIpv6, testing::Values(kUdp, kTcp));
+
+TEST_P(OverIpv6, ASessionReceivesAndReports) {
+    const CapturedStdout output;
+    const UdpPeer media(0, "::1"), rtcp(0, "::1");
+    const std::string url = "rtsp://[::1]:{port}/live";
+    Script script = Described(url);
+    for (int32_t stream : {1, 2})
+        script.push_back({"SETUP " + url + "/track" + std::to_string(stream) + " ",
+                          SetupReply(stream, GetParam(), rtcp.Port())});
+    script.push_back({"PLAY " + url + " ", Ok() + (GetParam() == kTcp ? SendBytes(Frame(0, Rtp(7))) : Reply{})});
+    script.push_back({"TEARDOWN " + url + " ", Ok()});
+    ScriptedServer server(script);
+    const std::size_t descriptors = CountDescriptors();
+    Client client;
+    EXPECT_EQ(RTSPTapOpen(client, UrlAt("[::1]", server).c_str()), 0);
+    EXPECT_EQ(StateOf(client), CLIENT_DESCRIBE_SENT_STATE);
+    EXPECT_EQ(RTSPTapSetDataProto(client, GetParam()), 0);
+    EXPECT_EQ(client.Setup(1) + client.Setup(2) + client.Play(), 0);
+    const RTSPStreamInfo &stream = *RecordOf(client).media.streamList;
+    if (GetParam() == kUdp) {
+        media.SendTo(stream.clientPort, Rtp(7), "::1");
+        media.SendTo(Plus(stream.clientPort, 1), SenderReport(), "::1");
+        EXPECT_EQ(Word16(rtcp.Receive(), 0), 0x81C9); // a receiver report
+    }
+    EXPECT_EQ(TakeSequenceNumbers(client, kVideo, 1), Numbers(7, 7));
+    EXPECT_EQ(client.Teardown(), 0);
+    EXPECT_TRUE(Eventually([&] { return CountDescriptors() == descriptors; }));
+}
+
+TEST(Open, FollowsWhereTheRowsTellAndTakesNoPasswordElsewhere) {
+    for (const auto &row : Rows("redirections.txt")) {
+        CapturedStdout output;
+        const std::string &url = row.at(2);
+        Script script = Described("{base}/a", kUnauthorized);
+        script.push_back({{"DESCRIBE ", "Digest username=\"me\""}, Status(302, "Found", "Location: " + row[0])});
+        if (url != "-") {
+            script.push_back({{("OPTIONS " + url + " RTSP").c_str(), "!Authorization"}, Ok()});
+            script.push_back({{("DESCRIBE " + url + " RTSP").c_str(), "!Authorization"}, kUnauthorized});
+        }
+        if (row[1] == "0")
+            script.push_back({{"DESCRIBE ", "Authorization: Digest username=\"me\""}, WithBody(kDescription)});
+        ScriptedServer server(script);
+        Client client;
+        EXPECT_EQ(std::to_string(RTSPTapOpen(client, UrlAt("me:s%65cret@127.0.0.1", server, "/live/a").c_str())),
+                  row[1])
+            << row[0];
+        EXPECT_STREQ(RecordOf(client).authentication.password, "secret") << row[0]; // for the next RTSPTapOpen
+        EXPECT_EQ(StateOf(client), row[1] == "0" ? +CLIENT_DESCRIBE_SENT_STATE : +RTSP_NOT_CONNECTED) << row[0];
+        for (const std::string &request : server.Requests())
+            EXPECT_EQ(CountOf(request, "secret") + CountOf(request, "evil"), 0U) << request;
+        EXPECT_EQ(CountOf(output.Text(), "secret"), 0U);
+    }
+}
+
+TEST(Open, FollowsFiveTimesAndNoMore) {
+    const CapturedStdout output;
+    const Reply again = Status(307, "Temporary Redirect", "location: {base}");
+    Script script;
+    for (int i = 0; i < 6; ++i) script = script + Described("{base}", again);
+    script = script + Script{{"OPTIONS ", again}} + Described("{base}"); // OPTIONS is redirected, too
+    ScriptedServer server(script);
+    Client client;
+    const std::string url = UrlAt("127.0.0.1", server);
+    EXPECT_EQ(RTSPTapOpen(client, url.c_str()), RTSPTAP_TOO_MANY_REDIRECTS);
+    EXPECT_EQ(RTSPTapOpen(client, url.c_str()), 0);
+}
+
+TEST(Open, DescribesThoughOptionsFail) {
+    const CapturedStdout output;
+    const Script describe{{"DESCRIBE ", WithBody(kDescription)}};
+    for (const Script &script :
+         {Script{{"OPTIONS ", Status(405, "Method Not Allowed")}}, Script{{"OPTIONS ", Status(501, "Not Here")}},
+          Script{{"OPTIONS ", Close()}}, Script{{"OPTIONS ", Stall()}},
+          Script{{"OPTIONS ", SendBytes("what?\r\n\r\n")}}, Script{{"OPTIONS ", Ok() + Close()}}}) {
+        ScriptedServer server(script + describe);
+        const Client client;
+        EXPECT_EQ(RTSPTapSetOption(client, RTSPTAP_OPTION_REPLY_LIMIT, 500), 0);
+        EXPECT_EQ(RTSPTapOpen(client, UrlAt("127.0.0.1", server).c_str()), 0);
+    }
+}
+
+TEST(Open, AgainAndAgainLeavesNothingBehind) {
+    const CapturedStdout output(true);
+    Script script;
+    for (int i = 0; i < 20; ++i) script = script + Described("{base}") + Script{{"SETUP ", SetupReply(1, kUdp)}};
+    ScriptedServer server(script + Described("{base}", Status(404, "Not Found")));
+    Client client;
+    const std::string url = UrlAt("127.0.0.1", server);
+    std::size_t descriptors = 0;
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_EQ(RTSPTapOpen(client, url.c_str()), 0);
+        EXPECT_EQ(RTSPClientGetNbStreams(client), 2);
+        EXPECT_EQ(client.Setup(1), 0);
+        EXPECT_TRUE(i < 2 || Eventually([&] { return CountDescriptors() <= descriptors; })) << i;
+        descriptors = CountDescriptors();
+    }
+    int retired = 0; // of the session before
+    for (const RTSPStreamInfo *at = RecordOf(client).media.retiredStreams; at != nullptr; at = at->next) ++retired;
+    EXPECT_EQ(retired, 2);
+    EXPECT_EQ(RTSPTapOpen(client, url.c_str()), RTSP_CLIENT_ERROR);
+    EXPECT_EQ(RTSPClientGetNbStreams(client), RTSP_NOT_CONNECTED);
+    Refusals refuse("RTSPTapOpen");
+    refuse(RTSPTapOpen(client, "rtsp://h:x/"), RTSPTAP_BAD_URL, " :The URL is not readable\n");
+    refuse(RTSPTapOpen(client, nullptr), RTSP_INVALID_ARGUMENT, " :Invalid input argument\n");
+    refuse(RTSPTapOpen(1, url.c_str()), RTSP_INVALID_ARGUMENT, " :Invalid input argument\n");
+    const DescriptorLimit none(0);
+    refuse(RTSPTapOpen(client, url.c_str()), RTSP_SOCKET_FAILED, " :RTSP Client socket creation failed\n");
+}
+
+TEST(Open, JoinsLongUrlsInTheExactDialectAndCutsNone) {
+    const CapturedStdout output;
+    const std::string path(4096, 'p');
+    const std::string track(4000, 't');
+    const std::string sdp = "v=0\r\nm=video 0 RTP/AVP 96\r\na=control:" + track + "\r\nm=audio 0 RTP/AVP 97\r\n";
+    const std::string url = "rtsp://127.0.0.1:{port}/" + path;
+    ScriptedServer server(Described(url, WithBody(sdp)) +
+                          Script{{"SETUP " + url + "/" + track + " RTSP/1.0", SetupReply(1, kUdp)},
+                                 {"SETUP " + url + "/trackID=1 RTSP/1.0", SetupReply(2, kUdp)}} +
+                          Described("{base}", WithBody(kDescription, "Content-Base: rtsp://other/x/")) +
+                          Script{{"SETUP rtsp://other/x/track1 ", SetupReply(1, kUdp)}});
+    Client client;
+    EXPECT_EQ(RTSPTapOpen(client, UrlAt("127.0.0.1", server, "/" + path).c_str()), 0);
+    EXPECT_EQ(client.Setup(1) + client.Setup(2), 0);
+    EXPECT_EQ(RTSPTapOpen(client, UrlAt("127.0.0.1", server).c_str()), 0);
+    EXPECT_EQ(client.Setup(1), 0);
+}
+
+// ---- the first address that answers ----
+
+uint16_t PortOf(int socket) {
+    sockaddr_in bound = {}; // the port stands behind the family in either one
+    socklen_t length = sizeof bound;
+    getsockname(socket, reinterpret_cast<sockaddr *>(&bound), &length);
+    return ntohs(bound.sin_port);
+}
+
+TEST(Connecting, TheFirstThatAnswersWinsAndTheOthersAreClosed) {
+    const UniqueSocket silent(OpenStreamSocket()), queued(OpenStreamSocket()); // a full queue answers nobody
+    ASSERT_TRUE(BindTo(silent.Get(), ReadAddress("127.0.0.1", 0)) && listen(silent.Get(), 0) == 0);
+    const Address dead = ReadAddress("127.0.0.1", PortOf(silent.Get()));
+    ASSERT_TRUE(ConnectTo(queued.Get(), dead));
+    const Address refused = ReadAddress("127.0.0.1", UdpPeer().Port());
+    const ScriptedServer server({});
+    const AddressList names = FindAddresses("::1", server.Port());
+    ASSERT_EQ(names.count, 1U);
+    const Address alive = names.items[0];
+    struct Case {
+        std::vector<Address> addresses;
+        int limitMs;
+        double leastSeconds, mostSeconds;
+        bool connects;
+    };
+    const std::jthread signals = Interruptions();
+    for (const Case &is : {Case{{alive}, 0, 0, 5, true}, Case{{refused, alive}, 5000, 0, 0.2, true},
+                           Case{{dead, alive}, 0, 0.25, 5, true}, Case{{dead, dead, alive}, 8000, 0.5, 5, true},
+                           Case{{dead, refused}, 400, 0.4, 5, false}, Case{{dead, alive}, 100, 0.1, 5, false},
+                           Case{{refused, refused}, 0, 0, 0.2, false}, Case{{}, 0, 0, 1, false}}) {
+        AddressList list;
+        for (const Address &address : is.addresses) list.items[list.count++] = address;
+        const std::size_t descriptors = CountDescriptors();
+        Address connected;
+        int made = -1;
+        const double seconds = SecondsOf([&] { made = ConnectToFirst(list, is.limitMs, connected); });
+        EXPECT_TRUE(seconds >= is.leastSeconds && seconds < is.mostSeconds) << seconds;
+        EXPECT_EQ(made >= 0, is.connects);
+        EXPECT_EQ(connected.storage.ss_family, is.connects ? AF_INET6 : 0);
+        CloseSock(made);
+        EXPECT_TRUE(Eventually([&] { return CountDescriptors() <= descriptors; })); // the server's ends count, too
+    }
+}
+
+} // namespace
+} // namespace rtsptap::test
