@@ -100,8 +100,24 @@ struct Arguments {
             return in.U8() & 1 ? &shown : nullptr;
         else if constexpr (std::is_same_v<T, RTPStreamData *>)
             return nullptr; // only HandlePackets frees
+        else if constexpr (std::is_same_v<T, const RTSPTapPlayRequest *>)
+            return Request();
+        else if constexpr (std::is_same_v<T, RTSPTapPlayReply *>)
+            return played.recordSize = sizeof played, &played;
         else
             return Size<T>();
+    }
+    const RTSPTapPlayRequest *Request() {
+        const auto number = [this] { return static_cast<double>(in.Pick(kNumbers)); };
+        play = {static_cast<uint32_t>(in.U8()),
+                in.U8() & 1,
+                in.Pick(caller.lists),
+                Text(in),
+                number(),
+                number(),
+                number(),
+                number()};
+        return &play;
     }
     template <typename T> T Size() {
         const uint8_t choice = in.U8() % 4;
@@ -118,6 +134,8 @@ struct Arguments {
     bool isOfList = false;
     int handles = 0;
     RTPStreamData *shown = nullptr;
+    RTSPTapPlayRequest play = {};
+    RTSPTapPlayReply played = {};
     int64_t wide = 0;
 };
 

@@ -162,7 +162,7 @@ enum DataProto {
     DATA_PROTO_TCP = 1  /* interleaved in the RTSP connection (RFC 2326, 10.12) */
 };
 
-/** RTSP methods (RFC 2326, 10). TEARDOWN is 4 and PAUSE is 5. GET_PARAMETER is never sent. */
+/** RTSP methods (RFC 2326, 10). TEARDOWN is 4 and PAUSE is 5. Only rtsptap_extended.h sends GET_PARAMETER. */
 enum RTSPMethod {
     RTSP_OPTIONS = 0,
     RTSP_DESCRIBE = 1,

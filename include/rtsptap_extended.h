@@ -395,6 +395,90 @@ typedef void (*RTSPTapRtcpCallback)(void *context, int32_t streamNumber, int32_t
  */
 RTSPTAP_API int32_t RTSPTapSetRtcpCallback(intptr_t clientHandle, RTSPTapRtcpCallback callback, void *context);
 
+/* ---- methods ---- */
+
+/**
+ * Sends GET_PARAMETER (RFC 2326, 10.8), with a body or without one, and waits for the reply. Also the least that
+ * keeps a session from timing out. Allowed in every state, which stays as it is; the thread that calls the client's
+ * methods calls it.
+ *
+ * @param streamNumber  1 and up: asked of that stream's URL; 0: of the whole session's
+ * @param headerList    further headers (RTSPCreateHeaderList), or 0
+ * @param contentType   of the body; null: that of the header list, or else "text/parameters"
+ * @param body          a text, sent with its Content-Length: the names of the parameters, one a line (CR LF); null
+ *                      or empty: none
+ * @param replyBody     receives the body of the reply, with a terminator; null: nothing
+ * @param replySize     capacity of replyBody in bytes; receives what the body needs, the terminator included, when
+ *                      the reply's status is 200; null: the body is not wanted
+ * @return 0; RTSP_INVALID_ARGUMENT bad handle or stream number, or a control character in contentType;
+ *         RTSP_NOT_CONNECTED; RTSP_SMALL_BUFFER, and RTSPClientGetLastReply has the reply; or what a method of
+ *         rtsptap.h gives: RTSP_CLIENT_ERROR also from servers that do not know it (RFC 2326, 451)
+ */
+RTSPTAP_API int32_t RTSPTapGetParameter(intptr_t clientHandle, int32_t streamNumber, intptr_t headerList,
+                                        const char *contentType, const char *body, char *replyBody,
+                                        uint32_t *replySize);
+
+/**
+ * Sends SET_PARAMETER (RFC 2326, 10.9): as RTSPTapGetParameter, with a body of names and values ("volume: 5").
+ *
+ * @return as RTSPTapGetParameter
+ */
+RTSPTAP_API int32_t RTSPTapSetParameter(intptr_t clientHandle, int32_t streamNumber, intptr_t headerList,
+                                        const char *contentType, const char *body, char *replyBody,
+                                        uint32_t *replySize);
+
+/**
+ * Ends a session with TEARDOWN (RFC 2326, 10.7), as RTSPClientSendTeardownRequest does and also from
+ * CLIENT_READY_STATE: a session that was set up and is not to be played. Waits for the reply as long as
+ * RTSPTAP_OPTION_TEARDOWN_LIMIT says. Behind it the client is not connected, and may connect again.
+ *
+ * @return as RTSPClientSendTeardownRequest
+ */
+RTSPTAP_API int32_t RTSPTapTeardown(intptr_t clientHandle);
+
+/** What PLAY is to ask for. Of a record of zeros, and without one, nothing: the server begins at the beginning, or
+ *  goes on where it was paused. */
+typedef struct RTSPTapPlayRequest {
+    uint32_t recordSize; /* sizeof(RTSPTapPlayRequest), set by the caller */
+    int32_t seeks;       /* 1: from start on; 0: start and end do not count */
+    intptr_t
+        headerList; /* further headers (RTSPCreateHeaderList), or 0; what this record asks for goes before them */
+    const char *range; /* a Range header's value (RFC 2326, 12.29), such as "clock=20260131T120000Z-" or "npt=now-";
+                          it goes before start and end. Null: none */
+    double start;      /* seconds of normal play time, 0 to 1e9, to the millisecond */
+    double end;        /* likewise; not above start: to the end */
+    double scale;      /* speed of the contents, -1000 to 1000, below 0 backwards (RFC 2326, 12.34); 0: not asked */
+    double speed;      /* speed of delivery, 0 to 1000 (RFC 2326, 12.35); 0: not asked */
+} RTSPTapPlayRequest;
+
+/** What the reply to PLAY says. */
+typedef struct RTSPTapPlayReply {
+    uint32_t recordSize;      /* sizeof(RTSPTapPlayReply), set by the caller */
+    uint32_t streamRoom;      /* set by the caller: entries of the two arrays */
+    int64_t *sequenceNumbers; /* the caller's, or null: entry n - 1 receives the sequence number of the first packet
+                                 of stream n (RTP-Info, RFC 2326, 12.33); -1 where the reply names none */
+    int64_t *rtpTimes;        /* the same for the RTP timestamp that the start of the range has */
+    char range[128];          /* the Range header; empty when there is none, or a longer one */
+    double start;             /* of it, in seconds of normal play time; -1: not said, or no number ("now") */
+    double end;               /* the same */
+    double scale;             /* 0: not said */
+    double speed;             /* 0: not said */
+} RTSPTapPlayReply;
+
+/**
+ * Sends PLAY (RFC 2326, 10.5) as RTSPClientSendPlayRequest does, with a place to play from. Also while playing,
+ * where it is a seek: packets go on, from the new place. (RFC 2326 lets a server queue such a PLAY behind the one
+ * under way; for an immediate one send PAUSE before.) The thread that calls the client's methods calls it.
+ *
+ * @param streamNumber  1 and up; 0: all streams
+ * @param request       null: a record of zeros
+ * @param reply         filled when the status is 200, as far as its recordSize says; null: not wanted
+ * @return as RTSPClientSendPlayRequest; RTSPTAP_OUT_OF_RANGE a value of the request;
+ *         RTSP_INVALID_ARGUMENT a recordSize that is too small
+ */
+RTSPTAP_API int32_t RTSPTapPlay(intptr_t clientHandle, int32_t streamNumber, const RTSPTapPlayRequest *request,
+                                RTSPTapPlayReply *reply);
+
 #ifdef __cplusplus
 }
 #endif

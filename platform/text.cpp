@@ -78,6 +78,10 @@ double LeadingFraction(std::string_view text) {
 
 char LowerCase(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
+bool HasControlCharacter(std::string_view text) {
+    return std::ranges::any_of(text, [](unsigned char c) { return c < ' ' || c == 0x7F; });
+}
+
 bool EqualIgnoringCase(std::string_view a, std::string_view b) {
     return std::equal(a.begin(), a.end(), b.begin(), b.end(),
                       [](char left, char right) { return LowerCase(left) == LowerCase(right); });

@@ -34,6 +34,7 @@ double LeadingFraction(std::string_view text);
 
 inline bool Contains(std::string_view text, std::string_view part) { return text.find(part) != text.npos; }
 char LowerCase(char c); // of ASCII
+bool HasControlCharacter(std::string_view text);
 bool EqualIgnoringCase(std::string_view a, std::string_view b);
 
 // The text without the spaces and tabs around it.

@@ -17,6 +17,8 @@ namespace rtsptap {
 class Dialect;
 struct DescribeParts; // describe.cpp
 struct Exchange;
+struct ParameterParts; // parameters.cpp
+struct PlayParts;      // play_range.cpp
 struct RTSPClient;
 struct SetupParts; // stream_sockets.h
 
@@ -68,6 +70,8 @@ struct Exchange {
     // What only one method's steps share, on its function's stack.
     SetupParts *setup = nullptr;
     DescribeParts *describe = nullptr;
+    ParameterParts *parameter = nullptr;
+    PlayParts *play = nullptr;
 };
 
 // Runs the checks and steps of the exchange's row; the result is that of the exported function.
@@ -96,6 +100,8 @@ int32_t ClassifyStatus(Exchange &exchange);
 // The client enters the state that its method's success leads to.
 int32_t EnterState(Exchange &exchange);
 int32_t CopyReply(Exchange &exchange);
+// The stream addressed plays, or all do, and is received: what PLAY does on 200 (methods.cpp).
+int32_t StartPlaying(Exchange &exchange);
 
 // True while the parsed reply's status is 200.
 bool IsOk(const Exchange &exchange);

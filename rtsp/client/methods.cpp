@@ -3,6 +3,7 @@
 #include "rtp/stream.h"
 #include "rtsp/client/client.h"
 #include "rtsp/client/exchange.h"
+#include "rtsptap_extended.h"
 
 namespace rtsptap {
 namespace {
@@ -59,6 +60,8 @@ void BeginReceptions(const MediaSession &media, int32_t streamNumber) {
         if (streamNumber == 0 || at == streamNumber) BeginReception(*stream);
 }
 
+} // namespace
+
 int32_t StartPlaying(Exchange &exchange) {
     RTSPClient &client = *exchange.client;
     const int32_t number = exchange.arguments.streamNumber;
@@ -71,6 +74,8 @@ int32_t StartPlaying(Exchange &exchange) {
         PlayOverUdp(client.media, number);
     return RTSP_SUCCESS;
 }
+
+namespace {
 
 constexpr Step kPlayChecks[] = {CheckHandleAndSession, CheckConnected, CheckStreamNumber, CheckState,
                                 CheckHeaderList};
@@ -141,18 +146,25 @@ constexpr Step kTeardownChecks[] = {CheckHandle, CheckConnected, CheckState, Che
 constexpr Step kTeardownSteps[] = {GenerateRequest, SendRequest,    ReceiveReply,     ParseReply,
                                    CompareSession,  ClassifyStatus, OnOk<EndSession>, CopyReply};
 
-constexpr MethodDescriptor kTeardown{
-    .functionName = "RTSPClientSendTeardownRequest",
-    .method = RTSP_TEARDOWN,
-    .allowedStates = States({CLIENT_PLAYING_STATE, CLIENT_PAUSE_STATE}),
-    .answersChallenge = false,
-    .checks = kTeardownChecks,
-    .steps = kTeardownSteps,
-    .sending = "Client generating and sending TEARDOWN request message \n",
-    .badState = "EXIT : %s : Client State is Not Valid for TEARDOWN Method.\n",
-    .badHeaderList = "EXIT : %s :HeaderList of TearDown method is not valid\n",
-    .notGenerated = "EXIT : %s :Request Message for PLAY not generated \n", // Kept: it says PLAY
-};
+consteval MethodDescriptor TeardownRow(const char *functionName, StateSet allowedStates) {
+    return {
+        .functionName = functionName,
+        .method = RTSP_TEARDOWN,
+        .allowedStates = allowedStates,
+        .answersChallenge = false,
+        .checks = kTeardownChecks,
+        .steps = kTeardownSteps,
+        .sending = "Client generating and sending TEARDOWN request message \n",
+        .badState = "EXIT : %s : Client State is Not Valid for TEARDOWN Method.\n",
+        .badHeaderList = "EXIT : %s :HeaderList of TearDown method is not valid\n",
+        .notGenerated = "EXIT : %s :Request Message for PLAY not generated \n", // Kept: it says PLAY
+    };
+}
+
+constexpr MethodDescriptor kTeardown =
+    TeardownRow("RTSPClientSendTeardownRequest", States({CLIENT_PLAYING_STATE, CLIENT_PAUSE_STATE}));
+constexpr MethodDescriptor kTeardownOfAny =
+    TeardownRow("RTSPTapTeardown", States({CLIENT_READY_STATE, CLIENT_PLAYING_STATE, CLIENT_PAUSE_STATE}));
 
 } // namespace
 } // namespace rtsptap
@@ -186,5 +198,10 @@ int32_t RTSPClientSendTeardownRequest(intptr_t clientHandle, intptr_t teardownHe
                                   .headerList = teardownHeaderList,
                                   .responseBuff = responseBuff,
                                   .responseSize = responseSize});
+    return RunExchange(exchange);
+}
+
+int32_t RTSPTapTeardown(intptr_t clientHandle) {
+    Exchange exchange(kTeardownOfAny, {.clientHandle = clientHandle});
     return RunExchange(exchange);
 }

@@ -92,11 +92,6 @@ int32_t CheckChange(const CallTrace &trace, const Call &call, int64_t value) {
     return IsTooLate(*call.client, call.option->until) ? FailTooLate(trace) : RTSP_SUCCESS;
 }
 
-// A header's value must stay on its line.
-bool HasControlCharacter(std::string_view text) {
-    return std::ranges::any_of(text, [](unsigned char c) { return c < ' ' || c == 0x7F; });
-}
-
 } // namespace
 } // namespace rtsptap
 
@@ -125,7 +120,7 @@ int32_t RTSPTapSetOptionText(intptr_t clientHandle, int32_t option, const char *
     const std::string_view value = text;
     const auto length = static_cast<int64_t>(value.size());
     if (const int32_t result = CheckChange(trace, call, length); result != RTSP_SUCCESS) return result;
-    if (HasControlCharacter(value))
+    if (HasControlCharacter(value)) // it must stay on its line
         return trace.Fail(RTSPTAP_OUT_OF_RANGE, "EXIT : %s :The text has a control character\n");
     const std::span<char> place = call.option->text(*call.client);
     CopyText(place.data(), place.size(), value);

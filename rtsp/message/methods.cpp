@@ -21,6 +21,8 @@ constexpr DefaultHeader kSetupHeaders[] = {{"Session", kSessionId, kSessionTexts
 constexpr DefaultHeader kPlayHeaders[] = {{"Range", "npt=0.000-", kRangeTexts}, kSessionHeader};
 constexpr DefaultHeader kTeardownHeaders[] = {kSessionHeader};
 constexpr DefaultHeader kPauseHeaders[] = {kSessionHeader};
+constexpr DefaultHeader kParameterHeaders[] = {
+    {.name = "Session", .value = kSessionId, .texts = kSessionTexts, .onlyWithValue = true}};
 
 constexpr Method kMethods[] = {
     {RTSP_OPTIONS, "OPTIONS", false, CLIENT_OPTIONS_SENT_STATE, {}},
@@ -29,6 +31,8 @@ constexpr Method kMethods[] = {
     {RTSP_PLAY, "PLAY", true, CLIENT_PLAYING_STATE, kPlayHeaders},
     {RTSP_TEARDOWN, "TEARDOWN", false, CLIENT_INIT_STATE, kTeardownHeaders},
     {RTSP_PAUSE, "PAUSE", true, CLIENT_PAUSE_STATE, kPauseHeaders},
+    {RTSP_GET_PARAMETER, "GET_PARAMETER", true, kStays, kParameterHeaders},
+    {kSetParameter, "SET_PARAMETER", true, kStays, kParameterHeaders},
 };
 
 } // namespace
@@ -44,9 +48,7 @@ const Method *FindMethod(uint32_t number) {
     return nullptr;
 }
 
-// GET_PARAMETER has a name, as a digest may be asked for it, but is never sent.
 const char *MethodName(uint32_t number) {
-    if (number == RTSP_GET_PARAMETER) return "GET_PARAMETER";
     const Method *const method = FindMethod(number);
     return method != nullptr ? method->name : "";
 }

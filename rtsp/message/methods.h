@@ -9,6 +9,7 @@
 
 namespace rtsptap {
 
+inline constexpr auto kSetParameter = static_cast<RTSPMethod>(6); // no number of the base interface
 inline constexpr uint32_t kMethodNumbers = 9; // numbers 0 to 8 are accepted where a method is checked
 
 // What is printed when a header cannot be added; the second argument is always "User-Agent".
@@ -23,12 +24,15 @@ struct DefaultHeader {
     const char *value; // kSessionId: the client's session id as it stands, also when empty
     const NotAddedTexts &texts;
     bool laterStreamsOnly = false; // by default left out of the first stream's request
+    bool onlyWithValue = false;    // by default left out while its value is empty
 };
 
 inline constexpr const char *kSessionId = nullptr;
 
 extern const NotAddedTexts kUserAgentTexts; // of every method
 extern const NotAddedTexts kAuthorizationTexts;
+
+inline constexpr auto kStays = static_cast<RTSPClientState>(7); // no state: success changes none
 
 struct Method {
     uint32_t number;      // RTSPMethod

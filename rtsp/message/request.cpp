@@ -15,6 +15,7 @@
 #include <initializer_list>
 #include <new>
 #include <string_view>
+#include <utility>
 
 namespace rtsptap {
 
@@ -44,6 +45,28 @@ int32_t AddRequestHeader(RequestMsg *requestMsg, const char *headerName, const c
     slot.headerValue = value.release();
     DebugPrint(kDebugEntry, "Added Header= %s : %s\n", headerName, headerValue);
     return RTSP_SUCCESS;
+}
+
+RTSPHeaderStruct *FindRequestHeader(RequestMsg &request, std::string_view name) {
+    for (uint32_t i = 0; i < request.headerCount; ++i)
+        if (EqualIgnoringCase(request.headers[i].headerName, name)) return &request.headers[i];
+    return nullptr;
+}
+
+int32_t PutRequestHeader(RequestMsg &request, const char *name, const char *value) {
+    RTSPHeaderStruct *const slot = FindRequestHeader(request, name);
+    if (slot == nullptr) return AddRequestHeader(&request, name, value);
+    HeapText copy = DuplicateText(value);
+    if (!copy) return RTSP_NO_MEMORY;
+    std::free(std::exchange(slot->headerValue, copy.release()));
+    return RTSP_SUCCESS;
+}
+
+void RemoveRequestHeader(RequestMsg &request, std::string_view name) {
+    RTSPHeaderStruct *const slot = FindRequestHeader(request, name);
+    if (slot == nullptr) return;
+    ReleaseHeaderSlot(*slot);
+    std::rotate(slot, slot + 1, request.headers.data() + request.headerCount--);
 }
 
 void freeRequestMsg(RequestMsg *requestMsg) {
@@ -111,6 +134,7 @@ bool AddDefaultHeader(const Build &build, const DefaultHeader &header) {
     }
     if (header.laterStreamsOnly && build.stream <= 0) return true;
     const char *const value = header.value == kSessionId ? build.from.sessionId : header.value;
+    if (header.onlyWithValue && *value == '\0') return true;
     return AddOrReport(build, header.name, value, header.texts.byDefault);
 }
 
@@ -168,17 +192,17 @@ RequestMsg *GenerateRequestMessage(const Requester &from, uint32_t method, intpt
 
 namespace {
 
-constexpr std::size_t kRequestLineExtra = 10; // the longest method name and two spaces
-constexpr std::size_t kSeparator = 2;         // colon and space
-constexpr std::size_t kLineEnd = 2;           // CR and LF
+constexpr std::size_t kSeparator = 2; // colon and space, or two spaces
+constexpr std::size_t kLineEnd = 2;   // CR and LF
 
 // Room for the whole text and its terminator.
 std::size_t SerialisedSize(const RequestMsg &request) {
-    std::size_t size = std::strlen(request.uri) + kRequestLineExtra + std::strlen(request.version) + kLineEnd;
+    std::size_t size = std::strlen(MethodName(request.method)) + kSeparator + std::strlen(request.uri) +
+                       std::strlen(request.version) + kLineEnd;
     for (uint32_t i = 0; i < request.headerCount; ++i)
         size += std::strlen(request.headers[i].headerName) + kSeparator +
                 std::strlen(request.headers[i].headerValue) + kLineEnd;
-    return size + kLineEnd + 1;
+    return size + kLineEnd + std::strlen(request.body) + 1;
 }
 
 char *Append(char *end, std::initializer_list<std::string_view> pieces) {
@@ -191,7 +215,7 @@ char *Serialise(const RequestMsg &request, char *text) {
     char *end = Append(text, {MethodName(request.method), " ", request.uri, " ", request.version, "\r\n"});
     for (uint32_t i = 0; i < request.headerCount; ++i)
         end = Append(end, {request.headers[i].headerName, ": ", request.headers[i].headerValue, "\r\n"});
-    return Append(end, {"\r\n"});
+    return Append(end, {"\r\n", request.body});
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <string_view>
 
 namespace rtsptap {
 
@@ -20,11 +21,17 @@ struct RequestMsg {
     uint32_t headerCount = 0; // used slots, 0 to kHeaderSlots
     char *uri = nullptr;      // owned, free()
     char *version = nullptr;  // owned, free(): "RTSP/1.0"
+    const char *body = "";    // a text of whoever builds the request
     std::array<RTSPHeaderStruct, kHeaderSlots> headers = {};
 };
 
 // 0; RTSP_FAILURE on a null argument, a full message or no memory for the name; RTSP_NO_MEMORY for the value.
 int32_t AddRequestHeader(RequestMsg *requestMsg, const char *headerName, const char *headerValue);
+// The slot of the first header of that name, ignoring case, or null.
+RTSPHeaderStruct *FindRequestHeader(RequestMsg &request, std::string_view name);
+// Gives the header this value, in the place of another or behind the others. Results as above.
+int32_t PutRequestHeader(RequestMsg &request, const char *name, const char *value);
+void RemoveRequestHeader(RequestMsg &request, std::string_view name);
 void freeRequestMsg(RequestMsg *requestMsg);
 
 struct RequestMsgDeleter {

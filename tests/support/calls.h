@@ -41,7 +41,7 @@ constexpr Function<Source> kTable[] = {
     {NameOf<functions>(), [](Source &source) { return CallFrom(source, functions); }}...};
 
 // The first kHarmless may be called with whatever stands for a client and a list.
-constexpr int kHarmless = 32;
+constexpr int kHarmless = 36;
 template <typename Source>
 constexpr auto &kFunctions =
     kTable<Source, ValidateRTSPClientHandle, RTSPClientSetMTUSize, RTSPClientSendOptionsRequest,
@@ -52,7 +52,8 @@ constexpr auto &kFunctions =
            RTPClientGetTSOffset, RTPClientPeekRTPStreamData, StartThirdPartyClient, CreateRTPStream,
            RTSPTapSetDataProto, RTSPTapForgetChallenge, RTSPAddHeaderToList, RTSPModifyHeaderInList,
            RTSPRemoveHeaderFromList, RTSPTapSetOption, RTSPTapGetOption, RTSPTapSetOptionText, RTSPTapGetOptionText,
-           RTSPTapSetRule, RTSPTapGetRuleUse, RTSPClientConnect, RTSPClientAutoRTSPConnect, RTSPDestroyHeaderList,
+           RTSPTapSetRule, RTSPTapGetRuleUse, RTSPTapGetParameter, RTSPTapSetParameter, RTSPTapTeardown,
+           RTSPTapPlay, RTSPClientConnect, RTSPClientAutoRTSPConnect, RTSPDestroyHeaderList,
            RTPClientGetRTPStreamData, RTPClientFreeRTPStreamData, RTSPClientDestroy>;
 
 // Arguments from words apart by spaces: numbers, texts, null; any other word for a pointer stands for a place that
@@ -80,6 +81,10 @@ struct Words {
             return word.c_str();
         else if constexpr (std::is_same_v<T, char *>)
             return buffer;
+        else if constexpr (std::is_same_v<T, const RTSPTapPlayRequest *>)
+            return &(play = {sizeof play, 0, 0, nullptr, 0, 0, 0, 0});
+        else if constexpr (std::is_same_v<T, RTSPTapPlayReply *>)
+            return nullptr;
         else if constexpr (std::is_same_v<T, RTPStreamData **>)
             return &packet;
         else if constexpr (std::is_same_v<T, RTPStreamData *>)
@@ -97,6 +102,7 @@ struct Words {
     int64_t wide = 0;
     RTPStreamData *packet = nullptr;
     RTPStreamData record = {};
+    RTSPTapPlayRequest play = {};
 
 private:
     const std::string &NextWord() {

@@ -168,7 +168,8 @@ void ScriptedServer::TakeMessages() {
         } else {
             length = received.find("\r\n\r\n");
             if (length == std::string::npos) return;
-            length += 4;
+            const std::size_t body = received.find("\r\nContent-Length: ");
+            length += 4 + (body < length ? std::stoul(received.substr(body + 18)) : 0);
         }
         if (received.size() < length) return;
         const std::string message = received.substr(0, length);
