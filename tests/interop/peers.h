@@ -10,7 +10,8 @@ namespace rtsptap::test {
 // seconds, and 5 of grace.
 class GstServer {
 public:
-    GstServer() : process_({GST_SERVER, kUser, kPassword, "4"}) {
+    GstServer() : GstServer({GST_SERVER, kUser, kPassword, "4"}) {}
+    explicit GstServer(const std::vector<std::string> &command) : process_(command) {
         const std::string url = process_.ReadLine(std::chrono::seconds(30));
         port_ = static_cast<uint16_t>(std::atoi(url.c_str() + url.rfind(':') + 1)); // 0 without an answer
     }

@@ -218,8 +218,8 @@ TEST(CommandLine, ThePageAndTheCompletionsCanBeRead) {
     const std::pair<const char *, const char *> cases[] = {{"play -t ''", "auto udp tcp multicast\n"},
                                                            {"snapshot --format ''", "png jpg\n"},
                                                            {"record --format m", "mp4 mkv mjpeg\n"},
-                                                           {"play --expect-codec g", "g726\n"},
-                                                           {"listen --video h", "h264@\n"}};
+                                                           {"play --expect-codec g", "g726 g722 g723 g729 gsm\n"},
+                                                           {"listen --video h", "h264@ h265@\n"}};
     for (const auto &[words, offered] : cases)
         EXPECT_EQ(offered, RunToEnd(std::string("source <(" TOOL " completion bash); COMP_CWORD=3; COMP_WORDS=("
                                                 "rtsptap ") +

@@ -23,6 +23,7 @@ struct ServerSettings {
     std::optional<bool> keepalive;                    // repeat PLAY; none: where the server names a time-out
     int follow = 5;                                   // redirections in a row
     std::optional<int> reconnect;                     // how often in a row; 0: without end; none: not at all
+    bool exact = false; // takes what the standards allow, instead of what devices are known to send
 };
 
 // What a stream of packets must keep to; exit status 14 when it does not.

@@ -121,7 +121,7 @@ Reader IntoCodecs(std::vector<std::string> &field) {
     return [&field](const std::string &text) -> std::string {
         for (const std::string &name : Split(text, ',')) {
             if (CodecTypeOfName(name) == 0 && CodecTypeOfEncoding(name) == 0)
-                return "is none of " + Joined(CodecNames(true), ", ") + ", " + Joined(CodecNames(false), ", ");
+                return "is none of " + Joined(CodecNames(), ", ");
             field.push_back(name);
         }
         return "";
@@ -136,12 +136,6 @@ Reader IntoUser(std::string &field) {
         field = text;
         return text.empty() ? "must not be empty" : "";
     };
-}
-
-std::vector<std::string> AllCodecs() {
-    std::vector<std::string> names = CodecNames(true);
-    for (const std::string &name : CodecNames(false)) names.push_back(name);
-    return names;
 }
 
 } // namespace
@@ -176,6 +170,8 @@ OptionGroup ServerOptions(ServerSettings &server) {
               Into(server.passwordFile)},
              {"--follow", "[=N]", "go where the server sends us, so often in a row (default: 5; 0: not at all)",
               IntoHops(server.follow)},
+             {"--exact", "", "forgive nothing: refuse what the standards do not allow, though devices send it",
+              Switch(server.exact)},
              {"-H,--header", "HEADER", "add 'METHOD: Name: value' to the requests of a method; may be repeated",
               Into(server.headers)}}};
 }
@@ -225,7 +221,7 @@ OptionGroup FigureOptions(ReceptionSettings &reception) {
           IntoNumber(reception.health.minBitsPerSecond, {{"", 1}, {"k", 1e3}, {"K", 1e3}, {"M", 1e6}, {"G", 1e9}},
                      HUGE_VAL, "is no bit rate, as 64000, 500k or 2M are")},
          {"--expect-codec", "CODEC", "end with status 14 if no stream of this codec came; may be repeated",
-          IntoCodecs(reception.health.expectedCodecs), false, AllCodecs()}}};
+          IntoCodecs(reception.health.expectedCodecs), false, CodecNames()}}};
 }
 
 std::vector<Option> FileOptions(OutputSettings &output, unsigned formats, bool isRequired) {

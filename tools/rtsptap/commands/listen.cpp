@@ -23,8 +23,8 @@ constexpr Example kExamples[] = {
     {"rtsptap listen --sdp stream.sdp -o talk.mkv --duration 5m", "codecs and ports of a description"}};
 
 constexpr const char *kNotes[] = {
-    "AAC and H.264 without parameter sets in the stream need the parameters of a description to be recorded: "
-    "--sdp. Multicast groups that it names are joined; its other addresses are ignored, since packets "
+    "AAC, and H.264 and H.265 without parameter sets in the stream, need the parameters of a description to be "
+    "recorded: --sdp. Multicast groups that it names are joined; its other addresses are ignored, since packets "
     "are taken on every local one."};
 
 struct ListenSettings {
@@ -37,34 +37,34 @@ struct ListenSettings {
 };
 
 // Reads "h264@5004"; false when codec or port are none, or the codec is one of the other medium.
-bool ParseListenPort(const std::string &text, bool video, ListenPort &port) {
+bool ParseListenPort(const std::string &text, const std::string &medium, ListenPort &port) {
     const std::size_t at = text.find('@');
     if (at == std::string::npos) return false;
     port.codecType = CodecTypeOfName(text.substr(0, at));
     const char *end = text.data() + text.size();
     const auto [stop, error] = std::from_chars(text.data() + at + 1, end, port.port);
-    const bool ofThisMedium = port.codecType != 0 && CodecOf(port.codecType)->isVideo == video;
+    const bool ofThisMedium = port.codecType != 0 && CodecOf(port.codecType)->medium == medium;
     return error == std::errc() && stop == end && port.port != 0 && ofThisMedium;
 }
 
-Reader IntoPort(ListenPort &port, bool video) {
-    return [&port, video](const std::string &text) -> std::string {
-        if (ParseListenPort(text, video, port)) return "";
-        return "is not CODEC@PORT with a codec of " + Joined(CodecNames(video), ", ");
+Reader IntoPort(ListenPort &port, const std::string &medium) {
+    return [&port, medium](const std::string &text) -> std::string {
+        if (ParseListenPort(text, medium, port)) return "";
+        return "is not CODEC@PORT with a codec of " + Joined(CodecNames(medium), ", ");
     };
 }
 
-Option Port(const char *medium, ListenPort &port, bool video) {
-    std::vector<std::string> words = CodecNames(video);
-    const std::string help = "receive " + std::string(medium) + "; CODEC is one of " + Joined(words, ", ");
+Option Port(const std::string &medium, ListenPort &port) {
+    std::vector<std::string> words = CodecNames(medium);
+    const std::string help = "receive " + medium + "; CODEC is one of " + Joined(words, ", ");
     for (std::string &word : words) word += "@";
-    return {"--" + std::string(medium), "CODEC@PORT", help, IntoPort(port, video), false, words};
+    return {"--" + medium, "CODEC@PORT", help, IntoPort(port, medium), false, words};
 }
 
 OptionGroup PortOptions(ListenSettings &listen) {
     return {"Ports",
-            {Port("video", listen.video, true),
-             Port("audio", listen.audio, false),
+            {Port("video", listen.video),
+             Port("audio", listen.audio),
              {"--sdp", "FILE", "take codecs, ports and parameters from a session description; - is standard input",
               Into(listen.sdpFile)},
              LatencyOption(listen.latency, TimeText(kUsualLatency) + " for a recording, else 0")}};
@@ -133,7 +133,7 @@ PacketObserver WatchForParameterSets(int32_t number) {
         if (watch->done || arrival - *watch->first < kPatience) return;
         watch->done = true;
         PrintNotice(NameOf(stream) +
-                    " brings no parameter sets, without which H.264 cannot be decoded: take them from "
+                    " brings no parameter sets, without which it cannot be decoded: take them from "
                     "the sender's description with --sdp, or let it repeat them");
     };
 }

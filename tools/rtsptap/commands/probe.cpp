@@ -10,6 +10,7 @@ namespace {
 
 constexpr Example kExamples[] = {
     {"rtsptap probe rtsp://camera.local/live", "streams, server, and the time of every step"},
+    {"rtsptap probe rtsp://camera.local/live --explain", "also what is odd about it, line by line"},
     {"rtsptap probe rtsp://camera.local/live --json | jq .streams", "the same for programs"}};
 
 constexpr const char *kNotes[] = {
@@ -18,7 +19,8 @@ constexpr const char *kNotes[] = {
 
 struct ProbeSettings {
     ServerSettings server;
-    bool json = false; // instead of text
+    bool json = false;    // instead of text
+    bool explain = false; // what had to be tolerated
 };
 
 // Has enough when every stream has shown itself.
@@ -52,17 +54,22 @@ Outcome Probe(const ProbeSettings &settings, const LibraryOutput &output, Interr
         sink = std::make_unique<ArrivalSink>(arrivals);
         return Outcome();
     };
-    audience.opened = audience.refused = [&result, &arrivals](const OpenedSession &opened) {
+    std::shared_ptr<Session> session; // tells until the end what it met
+    audience.opened = audience.refused = [&result, &arrivals, &session](const OpenedSession &opened) {
         TakeOpening(opened, result);
+        session = opened.session;
         arrivals.Begin(ProbedStreamsOf(opened));
     };
     // As long as a first packet may take, so long may the others, and the key frames.
     result.outcome = ReceiveFromServer(settings.server, settings.server.idleTimeout, audience, interruption);
     result.streams = arrivals.Streams();
+    if (session != nullptr) result.tolerated = session->Tolerated();
     if (result.outcome.IsOk()) result.outcome = JudgeArrivals(result.streams);
     if (result.url.empty()) return result.outcome;
     const bool reachedNothing = result.phases.size() < 2; // the name has an address, and nobody answers there
-    const std::string shown = settings.json ? ProbeJson(result) : reachedNothing ? "" : ProbeText(result);
+    const std::string shown = settings.json    ? ProbeJson(result)
+                              : reachedNothing ? ""
+                                               : ProbeText(result, settings.explain);
     const Outcome written = WriteText(output.Data(), shown, kStandardOutput);
     return written.IsOk() ? result.outcome : written;
 }
@@ -77,7 +84,10 @@ Command ProbeCommand() {
             .examples = kExamples,
             .notes = kNotes,
             .argument = UrlArgument(server),
-            .groups = {{"Probe", {{"--json", "", "show JSON instead of text", Switch(settings->json)}}},
+            .groups = {{"Probe",
+                        {{"--json", "", "show JSON instead of text", Switch(settings->json)},
+                         {"--explain", "", "show what the standards do not allow, and had to be tolerated",
+                          Switch(settings->explain)}}},
                        ServerOptions(server),
                        WaitingOptions(server)},
             .run = [settings](const LibraryOutput &output, Interruption &interruption) {

@@ -13,7 +13,7 @@ constexpr Example kExamples[] = {
     {"rtsptap record rtsp://camera.local/live -o - --format ts | mpv -", "into another program"}};
 
 constexpr const char *kNotes[] = {
-    "Containers (mp4, mkv, ts) hold all streams; h264, aac, wav and mjpeg the first that fits; pcap and "
+    "Containers (mp4, mkv, ts) hold all streams; h264, h265, aac, wav and mjpeg the first that fits; pcap and "
     "rtpdump the packets as they came. Pictures are never encoded anew; sound is, where the container does "
     "not hold its codec. A file begins with a key frame and plays after Ctrl-C; a transport stream (mp2t) is "
     "written as it comes.",

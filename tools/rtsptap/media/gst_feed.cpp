@@ -15,10 +15,10 @@ constexpr guint64 kChokedBytes = 64 * 1024 * 1024; // waiting in the pipeline
 
 // The caps that depayloaders know, parameters as texts in lower case.
 GstMini<GstCaps> MakeCaps(const StreamFormat &format, int payloadType) {
-    GstMini<GstCaps> caps(
-        gst_caps_new_simple("application/x-rtp", "media", G_TYPE_STRING, format.codec->isVideo ? "video" : "audio",
-                            "payload", G_TYPE_INT, payloadType, "clock-rate", G_TYPE_INT, format.clockRate,
-                            "encoding-name", G_TYPE_STRING, format.encodingName.c_str(), nullptr));
+    GstMini<GstCaps> caps(gst_caps_new_simple("application/x-rtp", "media", G_TYPE_STRING, format.codec->medium,
+                                              "payload", G_TYPE_INT, payloadType, "clock-rate", G_TYPE_INT,
+                                              format.clockRate, "encoding-name", G_TYPE_STRING,
+                                              format.encodingName.c_str(), nullptr));
     if (format.channels > 0)
         gst_caps_set_simple(caps.get(), "encoding-params", G_TYPE_STRING, std::to_string(format.channels).c_str(),
                             nullptr);

@@ -97,7 +97,9 @@ Outcome MakePictureSink(const OutputFile &file, const std::vector<StreamFormat> 
                         std::unique_ptr<PacketSink> &sink) {
     gst_init(nullptr, nullptr);
     for (const StreamFormat &format : streams) {
-        if (!format.codec->isVideo) continue;
+        if (!format.codec->IsVideo() || *format.codec->decoder == '\0') continue;
+        if (const std::string element = MissingElement(file.format, *format.codec); !element.empty())
+            return {ExitCode::kOutputFailed, "the GStreamer of this machine has no " + element};
         sink = std::make_unique<PictureSink>(file, format);
         return {};
     }

@@ -1,5 +1,8 @@
 #include "media/gst_pipeline.h"
 
+#include "rtsptap_extended.h"
+
+#include <algorithm>
 #include <string_view>
 
 namespace tool {
@@ -50,10 +53,10 @@ const char *BareFile(FileFormat format) {
     return format == kAac ? " ! audio/mpeg,stream-format=adts ! " : " ! ";
 }
 
-// TIMESTAMPS: when to decode, which only this container needs told and RTP does not tell. MPEGAUDIO: the decoder
-// that there is.
+// Behind a question mark: what tells when to decode, which only this container needs told and RTP does not tell.
+// MPEGAUDIO: the decoder that there is.
 std::string Expanded(const std::string &element) {
-    if (element == "TIMESTAMPS") return HasElement("h264timestamper") ? "h264timestamper" : "";
+    if (element.starts_with('?')) return HasElement(element.c_str() + 1) ? element.substr(1) : "";
     if (element == "MPEGAUDIO") return HasElement("mpg123audiodec") ? "mpg123audiodec" : "avdec_mp3";
     return element;
 }
@@ -74,7 +77,8 @@ std::string ChainFor(const Codec &codec, FileFormat format) {
         return format == kMkv || *codec.inStream == '\0' ? parsed : parsed + " " + codec.inStream;
     }
     const std::string decoded = Linked({codec.depayloader, codec.parser, codec.decoder, "audioconvert"});
-    if ((codec.sampled & format) != 0) return decoded + " ! audio/x-raw,format=S16LE";
+    const char *const samples = codec.type == RTSPTAP_CODEC_L24 ? "S24LE" : "S16LE";
+    if ((codec.sampled & format) != 0) return decoded + " ! audio/x-raw,format=" + samples;
     return decoded + " ! audioresample ! " + PresentEncoder().factory + " " + std::string(kEncoder) + " ! aacparse";
 }
 
@@ -83,13 +87,22 @@ std::string Destination(const OutputFile &file) {
     return "filesink name=out";
 }
 
-std::string DescribeMuxer(const OutputFile &file) {
+// Of MP4 and its elder brother, which the same players read, only the other one has VP8 here.
+std::string MuxerFor(const Muxer &row, const std::vector<StreamFormat> &streams) {
+    const bool hasVp8 = std::any_of(streams.begin(), streams.end(), [](const StreamFormat &format) {
+        return format.codec->type == RTSPTAP_CODEC_VP8;
+    });
+    return row.format == kMp4 && hasVp8 ? "qtmux" : row.factory;
+}
+
+std::string DescribeMuxer(const OutputFile &file, const std::vector<StreamFormat> &streams) {
     for (const Muxer &row : kMuxers) {
         if (row.format != file.format) continue;
+        const std::string factory = MuxerFor(row, streams);
         if (file.split.count() == 0)
-            return std::string(row.factory) + " name=mux " + (file.path.empty() ? row.toPipe : row.toFile) + " ! " +
+            return factory + " name=mux " + (file.path.empty() ? row.toPipe : row.toFile) + " ! " +
                    Destination(file);
-        return std::string("splitmuxsink name=out muxer-factory=") + row.factory +
+        return std::string("splitmuxsink name=out muxer-factory=") + factory +
                " max-size-time=" + std::to_string(std::chrono::nanoseconds(file.split).count());
     }
     return "";
@@ -203,12 +216,21 @@ bool CanHold(FileFormat format, const Codec &codec) {
     return ((codec.stored | codec.sampled | codec.encoded) & format) != 0;
 }
 
+std::string MissingElement(FileFormat format, const Codec &codec) {
+    const bool isDecoded = (codec.stored & format) == 0;
+    for (const char *const text : {codec.depayloader, codec.parser, isDecoded ? codec.decoder : ""}) {
+        const std::string element = Expanded(text).substr(0, std::string_view(text).find(' '));
+        if (!element.empty() && !HasElement(element.c_str())) return element;
+    }
+    return "";
+}
+
 uint32_t EncoderDelay() { return PresentEncoder().delay; }
 
 std::string DescribeRecording(const OutputFile &file, const std::vector<StreamFormat> &streams) {
     const bool isTransportStream = streams.front().codec->type == RTP_CODEC_MP2T;
     const bool muxes = (file.format & kContainers) != 0 && !isTransportStream;
-    std::string description = muxes ? DescribeMuxer(file) : "";
+    std::string description = muxes ? DescribeMuxer(file, streams) : "";
     bool hasVideo = false;
     for (const StreamFormat &format : streams) {
         std::string chain = ChainFor(*format.codec, file.format);
@@ -223,11 +245,11 @@ std::string DescribeRecording(const OutputFile &file, const std::vector<StreamFo
             description += BareFile(file.format) + Destination(file);
         else if (file.split.count() == 0)
             description += " ! mux.";
-        else if (format.codec->isVideo)
+        else if (format.codec->IsVideo())
             description += hasVideo ? " ! out.video_aux_%u" : " ! out.video";
         else
             description += " ! out.audio_%u";
-        hasVideo |= format.codec->isVideo;
+        hasVideo |= format.codec->IsVideo();
     }
     return description;
 }

@@ -61,6 +61,10 @@ private:
 // The file's format can hold the codec.
 bool CanHold(FileFormat format, const Codec &codec);
 
+// The first element that GStreamer lacks here to put the codec into such a file, or to decode it for a picture;
+// empty when there are all.
+std::string MissingElement(FileFormat format, const Codec &codec);
+
 // Samples by which sound that is encoded anew comes out late.
 uint32_t EncoderDelay();
 

@@ -112,13 +112,13 @@ void RecordingSink::Start() {
     }
     if (Outcome failed = BuildPipeline(streams); !failed.IsOk()) return Fail(failed);
     for (const StreamFormat &format : streams)
-        hasVideo_ |= format.codec->isVideo && pipeline_.Element("gate") != nullptr;
+        hasVideo_ |= format.codec->IsVideo() && pipeline_.Element("gate") != nullptr;
     pipeline_.HoldUntilKeyFrame();
     for (RtpFeed &feed : feeds_) {
         const std::string number = std::to_string(feed.Format().stream.number);
         pipeline_.TakeOutDelay("encoder" + number, EncoderDelay());
         feed.Attach(pipeline_.Element(("feed" + number).c_str()));
-        if (feed.Format().codec->isVideo) feed.Open();
+        if (feed.Format().codec->IsVideo()) feed.Open();
     }
     if (Outcome failed = pipeline_.Start(); !failed.IsOk()) Fail(failed);
 }
@@ -195,7 +195,7 @@ Outcome RecordingSink::Complete() {
     const bool isHopeless =
         std::any_of(feeds_.begin(), feeds_.end(), [](const RtpFeed &feed) { return feed.LacksParameterSets(); });
     return {ExitCode::kNoMedia,
-            isHopeless ? "no parameter sets came, without which H.264 cannot be decoded, so there is no "
+            isHopeless ? "no parameter sets came, without which nothing can be decoded, so there is no "
                          "picture in it"
                        : "no key frame came, so there is no picture in it"};
 }
@@ -211,14 +211,16 @@ void RecordingSink::NoteDuration() const {
     if (begin < end) file_.written->SetDuration(std::chrono::nanoseconds(end - begin));
 }
 
-// Why a stream cannot be in the file; null when it can.
-const char *Obstacle(const OutputFile &file, const StreamFormat &format, const std::vector<StreamFormat> &chosen) {
+// Why a stream cannot be in the file; empty when it can.
+std::string Obstacle(const OutputFile &file, const StreamFormat &format, const std::vector<StreamFormat> &chosen) {
     if (!CanHold(file.format, *format.codec)) return "the file's format does not hold its codec";
+    if (const std::string element = MissingElement(file.format, *format.codec); !element.empty())
+        return "the GStreamer of this machine has no " + element;
     if (format.codec->needsParameters && format.parameters.empty()) return "AAC needs a description with config=";
     const auto isWhole = [](const StreamFormat &stream) { return stream.codec->type == RTP_CODEC_MP2T; };
     const bool alone =
         (file.format & kContainers) == 0 || isWhole(format) || std::any_of(chosen.begin(), chosen.end(), isWhole);
-    return alone && !chosen.empty() ? "the file holds one stream" : nullptr;
+    return alone && !chosen.empty() ? "the file holds one stream" : "";
 }
 
 } // namespace
@@ -228,8 +230,8 @@ Outcome MakeRecordingSink(const OutputFile &file, const std::vector<StreamFormat
     gst_init(nullptr, nullptr);
     std::vector<StreamFormat> chosen;
     for (const StreamFormat &format : streams) {
-        const char *obstacle = Obstacle(file, format, chosen);
-        if (obstacle == nullptr)
+        const std::string obstacle = Obstacle(file, format, chosen);
+        if (obstacle.empty())
             chosen.push_back(format);
         else
             PrintNotice(NameOf(format.stream) + " is not recorded: " + obstacle);

@@ -25,8 +25,9 @@ struct FormatName {
 };
 
 constexpr FormatName kNames[] = {
-    {"mp4", kMp4},     {"mkv", kMkv},   {"ts", kTs},           {"h264", kH264}, {"aac", kAac}, {"wav", kWav},
-    {"mjpeg", kMjpeg}, {"pcap", kPcap}, {"rtpdump", kRtpdump}, {"png", kPng},   {"jpg", kJpg}, {"jpeg", kJpg},
+    {"mp4", kMp4}, {"mkv", kMkv}, {"ts", kTs},       {"h264", kH264}, {"h265", kH265},
+    {"aac", kAac}, {"wav", kWav}, {"mjpeg", kMjpeg}, {"pcap", kPcap}, {"rtpdump", kRtpdump},
+    {"png", kPng}, {"jpg", kJpg}, {"jpeg", kJpg},
 };
 
 constexpr unsigned kNeedsLibpcap = kPcap;

@@ -1,210 +1,211 @@
 #include "media/payload.h"
 
 #include <algorithm>
+#include <iterator>
 #include <vector>
 
 namespace tool {
 namespace {
 
-// RFC 6184, 5.2: the five lower bits of the first byte.
-enum NalType : uint8_t {
-    kIdrSlice = 5,
-    kSps = 7,
-    kAggregateA = 24,
-    kAggregateB = 25,
-    kFragmentA = 28,
-    kFragmentB = 29
+using Bytes = std::span<const uint8_t>;
+
+// ---- NAL units
+
+// How a codec packs them: its types and where they stand (RFC 6184, 5.2; RFC 7798, 4.4).
+struct NalRules {
+    std::size_t headerBytes;
+    uint8_t (*typeOf)(const uint8_t *header);
+    uint8_t aggregate;
+    uint8_t oddAggregate; // with two bytes of order in front; none: 0
+    uint8_t fragment;
+    uint8_t oddFragment;
+    uint8_t fragmentTypes; // bits of the type behind a fragment's header
+    uint8_t set;           // the sequence parameter set
+    bool (*isKey)(uint8_t type);
 };
 
-uint8_t TypeOf(uint8_t byte) { return byte & 0x1f; }
+constexpr NalRules kH264 = {1,
+                            [](const uint8_t *header) { return static_cast<uint8_t>(header[0] & 0x1f); },
+                            24,
+                            25,
+                            28,
+                            29,
+                            0x1f,
+                            7,
+                            [](uint8_t type) { return type == 5 || type == 7; }};
 
-using Nal = std::span<const uint8_t>;
+constexpr NalRules kH265 = {
+    2,  [](const uint8_t *header) { return static_cast<uint8_t>(header[0] >> 1 & 0x3f); },  48, 0, 49, 0, 0x3f,
+    33, [](uint8_t type) { return (type >= 16 && type <= 21) || type == 32 || type == 33; }};
 
-// The NAL units that lie in a packet whole: itself, or those of an aggregate, each behind two bytes of length.
-std::vector<Nal> WholeNals(std::span<const uint8_t> payload) {
-    const uint8_t type = payload.empty() ? uint8_t{0} : TypeOf(payload[0]);
-    if (type != kAggregateA && type != kAggregateB)
-        return type == 0 || type > kAggregateB ? std::vector<Nal>() : std::vector<Nal>{payload};
-    std::vector<Nal> nals;
-    std::size_t at = type == kAggregateA ? 1 : 3; // B has a decoding order number
+// Those that lie in a packet whole: itself, or those of an aggregate, each behind two bytes of length.
+std::vector<Bytes> WholeNals(const NalRules &rules, Bytes payload) {
+    if (payload.size() < rules.headerBytes) return {};
+    const uint8_t type = rules.typeOf(payload.data());
+    const bool isOdd = rules.oddAggregate != 0 && type == rules.oddAggregate;
+    if (type != rules.aggregate && !isOdd)
+        return type < rules.aggregate ? std::vector<Bytes>{payload} : std::vector<Bytes>();
+    std::vector<Bytes> nals;
+    std::size_t at = rules.headerBytes + (isOdd ? 2 : 0);
     while (at + 2 < payload.size()) {
         const std::size_t length = std::size_t{payload[at]} << 8 | payload[at + 1];
         at += 2;
-        if (length == 0 || length > payload.size() - at) break;
+        if (length < rules.headerBytes || length > payload.size() - at) break;
         nals.push_back(payload.subspan(at, length));
         at += length;
     }
     return nals;
 }
 
-bool BeginsH264KeyFrame(std::span<const uint8_t> payload) {
+bool BeginsKeyNal(const NalRules &rules, Bytes payload) {
     constexpr uint8_t kStart = 0x80; // of a fragmented unit
-    const auto isKey = [](uint8_t byte) { return TypeOf(byte) == kIdrSlice || TypeOf(byte) == kSps; };
-    if (payload.size() < 2) return false;
-    if (TypeOf(payload[0]) == kFragmentA || TypeOf(payload[0]) == kFragmentB)
-        return (payload[1] & kStart) != 0 && isKey(payload[1]);
-    const std::vector<Nal> nals = WholeNals(payload);
-    return std::any_of(nals.begin(), nals.end(), [&isKey](Nal nal) { return isKey(nal[0]); });
+    if (payload.size() <= rules.headerBytes) return false;
+    const uint8_t type = rules.typeOf(payload.data());
+    const uint8_t behind = payload[rules.headerBytes];
+    if (type == rules.fragment || (rules.oddFragment != 0 && type == rules.oddFragment))
+        return (behind & kStart) != 0 && rules.isKey(behind & rules.fragmentTypes);
+    const std::vector<Bytes> nals = WholeNals(rules, payload);
+    return std::any_of(nals.begin(), nals.end(),
+                       [&rules](Bytes nal) { return rules.isKey(rules.typeOf(nal.data())); });
 }
 
 // The sequence parameter set in a packet; empty when it has none, or not whole.
-Nal FindSps(std::span<const uint8_t> payload) {
-    for (const Nal nal : WholeNals(payload))
-        if (TypeOf(nal[0]) == kSps) return nal;
+Bytes FindSet(const NalRules &rules, Bytes payload) {
+    for (const Bytes nal : WholeNals(rules, payload))
+        if (rules.typeOf(nal.data()) == rules.set) return nal;
     return {};
 }
 
+// ---- Others
+
+// A byte at a time from the front; past the end zeros, which is noted.
+struct ByteReader {
+    Bytes left;
+    bool isOver = false;
+
+    uint8_t Next() {
+        isOver = isOver || left.empty();
+        if (isOver) return 0;
+        const uint8_t byte = left[0];
+        left = left.subspan(1);
+        return byte;
+    }
+    uint32_t Next16() {
+        const uint32_t high = Next();
+        return high << 8 | Next();
+    }
+    void SkipPictureId() {
+        if ((Next() & 0x80) != 0) Next(); // of 15 bits
+    }
+};
+
+bool IsSet(uint8_t byte, int bit) { return (byte >> bit & 1) != 0; }
+
 // A picture's start code, and in the two bits behind it 0 for intra (ISO/IEC 14496-2, 6.2.5).
-bool BeginsMpeg4KeyFrame(std::span<const uint8_t> payload) {
+bool BeginsMpeg4KeyFrame(Bytes payload) {
     constexpr uint8_t kPicture[] = {0x00, 0x00, 0x01, 0xb6};
     const auto found = std::search(payload.begin(), payload.end(), std::begin(kPicture), std::end(kPicture));
     return payload.end() - found > 4 && (found[4] & 0xc0) == 0;
 }
 
-constexpr uint32_t kLargestSide = 16384; // in pixels; beyond it the bits were something else
-constexpr uint32_t kMacroblock = 16;
-
-// Bits from the front. Past the end it gives zeros and notes that it was asked.
-class BitReader {
-public:
-    explicit BitReader(std::vector<uint8_t> bytes) : bytes_(std::move(bytes)) {}
-
-    bool IsOver() const { return at_ > bytes_.size() * 8; }
-
-    uint32_t Bits(int count) {
-        uint32_t value = 0;
-        for (; count > 0; --count, ++at_) {
-            const std::size_t byte = at_ / 8;
-            value = value << 1 | (byte < bytes_.size() ? bytes_[byte] >> (7 - at_ % 8) & 1U : 0U);
-        }
-        return value;
-    }
-    bool Flag() { return Bits(1) != 0; }
-
-    uint32_t Unsigned() { // Exp-Golomb
-        int zeros = 0;
-        while (zeros < 31 && !IsOver() && !Flag()) ++zeros;
-        return (1U << zeros) - 1 + Bits(zeros);
-    }
-    int32_t Signed() {
-        const uint32_t code = Unsigned();
-        return code % 2 != 0 ? static_cast<int32_t>(code / 2 + 1) : -static_cast<int32_t>(code / 2);
-    }
-
-private:
-    const std::vector<uint8_t> bytes_;
-    std::size_t at_ = 0;
-};
-
-// Every 3 behind two zeros is there only so that no start code arises.
-std::vector<uint8_t> WithoutEmulationPrevention(std::span<const uint8_t> bytes) {
-    std::vector<uint8_t> plain;
-    int zeros = 0;
-    for (const uint8_t byte : bytes) {
-        if (zeros >= 2 && byte == 3) {
-            zeros = 0;
-            continue;
-        }
-        zeros = byte == 0 ? zeros + 1 : 0;
-        plain.push_back(byte);
-    }
-    return plain;
+// The frame behind the descriptor (RFC 7741, 4.2); empty where it does not begin.
+Bytes Vp8Frame(Bytes payload) {
+    ByteReader bytes{payload};
+    const uint8_t first = bytes.Next();
+    const uint8_t extension = IsSet(first, 7) ? bytes.Next() : uint8_t{0};
+    if (IsSet(extension, 7)) bytes.SkipPictureId();
+    if (IsSet(extension, 6)) bytes.Next();
+    if (IsSet(extension, 5) || IsSet(extension, 4)) bytes.Next();
+    const bool begins = IsSet(first, 4) && (first & 0x07) == 0;
+    return begins ? bytes.left : Bytes();
 }
 
-struct Profile {
-    uint32_t number;
-    const char *name;
-    bool hasChroma; // the set tells the sampling of colors
-};
-
-constexpr Profile kProfiles[] = {
-    {66, "Baseline", false},       {77, "Main", false},        {88, "Extended", false},   {100, "High", true},
-    {110, "High 10", true},        {122, "High 4:2:2", true},  {244, "High 4:4:4", true}, {44, "CAVLC 4:4:4", true},
-    {118, "Multiview High", true}, {128, "Stereo High", true},
-};
-
-std::string LevelOf(uint32_t number, bool constraint3, uint32_t profile) {
-    if (number == 9 || (number == 11 && constraint3 && profile < 100)) return "1b";
-    return std::to_string(number / 10) + "." + std::to_string(number % 10);
+bool BeginsVp8KeyFrame(Bytes payload) {
+    const Bytes frame = Vp8Frame(payload);
+    return !frame.empty() && !IsSet(frame[0], 0);
 }
 
-void SkipScalingList(BitReader &bits, int size) {
-    int32_t last = 8;
-    int32_t next = 8;
-    for (int i = 0; i < size && !bits.IsOver(); ++i) {
-        if (next != 0) next = static_cast<int32_t>((int64_t{last} + bits.Signed() + 256) % 256);
-        if (next != 0) last = next;
-    }
+// RFC 6386, 9.1: behind a start code two sides of 14 bits, the lower byte first.
+std::optional<PictureFormat> PictureInVp8(Bytes payload) {
+    const Bytes frame = Vp8Frame(payload);
+    if (frame.size() < 10 || IsSet(frame[0], 0)) return std::nullopt;
+    const auto side = [&frame](std::size_t at) { return (frame[at] | uint32_t{frame[at + 1]} << 8) & 0x3fff; };
+    return PictureFormat{"", "", side(6), side(8)};
 }
 
-// The sampling of colors: 0 grey, 1 half in both directions, 2 half in width, 3 whole.
-uint32_t ReadChroma(BitReader &bits) {
-    const uint32_t chroma = bits.Unsigned();
-    const bool separatePlanes = chroma == 3 && bits.Flag();
-    bits.Unsigned(); // depths
-    bits.Unsigned();
-    bits.Flag();
-    if (bits.Flag())
-        for (int list = 0; list < (chroma == 3 ? 12 : 8); ++list)
-            if (bits.Flag()) SkipScalingList(bits, list < 6 ? 16 : 64);
-    return separatePlanes ? 0 : chroma;
-}
+bool BeginsVp9KeyFrame(Bytes payload) { return !payload.empty() && !IsSet(payload[0], 6) && IsSet(payload[0], 3); }
 
-void SkipPictureOrder(BitReader &bits) {
-    bits.Unsigned(); // of frame_num
-    const uint32_t kind = bits.Unsigned();
-    if (kind == 0) bits.Unsigned();
-    if (kind != 1) return;
-    bits.Flag();
-    bits.Signed();
-    bits.Signed();
-    for (uint32_t left = bits.Unsigned(); left > 0 && !bits.IsOver(); --left) bits.Signed();
-}
-
-void ReadSize(BitReader &bits, uint32_t chroma, PictureFormat &format) {
-    bits.Unsigned(); // reference frames
-    bits.Flag();
-    const uint32_t columns = bits.Unsigned() + 1;
-    const uint32_t rows = bits.Unsigned() + 1;
-    const bool framesOnly = bits.Flag();
-    if (!framesOnly) bits.Flag();
-    bits.Flag();
-    const uint32_t fields = framesOnly ? 1 : 2;
-    if (columns > kLargestSide || rows > kLargestSide) return;
-    format.width = columns * kMacroblock;
-    format.height = rows * kMacroblock * fields;
-    if (!bits.Flag()) return;
-    const uint32_t unitX = chroma == 1 || chroma == 2 ? 2 : 1;
-    const uint32_t unitY = (chroma == 1 ? 2 : 1) * fields;
-    const uint64_t across = uint64_t{unitX} * bits.Unsigned() + uint64_t{unitX} * bits.Unsigned();
-    const uint64_t down = uint64_t{unitY} * bits.Unsigned() + uint64_t{unitY} * bits.Unsigned();
-    format.width = across < format.width ? format.width - static_cast<uint32_t>(across) : 0;
-    format.height = down < format.height ? format.height - static_cast<uint32_t>(down) : 0;
-}
-
-// ITU-T H.264, 7.3.2.1.1: the NAL unit without start code. None when it is cut short or makes no sense.
-std::optional<PictureFormat> ParseSps(std::span<const uint8_t> nalUnit) {
-    BitReader bits(WithoutEmulationPrevention(nalUnit));
-    if ((bits.Bits(8) & 0x1f) != NalType::kSps) return std::nullopt;
-    const uint32_t number = bits.Bits(8);
-    const uint32_t constraints = bits.Bits(8);
+// RFC 9628, 4.2: the scalability structure in the descriptor, of its layers the largest.
+std::optional<PictureFormat> PictureInVp9(Bytes payload) {
+    ByteReader bytes{payload};
+    const uint8_t first = bytes.Next();
+    const bool isFlexible = IsSet(first, 4);
+    if (IsSet(first, 7)) bytes.SkipPictureId();
+    if (IsSet(first, 5)) bytes.Next();
+    if (IsSet(first, 5) && !isFlexible) bytes.Next();
+    for (int left = 3; isFlexible && IsSet(first, 6) && left > 0; --left)
+        if (!IsSet(bytes.Next(), 0)) break;
+    const uint8_t structure = IsSet(first, 1) ? bytes.Next() : uint8_t{0};
+    if (!IsSet(structure, 4)) return std::nullopt;
     PictureFormat format;
-    format.profile = "profile " + std::to_string(number);
-    format.level = LevelOf(bits.Bits(8), (constraints & 0x10) != 0, number);
-    bits.Unsigned(); // its identifier
-    uint32_t chroma = 1;
-    for (const Profile &profile : kProfiles) {
-        if (profile.number != number) continue;
-        const bool constrained = number == 66 && (constraints & 0x40) != 0;
-        format.profile = std::string(constrained ? "Constrained " : "") + profile.name;
-        if (profile.hasChroma) chroma = ReadChroma(bits);
+    for (int layer = 0; layer <= structure >> 5; ++layer) {
+        format.width = bytes.Next16();
+        format.height = bytes.Next16();
     }
-    SkipPictureOrder(bits);
-    ReadSize(bits, chroma, format);
-    const bool makesSense = format.width > 0 && format.width <= kLargestSide && format.height > 0 &&
-                            format.height <= kLargestSide && !bits.IsOver();
-    if (!makesSense) return std::nullopt;
-    return format;
+    return bytes.isOver || format.width == 0 ? std::nullopt : std::optional(format);
+}
+
+// "A coded video sequence begins", of the aggregation header.
+bool BeginsAv1KeyFrame(Bytes payload) { return !payload.empty() && IsSet(payload[0], 3); }
+
+// RFC 2250, 3.4: the type of the picture; 1 is intra.
+bool BeginsMpvKeyFrame(Bytes payload) {
+    constexpr uint8_t kType = 0x07;
+    return payload.size() > 4 && (payload[2] & kType) == 1 && IsSet(payload[2], 4);
+}
+
+// ISO/IEC 13818-2, 6.2.2.1: two sides of 12 bits behind the sequence's start code.
+std::optional<PictureFormat> PictureInMpv(Bytes payload) {
+    constexpr uint8_t kSequence[] = {0x00, 0x00, 0x01, 0xb3};
+    const auto found = std::search(payload.begin(), payload.end(), std::begin(kSequence), std::end(kSequence));
+    if (payload.end() - found < 7) return std::nullopt;
+    return PictureFormat{"", "", uint32_t{found[4]} << 4 | found[5] >> 4, (found[5] & 0x0fU) << 8 | found[6]};
+}
+
+std::optional<PictureFormat> PictureInJpeg(Bytes payload) {
+    constexpr std::size_t kHeaderBytes = 8; // RFC 2435, 3.1: the last two are the size in units of 8
+    if (payload.size() < kHeaderBytes || payload[6] == 0) return std::nullopt;
+    return PictureFormat{"", "", payload[6] * 8U, payload[7] * 8U};
+}
+
+// What is seen of a codec's pictures without decoding them; functions may be null.
+struct Look {
+    int32_t codecType;
+    bool (*beginsKeyFrame)(Bytes payload);
+    Bytes (*findSet)(Bytes payload);
+    std::optional<PictureFormat> (*picture)(Bytes payload);
+};
+
+constexpr Look kLooks[] = {
+    {RTP_CODEC_H264, [](Bytes payload) { return BeginsKeyNal(kH264, payload); },
+     [](Bytes payload) { return FindSet(kH264, payload); },
+     [](Bytes payload) { return ParseH264Set(FindSet(kH264, payload)); }},
+    {RTSPTAP_CODEC_H265, [](Bytes payload) { return BeginsKeyNal(kH265, payload); },
+     [](Bytes payload) { return FindSet(kH265, payload); },
+     [](Bytes payload) { return ParseH265Set(FindSet(kH265, payload)); }},
+    {RTP_CODEC_MP4V_ES, BeginsMpeg4KeyFrame, nullptr, nullptr},
+    {RTP_CODEC_JPEG, [](Bytes payload) { return !payload.empty(); }, nullptr, PictureInJpeg},
+    {RTSPTAP_CODEC_VP8, BeginsVp8KeyFrame, nullptr, PictureInVp8},
+    {RTSPTAP_CODEC_VP9, BeginsVp9KeyFrame, nullptr, PictureInVp9},
+    {RTSPTAP_CODEC_AV1, BeginsAv1KeyFrame, nullptr, nullptr},
+    {RTSPTAP_CODEC_MPV, BeginsMpvKeyFrame, nullptr, PictureInMpv},
+};
+
+const Look &LookOf(int32_t codecType) {
+    static constexpr Look kBlind = {};
+    const auto *const found = std::find_if(std::begin(kLooks), std::end(kLooks),
+                                           [codecType](const Look &look) { return look.codecType == codecType; });
+    return found == std::end(kLooks) ? kBlind : *found;
 }
 
 } // namespace
@@ -217,25 +218,18 @@ std::span<const uint8_t> PayloadOf(const RTPStreamData &packet) {
 }
 
 bool BeginsKeyFrame(int32_t codecType, std::span<const uint8_t> payload) {
-    switch (codecType) {
-    case RTP_CODEC_H264:
-        return BeginsH264KeyFrame(payload);
-    case RTP_CODEC_MP4V_ES:
-        return BeginsMpeg4KeyFrame(payload);
-    default:
-        return codecType == RTP_CODEC_JPEG && !payload.empty();
-    }
+    const Look &look = LookOf(codecType);
+    return look.beginsKeyFrame != nullptr && look.beginsKeyFrame(payload);
 }
 
 bool HasParameterSets(int32_t codecType, std::span<const uint8_t> payload) {
-    return codecType == RTP_CODEC_H264 && !FindSps(payload).empty();
+    const Look &look = LookOf(codecType);
+    return look.findSet != nullptr && !look.findSet(payload).empty();
 }
 
 std::optional<PictureFormat> PictureIn(int32_t codecType, std::span<const uint8_t> payload) {
-    constexpr std::size_t kJpegHeaderBytes = 8; // RFC 2435, 3.1: the last two are the size in units of 8
-    if (codecType == RTP_CODEC_H264) return ParseSps(FindSps(payload));
-    if (codecType != RTP_CODEC_JPEG || payload.size() < kJpegHeaderBytes || payload[6] == 0) return std::nullopt;
-    return PictureFormat{"", "", payload[6] * 8U, payload[7] * 8U};
+    const Look &look = LookOf(codecType);
+    return look.picture != nullptr ? look.picture(payload) : std::nullopt;
 }
 
 } // namespace tool

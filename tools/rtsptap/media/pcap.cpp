@@ -1,6 +1,7 @@
 // Packets as a capture of IPv4 and UDP, RTCP included, times in nanoseconds and in order. The library does not tell
 // addresses, and over TCP there are no datagrams: the headers are made up, each stream with a port of its own, so
 // that every tool finds them.
+#include "base/text.h"
 #include "base/writing.h"
 #include "media/output_file.h"
 
@@ -73,11 +74,11 @@ std::vector<uint8_t> Announcement(const std::vector<StreamFormat> &streams) {
     std::string text = "v=0\r\no=- 1 1 IN IP4 192.0.2.1\r\ns=capture\r\nc=IN IP4 192.0.2.2\r\nt=0 0\r\n";
     for (const StreamFormat &format : streams) {
         const std::string payloadType = std::to_string(format.payloadType);
-        text += (format.codec->isVideo ? "m=video " : "m=audio ") + std::to_string(format.port) + " RTP/AVP " +
-                payloadType + "\r\na=rtpmap:" + payloadType + " " + format.encodingName + "/" +
-                std::to_string(format.clockRate);
-        if (format.channels > 1) text += "/" + std::to_string(format.channels);
-        text += "\r\n";
+        const std::string &medium = format.stream.media.empty() ? format.codec->medium : format.stream.media;
+        text += "m=" + Printable(medium) + " " + std::to_string(format.port) + " RTP/AVP " + payloadType + "\r\n";
+        if (!format.encodingName.empty())
+            text += "a=rtpmap:" + payloadType + " " + format.encodingName + "/" + std::to_string(format.clockRate) +
+                    (format.channels > 1 ? "/" + std::to_string(format.channels) : "") + "\r\n";
         if (!format.parameters.empty()) text += "a=fmtp:" + format.parameters + "\r\n";
     }
     std::vector<uint8_t> packet(sizeof kHeader + text.size());

@@ -45,8 +45,6 @@ template <typename Take> void ForEachLine(std::string_view text, Take take) {
     }
 }
 
-// ---- Files
-
 template <typename Number> bool ParseWhole(std::string_view text, Number &number) {
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     return error == std::errc() && end == text.data() + text.size();
@@ -115,6 +113,12 @@ bool ParseLine(std::string_view line, std::string_view value, std::string &group
     return ParseMedia(value, sections.back());
 }
 
+// In capitals; of names for one codec that differ in nothing the usual one.
+std::string EncodingNameOf(const Codec &codec, const std::string &described) {
+    const bool isTheSame = codec.type != 0 && *codec.variant == '\0';
+    return isTheSame ? codec.encodingName : WithLetters(described, std::toupper);
+}
+
 // Of the first payload type that can be received; false when there is none.
 bool FindFormat(const Section &section, int32_t number, StreamFormat &format) {
     for (const int payloadType : section.payloadTypes) {
@@ -127,7 +131,7 @@ bool FindFormat(const Section &section, int32_t number, StreamFormat &format) {
         const int32_t codecType = CodecTypeOfEncoding(mapping.encodingName);
         if (codecType == 0) continue;
         format = FormatOfCodec({number, mapping.encodingName, codecType, true, mapping.clockRate}, section.port);
-        format.encodingName = WithLetters(mapping.encodingName, std::toupper);
+        format.encodingName = EncodingNameOf(*format.codec, mapping.encodingName);
         format.payloadType = payloadType;
         format.clockRate = mapping.clockRate;
         format.channels = mapping.channels;
@@ -173,80 +177,6 @@ Outcome ParseSdp(std::string_view text, SdpFile &sdp) {
     return {};
 }
 
-// ---- Faults
-
-using Text = std::string;
-
-// What is behind the first mark; empty without one.
-Text Behind(const Text &text, char mark) {
-    const std::size_t at = text.find(mark);
-    return at == text.npos ? "" : text.substr(at + 1);
-}
-
-const char *FaultOfAddress(const Text &value, bool) {
-    return value.find("IP4") == value.npos ? "only IP4 is supported here" : nullptr;
-}
-
-const char *FaultOfTime(const Text &value, bool) {
-    return std::atoi(Behind(value, ' ').c_str()) < 0 ? "the stop time must not be below 0" : nullptr;
-}
-
-const char *FaultOfBandwidth(const Text &value, bool) {
-    constexpr std::size_t kNumber = 3; // behind two letters and a colon
-    if (std::atoi(Behind(value, ':').c_str()) < 1) return "bandwidth must be at least 1";
-    const bool isThere = value.size() > kNumber && std::atoi(value.c_str() + kNumber) != 0;
-    return isThere ? nullptr : "bandwidth must follow two letters and a colon";
-}
-
-// rtpmap:96 H264/90000, of audio with channels: rtpmap:97 L16/44100/2
-const char *FaultOfMap(const Text &value, bool isAudio) {
-    constexpr std::size_t kLongestName = 32;
-    const Text type = Behind(value, ':');
-    const Text encoding = Behind(type, ' ');
-    const std::size_t slash = encoding.find('/');
-    if (value.find(':') == value.npos) return "the payload type is missing";
-    if (std::atoi(type.c_str()) == 0 && type.rfind('0', 0) != 0) return "the payload type is no number";
-    if (slash == encoding.npos) return "it must end in NAME/CLOCK";
-    if (slash > kLongestName) return "the encoding name is longer than 32 characters";
-    const Text clock = encoding.substr(slash + 1);
-    if (std::atoi(clock.c_str()) == 0) return "the clock rate must not be 0";
-    const bool hasChannels = isAudio && clock.find('/') != clock.npos;
-    return hasChannels && std::atoi(Behind(clock, '/').c_str()) == 0 ? "the number of channels must not be 0"
-                                                                     : nullptr;
-}
-
-const char *FaultOfParameters(const Text &, bool) { return nullptr; }
-
-const char *FaultOfFrameRate(const Text &value, bool) {
-    const Text rate = Behind(value, ':');
-    return rate != "0.0" && std::atof(rate.c_str()) == 0 ? "the frame rate must not be 0" : nullptr;
-}
-
-const char *FaultOfControl(const Text &value, bool) {
-    constexpr std::size_t kLongest = 256;
-    if (value.find(':') == value.npos) return "the address is missing";
-    return Behind(value, ':').size() > kLongest ? "the address is longer than 256 characters" : nullptr;
-}
-
-struct LineRule {
-    bool inMedia;     // behind an m= line
-    char name;        // of the line
-    const char *mark; // found anywhere in its value
-    const char *(*fault)(const Text &value, bool isAudio);
-};
-
-// In the order in which they are tried: the first that matches decides.
-constexpr LineRule kRules[] = {
-    {false, 'o', "", FaultOfAddress},
-    {false, 'c', "", FaultOfAddress},
-    {false, 't', "", FaultOfTime},
-    {true, 'b', "", FaultOfBandwidth},
-    {true, 'a', "rtpmap", FaultOfMap},
-    {true, 'a', "fmtp", FaultOfParameters},
-    {true, 'a', "framerate", FaultOfFrameRate},
-    {true, 'a', "control", FaultOfControl},
-};
-
 } // namespace
 
 StreamFormat FormatOfCodec(const Stream &stream, uint16_t port) {
@@ -259,15 +189,16 @@ StreamFormat FormatOfCodec(const Stream &stream, uint16_t port) {
 std::vector<StreamFormat> FormatsOfSession(const Session &session, const std::vector<Stream> &streams) {
     std::vector<StreamFormat> formats;
     for (const Stream &stream : streams) {
-        const RTSPStreamDescription *description = session.Description(stream.number);
-        if (!stream.isReadable || description == nullptr) continue;
+        RTSPTapStreamDescription described;
+        if (!stream.isReadable || !session.Describe(stream.number, described)) continue;
         const auto port = static_cast<uint16_t>(kFirstCapturePort + 2 * (stream.number - 1));
         StreamFormat format = FormatOfCodec(stream, port);
-        format.encodingName = WithLetters(description->encodingName, std::toupper);
-        format.payloadType = description->payloadNumber;
-        if (description->clockRate > 0) format.clockRate = description->clockRate;
-        format.channels = description->channels;
-        if (description->fmtp != nullptr) format.parameters = description->fmtp;
+        format.encodingName = EncodingNameOf(*format.codec, described.encodingName);
+        format.payloadType = described.payloadType;
+        if (described.clockRate > 0) format.clockRate = described.clockRate;
+        format.channels = described.channels;
+        if (described.fmtp != nullptr)
+            format.parameters = std::to_string(described.payloadType) + " " + described.fmtp;
         formats.push_back(format);
     }
     return formats;
@@ -307,35 +238,6 @@ Outcome ReadSdpFile(const std::string &path, SdpFile &sdp) {
     Outcome parsed = ParseSdp(text, sdp);
     if (!parsed.IsOk()) parsed.text.insert(0, path + ": ");
     return parsed;
-}
-
-int CountMedia(std::string_view description) {
-    int count = 0;
-    ForEachLine(description, [&count](std::string_view line, std::string_view) {
-        count += line.starts_with("m=") ? 1 : 0;
-        return true;
-    });
-    return count;
-}
-
-std::string FaultOfDescription(std::string_view description) {
-    bool inMedia = false;
-    bool isAudio = false;
-    std::string text;
-    ForEachLine(description, [&](std::string_view line, std::string_view behind) {
-        const std::string value(behind);
-        if (line[0] == 'm') {
-            inMedia = true;
-            isAudio = value.find("audio") != value.npos;
-        }
-        const auto *const rule = std::find_if(std::begin(kRules), std::end(kRules), [&](const LineRule &row) {
-            return row.inMedia == inMedia && row.name == line[0] && value.find(row.mark) != value.npos;
-        });
-        const char *const fault = rule == std::end(kRules) ? nullptr : rule->fault(value, isAudio);
-        if (fault != nullptr) text = Presentable(std::string(line)) + ": " + fault;
-        return text.empty();
-    });
-    return text;
 }
 
 } // namespace tool

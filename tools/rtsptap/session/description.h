@@ -1,6 +1,6 @@
 // What the tool knows of session descriptions (RFC 4566). Of a session the library tells it, stream by stream, and
-// nothing is read twice. Two things it has no function for, and they are done here by the text: a description in a
-// file, which belongs to no session, and the reason why a line of a server's is not understood.
+// nothing is read twice. It has no function for a description in a file, which belongs to no session: that is read
+// here.
 #pragma once
 
 #include "base/codecs.h"
@@ -52,12 +52,5 @@ struct SdpFile {
 // lines; of the payload types of a stream the first that can be received. "-" is standard input. Fails where the
 // text is no description.
 Outcome ReadSdpFile(const std::string &path, SdpFile &sdp);
-
-// Streams of a description, understood or not.
-int CountMedia(std::string_view description);
-
-// Why the library does not take a description, or stops reading it: "b=RR:0: bandwidth must be at least 1", of the
-// first line that it objects to; empty when there is none.
-std::string FaultOfDescription(std::string_view description);
 
 } // namespace tool

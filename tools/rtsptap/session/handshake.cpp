@@ -46,13 +46,6 @@ Handshake::Progress Handshake::Look() const {
     return progress_;
 }
 
-bool Handshake::StopReading() const {
-    const std::lock_guard guard(lock_);
-    if (progress_.done || progress_.phase != "DESCRIBE" || session_ == nullptr) return false;
-    session_->StopReading();
-    return true;
-}
-
 bool Handshake::Leave(OpenedSession &opened, Outcome &outcome) {
     const std::lock_guard guard(lock_);
     abandoned_ = !progress_.done;
@@ -108,6 +101,7 @@ Outcome Handshake::Judge(const std::string &phase, const Answer &answer) {
     const std::string authentication = opened_.session->Authentication();
     if (answer.reply.status != 0) opened_.facts.authentication = authentication.empty() ? "none" : authentication;
     Outcome outcome = OutcomeOfRequest(phase, answer.result, answer.reply);
+    opened_.tolerated = opened_.session->Tolerated();
     opened_.refusal = outcome.IsOk() ? 0 : answer.reply.status;
     location_ = HeaderOf(answer.reply, "Location");
     if (outcome.code != ExitCode::kAuthentication) return outcome;
@@ -177,24 +171,11 @@ Outcome Handshake::Options() {
 Outcome Handshake::Describe() {
     return Step("DESCRIBE", [this] {
         const Answer answer = opened_.session->Describe();
-        opened_.described = CountMedia(answer.reply.body);
-        return JudgeDescription(answer, Judge("DESCRIBE", answer));
+        Outcome outcome = Judge("DESCRIBE", answer);
+        if (outcome.code == ExitCode::kNotUnderstood && answer.reply.body.find("v=0") == std::string::npos)
+            outcome.text = "DESCRIBE: the reply has no session description";
+        return outcome;
     });
-}
-
-// A body that is no description is waited behind, as if one were still to come. Of one that comes behind the
-// reply's headers, by itself, nothing is known here.
-Outcome Handshake::JudgeDescription(const Answer &answer, Outcome outcome) {
-    if (answer.reply.status != kOk) return outcome;
-    const std::string &body = answer.reply.body;
-    const std::size_t begin = body.find("v=0");
-    const bool isAllThere = !body.empty() || HeaderOf(answer.reply, "Content-Length").empty();
-    if (begin != std::string::npos) opened_.fault = FaultOfDescription(body.substr(begin));
-    if (!outcome.IsOk() && begin == std::string::npos && isAllThere)
-        return {ExitCode::kNotUnderstood, "DESCRIBE: the reply has no session description"};
-    if (outcome.code == ExitCode::kNotUnderstood && !opened_.fault.empty())
-        outcome.text = "DESCRIBE: the description is not understood: " + opened_.fault;
-    return outcome;
 }
 
 bool Handshake::IsOwnHost() const {
@@ -208,7 +189,8 @@ Target Handshake::TargetOf() const {
                   server_.credentials,
                   opened_.transport == Transport::kTcp ? DATA_PROTO_TCP : DATA_PROTO_UDP,
                   opened_.transport == Transport::kMulticast,
-                  server_.headers};
+                  server_.headers,
+                  server_.exact};
     if (IsOwnHost()) return target;
     target.credentials = {};
     target.headers = {}; // they were meant for the first host, and may hold anything

@@ -26,9 +26,6 @@ public:
     };
     Progress Look() const;
 
-    // Makes a DESCRIBE that waits for more end with what it has; false when none is under way.
-    bool StopReading() const;
-
     // Takes what there is; what is still on its way is left to itself. False when it was not done.
     bool Leave(OpenedSession &opened, Outcome &outcome);
 
@@ -44,7 +41,6 @@ private:
     Outcome SetUpStream(int32_t number);
     void SetUpLatency();
     Outcome Judge(const std::string &phase, const Answer &answer);
-    Outcome JudgeDescription(const Answer &answer, Outcome outcome);
     bool FallBack(const Outcome &refused);
     bool Redirect();
     bool IsOwnHost() const;

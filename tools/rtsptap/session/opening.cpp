@@ -3,22 +3,11 @@
 #include "base/background.h"
 #include "session/handshake.h"
 
-#include <thread>
-
 namespace tool {
 namespace {
 
 constexpr auto kLook = std::chrono::milliseconds(5);
 constexpr auto kTick = std::chrono::milliseconds(100);
-
-// A reply may have come, and the library be waiting for more of it: then it says at once what it has.
-bool WaitForVerdict(Handshake &handshake) {
-    constexpr auto kPatience = std::chrono::milliseconds(200);
-    if (!handshake.StopReading()) return false;
-    const Clock::time_point end = Clock::now() + kPatience;
-    while (!handshake.Look().done && Clock::now() < end) std::this_thread::sleep_for(kLook);
-    return true;
-}
 
 } // namespace
 
@@ -29,6 +18,7 @@ Outcome ReadServer(const ServerSettings &settings, Interruption &interruption, S
     server.connectTimeout = settings.connectTimeout;
     server.latency = settings.latency.value_or(std::chrono::milliseconds(0));
     server.follow = settings.follow;
+    server.exact = settings.exact;
     return ReadCredentials(settings, server.url, interruption, server.credentials);
 }
 
@@ -46,11 +36,8 @@ Outcome OpenSession(const Server &server, Transport transport, Interruption &int
         if (signal != 0 || progress.done || late) {
             Outcome outcome =
                 signal != 0 ? OutcomeOfSignal(signal) : OutcomeOfTimeout(progress.where, server.connectTimeout);
-            const bool stopped = signal == 0 && late && !progress.done && WaitForVerdict(*handshake);
-            Outcome own = outcome;
-            handshake->Leave(opened, own);
-            // Also of one that was done when the signal came; one that was made to end knows that much at most.
-            return !stopped || own.code == ExitCode::kNotUnderstood ? own : outcome;
+            handshake->Leave(opened, outcome); // also of one that was done when the signal came
+            return outcome;
         }
         if (now - lastTick >= kTick) {
             lastTick = now;
@@ -65,11 +52,6 @@ std::vector<std::string> DescribeOmissions(const OpenedSession &opened) {
         if (stream.isReadable) continue;
         lines.push_back(NameOf(stream) + " is left out: " + stream.omission);
     }
-    const int understood = static_cast<int>(opened.streams.size());
-    if (opened.described > understood)
-        lines.push_back("the description is not understood behind stream " + std::to_string(understood) + ": " +
-                        std::to_string(opened.described - understood) + " more left out" +
-                        (opened.fault.empty() ? "" : " (" + opened.fault + ")"));
     return lines;
 }
 

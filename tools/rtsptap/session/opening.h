@@ -38,7 +38,6 @@ struct OpenedSession {
     std::vector<Stream> streams;                 // of the description; those that are left out are not readable
     std::vector<StreamFormat> formats;           // of the streams that are received
     std::map<int32_t, uint32_t> firstTimestamps; // where streams begin, by number; of the reply to PLAY
-    int described = 0;                           // streams that the description has, understood or not
     Transport transport = Transport::kUdp;
     ServerFacts facts;              // as far as it came, also after a failure
     std::vector<Phase> phases;      // those that succeeded
@@ -46,7 +45,7 @@ struct OpenedSession {
     bool fellBack = false;          // to TCP, on the connection there was
     bool udpIsUnusable = false;     // the reply to a SETUP over UDP leads nowhere
     std::vector<std::string> notes; // what happened on the way: redirections, falling back
-    std::string fault;              // of the description: the line that is not understood, and why
+    std::vector<UsedRule> tolerated; // what had to be forgiven
 };
 
 // The settings, read and checked: all that needs no network.
@@ -57,6 +56,7 @@ struct Server {
     std::chrono::milliseconds connectTimeout{0};
     std::chrono::milliseconds latency{0};
     int follow = 0; // redirections in a row
+    bool exact = false;
 };
 
 // Asks for a password where one is missing and there is a terminal.

@@ -3,7 +3,6 @@
 #include "base/codecs.h"
 #include "base/secrets.h"
 #include "base/text.h"
-#include "rtsptap_extended.h"
 #include "session/library_output.h"
 #include "session/sockets.h"
 
@@ -103,17 +102,26 @@ bool WasSent(int32_t result) {
     return std::find(std::begin(kBefore), std::end(kBefore), result) == std::end(kBefore);
 }
 
-// Packets with others are refused by the library (RFC 3551, 6).
-bool IsAcceptedPayloadType(int32_t type) {
-    return (type >= 96 && type <= 127) || CodecOfPayloadType(type) != nullptr;
+// Packets with others are refused by the library, unless a rule has them (RFC 3551, 6).
+bool IsAcceptedPayloadType(intptr_t client, int32_t type) {
+    constexpr int32_t kUnusualPayloadType = 207;
+    const Codec *const codec = CodecOfPayloadType(type);
+    const bool isOfTheBase = codec != nullptr && codec->type <= RTP_CODEC_MPA;
+    int32_t isAny = 0;
+    RTSPTapGetRule(client, kUnusualPayloadType, &isAny);
+    return isAny == 1 || isOfTheBase || (type >= 96 && type <= 127);
 }
 
 // Empty when nothing speaks against it.
-std::string WhyUnreadable(const Stream &stream, int32_t payloadType, const std::vector<Stream> &earlier) {
+std::string WhyUnreadable(intptr_t client, const Stream &stream, const RTSPTapStreamDescription &description,
+                          const std::vector<Stream> &earlier) {
     const auto isSame = [&stream](const Stream &other) { return other.codecType == stream.codecType; };
-    if (CodecOf(stream.codecType) == nullptr) return "its codec is not supported";
-    if (!IsAcceptedPayloadType(payloadType))
-        return "packets of payload type " + std::to_string(payloadType) + " cannot be received";
+    const std::string type = std::to_string(description.payloadType);
+    if (description.sameControlAs > 0)
+        return "it is stream " + std::to_string(description.sameControlAs) + " once more";
+    if (stream.codecType == 0) return "its codec is not supported";
+    if (!IsAcceptedPayloadType(client, description.payloadType))
+        return "packets of payload type " + type + " cannot be received";
     return std::any_of(earlier.begin(), earlier.end(), isSame) ? "an earlier one has the same codec" : "";
 }
 
@@ -146,12 +154,14 @@ Session::Session() : client_(RTSPClientCreate()) {
     if (client_ <= 0) throw std::bad_alloc();
     RTPClientSetAudioVideoBufferSize(client_, kVideoBufferBytes, kAudioBufferBytes);
     RTSPTapSetRtcpCallback(client_, TakeControl, this);
+    RTSPTapSetOption(client_, RTSPTAP_OPTION_DIALECT, RTSPTAP_DIALECT_TOLERANT);
 }
 
 Session::~Session() { RTSPClientDestroy(client_); }
 
 int32_t Session::Connect(const Target &target) {
     const std::lock_guard guard(exchange_);
+    if (target.exact) RTSPTapSetOption(client_, RTSPTAP_OPTION_DIALECT, RTSPTAP_DIALECT_EXACT);
     headers_ = target.headers;
     authorization_ = Authorization(target.credentials);
     multicast_ = target.multicast;
@@ -169,8 +179,6 @@ bool Session::SwitchToTcp() {
     const std::lock_guard guard(exchange_);
     return RTSPTapSetDataProto(client_, DATA_PROTO_TCP) == RTSP_SUCCESS;
 }
-
-void Session::StopReading() const { shutdown(connection_, SHUT_RD); }
 
 std::string Session::Authentication() {
     const std::lock_guard guard(exchange_);
@@ -233,18 +241,18 @@ Answer Session::SendOnce(RTSPMethod method, int32_t stream, const std::vector<He
     const std::string text = WasSent(result) ? LastReply() : ""; // else it is the one before
     ShowReply(text);
     Answer answer{result, ParseReply(text), ""};
+    if (const std::string base = HeaderOf(answer.reply, "Content-Base"); method == RTSP_DESCRIBE && !base.empty())
+        base_ = base;
     if (carriesPassword && answer.reply.status != 0 && answer.reply.status != kUnauthorized)
         authorization_.NoteAccepted();
     return answer;
 }
 
-// As the library names it in the request: a stream by its control attribute.
+// As the library names it in the request.
 std::string Session::UriOf(RTSPMethod method, int32_t stream) const {
-    constexpr std::size_t kLongestRelative = 255; // the rest is cut
-    if (stream < 1 || (method != RTSP_SETUP && method != RTSP_PLAY)) return base_;
-    const std::string control = Attribute(stream, "control");
-    const std::string whole = (base_ + "/" + control).substr(0, kLongestRelative);
-    const std::string uri = control.find("rtsp://") != control.npos ? control : control.empty() ? "" : whole;
+    RTSPTapStreamDescription described;
+    if (method != RTSP_SETUP || !Describe(stream, described)) return base_;
+    const std::string uri = described.controlUrl;
     return uri.empty() || uri == path_ ? base_ + "/trackID=" + std::to_string(stream - 1) : uri;
 }
 
@@ -265,12 +273,29 @@ void Session::NoteControlSockets(const std::vector<int> &before) {
 
 Outcome Session::Listen(const ListenPort &port) {
     RTSPClientSetMTUSize(client_, kLargestDatagramBytes);
-    const uint8_t isVideo = CodecOf(port.codecType)->isVideo ? 1 : 0;
+    const uint8_t isVideo = CodecOf(port.codecType)->IsAudio() ? 0 : 1;
     const int32_t result = CreateRTPStream(client_, port.codecType, port.port, isVideo);
     const std::string name = "port " + std::to_string(port.port);
     if (result == RTSP_FAILURE)
         return {ExitCode::kUnreachable, name + ": taken by another program, or not allowed"};
     return OutcomeOfCall(name, result);
+}
+
+bool Session::Describe(int32_t number, RTSPTapStreamDescription &description) const {
+    description.recordSize = sizeof description;
+    return RTSPTapGetStreamDescription(client_, number, &description) == RTSP_SUCCESS;
+}
+
+std::vector<UsedRule> Session::Tolerated() const {
+    std::vector<UsedRule> used;
+    RTSPTapRule rule;
+    rule.recordSize = sizeof rule;
+    for (int32_t index = 0; RTSPTapShowRule(index, &rule) == RTSP_SUCCESS; ++index) {
+        uint64_t count = 0;
+        RTSPTapGetRuleUse(client_, rule.number, &count);
+        if (count > 0) used.push_back({rule.number, rule.name, rule.section, count});
+    }
+    return used;
 }
 
 std::string Session::Line(int32_t number, const std::string &name) const {
@@ -294,12 +319,12 @@ std::vector<Stream> Session::Streams() const {
     std::vector<Stream> streams;
     const int32_t count = RTSPClientGetNbStreams(client_);
     for (int32_t number = 1; number <= count; ++number) {
-        const RTSPStreamDescription *description = RTSPClientGetSDPInfo(client_, number);
-        if (description == nullptr) break;
-        Stream stream{number, description->encodingName, description->codecType, false, description->clockRate};
+        RTSPTapStreamDescription description;
+        if (!Describe(number, description)) break;
+        Stream stream{number, description.encodingName, description.codecType, false, description.clockRate};
         const std::string line = Line(number, "m");
         stream.media = line.substr(0, line.find(' '));
-        stream.omission = WhyUnreadable(stream, description->payloadNumber, streams);
+        stream.omission = WhyUnreadable(client_, stream, description, streams);
         stream.isReadable = stream.omission.empty();
         streams.push_back(stream);
     }

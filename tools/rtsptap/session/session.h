@@ -2,7 +2,7 @@
 #pragma once
 
 #include "base/outcome.h"
-#include "rtsptap.h"
+#include "rtsptap_extended.h"
 #include "session/authorization.h"
 
 #include <atomic>
@@ -37,6 +37,7 @@ struct Target {
     DataProto transport = DATA_PROTO_UDP;
     bool multicast = false; // over UDP, asked for
     MethodHeaders headers;
+    bool exact = false; // as in ServerSettings
 };
 
 // What an exchange came to.
@@ -50,6 +51,14 @@ struct Answer {
 struct ListenPort {
     int32_t codecType = 0;
     uint16_t port = 0;
+};
+
+// Something that the tolerant dialect forgives, and that the server sent.
+struct UsedRule {
+    int32_t number = 0;
+    const char *name = "";    // what it is
+    const char *section = ""; // where it is settled otherwise
+    uint64_t count = 0;       // of its uses
 };
 
 struct Stream {
@@ -80,8 +89,7 @@ public:
     Session &operator=(const Session &) = delete;
 
     int32_t Connect(const Target &target);
-    bool SwitchToTcp();       // media comes inside the connection; false once a stream is set up
-    void StopReading() const; // ends an exchange that waits; any thread
+    bool SwitchToTcp(); // media comes inside the connection; false once a stream is set up
 
     // Each is one exchange, and blocks as long as the library does. Any thread: they wait for one another.
     Answer Options() { return Send(RTSP_OPTIONS); }
@@ -96,8 +104,13 @@ public:
 
     std::vector<Stream> Streams() const;
 
-    // What the description says of a stream; the session's.
+    // What the description says of a stream; its texts and bytes are the session's. False: there is none.
+    bool Describe(int32_t number, RTSPTapStreamDescription &description) const;
+
+    // The same, and of AAC what is in its parameters; null: there is none.
     const RTSPStreamDescription *Description(int32_t number) const { return RTSPClientGetSDPInfo(client_, number); }
+
+    std::vector<UsedRule> Tolerated() const; // in the order of their numbers; any thread
 
     // An attribute of a stream's description that no field has, as "control"; empty when there is none.
     std::string Attribute(int32_t number, const std::string &name) const;

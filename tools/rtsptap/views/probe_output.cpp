@@ -124,13 +124,22 @@ std::string Headline(const ProbedStream &probed) {
     return line;
 }
 
-std::string ProbeText(const ProbeResult &result) {
+// "no space after a header's colon: tolerated, RFC 2326 4.2"
+std::string LineOf(const UsedRule &rule) {
+    std::string section = rule.section;
+    if (const std::size_t comma = section.find(','); comma != section.npos) section.erase(comma, 1);
+    return std::string(rule.name) + ": tolerated, " + section + "\n";
+}
+
+std::string ProbeText(const ProbeResult &result, bool explains) {
     std::string text = ServerText(result);
     for (const ProbedStream &probed : result.streams)
         text += "\n" + StreamText(probed, result.transport.has_value());
     if (!result.phases.empty()) text += "\nTime\n";
     for (const Phase &phase : PhasesWithMedia(result))
         text += Row("  " + phase.name, Formatted("%9.1f ms", static_cast<double>(phase.time.count()) / 1000));
+    if (explains) text += result.tolerated.empty() ? "\nnothing had to be tolerated\n" : "\n";
+    for (const UsedRule &rule : result.tolerated) text += explains ? LineOf(rule) : "";
     return text;
 }
 
@@ -140,6 +149,10 @@ std::string ProbeJson(const ProbeResult &result) {
         phases.push_back({{"phase", phase.name}, {"ms", Milliseconds(phase.time)}});
     Json streams = Json::array();
     for (const ProbedStream &probed : result.streams) streams.push_back(JsonOf(probed));
+    Json tolerated = Json::array();
+    for (const UsedRule &rule : result.tolerated)
+        tolerated.push_back(
+            {{"number", rule.number}, {"name", rule.name}, {"section", rule.section}, {"count", rule.count}});
     const Json json = {{"schema", kSchema},
                        {"url", result.url},
                        {"exit_status", static_cast<int>(result.outcome.code)},
@@ -147,7 +160,8 @@ std::string ProbeJson(const ProbeResult &result) {
                        {"transport", result.transport ? Json(TransportName(*result.transport)) : Json()},
                        {"server", JsonOf(result.facts)},
                        {"phases", std::move(phases)},
-                       {"streams", std::move(streams)}};
+                       {"streams", std::move(streams)},
+                       {"tolerated", std::move(tolerated)}};
     // What a server sent need not be UTF-8.
     return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }

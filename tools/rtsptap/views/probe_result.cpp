@@ -12,19 +12,19 @@ namespace {
 ProbedStream ProbedStreamOf(const Stream &stream, const Session *session) {
     ProbedStream probed;
     probed.stream = stream;
-    probed.isVideo = stream.media != "audio";
-    const RTSPStreamDescription *description = session == nullptr ? nullptr : session->Description(stream.number);
-    if (description == nullptr) return probed;
-    probed.payloadType = description->payloadNumber;
-    probed.channels = description->channels > 0 ? description->channels : description->aacChannels;
-    probed.frameRate = description->frameRate;
-    probed.bandwidth = description->bandwidth;
-    if (description->fmtp != nullptr) probed.parameters = description->fmtp;
+    probed.isVideo = CodecOf(stream.codecType)->hasFrames;
+    RTSPTapStreamDescription described;
+    if (session == nullptr || !session->Describe(stream.number, described)) return probed;
+    const RTSPStreamDescription &aac = *session->Description(stream.number);
+    probed.payloadType = described.payloadType;
+    probed.channels = aac.aacChannels > 0 ? aac.aacChannels : described.channels;
+    probed.frameRate = described.frameRate;
+    probed.bandwidth = described.bandwidth;
+    if (described.fmtp != nullptr) probed.parameters = std::to_string(described.payloadType) + " " + described.fmtp;
     probed.control = session->Attribute(stream.number, "control");
-    probed.samplingRate = description->aacSamplingRate;
-    if (description->sps != nullptr && description->spsSize > 0)
-        probed.picture =
-            PictureIn(stream.codecType, {description->sps, static_cast<std::size_t>(description->spsSize)});
+    probed.samplingRate = aac.aacSamplingRate;
+    if (described.sps != nullptr)
+        probed.picture = PictureIn(stream.codecType, {described.sps, static_cast<std::size_t>(described.spsSize)});
     return probed;
 }
 
@@ -47,6 +47,7 @@ std::string UrlWithoutCredentials(const std::string &text) {
 void TakeOpening(const OpenedSession &opened, ProbeResult &result) {
     result.facts = opened.facts;
     result.phases = opened.phases;
+    result.tolerated = opened.tolerated;
     if (opened.session != nullptr) result.transport = opened.transport;
 }
 

@@ -36,6 +36,7 @@ struct ProbeResult {
     ServerFacts facts;
     std::vector<Phase> phases;
     std::vector<ProbedStream> streams;
+    std::vector<UsedRule> tolerated;
     Outcome outcome; // how it ended
 };
 
@@ -71,7 +72,7 @@ const char *TransportName(Transport transport);
 // "H264 video, clock 90000 Hz, 640x360"
 std::string Headline(const ProbedStream &probed);
 
-std::string ProbeText(const ProbeResult &result);
+std::string ProbeText(const ProbeResult &result, bool explains); // also what was tolerated
 std::string ProbeJson(const ProbeResult &result);
 
 } // namespace tool
