@@ -49,6 +49,7 @@ Dispatch SkipFrame(const Dialect &dialect, const UnsplitBytes &bytes, const Unit
 // What nobody takes is dropped by its length: what stands behind it is in step.
 Dispatch PassOver(ReadAhead &reader, std::size_t length) {
     reader.outOfStep = false;
+    reader.replySinceMs = 0;
     Skip(reader, length);
     return Handled(0);
 }
@@ -117,16 +118,15 @@ Dispatch TakeReply(MediaSession &session, ReadAhead &reader, const UnsplitBytes 
     reader.replyTail = bytes.text.size(); // less what is consumed
     // One receive is one message: the one that is awaited may have come with it.
     if (isPassedOver && !bytes.isFramed) return Handled(MessageLength(text));
-    Skip(reader, unit.length + unit.skipped);
+    Skip(reader, unit.length + unit.bodyLength);
     return Handled(0);
 }
 
 // Its body is skipped.
 Dispatch TakeRequest(MediaSession &session, ReadAhead &reader, const UnsplitBytes &bytes, const Unit &unit) {
     session.dialect.Permits(Rule::kServerRequest);
-    reader.replySinceMs = 0;
     AnswerRequest(session.connection, bytes.text.substr(0, unit.length));
-    return PassOver(reader, unit.length + unit.skipped);
+    return PassOver(reader, unit.length + unit.bodyLength);
 }
 
 // Told, and counted, once for all that is dropped up to the next unit.
@@ -166,6 +166,8 @@ Dispatch TakeUnit(MediaSession &session, ReadAhead &reader, const UnsplitBytes &
         return DropStaleText(reader, unit);
     case Unit::Kind::kRequest:
         return TakeRequest(session, reader, bytes, unit);
+    case Unit::Kind::kBlanks:
+        return PassOver(reader, unit.length);
     case Unit::Kind::kJunk:
         return DropJunk(session.dialect, reader, bytes, unit);
     case Unit::Kind::kMoreNeeded:

@@ -206,8 +206,8 @@ Unit NextRequest(const UnsplitBytes &bytes) {
         return isHopeless ? Unit{.kind = Unit::Kind::kJunk, .length = 1} : Unit{};
     }
     Unit unit{.kind = Unit::Kind::kRequest, .length = head};
-    unit.skipped = BodyLength(text.substr(0, head));
-    if (unit.skipped > kLongestSkip) unit.skipped = 0;
+    unit.bodyLength = BodyLength(text.substr(0, head));
+    if (unit.bodyLength > kLongestSkip) unit.bodyLength = 0;
     return unit;
 }
 
@@ -227,6 +227,8 @@ Begins BeginsUnit(const UnsplitBytes &bytes, std::string_view text) {
 
 // Up to where the next unit may begin.
 Unit JunkUpToUnit(const UnsplitBytes &bytes) {
+    const std::size_t blanks = std::min(bytes.text.find_first_not_of(" \t\r\n"), bytes.text.size());
+    if (blanks > 0 && !bytes.outOfStep) return {.kind = Unit::Kind::kBlanks, .length = blanks};
     std::size_t at = 1;
     while (at < bytes.text.size() && BeginsUnit(bytes, bytes.text.substr(at)) == Begins::kNo) ++at;
     return {.kind = Unit::Kind::kJunk, .length = at};
@@ -290,7 +292,7 @@ Unit NextReply(const UnsplitBytes &bytes) {
     Unit unit{.kind = Unit::Kind::kReply, .length = std::min(end.length, text.size())};
     unit.fillsBuffer = unit.length == most;
     unit.lengthIsWrong = end.lengthIsWrong;
-    unit.skipped = end.skipped;
+    unit.bodyLength = end.skipped;
     return unit;
 }
 

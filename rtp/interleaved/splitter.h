@@ -42,6 +42,7 @@ struct Unit {
         kRequest,    // `length` bytes of a server's request, up to its body
         kStaleText,  // `length` bytes of text that answers no exchange under way
         kFrame,      // `length` bytes by its header; what stands there is told by LookIntoFrame
+        kBlanks,     // `length` of them, and line ends, which are no reason to doubt what follows
         kJunk        // neither: `length` bytes to drop
     };
     Kind kind = Kind::kMoreNeeded;
@@ -49,9 +50,8 @@ struct Unit {
     bool replyBegun = false;    // kMoreNeeded: a reply stands at the front, its rest is to come
     bool fillsBuffer = false;   // kReply: cut where the longest reply ends
     bool lengthIsWrong = false; // kReply: its Content-Length is missing or wrong
-    std::size_t skipped = 0;    // kReply, kRequest: bytes of its body behind it, which nobody takes
     uint8_t channel = 0;        // kFrame
-    std::size_t bodyLength = 0; // kFrame: as its header says
+    std::size_t bodyLength = 0; // kFrame: as its header says; kReply, kRequest: behind it, what nobody takes
 };
 
 Unit NextUnit(const UnsplitBytes &bytes);

@@ -54,7 +54,7 @@ void AwaitArrival(Session &session, const Hostile &hostile) {
     if (session.proto == kUdp || hostile.method->from < CLIENT_PLAYING_STATE) {
         EXPECT_EQ(poll(&wait, 1, 20000), 1);
     } else if (std::ranges::none_of(hostile.before, &Action::close) && session.server.Send(Frame(0, Rtp(1)))) {
-        EXPECT_TRUE(Eventually([&] { return RTPClientGetNbOfPktInBuffer(session, kVideo) == 1; }));
+        EXPECT_TRUE(Eventually([&] { return RTPClientGetNbOfPktInBuffer(session, kVideo) == 1; })) << hostile.name;
     }
 }
 

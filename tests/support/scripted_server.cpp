@@ -186,6 +186,8 @@ void ScriptedServer::Answer(const std::string &request) {
     {
         const std::lock_guard<std::mutex> guard(lock);
         index = requests.size();
+        const bool isExpected = index < script.size() && script[index].expect.texts[0].starts_with("RTSP/");
+        if (request.starts_with("RTSP/") && !isExpected) return; // an answer that the script has no part in
         requests.push_back(request);
     }
     if (index >= script.size()) {

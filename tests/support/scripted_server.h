@@ -1,7 +1,8 @@
 // One scripted RTSP server for the whole suite: a list of { what the request must contain, what the server does }.
 // It listens on every local address and walks its list on a thread of its own, across connections: the newest
 // connection is the current one, earlier ones stay open. A request that does not meet its step, or comes after the
-// last one, fails the test and closes the connection; so does, at the end, a step that was never asked for.
+// last one, fails the test and closes the connection; so does, at the end, a step that was never asked for. An answer
+// of the client to what the server asked is a request only where the step begins with "RTSP/".
 #pragma once
 
 #include <condition_variable>
