@@ -1,6 +1,7 @@
 // RTP over UDP: a stream's datagrams, received straight into its ring and queued.
 #include "platform/printers.h"
 #include "platform/system.h"
+#include "rtp/media_session.h"
 #include "rtp/packet_queue.h"
 #include "rtp/receive_turn.h"
 #include "rtp/rtp_packet.h"
@@ -26,7 +27,7 @@ constexpr int kLookMs = 200;            // orders wake the thread; this is for w
 // its orders and the clock, then waits on.
 bool NothingArrived(int received) { return received < 0 && (errno == EAGAIN || IsInterrupted(errno)); }
 
-// A socket that fails or delivers a datagram without content is done with.
+// A socket that fails or delivers a datagram without content is done with, unless the latter is passed over.
 Served EndReceiving(ReceiveTurn &turn) {
     DebugPrint(kDebugEntry, " %s : Stopping Thread \n", __func__);
     if (!MustEnd(*turn.thread)) PrintSystemError(errno, "Exiting:");
@@ -106,12 +107,18 @@ void LearnFrom(BatchHabits &habits, std::span<const DatagramPlace> received, std
         habits.longest = std::max(habits.longest, static_cast<std::size_t>(place.received));
 }
 
-// Queues the datagrams, up to one without content. False when there was one.
+// What a socket delivers that was shut down looks the same: then the thread has been told to end before.
+bool PassesOverEmpty(const RTSPStreamInfo &stream) {
+    return !IsOver(stream.turn) && stream.session->dialect.Permits(Rule::kEmptyDatagram);
+}
+
+// Queues the datagrams, up to one without content that ends the reception. False when there was one.
 bool AcceptBatch(RTSPStreamInfo &stream, std::span<const DatagramPlace> received) {
     constexpr ArrivalRules kUdpRules{.reorder = true};
     for (const DatagramPlace &place : received) {
         const auto fits = static_cast<int>(place.size + place.spillSize);
         if (place.received > fits) TellLongDatagram(place.received, fits);
+        if (place.received < 1 && PassesOverEmpty(stream)) continue;
         if (place.received < 1) return false;
         stream.ring.writeIndex = place.bytes - stream.ring.storage;
         AcceptPacket(stream, static_cast<uint32_t>(std::min(place.received, fits)), kUdpRules,

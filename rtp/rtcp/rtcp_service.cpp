@@ -132,6 +132,8 @@ Served AnswerDatagram(const StreamThread &thread, RTSPStreamInfo &stream, RtcpAr
         ReceiveDatagram(stream.rtcpSocket, area.data(), kRtcpAreaBytes, MSG_DONTWAIT, nullptr, nullptr);
     // A damaged datagram, which the system has dropped, or an interruption.
     if (received < 0 && (errno == EAGAIN || IsInterrupted(errno))) return Served::kNothingLeft;
+    if (received == 0 && !MustEnd(thread) && stream.session->dialect.Permits(Rule::kEmptyDatagram))
+        return Served::kNothingLeft;
     if (received < 1) return MustEnd(thread) ? Served::kEnded : EndForError("Exiting RTCP thread");
     stream.rtcp.silentSinceMs = MonotonicMs();
     const int32_t stored = std::min(received, kRtcpAreaBytes);

@@ -109,6 +109,21 @@ TEST(UdpSession, EmptyDatagramEndsReceptionAndPlayStartsItAgain) {
     EXPECT_EQ(session.rtcp[0].Receive(0), ""); // a thread that is told to stop sends nothing more
 }
 
+TEST(UdpSession, EmptyDatagramsArePassedOverWhereTheRuleIsOn) {
+    Session session(kUdp, CLIENT_PLAYING_STATE, {{"TEARDOWN ", Ok()}});
+    Dialect &dialect = RecordOf(session).media.dialect;
+    dialect.Set(Rule::kEmptyDatagram, true);
+    session.rtcp[0].SendTo(Plus(session.ClientPort(1), 1), "");
+    for (const uint16_t number : Numbers(1, 8)) {
+        session.SendRtp(1, "");
+        session.SendNumbers(1, Numbers(number, number));
+    }
+    EXPECT_EQ(session.Video(8), Numbers(1, 8));
+    EXPECT_TRUE(Eventually([&] { return dialect.Uses(Rule::kEmptyDatagram) == 9; }));
+    EXPECT_EQ(session.Teardown(), 0); // its sockets are read as empty from then on
+    EXPECT_EQ(dialect.Uses(Rule::kEmptyDatagram), 9U);
+}
+
 TEST(UdpSession, PlayWithoutDescriptorsTellsWhyNothingComes) {
     Session session(kUdp, CLIENT_READY_STATE, Times(2, {"PLAY ", Ok()}));
     CapturedStdout out;
