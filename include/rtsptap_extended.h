@@ -317,6 +317,17 @@ RTSPTAP_API int32_t RTSPTapGetStreamDescription(intptr_t clientHandle, int32_t s
 RTSPTAP_API int32_t RTSPTapOpen(intptr_t clientHandle, const char *url);
 
 /**
+ * Connects to an URL's server as RTSPTapOpen does, and asks it nothing: for a program that sends OPTIONS and DESCRIBE
+ * itself, with header lists of its own. Redirections are such a program's to follow. The client is then as after
+ * RTSPClientConnect with DATA_PROTO_UDP, which RTSPTapSetDataProto changes.
+ *
+ * @param url      copied
+ * @param address  receives the server's address as text, up to 64 bytes with its terminator; null: not wanted
+ * @return as RTSPTapOpen, as far as it goes; behind RTSP_CONNECT_FAILED errno is that of the last attempt
+ */
+RTSPTAP_API int32_t RTSPTapConnect(intptr_t clientHandle, const char *url, char *address);
+
+/**
  * Changes how RTP is to come, on the connection there is: for a server that refuses one way at SETUP (RFC 2326, 461
  * Unsupported Transport, 11.3.12).
  *

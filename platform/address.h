@@ -5,6 +5,7 @@
 #include "rtsptap.h"
 
 #include <cstdint>
+#include <span>
 #include <string_view>
 #include <sys/socket.h>
 
@@ -22,6 +23,9 @@ Address ReadAddress(const char *text, uint16_t port);
 // The address that stands in the text, IPv6 with or without brackets where `kin` is IPv6, otherwise as ReadAddress
 // reads it.
 Address ReadAddressLike(const Address &kin, std::string_view text, uint16_t port);
+
+// The host as text, with a terminator; empty where it does not fit.
+void WriteAddress(const Address &address, std::span<char> text);
 
 // Every local address of the family of `kin`, with that port; IPv4 where that is none.
 Address AnyAddress(uint16_t port, const Address &kin = {});
