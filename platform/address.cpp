@@ -11,7 +11,6 @@
 #include <fcntl.h>
 #include <ifaddrs.h>
 #include <net/if.h>
-#include <netdb.h>
 #include <netinet/in.h>
 #include <poll.h>
 
@@ -68,10 +67,19 @@ Address ReadAddressLike(const Address &kin, std::string_view text, uint16_t port
     return ReadAddress(plain, port);
 }
 
-void WriteAddress(const Address &address, std::span<char> text) {
-    const auto size = static_cast<socklen_t>(text.size());
-    if (getnameinfo(Raw(address), address.length, text.data(), size, nullptr, 0, NI_NUMERICHOST) != 0)
-        text[0] = '\0';
+Address ReadAnyAddress(const char *text, uint16_t port) {
+    in_addr ipv4 = {};
+    in6_addr ipv6 = {};
+    if (inet_pton(AF_INET, text, &ipv4) == 1) return FromIpv4(ipv4.s_addr, port);
+    return inet_pton(AF_INET6, text, &ipv6) == 1 ? FromIpv6(ipv6, port) : Address{};
+}
+
+bool IsGroup(const Address &address) {
+    sockaddr_in ipv4 = {};
+    sockaddr_in6 ipv6 = {};
+    std::memcpy(&ipv4, &address.storage, sizeof ipv4);
+    std::memcpy(&ipv6, &address.storage, sizeof ipv6);
+    return IsIpv6(address) ? IN6_IS_ADDR_MULTICAST(&ipv6.sin6_addr) : IN_MULTICAST(ntohl(ipv4.sin_addr.s_addr));
 }
 
 Address AnyAddress(uint16_t port, const Address &kin) {
@@ -169,11 +177,7 @@ bool FindInterface(const char *nameOrAddress, unsigned &index) {
     index = 0;
     if (*nameOrAddress == '\0') return true;
     index = if_nametoindex(nameOrAddress);
-    if (index == 0) {
-        in6_addr ipv6 = {};
-        const bool isIpv6 = inet_pton(AF_INET6, nameOrAddress, &ipv6) == 1;
-        index = FindInterfaceByAddress(isIpv6 ? FromIpv6(ipv6, 0) : ReadAddress(nameOrAddress, 0));
-    }
+    if (index == 0) index = FindInterfaceByAddress(ReadAnyAddress(nameOrAddress, 0));
     if (index == 0) errno = ENODEV;
     return index != 0;
 }
@@ -202,7 +206,7 @@ bool JoinGroup(int socket, const Address &group, const MulticastWays &ways) {
     if (request.gsr_interface == 0) request.gsr_interface = ScopeOf(group);
     request.gsr_group = group.storage;
     if (ways.source[0] != '\0') {
-        request.gsr_source = ReadAddressLike(group, ways.source, 0).storage;
+        request.gsr_source = ReadAnyAddress(ways.source, 0).storage; // none is refused
         return SetOption(socket, LevelOf(group), MCAST_JOIN_SOURCE_GROUP, request);
     }
     group_req any = {};

@@ -5,7 +5,6 @@
 #include "rtsptap.h"
 
 #include <cstdint>
-#include <span>
 #include <string_view>
 #include <sys/socket.h>
 
@@ -24,8 +23,9 @@ Address ReadAddress(const char *text, uint16_t port);
 // reads it.
 Address ReadAddressLike(const Address &kin, std::string_view text, uint16_t port);
 
-// The host as text, with a terminator; empty where it does not fit.
-void WriteAddress(const Address &address, std::span<char> text);
+// An address of either family, without brackets; none where the text is none.
+Address ReadAnyAddress(const char *text, uint16_t port);
+bool IsGroup(const Address &address); // of multicast
 
 // Every local address of the family of `kin`, with that port; IPv4 where that is none.
 Address AnyAddress(uint16_t port, const Address &kin = {});

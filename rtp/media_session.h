@@ -43,11 +43,11 @@ struct MediaSession {
     std::atomic<uint32_t> channelChanges{1};           // how often the list, or a stream's channel, has changed
     // Owned: of ended sessions, kept for packets and descriptions.
     std::atomic<RTSPStreamInfo *> retiredStreams{nullptr};
-    std::atomic<int32_t> tornDownStreams{0}; // how many the last session had, until the next one has some
-    std::atomic<uint32_t> interrupts{0};     // how often readers were called off; by any thread, also by signals
-    SharedAddress server;                    // of the RTSP server: reports go to a port of it
+    SharedAddress server; // of the RTSP server: reports go to a port of it
 
     // ---- Application thread ----
+    MulticastWays multicast;          // how groups are joined
+    char listenAddress[64] = {};      // of streams without RTSP: a group, or one of ours; empty: every one of IPv4
     int64_t receiveBuffer = 0;        // bytes asked for each RTP socket; 0: what its kind has by default
     int64_t receiveBufferGranted = 0; // bytes that the last one got
 

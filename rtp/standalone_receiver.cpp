@@ -64,10 +64,18 @@ void Describe(RTSPStreamInfo &stream, int32_t codecType, uint16_t port, uint8_t 
 }
 
 int32_t OpenPort(const CallTrace &trace, RTSPStreamInfo &stream, uint16_t port) {
-    UniqueSocket rtpSocket(OpenDatagramSocket());
+    const char *const text = stream.session->listenAddress;
+    const Address address = *text != '\0' ? ReadAnyAddress(text, port) : AnyAddress(port);
+    UniqueSocket rtpSocket(OpenDatagramSocket(address));
     if (!rtpSocket.IsOpen()) return trace.Fail(RTSP_FAILURE, "EXIT : %s :RTSP Client socket creation failed\n");
-    if (!BindTo(rtpSocket.Get(), AnyAddress(port)))
+    const bool isGroup = IsGroup(address);
+    if (isGroup) SharePort(rtpSocket.Get());
+    if (!BindTo(rtpSocket.Get(), isGroup ? AnyAddress(port, address) : address))
         return trace.Fail(RTSP_FAILURE, "EXIT : %s :Unable to bind on specified port \n");
+    const MulticastWays &ways = stream.session->multicast;
+    if (isGroup &&
+        (!PrepareForGroups(rtpSocket.Get(), address, ways) || !JoinGroup(rtpSocket.Get(), address, ways)))
+        return trace.Fail(RTSP_FAILURE, "EXIT : %s :Unable to add membership \n");
     SizeReceiveBuffer(*stream.session, rtpSocket.Get(), 0); // what the system gives will do
     stream.rtpSocket = rtpSocket.Release();
     return RTSP_SUCCESS;

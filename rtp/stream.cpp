@@ -10,7 +10,7 @@
 namespace rtsptap {
 namespace {
 
-void FreePackets(RTSPStreamInfo &stream) {
+void FreeQueuedPackets(RTSPStreamInfo &stream) {
     RTPStreamData *packet = stream.packetListHead.load(std::memory_order_relaxed);
     while (packet != nullptr) {
         RTPStreamData *const next = packet->next;
@@ -18,11 +18,6 @@ void FreePackets(RTSPStreamInfo &stream) {
         packet = next;
     }
     if (stream.deferredPacket != nullptr) FreePacketRecord(stream.deferredPacket);
-    const uint8_t *end = nullptr;
-    for (RTPStreamData *held = stream.held.Oldest(); held != nullptr; held = stream.held.Oldest()) {
-        stream.held.Remove(held, end);
-        FreePacketRecord(held);
-    }
 }
 
 } // namespace
@@ -71,7 +66,7 @@ void EndStream(RTSPStreamInfo &stream) {
 
 void ReleaseStream(RTSPStreamInfo *stream) {
     ReleaseSdpFields(stream->sdpFieldList);
-    FreePackets(*stream);
+    FreeQueuedPackets(*stream);
     FreeRingAndPool(*stream);
     free(stream->description.fmtp);
     free(stream->description.sps);

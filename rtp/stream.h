@@ -2,9 +2,9 @@
 // Fields are grouped by the threads that touch them. Released by ReleaseStream.
 #pragma once
 
+#include "platform/address.h"
 #include "platform/system.h"
 #include "platform/text.h"
-#include "rtp/held_packets.h"
 #include "rtp/packet_memory.h"
 #include "rtp/receive_turn.h"
 #include "rtsptap_extended.h"
@@ -89,12 +89,16 @@ struct RTSPStreamInfo {
     HeapText controlUrl;              // request URI of SETUP, PLAY and PAUSE; null: none of its own
     SDPField *sdpFieldList = nullptr; // owned: this media section's lines
     uint16_t clientPort = 0;          // local RTP port, host order
+    bool isWanted = false;            // it is to be set up
+    bool isSetUp = false;             // by a SETUP that was answered with 200
+    bool isMulticast = false;         // what comes over UDP is sent to a group
     StreamThread *thread = nullptr;   // owned; the serving receive thread
     uint8_t locksMade = 0;            // of packetListLock, signalLock and dataCondition, in this order
 
     // ---- Written by the application thread while no thread of the stream lives ----
     int32_t rtpSocket = -1;
     int32_t rtcpSocket = -1;
+    Address reportsTo;               // where reports over UDP go; none: to the server
     MediaSession *session = nullptr; // owner; constant
 
     // ---- Written by the application thread, read by the receive threads ----
@@ -148,11 +152,6 @@ struct RTSPStreamInfo {
     std::atomic<int32_t> waitingReaders{0};   // readers inside the wait; nobody is signalled while 0
     std::atomic<uint32_t> handled{0};         // datagrams and frames so far; changes with the queue they went into
     uint32_t handledBeforeWait = 0;           // as the waiting reader found it; guarded by signalLock
-
-    // ---- Readers that name the stream by its number ----
-    int32_t number = 0;                      // in description order; constant
-    HeldPackets held;                        // guarded by packetListLock
-    std::atomic<uint32_t> interruptsTold{0}; // of the session's, those its reader knows of
 };
 
 enum class StreamLock { kNone, kPacketList, kSignal, kCondition };

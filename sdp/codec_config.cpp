@@ -2,7 +2,6 @@
 
 #include "platform/printers.h"
 #include "platform/text.h"
-#include "platform/wire.h"
 #include "rtp/stream.h"
 
 #include <algorithm>
@@ -153,6 +152,25 @@ void ExtractH265ParameterSets(RTSPStreamInfo &stream) {
 
 namespace {
 
+// Takes bits off the front, the most significant first; false, and no more bits, when they run out.
+class BitReader {
+public:
+    explicit BitReader(std::span<const uint8_t> bytes) : bytes_(bytes) {}
+
+    bool Take(unsigned count, int32_t &value) {
+        value = 0;
+        for (; count > 0; --count, ++at_) {
+            if (at_ / 8 >= bytes_.size()) return false;
+            value = value << 1 | (bytes_[at_ / 8] >> (7 - at_ % 8) & 1);
+        }
+        return true;
+    }
+
+private:
+    std::span<const uint8_t> bytes_;
+    std::size_t at_ = 0; // bits
+};
+
 constexpr int32_t kSpectralBandReplication = 5;
 constexpr int32_t kParametricStereo = 29;
 
@@ -166,7 +184,7 @@ struct AudioConfig {
 };
 
 // 5 bits; 31 escapes to 6 more.
-bool TakeObjectType(wire::BitReader &bits, int32_t &objectType) {
+bool TakeObjectType(BitReader &bits, int32_t &objectType) {
     constexpr int32_t kEscape = 31;
     if (!bits.Take(5, objectType)) return false;
     if (objectType != kEscape) return true;
@@ -176,7 +194,7 @@ bool TakeObjectType(wire::BitReader &bits, int32_t &objectType) {
 }
 
 // 4 bits of index; 15 escapes to the rate itself in 24 bits.
-bool TakeSamplingRate(wire::BitReader &bits, int32_t &samplingRate) {
+bool TakeSamplingRate(BitReader &bits, int32_t &samplingRate) {
     constexpr int32_t kExplicit = 15;
     int32_t index = 0;
     if (!bits.Take(4, index)) return false;
@@ -187,7 +205,7 @@ bool TakeSamplingRate(wire::BitReader &bits, int32_t &samplingRate) {
 
 //  object type | rate | channels (4) | with SBR or PS: extension's rate, core object type | codec's own ...
 bool ReadAudioConfig(std::span<const uint8_t> bytes, AudioConfig &config) {
-    wire::BitReader bits(bytes);
+    BitReader bits(bytes);
     int32_t channelConfiguration = 0;
     if (!TakeObjectType(bits, config.objectType) || !TakeSamplingRate(bits, config.samplingRate) ||
         !bits.Take(4, channelConfiguration))

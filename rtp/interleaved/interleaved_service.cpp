@@ -307,8 +307,6 @@ bool AdmitsReaders(const RTSPStreamInfo &stream) {
 
 Served ServeWaiting(RTSPStreamInfo &stream) { return ServeConnection(*stream.session, kTurnSliceMs); }
 
-Served ServeWithin(RTSPStreamInfo &stream, int ms) { return ServeConnection(*stream.session, ms); }
-
 void Close(StreamThread &thread) {
     MediaSession &session = *thread.stream->session;
     const ScopedTurn turn(session.connection.turn, ScopedTurn::kWait);
@@ -329,8 +327,7 @@ constinit const Service kInterleavedService{
     .close = Close,
     .turn = Turn,
     .admitsReaders = AdmitsReaders,
-    .serveWaiting = ServeWaiting,
-    .serveWithin = ServeWithin, // it tells readers itself: whom is known in the turn only
+    .serveWaiting = ServeWaiting, // it tells readers itself: whom is known in the turn only
 };
 
 // ---- the reply to the first PLAY ----

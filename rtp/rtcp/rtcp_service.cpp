@@ -64,10 +64,11 @@ int32_t SendRtcpPacket(RTSPStreamInfo *stream, const uint8_t *packet, int32_t le
     const CallTrace trace(__func__);
     if (stream == nullptr) return trace.Fail(RTSP_SUCCESS, "EXIT : %s :Null Pointer Assignment \n");
     if (stream->session->dataProto.load(std::memory_order_relaxed) == DATA_PROTO_TCP) return RTSP_SUCCESS;
-    if (HasNoReportPort(*stream)) return RTSP_SUCCESS;
+    const bool hasOwnAim = stream->reportsTo.length != 0;
+    if (!hasOwnAim && HasNoReportPort(*stream)) return RTSP_SUCCESS;
     const auto port = static_cast<uint16_t>(stream->serverPort.load(std::memory_order_relaxed) + 1);
     const ssize_t sent = SendTo(stream->rtcpSocket, packet, static_cast<std::size_t>(length),
-                                WithPort(stream->session->server.Get(), port));
+                                hasOwnAim ? stream->reportsTo : WithPort(stream->session->server.Get(), port));
     if (sent == 0) { // Kept: a failure of sendto itself is not one of ours.
         RtpRtspErrorPrint("Error in Sending RTCP Data\n");
         return RTSP_FAILURE;

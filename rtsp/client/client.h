@@ -6,7 +6,7 @@
 #include "rtp/interleaved/connection.h"
 #include "rtp/media_session.h"
 #include "rtsp/message/authentication.h"
-#include "rtsptap.h"
+#include "rtsptap_extended.h"
 
 #include <atomic>
 #include <cstddef>
@@ -49,7 +49,11 @@ struct RTSPClient {
     int64_t teardownLimitMs = 0;            // of TEARDOWN; 0: as the others
     int64_t firstPort = kFirstCommonPort;   // local UDP ports: these two stand for the counting of all clients
     int64_t lastPort = kLastCommonPort;
-    int64_t lastPortTaken = 0;               // within ports of the client's own
+    int64_t lastPortTaken = 0; // within ports of the client's own
+    int64_t transport = RTSPTAP_TRANSPORT_DEFAULT;
+    int64_t silenceLimitMs = 3000;           // how long media may be missing after PLAY
+    bool mayFallBack = false;                // the session under way: from UDP to TCP
+    bool asksMulticast = false;              // the same: its streams are to come to groups
     char userAgent[128] = "Rtp Rtsp Client"; // of requests whose header list has none
 
     // ---- Exchanges ----

@@ -14,7 +14,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <span>
 #include <utility>
 
 namespace rtsptap {
@@ -27,6 +26,11 @@ void LeaveServer(RTSPClient &client) {
     EndStreams(client.media);
     client.sessionId[0] = '\0';
     client.authentication.required = 0; // of another server, as far as we know
+}
+
+bool HasCredentials(const RTSPClient &client) {
+    const Authentication &is = client.authentication;
+    return !is.isWithheld && (is.username[0] != '\0' || is.password[0] != '\0');
 }
 
 namespace {
@@ -54,14 +58,12 @@ int32_t ReadUrl(const CallTrace &trace, const char *text, ServerUrl &url) {
 
 int32_t FailConnecting(const CallTrace &trace) {
     constexpr int kShort[] = {EMFILE, ENFILE, ENOBUFS, ENOMEM};
-    const ScopeExit restore([error = errno] { errno = error; });
     if (std::ranges::find(kShort, errno) != std::end(kShort))
         return trace.Fail(RTSP_SOCKET_FAILED, "EXIT : %s :RTSP Client socket creation failed\n");
     return trace.Fail(RTSP_CONNECT_FAILED, "EXIT : %s :Connection Error \n");
 }
 
-// With the text of the address that answered, where it is asked for.
-int32_t Connect(const CallTrace &trace, RTSPClient &client, const ServerUrl &to, std::span<char> text = {}) {
+int32_t Connect(const CallTrace &trace, RTSPClient &client, const ServerUrl &to) {
     const AddressList addresses = FindAddresses(to.host, to.port);
     if (addresses.count == 0) return trace.Fail(RTSPTAP_HOST_NOT_FOUND, "EXIT : %s :The host has no address\n");
     HeapText requestUrl = DuplicateText(to.request.get());
@@ -71,17 +73,11 @@ int32_t Connect(const CallTrace &trace, RTSPClient &client, const ServerUrl &to,
     if (socket < 0) return FailConnecting(trace);
     client.sessionName[0] = '\0';
     client.isOpened = true;
-    if (!text.empty()) WriteAddress(address, text);
     BecomeConnected(client, socket, address, std::move(requestUrl));
     return RTSP_SUCCESS;
 }
 
 using Method = int32_t (*)(intptr_t clientHandle, intptr_t headerList, char *responseBuff, int32_t *responseSize);
-
-bool HasCredentials(const RTSPClient &client) {
-    const Authentication &is = client.authentication;
-    return !is.isWithheld && (is.username[0] != '\0' || is.password[0] != '\0');
-}
 
 // A 401 has stored its challenge: the same request again carries the answer.
 int32_t Ask(RTSPClient &client, Method method) {
@@ -145,16 +141,18 @@ void UseDefaultBuffers(MediaSession &media) {
     if (media.audioBufferSize < 1) media.audioBufferSize = kAudioBufferBytes;
 }
 
-// The client has left whom it was connected to, and has the URL's credentials. Null with a `result` otherwise.
-RTSPClient *Prepare(const CallTrace &trace, intptr_t clientHandle, const char *url, ServerUrl &to,
-                    int32_t &result) {
+} // namespace
+} // namespace rtsptap
+
+using namespace rtsptap;
+
+int32_t RTSPTapOpen(intptr_t clientHandle, const char *url) {
+    const CallTrace trace(__func__);
     RTSPClient *const client = LiveClient(clientHandle);
-    result = RTSP_INVALID_ARGUMENT;
-    if (client == nullptr || url == nullptr) {
-        trace.Fail(result, "EXIT : %s :Invalid input argument\n");
-        return nullptr;
-    }
-    if (result = ReadUrl(trace, url, to); result != RTSP_SUCCESS) return nullptr;
+    if (client == nullptr || url == nullptr)
+        return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid input argument\n");
+    ServerUrl to;
+    if (const int32_t result = ReadUrl(trace, url, to); result != RTSP_SUCCESS) return result;
     ReleaseRetiredStreams(client->media);
     LeaveServer(*client);
     UseDefaultBuffers(client->media);
@@ -164,31 +162,7 @@ RTSPClient *Prepare(const CallTrace &trace, intptr_t clientHandle, const char *u
     if (to.hasUser) CopyText(authentication.username, to.user);
     if (to.hasUser) CopyText(authentication.password, to.password);
     explicit_bzero(to.password, sizeof to.password);
-    return client;
-}
-
-} // namespace
-} // namespace rtsptap
-
-using namespace rtsptap;
-
-int32_t RTSPTapOpen(intptr_t clientHandle, const char *url) {
-    const CallTrace trace(__func__);
-    ServerUrl to;
-    int32_t result = RTSP_SUCCESS;
-    RTSPClient *const client = Prepare(trace, clientHandle, url, to, result);
-    if (client == nullptr) return result;
-    result = OpenUrl(trace, *client, to);
+    const int32_t result = OpenUrl(trace, *client, to);
     if (result != RTSP_SUCCESS) LeaveServer(*client);
     return result;
-}
-
-int32_t RTSPTapConnect(intptr_t clientHandle, const char *url, char *address) {
-    constexpr std::size_t kAddressBytes = 64;
-    const CallTrace trace(__func__);
-    ServerUrl to;
-    int32_t result = RTSP_SUCCESS;
-    RTSPClient *const client = Prepare(trace, clientHandle, url, to, result);
-    if (client == nullptr) return result;
-    return Connect(trace, *client, to, {address, address != nullptr ? kAddressBytes : 0});
 }

@@ -3,6 +3,7 @@
 #include "dialect/dialect.h"
 #include "platform/printers.h"
 #include "platform/text.h"
+#include "rtp/stream.h"
 #include "rtsp/client/client.h"
 
 #include <algorithm>
@@ -10,6 +11,20 @@
 
 namespace rtsptap {
 namespace {
+
+int64_t GetTransportUsed(const RTSPClient &client) {
+    const RTSPStreamInfo *stream = client.media.streamList;
+    while (stream != nullptr && !stream->isSetUp) stream = stream->next;
+    if (stream == nullptr) return RTSPTAP_TRANSPORT_DEFAULT;
+    if (client.media.dataProto == DATA_PROTO_TCP) return RTSPTAP_TRANSPORT_TCP;
+    return stream->isMulticast ? RTSPTAP_TRANSPORT_MULTICAST : RTSPTAP_TRANSPORT_UDP;
+}
+
+template <auto field> int64_t GetOfGroups(const RTSPClient &client) { return client.media.multicast.*field; }
+template <auto field> void SetOfGroups(RTSPClient &client, int64_t value) { client.media.multicast.*field = value; }
+template <auto field> std::span<char> TextOfGroups(RTSPClient &client) { return client.media.multicast.*field; }
+
+std::span<char> ListenAddress(RTSPClient &client) { return client.media.listenAddress; }
 
 int64_t GetDialect(const RTSPClient &client) { return client.media.dialect.Chosen(); }
 void SetDialect(RTSPClient &client, int64_t value) { client.media.dialect.Choose(static_cast<int32_t>(value)); }
@@ -46,6 +61,20 @@ constexpr Option kOptions[] = {
      Get<&RTSPClient::lastPort>, Set<&RTSPClient::lastPort>},
     {RTSPTAP_OPTION_RECEIVE_NAP, "nap of a reader", "us", -1, kLongestNapUs, -1, Settable::kAlways,
      GetOfMedia<&MediaSession::receiveNapUs>, SetOfMedia<&MediaSession::receiveNapUs>},
+    {RTSPTAP_OPTION_TRANSPORT, "transport", "", RTSPTAP_TRANSPORT_DEFAULT, RTSPTAP_TRANSPORT_AUTOMATIC,
+     RTSPTAP_TRANSPORT_DEFAULT, Settable::kAlways, Get<&RTSPClient::transport>, Set<&RTSPClient::transport>},
+    {RTSPTAP_OPTION_SILENCE_LIMIT, "limit of silence after PLAY", "ms", 0, kLongestLimitMs, 3000, Settable::kAlways,
+     Get<&RTSPClient::silenceLimitMs>, Set<&RTSPClient::silenceLimitMs>},
+    {RTSPTAP_OPTION_MULTICAST_INTERFACE, "interface of multicast", "bytes", 0, sizeof MulticastWays::interface - 1,
+     0, Settable::kAlways, nullptr, nullptr, TextOfGroups<&MulticastWays::interface>, ""},
+    {RTSPTAP_OPTION_MULTICAST_TTL, "TTL of multicast", "", 0, 255, 0, Settable::kAlways,
+     GetOfGroups<&MulticastWays::hops>, SetOfGroups<&MulticastWays::hops>},
+    {RTSPTAP_OPTION_MULTICAST_SOURCE, "source of multicast", "bytes", 0, sizeof MulticastWays::source - 1, 0,
+     Settable::kAlways, nullptr, nullptr, TextOfGroups<&MulticastWays::source>, ""},
+    {RTSPTAP_OPTION_TRANSPORT_USED, "transport used", "", RTSPTAP_TRANSPORT_DEFAULT, RTSPTAP_TRANSPORT_TCP,
+     RTSPTAP_TRANSPORT_DEFAULT, Settable::kNever, GetTransportUsed, nullptr},
+    {RTSPTAP_OPTION_LISTEN_ADDRESS, "address to listen to without RTSP", "bytes", 0,
+     sizeof MediaSession::listenAddress - 1, 0, Settable::kAlways, nullptr, nullptr, ListenAddress, ""},
 };
 
 } // namespace

@@ -51,8 +51,7 @@ constexpr Meaning kMeanings[] = {
     {RTSPTAP_OTHER_SCHEME, "the URL is not one of rtsp"},
     {RTSPTAP_HOST_NOT_FOUND, "the host has no address"},
     {RTSPTAP_TOO_MANY_REDIRECTS, "the server redirects again and again"},
-    {RTSPTAP_INTERRUPTED, "interrupted"},
-    {RTSPTAP_NOT_TAKEN, "a packet that was not taken there, or is given back already"},
+    {RTSPTAP_NO_MEDIA, "the server plays, but no packet comes"},
 };
 
 } // namespace

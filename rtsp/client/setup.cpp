@@ -30,7 +30,10 @@ void AddUserTransport(Exchange &exchange) {
 
 void AddOwnTransport(Exchange &exchange) {
     char value[kTransportBytes] = {};
-    if (exchange.client->media.dataProto == DATA_PROTO_UDP) {
+    if (exchange.setup->asksMulticast) {
+        const auto hops = static_cast<int>(exchange.client->media.multicast.hops);
+        snprintf(value, sizeof value, hops > 0 ? "RTP/AVP;multicast;ttl=%d" : "RTP/AVP;multicast", hops);
+    } else if (exchange.client->media.dataProto == DATA_PROTO_UDP) {
         const int port = exchange.setup->localPort;
         snprintf(value, sizeof value, "RTP/AVP/UDP;unicast;client_port=%d-%d", port, port + 1);
         exchange.setup->stream->clientPort = exchange.setup->localPort;
@@ -62,7 +65,7 @@ int32_t TakeUserTransport(Exchange &exchange) {
 
 int32_t PrepareTransport(Exchange &exchange) {
     const ScopedLock ports(gblRTSPClientListLock);
-    if (exchange.client->media.dataProto == DATA_PROTO_UDP)
+    if (exchange.client->media.dataProto == DATA_PROTO_UDP && !exchange.setup->asksMulticast)
         if (const int32_t result = OpenUdpPair(exchange); result != RTSP_SUCCESS) return result;
     exchange.setup->hasUserTransport ? AddUserTransport(exchange) : AddOwnTransport(exchange);
     return RTSP_SUCCESS;
@@ -153,7 +156,8 @@ int32_t ApplyTransport(Exchange &exchange) {
     if (header == nullptr) return RTSP_SUCCESS;
     PutTransportRight(header, exchange.client->media.dialect);
     const std::string_view value = header;
-    if (Contains(value, "multicast") && Contains(value, "destination"))
+    exchange.setup->grantsTcp = Contains(value, "RTP/AVP/TCP") || Contains(value, "interleaved=");
+    if (exchange.setup->asksMulticast || (Contains(value, "multicast") && Contains(value, "destination")))
         if (const int32_t result = JoinMulticast(exchange, value); result != RTSP_SUCCESS) return result;
     if (const int32_t result = TakeServerPort(exchange, value); result != RTSP_SUCCESS) return result;
     TakeChannel(exchange, value);
@@ -175,6 +179,18 @@ int32_t SelectStream(Exchange &exchange) {
 int32_t BecomeReady(Exchange &exchange) {
     EnterState(exchange);
     RtpRtspInfoPrint("Successful response of SETUP is received from server .... \n");
+    exchange.setup->stream->isSetUp = true;
+    return RTSP_SUCCESS;
+}
+
+// Whichever stream begins a session: the others name it. The base interface goes by the streams' numbers.
+int32_t NameSession(Exchange &exchange) {
+    RTSPClient &client = *exchange.client;
+    if (!exchange.setup->namesSession) return RTSP_SUCCESS;
+    const bool isUnderWay = client.media.state == CLIENT_READY_STATE && client.sessionId[0] != '\0';
+    exchange.setup->joinsSession = isUnderWay;
+    if (isUnderWay) return PutRequestHeader(*client.requestMsg, "Session", client.sessionId);
+    RemoveRequestHeader(*client.requestMsg, "Session");
     return RTSP_SUCCESS;
 }
 
@@ -195,6 +211,7 @@ void CloseSockets(Exchange &exchange) {
 constexpr Step kChecks[] = {CheckHandleAndStream, CheckConnected,    CheckState,  CheckStreamNumber,
                             CheckHeaderList,      TakeUserTransport, SelectStream};
 constexpr Step kSteps[] = {GenerateRequest,
+                           NameSession,
                            PrepareTransport, // closes what it opened when it fails
                            OnFailureClose<Undo::kBothSockets>,
                            SendRequest,
@@ -209,21 +226,34 @@ constexpr Step kSteps[] = {GenerateRequest,
                            OnOk<ApplyTransport>,
                            CopyReply};
 
-constexpr MethodDescriptor kSetup{
-    .functionName = "RTSPClientSendSetupRequest",
-    .method = RTSP_SETUP,
-    .allowedStates = States({CLIENT_DESCRIBE_SENT_STATE, CLIENT_READY_STATE}),
-    .answersChallenge = false,
-    .checks = kChecks,
-    .steps = kSteps,
-    .sending = "Client generating and sending SETUP request message \n",
-    .badState = "EXIT : %s :Client State is Not Valid for SETUP Method.\n",
-    .badHeaderList = "EXIT : %s :HeaderList of Setup method is not valid\n",
-    .notGenerated = "EXIT : %s :Request Message for SETUP not generated \n",
-    .undo = CloseSockets,
-};
+consteval MethodDescriptor SetupRow(const char *functionName, bool answersChallenge) {
+    return {
+        .functionName = functionName,
+        .method = RTSP_SETUP,
+        .allowedStates = States({CLIENT_DESCRIBE_SENT_STATE, CLIENT_READY_STATE}),
+        .answersChallenge = answersChallenge,
+        .checks = kChecks,
+        .steps = kSteps,
+        .sending = "Client generating and sending SETUP request message \n",
+        .badState = "EXIT : %s :Client State is Not Valid for SETUP Method.\n",
+        .badHeaderList = "EXIT : %s :HeaderList of Setup method is not valid\n",
+        .notGenerated = "EXIT : %s :Request Message for SETUP not generated \n",
+        .undo = CloseSockets,
+    };
+}
+
+constexpr MethodDescriptor kSetup = SetupRow("RTSPClientSendSetupRequest", false);
+constexpr MethodDescriptor kSetupByTransport = SetupRow("RTSPTapSetup", true);
 
 } // namespace
+
+int32_t SetUpStream(intptr_t clientHandle, int32_t number, SetupParts &parts) {
+    parts.namesSession = true;
+    Exchange exchange(kSetupByTransport, {.clientHandle = clientHandle, .streamNumber = number});
+    exchange.setup = &parts;
+    return RunExchange(exchange);
+}
+
 } // namespace rtsptap
 
 using namespace rtsptap;

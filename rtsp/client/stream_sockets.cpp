@@ -105,6 +105,8 @@ int32_t OpenUdpPair(Exchange &exchange) {
     RTSPStreamInfo &stream = *exchange.setup->stream;
     CloseRtpSocket(stream); // of an earlier SETUP of the same stream
     CloseRtcpSocket(stream);
+    stream.isMulticast = false;
+    stream.reportsTo = {};
     if (HasPortsOfItsOwn(*exchange.client) && exchange.setup->userClientPort == 0) return OpenOwnPair(exchange);
     UniqueSocket rtp(OpenDatagramSocket(ServerOf(exchange)));
     if (!rtp.IsOpen())
@@ -154,8 +156,26 @@ int32_t OpenGroupSocket(Exchange &exchange, const Address &group) {
 }
 
 int32_t JoinTheGroup(const Exchange &exchange, const Address &group) {
-    if (!JoinGroup(exchange.setup->stream->rtpSocket, group))
+    const MulticastWays &ways = exchange.client->media.multicast;
+    const int socket = exchange.setup->stream->rtpSocket;
+    const bool isPrepared = !exchange.setup->asksMulticast || PrepareForGroups(socket, group, ways);
+    if (!isPrepared || !JoinGroup(socket, group, ways))
         return exchange.trace.Fail(RTSP_MULTICAST_FAILED, "EXIT : %s :Unable to add membership \n");
+    return RTSP_SUCCESS;
+}
+
+// Reports of all members go to the port above the group's (RFC 3550, 6 and 11), ours, too.
+int32_t OpenGroupRtcp(const Exchange &exchange, const Address &group) {
+    RTSPStreamInfo &stream = *exchange.setup->stream;
+    CloseRtcpSocket(stream);
+    const MulticastWays &ways = exchange.client->media.multicast;
+    const auto port = static_cast<uint16_t>(exchange.client->multicastPort + 1);
+    UniqueSocket socket(OpenDatagramSocket(group));
+    if (!socket.IsOpen() || !SharePort(socket.Get()) || !BindTo(socket.Get(), AnyAddress(port, group)) ||
+        !PrepareForGroups(socket.Get(), group, ways) || !JoinGroup(socket.Get(), group, ways))
+        return exchange.trace.Fail(RTSP_MULTICAST_FAILED, "EXIT : %s :Unable to receive reports of the group\n");
+    stream.rtcpSocket = socket.Release();
+    stream.reportsTo = WithPort(group, port);
     return RTSP_SUCCESS;
 }
 
@@ -166,7 +186,9 @@ int32_t JoinMulticast(Exchange &exchange, std::string_view transport) {
     const RTSPClient &client = *exchange.client;
     const Address group = ReadAddressLike(ServerOf(exchange), client.multicastIp, client.multicastPort);
     if (const int32_t result = OpenGroupSocket(exchange, group); result != RTSP_SUCCESS) return result;
-    return JoinTheGroup(exchange, group);
+    exchange.setup->stream->isMulticast = true;
+    const int32_t result = JoinTheGroup(exchange, group);
+    return result == RTSP_SUCCESS && exchange.setup->asksMulticast ? OpenGroupRtcp(exchange, group) : result;
 }
 
 } // namespace rtsptap

@@ -21,7 +21,15 @@ struct SetupParts {
     uint16_t localPort = 0;        // of RTP, that of RTCP is the next one; over UDP, when the sockets are open
     bool hasUserTransport = false; // the list has such a header
     bool joinsSession = false;     // an earlier SETUP has begun it, and this request names it
+
+    // What only RTSPTapSetup asks for.
+    bool namesSession = false;  // wherever one is under way
+    bool asksMulticast = false; // nothing else is good
+    bool grantsTcp = false;     // out: the reply's transport is interleaved
 };
+
+// RTSPTapSetup for one stream, over what the session's dataProto and `parts` say; its result.
+int32_t SetUpStream(intptr_t clientHandle, int32_t number, SetupParts &parts);
 
 extern uint16_t gblClientRtspUdpPort; // the last client RTP port handed out; guarded by gblRTSPClientListLock
 

@@ -20,6 +20,19 @@
 
 namespace rtsptap::test {
 
+// The loopback interface does not give back what is sent to groups of IPv6, but takes it.
+inline void RouteGroupsOfIpv6(int loopback) {
+    in6_rtmsg route = {};
+    route.rtmsg_dst.s6_addr[0] = 0xFF;
+    route.rtmsg_dst_len = 8;
+    route.rtmsg_metric = 1;
+    route.rtmsg_flags = RTF_UP;
+    route.rtmsg_ifindex = loopback;
+    const int any = socket(AF_INET6, SOCK_DGRAM, 0);
+    ioctl(any, SIOCADDRT, &route);
+    close(any);
+}
+
 // With loopback alone: nothing leaves the machine, ports are nobody else's and multicast groups can be joined.
 // False without the right to it. Not for a process that has threads already.
 inline bool EnterOwnNetwork() {
@@ -37,6 +50,7 @@ inline bool EnterOwnNetwork() {
     const int any = socket(AF_INET, SOCK_DGRAM, 0);
     const bool isUp = ioctl(any, SIOCSIFFLAGS, &loopback) == 0 && ioctl(any, SIOCADDRT, &route) == 0;
     close(any);
+    RouteGroupsOfIpv6(static_cast<int>(if_nametoindex(loopback.ifr_name)));
     return isUp;
 }
 
