@@ -300,8 +300,14 @@ typedef struct RTSPTapStreamDescription {
 /**
  * Tells what the session description says of a stream, in either dialect.
  *
+ * Where rule 220 is on, as it is in the tolerant dialect, parameter sets and configurations that the description
+ * lacks are taken from the stream: vps, sps, pps of H.264 and H.265, config of mpeg4-generic (from an ADTS header),
+ * MP4A-LATM and MP4V-ES, of up to 4096 bytes each. A call tells those that had come by then, with the packet that
+ * carries them or a few later, so a program that needs them asks again while they are null. Once told they never
+ * change, also where the stream later sends others.
+ *
  * Texts and bytes are the client's: they stay as they are until RTSPClientDestroy, also after a TEARDOWN, and are
- * not to be written to. The thread that calls the client's methods calls it.
+ * not to be written to. The thread that calls the client's methods calls it, also while packets come.
  *
  * @param streamNumber  1 and up, in the order of the description
  * @param description   filled, as far as its recordSize says

@@ -204,6 +204,7 @@ void AcceptPacket(RTSPStreamInfo &stream, uint32_t length, const ArrivalRules &r
     const RTPDataBuffer bytes{.length = length, .data = stream.ring.storage + stream.ring.writeIndex};
     RTPStreamData *const packet = ParseRTPData(&bytes, &stream);
     if (packet != nullptr) {
+        if (stream.configSearch.missing.load(std::memory_order_relaxed) != 0) SearchPacket(stream, *packet);
         InsertPacket(stream, packet, rules);
     } else {
         CountHandled(stream);

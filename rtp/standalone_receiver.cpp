@@ -60,6 +60,7 @@ void Describe(RTSPStreamInfo &stream, int32_t codecType, uint16_t port, uint8_t 
     stream.description.isVideo = isVideo;
     stream.isVideo = isVideo;
     stream.description.codecType = codecType;
+    if (stream.session->dialect.IsOn(Rule::kConfigInStream)) SearchMissingConfig(stream);
     stream.codecType = codecType; // last: from here on readers find the stream by it
 }
 

@@ -7,6 +7,7 @@
 #include "platform/text.h"
 #include "rtp/packet_memory.h"
 #include "rtp/receive_turn.h"
+#include "rtp/stream_config.h"
 #include "rtsptap_extended.h"
 
 #include <atomic>
@@ -110,6 +111,7 @@ struct RTSPStreamInfo {
     std::atomic<uint8_t> isVideo{0};             // chooses the ring size
     PayloadTypeSet payloadTypes;                 // packets of others are refused
     std::atomic<RTSPStreamInfo *> next{nullptr};
+    ConfigSearch configSearch; // in packets, of what the description lacks; has groups of its own
 
     // ---- Written by whoever receives, read by others ----
     std::atomic<uint32_t> remoteSsrc{0};     // 0 until the first packet

@@ -318,6 +318,13 @@ void FinishControlUrls(SdpReading &reading) {
     if (reading.sections > 0) NoteSameControls(reading.to.session);
 }
 
+// Packets that are encrypted, or of which the parameters say so, have no configuration to be read.
+bool MayTellInStream(const RTSPStreamInfo &stream) {
+    const char *const media = stream.sdpFieldList != nullptr ? stream.sdpFieldList->value : "";
+    const char *const fmtp = stream.description.fmtp;
+    return !Contains(media, "SAVP") && (fmtp == nullptr || FirstWord(FmtpParameter(fmtp, "cpresent=")) != "0");
+}
+
 int32_t FinishSection(SdpReading &reading) {
     if (!std::exchange(reading.sectionIsOpen, false)) return RTSP_SUCCESS;
     const Dialect &dialect = reading.dialect;
@@ -327,6 +334,8 @@ int32_t FinishSection(SdpReading &reading) {
     if (description.fmtp != nullptr && description.codecType != 0 && !reading.configIsRead &&
         dialect.Permits(Rule::kParametersFirst))
         ExtractCodecConfig(reading);
+    if (dialect.IsOn(Rule::kConfigInStream) && MayTellInStream(*reading.stream))
+        SearchMissingConfig(*reading.stream);
     return result;
 }
 

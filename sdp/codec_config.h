@@ -29,9 +29,6 @@ void ExtractH265ParameterSets(RTSPStreamInfo &stream);
 // Decodes "config=" of the stream's fmtp text into the further description, where it is hexadecimal digits.
 void ExtractConfigBytes(RTSPStreamInfo &stream);
 
-inline constexpr int32_t adtsSamplingRates[16] = { // Hz, by sampling frequency index; 0 is reserved
-    96000, 88200, 64000, 48000, 44100, 32000, 24000, 22050, 16000, 12000, 11025, 8000, 7350, 0, 0, 0};
-
 // Two hexadecimal digits of `text` a byte. The number of bytes, or RTSP_FAILURE when the text is not pairs of
 // digits or they do not fit.
 int32_t ConvertAsciiToHex(std::string_view text, uint8_t *bytes, int32_t capacity);

@@ -132,6 +132,14 @@ int32_t ChannelsOf(const RTSPStreamInfo &stream) {
     return leftOut ? 1 : is.channels;
 }
 
+// What the description lacks and has been seen in the stream.
+void AddFound(const RTSPStreamInfo &stream, ConfigKind kind, const uint8_t *&bytes, int32_t &size) {
+    const std::span<const uint8_t> found = FindConfig(stream, kind);
+    if (bytes != nullptr || found.empty()) return;
+    bytes = found.data();
+    size = static_cast<int32_t>(found.size());
+}
+
 RTSPTapStreamDescription Describe(const RTSPStreamInfo &stream) {
     const RTSPStreamDescription &is = stream.description;
     const FurtherDescription &further = stream.further;
@@ -156,6 +164,10 @@ RTSPTapStreamDescription Describe(const RTSPStreamInfo &stream) {
     description.ppsSize = is.ppsSize;
     description.config = isAac ? is.aacConfig : further.config;
     description.configSize = isAac ? is.aacConfigSize : further.configSize;
+    AddFound(stream, ConfigKind::kVps, description.vps, description.vpsSize);
+    AddFound(stream, ConfigKind::kSps, description.sps, description.spsSize);
+    AddFound(stream, ConfigKind::kPps, description.pps, description.ppsSize);
+    AddFound(stream, ConfigKind::kConfig, description.config, description.configSize);
     return description;
 }
 

@@ -1,3 +1,4 @@
+#include "sdp/codec_config.h"
 #include "tests/support/described_client.h"
 #include "tests/support/session.h"
 
@@ -50,6 +51,22 @@ std::string Summary(const RTSPStreamInfo &stream) {
     return tell.text;
 }
 
+void TellConfigs(Figures &tell, const RTSPTapStreamDescription &is) {
+    tell(" vps ", Hex(is.vps, is.vpsSize));
+    tell(" sps ", Hex(is.sps, is.spsSize));
+    tell(" pps ", Hex(is.pps, is.ppsSize));
+    tell(" config ", Hex(is.config, is.configSize));
+}
+
+std::string Configs(const DescribedClient &described) {
+    RTSPTapStreamDescription is = {};
+    is.recordSize = sizeof is;
+    EXPECT_EQ(RTSPTapGetStreamDescription(described.handle, 1, &is), 0);
+    Figures tell;
+    TellConfigs(tell, is);
+    return tell.text;
+}
+
 // The same of the record that tells more.
 std::string FullSummary(const DescribedClient &described, int32_t number, RTSPStreamInfo &stream) {
     RTSPTapStreamDescription is = {};
@@ -64,10 +81,7 @@ std::string FullSummary(const DescribedClient &described, int32_t number, RTSPSt
     tell(" channels ", is.channels);
     tell(" bandwidth ", is.bandwidth);
     tell(" rate ", is.frameRate);
-    tell(" vps ", Hex(is.vps, is.vpsSize));
-    tell(" sps ", Hex(is.sps, is.spsSize));
-    tell(" pps ", Hex(is.pps, is.ppsSize));
-    tell(" config ", Hex(is.config, is.configSize));
+    TellConfigs(tell, is);
     tell(" fmtp ", is.fmtp != nullptr ? is.fmtp : "");
     tell(" url ", is.controlUrl);
     tell(" like ", is.sameControlAs);
@@ -131,6 +145,47 @@ TEST(SdpParser, MakesOfADescriptionWithSomeRulesAloneWhatItsRowTells) {
         EXPECT_EQ(Summaries(described), row.at(2)) << row[0] << " " << row[1];
         EXPECT_EQ(RulesUsed(described.client.media.dialect), row.at(3)) << row[0] << " " << row[1];
     }
+}
+
+// "p97:" of another payload type, "m:" marked, then the payload; "-" is lost.
+void SearchAll(DescribedClient &described, const std::string &packets) {
+    std::istringstream words(packets);
+    RTPHeader header = {};
+    header.sequenceNumber = 65534;
+    for (std::string word; words >> word; ++header.sequenceNumber) {
+        header.payloadType = word.starts_with("p97:") ? 97 : 96;
+        header.marker = word.starts_with("m:");
+        const std::string hex = Literal(word.substr(word.find(':') + 1));
+        std::vector<uint8_t> payload(hex.size() / 2);
+        ConvertAsciiToHex(hex, payload.data(), static_cast<int32_t>(payload.size()));
+        if (word != "-") described.Search(payload, header);
+    }
+}
+
+TEST(StreamConfig, IsFoundInPacketsAsItsRowTells) {
+    for (const auto &row : Rows("stream_configs.txt")) {
+        const CapturedStdout out;
+        const std::string sdp = Lines("v=0|m=video 0 " + row[0] + "|a=rtpmap:96 " + row.at(1));
+        DescribedClient exact(sdp), tolerant(sdp, {RTSPTAP_DIALECT_TOLERANT});
+        for (DescribedClient *described : {&exact, &tolerant}) SearchAll(*described, row.at(2));
+        EXPECT_EQ(Configs(tolerant), row.at(3)) << row[1] << " " << row[2];
+        EXPECT_EQ(exact.Stream(1).configSearch.found, 0) << row[2];
+    }
+}
+
+TEST(StreamConfig, OfAStreamIsThereWhenItsPacketIs) {
+    const CapturedStdout out;
+    Client client;
+    EXPECT_EQ(RTSPTapSetOption(client, RTSPTAP_OPTION_DIALECT, RTSPTAP_DIALECT_TOLERANT), 0);
+    const uint16_t port = UdpPeer().Port();
+    EXPECT_EQ(StartThirdPartyClient(client, 1, RTP_CODEC_H264, port, 1 << 20, 0, 0, 0, 0, 0, 0), 0);
+    RTSPTapStreamDescription before = {}, after = {};
+    before.recordSize = after.recordSize = sizeof before;
+    EXPECT_EQ(RTSPTapGetStreamDescription(client, 1, &before), 0);
+    UdpPeer().SendTo(port, Bytes(RtpPacket{.sequenceNumber = 5, .payload = "gB\x01\x02"}));
+    EXPECT_EQ(TakeSequenceNumbers(client, RTP_CODEC_H264, 1), Numbers(5, 5));
+    EXPECT_EQ(RTSPTapGetStreamDescription(client, 1, &after), 0);
+    EXPECT_EQ(Hex(before.sps, before.spsSize) + " " + Hex(after.sps, after.spsSize), " 67420102");
 }
 
 std::string OrDash(const char *url) { return url != nullptr ? url : "-"; }

@@ -6,6 +6,7 @@
 #include "rtsp/client/client.h"
 #include "sdp/sdp_parser.h"
 
+#include <span>
 #include <vector>
 
 namespace rtsptap::test {
@@ -35,6 +36,16 @@ struct DescribedClient {
     DescribedClient(DescribedClient &&) = delete; // nor copied
 
     RTSPStreamInfo &Stream(int32_t number) { return *FindStreamByNumber(client.media, number); }
+
+    // As if a packet of stream 1 had come.
+    void Search(std::span<const uint8_t> payload, RTPHeader header) {
+        RTPStreamData packet = {};
+        packet.rtpHeader = &header;
+        packet.codecType = Stream(1).codecType;
+        packet.payload = packet.packetData = const_cast<uint8_t *>(payload.data());
+        packet.payloadLength = packet.packetLength = static_cast<uint32_t>(payload.size());
+        SearchPacket(Stream(1), packet);
+    }
 
     const intptr_t handle = RTSPClientCreate();
     RTSPClient &client = *reinterpret_cast<RTSPClient *>(handle);
