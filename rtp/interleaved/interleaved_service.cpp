@@ -54,20 +54,25 @@ Dispatch PassOver(ReadAhead &reader, std::size_t length) {
     return Handled(0);
 }
 
-// Room is looked for before the body is waited for. A frame without a ring does not fail the exchange that awaits
-// the reply to the first PLAY: the thread will tell.
+// A frame without a ring does not fail the exchange that awaits the reply to the first PLAY: the thread will tell.
+Dispatch TakeUnplaced(const MediaSession &session, ReadAhead &reader, const UnsplitBytes &bytes, const Unit &unit,
+                      Fit fit) {
+    const bool isOfSize = fit == Fit::kNowhere && unit.bodyLength <= session.mtuSize;
+    if (isOfSize && bytes.confirmedChannels != nullptr) return PassOver(reader, unit.length);
+    if (fit == Fit::kNoMemory && bytes.rule != ReplyEnd::kFirstFrame) return {Dispatch::kNoMemory};
+    const std::size_t doubtful = fit == Fit::kNoMemory ? kFrameHeaderBytes : unit.bodyLength;
+    return DropHeader(reader, LookIntoFrame(bytes, unit, false).length, doubtful);
+}
+
+// Room is looked for before the body is waited for.
 Dispatch TakeFrame(MediaSession &session, ReadAhead &reader, const UnsplitBytes &bytes, const Unit &unit) {
     const Route route = FindRoute(session, reader, unit.channel);
     if (route.stream == nullptr && !bytes.outOfStep && session.dialect.IsOn(Rule::kUnknownChannel))
         return SkipFrame(session.dialect, bytes, unit);
     const Fit fit = FindPlace(session, route, unit);
-    if (fit == Fit::kNowhere && bytes.confirmedChannels != nullptr && unit.bodyLength <= session.mtuSize)
-        return PassOver(reader, unit.length);
-    if (fit == Fit::kNoMemory && bytes.rule != ReplyEnd::kFirstFrame) return {Dispatch::kNoMemory};
-    const FrameFate fate = LookIntoFrame(bytes, unit, fit == Fit::kFits);
+    if (fit != Fit::kFits) return TakeUnplaced(session, reader, bytes, unit, fit);
+    const FrameFate fate = LookIntoFrame(bytes, unit, true);
     switch (fate.kind) {
-    case FrameFate::Kind::kLeadsNowhere:
-        return DropHeader(reader, fate.length, fit == Fit::kNoMemory ? kFrameHeaderBytes : unit.bodyLength);
     case FrameFate::Kind::kPartial:
         return {};
     case FrameFate::Kind::kHidesReply:
@@ -76,6 +81,8 @@ Dispatch TakeFrame(MediaSession &session, ReadAhead &reader, const UnsplitBytes 
     case FrameFate::Kind::kWhole:
         Deliver(reader, route, bytes.text, unit);
         if (bytes.outOfStep && bytes.confirmedChannels != nullptr) reader.outOfStep = false;
+        break;
+    case FrameFate::Kind::kLeadsNowhere:
         break;
     }
     return Handled(fate.length);

@@ -234,7 +234,7 @@ Unit JunkUpToUnit(const UnsplitBytes &bytes) {
     return {.kind = Unit::Kind::kJunk, .length = at};
 }
 
-Unit FrameAt(std::string_view text) {
+inline Unit FrameAt(std::string_view text) {
     const auto *const header = reinterpret_cast<const uint8_t *>(text.data());
     Unit unit{.kind = Unit::Kind::kFrame, .channel = header[1], .bodyLength = wire::U16(header + 2)};
     unit.length = kFrameHeaderBytes + unit.bodyLength;
@@ -317,7 +317,6 @@ Unit NextConfirmed(const UnsplitBytes &bytes) {
     return isFrame && begins == Begins::kYes ? FrameAt(bytes.text) : Unit{};
 }
 
-// A frame in step is told by its first byte; everything else is looked at closer.
 Unit NextText(const UnsplitBytes &bytes) {
     if (bytes.hasRequests && !bytes.text.starts_with('$')) {
         const Begins begins = BeginsRequest(bytes.text);
@@ -326,16 +325,19 @@ Unit NextText(const UnsplitBytes &bytes) {
             return {.replyBegun = true};
     }
     if (ReplyStandsNext(bytes)) return bytes.staleBytes > 0 ? StaleText(bytes) : NextReply(bytes);
-    if (bytes.confirmedChannels != nullptr && !bytes.text.empty()) return NextConfirmed(bytes);
+    if (bytes.confirmedChannels != nullptr) return NextConfirmed(bytes);
     return bytes.text.size() < kFrameHeaderBytes ? Unit{} : NextFrame(bytes);
 }
 
 } // namespace
 
+// A frame in step is told by its first byte.
 Unit NextUnit(const UnsplitBytes &bytes) {
-    const bool isFrame = bytes.text.starts_with('$') && (!bytes.outOfStep || bytes.confirmedChannels == nullptr);
-    if (!isFrame) return NextText(bytes);
-    return bytes.text.size() < kFrameHeaderBytes ? Unit{} : NextFrame(bytes);
+    if (bytes.text.empty()) return {};
+    const bool isInStep = !bytes.outOfStep || bytes.confirmedChannels == nullptr;
+    if (!bytes.text.starts_with('$') || !isInStep) return NextText(bytes);
+    if (bytes.text.size() < kFrameHeaderBytes) return {};
+    return bytes.awaitsReply ? NextFrame(bytes) : FrameAt(bytes.text);
 }
 
 ReplyHead ReadReplyHead(std::string_view text) {
