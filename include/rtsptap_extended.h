@@ -115,6 +115,15 @@ enum RTSPTapOption {
      *  (RTPClientConfigLatency), at most 1000, and not at all without one. A stream that stays silent that long is
      *  then waited for: its next packet is there at once. */
     RTSPTAP_OPTION_RECEIVE_NAP = 11,
+    /** Milliseconds, -1 to 3600000, by default 0: none; while not connected. How long after the last request that
+     * named the session the next one is sent to keep it alive (RFC 2326, 12.37), from PLAY until TEARDOWN, also while
+     * paused and while nobody takes packets. -1: half of the timeout that the SETUP reply names, or of 60000; at
+     * least 500. Less than 100 counts as 100. It is GET_PARAMETER where the reply to the last OPTIONS lists it, else
+     * OPTIONS, or SET_PARAMETER where neither is listed; a thread of the library sends it, and calls the program's
+     * GenerateDigestResponse there where the session is authenticated. Its reply is not waited for and tells
+     * nothing, but for 454: the session has timed out (RTSPTAP_SESSION_TIMED_OUT). The connection is then read all
+     * the time, over UDP as well. */
+    RTSPTAP_OPTION_KEEP_ALIVE = 12,
     /** RTSPTapTransport, by default RTSPTAP_TRANSPORT_DEFAULT; any time, counts when RTSPTapSetup begins a session.
      */
     RTSPTAP_OPTION_TRANSPORT = 13,

@@ -2,6 +2,7 @@
 
 #include "platform/printers.h"
 #include "platform/system.h"
+#include "rtp/interleaved/tending.h"
 #include "rtp/packet_queue.h"
 #include "rtp/service_thread.h"
 #include "rtp/serving.h"
@@ -95,6 +96,11 @@ bool ServesConnection(const StreamThread *thread) {
     return thread != nullptr && thread->services[0] == &kInterleavedService;
 }
 
+// Over UDP, beside its stream.
+bool ServesConnectionToo(const StreamThread *thread) {
+    return thread != nullptr && thread->services.back() == &kConnectionService;
+}
+
 // The thread would go on with a number that is a stranger's by then.
 void StopThreadAndClose(RTSPStreamInfo &stream, int32_t &socket) {
     if (!ServesConnection(stream.thread)) StopStreamThread(stream.thread, socket);
@@ -107,7 +113,12 @@ bool ReceivesDatagrams(const StreamThread *thread) { return IsServing(thread) &&
 
 bool ConnectionIsServed(const MediaSession &session) {
     const RTSPStreamInfo *const first = session.streamList;
-    return first != nullptr && IsServing(first->thread) && ServesConnection(first->thread);
+    if (first != nullptr && IsServing(first->thread) && ServesConnection(first->thread)) return true;
+    if (!IsTended(session)) return false;
+    const RTSPStreamInfo *stream = first;
+    while (stream != nullptr && !(IsServing(stream->thread) && ServesConnectionToo(stream->thread)))
+        stream = stream->next;
+    return stream != nullptr;
 }
 
 void ChooseStreamsForFrames(const MediaSession &session) {
@@ -120,7 +131,13 @@ void ChooseStreamsForFrames(const MediaSession &session) {
 void StartUdpThread(RTSPStreamInfo &stream) {
     const Service *const rtp = stream.rtpSocket >= 0 ? &kRtpService : nullptr;
     const Service *const rtcp = stream.rtcpSocket >= 0 ? &kRtcpService : nullptr;
-    if (rtp != nullptr || rtcp != nullptr) StartStreamThread(stream.thread, stream, {rtp, rtcp});
+    if (rtp == nullptr && rtcp == nullptr) return;
+    const Service *connection = nullptr;
+    if (IsTended(*stream.session) && (ServesConnectionToo(stream.thread) || !ConnectionIsServed(*stream.session))) {
+        stream.takesFrames = false; // what looks like one is nobody's
+        connection = &kConnectionService;
+    }
+    StartStreamThread(stream.thread, stream, {rtp, rtcp, connection});
 }
 
 void StartInterleavedThread(MediaSession &session) {
@@ -128,7 +145,8 @@ void StartInterleavedThread(MediaSession &session) {
     if (first == nullptr) return;
     ChooseStreamsForFrames(session);
     first->takesFrames = true; // it changes over: its thread is taken over from
-    StartStreamThread(first->thread, *first, {&kInterleavedService});
+    StartStreamThread(first->thread, *first,
+                      {&kInterleavedService, IsTended(session) ? &kKeepAliveService : nullptr});
 }
 
 void StopInterleavedThread(const MediaSession &session, int socket) {
@@ -140,6 +158,8 @@ void CloseConnectionAndStreams(MediaSession &session) {
     DebugPrint(kDebugEntry, "\tClosing RTSP Connection Socket \n");
     const int32_t rtspSocket = session.connection.socket;
     StopInterleavedThread(session, rtspSocket);
+    for (RTSPStreamInfo *stream = session.streamList; stream != nullptr; stream = stream->next)
+        if (ServesConnectionToo(stream->thread)) StopStreamThread(stream->thread, stream->rtpSocket);
     session.connection.socket = -1;
     CloseSock(rtspSocket);
     ForgetConnection(session.connection);

@@ -49,6 +49,8 @@ StreamThreadPtr CreateThreadRecord(RTSPStreamInfo &stream, const Services &servi
     if (thread == nullptr) return nullptr;
     thread->stream = &stream;
     thread->services = services;
+    while (thread->served < kMostServed && (thread->served < 2 || services[thread->served] != nullptr))
+        ++thread->served;
     thread->dataProto = stream.session->dataProto;
     thread->wake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     if (thread->wake < 0) return nullptr;

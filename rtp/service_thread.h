@@ -19,13 +19,14 @@ struct Service;
 
 inline constexpr uint32_t kPausedSleepMs = 10; // how often a thread of a paused stream looks at its orders
 
-inline constexpr std::size_t kMostServed = 2;              // a stream's RTP and RTCP
+inline constexpr std::size_t kMostServed = 3;              // a stream's RTP and RTCP, and the RTSP connection
 using Services = std::array<const Service *, kMostServed>; // null behind the last one
 
 struct StreamThread {
     // ---- Constant once the thread runs ----
     RTSPStreamInfo *stream = nullptr;
     Services services = {};
+    std::size_t served = 0;              // how many places of that are looked at
     uint32_t dataProto = DATA_PROTO_UDP; // how the session receives, taken once
     int wake = -1;                       // eventfd, readable when the thread is to look around
     bool isWatched = false;              // the reader watch runs for it

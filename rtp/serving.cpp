@@ -114,7 +114,7 @@ void ServeAfterWait(StreamThread &thread, std::size_t at, const PassWait &wait) 
 }
 
 template <typename Step> void ForEachService(StreamThread &thread, const Step &step) {
-    for (std::size_t at = 0; at < kMostServed; ++at)
+    for (std::size_t at = 0; at < thread.served; ++at)
         if (!thread.over[at]) step(at);
 }
 
@@ -135,6 +135,20 @@ bool IsActive(StreamThread &thread) {
 
 bool HasServices(const StreamThread &thread) { return std::ranges::find(thread.over, false) != thread.over.end(); }
 
+// A paused stream keeps its thread, which goes on with what it does for the connection.
+void ServePaused(StreamThread &thread) {
+    constexpr std::size_t kConnection = kMostServed - 1;
+    if (thread.over[kConnection]) {
+        MSecDelay(kPausedSleepMs);
+        return;
+    }
+    PassWait wait(thread);
+    ServeBeforeWait(thread, kConnection, wait);
+    wait.EndAfter(kPausedSleepMs);
+    wait.Wait();
+    ServeAfterWait(thread, kConnection, wait);
+}
+
 } // namespace
 
 void RunServing(StreamThread &thread) {
@@ -146,7 +160,7 @@ void RunServing(StreamThread &thread) {
         else if (thread.stream->session->state == CLIENT_INIT_STATE)
             break;
         else
-            MSecDelay(kPausedSleepMs); // a paused stream keeps its thread
+            ServePaused(thread);
     }
     ForEachService(thread, [&](std::size_t at) { EndService(thread, at); });
 }

@@ -58,6 +58,10 @@ extern const Service kRtcpService;
 // All streams of an interleaved connection: a service of the session, by the thread of its first stream and by
 // readers of any. Ends when the connection fails or is closed, and when the session is over.
 extern const Service kInterleavedService;
+// What is due on an interleaved connection without anything arriving: beside the service above, and ends with it.
+extern const Service kKeepAliveService;
+// The RTSP connection of a session over UDP, read while nobody asks, and what is due on it. Ends with its thread.
+extern const Service kConnectionService;
 
 // ---- The loops ----
 

@@ -2,6 +2,7 @@
 
 #include "platform/system.h"
 #include "rtp/interleaved/splitter.h"
+#include "rtp/interleaved/tending.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -157,7 +158,7 @@ ReadAhead *OpenReader(Connection &connection) {
 
 void ForgetConnection(Connection &connection) {
     if (connection.readAhead != nullptr) StartAfresh(*connection.readAhead, -1);
-    connection.unsent = {};
+    BeginConnection(connection);
 }
 
 void ReleaseConnection(Connection &connection) {
@@ -191,6 +192,8 @@ void BeginConnection(Connection &connection) {
     }
     const ScopedLock lock(connection.sendLock);
     connection.unsent = {};
+    connection.hasRest = false;
+    connection.tending.closedSocket = -1;
 }
 
 // A server whose late reply was dropped, and that then seems silent, may number its replies in a way of its own.
@@ -200,6 +203,18 @@ void NoteUnanswered(Connection &connection, uint32_t cSeq) {
     if (replies.firstUnanswered == 0) replies.firstUnanswered = cSeq;
     if (replies.droppedLate && replies.numbers == ReplyNumbers::kUnknown)
         replies.numbers = ReplyNumbers::kTellNothing;
+}
+
+void NoteKeepAlive(Connection &connection, uint32_t cSeq) {
+    const ScopedLock lock(connection.replyLock);
+    *std::ranges::min_element(connection.awaitedReplies.keepAlives, {}, &SentKeepAlive::cSeq) = {cSeq,
+                                                                                                 MonotonicMs()};
+}
+
+void ForgetKeepAlive(Connection &connection, uint32_t cSeq) {
+    const ScopedLock lock(connection.replyLock);
+    for (SentKeepAlive &sent : connection.awaitedReplies.keepAlives)
+        if (sent.cSeq == cSeq) sent = {};
 }
 
 namespace {
@@ -269,12 +284,13 @@ RecvBufferPtr TakePostedReply(Connection &connection) {
     return RecvBufferPtr(connection.recvData.exchange(nullptr));
 }
 
-RecvBufferPtr WaitForPostedReply(Connection &connection) {
+RecvBufferPtr WaitForPostedReply(Connection &connection, bool untilClosed) {
     const uint64_t deadlineMs = MonotonicMs() + static_cast<uint64_t>(connection.replyLimitMs);
     const timespec deadline = MonotonicTime(deadlineMs);
     const ScopedLock lock(connection.replyLock);
     for (int waited = 0; waited != ETIMEDOUT;) {
-        if (RecvBufferPtr reply = TakePostedReply(connection); reply != nullptr) return reply;
+        const bool isLast = untilClosed && IsClosed(connection); // looked at first: it may have come just before
+        if (RecvBufferPtr reply = TakePostedReply(connection); reply != nullptr || isLast) return reply;
         waited =
             pthread_cond_clockwait(&connection.replyCondition, &connection.replyLock, CLOCK_MONOTONIC, &deadline);
     }

@@ -18,6 +18,7 @@
 
 namespace rtsptap {
 
+struct MediaSession;
 struct RTSPStreamInfo;
 
 inline constexpr uint32_t kReplyBytes = 33792;        // the most that one reply may hold
@@ -138,6 +139,23 @@ struct UnsentText {
     std::size_t sent = 0;
 };
 
+// What is done for the connection while nobody asks anything: see tending.h.
+struct Tending {
+    // ---- Constant once connected: filled by who owns the session ----
+    // The next request that keeps it alive, and its number; null when there is no session, or memory is short.
+    RecvBufferPtr (*writeKeepAlive)(MediaSession &session, uint32_t &cSeq) = nullptr;
+    void (*takeReply)(MediaSession &session, std::string_view reply) = nullptr; // to one of those
+
+    // ---- Written by the application thread ----
+    std::atomic<int64_t> keepAlive{0};        // ms between two requests; -1: half of the session's timeout; 0: none
+    std::atomic<int64_t> sessionTimeoutMs{0}; // as the server says; 0: it does not
+
+    // ---- Written by whoever sends, or serves ----
+    std::atomic<uint64_t> lastRequestMs{0}; // MonotonicMs when the last request of the session went out
+    std::atomic<int32_t> closedSocket{-1};  // the connection that has ended
+    uint64_t notBeforeMs = 0;               // of the thread that tends: when to try again
+};
+
 struct Connection {
     // ---- Application thread ----
     int replyLimitMs = kReplyTimeoutMs; // how long the reply of the exchange under way is waited for
@@ -154,6 +172,9 @@ struct Connection {
     // ---- Writing ----
     pthread_mutex_t sendLock = PTHREAD_MUTEX_INITIALIZER; // guards writing to the socket, and the next; a leaf
     UnsentText unsent;                                    // to be finished before anything else is written
+    std::atomic<bool> hasRest{false};                     // there is one
+
+    Tending tending;
 
     // ---- A reply on its way: see PostReply ----
     std::atomic<RecvBuffer *> recvData{nullptr};              // owned; changes owner by exchange()
@@ -180,6 +201,10 @@ void BeginConnection(Connection &connection);
 // The reply did not come in time: it may still come.
 void NoteUnanswered(Connection &connection, uint32_t cSeq);
 
+// Whoever sends a request that keeps the session alive, before it goes out: its reply is nobody's. Or it has not.
+void NoteKeepAlive(Connection &connection, uint32_t cSeq);
+void ForgetKeepAlive(Connection &connection, uint32_t cSeq);
+
 // What a reply is to the exchange under way. Whoever serves the connection, once for each.
 enum class ReplyFate { kAnswers, kIsLate, kIsProvisional, kIsOfKeepAlive };
 ReplyFate JudgeReply(Connection &connection, std::string_view text);
@@ -189,7 +214,8 @@ ReplyFate JudgeReply(Connection &connection, std::string_view text);
 bool PostReply(Connection &connection, std::string_view text);
 // The reply that was posted, if one was.
 RecvBufferPtr TakePostedReply(Connection &connection);
-// The same, when one comes within replyLimitMs. Application thread.
-RecvBufferPtr WaitForPostedReply(Connection &connection);
+// The same, when one comes within replyLimitMs; with `untilClosed` only as long as the connection lives.
+// Application thread.
+RecvBufferPtr WaitForPostedReply(Connection &connection, bool untilClosed);
 
 } // namespace rtsptap

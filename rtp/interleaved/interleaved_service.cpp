@@ -5,6 +5,7 @@
 #include "rtp/interleaved/frames.h"
 #include "rtp/interleaved/server_requests.h"
 #include "rtp/interleaved/splitter.h"
+#include "rtp/interleaved/tending.h"
 #include "rtp/media_session.h"
 #include "rtp/packet_queue.h"
 #include "rtp/rtcp/rtcp.h"
@@ -96,6 +97,7 @@ bool IsPassedOver(MediaSession &session, std::string_view reply) {
     case ReplyFate::kIsProvisional:
         return session.dialect.Permits(Rule::kProvisionalReply);
     case ReplyFate::kIsOfKeepAlive:
+        if (session.connection.tending.takeReply != nullptr) session.connection.tending.takeReply(session, reply);
         return true;
     case ReplyFate::kAnswers:
         break;
@@ -196,7 +198,8 @@ UnsplitBytes WayOfReading(const MediaSession &session, ReadAhead &reader, ReplyE
     UnsplitBytes bytes;
     bytes.rule = rule;
     bytes.isFinal = isFinal;
-    bytes.isFramed = session.dialect.IsOn(Rule::kFramedReplies);
+    // Replies that nobody awaits come together with one that is awaited.
+    bytes.isFramed = session.dialect.IsOn(Rule::kFramedReplies) || IsKeptAlive(session);
     bytes.anyBodyLength = session.dialect.IsOn(Rule::kAnyBodyLength);
     bytes.hasRequests = session.dialect.IsOn(Rule::kServerRequest);
     if (!session.dialect.IsOn(Rule::kJunk)) return bytes;
@@ -264,7 +267,7 @@ void CloseRings(const MediaSession &session, bool handOver) {
 }
 
 bool IsActive(RTSPStreamInfo &first) {
-    if (first.session->connection.awaitingReply) return true;
+    if (first.session->connection.awaitingReply || IsTended(*first.session)) return true;
     const RTSPStreamInfo *stream = first.session->streamList.load(std::memory_order_acquire);
     while (stream != nullptr && stream->streamState != kStreamPlaying)
         stream = stream->next.load(std::memory_order_acquire);
@@ -294,6 +297,7 @@ Served ServeConnection(MediaSession &session, int timeoutMs) {
     const bool graceIsOver = ReplyGraceLeft(*reader) == 0;
     const bool goesOn = TakeUnits(session, *reader, ReplyEnd::kFirstDollar, fill == Fill::kClosed, graceIsOver);
     turn.ended = fill == Fill::kClosed || !goesOn;
+    if (fill == Fill::kClosed) NoteClosed(session, reader->socket);
     return turn.ended ? Served::kEnded : Served::kNothingLeft;
 }
 
@@ -336,6 +340,17 @@ constinit const Service kInterleavedService{
     .admitsReaders = AdmitsReaders,
     .serveWaiting = ServeWaiting, // it tells readers itself: whom is known in the turn only
 };
+
+// ---- a connection without frames ----
+
+bool ReadConnection(MediaSession &session) {
+    ReadAhead *const reader = OpenReader(session.connection);
+    if (reader == nullptr) return true; // another time
+    const Fill fill = FillReader(*reader, 0);
+    const bool graceIsOver = ReplyGraceLeft(*reader) == 0;
+    TakeUnits(session, *reader, ReplyEnd::kFirstDollar, fill == Fill::kClosed, graceIsOver);
+    return fill != Fill::kClosed;
+}
 
 // ---- the reply to the first PLAY ----
 

@@ -11,6 +11,10 @@ namespace rtsptap {
 
 struct MediaSession;
 
+// Reads what has come, without waiting for it, and handles it; no frames are expected. False when the connection
+// has ended. Whoever serves a connection over which none come.
+bool ReadConnection(MediaSession &session);
+
 // The next reply on a connection that no thread serves. Frames before it are delivered, bytes behind it stay
 // for the thread; without `takesFrames` they have no place. Null with RTSP_RESPONSE_TIMEOUT or RTSP_NO_RESPONSE in
 // `failure`.

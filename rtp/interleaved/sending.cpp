@@ -21,6 +21,7 @@ bool SendLeft(Connection &connection, int flags) {
         unsent.sent += sent < 0 ? left : static_cast<std::size_t>(sent);
         if (unsent.sent >= static_cast<std::size_t>(unsent.text->length)) unsent = {};
     }
+    connection.hasRest.store(false, std::memory_order_relaxed);
     return true;
 }
 
@@ -53,8 +54,10 @@ Sent SendWithoutWaiting(Connection &connection, RecvBufferPtr text) {
     const auto length = static_cast<std::size_t>(text->length);
     const ssize_t sent = send(connection.socket, text->data, length, MSG_DONTWAIT | MSG_NOSIGNAL);
     if (sent < 0) return errno == EAGAIN || IsInterrupted(errno) ? Sent::kNotNow : Sent::kFailed;
-    if (static_cast<std::size_t>(sent) < length)
+    if (static_cast<std::size_t>(sent) < length) {
         connection.unsent = {std::move(text), static_cast<std::size_t>(sent)};
+        connection.hasRest.store(true, std::memory_order_relaxed);
+    }
     return Sent::kTaken;
 }
 

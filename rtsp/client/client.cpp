@@ -120,7 +120,8 @@ void ReleaseClient(RTSPClient *client) {
     ReleaseSdpFields(client->sdpFieldList);
     ReleaseSession(client->media);
     CloseSupersededSockets(*client);
-    explicit_bzero(client->authentication.password, sizeof client->authentication.password);
+    for (Authentication *const credentials : {&client->authentication, &client->keepAlive.authentication})
+        explicit_bzero(credentials->password, sizeof credentials->password);
     delete client;
 }
 
@@ -144,6 +145,7 @@ intptr_t RTSPClientCreate(void) {
     IgnoreBrokenPipesOnce();
     std::unique_ptr<RTSPClient> client(new (std::nothrow) RTSPClient{});
     if (client == nullptr) return trace.Fail(RTSP_NO_MEMORY, "EXIT : %s : Memory Allocation Failed\n");
+    PrepareKeepAlive(*client);
     if (const int32_t result = LinkClient(client.get()); result != RTSP_SUCCESS) return FailCreation(trace, result);
     RtpRtspInfoPrint("New Client Created Successfully .... \n");
     return reinterpret_cast<intptr_t>(client.release());

@@ -5,6 +5,7 @@
 
 #include "rtp/interleaved/connection.h"
 #include "rtp/media_session.h"
+#include "rtsp/client/keep_alive.h"
 #include "rtsp/message/authentication.h"
 #include "rtsptap_extended.h"
 
@@ -57,12 +58,14 @@ struct RTSPClient {
     char userAgent[128] = "Rtp Rtsp Client"; // of requests whose header list has none
 
     // ---- Exchanges ----
-    uint32_t cSeq = 0;                  // CSeq of the last generated request
+    std::atomic<uint32_t> cSeq{0};      // CSeq of the last generated request
     RequestMsg *requestMsg = nullptr;   // owned; null between exchanges
     ResponseMsg *responseMsg = nullptr; // owned; null between exchanges
     RecvBuffer *lastReply = nullptr;    // owned: raw first reply of the last exchange; null when none came
     int32_t lastStatus = 0;             // of the last reply that was classified
     char *location = nullptr;           // owned, free(): where the last redirection led; null: it did not say
+
+    KeepAlive keepAlive; // has groups of its own
 
     // ---- The description ----
     char *receivedSDP = nullptr;      // owned, free()

@@ -3,6 +3,7 @@
 #include "dialect/dialect.h"
 #include "platform/text.h"
 #include "rtp/interleaved/interleaved_service.h"
+#include "rtp/interleaved/tending.h"
 #include "rtp/media_session.h"
 #include "rtp/stream.h"
 #include "rtsp/client/client.h"
@@ -46,6 +47,7 @@ Exchange::~Exchange() {
     ReleaseResponse(*client);
     EndAwaiting(client->media.connection);
     KeepReply(*client, std::move(reply));
+    RenewKeepAlive(*client);
 }
 
 int32_t RunExchange(Exchange &exchange) {
@@ -114,6 +116,8 @@ int32_t SendRequest(Exchange &exchange) {
     // Kept: a refused send (RTSP_SEND_FAILED) is no failure here; the wait for the reply then fails.
     if (SendRequestMessage(exchange.client->media.connection, exchange.client->requestMsg) == RTSP_FAILURE)
         return exchange.trace.Fail(RTSP_SEND_FAILED, "EXIT : %s :Problem in Sending request to Server \n");
+    if (FindRequestHeader(*exchange.client->requestMsg, "Session") != nullptr)
+        NoteRequest(exchange.client->media.connection);
     return RTSP_SUCCESS;
 }
 
@@ -168,16 +172,20 @@ bool ThreadHandsOver(const MediaSession &media) {
 
 // Rules may find more than one reply in what is received, or a part of one. Without a socket nothing is waited for.
 bool ReadsAhead(const MediaSession &media) {
-    constexpr Rule kRulesOfReading[] = {Rule::kFramedReplies, Rule::kLateReply, Rule::kProvisionalReply};
-    return media.connection.socket >= 0 &&
-           std::ranges::any_of(kRulesOfReading, [&media](Rule rule) { return media.dialect.IsOn(rule); });
+    constexpr Rule kRulesOfReading[] = {Rule::kFramedReplies, Rule::kLateReply, Rule::kProvisionalReply,
+                                        Rule::kServerRequest};
+    const auto isOn = [&media](Rule rule) { return media.dialect.IsOn(rule); };
+    return media.connection.socket >= 0 && (std::ranges::any_of(kRulesOfReading, isOn) || IsKeptAlive(media));
 }
 
 // The next reply, or null with RTSP_RESPONSE_TIMEOUT or RTSP_NO_RESPONSE in `failure`.
 RecvBufferPtr ObtainReply(RTSPClient &client, RTSPMethod method, int32_t &failure) {
     if (ThreadHandsOver(client.media)) {
-        failure = RTSP_RESPONSE_TIMEOUT;
-        return WaitForPostedReply(client.media.connection);
+        const Dialect &dialect = client.media.dialect;
+        RecvBufferPtr reply = WaitForPostedReply(client.media.connection, dialect.IsOn(Rule::kServerCloses));
+        const bool isClosed = reply == nullptr && IsClosed(client.media.connection);
+        failure = isClosed && dialect.Permits(Rule::kServerCloses) ? RTSP_NO_RESPONSE : RTSP_RESPONSE_TIMEOUT;
+        return reply;
     }
     // The reply to the first PLAY may have media before and behind it, which must not be swallowed.
     const bool isFirstPlay = client.media.dataProto == DATA_PROTO_TCP && method == RTSP_PLAY;
@@ -196,7 +204,8 @@ int32_t ReceiveReply(Exchange &exchange) {
     int32_t failure = RTSP_NO_RESPONSE;
     exchange.reply = ObtainReply(*exchange.client, exchange.method.method, failure);
     if (exchange.reply != nullptr) return RTSP_SUCCESS;
-    if (failure == RTSP_RESPONSE_TIMEOUT) NoteUnanswered(exchange.client->media.connection, exchange.client->cSeq);
+    if (failure == RTSP_RESPONSE_TIMEOUT)
+        NoteUnanswered(exchange.client->media.connection, exchange.client->requestMsg->cSeq);
     return exchange.trace.Fail(failure, "EXIT : %s : No RTSP response received from server \n");
 }
 

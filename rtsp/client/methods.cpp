@@ -3,6 +3,7 @@
 #include "rtp/stream.h"
 #include "rtsp/client/client.h"
 #include "rtsp/client/exchange.h"
+#include "rtsp/client/keep_alive.h"
 #include "rtsptap_extended.h"
 
 namespace rtsptap {
@@ -11,8 +12,8 @@ namespace {
 // ---- OPTIONS: leads to its state from any other. Kept: also while playing ----
 
 constexpr Step kOptionsChecks[] = {CheckHandle, CheckConnected, CheckHeaderList};
-constexpr Step kOptionsSteps[] = {GenerateRequest, SendRequest,      ReceiveReply, ParseReply,
-                                  ClassifyStatus,  OnOk<EnterState>, CopyReply};
+constexpr Step kOptionsSteps[] = {GenerateRequest, SendRequest,      ReceiveReply,          ParseReply,
+                                  ClassifyStatus,  OnOk<EnterState>, OnOk<ChooseKeepAlive>, CopyReply};
 
 constexpr MethodDescriptor kOptions{
     .functionName = "RTSPClientSendOptionsRequest",

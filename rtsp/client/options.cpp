@@ -29,6 +29,9 @@ std::span<char> ListenAddress(RTSPClient &client) { return client.media.listenAd
 int64_t GetDialect(const RTSPClient &client) { return client.media.dialect.Chosen(); }
 void SetDialect(RTSPClient &client, int64_t value) { client.media.dialect.Choose(static_cast<int32_t>(value)); }
 
+int64_t GetKeepAlive(const RTSPClient &client) { return client.media.connection.tending.keepAlive; }
+void SetKeepAlive(RTSPClient &client, int64_t value) { client.media.connection.tending.keepAlive = value; }
+
 template <auto field> int64_t Get(const RTSPClient &client) { return client.*field; }
 template <auto field> void Set(RTSPClient &client, int64_t value) { client.*field = value; }
 template <auto field> int64_t GetOfMedia(const RTSPClient &client) { return client.media.*field; }
@@ -61,6 +64,8 @@ constexpr Option kOptions[] = {
      Get<&RTSPClient::lastPort>, Set<&RTSPClient::lastPort>},
     {RTSPTAP_OPTION_RECEIVE_NAP, "nap of a reader", "us", -1, kLongestNapUs, -1, Settable::kAlways,
      GetOfMedia<&MediaSession::receiveNapUs>, SetOfMedia<&MediaSession::receiveNapUs>},
+    {RTSPTAP_OPTION_KEEP_ALIVE, "time between keep-alive requests", "ms", -1, kLongestLimitMs, 0,
+     Settable::kUntilConnected, GetKeepAlive, SetKeepAlive},
     {RTSPTAP_OPTION_TRANSPORT, "transport", "", RTSPTAP_TRANSPORT_DEFAULT, RTSPTAP_TRANSPORT_AUTOMATIC,
      RTSPTAP_TRANSPORT_DEFAULT, Settable::kAlways, Get<&RTSPClient::transport>, Set<&RTSPClient::transport>},
     {RTSPTAP_OPTION_SILENCE_LIMIT, "limit of silence after PLAY", "ms", 0, kLongestLimitMs, 3000, Settable::kAlways,

@@ -109,6 +109,7 @@ int32_t TakeSession(Exchange &exchange) {
     if (value == nullptr) return RTSP_SUCCESS;
     RTSPClient &client = *exchange.client;
     const Dialect &dialect = client.media.dialect;
+    client.media.connection.tending.sessionTimeoutMs = int64_t{SessionTimeout(value)} * 1000;
     const std::string_view session = SessionToken(value, dialect);
     const bool isTooLong = session.size() >= sizeof client.sessionId ||
                            (session.size() > kSessionIdLength && !dialect.Permits(Rule::kLongSession));

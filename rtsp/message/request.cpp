@@ -220,17 +220,22 @@ char *Serialise(const RequestMsg &request, char *text) {
 
 } // namespace
 
+RecvBufferPtr WriteRequest(const RequestMsg &request) {
+    RecvBufferPtr text(CreateRecvBuffer(static_cast<uint32_t>(SerialisedSize(request))));
+    if (text == nullptr) return nullptr;
+    text->length = static_cast<int32_t>(Serialise(request, text->data) - text->data);
+    RtpRtspInfoPrint("RTSP SENDING: \n%s\n\n", text->data);
+    return text;
+}
+
 int32_t SendRequestMessage(Connection &connection, const RequestMsg *request) {
     const CallTrace trace(__func__);
     if (request == nullptr) return trace.Fail(RTSP_FAILURE, "\tEXIT : %s :Invalid input argument\n");
-    const HeapText text(static_cast<char *>(std::calloc(SerialisedSize(*request), 1)));
-    if (!text) return trace.Fail(RTSP_FAILURE, "\tEXIT : %s :Memory Allocation Failed\n");
     if (FindMethod(request->method) == nullptr)
         return trace.Fail(RTSP_FAILURE, "\tEXIT : %s :Invalid RTSP request method\n");
-
-    const char *const end = Serialise(*request, text.get());
-    RtpRtspInfoPrint("RTSP SENDING: \n%s\n\n", text.get());
-    if (SendWaiting(connection, {text.get(), end}) < 0)
+    const RecvBufferPtr text = WriteRequest(*request);
+    if (text == nullptr) return trace.Fail(RTSP_FAILURE, "\tEXIT : %s :Memory Allocation Failed\n");
+    if (SendWaiting(connection, {text->data, static_cast<std::size_t>(text->length)}) < 0)
         return trace.Fail(RTSP_SEND_FAILED, "\tEXIT : %s :Problem in Sending Request to Server\n");
     return RTSP_SUCCESS;
 }

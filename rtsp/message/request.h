@@ -1,9 +1,11 @@
 // A request: built, and written as text. Application thread.
 #pragma once
 
+#include "rtp/interleaved/connection.h"
 #include "rtsp/message/header_list.h"
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string_view>
@@ -13,7 +15,6 @@ namespace rtsptap {
 inline constexpr std::size_t kVersionBytes = 9;
 
 struct Authentication;
-struct Connection;
 
 struct RequestMsg {
     uint32_t method = 0; // RTSPMethod
@@ -51,12 +52,15 @@ struct Requester {
     const char *sessionId;
     const char *userAgent;
     const Authentication &authentication;
-    uint32_t &cSeq; // the last one used
+    std::atomic<uint32_t> &cSeq; // the last one used
 };
 
 // `stream` is the 0-based stream addressed, negative for the whole session. userList may be null.
 // Null when the arguments are bad, memory is short or the method is not implemented.
 RequestMsg *GenerateRequestMessage(const Requester &from, uint32_t method, intptr_t userList, int32_t stream);
+
+// The request as text, with room for no more; null when memory is short.
+RecvBufferPtr WriteRequest(const RequestMsg &request);
 
 // Writes the request as text and sends it in one send, under the connection's sendLock. 0; RTSP_FAILURE when
 // nothing could be written; RTSP_SEND_FAILED when the socket refused.

@@ -1,5 +1,7 @@
 // The RTSP connection beside requests and their replies: what servers ask, junk, replies that are late or too long.
 #include "dialect/dialect.h"
+#include "rtp/interleaved/sending.h"
+#include "rtp/stream.h"
 #include "tests/support/session.h"
 
 namespace rtsptap::test {
@@ -152,6 +154,166 @@ TEST(Replies, HalfAReplyIsNotWaitedForBeyondTheLimit) {
     Tolerant session(kUdp, CLIENT_INIT_STATE, {{"OPTIONS ", SendBytes("RTSP/1.0 200 OK\r\nCSeq: 1\r\n")}});
     Set(session, RTSPTAP_OPTION_REPLY_LIMIT, 100);
     EXPECT_LT(SecondsOf([&] { EXPECT_EQ(session.Options(), 0); }), 0.9);
+}
+
+// ---- sessions that are kept alive ----
+
+constexpr char kPublicHeader[] = "Public: DESCRIBE, get_parameter,OPTIONS";
+
+// A client that sends a keep-alive every 100 ms, playing, and a server that meets each as `step` says.
+struct KeptAlive {
+    KeptAlive(uint32_t proto, const Step &step, int32_t dialect, const std::string &header = kPublicHeader)
+        : server(Script{{"OPTIONS {base} ", Ok(header)}} + StepsTo(CLIENT_PLAYING_STATE, proto) + Times(200, step)),
+          client(1 << 20, proto) {
+        Set(client, RTSPTAP_OPTION_DIALECT, dialect);
+        Set(client, RTSPTAP_OPTION_KEEP_ALIVE, 1);
+        client.serverPort = server.Port();
+        EXPECT_EQ(client.Connect() + client.Options() + client.Describe(), 0);
+        EXPECT_EQ(client.Setup(1) + client.Setup(2) + client.Play(), 0);
+    }
+    ~KeptAlive() { EXPECT_EQ(client.Destroy(), 0); }
+
+    std::size_t Requests() const { return server.Requests().size(); }
+    bool MoreRequests(std::size_t count) const {
+        return Eventually([this, end = Requests() + count] { return Requests() >= end; });
+    }
+    void SendPacket(uint16_t number) {
+        if (client.proto == kTcp)
+            server.Send(Frame(0, Rtp(number)));
+        else
+            media.SendTo(static_cast<uint16_t>(RecordOf(client).media.streamList.load()->clientPort), Rtp(number));
+    }
+    void SendSome(uint16_t first, uint16_t last) {
+        for (const uint16_t number : Numbers(first, last)) {
+            SendPacket(number);
+            usleep(10000);
+        }
+    }
+
+    UdpPeer media;
+    ScriptedServer server;
+    Client client;
+};
+
+Step AnyRequest(const Reply &reply) { return {" RTSP/1.0\r\n", reply, true}; }
+
+TEST(KeepAlive, GoesOutByTheMethodThatTheServerListsAndNamesTheSession) {
+    const CapturedStdout output;
+    const std::pair<std::string, const char *> rows[] = {{kPublicHeader, "GET_PARAMETER {base} RTSP/1.0\r\n"},
+                                                         {"Public: OPTIONS, GET_PARAMETERS", "OPTIONS {base} "},
+                                                         {"X: GET_PARAMETER", "OPTIONS {base} "},
+                                                         {"Public: PLAY", "SET_PARAMETER {base} "}};
+    for (const uint32_t proto : {kUdp, kTcp})
+        for (const auto &[header, request] : rows) {
+            const Step step{{request, "\r\nSession: 12345678\r\n", "\r\nUser-Agent: "}, Ok(), true};
+            const KeptAlive session(proto, step, RTSPTAP_DIALECT_EXACT, header);
+            EXPECT_TRUE(session.MoreRequests(2));
+        }
+}
+
+// Whoever reads, or nobody; a paused session, too. What comes back, or does not, is nobody's reply.
+TEST(KeepAlive, CostsNoPacketAndNoReplyWhateverTheServerMakesOfIt) {
+    const Reply replies[] = {Ok(),
+                             Stall(),
+                             Status(404, "No"),
+                             Status(501, "No"),
+                             Delay(30) + Ok(),
+                             SendBytes(std::string(kAsked) + "RTSP/1.0 200 OK\r\n\r\n")};
+    for (const uint32_t proto : {kUdp, kTcp})
+        for (const Reply &reply : replies)
+            for (const int32_t dialect : {RTSPTAP_DIALECT_EXACT, RTSPTAP_DIALECT_TOLERANT}) {
+                if (&reply == std::end(replies) - 1 && dialect == RTSPTAP_DIALECT_EXACT)
+                    continue; // which knows no requests
+                const CapturedStdout output;
+                KeptAlive session(proto, AnyRequest(reply), dialect);
+                session.SendSome(1, 30); // nobody takes them
+                EXPECT_EQ(TakeSequenceNumbers(session.client, kVideo, 30), Numbers(1, 30));
+                const std::size_t before = session.Requests();
+                std::jthread sender([&] { session.SendSome(31, 70); });
+                EXPECT_EQ(TakeSequenceNumbers(session.client, kVideo, 40), Numbers(31, 70));
+                sender.join();
+                EXPECT_GT(session.Requests(), before);
+                if (&reply == replies) { // which answers PAUSE and PLAY as well
+                    EXPECT_EQ(session.client.Pause(), 0);
+                    EXPECT_TRUE(session.MoreRequests(3));
+                    EXPECT_EQ(session.client.Play(), 0);
+                }
+            }
+}
+
+TEST(KeepAlive, ThatIsRefusedBecauseTheSessionIsOverTellsTheReaders) {
+    for (const uint32_t proto : {kUdp, kTcp}) {
+        const CapturedStdout output;
+        const KeptAlive session(proto, AnyRequest(Status(454, "Session Not Found")), RTSPTAP_DIALECT_TOLERANT);
+        const RTSPStreamInfo &stream = *RecordOf(session.client).media.streamList.load();
+        EXPECT_TRUE(Eventually([&] { return stream.endedWhy == RTSPTAP_SESSION_TIMED_OUT; }));
+        const std::size_t sent = session.Requests();
+        usleep(300000);
+        EXPECT_EQ(session.Requests(), sent);
+    }
+}
+
+TEST(KeepAlive, AnswersAChallengeOnce) {
+    for (const uint32_t proto : {kUdp, kTcp}) {
+        const CapturedStdout output;
+        const KeptAlive session(
+            proto, AnyRequest(Status(401, "No", "WWW-Authenticate: Digest realm=\"r\", nonce=\"{cseq}\"")),
+            RTSPTAP_DIALECT_TOLERANT);
+        EXPECT_TRUE(session.MoreRequests(3));
+        EXPECT_NE(session.server.Requests()[6].find("nonce=\"6\""), std::string::npos);
+    }
+}
+
+// ---- the end of the connection ----
+
+TEST(ServerCloses, MethodsThatWaitReturnAtOnceAndReadersAreTold) {
+    for (const uint32_t proto : {kUdp, kTcp})
+        for (const bool reset : {false, true}) {
+            const CapturedStdout output;
+            KeptAlive session(proto, AnyRequest(Stall()), RTSPTAP_DIALECT_TOLERANT);
+            std::jthread closer([&] {
+                Eventually([&] { return session.server.Requests().back().starts_with("PAUSE"); });
+                session.server.Hangup(reset);
+            });
+            EXPECT_LT(SecondsOf([&] { EXPECT_EQ(session.client.Pause(), RTSP_NO_RESPONSE); }), 10);
+            EXPECT_LT(SecondsOf([&] { EXPECT_EQ(session.client.Teardown(), RTSP_NO_RESPONSE); }), 10);
+            EXPECT_EQ(RecordOf(session.client).media.dialect.Uses(Rule::kServerCloses), 2U);
+            const RTSPStreamInfo &stream = *RecordOf(session.client).media.streamList.load();
+            EXPECT_TRUE(Eventually([&] { return stream.endedWhy == RTSPTAP_CONNECTION_CLOSED; }));
+        }
+}
+
+// ---- writing ----
+
+TEST(Sending, ATextThatWasTakenInPartIsFinishedBeforeAnythingElse) {
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+    Connection connection;
+    connection.socket = ends[0];
+    const auto text = [](char letter, int32_t length) {
+        RecvBufferPtr made(CreateRecvBuffer(static_cast<uint32_t>(length)));
+        memset(made->data, letter, static_cast<std::size_t>(length));
+        made->length = length;
+        return made;
+    };
+    EXPECT_EQ(SendWithoutWaiting(connection, text('a', 2000000)), Sent::kTaken);
+    EXPECT_TRUE(connection.hasRest);
+    EXPECT_EQ(SendWithoutWaiting(connection, text('b', 10)), Sent::kNotNow);
+    std::string got;
+    std::jthread reader([&] {
+        for (char bytes[65536]; got.size() < 2000010;) {
+            const ssize_t count = recv(ends[1], bytes, sizeof bytes, 0);
+            if (count <= 0) break;
+            got.append(bytes, static_cast<std::size_t>(count));
+        }
+    });
+    EXPECT_EQ(SendWaiting(connection, std::string(10, 'c')), 10);
+    EXPECT_FALSE(connection.hasRest);
+    reader.join();
+    EXPECT_TRUE(got == std::string(2000000, 'a') + std::string(10, 'c'));
+    close(ends[0]);
+    EXPECT_EQ(SendWithoutWaiting(connection, text('d', 10)), Sent::kFailed);
+    close(ends[1]);
 }
 
 } // namespace

@@ -1,0 +1,189 @@
+#include "rtp/interleaved/tending.h"
+
+#include "platform/system.h"
+#include "rtp/interleaved/connection.h"
+#include "rtp/interleaved/interleaved_service.h"
+#include "rtp/interleaved/sending.h"
+#include "rtp/media_session.h"
+#include "rtp/packet_queue.h"
+#include "rtp/service_thread.h"
+#include "rtp/serving.h"
+#include "rtp/stream.h"
+#include "rtsptap_extended.h"
+
+#include <algorithm>
+
+namespace rtsptap {
+
+// ---- what is asked for ----
+
+bool IsKeptAlive(const MediaSession &session) {
+    return session.connection.tending.keepAlive.load(std::memory_order_relaxed) != 0;
+}
+
+bool IsTended(const MediaSession &session) {
+    return IsKeptAlive(session) || session.dialect.IsOn(Rule::kServerRequest) ||
+           session.dialect.IsOn(Rule::kServerCloses);
+}
+
+// ---- the end of the connection ----
+
+bool IsClosed(const Connection &connection) {
+    const int32_t socket = connection.socket;
+    return socket >= 0 && connection.tending.closedSocket == socket;
+}
+
+void NoteClosed(MediaSession &session, int32_t socket) {
+    Connection &connection = session.connection;
+    connection.tending.closedSocket = socket;
+    const ScopedLock lock(connection.replyLock);
+    SignalOnConditionVar(&connection.replyCondition);
+}
+
+namespace {
+
+void EndAllReceptions(const MediaSession &session, int32_t why) {
+    EndReceptions(session, why);
+    RTSPStreamInfo *stream = session.streamList.load(std::memory_order_acquire);
+    for (; stream != nullptr; stream = stream->next.load(std::memory_order_acquire)) EndReaderWaits(*stream);
+}
+
+} // namespace
+
+void NoteSessionTimedOut(MediaSession &session) { EndAllReceptions(session, RTSPTAP_SESSION_TIMED_OUT); }
+
+// ---- keeping the session alive ----
+
+void NoteRequest(Connection &connection) { connection.tending.lastRequestMs = MonotonicMs(); }
+
+// The thread that tends may rest, until the next one was due.
+void RepeatKeepAlive(Connection &connection) {
+    connection.tending.lastRequestMs = 0;
+    if (connection.turn.thread != nullptr) WakeStreamThread(*connection.turn.thread);
+}
+
+namespace {
+
+constexpr int64_t kShortestMs = 100;
+constexpr int64_t kShortestOfServerMs = 500;
+constexpr int64_t kDefaultTimeoutMs = 60000; // RFC 2326, 12.37
+constexpr uint64_t kRetryMs = 200;           // the server does not read, or somebody else writes
+constexpr uint64_t kNoSessionMs = 1000;      // nothing to be kept alive, yet
+constexpr int kRestMs = 20;                  // the rest of a text that was sent in part
+constexpr int kIdleMs = 60000;               // nothing is due
+
+uint64_t IntervalMs(const Tending &tending) {
+    const int64_t chosen = tending.keepAlive.load(std::memory_order_relaxed);
+    const int64_t timeout = tending.sessionTimeoutMs.load(std::memory_order_relaxed);
+    if (chosen > 0) return static_cast<uint64_t>(std::max(chosen, kShortestMs));
+    return static_cast<uint64_t>(std::max((timeout > 0 ? timeout : kDefaultTimeoutMs) / 2, kShortestOfServerMs));
+}
+
+uint64_t DueMs(const Tending &tending) {
+    return std::max(tending.lastRequestMs.load(std::memory_order_relaxed) + IntervalMs(tending),
+                    tending.notBeforeMs);
+}
+
+int KeepAliveWaitMs(const MediaSession &session) {
+    const Connection &connection = session.connection;
+    if (connection.hasRest.load(std::memory_order_relaxed)) return kRestMs;
+    if (!IsKeptAlive(session) || IsClosed(connection)) return kIdleMs;
+    const uint64_t due = DueMs(connection.tending);
+    const uint64_t now = MonotonicMs();
+    return due > now ? static_cast<int>(std::min<uint64_t>(due - now, kIdleMs)) : 0;
+}
+
+// How long to leave it now; 0 when it has gone out. It is noted first: a reader may have its reply at once.
+uint64_t SendKeepAlive(MediaSession &session) {
+    Connection &connection = session.connection;
+    if (StaysFull(connection.socket, 0)) return kRetryMs;
+    uint32_t cSeq = 0;
+    RecvBufferPtr text = connection.tending.writeKeepAlive(session, cSeq);
+    if (text == nullptr) return kNoSessionMs;
+    NoteKeepAlive(connection, cSeq);
+    if (SendWithoutWaiting(connection, std::move(text)) == Sent::kTaken) return 0;
+    ForgetKeepAlive(connection, cSeq);
+    return kRetryMs;
+}
+
+void Tend(MediaSession &session) {
+    Connection &connection = session.connection;
+    if (connection.hasRest.load(std::memory_order_relaxed)) SendRest(connection);
+    if (!IsKeptAlive(session) || IsClosed(connection) || connection.tending.writeKeepAlive == nullptr) return;
+    const uint64_t now = MonotonicMs();
+    if (now < DueMs(connection.tending)) return;
+    const uint64_t leaveMs = SendKeepAlive(session);
+    if (leaveMs == 0) NoteRequest(connection);
+    connection.tending.notBeforeMs = now + leaveMs;
+}
+
+// ---- the services ----
+
+bool Open(StreamThread & /*thread*/) { return true; }
+
+// They keep no stream going that is paused: the loop serves them all the same.
+bool IsActive(RTSPStreamInfo & /*stream*/) { return false; }
+
+void Close(StreamThread & /*thread*/) {}
+
+int NoSocket(const RTSPStreamInfo & /*stream*/) { return -1; }
+
+int WaitMs(RTSPStreamInfo &stream) { return KeepAliveWaitMs(*stream.session); }
+
+// Without the service beside it, which reads the connection, nothing is left to do.
+Served ServeBeside(StreamThread &thread, const Readiness & /*readiness*/) {
+    if (thread.over[0]) return Served::kEnded;
+    Tend(*thread.stream->session);
+    return Served::kNothingLeft;
+}
+
+int ConnectionSocket(const RTSPStreamInfo &stream) {
+    const Connection &connection = stream.session->connection;
+    return IsClosed(connection) ? -1 : connection.socket.load();
+}
+
+int ConnectionWaitMs(RTSPStreamInfo &stream) {
+    const ReadAhead *const reader = stream.session->connection.readAhead;
+    const int grace = reader != nullptr ? ReplyGraceLeft(*reader) : -1;
+    const int wait = KeepAliveWaitMs(*stream.session);
+    return grace < 0 ? wait : std::min(grace, wait);
+}
+
+// Streams over UDP go on as long as the server sends: readers are told, and may wait on.
+Served ServeConnection(StreamThread &thread, const Readiness &readiness) {
+    MediaSession &session = *thread.stream->session;
+    Tend(session);
+    if (ConnectionSocket(*thread.stream) < 0) return Served::kNothingLeft;
+    const ReadAhead *const reader = session.connection.readAhead;
+    const bool graceIsOver = reader != nullptr && ReplyGraceLeft(*reader) == 0;
+    if (readiness.events == 0 && !graceIsOver) return Served::kNothingLeft;
+    const int32_t socket = session.connection.socket;
+    if (ReadConnection(session)) return Served::kNothingLeft;
+    NoteClosed(session, socket);
+    EndAllReceptions(session, RTSPTAP_CONNECTION_CLOSED);
+    return Served::kNothingLeft;
+}
+
+} // namespace
+
+constinit const Service kKeepAliveService{
+    .threadName = "RTPDataReceiveThread",
+    .open = Open,
+    .isActive = IsActive,
+    .serve = ServeBeside,
+    .socket = NoSocket,
+    .waitMs = WaitMs,
+    .close = Close,
+};
+
+constinit const Service kConnectionService{
+    .threadName = "RTPDataReceiveThread",
+    .open = Open,
+    .isActive = IsActive,
+    .serve = ServeConnection,
+    .socket = ConnectionSocket,
+    .waitMs = ConnectionWaitMs,
+    .close = Close,
+};
+
+} // namespace rtsptap
