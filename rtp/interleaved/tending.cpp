@@ -36,21 +36,24 @@ bool IsClosed(const Connection &connection) {
 void NoteClosed(MediaSession &session, int32_t socket) {
     Connection &connection = session.connection;
     connection.tending.closedSocket = socket;
+    EndReceptions(session, RTSPTAP_CONNECTION_CLOSED);
     const ScopedLock lock(connection.replyLock);
     SignalOnConditionVar(&connection.replyCondition);
 }
 
 namespace {
 
-void EndAllReceptions(const MediaSession &session, int32_t why) {
-    EndReceptions(session, why);
+void EndAllReaderWaits(const MediaSession &session) {
     RTSPStreamInfo *stream = session.streamList.load(std::memory_order_acquire);
     for (; stream != nullptr; stream = stream->next.load(std::memory_order_acquire)) EndReaderWaits(*stream);
 }
 
 } // namespace
 
-void NoteSessionTimedOut(MediaSession &session) { EndAllReceptions(session, RTSPTAP_SESSION_TIMED_OUT); }
+void NoteSessionTimedOut(MediaSession &session) {
+    EndReceptions(session, RTSPTAP_SESSION_TIMED_OUT);
+    EndAllReaderWaits(session);
+}
 
 // ---- keeping the session alive ----
 
@@ -160,7 +163,7 @@ Served ServeConnection(StreamThread &thread, const Readiness &readiness) {
     const int32_t socket = session.connection.socket;
     if (ReadConnection(session)) return Served::kNothingLeft;
     NoteClosed(session, socket);
-    EndAllReceptions(session, RTSPTAP_CONNECTION_CLOSED);
+    EndAllReaderWaits(session);
     return Served::kNothingLeft;
 }
 

@@ -16,7 +16,7 @@ bool IsTended(const MediaSession &session);
 // True when it is to be kept alive.
 bool IsKeptAlive(const MediaSession &session);
 
-// The connection on this socket has ended: no reply comes any more.
+// The connection on this socket has ended: no reply comes any more, which is told to the streams, too.
 void NoteClosed(MediaSession &session, int32_t socket);
 bool IsClosed(const Connection &connection);
 
