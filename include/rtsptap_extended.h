@@ -59,7 +59,9 @@ enum RTSPTapResult {
     RTSPTAP_OTHER_SCHEME = -111,       /* an URL of another scheme than rtsp, or a redirection to one */
     RTSPTAP_HOST_NOT_FOUND = -112,     /* the host's name has no address */
     RTSPTAP_TOO_MANY_REDIRECTS = -113, /* more than 5, one after the other */
-    RTSPTAP_NO_MEDIA = -114            /* no packet came in time; the session plays on */
+    RTSPTAP_NO_MEDIA = -114,           /* no packet came in time; the session plays on */
+    RTSPTAP_INTERRUPTED = -120,        /* RTSPTapInterrupt */
+    RTSPTAP_NOT_TAKEN = -121           /* not a packet that was taken there and has not been given back */
 };
 
 /** How a client reads what servers send: value of RTSPTAP_OPTION_DIALECT. */
@@ -365,6 +367,17 @@ RTSPTAP_API int32_t RTSPTapGetStreamDescription(intptr_t clientHandle, int32_t s
 RTSPTAP_API int32_t RTSPTapOpen(intptr_t clientHandle, const char *url);
 
 /**
+ * Connects to an URL's server as RTSPTapOpen does, and asks it nothing: for a program that sends OPTIONS and DESCRIBE
+ * itself, with header lists of its own. Redirections are such a program's to follow. The client is then as after
+ * RTSPClientConnect with DATA_PROTO_UDP, which RTSPTapSetDataProto changes.
+ *
+ * @param url      copied
+ * @param address  receives the server's address as text, up to 64 bytes with its terminator; null: not wanted
+ * @return as RTSPTapOpen, as far as it goes; behind RTSP_CONNECT_FAILED errno is that of the last attempt
+ */
+RTSPTAP_API int32_t RTSPTapConnect(intptr_t clientHandle, const char *url, char *address);
+
+/**
  * Changes how RTP is to come, on the connection there is: for a server that refuses one way at SETUP (RFC 2326, 461
  * Unsupported Transport, 11.3.12).
  *
@@ -526,6 +539,77 @@ typedef struct RTSPTapPlayReply {
  */
 RTSPTAP_API int32_t RTSPTapPlay(intptr_t clientHandle, int32_t streamNumber, const RTSPTapPlayRequest *request,
                                 RTSPTapPlayReply *reply);
+/* ---- packets by the number of their stream ----
+ *
+ *     RTPStreamData *packets[32];
+ *     int32_t count;
+ *     while ((count = RTSPTapTakePackets(client, 1, packets, 32, 1000)) >= 0) { // 0: nothing came within a second
+ *         for (int32_t i = 0; i < count; i++) use(packets[i]);
+ *         RTSPTapFreePackets(client, 1, packets, count);
+ *     }
+ *     puts(RTSPTapResultText(count)); // why it ended
+ *
+ * Streams are named as everywhere else: 1, 2, ... in the order of the description, or in which CreateRTPStream made
+ * them. So of two streams with one codec both can be read, and one whose encoding has no code: its packets have a
+ * codecType of 0. One reading thread per stream; any thread may give packets back, in any order.
+ *
+ * With the calls of rtsptap.h. Either kind may take from a stream, and a packet that RTSPTapTakePackets gave may go
+ * back by RTPClientFreeRTPStreamData, but not the other way round. What one kind took must have gone back before
+ * the other kind's packets go back: else the payload of what is still held may be overwritten, as it may when
+ * RTPClientFreeRTPStreamData is called out of order. Records stay good in any case.
+ */
+
+/**
+ * Takes the oldest packets of a stream, as many as there are and as `packets` has room for: a whole batch costs
+ * little more than one packet. Waits only while there is none. The caller owns the packets and gives them back with
+ * RTSPTapFreePackets; RTSPClientDestroy frees those that were not.
+ *
+ * The end of a stream is told once all its packets have been taken, and again with every call until PLAY: packets
+ * that come behind a goodbye all the same are given as ever. TEARDOWN drops what is queued. A stream whose
+ * receiving failed gives RTSPTAP_CONNECTION_CLOSED or RTSP_NO_MEMORY; one that is not yet playing, or paused, is
+ * waited for.
+ *
+ * Latency settings (RTPClientConfigLatency) hold packets back here, too, while the call waits.
+ *
+ * @param stream     its number, from 1
+ * @param packets    receives them
+ * @param room       how many packets has room for, at least 1
+ * @param timeoutMs  milliseconds, 0 or more, after which it gives up, late by a millisecond or so. 0: takes what is
+ *                   queued or, when that is nothing, what the system has received by now
+ * @return how many packets; 0 none in time; RTSPTAP_INTERRUPTED; RTSPTAP_SENDER_LEFT, RTSPTAP_CONNECTION_CLOSED,
+ * RTSPTAP_TORN_DOWN or RTSPTAP_SESSION_TIMED_OUT nothing more comes; RTSP_NO_MEMORY; RTSP_INVALID_ARGUMENT bad
+ * handle, pointer or number, or no such stream
+ */
+RTSPTAP_API int32_t RTSPTapTakePackets(intptr_t clientHandle, int32_t stream, RTPStreamData **packets, int32_t room,
+                                       int32_t timeoutMs);
+
+/**
+ * Gives packets of a stream back, in any order and from any thread, also after a TEARDOWN. The receive buffer gets
+ * the bytes of a packet back when those of all that were taken before it have come back.
+ *
+ * A pointer that is none of the stream's packets, or one that has gone back already, is refused and not followed;
+ * the others go back all the same.
+ *
+ * @param stream   the number of the stream that they were taken from
+ * @param packets  may be null when count is 0
+ * @param count    0 or more
+ * @return 0; RTSPTAP_NOT_TAKEN at least one was refused; RTSP_INVALID_ARGUMENT bad handle, pointer or number: then
+ * none has gone back
+ */
+RTSPTAP_API int32_t RTSPTapFreePackets(intptr_t clientHandle, int32_t stream, RTPStreamData *const *packets,
+                                       int32_t count);
+
+/**
+ * Ends the waits of RTSPTapTakePackets: on each stream that the client has now the call under way gives
+ * RTSPTAP_INTERRUPTED within 50 milliseconds; where none is under way the next one does, at once. So an
+ * interruption just before a wait is not lost. Several before a stream's reader has been told count as one. Packets
+ * stay queued: the call after that takes them.
+ *
+ * Any thread and, for a live client, any signal handler: it only writes a number.
+ *
+ * @return 0; RTSP_INVALID_ARGUMENT bad handle
+ */
+RTSPTAP_API int32_t RTSPTapInterrupt(intptr_t clientHandle);
 
 /* ---- transports ---- */
 

@@ -11,6 +11,7 @@
 #include <fcntl.h>
 #include <ifaddrs.h>
 #include <net/if.h>
+#include <netdb.h>
 #include <netinet/in.h>
 #include <poll.h>
 
@@ -65,6 +66,12 @@ Address ReadAddressLike(const Address &kin, std::string_view text, uint16_t port
     in6_addr ipv6 = {};
     if (IsIpv6(kin) && inet_pton(AF_INET6, plain, &ipv6) == 1) return FromIpv6(ipv6, port, ScopeOf(kin));
     return ReadAddress(plain, port);
+}
+
+void WriteAddress(const Address &address, std::span<char> text) {
+    const auto size = static_cast<socklen_t>(text.size());
+    if (getnameinfo(Raw(address), address.length, text.data(), size, nullptr, 0, NI_NUMERICHOST) != 0)
+        text[0] = '\0';
 }
 
 Address ReadAnyAddress(const char *text, uint16_t port) {

@@ -5,6 +5,7 @@
 #include "rtsptap.h"
 
 #include <cstdint>
+#include <span>
 #include <string_view>
 #include <sys/socket.h>
 
@@ -23,6 +24,8 @@ Address ReadAddress(const char *text, uint16_t port);
 // reads it.
 Address ReadAddressLike(const Address &kin, std::string_view text, uint16_t port);
 
+// The host as text, with a terminator; empty where it does not fit.
+void WriteAddress(const Address &address, std::span<char> text);
 // An address of either family, without brackets; none where the text is none.
 Address ReadAnyAddress(const char *text, uint16_t port);
 bool IsGroup(const Address &address); // of multicast

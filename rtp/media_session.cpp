@@ -36,6 +36,9 @@ RTSPStreamInfo *AppendStream(MediaSession &session, RTSPStreamInfo *last) {
     auto *const stream = new (std::nothrow) RTSPStreamInfo{};
     if (stream == nullptr) return nullptr;
     stream->session = &session;
+    stream->number = session.streamCount.load(std::memory_order_relaxed) + 1;
+    stream->interruptsTold = session.interrupts.load(std::memory_order_acquire);
+    session.tornDownStreams = 0;
     TailLink(session, last).store(stream, std::memory_order_release);
     session.streamCount.fetch_add(1, std::memory_order_release);
     ++session.channelChanges;

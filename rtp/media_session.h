@@ -43,7 +43,9 @@ struct MediaSession {
     std::atomic<uint32_t> channelChanges{1};           // how often the list, or a stream's channel, has changed
     // Owned: of ended sessions, kept for packets and descriptions.
     std::atomic<RTSPStreamInfo *> retiredStreams{nullptr};
-    SharedAddress server; // of the RTSP server: reports go to a port of it
+    std::atomic<int32_t> tornDownStreams{0}; // how many the last session had, until the next one has some
+    std::atomic<uint32_t> interrupts{0};     // how often readers were called off; by any thread, also by signals
+    SharedAddress server;                    // of the RTSP server: reports go to a port of it
 
     // ---- Application thread ----
     MulticastWays multicast;          // how groups are joined

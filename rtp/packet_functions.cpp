@@ -3,8 +3,10 @@
 #include "platform/printers.h"
 #include "platform/system.h"
 #include "rtp/codec_table.h"
+#include "rtp/delivery.h"
 #include "rtp/interleaved/interleaved_service.h"
 #include "rtp/media_session.h"
+#include "rtp/numbered_streams.h"
 #include "rtp/packet_memory.h"
 #include "rtp/packet_queue.h"
 #include "rtp/serving.h"
@@ -36,9 +38,6 @@ bool IsCodecOf(const MediaSession *session, int32_t codecType) {
     return session;
 }
 
-// A reader found its stream just before the session ended.
-bool SessionIsOver(const MediaSession &session) { return session.streamCount.load(std::memory_order_seq_cst) == 0; }
-
 // Sleeps until any datagram or frame has been handled, accepted or not, or reception ends. Both are looked at once
 // more under signalLock, where no signal can slip by.
 void SleepUntilSignalled(RTSPStreamInfo &stream, uint32_t endsBefore, uint64_t deadlineMs, uint64_t waitMs) {
@@ -67,22 +66,6 @@ void WaitForPacket(RTSPStreamInfo &stream) {
     if (end == TurnEnd::kNotDone) SleepUntilSignalled(stream, endsBefore, deadlineMs, waitMs);
 }
 
-// Kept: underflowLimit alone decides. A queue that has reached targetLatency is held back all the same.
-bool IsHeldBack(RTSPStreamInfo &stream, const RTPStreamData &head) {
-    const MediaSession &session = *stream.session;
-    if (session.targetLatency.load(std::memory_order_relaxed) == 0) return false;
-    const int64_t underflow = session.underflowLimit.load(std::memory_order_relaxed) * kTicksPerMs;
-    stream.buffering = TimestampSpan(*stream.packetListTail, head) > underflow ? 0 : 1;
-    return stream.buffering == 1;
-}
-
-// The packet that may be handed out now, or null. The caller holds packetListLock.
-RTPStreamData *DeliverableHead(RTSPStreamInfo &stream) {
-    if (stream.deferredPacket != nullptr) FreeDeferredPacket(stream);
-    RTPStreamData *const head = stream.packetListHead.load(std::memory_order_relaxed);
-    return head == nullptr || IsHeldBack(stream, *head) ? nullptr : head;
-}
-
 RTPStreamData *ShowHead(RTSPStreamInfo &stream) {
     const ScopedShortLock lock(stream.packetListLock);
     RTPStreamData *const head = DeliverableHead(stream);
@@ -90,12 +73,9 @@ RTPStreamData *ShowHead(RTSPStreamInfo &stream) {
     return head;
 }
 
-RTPStreamData *TakeDeliverableHead(RTSPStreamInfo &stream) {
+RTPStreamData *TakeNext(RTSPStreamInfo &stream) {
     const ScopedShortLock lock(stream.packetListLock);
-    RTPStreamData *const head = DeliverableHead(stream);
-    if (head == nullptr) return nullptr;
-    if (head == stream.peekedPacket) stream.peekedPacket = nullptr;
-    return TakeHead(stream);
+    return TakeDeliverableHead(stream);
 }
 
 template <RTPStreamData *(*HandOut)(RTSPStreamInfo &stream)>
@@ -159,7 +139,7 @@ int32_t RTPClientPeekRTPStreamData(intptr_t clientHandle, RTPStreamData **stream
 }
 
 int32_t RTPClientGetRTPStreamData(intptr_t clientHandle, RTPStreamData **streamData, int32_t codecType) {
-    return HandOutPacket<TakeDeliverableHead>(CallTrace(__func__), clientHandle, streamData, codecType);
+    return HandOutPacket<TakeNext>(CallTrace(__func__), clientHandle, streamData, codecType);
 }
 
 int32_t RTPClientFreeRTPStreamData(intptr_t clientHandle, RTPStreamData *streamData, int32_t codecType) {
@@ -172,6 +152,8 @@ int32_t RTPClientFreeRTPStreamData(intptr_t clientHandle, RTPStreamData *streamD
     RTSPStreamInfo *const owner = FindStreamByRing(*session, ClaimOf(*streamData).ring);
     if (owner != nullptr)
         GiveBack(*owner, streamData);
+    else if (ClaimOf(*streamData).ring == nullptr) // taken by the number of its stream
+        return GiveBackWherever(*session, streamData) ? RTSP_SUCCESS : RTSP_INVALID_ARGUMENT;
     else
         FreePacketRecord(streamData);
     return RTSP_SUCCESS;

@@ -140,6 +140,20 @@ void ReturnPacketRecord(RTSPStreamInfo &stream, RTPStreamData *packet) {
         !pool.returned.compare_exchange_weak(top, packet, std::memory_order_release, std::memory_order_relaxed));
 }
 
+void ReturnPacketRecords(RTSPStreamInfo &stream, RTPStreamData *first, RTPStreamData *last) {
+    PacketPool &pool = stream.pool;
+    last->next = nullptr;
+    for (RTPStreamData *at = first; at != nullptr; at = at->next)
+        if (at->extensionData != nullptr) FreeExtension(pool, *at);
+    RTPStreamData *top = pool.returned.load(std::memory_order_relaxed);
+    do {
+        while (top == &closedMark && first != nullptr) ReturnLate(stream, std::exchange(first, first->next));
+        if (first == nullptr) return;
+        last->next = top;
+    } while (
+        !pool.returned.compare_exchange_weak(top, first, std::memory_order_release, std::memory_order_relaxed));
+}
+
 void FreePacketRecord(RTPStreamData *packet) {
     if (packet == nullptr) return;
     std::free(packet->extensionData);

@@ -123,6 +123,9 @@ bool AllocateExtension(PacketPool &pool, RTPStreamData &packet, uint16_t length,
 // goes, too, and with the last one the ring. Any thread; the stream lives.
 void ReturnPacketRecord(RTSPStreamInfo &stream, RTPStreamData *packet);
 
+// The same for records that are linked by their next, from `first` to `last`.
+void ReturnPacketRecords(RTSPStreamInfo &stream, RTPStreamData *first, RTPStreamData *last);
+
 // Frees a record for good, with its extension copy.
 void FreePacketRecord(RTPStreamData *packet);
 

@@ -64,6 +64,8 @@ ScopedTurn::~ScopedTurn() {
     if (mine_) Leave(turn_);
 }
 
+bool IsTaken(const ReceiveTurn &turn) { return IsTaken(turn.state.load(std::memory_order_acquire)); }
+
 ReaderTurn::ReaderTurn(ReceiveTurn &turn) : turn_(turn) {
     TurnState found;
     if (!TakeFree(turn, found, TurnState::kTakenThreadRests)) return;

@@ -74,6 +74,9 @@ private:
     bool mine_ = false;
 };
 
+// Somebody has the turn. Any thread.
+bool IsTaken(const ReceiveTurn &turn);
+
 // ---- In a turn ----
 
 // From here on readers may have turns.

@@ -15,6 +15,7 @@
 #include <climits>
 #include <cstddef>
 #include <cstring>
+#include <poll.h>
 #include <span>
 
 namespace rtsptap {
@@ -28,10 +29,13 @@ constexpr int kLookMs = 200;            // orders wake the thread; this is for w
 bool NothingArrived(int received) { return received < 0 && (errno == EAGAIN || IsInterrupted(errno)); }
 
 // A socket that fails or delivers a datagram without content is done with, unless the latter is passed over.
-Served EndReceiving(ReceiveTurn &turn) {
+Served EndReceiving(RTSPStreamInfo &stream) {
     DebugPrint(kDebugEntry, " %s : Stopping Thread \n", __func__);
-    if (!MustEnd(*turn.thread)) PrintSystemError(errno, "Exiting:");
-    turn.ended = true;
+    if (!MustEnd(*stream.turn.thread)) {
+        PrintSystemError(errno, "Exiting:");
+        EndReception(stream, RTSPTAP_CONNECTION_CLOSED);
+    }
+    stream.turn.ended = true;
     return Served::kEnded;
 }
 
@@ -136,12 +140,12 @@ Served ReceiveAndQueue(RTSPStreamInfo &stream, int flags) {
         MakePlaces(stream, ringPlace, batch);
         const int came = ReceiveDatagrams(stream.rtpSocket, batch.used, count == 0 ? flags : MSG_DONTWAIT);
         if (NothingArrived(came)) return Served::kNothingLeft;
-        if (came < 1) return EndReceiving(stream.turn);
+        if (came < 1) return EndReceiving(stream);
         const auto received = batch.used.first(static_cast<std::size_t>(came));
         JoinSpilled(received);
         CloseGaps(received);
         LearnFrom(stream.batches, received, batch.used.size());
-        if (!AcceptBatch(stream, received)) return EndReceiving(stream.turn);
+        if (!AcceptBatch(stream, received)) return EndReceiving(stream);
         if (received.size() < batch.used.size()) return Served::kNothingLeft;
         count += received.size();
     }
@@ -155,6 +159,7 @@ bool Open(StreamThread &thread) {
     SizeRing(stream);
     if (!OpenRing(stream)) {
         RtpRtspErrorPrint("EXIT : %s : %d Memory Allocation Failed\n", kRtpService.threadName, __LINE__);
+        EndReception(stream, RTSP_NO_MEMORY);
         return false;
     }
     // A reader in its turn waits in the receive call itself: one that waited without limit would miss orders.
@@ -181,6 +186,12 @@ bool AdmitsReaders(const RTSPStreamInfo &stream) {
 
 Served ServeWaiting(RTSPStreamInfo &stream) { return ReceiveAndQueue(stream, 0); }
 
+Served ServeWithin(RTSPStreamInfo &stream, int ms) {
+    pollfd arrival = {stream.rtpSocket, POLLIN, 0};
+    if (ms > 0) poll(&arrival, 1, ms); // whatever it says: receiving tells
+    return ReceiveAndQueue(stream, MSG_DONTWAIT);
+}
+
 // A successor goes on where the thread stops: readers then wait on.
 void Close(StreamThread &thread) {
     RTSPStreamInfo &stream = *thread.stream;
@@ -204,6 +215,7 @@ constinit const Service kRtpService{
     .turn = Turn,
     .admitsReaders = AdmitsReaders,
     .serveWaiting = ServeWaiting,
+    .serveWithin = ServeWithin,
     .announce = SignalReaders,
 };
 

@@ -2,6 +2,7 @@
 
 #include "platform/system.h"
 #include "rtp/media_session.h"
+#include "rtp/nap.h"
 #include "rtp/receive_turn.h"
 #include "rtp/service_thread.h"
 #include "rtp/stream.h"
@@ -9,7 +10,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <ctime>
 #include <poll.h>
 
 namespace rtsptap {
@@ -166,28 +166,6 @@ void RunServing(StreamThread &thread) {
 }
 
 // ---- a reader ----
-
-namespace {
-
-// Whoever accepts a latency has said that packets may gather; a quarter of it is not noticed.
-int64_t NapUs(const MediaSession &session) {
-    const int64_t chosen = session.receiveNapUs.load(std::memory_order_relaxed);
-    if (chosen >= 0) return chosen;
-    const int32_t targetMs = session.targetLatency.load(std::memory_order_relaxed);
-    return targetMs < kLongestNapUs / 250 ? targetMs * 250 : kLongestNapUs;
-}
-
-// Lets packets gather, so that one waking serves many, and serves them. A socket that stays silent is then waited
-// for as ever, and the next packet is there at once.
-Served ServeAfterNap(const Service &service, RTSPStreamInfo &stream) {
-    const int64_t us = NapUs(*stream.session);
-    if (us == 0) return Served::kNothingLeft;
-    const timespec nap{0, us * 1000};
-    nanosleep(&nap, nullptr);
-    return service.serve(*service.turn(stream)->thread, {});
-}
-
-} // namespace
 
 TurnEnd ServeAsReader(const Service &service, RTSPStreamInfo &stream, uint64_t deadlineMs) {
     ReceiveTurn &turn = *service.turn(stream);

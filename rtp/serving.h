@@ -44,6 +44,8 @@ struct Service {
     bool (*admitsReaders)(const RTSPStreamInfo &stream) = nullptr;
     // In a reader's turn: waits a moment (kTurnSliceMs) for something, and handles it.
     Served (*serveWaiting)(RTSPStreamInfo &stream) = nullptr;
+    // The same for another moment: `ms`, 0 for what is there.
+    Served (*serveWithin)(RTSPStreamInfo &stream, int ms) = nullptr;
     // Outside of the turn, after something of the thread's stream was handled in it: tells the readers.
     void (*announce)(RTSPStreamInfo &stream) = nullptr;
 };
@@ -79,5 +81,10 @@ enum class TurnEnd {
 // refused, at most until the deadline (MonotonicMs). A full ring ends it, too. A reader that may nap lets packets
 // gather first.
 TurnEnd ServeAsReader(const Service &service, RTSPStreamInfo &stream, uint64_t deadlineMs);
+
+// The same for a reader that names its stream by number: serves until `handled` of the stream is another number
+// than `handledBefore`, the deadline has come, or the reader is called off, and at least once. False when it could
+// not: no turn was to be had, or there is no room.
+bool ServeAsTaker(const Service &service, RTSPStreamInfo &stream, uint32_t handledBefore, uint64_t deadlineMs);
 
 } // namespace rtsptap

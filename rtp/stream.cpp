@@ -10,7 +10,7 @@
 namespace rtsptap {
 namespace {
 
-void FreeQueuedPackets(RTSPStreamInfo &stream) {
+void FreePackets(RTSPStreamInfo &stream) {
     RTPStreamData *packet = stream.packetListHead.load(std::memory_order_relaxed);
     while (packet != nullptr) {
         RTPStreamData *const next = packet->next;
@@ -18,6 +18,11 @@ void FreeQueuedPackets(RTSPStreamInfo &stream) {
         packet = next;
     }
     if (stream.deferredPacket != nullptr) FreePacketRecord(stream.deferredPacket);
+    const uint8_t *end = nullptr;
+    for (RTPStreamData *held = stream.held.Oldest(); held != nullptr; held = stream.held.Oldest()) {
+        stream.held.Remove(held, end);
+        FreePacketRecord(held);
+    }
 }
 
 } // namespace
@@ -66,7 +71,7 @@ void EndStream(RTSPStreamInfo &stream) {
 
 void ReleaseStream(RTSPStreamInfo *stream) {
     ReleaseSdpFields(stream->sdpFieldList);
-    FreeQueuedPackets(*stream);
+    FreePackets(*stream);
     FreeRingAndPool(*stream);
     free(stream->description.fmtp);
     free(stream->description.sps);

@@ -5,6 +5,7 @@
 #include "platform/address.h"
 #include "platform/system.h"
 #include "platform/text.h"
+#include "rtp/held_packets.h"
 #include "rtp/packet_memory.h"
 #include "rtp/receive_turn.h"
 #include "rtp/stream_config.h"
@@ -154,6 +155,11 @@ struct RTSPStreamInfo {
     std::atomic<int32_t> waitingReaders{0};   // readers inside the wait; nobody is signalled while 0
     std::atomic<uint32_t> handled{0};         // datagrams and frames so far; changes with the queue they went into
     uint32_t handledBeforeWait = 0;           // as the waiting reader found it; guarded by signalLock
+
+    // ---- Readers that name the stream by its number ----
+    int32_t number = 0;                      // in description order; constant
+    HeldPackets held;                        // guarded by packetListLock
+    std::atomic<uint32_t> interruptsTold{0}; // of the session's, those its reader knows of
 };
 
 enum class StreamLock { kNone, kPacketList, kSignal, kCondition };

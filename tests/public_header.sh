@@ -20,7 +20,7 @@ for header in "$include"/*.h; do
 done
 
 # A declaration begins with the export mark; its name stands before the first parenthesis that follows.
-declared=$("$cc" -x c -E -P "$include/rtsptap_extended.h" | tr '\n' ' ' |
+declared=$("$cc" -x c -E -P "$include/rtsptap_frames.h" | tr '\n' ' ' |
     sed 's/__attribute__ *((visibility("default")))/\n@/g' |
     sed -n 's/^@[^(]*[ *]\([A-Za-z0-9_]*\)(.*/\1/p' | sort -u)
 exported=$("$nm" -D --defined-only "$library" | awk '{ print $NF }' | sort -u)

@@ -318,6 +318,8 @@ bool AdmitsReaders(const RTSPStreamInfo &stream) {
 
 Served ServeWaiting(RTSPStreamInfo &stream) { return ServeConnection(*stream.session, kTurnSliceMs); }
 
+Served ServeWithin(RTSPStreamInfo &stream, int ms) { return ServeConnection(*stream.session, ms); }
+
 void Close(StreamThread &thread) {
     MediaSession &session = *thread.stream->session;
     const ScopedTurn turn(session.connection.turn, ScopedTurn::kWait);
@@ -338,7 +340,8 @@ constinit const Service kInterleavedService{
     .close = Close,
     .turn = Turn,
     .admitsReaders = AdmitsReaders,
-    .serveWaiting = ServeWaiting, // it tells readers itself: whom is known in the turn only
+    .serveWaiting = ServeWaiting,
+    .serveWithin = ServeWithin, // it tells readers itself: whom is known in the turn only
 };
 
 // ---- a connection without frames ----

@@ -137,6 +137,7 @@ int32_t EndSession(Exchange &exchange) {
     EnterState(exchange);
     client.connected = 0;
     EndReceptions(client.media, RTSPTAP_TORN_DOWN);
+    client.media.tornDownStreams = client.media.streamCount.load();
     client.media.streamCount = 0;
     CloseConnectionAndStreams(client.media);
     EndStreams(client.media);

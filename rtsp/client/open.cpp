@@ -14,6 +14,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <span>
 #include <utility>
 
 namespace rtsptap {
@@ -58,12 +59,14 @@ int32_t ReadUrl(const CallTrace &trace, const char *text, ServerUrl &url) {
 
 int32_t FailConnecting(const CallTrace &trace) {
     constexpr int kShort[] = {EMFILE, ENFILE, ENOBUFS, ENOMEM};
+    const ScopeExit restore([error = errno] { errno = error; });
     if (std::ranges::find(kShort, errno) != std::end(kShort))
         return trace.Fail(RTSP_SOCKET_FAILED, "EXIT : %s :RTSP Client socket creation failed\n");
     return trace.Fail(RTSP_CONNECT_FAILED, "EXIT : %s :Connection Error \n");
 }
 
-int32_t Connect(const CallTrace &trace, RTSPClient &client, const ServerUrl &to) {
+// With the text of the address that answered, where it is asked for.
+int32_t Connect(const CallTrace &trace, RTSPClient &client, const ServerUrl &to, std::span<char> text = {}) {
     const AddressList addresses = FindAddresses(to.host, to.port);
     if (addresses.count == 0) return trace.Fail(RTSPTAP_HOST_NOT_FOUND, "EXIT : %s :The host has no address\n");
     HeapText requestUrl = DuplicateText(to.request.get());
@@ -73,6 +76,7 @@ int32_t Connect(const CallTrace &trace, RTSPClient &client, const ServerUrl &to)
     if (socket < 0) return FailConnecting(trace);
     client.sessionName[0] = '\0';
     client.isOpened = true;
+    if (!text.empty()) WriteAddress(address, text);
     BecomeConnected(client, socket, address, std::move(requestUrl));
     return RTSP_SUCCESS;
 }
@@ -141,18 +145,16 @@ void UseDefaultBuffers(MediaSession &media) {
     if (media.audioBufferSize < 1) media.audioBufferSize = kAudioBufferBytes;
 }
 
-} // namespace
-} // namespace rtsptap
-
-using namespace rtsptap;
-
-int32_t RTSPTapOpen(intptr_t clientHandle, const char *url) {
-    const CallTrace trace(__func__);
+// The client has left whom it was connected to, and has the URL's credentials. Null with a `result` otherwise.
+RTSPClient *Prepare(const CallTrace &trace, intptr_t clientHandle, const char *url, ServerUrl &to,
+                    int32_t &result) {
     RTSPClient *const client = LiveClient(clientHandle);
-    if (client == nullptr || url == nullptr)
-        return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid input argument\n");
-    ServerUrl to;
-    if (const int32_t result = ReadUrl(trace, url, to); result != RTSP_SUCCESS) return result;
+    result = RTSP_INVALID_ARGUMENT;
+    if (client == nullptr || url == nullptr) {
+        trace.Fail(result, "EXIT : %s :Invalid input argument\n");
+        return nullptr;
+    }
+    if (result = ReadUrl(trace, url, to); result != RTSP_SUCCESS) return nullptr;
     ReleaseRetiredStreams(client->media);
     LeaveServer(*client);
     UseDefaultBuffers(client->media);
@@ -162,7 +164,31 @@ int32_t RTSPTapOpen(intptr_t clientHandle, const char *url) {
     if (to.hasUser) CopyText(authentication.username, to.user);
     if (to.hasUser) CopyText(authentication.password, to.password);
     explicit_bzero(to.password, sizeof to.password);
-    const int32_t result = OpenUrl(trace, *client, to);
+    return client;
+}
+
+} // namespace
+} // namespace rtsptap
+
+using namespace rtsptap;
+
+int32_t RTSPTapOpen(intptr_t clientHandle, const char *url) {
+    const CallTrace trace(__func__);
+    ServerUrl to;
+    int32_t result = RTSP_SUCCESS;
+    RTSPClient *const client = Prepare(trace, clientHandle, url, to, result);
+    if (client == nullptr) return result;
+    result = OpenUrl(trace, *client, to);
     if (result != RTSP_SUCCESS) LeaveServer(*client);
     return result;
+}
+
+int32_t RTSPTapConnect(intptr_t clientHandle, const char *url, char *address) {
+    constexpr std::size_t kAddressBytes = 64;
+    const CallTrace trace(__func__);
+    ServerUrl to;
+    int32_t result = RTSP_SUCCESS;
+    RTSPClient *const client = Prepare(trace, clientHandle, url, to, result);
+    if (client == nullptr) return result;
+    return Connect(trace, *client, to, {address, address != nullptr ? kAddressBytes : 0});
 }

@@ -50,6 +50,19 @@ TEST_P(OverIpv6, ASessionReceivesAndReports) {
     EXPECT_TRUE(Eventually([&] { return CountDescriptors() == descriptors; }));
 }
 
+TEST(Open, ConnectingAsksNothingAndTellsTheAddress) {
+    const CapturedStdout output;
+    ScriptedServer server({{"DESCRIBE rtsp://[::1]:{port}/live RTSP/1.0", WithBody(kDescription)}});
+    Client client;
+    char address[64];
+    EXPECT_EQ(RTSPTapConnect(client, UrlAt("[::1]", server).c_str(), address), 0);
+    EXPECT_STREQ("::1", address);
+    EXPECT_EQ(StateOf(client), CLIENT_INIT_STATE);
+    EXPECT_EQ(client.Describe(), 0);
+    EXPECT_EQ(RTSPTapConnect(client, "rtsp://127.0.0.1:1/", nullptr), RTSP_CONNECT_FAILED);
+    EXPECT_EQ(ECONNREFUSED, errno);
+}
+
 TEST(Open, FollowsWhereTheRowsTellAndTakesNoPasswordElsewhere) {
     for (const auto &row : Rows("redirections.txt")) {
         CapturedStdout output;

@@ -2,7 +2,7 @@
 
 #include "base/secrets.h"
 #include "base/text.h"
-#include "rtsptap.h"
+#include "rtsptap_extended.h"
 
 #include <algorithm>
 #include <csignal>
@@ -19,6 +19,8 @@ struct Meaning {
 
 constexpr Meaning kMeanings[] = {
     {RTSP_CONNECT_FAILED, ExitCode::kUnreachable, "connection refused, or the server cannot be reached"},
+    {RTSPTAP_HOST_NOT_FOUND, ExitCode::kNameNotResolved, "the server's name has no address"},
+    {RTSPTAP_BAD_URL, ExitCode::kUsage, "the URL is none that can be opened"},
     {RTSP_NOT_CONNECTED, ExitCode::kUnreachable, "connection refused, or the server cannot be reached"},
     {RTSP_SOCKET_FAILED, ExitCode::kUnreachable, "no socket could be created"},
     {RTSP_NO_RESPONSE, ExitCode::kUnreachable, "the server closed the connection instead of replying"},

@@ -194,7 +194,7 @@ Outcome ReceiveFromServer(const ServerSettings &settings, std::chrono::milliseco
     SessionLoop loop(audience, duration, settings.idleTimeout, interruption);
     Outcome outcome = ReadServer(settings, interruption, server);
     if (outcome.IsOk()) {
-        DrawLines({"connecting to " + server.url.host + ":" + std::to_string(server.url.port)});
+        DrawLines({"connecting to " + HostAndPort(server.url)});
         outcome = ServerReception(settings, server, loop, interruption).Run();
     }
     return loop.Conclude(outcome);

@@ -6,6 +6,8 @@
 #include "session/sockets.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 
 namespace tool {
 namespace {
@@ -79,7 +81,7 @@ template <typename Call> Outcome Handshake::Step(const std::string &phase, Call 
     {
         const std::lock_guard guard(lock_);
         if (abandoned_) return {ExitCode::kTimeout, ""};
-        progress_ = {phase, phase == "connect" ? phase + ": " + HostAndPort() : phase, begin, false};
+        progress_ = {phase, phase == "connect" ? phase + ": " + HostAndPort(url_) : phase, begin, false};
         soFar_ = opened_;
         soFar_.session.reset();
         last.swap(session_);
@@ -125,7 +127,7 @@ Outcome Handshake::Talk() {
 bool Handshake::Redirect() {
     Url next = url_;
     const std::string note = "the server sends us to " + Presentable(location_);
-    if (location_.rfind('/', 0) == 0)
+    if (location_.starts_with('/'))
         next.path = location_.substr(1);
     else if (!ParseUrl(location_, next).IsOk())
         return false;
@@ -183,9 +185,7 @@ bool Handshake::IsOwnHost() const {
 }
 
 Target Handshake::TargetOf() const {
-    Target target{opened_.facts.address,
-                  url_.port,
-                  url_.path,
+    Target target{RequestUrl(url_),
                   server_.credentials,
                   opened_.transport == Transport::kTcp ? DATA_PROTO_TCP : DATA_PROTO_UDP,
                   opened_.transport == Transport::kMulticast,
@@ -200,10 +200,13 @@ Target Handshake::TargetOf() const {
 Outcome Handshake::Connect() {
     return Step("connect", [this] {
         opened_.session = std::make_shared<Session>();
-        const int32_t result = opened_.session->Connect(TargetOf());
+        const int32_t result = opened_.session->Connect(TargetOf(), opened_.facts.address);
+        const int error = errno;
         if (result != RTSP_CONNECT_FAILED) return OutcomeOfCall("connect", result);
         return Outcome{ExitCode::kUnreachable,
-                       "connect: " + HostAndPort() + ": " + WhyUnreachable(opened_.facts.address, url_.port)};
+                       "connect: " + HostAndPort(url_) + ": " +
+                           (error == ECONNREFUSED ? "connection refused: nothing listens there"
+                                                  : std::string("it cannot be reached: ") + std::strerror(error))};
     });
 }
 

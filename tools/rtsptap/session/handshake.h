@@ -45,7 +45,6 @@ private:
     bool Redirect();
     bool IsOwnHost() const;
     Target TargetOf() const;
-    std::string HostAndPort() const { return url_.host + ":" + std::to_string(url_.port); }
 
     template <typename Call> Outcome Step(const std::string &phase, Call call);
     template <typename Exchange> Outcome Request(const std::string &phase, Exchange exchange);

@@ -25,7 +25,7 @@ struct Phase {
 
 // What the server said of itself on the way.
 struct ServerFacts {
-    std::string address; // dotted IPv4
+    std::string address;
     uint16_t port = 0;
     std::string software;                               // Server header; empty: not said
     std::string methods;                                // Public header
@@ -39,12 +39,12 @@ struct OpenedSession {
     std::vector<StreamFormat> formats;           // of the streams that are received
     std::map<int32_t, uint32_t> firstTimestamps; // where streams begin, by number; of the reply to PLAY
     Transport transport = Transport::kUdp;
-    ServerFacts facts;              // as far as it came, also after a failure
-    std::vector<Phase> phases;      // those that succeeded
-    int refusal = 0;                // status of the reply that ended the attempt; 0: none did
-    bool fellBack = false;          // to TCP, on the connection there was
-    bool udpIsUnusable = false;     // the reply to a SETUP over UDP leads nowhere
-    std::vector<std::string> notes; // what happened on the way: redirections, falling back
+    ServerFacts facts;               // as far as it came, also after a failure
+    std::vector<Phase> phases;       // those that succeeded
+    int refusal = 0;                 // status of the reply that ended the attempt; 0: none did
+    bool fellBack = false;           // to TCP, on the connection there was
+    bool udpIsUnusable = false;      // the reply to a SETUP over UDP leads nowhere
+    std::vector<std::string> notes;  // what happened on the way: redirections, falling back
     std::vector<UsedRule> tolerated; // what had to be forgiven
 };
 

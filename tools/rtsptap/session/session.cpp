@@ -159,20 +159,22 @@ Session::Session() : client_(RTSPClientCreate()) {
 
 Session::~Session() { RTSPClientDestroy(client_); }
 
-int32_t Session::Connect(const Target &target) {
+int32_t Session::Connect(const Target &target, std::string &address) {
+    constexpr std::size_t kAddressBytes = 64;
     const std::lock_guard guard(exchange_);
     if (target.exact) RTSPTapSetOption(client_, RTSPTAP_OPTION_DIALECT, RTSPTAP_DIALECT_EXACT);
     headers_ = target.headers;
     authorization_ = Authorization(target.credentials);
     multicast_ = target.multicast;
-    path_ = target.path;
-    base_ = "rtsp://" + target.address + ":" + std::to_string(target.port) + "/" + path_;
+    base_ = target.url;
+    char text[kAddressBytes] = {};
     const std::vector<int> before = OpenSockets();
-    const int32_t result =
-        RTSPClientConnect(client_, target.address.c_str(), target.port, target.path.c_str(), target.transport, 0);
+    const int32_t result = RTSPTapConnect(client_, target.url.c_str(), text);
     for (const int socket : NewSockets(before, OpenSockets()))
-        if (IsStreamTo(socket, target.address, target.port)) connection_ = socket;
-    return result;
+        if (result == RTSP_SUCCESS && IsConnected(socket)) connection_ = socket;
+    if (result != RTSP_SUCCESS) return result;
+    address = text;
+    return RTSPTapSetDataProto(client_, target.transport);
 }
 
 bool Session::SwitchToTcp() {
@@ -253,7 +255,7 @@ std::string Session::UriOf(RTSPMethod method, int32_t stream) const {
     RTSPTapStreamDescription described;
     if (method != RTSP_SETUP || !Describe(stream, described)) return base_;
     const std::string uri = described.controlUrl;
-    return uri.empty() || uri == path_ ? base_ + "/trackID=" + std::to_string(stream - 1) : uri;
+    return uri.empty() ? base_ + "/trackID=" + std::to_string(stream - 1) : uri;
 }
 
 std::string Session::LastReply() const {

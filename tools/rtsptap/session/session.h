@@ -28,11 +28,9 @@ using MethodHeaders = std::map<RTSPMethod, std::vector<Header>>;
 // secret.
 Outcome AddHeaderOption(const std::string &text, MethodHeaders &headers);
 
-// Where to and as whom; the address is dotted IPv4.
+// Where to and as whom.
 struct Target {
-    std::string address;
-    uint16_t port = 554;
-    std::string path;
+    std::string url;         // as requests name it
     Credentials credentials; // without user: no challenge is answered
     DataProto transport = DATA_PROTO_UDP;
     bool multicast = false; // over UDP, asked for
@@ -88,7 +86,7 @@ public:
     Session(const Session &) = delete;
     Session &operator=(const Session &) = delete;
 
-    int32_t Connect(const Target &target);
+    int32_t Connect(const Target &target, std::string &address); // which is the server's, where it was reached
     bool SwitchToTcp(); // media comes inside the connection; false once a stream is set up
 
     // Each is one exchange, and blocks as long as the library does. Any thread: they wait for one another.
@@ -152,7 +150,6 @@ private:
     std::mutex exchange_; // guards the fields up to the empty line
     MethodHeaders headers_;
     Authorization authorization_;
-    std::string path_; // of the URL
     std::string base_; // the URL that requests name
     bool multicast_ = false;
     int32_t latency_ = 0;

@@ -27,13 +27,13 @@ int Option(int socket, int name) {
     return getsockopt(socket, SOL_SOCKET, name, &value, &size) == 0 ? value : -1;
 }
 
-// Of its own end; false when it is no IPv4 socket.
+// Of its own end; false when it is no socket of IPv4 or IPv6, where the port stands at the same place.
 bool LocalPort(int socket, uint16_t &port) {
-    sockaddr_in address = {};
+    sockaddr_in6 address = {};
     socklen_t size = sizeof address;
     const bool isKnown = getsockname(socket, reinterpret_cast<sockaddr *>(&address), &size) == 0;
-    port = ntohs(address.sin_port);
-    return isKnown && address.sin_family == AF_INET;
+    port = ntohs(address.sin6_port);
+    return isKnown && (address.sin6_family == AF_INET || address.sin6_family == AF_INET6);
 }
 
 } // namespace
@@ -57,30 +57,11 @@ std::vector<int> NewSockets(const std::vector<int> &before, const std::vector<in
     return fresh;
 }
 
-bool IsStreamTo(int socket, const std::string &address, uint16_t port) {
-    sockaddr_in peer = {};
+bool IsConnected(int socket) {
+    sockaddr_storage peer = {};
     socklen_t size = sizeof peer;
     return Option(socket, SO_TYPE) == SOCK_STREAM &&
-           getpeername(socket, reinterpret_cast<sockaddr *>(&peer), &size) == 0 && peer.sin_family == AF_INET &&
-           peer.sin_addr.s_addr == inet_addr(address.c_str()) && ntohs(peer.sin_port) == port;
-}
-
-std::string WhyUnreachable(const std::string &address, uint16_t port) {
-    constexpr int kPatienceMs = 1000;
-    sockaddr_in server = {};
-    server.sin_family = AF_INET;
-    server.sin_port = htons(port);
-    server.sin_addr.s_addr = inet_addr(address.c_str());
-    const int look = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, IPPROTO_TCP);
-    int error = connect(look, reinterpret_cast<const sockaddr *>(&server), sizeof server) == 0 ? 0 : errno;
-    if (pollfd waiting{look, POLLOUT, 0}; error == EINPROGRESS && poll(&waiting, 1, kPatienceMs) > 0) {
-        socklen_t size = sizeof error;
-        getsockopt(look, SOL_SOCKET, SO_ERROR, &error, &size);
-    }
-    if (look >= 0) close(look);
-    if (error == ECONNREFUSED) return "connection refused: nothing listens there";
-    const bool isKnown = error != 0 && error != EINPROGRESS && error != EAGAIN;
-    return std::string("it cannot be reached") + (isKnown ? std::string(": ") + std::strerror(error) : "");
+           getpeername(socket, reinterpret_cast<sockaddr *>(&peer), &size) == 0;
 }
 
 bool IsControlPort(int socket) {

@@ -13,14 +13,11 @@ std::vector<int> OpenSockets(); // of this process, ascending
 // Those of `now` that were not there before.
 std::vector<int> NewSockets(const std::vector<int> &before, const std::vector<int> &now);
 
-bool IsStreamTo(int socket, const std::string &address, uint16_t port); // TCP, connected with it
-bool IsControlPort(int socket);                                         // UDP on an odd port: RTCP (RFC 3550, 11)
-bool IsClosedByPeer(int socket);                                        // TCP: nothing more will come
-bool HasUnreadBytes(int socket);                                        // they lie there for whoever reads next
-bool HasReceived(int socket);                                           // UDP: somebody has read a datagram from it
-
-// Why no connection came about, as it shows in another look: "connection refused".
-std::string WhyUnreachable(const std::string &address, uint16_t port);
+bool IsConnected(int socket);    // TCP, with somebody
+bool IsControlPort(int socket);  // UDP on an odd port: RTCP (RFC 3550, 11)
+bool IsClosedByPeer(int socket); // TCP: nothing more will come
+bool HasUnreadBytes(int socket); // they lie there for whoever reads next
+bool HasReceived(int socket);    // UDP: somebody has read a datagram from it
 
 struct UdpSocket {
     uint16_t port = 0;        // local

@@ -12,7 +12,6 @@ namespace tool {
 namespace {
 
 constexpr std::string_view kScheme = "rtsp://";
-constexpr std::size_t kLongestPath = 63; // what a client has room for
 
 Outcome Refuse(const std::string &why) { return {ExitCode::kUsage, "URL: " + why}; }
 
@@ -47,9 +46,13 @@ Outcome ParseCredentials(std::string_view text, Url &url) {
 }
 
 Outcome ParseAuthority(std::string_view text, Url &url) {
-    if (!text.empty() && text.front() == '[') return Refuse("IPv6 addresses are not supported");
-    const std::size_t colon = text.find(':');
-    url.host = text.substr(0, colon);
+    const bool isBracketed = text.starts_with('[');
+    const std::size_t bracket = isBracketed ? text.find(']') : 0;
+    if (bracket == text.npos) return Refuse("the ] of the IPv6 address is missing");
+    const std::size_t colon = text.find(':', bracket);
+    url.host = isBracketed ? text.substr(1, bracket - 1) : text.substr(0, colon);
+    if (isBracketed && colon != bracket + 1 && bracket + 1 != text.size())
+        return Refuse("behind the ] comes the port");
     if (url.host.empty()) return Refuse("the host is missing");
     if (colon == std::string_view::npos) return {};
     const std::string_view port = text.substr(colon + 1);
@@ -70,7 +73,6 @@ Outcome ParseUrl(std::string_view text, Url &url) {
     std::string_view authority = text.substr(0, text.find_first_of("/?"));
     text.remove_prefix(authority.size());
     if (!text.empty()) url.path = text.substr(text.front() == '/' ? 1 : 0);
-    if (url.path.size() > kLongestPath) return Refuse("the path is longer than 63 characters");
     const std::size_t at = authority.rfind('@');
     if (at != std::string_view::npos) {
         if (Outcome refused = ParseCredentials(authority.substr(0, at), url); !refused.IsOk()) return refused;
@@ -79,17 +81,23 @@ Outcome ParseUrl(std::string_view text, Url &url) {
     return ParseAuthority(authority, url);
 }
 
+std::string HostAndPort(const Url &url) {
+    const bool isV6 = url.host.find(':') != url.host.npos;
+    return (isV6 ? "[" + url.host + "]" : url.host) + ":" + std::to_string(url.port);
+}
+
+std::string RequestUrl(const Url &url) { return "rtsp://" + HostAndPort(url) + "/" + url.path; }
+
 Outcome ResolveHost(const std::string &host, std::string &address) {
     addrinfo hints = {};
-    hints.ai_family = AF_INET;
     hints.ai_socktype = SOCK_STREAM;
     addrinfo *found = nullptr;
     if (const int error = getaddrinfo(host.c_str(), nullptr, &hints, &found); error != 0)
         return {ExitCode::kNameNotResolved, host + ": " + gai_strerror(error)};
     const std::unique_ptr<addrinfo, void (*)(addrinfo *)> owner(found, freeaddrinfo);
-    char text[INET_ADDRSTRLEN] = {};
+    char text[NI_MAXHOST] = {};
     if (getnameinfo(found->ai_addr, found->ai_addrlen, text, sizeof text, nullptr, 0, NI_NUMERICHOST) != 0)
-        return {ExitCode::kNameNotResolved, host + ": has no IPv4 address"};
+        return {ExitCode::kNameNotResolved, host + ": has no address"};
     address = text;
     return {};
 }

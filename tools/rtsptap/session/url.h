@@ -1,4 +1,4 @@
-// rtsp:// addresses, and the host names in them.
+// rtsp:// addresses as they are typed, and the host names in them. What they are in requests is the library's.
 #pragma once
 
 #include "base/outcome.h"
@@ -12,16 +12,19 @@ namespace tool {
 struct Url {
     std::string user;     // percent-decoded
     std::string password; // percent-decoded
-    std::string host;     // name or dotted IPv4 address
+    std::string host;     // name or address; of IPv6 without brackets
     uint16_t port = 554;
     std::string path; // with its query, as written, without the leading slash
 };
+
+std::string HostAndPort(const Url &url); // "camera.local:554", "[::1]:554"
+std::string RequestUrl(const Url &url);  // without user and password
 
 // Takes "rtsp://[user[:password]@]host[:port][/path]" apart. Its texts never repeat the address: it may hold a
 // password.
 Outcome ParseUrl(std::string_view text, Url &url);
 
-// The first IPv4 address of a name, as dotted text: the library takes nothing else.
+// The first address of a name, as text.
 Outcome ResolveHost(const std::string &host, std::string &address);
 
 } // namespace tool

@@ -40,7 +40,7 @@ std::string StreamText(const ProbedStream &probed, bool isPlayed) {
 std::string ServerText(const ProbeResult &result) {
     const ServerFacts &facts = result.facts;
     std::string text = Row("URL", result.url);
-    if (!facts.address.empty()) text += Row("Address", facts.address + ":" + std::to_string(facts.port));
+    if (!facts.address.empty()) text += Row("Address", HostAndPort(Url{"", "", facts.address, facts.port, ""}));
     text += Row("Server", Presentable(facts.software));
     text += Row("Methods", Presentable(facts.methods));
     text += Row("Authentication", facts.authentication);

@@ -40,8 +40,9 @@ FromPlay Earliest(const std::vector<ProbedStream> &streams, FromPlay ProbedStrea
 std::string UrlWithoutCredentials(const std::string &text) {
     Url url;
     if (!ParseUrl(text, url).IsOk()) return "";
-    const std::string port = url.port == 554 ? "" : ":" + std::to_string(url.port);
-    return Presentable("rtsp://" + url.host + port + "/" + url.path);
+    std::string authority = HostAndPort(url);
+    if (url.port == Url().port) authority.resize(authority.rfind(':'));
+    return Presentable("rtsp://" + authority + "/" + url.path);
 }
 
 void TakeOpening(const OpenedSession &opened, ProbeResult &result) {

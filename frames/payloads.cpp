@@ -1,0 +1,74 @@
+#include "frames/payloads.h"
+
+#include "platform/text.h"
+#include "sdp/codec_config.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace rtsptap {
+namespace {
+
+constexpr PayloadFormat kFormats[] = {
+    {RTP_CODEC_H264, AddH264, PrepareH264},
+    {RTSPTAP_CODEC_H265, AddH265, PrepareH265},
+    {RTP_CODEC_MPEG4_GENERIC, AddAac, PrepareAac},
+    {RTP_CODEC_JPEG, AddJpeg},
+    {RTSPTAP_CODEC_VP8, AddVp8},
+    {RTSPTAP_CODEC_OPUS, AddWhole},
+    {RTP_CODEC_PCMA, AddWhole},
+    {RTP_CODEC_PCMU, AddWhole},
+    {RTSPTAP_CODEC_G722, AddWhole},
+    {RTSPTAP_CODEC_G723, AddWhole},
+    {RTP_CODEC_G726, AddWhole},
+    {RTSPTAP_CODEC_G729, AddWhole},
+    {RTSPTAP_CODEC_GSM, AddWhole},
+    {RTSPTAP_CODEC_SPEEX, AddWhole},
+    {RTSPTAP_CODEC_L8, AddWhole},
+    {RTP_CODEC_L16, AddWhole},
+    {RTSPTAP_CODEC_L20, AddWhole},
+    {RTSPTAP_CODEC_L24, AddWhole},
+};
+
+} // namespace
+
+const PayloadFormat *FindPayloadFormat(int32_t codecType) {
+    const auto *const found = std::ranges::find(kFormats, codecType, &PayloadFormat::codecType);
+    return found != std::end(kFormats) ? found : nullptr;
+}
+
+int32_t FormatNumber(const char *fmtp, std::string_view name, int32_t byDefault) {
+    const std::string_view value = fmtp != nullptr ? FmtpParameter(fmtp, name) : std::string_view{};
+    return value.empty() ? byDefault : LeadingNumber(value);
+}
+
+void AddWhole(Assembly &assembly, const Packet &packet) {
+    Append(assembly, packet.payload);
+    MarkKey(assembly);
+    FinishFrame(assembly);
+}
+
+// A descriptor of 1 to 6 bytes (RFC 7741, 4.2), then part of the frame, whose first bit says whether it needs
+// others.
+void AddVp8(Assembly &assembly, const Packet &packet) {
+    constexpr uint8_t kExtended = 0x80;
+    constexpr uint8_t kStart = 0x10;
+    constexpr uint8_t kPartition = 0x0f;
+    const Bytes payload = packet.payload;
+    const auto at = [payload](std::size_t index) { return index < payload.size() ? payload[index] : uint8_t{0}; };
+    std::size_t header = 1;
+    if ((at(0) & kExtended) != 0) {
+        const uint8_t has = at(header++);
+        if ((has & 0x80) != 0) header += (at(header) & 0x80) != 0 ? 2 : 1; // picture number
+        if ((has & 0x40) != 0) ++header;                                   // of the base layer
+        if ((has & 0x30) != 0) ++header;                                   // layers, key index
+    }
+    if (header >= payload.size()) return MarkDamaged(assembly);
+    const bool isFirst = (at(0) & kStart) != 0 && (at(0) & kPartition) == 0;
+    const bool isEmpty = assembly.current.begin == assembly.bytes.size();
+    if (isFirst && isEmpty && (payload[header] & 1) == 0) MarkKey(assembly);
+    if (!isFirst && isEmpty) MarkDamaged(assembly);
+    Append(assembly, payload.subspan(header));
+}
+
+} // namespace rtsptap

@@ -1,0 +1,33 @@
+// Payload formats: what an assembly does with each packet, and how it is made ready for a stream. One row a codec.
+#pragma once
+
+#include "frames/assembly.h"
+
+#include <string_view>
+
+namespace rtsptap {
+
+struct PayloadFormat {
+    int32_t codecType; // RTPCodecType or RTSPTapCodec
+    void (*add)(Assembly &assembly, const Packet &packet);
+    // Null: nothing to be made ready. False: the description says what cannot be read.
+    bool (*prepare)(Assembly &assembly, const RTSPTapStreamDescription &description) = nullptr;
+};
+
+const PayloadFormat *FindPayloadFormat(int32_t codecType); // null when there is none
+
+// The number of a format parameter ("name="); `byDefault` without it.
+int32_t FormatNumber(const char *fmtp, std::string_view name, int32_t byDefault);
+
+void AddH264(Assembly &assembly, const Packet &packet);
+bool PrepareH264(Assembly &assembly, const RTSPTapStreamDescription &description);
+void AddH265(Assembly &assembly, const Packet &packet);
+bool PrepareH265(Assembly &assembly, const RTSPTapStreamDescription &description);
+void AddAac(Assembly &assembly, const Packet &packet);
+bool PrepareAac(Assembly &assembly, const RTSPTapStreamDescription &description);
+void AddJpeg(Assembly &assembly, const Packet &packet);
+void AddVp8(Assembly &assembly, const Packet &packet);
+// A packet is a frame, and any can be decoded alone.
+void AddWhole(Assembly &assembly, const Packet &packet);
+
+} // namespace rtsptap

@@ -1,0 +1,87 @@
+// Hostile payloads of every format that frames are made from, with loss, repetition and new senders in between:
+// what comes out is framed as it says, and never more than was allowed.
+#include "fuzz/fuzz_target.h"
+#include "platform/wire.h"
+#include "rtsptap_frames.h"
+
+#include <string>
+
+using namespace rtsptap;
+using fuzz::Require;
+
+static constexpr uint32_t kLargestFrame = 3000;
+
+static bool IsNalCodec(int32_t codec) { return codec == RTP_CODEC_H264 || codec == RTSPTAP_CODEC_H265; }
+
+// Units behind their lengths fill the frame; cut ones need not.
+static void CheckLengths(const RTSPTapFrame &frame) {
+    for (std::size_t at = 0; at < frame.size;) {
+        Require(frame.size - at > 4);
+        const std::size_t length = wire::U32(frame.data + at);
+        Require(length > 0 && length <= frame.size - at - 4);
+        at += 4 + length;
+    }
+}
+
+static void CheckFrames(RTSPTapFrames *frames, int32_t codec, int32_t format, std::size_t most) {
+    RTSPTapFrame frame = {};
+    frame.recordSize = sizeof frame;
+    uint64_t sum = 0;
+    for (std::size_t count = 0; count < most && RTSPTapFramesNext(frames, &frame) == RTSP_SUCCESS; ++count) {
+        Require(frame.size > 0 && frame.size <= kLargestFrame);
+        for (uint32_t i = 0; i < frame.size; ++i) sum += frame.data[i]; // all of it is there
+        if (IsNalCodec(codec) && format == RTSPTAP_FRAMES_LENGTHS) CheckLengths(frame);
+        if (IsNalCodec(codec) && format == RTSPTAP_FRAMES_STREAM) Require(wire::U32(frame.data) == 1);
+        if (codec == RTP_CODEC_JPEG) Require(wire::U16(frame.data) == 0xffd8);
+        const bool isAdts = codec == RTP_CODEC_MPEG4_GENERIC && format == RTSPTAP_FRAMES_STREAM;
+        if (isAdts) Require(frame.size >= 7 && wire::U16(frame.data) == 0xfff1);
+    }
+    Require(sum <= uint64_t{255} * kLargestFrame * most);
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
+    static constexpr int32_t kCodecs[] = {RTP_CODEC_H264, RTSPTAP_CODEC_H265, RTP_CODEC_MPEG4_GENERIC,
+                                          RTP_CODEC_JPEG, RTSPTAP_CODEC_VP8,  RTSPTAP_CODEC_OPUS};
+    static constexpr const char *kFormats[] = {nullptr,
+                                               "mode=AAC-hbr;sizelength=13;indexlength=3;indexdeltalength=3",
+                                               "mode=AAC-lbr",
+                                               "constantsize=7",
+                                               "sprop-max-don-diff=1",
+                                               "sizelength=4;ctsdeltalength=3;randomaccessindication=1"};
+    static constexpr uint8_t kSet[] = {0x67, 0x42};
+    static constexpr uint8_t kConfig[] = {0x12, 0x10, 0x56};
+    fuzz::Input input(data, size);
+    RTSPTapStreamDescription description = {};
+    description.recordSize = sizeof description;
+    description.codecType = input.Pick(kCodecs);
+    description.fmtp = input.Pick(kFormats);
+    description.clockRate = input.U16();
+    description.sps = kSet;
+    description.spsSize = sizeof kSet;
+    const std::string_view ownConfig = input.Counted();
+    description.config = ownConfig.empty() ? kConfig : reinterpret_cast<const uint8_t *>(ownConfig.data());
+    description.configSize = static_cast<int32_t>(ownConfig.empty() ? sizeof kConfig : ownConfig.size());
+    const int32_t format = 1 + input.U8() % 2;
+    RTSPTapFrames *const frames = RTSPTapFramesCreate(&description, format, kLargestFrame);
+    uint16_t number = 0;
+    RTPHeader header = {};
+    while (frames != nullptr && !input.IsEmpty()) {
+        const uint8_t choice = input.U8();
+        header.marker = choice & 1U;
+        header.timestamp += (choice & 6) == 6 ? 3000 : 0;
+        number = static_cast<uint16_t>(number + ((choice & 0x78) == 0x78 ? input.U16() : 1));
+        header.sequenceNumber = number;
+        if ((choice & 0x80) != 0 && (choice & 0x40) == 0) header.ssrc += choice & 1U;
+        std::string bytes(choice >= 0xf8 ? std::string(1500, 'x') : std::string(input.Counted()));
+        RTPStreamData packet = {};
+        packet.rtpHeader = &header;
+        packet.payload = packet.packetData = reinterpret_cast<uint8_t *>(bytes.data());
+        packet.payloadLength = packet.packetLength = static_cast<uint32_t>(bytes.size());
+        Require(RTSPTapFramesAdd(frames, &packet) == RTSP_SUCCESS);
+        CheckFrames(frames, description.codecType, format, choice % 3); // at times some stay
+    }
+    if (frames != nullptr) Require(RTSPTapFramesEnd(frames) == RTSP_SUCCESS);
+    if (frames != nullptr) CheckFrames(frames, description.codecType, format, size);
+    RTSPTapFramesDestroy(frames);
+    return 0;
+}

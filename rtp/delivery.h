@@ -1,0 +1,54 @@
+// What may be handed out of a stream's queue now, and what calls a reader off. The application's readers.
+#pragma once
+
+#include "rtp/media_session.h"
+#include "rtp/packet_queue.h"
+#include "rtp/stream.h"
+
+namespace rtsptap {
+
+// Kept: underflowLimit alone decides. A queue that has reached targetLatency is held back all the same.
+inline bool IsHeldBack(RTSPStreamInfo &stream, const RTPStreamData &head) {
+    const MediaSession &session = *stream.session;
+    if (session.targetLatency.load(std::memory_order_relaxed) == 0) return false;
+    const int64_t underflow = session.underflowLimit.load(std::memory_order_relaxed) * kTicksPerMs;
+    stream.buffering = TimestampSpan(*stream.packetListTail, head) > underflow ? 0 : 1;
+    return stream.buffering == 1;
+}
+
+// The packet that may be handed out now, or null. The caller holds packetListLock.
+inline RTPStreamData *DeliverableHead(RTSPStreamInfo &stream) {
+    if (stream.deferredPacket != nullptr) FreeDeferredPacket(stream);
+    RTPStreamData *const head = stream.packetListHead.load(std::memory_order_relaxed);
+    return head == nullptr || IsHeldBack(stream, *head) ? nullptr : head;
+}
+
+// The same, taken out of the queue.
+inline RTPStreamData *TakeDeliverableHead(RTSPStreamInfo &stream) {
+    RTPStreamData *const head = DeliverableHead(stream);
+    if (head == nullptr) return nullptr;
+    if (head == stream.peekedPacket) stream.peekedPacket = nullptr;
+    return TakeHead(stream);
+}
+
+// A reader found its stream just before the session ended.
+inline bool SessionIsOver(const MediaSession &session) {
+    return session.streamCount.load(std::memory_order_seq_cst) == 0;
+}
+
+// Why nothing more comes, a code of RTSPTapResult, or 0.
+inline int32_t EndOf(const RTSPStreamInfo &stream) {
+    const int32_t why = stream.endedWhy.load(std::memory_order_seq_cst);
+    return why == 0 && SessionIsOver(*stream.session) ? RTSPTAP_TORN_DOWN : why;
+}
+
+// Somebody has interrupted the client, and the stream's reader has not been told.
+inline bool InterruptIsDue(const RTSPStreamInfo &stream) {
+    return stream.session->interrupts.load(std::memory_order_acquire) !=
+           stream.interruptsTold.load(std::memory_order_relaxed);
+}
+
+// A reader that names its stream by number is not to wait on.
+inline bool IsCalledOff(const RTSPStreamInfo &stream) { return InterruptIsDue(stream) || EndOf(stream) != 0; }
+
+} // namespace rtsptap
