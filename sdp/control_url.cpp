@@ -79,7 +79,7 @@ void NoteSameControls(const MediaSession &session) {
 }
 
 bool IsTooLong(const DescribedSession &to, std::string_view url) {
-    return url.size() > kLongestControlUrl + (to.joinsUrls ? std::string_view(to.requestUrl).size() : 0);
+    return url.size() > kLongestControlUrl + (to.isOpened ? std::string_view(to.requestUrl).size() : 0);
 }
 
 HeapText BaseUrl(const DescribedSession &to) {

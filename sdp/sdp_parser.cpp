@@ -33,7 +33,8 @@ int32_t ReadWith(std::span<const LineReader> readers, SdpReading &reading, char 
 
 // o=<user> <id> <version> IN IP4 <address>, c=IN IP4 <address>
 int32_t ReadNetwork(SdpReading &reading, std::string_view value) {
-    if (!Contains(value, "IP4") && !reading.dialect.Permits(Rule::kAnyNetwork))
+    const bool isUsual = Contains(value, "IP4") || (reading.to.isOpened && Contains(value, "IP6"));
+    if (!isUsual && !reading.dialect.Permits(Rule::kAnyNetwork))
         return reading.trace.Fail(RTSP_FAILURE, "\tEXIT : %s :Network Type not supported\n");
     return RTSP_SUCCESS;
 }
@@ -234,7 +235,7 @@ int32_t ReadLine(SdpReading &reading, std::string_view received) {
 // Of the reply, before a line tells otherwise.
 void FindBase(SdpReading &reading) {
     const DescribedSession &to = reading.to;
-    if (!to.joinsUrls && !reading.dialect.IsOn(Rule::kControlBase)) return;
+    if (!to.isOpened && !reading.dialect.IsOn(Rule::kControlBase)) return;
     reading.base = BaseUrl(to);
     const HeapText request = RequestUrl(to);
     if (!request || !reading.base || std::string_view(request.get()) == reading.base.get()) return;

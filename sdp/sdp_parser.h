@@ -11,11 +11,11 @@ struct SDPField;
 
 // Whom a description describes.
 struct DescribedSession {
-    MediaSession &session;        // gets a stream for each media section
-    SDPField *&lines;             // gets the session-level lines, behind those it has
-    const char *requestUrl;       // that DESCRIBE asked for
-    const char *path;             // of it, where the program gave server, port and path; else empty
-    bool joinsUrls;               // control URLs are joined as the RFCs say, whatever the rules are
+    MediaSession &session;  // gets a stream for each media section
+    SDPField *&lines;       // gets the session-level lines, behind those it has
+    const char *requestUrl; // that DESCRIBE asked for
+    const char *path;       // of it, where the program gave server, port and path; else empty
+    bool isOpened; // by an URL: control URLs are joined, and addresses may be of IPv6, whatever the rules are
     std::string_view contentBase; // Content-Base or Content-Location of the reply; empty without (RFC 2326, C.1.1)
     char *&aggregateUrl; // owned, free(): becomes the URL of the session; null: that of host, port and path
 };

@@ -127,7 +127,7 @@ int32_t ParseDescription(Exchange &exchange) {
                                      .lines = client.sdpFieldList,
                                      .requestUrl = client.requestUrl,
                                      .path = client.sessionName,
-                                     .joinsUrls = client.isOpened,
+                                     .isOpened = client.isOpened,
                                      .contentBase = ContentBase(*client.responseMsg),
                                      .aggregateUrl = client.aggregateUrl};
     if (ParseReceivedSDP({client.receivedSDP, exchange.describe->length}, described) == RTSP_FAILURE)

@@ -22,11 +22,14 @@ namespace rtsptap {
 void LeaveServer(RTSPClient &client) {
     client.connected = 0;
     client.media.state = CLIENT_INIT_STATE;
+    EndReceptions(client.media, RTSPTAP_CONNECTION_CLOSED);
     client.media.streamCount = 0;
     CloseConnectionAndStreams(client.media);
     EndStreams(client.media);
     client.sessionId[0] = '\0';
-    client.authentication.required = 0; // of another server, as far as we know
+    client.authentication.required = 0;     // of another server, as far as we know
+    client.keepAlive.method = RTSP_OPTIONS; // the same
+    RenewKeepAlive(client);
 }
 
 bool HasCredentials(const RTSPClient &client) {

@@ -136,6 +136,7 @@ void LeaveSession(RTSPClient &client) {
     ForgetSetups(client.media);
     client.sessionId[0] = '\0';
     client.media.state = CLIENT_DESCRIBE_SENT_STATE;
+    RenewKeepAlive(client);
 }
 
 int32_t BeginAfresh(const CallTrace &trace, RTSPClient &client) {

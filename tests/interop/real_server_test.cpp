@@ -54,6 +54,24 @@ TEST_P(RealServer, KeepsTheSessionForOurReportsLosesNothingPausesAndResumes) {
     EXPECT_EQ(RTSP_SUCCESS, client.Destroy());
 }
 
+TEST_P(RealServer, IsOpenedByItsUrlOverIpv6) {
+    const GstServer server({GST_SERVER, GstServer::kUser, GstServer::kPassword, "4", "::1"});
+    Client client(4 << 20);
+    const bool isTcp = GetParam() == DATA_PROTO_TCP;
+    ASSERT_EQ(RTSP_SUCCESS,
+              RTSPTapSetOption(client, RTSPTAP_OPTION_TRANSPORT,
+                               isTcp ? RTSPTAP_TRANSPORT_TCP : RTSPTAP_TRANSPORT_AUTOMATIC));
+    std::string url = server.Url();
+    url.replace(url.find("127.0.0.1"), 9, "[::1]");
+    ASSERT_EQ(RTSP_SUCCESS, RTSPTapOpen(client, url.c_str()));
+    ASSERT_EQ(RTSP_SUCCESS, RTSPTapStart(client, nullptr, nullptr));
+    int64_t used = 0;
+    EXPECT_EQ(RTSP_SUCCESS, RTSPTapGetOption(client, RTSPTAP_OPTION_TRANSPORT_USED, &used));
+    EXPECT_EQ(isTcp ? RTSPTAP_TRANSPORT_TCP : RTSPTAP_TRANSPORT_UDP, used);
+    EXPECT_GT(TakeFor(client, 10s), 800); // reports keep the session
+    EXPECT_EQ(RTSP_SUCCESS, client.Teardown());
+}
+
 INSTANTIATE_TEST_SUITE_P(Transport, RealServer, testing::Values(DATA_PROTO_UDP, DATA_PROTO_TCP),
                          [](const auto &test) { return test.param == DATA_PROTO_UDP ? "Udp" : "Tcp"; });
 

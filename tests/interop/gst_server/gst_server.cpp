@@ -2,8 +2,9 @@
 // only line once it listens.
 //
 //     rtsptap_gst_server PIPELINE                  serves this, with payloaders named pay0, pay1...
-//     rtsptap_gst_server USER PASSWORD SECONDS     a running clock and a tone, with digest authentication; forgets
-//                                                  players that are silent for so long
+//     rtsptap_gst_server USER PASSWORD SECONDS [ADDRESS]
+//                                                  a running clock and a tone, with digest authentication; forgets
+//                                                  players that are silent for so long; at another address
 #include <gst/gst.h>
 #include <gst/rtsp-server/rtsp-server.h>
 
@@ -56,16 +57,16 @@ gboolean EndSilentSessions(gpointer server) {
 } // namespace
 
 int main(int argc, char **argv) {
-    if (argc != 2 && argc != 4) return 2;
+    if (argc != 2 && argc != 4 && argc != 5) return 2;
     gst_init(nullptr, nullptr);
     const Owned<GstRTSPServer> server(gst_rtsp_server_new());
-    gst_rtsp_server_set_address(server.get(), "127.0.0.1");
+    gst_rtsp_server_set_address(server.get(), argc == 5 ? argv[4] : "127.0.0.1");
     gst_rtsp_server_set_service(server.get(), "0");
     GstRTSPMediaFactory *factory = gst_rtsp_media_factory_new();
     const std::string pipeline = argc == 2 ? argv[1] : kPipeline;
     gst_rtsp_media_factory_set_launch(factory, ("( " + pipeline + " )").c_str());
     gst_rtsp_media_factory_set_shared(factory, TRUE);
-    if (argc == 4) {
+    if (argc > 2) {
         RequireDigest(server.get(), factory, argv[1], argv[2]);
         g_signal_connect(server.get(), "client-connected", G_CALLBACK(LimitSessionsOf),
                          GUINT_TO_POINTER(std::strtoul(argv[3], nullptr, 10)));

@@ -26,7 +26,8 @@ TEST_P(OverIpv6, ASessionReceivesAndReports) {
     const CapturedStdout output;
     const UdpPeer media(0, "::1"), rtcp(0, "::1");
     const std::string url = "rtsp://[::1]:{port}/live";
-    Script script = Described(url);
+    const std::string sdp = "v=0\r\no=- 1 1 IN IP6 ::1\r\nc=IN IP6 ::\r\n";
+    Script script = Described(url, WithBody(sdp + std::string(kDescription).substr(5)));
     for (int32_t stream : {1, 2})
         script.push_back({"SETUP " + url + "/track" + std::to_string(stream) + " ",
                           SetupReply(stream, GetParam(), rtcp.Port())});
