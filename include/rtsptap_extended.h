@@ -60,6 +60,7 @@ enum RTSPTapResult {
     RTSPTAP_HOST_NOT_FOUND = -112,     /* the host's name has no address */
     RTSPTAP_TOO_MANY_REDIRECTS = -113, /* more than 5, one after the other */
     RTSPTAP_NO_MEDIA = -114,           /* no packet came in time; the session plays on */
+    RTSPTAP_UNKNOWN_CHALLENGE = -115,  /* a way to authenticate that is not known, or is not allowed */
     RTSPTAP_INTERRUPTED = -120,        /* RTSPTapInterrupt */
     RTSPTAP_NOT_TAKEN = -121           /* not a packet that was taken there and has not been given back */
 };
@@ -118,13 +119,13 @@ enum RTSPTapOption {
      *  then waited for: its next packet is there at once. */
     RTSPTAP_OPTION_RECEIVE_NAP = 11,
     /** Milliseconds, -1 to 3600000, by default 0: none; while not connected. How long after the last request that
-     * named the session the next one is sent to keep it alive (RFC 2326, 12.37), from PLAY until TEARDOWN, also while
-     * paused and while nobody takes packets. -1: half of the timeout that the SETUP reply names, or of 60000; at
-     * least 500. Less than 100 counts as 100. It is GET_PARAMETER where the reply to the last OPTIONS lists it, else
-     * OPTIONS, or SET_PARAMETER where neither is listed; a thread of the library sends it, and calls the program's
-     * GenerateDigestResponse there where the session is authenticated. Its reply is not waited for and tells
-     * nothing, but for 454: the session has timed out (RTSPTAP_SESSION_TIMED_OUT). The connection is then read all
-     * the time, over UDP as well. */
+     * named the session the next one is sent to keep it alive (RFC 2326, 12.37), from PLAY until TEARDOWN, also
+     * while paused and while nobody takes packets. -1: half of the timeout that the SETUP reply names, or of 60000;
+     * at least 500. Less than 100 counts as 100. It is GET_PARAMETER where the reply to the last OPTIONS lists it,
+     * else OPTIONS, or SET_PARAMETER where neither is listed; a thread of the library sends it, and calls the
+     * program's GenerateDigestResponse there where the session is authenticated. Its reply is not waited for and
+     * tells nothing, but for 454: the session has timed out (RTSPTAP_SESSION_TIMED_OUT). The connection is then
+     * read all the time, over UDP as well. */
     RTSPTAP_OPTION_KEEP_ALIVE = 12,
     /** RTSPTapTransport, by default RTSPTAP_TRANSPORT_DEFAULT; any time, counts when RTSPTapSetup begins a session.
      */
@@ -142,13 +143,19 @@ enum RTSPTapOption {
      * only sender that is received from (source-specific multicast, RFC 4607, by IGMPv3 or MLDv2), of the group's
      * family. */
     RTSPTAP_OPTION_MULTICAST_SOURCE = 17,
+    /** 0 or 1, by default 0; any time. Whether Basic authentication (RFC 7617), which shows the password to whoever
+     * sees the connection, is used for RTSPTapSetCredentials where a server offers no Digest. */
+    RTSPTAP_OPTION_BASIC_ALLOWED = 18,
     /** Told only: the transport of the streams that are set up, RTSPTAP_TRANSPORT_UDP, _MULTICAST or _TCP;
      *  RTSPTAP_TRANSPORT_DEFAULT while none is. */
     RTSPTAP_OPTION_TRANSPORT_USED = 30,
     /** Text of 0 to 63 bytes, by default empty: every address of IPv4; any time, counts for streams made later.
      * Where StartThirdPartyClient and CreateRTPStream receive: a multicast group, joined as the options above say,
      * or one address of this machine, or "::" for all of IPv6. */
-    RTSPTAP_OPTION_LISTEN_ADDRESS = 31
+    RTSPTAP_OPTION_LISTEN_ADDRESS = 31,
+    /** Text, told only: what the last 401 asked for since RTSPTapSetCredentials, "Digest SHA-256" or "Basic": the
+     * one that was answered, or else the first. Empty before the first. */
+    RTSPTAP_OPTION_CHALLENGE = 50
 };
 
 /**
@@ -337,7 +344,7 @@ RTSPTAP_API int32_t RTSPTapGetStreamDescription(intptr_t clientHandle, int32_t s
  *     rtsp://[user[:password]@]host[:port][/path][?query]
  *
  * host is a name, an IPv4 address or an IPv6 address in brackets, with its zone if need be: [fe80::1%25eth0]. The
- * port is 554 if it is left out. User and password have up to 127 bytes each, path and query up to 4096 each. What
+ * port is 554 if it is left out. User and password have up to 1023 bytes each, path and query up to 4096 each. What
  * is special in an URL is written as %XX in user and password ('@', '/', '?', '#', '%'), and decoded; the rest goes
  * into requests byte for byte. They become the client's, as RTSPTapSetCredentials would set them; without them
  * those that were set before stay. They are in no request URI, no text that the library prints, and are sent to no
@@ -361,15 +368,15 @@ RTSPTAP_API int32_t RTSPTapGetStreamDescription(intptr_t clientHandle, int32_t s
  * @return 0; RTSP_INVALID_ARGUMENT bad handle or null; RTSPTAP_BAD_URL, RTSPTAP_OTHER_SCHEME, before anything is
  * sent or of a redirection; RTSPTAP_HOST_NOT_FOUND; RTSP_CONNECT_FAILED; RTSP_SOCKET_FAILED no socket;
  *         RTSPTAP_TOO_MANY_REDIRECTS; RTSP_REDIRECTED another status 3xx, or no Location; RTSP_UNAUTHORIZED a
- * password is asked for, and none or a wrong one was given; or what DESCRIBE gives. After a failure the client is
- * not connected, and RTSPClientGetLastReply has the last reply.
+ * password is asked for, and none or a wrong one was given; RTSPTAP_UNKNOWN_CHALLENGE; or what DESCRIBE gives.
+ * After a failure the client is not connected, and RTSPClientGetLastReply has the last reply.
  */
 RTSPTAP_API int32_t RTSPTapOpen(intptr_t clientHandle, const char *url);
 
 /**
- * Connects to an URL's server as RTSPTapOpen does, and asks it nothing: for a program that sends OPTIONS and DESCRIBE
- * itself, with header lists of its own. Redirections are such a program's to follow. The client is then as after
- * RTSPClientConnect with DATA_PROTO_UDP, which RTSPTapSetDataProto changes.
+ * Connects to an URL's server as RTSPTapOpen does, and asks it nothing: for a program that sends OPTIONS and
+ * DESCRIBE itself, with header lists of its own. Redirections are such a program's to follow. The client is then as
+ * after RTSPClientConnect with DATA_PROTO_UDP, which RTSPTapSetDataProto changes.
  *
  * @param url      copied
  * @param address  receives the server's address as text, up to 64 bytes with its terminator; null: not wanted
@@ -618,7 +625,7 @@ RTSPTAP_API int32_t RTSPTapInterrupt(intptr_t clientHandle);
  * session. An automatic one asks for UDP, and for TCP where the server refuses that (RFC 2326, 461), where its
  * reply to SETUP is unusable, or where there are no ports: streams that are set up then change over, too, within
  * the session or, if the server does not let them, in a new session on a new connection. Streams keep their
- * numbers. RTSPTAP_OPTION_TRANSPORT_USED tells the outcome. A 401 is answered once.
+ * numbers. RTSPTAP_OPTION_TRANSPORT_USED tells the outcome.
  *
  * Allowed in CLIENT_DESCRIBE_SENT_STATE and CLIENT_READY_STATE; the thread that calls the client's methods calls
  * it.
@@ -654,6 +661,75 @@ RTSPTAP_API int32_t RTSPTapSetup(intptr_t clientHandle, int32_t streamNumber);
  * come yet; or what RTSPTapSetup and RTSPTapPlay give
  */
 RTSPTAP_API int32_t RTSPTapStart(intptr_t clientHandle, const RTSPTapPlayRequest *request, RTSPTapPlayReply *reply);
+/* ---- passwords ---- */
+
+/**
+ * Sets user name and password of the client's server. From then on a 401 to any method is answered by itself: the
+ * method sends its request once more, with the answer, and gives what the second reply leads to; a third time where
+ * the server calls the nonce stale. Further requests carry the answer from the start.
+ *
+ * Of the challenges of a 401, in however many headers, the strongest that can be answered is: Digest with
+ * SHA-512-256, SHA-256 or MD5 and their "-sess" forms (RFC 7616), with or without qop, computed by
+ * RTSPTapComputeDigest; where the program has none, Digest with MD5 as RFC 2069 has it, computed by
+ * GenerateDigestResponse; Basic only where no Digest is offered and RTSPTAP_OPTION_BASIC_ALLOWED is 1. An
+ * Authorization entry in a method's header list goes before all this.
+ *
+ * The answer goes to the server that asked, and is computed for no URL of another host or port: a control URL that
+ * names one is asked for without, or, where rule 303 is on, by the server's own name. Requests are printed without
+ * the answer. The password is copied, and wiped from the copy when it is replaced, forgotten, or the client
+ * destroyed. Without this call a client answers challenges as rtsptap.h says.
+ *
+ * Any time; the thread that calls the client's methods calls it.
+ *
+ * @param user      0 to 1023 bytes without control characters; null: what was set is forgotten
+ * @param password  likewise; null: empty
+ * @return 0; RTSP_INVALID_ARGUMENT bad handle; RTSPTAP_OUT_OF_RANGE too long, or a control character: what was set
+ *         stays
+ */
+RTSPTAP_API int32_t RTSPTapSetCredentials(intptr_t clientHandle, const char *user, const char *password);
+
+/* ---- supplied by the host process, or by rtsptap::digest ---- */
+
+/* Visible whatever the host compiles with: the library looks it up in the host's executable. */
+#pragma GCC visibility push(default)
+
+/** What enters a digest. Texts that there are none of are null or empty. */
+typedef struct RTSPTapDigest {
+    uint32_t recordSize;     /* sizeof(RTSPTapDigest), set by the caller */
+    const char *algorithm;   /* as the server spells it; none: MD5 */
+    const char *username;    /* of RTSPTapSetCredentials */
+    const char *realm;       /* without quotes and escapes */
+    const char *password;    /* of RTSPTapSetCredentials */
+    const char *nonce;       /* without quotes and escapes */
+    const char *clientNonce; /* "cnonce", of "-sess" algorithms and of any qop */
+    const char *nonceCount;  /* "nc": 8 hexadecimal digits, of any qop */
+    const char *qop;         /* "auth", "auth-int", or none */
+    const char *method;      /* of the request, such as "DESCRIBE" */
+    const char *uri;         /* exactly the request line's */
+    const char *body;        /* of the request; counts where qop is "auth-int" */
+} RTSPTapDigest;
+
+/**
+ * Computes the response to a digest challenge (RFC 7616, 3.4.1). rtsptap::digest has it: librtsptap-digest.a, in
+ * one archive with the default GenerateDigestResponse, and librtsptap_digest.so, to be loaded before librtsptap.so
+ * and with RTLD_GLOBAL, for hosts that cannot supply a function of their own:
+ *
+ *     import ctypes
+ *     ctypes.CDLL("librtsptap_digest.so.0", mode=ctypes.RTLD_GLOBAL)
+ *     rtsptap = ctypes.CDLL("librtsptap.so.0")
+ *
+ * The library finds it as it finds GenerateDigestResponse, and does without where a program has only that one: this
+ * import is weak. It is called during a method, on its thread, and must call no function of the library.
+ *
+ * @param digest    what enters it
+ * @param response  receives the lower-case hexadecimal digits (32 of MD5, else 64) and a NUL; empty after a failure
+ * @param size      bytes of response
+ * @return 0; RTSP_INVALID_ARGUMENT bad pointer or recordSize; RTSPTAP_UNKNOWN_CHALLENGE an algorithm or qop that it
+ *         does not know; RTSP_SMALL_BUFFER; RTSP_FAILURE the system forbids the algorithm
+ */
+int RTSPTapComputeDigest(const RTSPTapDigest *digest, char *response, uint32_t size);
+
+#pragma GCC visibility pop
 
 #ifdef __cplusplus
 }

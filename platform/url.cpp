@@ -135,6 +135,47 @@ HeapText JoinUrl(std::string_view base, std::string_view reference) {
     return url.Take();
 }
 
+namespace {
+
+struct Place {
+    std::string_view host;
+    std::string_view port;
+};
+
+// user:password@host:port, all but the host left out at will; an address of IPv6 has brackets.
+Place PlaceOf(std::string_view url) {
+    std::string_view authority = SplitUrl(url).authority;
+    authority.remove_prefix(authority.rfind('@') + 1);
+    const std::size_t bracket = authority.rfind(']');
+    const std::size_t colon = authority.find(':', bracket == authority.npos ? 0 : bracket);
+    const std::string_view host = authority.substr(0, colon);
+    const std::string_view port = authority.substr(std::min(host.size() + 1, authority.size()));
+    return {host, port.empty() ? "554" : port};
+}
+
+} // namespace
+
+bool AreOfOneServer(std::string_view a, std::string_view b) {
+    const Place one = PlaceOf(a);
+    const Place other = PlaceOf(b);
+    if (one.host.empty() || other.host.empty()) return true;
+    return EqualIgnoringCase(one.host, other.host) && one.port == other.port;
+}
+
+HeapText OnServerOf(std::string_view server, std::string_view url) {
+    constexpr std::size_t kMarks = 3; // "://"
+    const UrlParts to = SplitUrl(server);
+    const UrlParts from = SplitUrl(url);
+    Builder moved(server.size() + url.size() + kMarks);
+    if (!moved.HasRoom()) return nullptr;
+    moved.Append(to.scheme);
+    moved.Append("://");
+    moved.Append(to.authority);
+    moved.Append(from.path);
+    moved.AppendTail(from.hasQuery, "?", from.query);
+    return moved.Take();
+}
+
 // ---- the URL of a server ----
 
 namespace {

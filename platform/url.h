@@ -28,6 +28,11 @@ UrlParts SplitUrl(std::string_view text);
 // The URL that `reference` is where `base` is known (RFC 3986, 5.2.2). Null when memory is short.
 HeapText JoinUrl(std::string_view base, std::string_view reference);
 
+// Whether both name one host and port, letter by letter but for their case; what names none is on any server.
+bool AreOfOneServer(std::string_view a, std::string_view b);
+// What `url` names of its server, on the server of another URL. Null when memory is short.
+HeapText OnServerOf(std::string_view server, std::string_view url);
+
 // ---- the URL of a server: scheme://[user[:password]@]host[:port][/path][?query] ----
 
 inline constexpr std::size_t kLongestPath = 4096;  // bytes behind its slash
@@ -37,9 +42,9 @@ struct ServerUrl {
     char host[256] = {}; // name or address, decoded; of IPv6 without brackets, its zone behind a '%'
     uint16_t port = 0;
     bool hasUser = false;
-    char user[128] = {};     // decoded
-    char password[128] = {}; // likewise
-    HeapText request;        // the URL as a request names it: without user, password and zone, else byte for byte
+    char user[1024] = {};     // decoded
+    char password[1024] = {}; // likewise
+    HeapText request;         // the URL as a request names it: without user, password and zone, else byte for byte
 };
 
 enum class UrlFault { kNone, kUnreadable, kOtherScheme, kNoMemory };

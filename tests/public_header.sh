@@ -1,6 +1,6 @@
 #!/bin/sh
 # Each public header compiles alone as C99 and as C++20 and explains every function; the shared library exports
-# exactly the functions that they declare, imports the host's digest function, and needs nothing beyond the C and
+# exactly the functions that they declare, imports the host's digest functions, and needs nothing beyond the C and
 # C++ run-time libraries.
 # Usage: public_header.sh CC CXX NM INCLUDE_DIRECTORY SHARED_LIBRARY
 set -u
@@ -28,6 +28,7 @@ alone=$(printf '%s\n' "$declared" "$exported" | sort | uniq -u)
 if [ -z "$declared" ] || [ -n "$alone" ]; then fail "only declared, or only exported: $alone"; fi
 
 "$nm" -D --undefined-only "$library" | grep -qw GenerateDigestResponse || fail "GenerateDigestResponse is not imported"
+"$nm" -D --undefined-only "$library" | grep -q 'w RTSPTapComputeDigest$' || fail "RTSPTapComputeDigest is not weak"
 "$nm" -D --undefined-only "$library" | grep 'N7rtsptap' && fail "functions of the library itself are missing"
 for needed in $(readelf -d "$library" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p'); do
     case $needed in

@@ -29,6 +29,8 @@ void ShrinkRecvBuffer(RecvBuffer &recvBuffer) {
 
 void ReleaseRecvBuffer(RecvBuffer *recvBuffer) {
     if (recvBuffer == nullptr) return;
+    // One that was sent may hold a password.
+    if (recvBuffer->data != nullptr) explicit_bzero(recvBuffer->data, static_cast<std::size_t>(recvBuffer->length));
     std::free(recvBuffer->data);
     delete recvBuffer;
 }

@@ -122,6 +122,8 @@ void ReleaseClient(RTSPClient *client) {
     CloseSupersededSockets(*client);
     for (Authentication *const credentials : {&client->authentication, &client->keepAlive.authentication})
         explicit_bzero(credentials->password, sizeof credentials->password);
+    ForgetCredentials(client->credentials);
+    pthread_mutex_destroy(&client->credentials.lock);
     delete client;
 }
 
@@ -185,6 +187,24 @@ int32_t RTSPTapSetRtcpCallback(intptr_t clientHandle, RTSPTapRtcpCallback callba
     if (used) return trace.Fail(RTSP_FAILURE, "EXIT : %s :Client has connected before\n");
     client->media.rtcpCallback = callback;
     client->media.rtcpContext = context;
+    return RTSP_SUCCESS;
+}
+
+int32_t RTSPTapSetCredentials(intptr_t clientHandle, const char *user, const char *password) {
+    const CallTrace trace(__func__);
+    RTSPClient *const client = LiveClient(clientHandle);
+    if (client == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid client handle\n");
+    const std::string_view texts[] = {user != nullptr ? user : "", password != nullptr ? password : ""};
+    for (const std::string_view text : texts) {
+        if (text.size() >= kCredentialBytes)
+            return trace.Fail(RTSPTAP_OUT_OF_RANGE, "EXIT : %s :User name or password is too long\n");
+        if (HasControlCharacter(text))
+            return trace.Fail(RTSPTAP_OUT_OF_RANGE, "EXIT : %s :User name or password has a control character\n");
+    }
+    if (user == nullptr)
+        ForgetCredentials(client->credentials);
+    else
+        StoreCredentials(client->credentials, texts[0], texts[1]);
     return RTSP_SUCCESS;
 }
 

@@ -7,6 +7,7 @@
 #include "rtp/media_session.h"
 #include "rtsp/client/keep_alive.h"
 #include "rtsp/message/authentication.h"
+#include "rtsp/message/credentials.h"
 #include "rtsptap_extended.h"
 
 #include <atomic>
@@ -45,6 +46,7 @@ struct RTSPClient {
     uint16_t multicastPort = 0; // host order
     intptr_t mtuCallBack = 0;   // stored, never called
     Authentication authentication;
+    Credentials credentials;
     int64_t connectLimitMs = 0;             // 0: the system's
     int64_t replyLimitMs = kReplyTimeoutMs; // of every method
     int64_t teardownLimitMs = 0;            // of TEARDOWN; 0: as the others

@@ -13,9 +13,6 @@ struct RTSPClient;
 // The client's connection is `socket` from here on, to that address, and its session is known by `requestUrl`.
 void BecomeConnected(RTSPClient &client, int32_t socket, const Address &address, HeapText requestUrl);
 
-// Whether the client may answer a challenge of the server that it has reached.
-bool HasCredentials(const RTSPClient &client);
-
 // Without a word: closes the connection and ends the session, as Destroy would. What
 // the session had of packets and descriptions stays.
 void LeaveServer(RTSPClient &client);

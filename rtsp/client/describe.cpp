@@ -157,6 +157,7 @@ constexpr Step kChecks[] = {CheckHandle, CheckConnected, CheckState, CheckHeader
 constexpr Step kSteps[] = {GenerateRequest,
                            SendRequest,
                            ReceiveReply,
+                           AnswerChallenge,
                            TakeSdpPart,
                            ParseReply,
                            ClassifyStatus,

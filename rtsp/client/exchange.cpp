@@ -78,6 +78,9 @@ Requester RequesterOf(RTSPClient &client, int32_t index) {
             .sessionId = client.sessionId,
             .userAgent = client.userAgent,
             .authentication = client.authentication,
+            .serverUrl = client.requestUrl != nullptr ? client.requestUrl : "",
+            .credentials = client.credentials.areSet ? &client.credentials : nullptr,
+            .dialect = client.media.dialect,
             .cSeq = client.cSeq};
 }
 
@@ -209,6 +212,48 @@ int32_t ReceiveReply(Exchange &exchange) {
     return exchange.trace.Fail(failure, "EXIT : %s : No RTSP response received from server \n");
 }
 
+namespace {
+
+bool IsUnauthorized(const RecvBufferPtr &reply) {
+    std::string_view status(reply->data, static_cast<std::size_t>(reply->length));
+    std::string_view version;
+    return Until(status, ' ', version) && status.starts_with("401");
+}
+
+// Whether a 401 asks for something that the program has set, and has not been told already that it is wrong.
+bool TakeChallengeOf(Exchange &exchange, int answers) {
+    RTSPClient &client = *exchange.client;
+    const ResponseMsgPtr response(ClientParseMessage(exchange.reply.get(), client.media.dialect));
+    if (!response) return false;
+    const bool carriedAnswer = FindRequestHeader(*client.requestMsg, "Authorization") != nullptr;
+    const char *const server = client.requestUrl != nullptr ? client.requestUrl : "";
+    NoteWhatIsAsked(client.credentials, *response);
+    exchange.verdict = TakeChallenge(client.credentials, {*response, server, carriedAnswer, answers});
+    return exchange.verdict == Verdict::kAnswer;
+}
+
+// A program that has an entry of its own answers by itself.
+bool AnswersChallenges(const Exchange &exchange) {
+    const RTSPClient &client = *exchange.client;
+    const intptr_t list = exchange.arguments.headerList;
+    const bool hasOwn = list != 0 && GetUserAddedHeaderValue(list, "Authorization") != nullptr;
+    return client.credentials.areSet && !client.authentication.isWithheld && !hasOwn;
+}
+
+} // namespace
+
+int32_t AnswerChallenge(Exchange &exchange) {
+    if (!AnswersChallenges(exchange)) return RTSP_SUCCESS;
+    RTSPClient &client = *exchange.client;
+    for (int answers = 0; IsUnauthorized(exchange.reply); ++answers) {
+        if (!TakeChallengeOf(exchange, answers)) return RTSP_SUCCESS;
+        if (!RenewRequest(RequesterOf(client, 0), *client.requestMsg)) return RTSP_SUCCESS;
+        if (const int32_t result = SendRequest(exchange); result != RTSP_SUCCESS) return result;
+        if (const int32_t result = ReceiveReply(exchange); result != RTSP_SUCCESS) return result;
+    }
+    return RTSP_SUCCESS;
+}
+
 int32_t ParseReply(Exchange &exchange) {
     exchange.client->responseMsg = ClientParseMessage(exchange.reply.get(), exchange.client->media.dialect);
     if (exchange.client->responseMsg != nullptr) return RTSP_SUCCESS;
@@ -325,6 +370,18 @@ void KeepLocation(RTSPClient &client) {
     free(std::exchange(client.location, location.release()));
 }
 
+int32_t FailUnauthorized(const Exchange &exchange) {
+    if (exchange.verdict == Verdict::kUnknown)
+        return exchange.trace.Fail(RTSPTAP_UNKNOWN_CHALLENGE,
+                                   "EXIT : %s :The server asks for an unknown way to authenticate\n");
+    if (exchange.verdict == Verdict::kBasicNotAllowed)
+        return exchange.trace.Fail(RTSPTAP_UNKNOWN_CHALLENGE,
+                                   "EXIT : %s :The server asks for Basic authentication, which is not allowed\n");
+    if (exchange.verdict == Verdict::kAnswer)
+        return exchange.trace.Fail(RTSP_UNAUTHORIZED, "EXIT : %s :No answer can be made for this URL\n");
+    return exchange.trace.Fail(RTSP_UNAUTHORIZED, "EXIT : %s :The server takes no answer to its challenge\n");
+}
+
 } // namespace
 
 int32_t ClassifyStatus(Exchange &exchange) {
@@ -332,6 +389,7 @@ int32_t ClassifyStatus(Exchange &exchange) {
     exchange.client->lastStatus = status;
     if (status >= 500)
         return exchange.trace.Fail(RTSP_SERVER_ERROR, "EXIT : %s :Server Error Received from Server\n");
+    if (status == 401 && exchange.client->credentials.areSet) return FailUnauthorized(exchange);
     if (status == 401 && exchange.method.answersChallenge) {
         StoreChallenge(exchange.client->authentication, *exchange.client->responseMsg);
         return RTSP_UNAUTHORIZED;

@@ -4,6 +4,7 @@
 
 #include "platform/printers.h"
 #include "rtp/interleaved/connection.h"
+#include "rtsp/message/credentials.h"
 #include "rtsp/message/request.h"
 #include "rtsptap.h"
 
@@ -64,8 +65,9 @@ struct Exchange {
     const ExchangeArguments arguments;
     const ClientTrace trace;
 
-    RTSPClient *client = nullptr; // live, once CheckHandle has passed
-    RecvBufferPtr reply;          // the raw reply last received
+    RTSPClient *client = nullptr;        // live, once CheckHandle has passed
+    RecvBufferPtr reply;                 // the raw reply last received
+    Verdict verdict = Verdict::kRefused; // on a 401 that was not answered
 
     // What only one method's steps share, on its function's stack.
     SetupParts *setup = nullptr;
@@ -92,6 +94,8 @@ int32_t CheckHeaderList(Exchange &exchange);
 int32_t GenerateRequest(Exchange &exchange);
 int32_t SendRequest(Exchange &exchange);
 int32_t ReceiveReply(Exchange &exchange);
+// A 401 is answered, with what the program has set: the request goes out again, and the next reply is the one.
+int32_t AnswerChallenge(Exchange &exchange);
 int32_t ParseReply(Exchange &exchange);
 // The session must be ours. Comes before the status: a strange session wins over an error status.
 int32_t CompareSession(Exchange &exchange);

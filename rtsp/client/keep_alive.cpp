@@ -37,7 +37,8 @@ void RenewKeepAlive(RTSPClient &client) {
     next.isReady = client.connected != 0 && client.media.state >= CLIENT_READY_STATE &&
                    client.sessionId[0] != '\0' &&
                    CopyInto(next.requestUrl, from.aggregateUrl != nullptr ? from.aggregateUrl : from.requestUrl) &&
-                   CopyInto(next.sessionId, from.sessionId) && CopyInto(next.userAgent, from.userAgent);
+                   CopyInto(next.serverUrl, from.serverUrl) && CopyInto(next.sessionId, from.sessionId) &&
+                   CopyInto(next.userAgent, from.userAgent);
 }
 
 // ---- whoever serves the connection ----
@@ -55,6 +56,9 @@ RequestMsgPtr GenerateKeepAlive(RTSPClient &client, const KeepAlive &next) {
                          .sessionId = next.sessionId.get(),
                          .userAgent = next.userAgent.get(),
                          .authentication = next.authentication,
+                         .serverUrl = next.serverUrl.get(),
+                         .credentials = client.credentials.areSet ? &client.credentials : nullptr,
+                         .dialect = client.media.dialect,
                          .cSeq = client.cSeq};
     RequestMsgPtr request(GenerateRequestMessage(from, next.nextMethod, 0, kOfTheSession));
     if (request != nullptr && next.nextMethod == RTSP_OPTIONS)
@@ -74,16 +78,22 @@ RecvBufferPtr WriteKeepAlive(MediaSession &session, uint32_t &cSeq) {
 }
 
 // A nonce may have gone stale: the request is repeated with the answer to the new challenge, once.
-bool AnswersChallenge(KeepAlive &next, std::string_view reply, const Dialect &dialect) {
+bool AnswersChallenge(RTSPClient &client, std::string_view reply) {
+    KeepAlive &next = client.keepAlive;
     RecvBufferPtr copy(CreateRecvBuffer(static_cast<uint32_t>(reply.size())));
     if (copy == nullptr) return false;
     std::ranges::copy(reply, copy->data);
     copy->length = static_cast<int32_t>(reply.size());
-    const ResponseMsgPtr response(ClientParseMessage(copy.get(), dialect));
+    const ResponseMsgPtr response(ClientParseMessage(copy.get(), client.media.dialect));
     const ScopedLock lock(next.lock);
     if (response == nullptr || std::exchange(next.isChallenged, true)) return false;
-    StoreChallenge(next.authentication, *response);
-    return true;
+    if (!client.credentials.areSet) {
+        StoreChallenge(next.authentication, *response);
+        return true;
+    }
+    const char *const server = next.serverUrl != nullptr ? next.serverUrl.get() : "";
+    const bool carriedAnswer = IsAnswering(client.credentials, server);
+    return TakeChallenge(client.credentials, {*response, server, carriedAnswer, 0}) == Verdict::kAnswer;
 }
 
 void TakeReply(MediaSession &session, std::string_view reply) {
@@ -92,7 +102,7 @@ void TakeReply(MediaSession &session, std::string_view reply) {
     KeepAlive &next = ClientOf(session).keepAlive;
     const int32_t status = ReadReplyHead(reply).status;
     if (status == kUnauthorized) {
-        if (AnswersChallenge(next, reply, session.dialect)) RepeatKeepAlive(session.connection);
+        if (AnswersChallenge(ClientOf(session), reply)) RepeatKeepAlive(session.connection);
         return;
     }
     {

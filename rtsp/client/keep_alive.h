@@ -22,6 +22,7 @@ struct KeepAlive {
     pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER; // a leaf, but for the printers
     bool isReady = false;                             // there is a session, and the rest says which
     uint32_t nextMethod = RTSP_OPTIONS;
+    HeapText serverUrl; // that the client is connected to
     HeapText requestUrl;
     HeapText sessionId;
     HeapText userAgent;

@@ -12,8 +12,9 @@ namespace {
 // ---- OPTIONS: leads to its state from any other. Kept: also while playing ----
 
 constexpr Step kOptionsChecks[] = {CheckHandle, CheckConnected, CheckHeaderList};
-constexpr Step kOptionsSteps[] = {GenerateRequest, SendRequest,      ReceiveReply,          ParseReply,
-                                  ClassifyStatus,  OnOk<EnterState>, OnOk<ChooseKeepAlive>, CopyReply};
+constexpr Step kOptionsSteps[] = {GenerateRequest, SendRequest,    ReceiveReply,     AnswerChallenge,
+                                  ParseReply,      ClassifyStatus, OnOk<EnterState>, OnOk<ChooseKeepAlive>,
+                                  CopyReply};
 
 constexpr MethodDescriptor kOptions{
     .functionName = "RTSPClientSendOptionsRequest",
@@ -80,7 +81,7 @@ namespace {
 
 constexpr Step kPlayChecks[] = {CheckHandleAndSession, CheckConnected, CheckStreamNumber, CheckState,
                                 CheckHeaderList};
-constexpr Step kPlaySteps[] = {GenerateRequest, SendRequest,    ReceiveReply,       ParseReply,
+constexpr Step kPlaySteps[] = {GenerateRequest, SendRequest,    ReceiveReply,       AnswerChallenge, ParseReply,
                                CompareSession,  ClassifyStatus, OnOk<StartPlaying>, CopyReply};
 
 constexpr MethodDescriptor kPlay{
@@ -114,7 +115,7 @@ int32_t PauseStreams(Exchange &exchange) {
 // Unlike PLAY, PAUSE looks at the stream number before the connection.
 constexpr Step kPauseChecks[] = {CheckHandleAndSession, CheckStreamNumber, CheckConnected, CheckState,
                                  CheckHeaderList};
-constexpr Step kPauseSteps[] = {GenerateRequest, SendRequest,    ReceiveReply,       ParseReply,
+constexpr Step kPauseSteps[] = {GenerateRequest, SendRequest,    ReceiveReply,       AnswerChallenge, ParseReply,
                                 CompareSession,  ClassifyStatus, OnOk<PauseStreams>, CopyReply};
 
 constexpr MethodDescriptor kPause{
@@ -145,7 +146,7 @@ int32_t EndSession(Exchange &exchange) {
 }
 
 constexpr Step kTeardownChecks[] = {CheckHandle, CheckConnected, CheckState, CheckHeaderList};
-constexpr Step kTeardownSteps[] = {GenerateRequest, SendRequest,    ReceiveReply,     ParseReply,
+constexpr Step kTeardownSteps[] = {GenerateRequest, SendRequest,    ReceiveReply,     AnswerChallenge, ParseReply,
                                    CompareSession,  ClassifyStatus, OnOk<EndSession>, CopyReply};
 
 consteval MethodDescriptor TeardownRow(const char *functionName, StateSet allowedStates) {

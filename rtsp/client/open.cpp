@@ -32,11 +32,6 @@ void LeaveServer(RTSPClient &client) {
     RenewKeepAlive(client);
 }
 
-bool HasCredentials(const RTSPClient &client) {
-    const Authentication &is = client.authentication;
-    return !is.isWithheld && (is.username[0] != '\0' || is.password[0] != '\0');
-}
-
 namespace {
 
 constexpr uint16_t kRtspPort = 554;
@@ -86,11 +81,8 @@ int32_t Connect(const CallTrace &trace, RTSPClient &client, const ServerUrl &to,
 
 using Method = int32_t (*)(intptr_t clientHandle, intptr_t headerList, char *responseBuff, int32_t *responseSize);
 
-// A 401 has stored its challenge: the same request again carries the answer.
 int32_t Ask(RTSPClient &client, Method method) {
-    const auto handle = reinterpret_cast<intptr_t>(&client);
-    const int32_t result = method(handle, 0, nullptr, nullptr);
-    return result == RTSP_UNAUTHORIZED && HasCredentials(client) ? method(handle, 0, nullptr, nullptr) : result;
+    return method(reinterpret_cast<intptr_t>(&client), 0, nullptr, nullptr);
 }
 
 int32_t AskOptions(RTSPClient &client) {
@@ -113,7 +105,8 @@ int32_t Describe(const CallTrace &trace, RTSPClient &client, const ServerUrl &to
     result = AskOptions(client);
     if (LeadsElsewhere(client, result)) return result;
     const bool isUsable = result == RTSP_SUCCESS || result == RTSP_CLIENT_ERROR || result == RTSP_SERVER_ERROR ||
-                          result == RTSP_REDIRECTED || result == RTSP_UNAUTHORIZED;
+                          result == RTSP_REDIRECTED || result == RTSP_UNAUTHORIZED ||
+                          result == RTSPTAP_UNKNOWN_CHALLENGE;
     if (isUsable) result = Ask(client, RTSPClientSendDescribeRequest);
     if (isUsable && result != RTSP_NO_RESPONSE) return result;
     LeaveServer(client);
@@ -162,10 +155,8 @@ RTSPClient *Prepare(const CallTrace &trace, intptr_t clientHandle, const char *u
     LeaveServer(*client);
     UseDefaultBuffers(client->media);
     client->media.dataProto = DATA_PROTO_UDP;
-    Authentication &authentication = client->authentication;
-    authentication.isWithheld = false;
-    if (to.hasUser) CopyText(authentication.username, to.user);
-    if (to.hasUser) CopyText(authentication.password, to.password);
+    client->authentication.isWithheld = false;
+    if (to.hasUser) StoreCredentials(client->credentials, to.user, to.password);
     explicit_bzero(to.password, sizeof to.password);
     return client;
 }

@@ -25,6 +25,9 @@ template <auto field> void SetOfGroups(RTSPClient &client, int64_t value) { clie
 template <auto field> std::span<char> TextOfGroups(RTSPClient &client) { return client.media.multicast.*field; }
 
 std::span<char> ListenAddress(RTSPClient &client) { return client.media.listenAddress; }
+int64_t GetBasicAllowed(const RTSPClient &client) { return client.credentials.allowsBasic ? 1 : 0; }
+void SetBasicAllowed(RTSPClient &client, int64_t value) { client.credentials.allowsBasic = value == 1; }
+std::span<char> ChallengeText(RTSPClient &client) { return client.credentials.asked; }
 
 int64_t GetDialect(const RTSPClient &client) { return client.media.dialect.Chosen(); }
 void SetDialect(RTSPClient &client, int64_t value) { client.media.dialect.Choose(static_cast<int32_t>(value)); }
@@ -76,10 +79,14 @@ constexpr Option kOptions[] = {
      GetOfGroups<&MulticastWays::hops>, SetOfGroups<&MulticastWays::hops>},
     {RTSPTAP_OPTION_MULTICAST_SOURCE, "source of multicast", "bytes", 0, sizeof MulticastWays::source - 1, 0,
      Settable::kAlways, nullptr, nullptr, TextOfGroups<&MulticastWays::source>, ""},
+    {RTSPTAP_OPTION_BASIC_ALLOWED, "Basic authentication allowed", "", 0, 1, 0, Settable::kAlways, GetBasicAllowed,
+     SetBasicAllowed},
     {RTSPTAP_OPTION_TRANSPORT_USED, "transport used", "", RTSPTAP_TRANSPORT_DEFAULT, RTSPTAP_TRANSPORT_TCP,
      RTSPTAP_TRANSPORT_DEFAULT, Settable::kNever, GetTransportUsed, nullptr},
     {RTSPTAP_OPTION_LISTEN_ADDRESS, "address to listen to without RTSP", "bytes", 0,
      sizeof MediaSession::listenAddress - 1, 0, Settable::kAlways, nullptr, nullptr, ListenAddress, ""},
+    {RTSPTAP_OPTION_CHALLENGE, "what a 401 asked for", "bytes", 0, sizeof Credentials::asked - 1, 0,
+     Settable::kNever, nullptr, nullptr, ChallengeText, ""},
 };
 
 } // namespace

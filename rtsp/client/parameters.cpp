@@ -77,7 +77,7 @@ int32_t HandBodyBack(Exchange &exchange) {
 
 constexpr Step kChecks[] = {CheckHandleAndSession, CheckConnected, CheckStreamNumber, CheckContentType,
                             CheckHeaderList};
-constexpr Step kSteps[] = {GenerateRequest, AddBody,        SendRequest,    ReceiveReply,
+constexpr Step kSteps[] = {GenerateRequest, AddBody,        SendRequest,    ReceiveReply,      AnswerChallenge,
                            ParseReply,      CompareSession, ClassifyStatus, OnOk<HandBodyBack>};
 
 constexpr MethodDescriptor kGetParameter{

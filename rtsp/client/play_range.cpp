@@ -188,8 +188,8 @@ int32_t TellReply(Exchange &exchange) {
 
 constexpr Step kChecks[] = {CheckHandleAndSession, CheckConnected, CheckStreamNumber, CheckState,
                             CheckRequest,          CheckHeaderList};
-constexpr Step kSteps[] = {GenerateRequest, AddPlayHeaders, SendRequest,        ReceiveReply,   ParseReply,
-                           CompareSession,  ClassifyStatus, OnOk<StartPlaying>, OnOk<TellReply>};
+constexpr Step kSteps[] = {GenerateRequest, AddPlayHeaders, SendRequest,    ReceiveReply,       AnswerChallenge,
+                           ParseReply,      CompareSession, ClassifyStatus, OnOk<StartPlaying>, OnOk<TellReply>};
 
 constexpr MethodDescriptor kPlayRange{
     .functionName = "RTSPTapPlay",

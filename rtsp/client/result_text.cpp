@@ -52,6 +52,7 @@ constexpr Meaning kMeanings[] = {
     {RTSPTAP_HOST_NOT_FOUND, "the host has no address"},
     {RTSPTAP_TOO_MANY_REDIRECTS, "the server redirects again and again"},
     {RTSPTAP_NO_MEDIA, "the server plays, but no packet comes"},
+    {RTSPTAP_UNKNOWN_CHALLENGE, "the server asks for an unknown or forbidden way to authenticate"},
     {RTSPTAP_INTERRUPTED, "interrupted"},
     {RTSPTAP_NOT_TAKEN, "a packet that was not taken there, or is given back already"},
 };

@@ -52,8 +52,6 @@ void ChooseTransport(RTSPClient &client) {
 int32_t SetUpOne(const CallTrace &trace, RTSPClient &client, RTSPStreamInfo &stream, int32_t number) {
     SetupParts parts{.asksMulticast = client.asksMulticast};
     int32_t result = SetUpStream(HandleOf(client), number, parts);
-    if (result == RTSP_UNAUTHORIZED && HasCredentials(client))
-        result = SetUpStream(HandleOf(client), number, parts = {.asksMulticast = client.asksMulticast});
     if (result == RTSP_SUCCESS && parts.grantsTcp && client.media.dataProto == DATA_PROTO_UDP)
         result = trace.Fail(RTSP_BAD_RESPONSE, "EXIT : %s :The server grants another transport\n");
     if (result != RTSP_SUCCESS) stream.isSetUp = false;
@@ -109,7 +107,7 @@ int32_t ChangeWithinSession(const CallTrace &trace, RTSPClient &client) {
 }
 
 constexpr Step kPartingChecks[] = {CheckHandle};
-constexpr Step kPartingSteps[] = {GenerateRequest, SendRequest, ReceiveReply};
+constexpr Step kPartingSteps[] = {GenerateRequest, SendRequest, ReceiveReply, AnswerChallenge};
 
 constexpr MethodDescriptor kParting{
     .functionName = "RTSPTapStart",

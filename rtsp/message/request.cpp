@@ -1,10 +1,13 @@
 #include "rtsp/message/request.h"
 
+#include "dialect/dialect.h"
 #include "platform/printers.h"
 #include "platform/system.h"
 #include "platform/text.h"
+#include "platform/url.h"
 #include "rtp/interleaved/sending.h"
 #include "rtsp/message/authentication.h"
+#include "rtsp/message/credentials.h"
 #include "rtsp/message/header_list.h"
 #include "rtsp/message/methods.h"
 
@@ -18,6 +21,12 @@
 #include <utility>
 
 namespace rtsptap {
+
+namespace {
+
+constexpr char kAuthorization[] = "Authorization";
+
+} // namespace
 
 RequestMsgPtr CreateRequestMsg(uint32_t method) {
     RequestMsgPtr request(new (std::nothrow) RequestMsg{});
@@ -58,7 +67,8 @@ int32_t PutRequestHeader(RequestMsg &request, const char *name, const char *valu
     if (slot == nullptr) return AddRequestHeader(&request, name, value);
     HeapText copy = DuplicateText(value);
     if (!copy) return RTSP_NO_MEMORY;
-    std::free(std::exchange(slot->headerValue, copy.release()));
+    char *const earlier = std::exchange(slot->headerValue, copy.release());
+    request.isSecret ? WipeText(earlier) : std::free(earlier);
     return RTSP_SUCCESS;
 }
 
@@ -71,6 +81,8 @@ void RemoveRequestHeader(RequestMsg &request, std::string_view name) {
 
 void freeRequestMsg(RequestMsg *requestMsg) {
     if (requestMsg == nullptr) return;
+    RTSPHeaderStruct *const secret = FindRequestHeader(*requestMsg, kAuthorization);
+    if (requestMsg->isSecret && secret != nullptr) WipeText(std::exchange(secret->headerValue, nullptr));
     for (RTSPHeaderStruct &slot : requestMsg->headers) ReleaseHeaderSlot(slot);
     std::free(requestMsg->uri);
     std::free(requestMsg->version);
@@ -138,12 +150,41 @@ bool AddDefaultHeader(const Build &build, const DefaultHeader &header) {
     return AddOrReport(build, header.name, value, header.texts.byDefault);
 }
 
+// A password's answer is for the server alone, whatever host the URL names: an answer for another one's URL would
+// be good there. Names the server in its place, as far as the dialect permits. False when memory is short.
+bool NameTheServer(const Requester &from, RequestMsg &request) {
+    if (AreOfOneServer(request.uri, from.serverUrl) || !from.dialect.Permits(Rule::kForeignControl)) return true;
+    HeapText uri = OnServerOf(from.serverUrl, request.uri);
+    if (!uri) return false;
+    std::free(std::exchange(request.uri, uri.release()));
+    return true;
+}
+
+HeapText AnswerFor(const Requester &from, RequestMsg &request) {
+    if (!IsAnswering(*from.credentials, from.serverUrl) || !NameTheServer(from, request)) return nullptr;
+    return AuthorizationFor(*from.credentials,
+                            {from.serverUrl, MethodName(request.method), request.uri, request.body});
+}
+
+// The program's own entry goes before it.
+bool AddAnswer(const Build &build) {
+    if (build.userList != 0 && GetUserAddedHeaderValue(build.userList, kAuthorization) != nullptr) return true;
+    HeapText value = AnswerFor(build.from, build.request);
+    if (!value) return true;
+    const bool isAdded = AddOrReport(build, kAuthorization, value.get(), kAuthorizationTexts.byDefault);
+    WipeText(value.release());
+    return isAdded;
+}
+
 bool AddAuthorization(const Build &build) {
     const Authentication &authentication = build.from.authentication;
-    if (authentication.required == 0 || authentication.isWithheld) return true;
+    build.request.isSecret = build.from.credentials != nullptr;
+    if (authentication.isWithheld) return true;
+    if (build.from.credentials != nullptr) return AddAnswer(build);
+    if (authentication.required == 0) return true;
     const HeapText value(
         GenerateRTSPAuthenticationRequest(authentication, build.request.uri, build.request.method));
-    return !value || AddOrReport(build, "Authorization", value.get(), kAuthorizationTexts.byDefault);
+    return !value || AddOrReport(build, kAuthorization, value.get(), kAuthorizationTexts.byDefault);
 }
 
 bool AddMethodHeaders(const Build &build, const Method &method) {
@@ -190,10 +231,28 @@ RequestMsg *GenerateRequestMessage(const Requester &from, uint32_t method, intpt
     return request.release();
 }
 
+bool RenewRequest(const Requester &from, RequestMsg &request) {
+    HeapText value = AnswerFor(from, request);
+    if (!value) return false;
+    char number[12];
+    request.cSeq = ++from.cSeq;
+    std::snprintf(number, sizeof number, "%u", request.cSeq);
+    const bool isRenewed = PutRequestHeader(request, kAuthorization, value.get()) == RTSP_SUCCESS &&
+                           PutRequestHeader(request, "CSeq", number) == RTSP_SUCCESS;
+    WipeText(value.release());
+    return isRenewed;
+}
+
 namespace {
 
 constexpr std::size_t kSeparator = 2; // colon and space, or two spaces
 constexpr std::size_t kLineEnd = 2;   // CR and LF
+
+// Every value of these is left out of what is printed of a secret request.
+bool IsSecret(const RequestMsg &request, const RTSPHeaderStruct &header) {
+    return request.isSecret && (EqualIgnoringCase(header.headerName, kAuthorization) ||
+                                EqualIgnoringCase(header.headerName, "Proxy-Authorization"));
+}
 
 // Room for the whole text and its terminator.
 std::size_t SerialisedSize(const RequestMsg &request) {
@@ -211,10 +270,15 @@ char *Append(char *end, std::initializer_list<std::string_view> pieces) {
 }
 
 // Writes what SerialisedSize made room for; returns the end of the text.
-char *Serialise(const RequestMsg &request, char *text) {
+char *Serialise(const RequestMsg &request, char *text, bool isPrinted = false) {
+    constexpr std::string_view kMask = "***";
     char *end = Append(text, {MethodName(request.method), " ", request.uri, " ", request.version, "\r\n"});
-    for (uint32_t i = 0; i < request.headerCount; ++i)
-        end = Append(end, {request.headers[i].headerName, ": ", request.headers[i].headerValue, "\r\n"});
+    for (uint32_t i = 0; i < request.headerCount; ++i) {
+        const RTSPHeaderStruct &header = request.headers[i];
+        const std::string_view value = header.headerValue;
+        const bool isMasked = isPrinted && IsSecret(request, header);
+        end = Append(end, {header.headerName, ": ", isMasked ? kMask.substr(0, value.size()) : value, "\r\n"});
+    }
     return Append(end, {"\r\n", request.body});
 }
 
@@ -223,8 +287,9 @@ char *Serialise(const RequestMsg &request, char *text) {
 RecvBufferPtr WriteRequest(const RequestMsg &request) {
     RecvBufferPtr text(CreateRecvBuffer(static_cast<uint32_t>(SerialisedSize(request))));
     if (text == nullptr) return nullptr;
-    text->length = static_cast<int32_t>(Serialise(request, text->data) - text->data);
+    *Serialise(request, text->data, true) = '\0';
     RtpRtspInfoPrint("RTSP SENDING: \n%s\n\n", text->data);
+    text->length = static_cast<int32_t>(Serialise(request, text->data) - text->data);
     return text;
 }
 

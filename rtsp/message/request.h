@@ -15,6 +15,9 @@ namespace rtsptap {
 inline constexpr std::size_t kVersionBytes = 9;
 
 struct Authentication;
+struct Connection;
+struct Credentials;
+class Dialect;
 
 struct RequestMsg {
     uint32_t method = 0; // RTSPMethod
@@ -23,6 +26,7 @@ struct RequestMsg {
     char *uri = nullptr;      // owned, free()
     char *version = nullptr;  // owned, free(): "RTSP/1.0"
     const char *body = "";    // a text of whoever builds the request
+    bool isSecret = false;    // what it carries of Authorization is not printed, and wiped with it
     std::array<RTSPHeaderStruct, kHeaderSlots> headers = {};
 };
 
@@ -52,6 +56,9 @@ struct Requester {
     const char *sessionId;
     const char *userAgent;
     const Authentication &authentication;
+    const char *serverUrl;    // a URL on the server that it goes to
+    Credentials *credentials; // what the program has set; null: nothing, and `authentication` counts
+    const Dialect &dialect;
     std::atomic<uint32_t> &cSeq; // the last one used
 };
 
@@ -61,6 +68,9 @@ RequestMsg *GenerateRequestMessage(const Requester &from, uint32_t method, intpt
 
 // The request as text, with room for no more; null when memory is short.
 RecvBufferPtr WriteRequest(const RequestMsg &request);
+// The same request once more: with a number of its own, and with the Authorization of now. False when there is none
+// to be had, and the request is as it was.
+bool RenewRequest(const Requester &from, RequestMsg &request);
 
 // Writes the request as text and sends it in one send, under the connection's sendLock. 0; RTSP_FAILURE when
 // nothing could be written; RTSP_SEND_FAILED when the socket refused.

@@ -32,6 +32,10 @@ TEST(Options, EachHasItsDefaultAndTakesWhatItsRangeSays) {
         const int32_t number = option.number;
         if (option.text != nullptr) {
             EXPECT_EQ(OptionText(client, number), option.textByDefault) << number;
+            if (option.until == Settable::kNever) {
+                EXPECT_EQ(RTSPTapSetOptionText(client, number, ""), RTSPTAP_READ_ONLY);
+                continue;
+            }
             const std::string longest(static_cast<std::size_t>(option.highest), 'x');
             EXPECT_EQ(RTSPTapSetOptionText(client, number, longest.c_str()), 0) << number;
             EXPECT_EQ(RTSPTapSetOptionText(client, number, (longest + "x").c_str()), RTSPTAP_OUT_OF_RANGE);
