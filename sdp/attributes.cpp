@@ -31,7 +31,8 @@ int32_t UsualClockRate(const RTSPStreamDescription &description) {
 int32_t ReadClockAndChannels(SdpReading &reading, std::string_view text) {
     RTSPStreamDescription &description = reading.stream->description;
     description.clockRate = LeadingNumber(text);
-    if (description.clockRate == 0 && reading.dialect.Permits(Rule::kNoClockRate))
+    const bool isRate = description.clockRate > 0;
+    if (!isRate && reading.dialect.Permits(Rule::kNoClockRate))
         description.clockRate = UsualClockRate(description);
     else if (description.clockRate == 0)
         return reading.trace.Fail(RTSP_BAD_NUMBER, kNotANumber);
@@ -90,11 +91,9 @@ int32_t ReadRtpmap(SdpReading &reading, std::string_view value) {
 }
 
 // Whether the configuration is found or not, the stream can be received: failures are only told.
-void ExtractCodecConfig(SdpReading &reading) {
+void ExtractAs(CodecConfig config, const SdpReading &reading) {
     RTSPStreamInfo *const stream = reading.stream;
-    const Codec *const codec = FindCodec(stream->description.codecType);
-    reading.configIsRead = codec != nullptr;
-    switch (codec != nullptr ? codec->config : CodecConfig::kNone) {
+    switch (config) {
     case CodecConfig::kNone:
         break;
     case CodecConfig::kH264ParameterSets:
@@ -112,6 +111,35 @@ void ExtractCodecConfig(SdpReading &reading) {
         ExtractConfigBytes(*stream);
         break;
     }
+}
+
+// How much of it the description has.
+int32_t CountConfigs(const RTSPStreamInfo &stream) {
+    const RTSPStreamDescription &is = stream.description;
+    return (is.sps != nullptr) + (is.pps != nullptr) + (is.aacConfig != nullptr) + (stream.further.vps != nullptr) +
+           (stream.further.config != nullptr);
+}
+
+int32_t MostConfigs(CodecConfig config) {
+    if (config == CodecConfig::kNone) return 0;
+    return config == CodecConfig::kH265ParameterSets ? 3 : config == CodecConfig::kH264ParameterSets ? 2 : 1;
+}
+
+// What is not found as it stands is looked for in the usual spelling.
+void ExtractCodecConfig(SdpReading &reading) {
+    RTSPStreamInfo &stream = *reading.stream;
+    const Codec *const codec = FindCodec(stream.description.codecType);
+    const CodecConfig config = codec != nullptr ? codec->config : CodecConfig::kNone;
+    reading.configIsRead = codec != nullptr;
+    ExtractAs(config, reading);
+    const int32_t found = CountConfigs(stream);
+    if (found >= MostConfigs(config) || !reading.dialect.IsOn(Rule::kOtherSpelling)) return;
+    const HeapText plain = PlainSpelling(stream.description.fmtp);
+    if (!plain) return;
+    char *const spelled = std::exchange(stream.description.fmtp, plain.get());
+    ExtractAs(config, reading);
+    stream.description.fmtp = spelled;
+    if (CountConfigs(stream) > found) (void)reading.dialect.Permits(Rule::kOtherSpelling);
 }
 
 // a=fmtp:<payload number> <name>=<value>; ...
@@ -264,9 +292,10 @@ int32_t ReadFormat(SdpReading &reading) {
 }
 
 // The first payload type of the m= line is what it is for everybody, when nothing else is said of the section.
-void TakeStaticFormat(const SdpReading &reading) {
+// Whether there is one.
+bool TakeStaticFormat(const SdpReading &reading) {
     RTSPStreamDescription &description = reading.stream->description;
-    if (description.encodingName[0] != '\0') return;
+    if (description.encodingName[0] != '\0') return false;
     for (const uint8_t type : reading.formats.Types()) {
         const StaticFormat *const known = FindStaticFormat(type);
         if (known == nullptr || !reading.dialect.Permits(Rule::kStaticPayloadType)) continue;
@@ -274,8 +303,10 @@ void TakeStaticFormat(const SdpReading &reading) {
         description.payloadNumber = type;
         description.clockRate = known->clockRate;
         description.channels = known->channels;
-        return TakeCodecType(*reading.stream, reading.dialect);
+        TakeCodecType(*reading.stream, reading.dialect);
+        return true;
     }
+    return false;
 }
 
 } // namespace
@@ -318,6 +349,15 @@ void FinishControlUrls(SdpReading &reading) {
     if (reading.sections > 0) NoteSameControls(reading.to.session);
 }
 
+// What the description is about, also where the m= line names other payload types.
+void AcceptFormat(const SdpReading &reading) {
+    const RTSPStreamDescription &is = reading.stream->description;
+    PayloadTypeSet &accepted = reading.stream->payloadTypes;
+    if (is.encodingName[0] == '\0' || is.payloadNumber < 0 || is.payloadNumber > 127) return;
+    const auto type = static_cast<uint8_t>(is.payloadNumber);
+    if (!accepted.Has(type) && reading.dialect.Permits(Rule::kPayloadTypeOfMedia)) accepted.Add(type);
+}
+
 // Packets that are encrypted, or of which the parameters say so, have no configuration to be read.
 bool MayTellInStream(const RTSPStreamInfo &stream) {
     const char *const media = stream.sdpFieldList != nullptr ? stream.sdpFieldList->value : "";
@@ -329,10 +369,11 @@ int32_t FinishSection(SdpReading &reading) {
     if (!std::exchange(reading.sectionIsOpen, false)) return RTSP_SUCCESS;
     const Dialect &dialect = reading.dialect;
     const int32_t result = dialect.IsOn(Rule::kFormatOfMedia) ? ReadFormat(reading) : RTSP_SUCCESS;
-    TakeStaticFormat(reading);
+    const bool isStatic = TakeStaticFormat(reading);
+    AcceptFormat(reading);
     const RTSPStreamDescription &description = reading.stream->description;
     if (description.fmtp != nullptr && description.codecType != 0 && !reading.configIsRead &&
-        dialect.Permits(Rule::kParametersFirst))
+        (isStatic || dialect.Permits(Rule::kParametersFirst)))
         ExtractCodecConfig(reading);
     if (dialect.IsOn(Rule::kConfigInStream) && MayTellInStream(*reading.stream))
         SearchMissingConfig(*reading.stream);

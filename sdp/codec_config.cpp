@@ -3,6 +3,7 @@
 #include "platform/printers.h"
 #include "platform/text.h"
 #include "rtp/codec_bits.h"
+#include "rtp/media_session.h"
 #include "rtp/stream.h"
 
 #include <algorithm>
@@ -35,6 +36,60 @@ std::string_view FirstWord(std::string_view text) {
     const std::size_t start = text.find_first_not_of(kAroundWords);
     if (start == text.npos) return {};
     return text.substr(start, text.find_first_of(kAroundWords, start) - start);
+}
+
+namespace {
+
+// Takes what stands before the next ";", or the rest, off the front: a name and a value, without blanks and quotes.
+struct Parameter {
+    explicit Parameter(std::string_view &fmtp) {
+        std::string_view text;
+        if (!Until(fmtp, ';', text)) text = std::exchange(fmtp, {});
+        const std::size_t equals = std::min(text.find('='), text.size());
+        name = WithoutBlanks(text.substr(0, equals));
+        value = FirstWord(text.substr(std::min(equals + 1, text.size())));
+        if (EqualIgnoringCase(value.substr(0, 2), "0x")) value.remove_prefix(2);
+    }
+    std::string_view name;
+    std::string_view value;
+};
+
+char InName(char letter) { return letter == '_' ? '-' : letter; }
+
+// Of the alphabet for base64 in URLs (RFC 4648, 5) to the other one.
+char InValue(char letter) { return letter == '-' ? '+' : letter == '_' ? '/' : letter; }
+
+// Items between commas, without padding and without a last digit that carries no byte.
+char *AppendItems(std::string_view items, char *end) {
+    while (!items.empty()) {
+        std::string_view item;
+        const bool isLast = !Until(items, ',', item);
+        if (isLast) item = std::exchange(items, {});
+        item = item.substr(0, item.find_last_not_of('=') + 1);
+        if (item.size() % 4 == 1) item.remove_suffix(1);
+        end = std::ranges::transform(item, end, InValue).out;
+        if (!isLast) *end++ = ',';
+    }
+    return end;
+}
+
+} // namespace
+
+HeapText PlainSpelling(std::string_view fmtp) {
+    HeapText plain(static_cast<char *>(malloc(fmtp.size() + 2))); // with a ";" behind the last one
+    if (!plain) return plain;
+    char *end = plain.get();
+    while (!fmtp.empty()) {
+        const Parameter parameter(fmtp);
+        if (parameter.value.empty()) continue;
+        end = std::ranges::transform(parameter.name, end, InName).out;
+        *end++ = '=';
+        end = Contains(parameter.name, "sprop") ? AppendItems(parameter.value, end)
+                                                : std::ranges::copy(parameter.value, end).out;
+        *end++ = ';';
+    }
+    *end = '\0';
+    return plain;
 }
 
 // ---- parameter sets ----
@@ -79,15 +134,45 @@ void Store(ParameterSet set, SetPlace &place) {
     place.found = true;
 }
 
+// Where sets of a codec go, and the stream whose they are.
+struct SetPlaces {
+    const RTSPStreamInfo &stream;
+    int32_t (*nalType)(uint8_t first);
+    std::span<SetPlace> places;
+};
+
 // The first set of each kind goes to its place.
-void CollectSets(std::string_view sets, int32_t (*nalType)(uint8_t first), std::span<SetPlace> places) {
+void Collect(const SetPlaces &to, ParameterSet set) {
+    if (set.size <= 0) return;
+    const auto place = std::ranges::find(to.places, to.nalType(set.bytes[0]), &SetPlace::nalType);
+    if (place != to.places.end() && !place->found) Store(std::move(set), *place);
+}
+
+// A byte stream where one set belongs.
+void CollectUnits(const SetPlaces &to, std::span<const uint8_t> bytes) {
+    while (!bytes.empty()) {
+        const std::span<const uint8_t> unit = NextNalUnit(bytes);
+        ParameterSet set;
+        if (!unit.empty()) set.bytes.reset(static_cast<uint8_t *>(malloc(unit.size())));
+        if (!set.bytes) continue;
+        std::ranges::copy(unit, set.bytes.get());
+        set.size = static_cast<int32_t>(unit.size());
+        Collect(to, std::move(set));
+    }
+}
+
+void CollectSets(std::string_view sets, const SetPlaces &to) {
+    const MediaSession *const session = to.stream.session;
     while (!sets.empty()) {
         std::string_view text;
         if (!Until(sets, ',', text)) text = std::exchange(sets, {});
         ParameterSet set = DecodeSet(FirstWord(text));
-        if (set.size <= 0) continue;
-        const auto place = std::ranges::find(places, nalType(set.bytes[0]), &SetPlace::nalType);
-        if (place != places.end() && !place->found) Store(std::move(set), *place);
+        const std::span<const uint8_t> bytes(set.bytes.get(), static_cast<std::size_t>(std::max(set.size, 0)));
+        const bool isOne = FindStartCode(bytes) == bytes.size();
+        if (!isOne && session != nullptr && session->dialect.Permits(Rule::kUnitsInOne))
+            CollectUnits(to, bytes);
+        else
+            Collect(to, std::move(set));
     }
 }
 
@@ -121,7 +206,7 @@ int32_t ExtractSPSPPS(RTSPStreamInfo *stream) {
     RTSPStreamDescription &description = stream->description;
     SetPlace places[] = {{kSequenceSet, description.sps, description.spsSize},
                          {kPictureSet, description.pps, description.ppsSize}};
-    CollectSets(FmtpParameter(description.fmtp, "sprop-parameter-sets="), NalTypeOfH264, places);
+    CollectSets(FmtpParameter(description.fmtp, "sprop-parameter-sets="), {*stream, NalTypeOfH264, places});
     const bool spsFound = places[0].found;
     const bool ppsFound = places[1].found;
     if (spsFound)
@@ -141,8 +226,8 @@ void ExtractH265ParameterSets(RTSPStreamInfo &stream) {
     SetPlace places[] = {{kVideoSet, stream.further.vps, stream.further.vpsSize},
                          {kSequenceSet, description.sps, description.spsSize},
                          {kPictureSet, description.pps, description.ppsSize}};
-    for (const char *const name : {"sprop-vps=", "sprop-sps=", "sprop-pps="})
-        CollectSets(FmtpParameter(description.fmtp, name), NalTypeOfH265, places);
+    for (const char *const name : {"sprop-vps=", "sprop-sps=", "sprop-pps=", "sprop-parameter-sets="})
+        CollectSets(FmtpParameter(description.fmtp, name), {stream, NalTypeOfH265, places});
 }
 
 // ---- MPEG-4 ----

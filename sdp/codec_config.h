@@ -3,6 +3,8 @@
 // 14496-3, 1.6.2.1). Application thread.
 #pragma once
 
+#include "platform/text.h"
+
 #include <cstdint>
 #include <string_view>
 
@@ -17,6 +19,11 @@ std::string_view FmtpParameter(std::string_view fmtp, std::string_view mark);
 
 // The first run of characters that are neither blanks nor quotes.
 std::string_view FirstWord(std::string_view text);
+
+// The parameters as they would be spelled usually: without blanks and quotes around names and values, without empty
+// ones, "0x" and the letters that others have for "-" in names, "+" and "/" in values; sets without padding and
+// half a byte at their ends. Null when memory is short.
+HeapText PlainSpelling(std::string_view fmtp);
 
 // Decodes "sprop-parameter-sets=" of the stream's fmtp text: the first sequence and the first picture
 // parameter set become the description's sps and pps. Sets that are not found leave the fields as they are.

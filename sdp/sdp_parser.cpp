@@ -67,9 +67,9 @@ int32_t MediaOf(std::string_view value) {
                                                                     {"audio", RTSPTAP_MEDIA_AUDIO},
                                                                     {"application", RTSPTAP_MEDIA_APPLICATION},
                                                                     {"text", RTSPTAP_MEDIA_TEXT}};
-    const std::string_view word = value.substr(0, value.find(' '));
+    const std::string_view word = value.substr(0, value.find_first_of(" /"));
     for (const auto &[name, media] : kMedia)
-        if (word == name) return media;
+        if (EqualIgnoringCase(word, name)) return media;
     return RTSPTAP_MEDIA_OTHER;
 }
 

@@ -120,8 +120,10 @@ std::string RulesUsed(const Dialect &dialect) {
     return text;
 }
 
-TEST(SdpParser, MakesOfADescriptionInEachDialectWhatItsRowTells) {
-    for (const auto &row : Rows("tolerated_descriptions.txt")) {
+class SdpDialects : public testing::TestWithParam<const char *> {};
+
+TEST_P(SdpDialects, MakeOfADescriptionWhatItsRowTells) {
+    for (const auto &row : Rows(GetParam())) {
         const CapturedStdout out;
         const std::string sdp = Lines(row[0]);
         DescribedClient exact(sdp), tolerant(sdp, {RTSPTAP_DIALECT_TOLERANT, Rule::kNoControl});
@@ -134,6 +136,9 @@ TEST(SdpParser, MakesOfADescriptionInEachDialectWhatItsRowTells) {
         EXPECT_EQ(RulesUsed(tolerant.client.media.dialect), row.at(3)) << row[0];
     }
 }
+
+INSTANTIATE_TEST_SUITE_P(SdpParser, SdpDialects,
+                         testing::Values("tolerated_descriptions.txt", "device_descriptions.txt"));
 
 TEST(SdpParser, MakesOfADescriptionWithSomeRulesAloneWhatItsRowTells) {
     for (const auto &row : Rows("single_rules.txt")) {
