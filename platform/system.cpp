@@ -257,7 +257,18 @@ bool rtsptap::LimitReceiveWait(int socket, int ms) {
     return setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) == 0;
 }
 
+namespace {
+
+int ReceiveOne(int sockfd, rtsptap::DatagramPlace &place, int flags) {
+    place.received =
+        static_cast<int>(recvfrom(sockfd, place.bytes, place.size, MSG_TRUNC | flags, nullptr, nullptr));
+    return place.received < 0 ? RTSP_FAILURE : 1;
+}
+
+} // namespace
+
 int rtsptap::ReceiveDatagrams(int sockfd, std::span<DatagramPlace> places, int flags) {
+    if (places.size() == 1) return ReceiveOne(sockfd, places.front(), flags);
     mmsghdr messages[kMostDatagrams];
     iovec parts[kMostDatagrams][2];
     for (std::size_t i = 0; i < places.size(); ++i) {

@@ -6,6 +6,7 @@
 #include "rtsptap.h"
 
 #include <atomic>
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
@@ -78,8 +79,12 @@ struct DatagramPlace {
 inline constexpr std::size_t kMostDatagrams = 16; // in one batch
 
 // recvmmsg(2): waits for the first datagram as the flags say, never for the others. Returns how many came, or -1
-// with errno; an interrupted call tells so (IsInterrupted).
+// with errno; an interrupted call tells so (IsInterrupted). Of a single place the spill is not used: recvfrom(2).
 int ReceiveDatagrams(int sockfd, std::span<DatagramPlace> places, int flags);
+
+// Whether an errno of a batch says that the system has no such call, or a filter of system calls none for us
+// (seccomp(2)).
+inline bool IsRefused(int error) { return error == ENOSYS || error == EPERM; }
 
 // Tells of a datagram that did not fit into `len` bytes.
 void TellLongDatagram(int received, int len);

@@ -85,9 +85,12 @@ void FreeExtension(PacketPool &pool, RTPStreamData &packet) {
     pool.extensionBytes.fetch_sub(BlockOf(packet).extensionBytes, std::memory_order_relaxed);
 }
 
-int64_t CountList(const RTPStreamData *packet) {
+int64_t CountList(const RTPStreamData *first, CountedList &counted) {
     int64_t count = 0;
-    for (; !IsEnd(packet); packet = packet->next) ++count;
+    const RTPStreamData *packet = first;
+    for (; !IsEnd(packet) && packet != counted.first; packet = packet->next) ++count;
+    if (!IsEnd(packet)) count += counted.count;
+    counted = {first, count};
     return count;
 }
 
@@ -111,6 +114,7 @@ void FreeList(PacketPool &pool, RTPStreamData *packet) {
 // Taking the whole list at once leaves no room for the ABA problem of popping single records.
 RTPStreamData *MakeReady(PacketPool &pool) {
     pool.ready = pool.returned.exchange(nullptr, std::memory_order_acquire);
+    pool.readyCounted = pool.returnedCounted = {};
     if (pool.ready != nullptr) return pool.ready;
     pool.ready = static_cast<RTPStreamData *>(std::malloc(sizeof(PacketBlock)));
     if (pool.ready == nullptr) return nullptr;
@@ -183,10 +187,11 @@ RingPlace FindRoom(RTSPStreamInfo &stream, int64_t needed) {
     return PlaceNextPacket(stream.ring, mtu);
 }
 
-bool NothingInUse(const RTSPStreamInfo &stream) {
+bool NothingInUse(RTSPStreamInfo &stream) {
     if (stream.packetListHead.load(std::memory_order_relaxed) != nullptr) return false; // spares the counting
-    const PacketPool &pool = stream.pool;
-    return CountList(pool.ready) + CountList(pool.returned.load(std::memory_order_acquire)) == pool.made;
+    PacketPool &pool = stream.pool;
+    const RTPStreamData *const returned = pool.returned.load(std::memory_order_acquire);
+    return CountList(pool.ready, pool.readyCounted) + CountList(returned, pool.returnedCounted) == pool.made;
 }
 
 // Records come back meanwhile: each either lies in the list that is taken here or finds the pool closed. Whoever

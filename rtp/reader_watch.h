@@ -10,22 +10,17 @@ namespace rtsptap {
 struct ReceiveTurn;
 
 // How long no reader may have come before the thread receives: what comes meanwhile must fit into the socket's
-// buffer.
+// buffer, and nobody is to wait 10 ms for it.
 inline constexpr int kRestMs = 4;
+inline constexpr int kLongRestMs = 8;  // where little comes: about a visit of a reader in a ms, or less
 inline constexpr int kShortRestMs = 1; // while somebody else waits for what the connection brings
-
-// What the watch remembers of a turn between two looks, guarded by its lock.
-struct WatchedTurn {
-    ReceiveTurn *next = nullptr;
-    ReceiveTurn *prev = nullptr;
-    uint32_t visits = 0; // of the turn, then
-};
 
 // ---- Its life: as long as somebody needs it. The threads that start and end receive threads ----
 
-// False when its thread cannot be started: it is not needed more often then.
+// Before a turn is opened. False when memory is short or its thread cannot be started: it is not needed more often
+// then.
 bool NeedReaderWatch();
-// The last one waits for its end.
+// When the turn is closed. The last one waits for its end.
 void ReleaseReaderWatch();
 
 // ---- Whoever opens and closes a turn, in it ----

@@ -41,8 +41,6 @@ struct alignas(64) ReceiveTurn {
     StreamThread *thread = nullptr; // that serves the socket; null: readers get no turn
     bool readersMayWait = false;    // in the socket: their waits there are limited
     bool ended = false;             // it delivers nothing any more
-    // ---- The reader watch ----
-    WatchedTurn watched;
 };
 
 // Holds the turn for the length of a block, if it can be had. The thread's.

@@ -52,13 +52,23 @@ struct Batch {
 void MakePlaces(RTSPStreamInfo &stream, const RingPlace &ringPlace, Batch &batch) {
     const auto longest = static_cast<std::size_t>(std::min<int64_t>(ringPlace.room, INT_MAX));
     const auto fitting = static_cast<std::size_t>((ringPlace.contiguous - 1) / (2 * ringPlace.room));
-    const std::size_t count = std::clamp<std::size_t>(std::min(fitting, stream.batches.places), 1, kMostDatagrams);
+    const std::size_t most = stream.batches.refused ? 1 : kMostDatagrams;
+    const std::size_t count = std::clamp<std::size_t>(std::min(fitting, stream.batches.places), 1, most);
     const std::size_t size = count == 1 ? longest : std::clamp<std::size_t>(stream.batches.longest, 1, longest);
     batch.used = std::span(batch.places).first(count);
     uint8_t *const base = stream.ring.storage + stream.ring.writeIndex;
     uint8_t *spill = base + count * longest;
     for (std::size_t i = 0; i < count; ++i, spill += longest - size)
         batch.places[i] = {base + i * size, size, spill, longest - size, 0};
+}
+
+// Where the system takes no batches: one by one from then on.
+int ReceiveBatch(RTSPStreamInfo &stream, const RingPlace &ringPlace, Batch &batch, int flags) {
+    MakePlaces(stream, ringPlace, batch);
+    const int came = ReceiveDatagrams(stream.rtpSocket, batch.used, flags);
+    if (came >= 0 || batch.used.size() == 1 || !IsRefused(errno)) return came;
+    stream.batches.refused = true;
+    return ReceiveBatch(stream, ringPlace, batch, flags);
 }
 
 // Bytes that have been received of it.
@@ -137,8 +147,7 @@ Served ReceiveAndQueue(RTSPStreamInfo &stream, int flags) {
         const RingPlace ringPlace = FindRoom(stream, 1);
         if (ringPlace.room < 1) return Served::kNoRoom;
         Batch batch;
-        MakePlaces(stream, ringPlace, batch);
-        const int came = ReceiveDatagrams(stream.rtpSocket, batch.used, count == 0 ? flags : MSG_DONTWAIT);
+        const int came = ReceiveBatch(stream, ringPlace, batch, count == 0 ? flags : MSG_DONTWAIT);
         if (NothingArrived(came)) return Served::kNothingLeft;
         if (came < 1) return EndReceiving(stream);
         const auto received = batch.used.first(static_cast<std::size_t>(came));

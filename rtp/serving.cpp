@@ -176,11 +176,13 @@ TurnEnd ServeAsReader(const Service &service, RTSPStreamInfo &stream, uint64_t d
     const uint32_t before = stream.handled;
     const auto goesOn = [&](Served served) {
         return served != Served::kNoRoom && served != Served::kEnded && !turn.ended && stream.handled == before &&
-               stream.streamState == kStreamPlaying && !MustEnd(*turn.thread) && MonotonicMs() < deadlineMs;
+               stream.streamState == kStreamPlaying && !MustEnd(*turn.thread);
     };
     Served served = MustEnd(*turn.thread) ? Served::kEnded : ServeAfterNap(service, stream);
-    while (goesOn(served))
+    for (bool hasTime = true; hasTime && goesOn(served);) {
         served = service.serveWaiting(stream); // in slices, so that it hears of orders to the thread
+        hasTime = stream.handled != before || MonotonicMs() < deadlineMs;
+    }
     if (stream.handled != before) return TurnEnd::kHandled;
     return IsOver(turn) ? TurnEnd::kOver : TurnEnd::kNotDone;
 }

@@ -82,6 +82,7 @@ struct FurtherDescription {
 struct BatchHabits {
     std::size_t places = 1;  // how many may come
     std::size_t longest = 0; // bytes of the longest of the last batch
+    bool refused = false;    // by the system: they are received one by one
 };
 
 struct RTSPStreamInfo {

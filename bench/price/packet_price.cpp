@@ -6,6 +6,7 @@
 //     packet_price udp|tcp BURST ROUNDS
 #include "platform/handle_table.h"
 #include "rtp/media_session.h"
+#include "rtp/reader_watch.h"
 #include "rtp/receive_turn.h"
 #include "rtp/service_thread.h"
 #include "rtp/serving.h"
@@ -72,7 +73,8 @@ struct Playing {
         stream->takesFrames = overTcp;
         stream->streamState = kStreamPlaying;
         stream->codecType = RTP_CODEC_H264;
-        Must(CreateStreamLocks(*stream) == StreamLock::kNone && AddHandle(Handle()) && service.open(thread),
+        Must(CreateStreamLocks(*stream) == StreamLock::kNone && AddHandle(Handle()) && NeedReaderWatch() &&
+                 service.open(thread),
              "open");
     }
     intptr_t Handle() { return reinterpret_cast<intptr_t>(&session); }
