@@ -174,15 +174,14 @@ TurnEnd ServeAsReader(const Service &service, RTSPStreamInfo &stream, uint64_t d
     // Looked at again in the turn: the thread may have queued what this reader would now wait for.
     if (stream.packetListHead.load(std::memory_order_acquire) != nullptr) return TurnEnd::kHandled;
     const uint32_t before = stream.handled;
-    const auto goesOn = [&](Served served) {
-        return served != Served::kNoRoom && served != Served::kEnded && !turn.ended && stream.handled == before &&
-               stream.streamState == kStreamPlaying && !MustEnd(*turn.thread);
+    const auto isDone = [&](Served served) {
+        return stream.handled != before || served == Served::kNoRoom || served == Served::kEnded || turn.ended ||
+               stream.streamState != kStreamPlaying || MustEnd(*turn.thread);
     };
-    Served served = MustEnd(*turn.thread) ? Served::kEnded : ServeAfterNap(service, stream);
-    for (bool hasTime = true; hasTime && goesOn(served);) {
-        served = service.serveWaiting(stream); // in slices, so that it hears of orders to the thread
-        hasTime = stream.handled != before || MonotonicMs() < deadlineMs;
-    }
+    const bool naps = NapUs(*stream.session) > 0;
+    bool done = MustEnd(*turn.thread) || (naps && isDone(ServeAfterNap(service, stream)));
+    while (!done) // in slices, so that it hears of orders to the thread; the first one asks for no time
+        done = isDone(service.serveWaiting(stream)) || MonotonicMs() >= deadlineMs;
     if (stream.handled != before) return TurnEnd::kHandled;
     return IsOver(turn) ? TurnEnd::kOver : TurnEnd::kNotDone;
 }
