@@ -20,7 +20,7 @@ struct ServerSettings {
     std::chrono::milliseconds connectTimeout{10000};  // for each step until media is due
     std::chrono::milliseconds idleTimeout{10000};     // without a packet on any stream
     std::optional<std::chrono::milliseconds> latency; // how long packets are held back; none: as usual
-    std::optional<bool> keepalive;                    // repeat PLAY; none: where the server names a time-out
+    bool keepalive = true;                            // asks something before the server ends a silent session
     int follow = 5;                                   // redirections in a row
     std::optional<int> reconnect;                     // how often in a row; 0: without end; none: not at all
     bool exact = false; // takes what the standards allow, instead of what devices are known to send

@@ -191,15 +191,16 @@ OptionGroup WaitingOptions(ServerSettings &server) {
 }
 
 OptionGroup StayingOptions(ServerSettings &server, bool records) {
-    return {"Staying",
-            {{"--reconnect", "[=N]", "connect again when the session breaks; give up after N failures in a row",
-              IntoCount(server.reconnect)},
-             {"--keepalive", "",
-              "repeat PLAY at half the session time-out, also where the server names none (then 60s)",
-              Switch(server.keepalive)},
-             {"--no-keepalive", "", "repeat it nowhere, not where the server names a time-out either",
-              Switch(server.keepalive, false)},
-             LatencyOption(server.latency, records ? RecordedLatency() : "0")}};
+    return {
+        "Staying",
+        {{"--reconnect", "[=N]", "connect again when the session breaks; give up after N failures in a row",
+          IntoCount(server.reconnect)},
+         {"--keepalive", "",
+          "ask for something at half the session time-out, or of 60s where the server names none: so by default",
+          Switch(server.keepalive)},
+         {"--no-keepalive", "", "ask for nothing: many servers then end the session",
+          Switch(server.keepalive, false)},
+         LatencyOption(server.latency, records ? RecordedLatency() : "0")}};
 }
 
 OptionGroup DurationOptions(milliseconds &duration, const std::string &otherwise) {

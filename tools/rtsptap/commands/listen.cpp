@@ -111,7 +111,7 @@ Outcome OpenPorts(const SdpFile &sdp, Memberships &memberships, OpenedSession &o
         if (!group.empty() && !memberships.emplace_back(group).HasJoined())
             return {ExitCode::kUnreachable, "multicast group " + group + ": " + std::strerror(errno)};
         const ListenPort port = {format.stream.codecType, format.port};
-        if (Outcome failed = opened.session->Listen(port); !failed.IsOk()) return failed;
+        if (Outcome failed = opened.session->Listen(format.stream.number, port); !failed.IsOk()) return failed;
         opened.streams.push_back(format.stream);
         opened.formats.push_back(format);
     }

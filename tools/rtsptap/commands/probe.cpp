@@ -40,7 +40,7 @@ private:
 
 Outcome JudgeArrivals(const std::vector<ProbedStream> &streams) {
     for (const ProbedStream &probed : streams)
-        if (probed.stream.isReadable && !probed.firstPacket)
+        if (probed.stream.isReadable && !probed.firstPacket && !MayBeSilent(probed.stream))
             return {ExitCode::kNoMedia, NameOf(probed.stream) + ": no packet arrived"};
     return {};
 }

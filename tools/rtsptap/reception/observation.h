@@ -15,8 +15,9 @@ namespace tool {
 
 struct StreamObservation {
     Stream stream;
-    StreamStatistics statistics; // since the beginning, over reconnections
-    int32_t queued = 0;          // packets in the library's queue
+    StreamStatistics statistics;   // since the beginning, over reconnections
+    std::optional<int32_t> queued; // packets in the library's queue; none: it does not tell
+    int32_t end = 0;               // why the session brings no more of it, a result code; 0: it may
 };
 
 constexpr const char *kPlaying = "playing";

@@ -1,17 +1,19 @@
 #include "reception/readers.h"
 
-#include "base/background.h"
+#include "rtsptap_extended.h"
 
 #include <algorithm>
-#include <condition_variable>
+#include <array>
+#include <atomic>
+#include <mutex>
 #include <thread>
 
 namespace tool {
 namespace {
 
-constexpr auto kPauseWithoutPacket = std::chrono::milliseconds(5);
-constexpr auto kSilence = std::chrono::seconds(1);
-constexpr auto kFarewell = std::chrono::milliseconds(100); // for readers of streams that flow
+constexpr std::size_t kMostAtOnce = 64; // packets
+constexpr auto kPatience = std::chrono::seconds(1);
+constexpr auto kPauseAtTheEnd = std::chrono::milliseconds(20);
 
 } // namespace
 
@@ -22,19 +24,21 @@ struct Readers::Counter {
     StreamStatistics statistics;
 };
 
-// Owns what its thread uses, since that may wait in the library when everybody else is gone.
 struct Readers::Reader {
-    std::shared_ptr<Session> session;
-    std::shared_ptr<Counter> counter;
-    std::shared_ptr<const std::vector<PacketObserver>> observers;
-    std::mutex busy; // held while observers see a packet; guards stop
-    std::condition_variable left;
-    bool stop = false;
-    bool hasLeft = false;
+    Reader(const Session &of, Counter &counts, const std::vector<PacketObserver> &shown)
+        : session(of), counter(counts), observers(shown), thread(&Readers::Read, std::ref(*this)) {}
+
+    const Session &session;
+    Counter &counter;
+    const std::vector<PacketObserver> &observers;
+    std::atomic<bool> stop{false};
+    std::atomic<int32_t> end{0}; // as in StreamObservation
+    std::thread thread;          // the last member: it uses those above
 };
 
-Readers::Readers(std::vector<PacketObserver> observers)
-    : observers_(std::make_shared<const std::vector<PacketObserver>>(std::move(observers))) {}
+Readers::Readers(std::vector<PacketObserver> observers) : observers_(std::move(observers)) {}
+
+Readers::~Readers() { End(); }
 
 void Readers::Begin(const std::shared_ptr<Session> &session, const std::vector<Stream> &streams) {
     End();
@@ -45,31 +49,21 @@ void Readers::Begin(const std::shared_ptr<Session> &session, const std::vector<S
             return candidate->stream.number == stream.number && candidate->stream.codecType == stream.codecType;
         });
         if (counter == counters_.end()) {
-            counters_.push_back(std::make_shared<Counter>(stream));
+            counters_.push_back(std::make_unique<Counter>(stream));
             counter = counters_.end() - 1;
         } else {
             const std::lock_guard guard((*counter)->lock);
             (*counter)->statistics.BeginSession();
         }
-        const auto reader = std::make_shared<Reader>();
-        reader->session = session;
-        reader->counter = *counter;
-        reader->observers = observers_;
-        readers_.push_back(reader);
-        RunInBackground([reader] { Read(*reader); });
+        readers_.push_back(std::make_unique<Reader>(*session_, **counter, observers_));
     }
 }
 
+// One that waits is woken.
 void Readers::End() {
-    for (const auto &reader : readers_) {
-        const std::lock_guard guard(reader->busy);
-        reader->stop = true;
-    }
-    const Clock::time_point limit = Clock::now() + kFarewell;
-    for (const auto &reader : readers_) {
-        std::unique_lock guard(reader->busy);
-        reader->left.wait_until(guard, limit, [&reader] { return reader->hasLeft; });
-    }
+    for (const auto &reader : readers_) reader->stop = true;
+    if (session_ != nullptr) session_->EndWaits();
+    for (const auto &reader : readers_) reader->thread.join();
     readers_.clear();
     session_.reset();
 }
@@ -78,35 +72,43 @@ std::vector<StreamObservation> Readers::Streams() const {
     std::vector<StreamObservation> streams;
     for (const auto &counter : counters_) {
         const std::lock_guard guard(counter->lock);
-        const int32_t queued = session_ != nullptr ? session_->Queued(counter->stream.codecType) : 0;
-        streams.push_back({counter->stream, counter->statistics, std::max(queued, 0)});
+        const auto reader = std::find_if(readers_.begin(), readers_.end(), [&counter](const auto &candidate) {
+            return &candidate->counter == counter.get();
+        });
+        StreamObservation seen{counter->stream, counter->statistics, 0, 0};
+        if (reader != readers_.end()) seen.end = (*reader)->end;
+        if (reader != readers_.end()) seen.queued = session_->Queued(counter->stream);
+        streams.push_back(seen);
     }
     return streams;
 }
 
-// Nothing ends the library's wait of five seconds but a packet. A stream that is silent is therefore looked at from
-// time to time, so that its reader is soon gone when asked to; one that flows is waited for, to note when it
-// arrives.
+// The library tells of an end with every call, and gives what comes behind it all the same.
 void Readers::Read(Reader &reader) {
-    const Session &session = *reader.session;
-    const Stream &stream = reader.counter->stream;
-    Clock::time_point last;
-    std::unique_lock busy(reader.busy);
+    std::array<RTPStreamData *, kMostAtOnce> room;
+    const Session &session = reader.session;
+    const Stream &stream = reader.counter.stream;
     while (!reader.stop) {
-        busy.unlock();
-        const bool waits = Clock::now() - last < kSilence || session.HasPacket(stream.codecType);
-        const Packet packet = waits ? session.Take(stream.codecType) : nullptr;
+        const int32_t count = session.Take(stream.number, room, kPatience);
         const Clock::time_point now = Clock::now();
-        if (packet == nullptr) std::this_thread::sleep_for(kPauseWithoutPacket);
-        busy.lock();
-        if (packet == nullptr || reader.stop) continue;
-        last = now;
-        for (const PacketObserver &observe : *reader.observers) observe(stream, *packet, now);
-        const std::lock_guard guard(reader.counter->lock);
-        reader.counter->statistics.Count(*packet, now);
+        if (count > 0)
+            Show(reader, {room.data(), static_cast<std::size_t>(count)}, now);
+        else if (count < 0 && count != RTSPTAP_INTERRUPTED)
+            std::this_thread::sleep_for(kPauseAtTheEnd);
+        if (count != RTSPTAP_INTERRUPTED) reader.end = std::min(count, 0);
     }
-    reader.hasLeft = true;
-    reader.left.notify_all();
+}
+
+void Readers::Show(Reader &reader, std::span<RTPStreamData *const> packets, Clock::time_point now) {
+    const Stream &stream = reader.counter.stream;
+    for (const RTPStreamData *packet : packets) {
+        for (const PacketObserver &observe : reader.observers)
+            if (!reader.stop) observe(stream, *packet, now);
+        if (reader.stop) break;
+        const std::lock_guard guard(reader.counter.lock);
+        reader.counter.statistics.Count(*packet, now);
+    }
+    reader.session.GiveBack(stream.number, packets);
 }
 
 } // namespace tool

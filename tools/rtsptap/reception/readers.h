@@ -7,6 +7,7 @@
 
 #include <functional>
 #include <memory>
+#include <span>
 #include <vector>
 
 namespace tool {
@@ -17,16 +18,14 @@ using PacketObserver = std::function<void(const Stream &, const RTPStreamData &,
 class Readers {
 public:
     explicit Readers(std::vector<PacketObserver> observers = {});
-    ~Readers() { End(); }
+    ~Readers();
     Readers(const Readers &) = delete;
     Readers &operator=(const Readers &) = delete;
 
     // Goes on counting where an earlier session ended. Unreadable streams are left out.
     void Begin(const std::shared_ptr<Session> &session, const std::vector<Stream> &streams);
 
-    // No observer runs afterwards. A reader that waits in the library leaves when that returns, and holds the
-    // session until then.
-    void End();
+    void End(); // no observer runs afterwards
 
     std::vector<StreamObservation> Streams() const; // at any time
 
@@ -34,11 +33,12 @@ private:
     struct Counter;
     struct Reader;
     static void Read(Reader &reader);
+    static void Show(Reader &reader, std::span<RTPStreamData *const> packets, Clock::time_point now);
 
-    const std::shared_ptr<const std::vector<PacketObserver>> observers_;
+    const std::vector<PacketObserver> observers_;
     std::shared_ptr<Session> session_;
-    std::vector<std::shared_ptr<Counter>> counters_; // over all sessions
-    std::vector<std::shared_ptr<Reader>> readers_;   // of the current one
+    std::vector<std::unique_ptr<Counter>> counters_; // over all sessions
+    std::vector<std::unique_ptr<Reader>> readers_;   // of the current one
 };
 
 } // namespace tool

@@ -12,7 +12,6 @@
 namespace tool {
 namespace {
 
-constexpr auto kUsualSessionTimeout = std::chrono::seconds(60);
 constexpr auto kBeforeFallingBack = std::chrono::milliseconds(700); // servers take a session down slowly
 
 constexpr double kFirstPauseMs = 1000;
@@ -69,9 +68,8 @@ class ServerReception {
 public:
     ServerReception(const ServerSettings &settings, const Server &server, SessionLoop &loop,
                     Interruption &interruption)
-        : server_(server), keepsAlive_(settings.keepalive), mayFallBack_(settings.transport == Transport::kAuto),
-          transport_(settings.transport), loop_(loop), interruption_(interruption),
-          reconnection_(settings.reconnect) {}
+        : server_(server), mayFallBack_(settings.transport == Transport::kAuto), transport_(settings.transport),
+          loop_(loop), interruption_(interruption), reconnection_(settings.reconnect) {}
 
     Outcome Run();
 
@@ -83,11 +81,9 @@ private:
     Next TryAgainOverTcp();
     void SayWhatHappened(const OpenedSession &opened);
     Next AfterRefusal(const OpenedSession &opened, Outcome &outcome);
-    Outcome Receive(const OpenedSession &opened, SessionLoop::End &end);
     void SayWhatIsLeftOut(const OpenedSession &opened);
 
     const Server &server_;
-    const std::optional<bool> keepsAlive_;
     bool mayFallBack_;
     bool mayTryAgain_ = false; // over TCP, what failed there at once
     Transport transport_;
@@ -123,8 +119,7 @@ ServerReception::Next ServerReception::ReceiveOnce(Outcome &outcome) {
     SayWhatIsLeftOut(opened);
     outcome = loop_.Begin(opened);
     if (!outcome.IsOk()) return Next::kEnd;
-    SessionLoop::End end = SessionLoop::End::kOver;
-    outcome = Receive(opened, end);
+    const SessionLoop::End end = loop_.Run(mayFallBack_, outcome);
     reconnection_.NoteSession(loop_.Delivered());
     if (end == SessionLoop::End::kNoMediaOverUdp) {
         udpWasSilent_ = true;
@@ -171,16 +166,6 @@ ServerReception::Next ServerReception::TryAgainOverTcp() {
     return loop_.Pause(kBeforeFallingBack, "falling back to TCP") ? Next::kTryAgain : Next::kEnd;
 }
 
-Outcome ServerReception::Receive(const OpenedSession &opened, SessionLoop::End &end) {
-    Outcome outcome;
-    std::optional<KeepAlive> keepAlive;
-    const std::optional<std::chrono::seconds> timeout = opened.facts.sessionTimeout;
-    if (keepsAlive_.value_or(timeout.has_value()))
-        keepAlive.emplace(opened.session, timeout.value_or(kUsualSessionTimeout) / 2.0);
-    end = loop_.Run(mayFallBack_, keepAlive ? &*keepAlive : nullptr, outcome);
-    return outcome;
-}
-
 void ServerReception::SayWhatIsLeftOut(const OpenedSession &opened) {
     if (std::exchange(saidWhatIsLeftOut_, true)) return;
     for (const std::string &line : DescribeOmissions(opened)) PrintNotice(line);
@@ -204,7 +189,7 @@ Outcome ReceiveOpened(const OpenedSession &opened, std::chrono::milliseconds dur
                       Interruption &interruption) {
     SessionLoop loop(audience, duration, std::chrono::milliseconds(0), interruption);
     Outcome outcome = loop.Begin(opened);
-    if (outcome.IsOk()) loop.Run(false, nullptr, outcome);
+    if (outcome.IsOk()) loop.Run(false, outcome);
     return loop.Conclude(outcome);
 }
 

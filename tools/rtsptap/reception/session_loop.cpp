@@ -3,6 +3,7 @@
 #include "base/background.h"
 #include "base/console.h"
 #include "base/text.h"
+#include "rtsptap_extended.h"
 
 #include <algorithm>
 #include <utility>
@@ -18,7 +19,8 @@ constexpr auto kPatienceWithTeardown = std::chrono::seconds(1);
 constexpr auto kStall =
     std::chrono::seconds(1);                 // between two looks: this process was stopped, or its machine slept
 constexpr auto kCatchUp = milliseconds(500); // what came meanwhile is taken in this time
-constexpr auto kSilence = milliseconds(300); // of a server that has closed its connection
+constexpr Clock::duration kSilence = milliseconds(300); // over UDP, of a server that has closed its connection
+constexpr Clock::duration kPatienceBehindGoodbye = std::chrono::seconds(2); // its sender may begin anew
 
 uint64_t PacketsOf(const std::vector<StreamObservation> &streams) {
     uint64_t packets = 0;
@@ -26,34 +28,23 @@ uint64_t PacketsOf(const std::vector<StreamObservation> &streams) {
     return packets;
 }
 
-// What else goes wrong with it need not harm the media, which are watched by themselves.
-bool EndsSession(const Outcome &outcome, int status) {
-    return outcome.code == ExitCode::kUnreachable || status == kSessionNotFound;
+std::string ReasonOf(int32_t end) {
+    if (end == RTSPTAP_CONNECTION_CLOSED) return "the server closed the connection";
+    if (end == RTSPTAP_SESSION_TIMED_OUT) return "the server let the session time out";
+    return end == RTSPTAP_SENDER_LEFT ? "its sender said goodbye" : RTSPTapResultText(end);
+}
+
+// Why no stream of the session brings more, a result code; 0: one may.
+int32_t EndOf(const std::vector<StreamObservation> &streams) {
+    int32_t end = 0;
+    for (const StreamObservation &stream : streams) {
+        if (stream.end == 0) return 0;
+        end = std::min(end, stream.end);
+    }
+    return end;
 }
 
 } // namespace
-
-Outcome KeepAlive::Look(Clock::time_point now) {
-    const std::lock_guard guard(exchange_->lock);
-    if (!exchange_->trouble.IsOk() || exchange_->running || now - last_ < interval_) return exchange_->trouble;
-    last_ = now;
-    exchange_->running = true;
-    Send();
-    return {};
-}
-
-// A refusal leaves it running for ever: nothing more is sent.
-void KeepAlive::Send() const {
-    RunInBackground([session = session_, exchange = exchange_] {
-        const Answer answer = session->KeepAlive();
-        const Outcome outcome = OutcomeOfRequest("keep-alive", answer.result, answer.reply);
-        const bool ends = EndsSession(outcome, answer.reply.status);
-        if (!outcome.IsOk() && !ends) PrintNotice(outcome.text + ": no more keep-alives are sent");
-        const std::lock_guard guard(exchange->lock);
-        exchange->running = !outcome.IsOk();
-        if (ends) exchange->trouble = outcome;
-    });
-}
 
 SessionLoop::SessionLoop(const Audience &audience, milliseconds duration, milliseconds idleTimeout,
                          Interruption &interruption)
@@ -95,7 +86,7 @@ void SessionLoop::NoteRefusal(const OpenedSession &opened) const {
     if (audience_.refused) audience_.refused(opened);
 }
 
-SessionLoop::End SessionLoop::Run(bool fallsBack, KeepAlive *keepAlive, Outcome &outcome) {
+SessionLoop::End SessionLoop::Run(bool fallsBack, Outcome &outcome) {
     Clock::time_point looked = Clock::now();
     for (;;) {
         const int signal = interruption_.WaitFor(kLook);
@@ -107,7 +98,6 @@ SessionLoop::End SessionLoop::Run(bool fallsBack, KeepAlive *keepAlive, Outcome 
         const bool udpIsDead = fallsBack && !hasMedia && now.now - sessionBegin_ >= kPatienceWithUdp;
         if (udpIsDead && !session_->HasReceivedControl()) return End::kNoMediaOverUdp;
         outcome = MediaTrouble(now);
-        if (keepAlive != nullptr && outcome.IsOk()) outcome = keepAlive->Look(now.now);
         if (!outcome.IsOk()) return End::kMediaEnded;
         if (now.now - resumed_ < kCatchUp) continue;
         for (Watcher *watcher : audience_.watchers) watcher->Show(now);
@@ -135,19 +125,14 @@ Outcome SessionLoop::MediaTrouble(const Observation &now) const {
     const Clock::duration silence = now.now - last;
     const bool anything = PacketsOf(now.streams) > 0;
     const ExitCode code = anything ? ExitCode::kEndedEarly : ExitCode::kNoMedia;
-    if (session_->IsConnectionClosed() && (silence >= kSilence || HasEverything(now.streams)))
-        return {code, anything ? "the media ended: the server closed the connection"
-                               : "no packet arrived before the server closed the connection"};
+    const int32_t end = EndOf(now.streams);
+    const bool mayGoOn = end == RTSPTAP_SENDER_LEFT || transport_ != Transport::kTcp;
+    const Clock::duration patience = end == RTSPTAP_SENDER_LEFT ? kPatienceBehindGoodbye : kSilence;
+    if (end != 0 && (!mayGoOn || silence >= patience))
+        return {code, (anything ? "the media ended: " : "no packet arrived: ") + ReasonOf(end)};
     if (idleTimeout_.count() == 0 || silence < idleTimeout_) return {};
     return {code, (anything ? "the media ended: nothing arrived for " : "no packet arrived within ") +
                       TimeText(idleTimeout_)};
-}
-
-// Of a connection that carries the media and is closed: nothing more can come of it.
-bool SessionLoop::HasEverything(const std::vector<StreamObservation> &streams) const {
-    return transport_ == Transport::kTcp && !session_->HasUnread() &&
-           std::all_of(streams.begin(), streams.end(),
-                       [](const StreamObservation &stream) { return stream.queued == 0; });
 }
 
 // Where silence ends a reception, waiting for the first packet takes nothing away from the duration.
@@ -176,8 +161,6 @@ void SessionLoop::Show() {
     for (Watcher *watcher : audience_.watchers) watcher->Show(now);
 }
 
-// The readers first, while media flows: one that waits is woken by the next packet only. One that stays behind
-// keeps the session until it returns.
 void SessionLoop::EndSession() {
     if (session_ == nullptr) return;
     if (session_->ReleaseHeldBack()) interruption_.WaitFor(kLook); // for readers to take it
@@ -187,7 +170,7 @@ void SessionLoop::EndSession() {
     teardown_ = done->get_future();
     teardownBegin_ = Clock::now();
     RunInBackground([session = std::move(session_), done]() mutable {
-        if (!session->IsConnectionClosed()) session->Teardown();
+        session->Teardown();
         session.reset();
         done->set_value();
     });

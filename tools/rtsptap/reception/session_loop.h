@@ -6,35 +6,10 @@
 
 #include <future>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 namespace tool {
-
-// Tells a server from time to time that somebody still watches, where it does not take receiver reports for that.
-class KeepAlive {
-public:
-    // A server that merely does not like being asked is told about once, and left alone from then on.
-    KeepAlive(std::shared_ptr<Session> session, std::chrono::duration<double> interval)
-        : session_(std::move(session)), interval_(interval) {}
-
-    // Sends what is due, in the background. Not Ok when the session has turned out to be gone.
-    Outcome Look(Clock::time_point now);
-
-private:
-    struct Exchange {
-        std::mutex lock; // guards the fields below
-        bool running = false;
-        Outcome trouble;
-    };
-    void Send() const;
-
-    const std::shared_ptr<Session> session_;
-    const std::chrono::duration<double> interval_;
-    const std::shared_ptr<Exchange> exchange_ = std::make_shared<Exchange>();
-    Clock::time_point last_ = Clock::now();
-};
 
 class SessionLoop {
 public:
@@ -48,7 +23,7 @@ public:
     enum class End { kOver, kMediaEnded, kNoMediaOverUdp };
 
     // Lets packets come until something ends it; of ended media the outcome says why.
-    End Run(bool fallsBack, KeepAlive *keepAlive, Outcome &outcome);
+    End Run(bool fallsBack, Outcome &outcome);
 
     Clock::duration Delivered() const; // from the beginning of the current session to its latest packet
     void EndSession();                 // takes no more packets; the server is told in the background
@@ -68,7 +43,6 @@ private:
     Observation Observe();
     bool IsOver(const Observation &now) const;
     Outcome MediaTrouble(const Observation &now) const;
-    bool HasEverything(const std::vector<StreamObservation> &streams) const;
     Clock::time_point Beginning(const Observation &now) const;
     Outcome Finish(int signal, const Outcome &own);
 

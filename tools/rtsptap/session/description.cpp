@@ -148,10 +148,8 @@ std::string TakeSection(const Section &section, int32_t number, SdpFile &sdp) {
     if (section.port == 0) return "its port is 0";
     if (!section.protocol.starts_with("RTP/AVP")) return section.protocol + " is not supported";
     if (!FindFormat(section, number, format)) return "its codec is not supported";
-    for (const SdpStream &stream : sdp.streams) {
-        if (stream.format.codec == format.codec) return "an earlier one has the same codec";
+    for (const SdpStream &stream : sdp.streams)
         if (stream.format.port == format.port) return "an earlier one has the same port";
-    }
     sdp.streams.push_back({format, section.group});
     return "";
 }

@@ -190,7 +190,8 @@ Target Handshake::TargetOf() const {
                   opened_.transport == Transport::kTcp ? DATA_PROTO_TCP : DATA_PROTO_UDP,
                   opened_.transport == Transport::kMulticast,
                   server_.headers,
-                  server_.exact};
+                  server_.exact,
+                  server_.keepalive};
     if (IsOwnHost()) return target;
     target.credentials = {};
     target.headers = {}; // they were meant for the first host, and may hold anything

@@ -57,6 +57,7 @@ struct Server {
     std::chrono::milliseconds latency{0};
     int follow = 0; // redirections in a row
     bool exact = false;
+    bool keepalive = true;
 };
 
 // Asks for a password where one is missing and there is a terminal.

@@ -4,12 +4,10 @@
 #include "base/secrets.h"
 #include "base/text.h"
 #include "session/library_output.h"
-#include "session/sockets.h"
 
 #include <algorithm>
 #include <iterator>
 #include <new>
-#include <sys/socket.h>
 #include <utility>
 
 namespace tool {
@@ -113,16 +111,12 @@ bool IsAcceptedPayloadType(intptr_t client, int32_t type) {
 }
 
 // Empty when nothing speaks against it.
-std::string WhyUnreadable(intptr_t client, const Stream &stream, const RTSPTapStreamDescription &description,
-                          const std::vector<Stream> &earlier) {
-    const auto isSame = [&stream](const Stream &other) { return other.codecType == stream.codecType; };
-    const std::string type = std::to_string(description.payloadType);
+std::string WhyUnreadable(intptr_t client, const RTSPTapStreamDescription &description, bool isForServer) {
     if (description.sameControlAs > 0)
         return "it is stream " + std::to_string(description.sameControlAs) + " once more";
-    if (stream.codecType == 0) return "its codec is not supported";
-    if (!IsAcceptedPayloadType(client, description.payloadType))
-        return "packets of payload type " + type + " cannot be received";
-    return std::any_of(earlier.begin(), earlier.end(), isSame) ? "an earlier one has the same codec" : "";
+    if (isForServer) return "it goes to the server";
+    if (IsAcceptedPayloadType(client, description.payloadType)) return "";
+    return "packets of payload type " + std::to_string(description.payloadType) + " cannot be received";
 }
 
 } // namespace
@@ -150,6 +144,8 @@ std::string NameOf(const Stream &stream) {
     return "stream " + std::to_string(stream.number) + " (" + codec + ")";
 }
 
+bool MayBeSilent(const Stream &stream) { return stream.media == "application" || stream.media == "text"; }
+
 Session::Session() : client_(RTSPClientCreate()) {
     if (client_ <= 0) throw std::bad_alloc();
     RTPClientSetAudioVideoBufferSize(client_, kVideoBufferBytes, kAudioBufferBytes);
@@ -162,16 +158,14 @@ Session::~Session() { RTSPClientDestroy(client_); }
 int32_t Session::Connect(const Target &target, std::string &address) {
     constexpr std::size_t kAddressBytes = 64;
     const std::lock_guard guard(exchange_);
+    RTSPTapSetOption(client_, RTSPTAP_OPTION_KEEP_ALIVE, target.keepalive ? -1 : 0);
     if (target.exact) RTSPTapSetOption(client_, RTSPTAP_OPTION_DIALECT, RTSPTAP_DIALECT_EXACT);
     headers_ = target.headers;
     authorization_ = Authorization(target.credentials);
     multicast_ = target.multicast;
     base_ = target.url;
     char text[kAddressBytes] = {};
-    const std::vector<int> before = OpenSockets();
     const int32_t result = RTSPTapConnect(client_, target.url.c_str(), text);
-    for (const int socket : NewSockets(before, OpenSockets()))
-        if (result == RTSP_SUCCESS && IsConnected(socket)) connection_ = socket;
     if (result != RTSP_SUCCESS) return result;
     address = text;
     return RTSPTapSetDataProto(client_, target.transport);
@@ -188,7 +182,6 @@ std::string Session::Authentication() {
 }
 
 Answer Session::SetUp(int32_t number) {
-    const std::vector<int> before = OpenSockets();
     const bool asksForGroup = multicast_ && !HasHeader(headers_[RTSP_SETUP], "Transport");
     const std::vector<Header> transport =
         asksForGroup ? std::vector<Header>{{"Transport", "RTP/AVP;multicast"}} : std::vector<Header>();
@@ -196,12 +189,8 @@ Answer Session::SetUp(int32_t number) {
     // Somebody had the RTCP port, and nothing was sent: the next try takes other ports.
     for (int tries = 1; tries < kPortTries && answer.result == RTSP_INVALID_HEADER_LIST; ++tries)
         answer = Send(RTSP_SETUP, number, transport);
-    NoteControlSockets(before);
     return answer;
 }
-
-// The default range would take a recording back to its beginning.
-Answer Session::KeepAlive() { return Send(RTSP_PLAY, 0, {{"Range", "npt=now-"}}); }
 
 Answer Session::Teardown() {
     {
@@ -265,15 +254,8 @@ std::string Session::LastReply() const {
     return RTSPClientGetLastReply(client_, text.data(), &size) == RTSP_SUCCESS ? text : "";
 }
 
-void Session::NoteControlSockets(const std::vector<int> &before) {
-    for (const int socket : NewSockets(before, OpenSockets())) {
-        if (!IsControlPort(socket)) continue;
-        control_.push_back(socket);
-        HasReceived(socket); // from now on the system keeps note of it
-    }
-}
-
-Outcome Session::Listen(const ListenPort &port) {
+Outcome Session::Listen(int32_t number, const ListenPort &port) {
+    listened_.push_back(number);
     RTSPClientSetMTUSize(client_, kLargestDatagramBytes);
     const uint8_t isVideo = CodecOf(port.codecType)->IsAudio() ? 0 : 1;
     const int32_t result = CreateRTPStream(client_, port.codecType, port.port, isVideo);
@@ -317,8 +299,9 @@ std::string Session::Attribute(int32_t number, const std::string &name) const {
     return value.rfind(name + ":", 0) == 0 ? value.substr(name.size() + 1) : "";
 }
 
-std::vector<Stream> Session::Streams() const {
+std::vector<Stream> Session::Streams() {
     std::vector<Stream> streams;
+    std::set<int32_t> codecs;
     const int32_t count = RTSPClientGetNbStreams(client_);
     for (int32_t number = 1; number <= count; ++number) {
         RTSPTapStreamDescription description;
@@ -326,8 +309,9 @@ std::vector<Stream> Session::Streams() const {
         Stream stream{number, description.encodingName, description.codecType, false, description.clockRate};
         const std::string line = Line(number, "m");
         stream.media = line.substr(0, line.find(' '));
-        stream.omission = WhyUnreadable(client_, stream, description, streams);
+        stream.omission = WhyUnreadable(client_, description, !Line(number, "a=sendonly").empty());
         stream.isReadable = stream.omission.empty();
+        if (!codecs.insert(stream.codecType).second) sharedCodecs_.insert(stream.codecType);
         streams.push_back(stream);
     }
     return streams;
@@ -352,6 +336,7 @@ bool Session::ReleaseHeldBack() {
 void Session::TakeControl(void *session, int32_t number, int32_t isSent, const uint8_t *packet, uint32_t length) {
     constexpr std::size_t kMostUnseen = 64;
     Session &self = *static_cast<Session *>(session);
+    if (isSent == 0) self.hasReceivedControl_ = true;
     const std::lock_guard guard(self.controlLock_);
     if (self.controlObserver_)
         self.controlObserver_(number, isSent != 0, {packet, length});
@@ -367,16 +352,25 @@ void Session::ShowControl(ControlObserver observer) {
     unseenControl_.clear();
 }
 
-Packet Session::Take(int32_t codecType) const {
-    RTPStreamData *packet = nullptr;
-    RTPClientGetRTPStreamData(client_, &packet, codecType);
-    return Packet(packet, GiveBack{client_, codecType});
+int32_t Session::Take(int32_t number, std::span<RTPStreamData *> room, std::chrono::milliseconds limit) const {
+    return RTSPTapTakePackets(client_, InLibrary(number), room.data(), static_cast<int32_t>(room.size()),
+                              static_cast<int32_t>(limit.count()));
 }
 
-bool Session::IsConnectionClosed() const { return connection_ >= 0 && IsClosedByPeer(connection_); }
+void Session::GiveBack(int32_t number, std::span<RTPStreamData *const> packets) const {
+    RTSPTapFreePackets(client_, InLibrary(number), packets.data(), static_cast<int32_t>(packets.size()));
+}
 
-bool Session::HasUnread() const { return connection_ >= 0 && HasUnreadBytes(connection_); }
+// The library tells it by codecs, and means the first stream of each.
+std::optional<int32_t> Session::Queued(const Stream &stream) const {
+    if (stream.codecType == 0 || sharedCodecs_.count(stream.codecType) > 0) return std::nullopt;
+    return std::max(RTPClientGetNbOfPktInBuffer(client_, stream.codecType), 0);
+}
 
-bool Session::HasReceivedControl() const { return std::any_of(control_.begin(), control_.end(), HasReceived); }
+// A description may have streams that nobody listens to.
+int32_t Session::InLibrary(int32_t number) const {
+    const auto found = std::find(listened_.begin(), listened_.end(), number);
+    return found == listened_.end() ? number : static_cast<int32_t>(found - listened_.begin()) + 1;
+}
 
 } // namespace tool

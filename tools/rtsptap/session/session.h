@@ -6,11 +6,14 @@
 #include "session/authorization.h"
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
+#include <set>
 #include <span>
 #include <string>
 #include <vector>
@@ -35,7 +38,8 @@ struct Target {
     DataProto transport = DATA_PROTO_UDP;
     bool multicast = false; // over UDP, asked for
     MethodHeaders headers;
-    bool exact = false; // as in ServerSettings
+    bool exact = false;    // as in ServerSettings
+    bool keepalive = true; // likewise
 };
 
 // What an exchange came to.
@@ -71,13 +75,8 @@ struct Stream {
 
 std::string NameOf(const Stream &stream); // "stream 1 (H264)"
 
-// Gives a packet back to the stream it was taken from.
-struct GiveBack {
-    intptr_t client = 0;
-    int32_t codecType = 0;
-    void operator()(RTPStreamData *packet) const { RTPClientFreeRTPStreamData(client, packet, codecType); }
-};
-using Packet = std::unique_ptr<RTPStreamData, GiveBack>;
+// Data, such as a camera's events, of which there may be none for long.
+bool MayBeSilent(const Stream &stream);
 
 class Session {
 public:
@@ -94,13 +93,12 @@ public:
     Answer Describe() { return Send(RTSP_DESCRIBE); }
     Answer SetUp(int32_t number);
     Answer Play() { return Send(RTSP_PLAY); }
-    Answer KeepAlive(); // another PLAY that changes nothing
-    Answer Teardown();  // the first time only
+    Answer Teardown(); // the first time only
 
     // Receives on a local port what somebody else sends there; one more with each call, before the first packet.
-    Outcome Listen(const ListenPort &port);
+    Outcome Listen(int32_t number, const ListenPort &port);
 
-    std::vector<Stream> Streams() const;
+    std::vector<Stream> Streams(); // of the description
 
     // What the description says of a stream; its texts and bytes are the session's. False: there is none.
     bool Describe(int32_t number, RTSPTapStreamDescription &description) const;
@@ -120,11 +118,12 @@ public:
     void SetLatency(int32_t milliseconds);
     bool ReleaseHeldBack(); // from now on nothing is held back; false when nothing was
 
-    // The next packet, or none when the library's wait of about five seconds has passed. One thread per codec type.
-    Packet Take(int32_t codecType) const;
-
-    bool HasPacket(int32_t codecType) const { return Queued(codecType) > 0; } // Take would not wait
-    int32_t Queued(int32_t codecType) const { return RTPClientGetNbOfPktInBuffer(client_, codecType); }
+    // Packets of a stream, as many as have come and there is room for; how many, or why no more come. They go back
+    // with GiveBack. One thread per stream.
+    int32_t Take(int32_t number, std::span<RTPStreamData *> room, std::chrono::milliseconds limit) const;
+    void GiveBack(int32_t number, std::span<RTPStreamData *const> packets) const;
+    std::optional<int32_t> Queued(const Stream &stream) const;
+    void EndWaits() const { RTSPTapInterrupt(client_); } // those of Take; any thread
 
     // An RTCP packet of a stream: received, or a report of ours.
     using ControlObserver = std::function<void(int32_t number, bool isSent, std::span<const uint8_t> packet)>;
@@ -134,17 +133,15 @@ public:
 
     std::string Authentication(); // the way of the server's that is answered, "Digest"; empty: never asked for
 
-    bool IsConnectionClosed() const; // by the server
-    bool HasUnread() const;          // of the connection: the library has not taken everything
-    bool HasReceivedControl() const; // an RTCP datagram has come
+    bool HasReceivedControl() const { return hasReceivedControl_; } // an RTCP packet has come
 
 private:
     Answer Send(RTSPMethod method, int32_t stream = 0, const std::vector<Header> &instead = {});
     Answer SendOnce(RTSPMethod method, int32_t stream, const std::vector<Header> &instead);
     std::string UriOf(RTSPMethod method, int32_t stream) const;
     std::string LastReply() const;
+    int32_t InLibrary(int32_t number) const;
     static void TakeControl(void *session, int32_t number, int32_t isSent, const uint8_t *packet, uint32_t length);
-    void NoteControlSockets(const std::vector<int> &before);
 
     const intptr_t client_;
     std::mutex exchange_; // guards the fields up to the empty line
@@ -164,9 +161,9 @@ private:
     ControlObserver controlObserver_;
     std::vector<ControlPacket> unseenControl_; // the first ones, before there was an observer
 
-    // The library's sockets, to be looked at only; constant once it plays.
-    std::atomic<int> connection_{-1};
-    std::vector<int> control_;
+    std::atomic<bool> hasReceivedControl_{false};
+    std::set<int32_t> sharedCodecs_; // of several streams each; constant once they are known
+    std::vector<int32_t> listened_;  // without RTSP: the streams in the library's order
 };
 
 } // namespace tool

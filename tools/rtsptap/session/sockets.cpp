@@ -2,20 +2,14 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
-#include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <dirent.h>
-#include <iterator>
 #include <linux/sock_diag.h>
-#include <linux/sockios.h>
 #include <memory>
 #include <netinet/in.h>
-#include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 namespace tool {
@@ -36,8 +30,6 @@ bool LocalPort(int socket, uint16_t &port) {
     return isKnown && (address.sin6_family == AF_INET || address.sin6_family == AF_INET6);
 }
 
-} // namespace
-
 std::vector<int> OpenSockets() {
     std::vector<int> sockets;
     const std::unique_ptr<DIR, int (*)(DIR *)> list(opendir("/proc/self/fd"), closedir);
@@ -51,39 +43,7 @@ std::vector<int> OpenSockets() {
     return sockets;
 }
 
-std::vector<int> NewSockets(const std::vector<int> &before, const std::vector<int> &now) {
-    std::vector<int> fresh;
-    std::set_difference(now.begin(), now.end(), before.begin(), before.end(), std::back_inserter(fresh));
-    return fresh;
-}
-
-bool IsConnected(int socket) {
-    sockaddr_storage peer = {};
-    socklen_t size = sizeof peer;
-    return Option(socket, SO_TYPE) == SOCK_STREAM &&
-           getpeername(socket, reinterpret_cast<sockaddr *>(&peer), &size) == 0;
-}
-
-bool IsControlPort(int socket) {
-    uint16_t port = 0;
-    return Option(socket, SO_TYPE) == SOCK_DGRAM && LocalPort(socket, port) && port % 2 == 1;
-}
-
-bool IsClosedByPeer(int socket) {
-    pollfd look{socket, POLLRDHUP, 0};
-    return poll(&look, 1, 0) > 0 && (look.revents & (POLLRDHUP | POLLHUP | POLLERR)) != 0;
-}
-
-bool HasUnreadBytes(int socket) {
-    int bytes = 0;
-    return ioctl(socket, FIONREAD, &bytes) == 0 && bytes > 0;
-}
-
-// The system keeps the time of the datagram that was read last, from the first time on that it is asked for it.
-bool HasReceived(int socket) {
-    timeval time = {};
-    return ioctl(socket, SIOCGSTAMP, &time) == 0;
-}
+} // namespace
 
 // A descriptor may be closed meanwhile, and be another: reading harms neither.
 std::vector<UdpSocket> OwnUdpSockets() {

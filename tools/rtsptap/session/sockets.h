@@ -1,5 +1,4 @@
-// Sockets, seen through the system: those that the library opens and hands out to nobody, found among the
-// descriptors of this process, and what the kernel knows of them.
+// UDP sockets of this process, seen through the system: what the kernel knows of them.
 #pragma once
 
 #include <cstdint>
@@ -7,17 +6,6 @@
 #include <vector>
 
 namespace tool {
-
-std::vector<int> OpenSockets(); // of this process, ascending
-
-// Those of `now` that were not there before.
-std::vector<int> NewSockets(const std::vector<int> &before, const std::vector<int> &now);
-
-bool IsConnected(int socket);    // TCP, with somebody
-bool IsControlPort(int socket);  // UDP on an odd port: RTCP (RFC 3550, 11)
-bool IsClosedByPeer(int socket); // TCP: nothing more will come
-bool HasUnreadBytes(int socket); // they lie there for whoever reads next
-bool HasReceived(int socket);    // UDP: somebody has read a datagram from it
 
 struct UdpSocket {
     uint16_t port = 0;        // local

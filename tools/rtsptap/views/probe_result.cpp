@@ -80,7 +80,7 @@ void Arrivals::Note(const Stream &stream, const RTPStreamData &packet, Clock::ti
 bool Arrivals::AreComplete() const {
     const std::lock_guard guard(lock_);
     for (const ProbedStream &probed : streams_) {
-        if (!probed.stream.isReadable) continue;
+        if (!probed.stream.isReadable || MayBeSilent(probed.stream)) continue;
         const FromPlay &sign =
             CodecOf(probed.stream.codecType)->hasFrames ? probed.firstKeyFrame : probed.firstPacket;
         if (!sign) return false;

@@ -96,7 +96,7 @@ std::string Head(const ReportPage &page, const Observation &observation) {
     uint64_t expected = 0;
     uint64_t lost = 0;
     double bitsPerSecond = 0;
-    for (const auto &[stream, statistics, queued] : observation.streams) {
+    for (const auto &[stream, statistics, queued, ended] : observation.streams) {
         packets += statistics.Packets();
         expected += statistics.Expected();
         lost += statistics.Lost();

@@ -135,7 +135,7 @@ private:
         row["interval"] = IntervalOf(Between(before, now));
         row["total"] = TotalOf(stream.statistics);
         row["jitter_ms"] = Known(stream.statistics.JitterMs());
-        row["queued"] = stream.queued;
+        row["queued"] = stream.queued ? nlohmann::ordered_json(*stream.queued) : nlohmann::ordered_json();
         row["since_last_packet_ms"] = SinceLastPacket(stream, observation);
         before = now;
         return row;

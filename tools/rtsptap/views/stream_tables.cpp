@@ -48,6 +48,10 @@ std::string CountText(uint64_t count) {
     return Formatted(count < 1000000000 ? "%.1fM" : "%.0fM", static_cast<double>(count) / 1e6);
 }
 
+std::string QueueText(const StreamObservation &stream) {
+    return stream.queued ? std::to_string(*stream.queued) : "-";
+}
+
 std::string LossText(const Row &row) { return Formatted("%.1f%%", row.stream.statistics.LossPercent()); }
 
 Paint LossPaint(const Row &row) { return row.lately.lost > 0 ? Paint::kRed : Paint::kNone; }
@@ -65,7 +69,7 @@ constexpr Column kLiveColumns[] = {
      }},
     {"reord.", 6, 7, [](const Row &row) { return Cell{CountText(row.stream.statistics.Reordered())}; }},
     {"jitter", 8, 3, [](const Row &row) { return Cell{JitterText(row.stream.statistics.JitterMs())}; }},
-    {"queue", 5, 8, [](const Row &row) { return Cell{std::to_string(row.stream.queued)}; }},
+    {"queue", 5, 8, [](const Row &row) { return Cell{QueueText(row.stream)}; }},
     {"silent", 6, 4,
      [](const Row &row) {
          return Cell{Formatted(row.silence < 10 ? "%.1f s" : "%.0f s", row.silence),
@@ -184,12 +188,13 @@ private:
     void PrintPlain(const StreamObservation &stream, const Observation &observation) {
         const StreamStatistics &statistics = stream.statistics;
         const Row row = RowOf(stream, observation);
-        const std::string text = Formatted("%s %s: %s, %" PRIu64 " packets, %" PRIu64 " lost (%.2f %%), %" PRIu64
-                                           " reordered, jitter %s, queue %" PRId32 ", last packet %.1f s ago",
-                                           ElapsedText(observation.elapsed).c_str(), NameOf(stream.stream).c_str(),
-                                           RateText(row.lately.bitsPerSecond).c_str(), statistics.Packets(),
-                                           statistics.Lost(), statistics.LossPercent(), statistics.Reordered(),
-                                           JitterText(statistics.JitterMs()).c_str(), stream.queued, row.silence);
+        const std::string text =
+            Formatted("%s %s: %s, %" PRIu64 " packets, %" PRIu64 " lost (%.2f %%), %" PRIu64
+                      " reordered, jitter %s, queue %s, last packet %.1f s ago",
+                      ElapsedText(observation.elapsed).c_str(), NameOf(stream.stream).c_str(),
+                      RateText(row.lately.bitsPerSecond).c_str(), statistics.Packets(), statistics.Lost(),
+                      statistics.LossPercent(), statistics.Reordered(), JitterText(statistics.JitterMs()).c_str(),
+                      QueueText(stream).c_str(), row.silence);
         PrintNotice(text + (observation.IsPlaying() ? "" : ", " + observation.state));
     }
 
@@ -246,7 +251,7 @@ std::unique_ptr<Watcher> MakeFinalTable(FILE *out) { return std::make_unique<Fin
 
 Outcome JudgeStreams(const std::vector<StreamObservation> &streams) {
     for (const StreamObservation &stream : streams)
-        if (stream.statistics.Packets() == 0)
+        if (stream.statistics.Packets() == 0 && !MayBeSilent(stream.stream))
             return {ExitCode::kNoMedia, NameOf(stream.stream) + ": no packet arrived"};
     return {};
 }

@@ -44,7 +44,8 @@ public:
         NoteSession(observation);
         for (const StreamObservation &stream : observation.streams) {
             StreamTrouble &trouble = troubles_[stream.stream.number];
-            if (!trouble.silenceTold && receiving_) LookForSilence(stream, observation, trouble);
+            if (!trouble.silenceTold && receiving_ && !MayBeSilent(stream.stream))
+                LookForSilence(stream, observation, trouble);
             if (!trouble.lossTold) LookForLoss(stream, observation, trouble);
         }
     }
