@@ -1,6 +1,7 @@
 // Hostile bytes on an interleaved connection, through the thread that serves it. Input: a byte of settings, one of
 // sizes, one that cuts what follows into pieces, then the bytes, sent once or over and over until the thread has to
-// move what it read ahead. Two streams, channels 0 and 2.
+// move what it read ahead. Two streams, channels 0 and 2. Or through a connection that no frames are expected on.
+// The server reads nothing of what it is answered.
 #include "fuzz/fuzz_target.h"
 #include "rtp/interleaved/interleaved_service.h"
 #include "rtp/media_session.h"
@@ -106,6 +107,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
     Server server(left, sizes & 1 ? 300 : 20000, sizes & 2 ? 101 : 33000);
     MediaSession &session = server.client.media;
     if (sizes & 16) session.dialect.Choose(RTSPTAP_DIALECT_TOLERANT);
+    if (sizes & 32) session.connection.tending.keepAlive = 100;
     const auto sendUpTo = [&](std::size_t count) {
         server.Send(left.substr(0, count));
         left.remove_prefix(std::min(count, left.size()));
@@ -122,6 +124,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
         EndAwaiting(session.connection);
     }
     if (settings & kAwaitReply) BeginAwaiting(session.connection);
+    while (sizes & 64) { // as over UDP
+        sendUpTo(pieceBytes);
+        if (!ReadConnection(session)) return 0;
+        server.CheckReply(TakePostedReply(session.connection));
+    }
     StartInterleavedThread(session);
     sendUpTo(0);
     for (int pieces = 0; !left.empty(); ++pieces) {

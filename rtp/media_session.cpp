@@ -124,6 +124,12 @@ bool ConnectionIsServed(const MediaSession &session) {
     return stream != nullptr;
 }
 
+void WakeConnectionThread(const MediaSession &session) {
+    for (RTSPStreamInfo *stream = session.streamList; stream != nullptr; stream = stream->next)
+        if (ServesConnection(stream->thread) || ServesConnectionToo(stream->thread))
+            WakeStreamThread(*stream->thread);
+}
+
 void ChooseStreamsForFrames(const MediaSession &session) {
     for (RTSPStreamInfo *stream = session.streamList; stream != nullptr; stream = stream->next)
         stream->takesFrames = !ReceivesDatagrams(stream->thread);
@@ -136,7 +142,8 @@ void StartUdpThread(RTSPStreamInfo &stream) {
     const Service *const rtcp = stream.rtcpSocket >= 0 ? &kRtcpService : nullptr;
     if (rtp == nullptr && rtcp == nullptr) return;
     const Service *connection = nullptr;
-    if (IsTended(*stream.session) && (ServesConnectionToo(stream.thread) || !ConnectionIsServed(*stream.session))) {
+    const bool hasConnection = stream.session->connection.socket >= 0 && IsTended(*stream.session);
+    if (hasConnection && (ServesConnectionToo(stream.thread) || !ConnectionIsServed(*stream.session))) {
         stream.takesFrames = false; // what looks like one is nobody's
         connection = &kConnectionService;
     }

@@ -99,6 +99,9 @@ void StopInterleavedThread(const MediaSession &session, int socket);
 // True while a thread reads the connection.
 bool ConnectionIsServed(const MediaSession &session);
 
+// It looks around: it is another connection.
+void WakeConnectionThread(const MediaSession &session);
+
 // Before frames are taken: those of every stream are, but where a thread receives datagrams, for a session may
 // change its protocol while they run.
 void ChooseStreamsForFrames(const MediaSession &session);

@@ -223,31 +223,26 @@ namespace {
 
 constexpr uint64_t kKeepAliveReplyMs = 2000; // later than that a reply without a number of use is another's
 
-// The keep-alive that a reply may answer: that of its number or, where that says nothing, the first one.
-SentKeepAlive *FindKeepAlive(AwaitedReplies &replies, uint32_t number) {
+// The keep-alive that a reply answers: that of its number. Where the number says nothing, replies come in the order
+// of the requests: the first one before the request of the exchange under way, if that was a moment ago.
+SentKeepAlive *FindKeepAlive(AwaitedReplies &replies, uint32_t number, bool isAwaited) {
+    const uint64_t now = MonotonicMs();
     SentKeepAlive *first = nullptr;
     for (SentKeepAlive &sent : replies.keepAlives) {
         if (sent.cSeq == 0) continue;
         if (sent.cSeq == number && replies.numbers != ReplyNumbers::kTellNothing) return &sent;
-        if (first == nullptr || sent.cSeq < first->cSeq) first = &sent;
+        const bool mayBe = !isAwaited || (sent.cSeq < replies.awaited && now - sent.sentMs < kKeepAliveReplyMs);
+        if (mayBe && (first == nullptr || sent.cSeq < first->cSeq)) first = &sent;
     }
     return first;
-}
-
-// Replies come in the order of the requests: one whose number says nothing belongs to a keep-alive that was sent
-// before the request of the exchange under way, a moment ago.
-bool IsOfKeepAlive(const AwaitedReplies &replies, const SentKeepAlive &sent, uint32_t number, bool isAwaited) {
-    if (sent.cSeq == number && replies.numbers != ReplyNumbers::kTellNothing) return true;
-    if (!isAwaited) return true;
-    return sent.cSeq < replies.awaited && MonotonicMs() - sent.sentMs < kKeepAliveReplyMs;
 }
 
 // Without a request that was given up, numbers tell nothing of late replies.
 ReplyFate JudgeNumber(AwaitedReplies &replies, uint32_t number, bool isAwaited) {
     const uint32_t awaited = replies.awaited;
     const bool isExact = isAwaited && number != 0 && number == awaited;
-    SentKeepAlive *const keepAlive = isExact ? nullptr : FindKeepAlive(replies, number);
-    if (keepAlive != nullptr && IsOfKeepAlive(replies, *keepAlive, number, isAwaited)) {
+    SentKeepAlive *const keepAlive = isExact ? nullptr : FindKeepAlive(replies, number, isAwaited);
+    if (keepAlive != nullptr) {
         keepAlive->cSeq = 0;
         return ReplyFate::kIsOfKeepAlive;
     }

@@ -154,6 +154,7 @@ struct Tending {
     std::atomic<uint64_t> lastRequestMs{0}; // MonotonicMs when the last request of the session went out
     std::atomic<int32_t> closedSocket{-1};  // the connection that has ended
     uint64_t notBeforeMs = 0;               // of the thread that tends: when to try again
+    bool isUnread = false;                  // the same: what an exchange has left has not been looked at
 };
 
 struct Connection {

@@ -141,7 +141,7 @@ Dispatch TakeRequest(MediaSession &session, ReadAhead &reader, const UnsplitByte
 // Told, and counted, once for all that is dropped up to the next unit.
 Dispatch DropJunk(const Dialect &dialect, ReadAhead &reader, const UnsplitBytes &bytes, const Unit &unit) {
     const bool isFirst = !reader.outOfStep || bytes.confirmedChannels == nullptr;
-    if (bytes.confirmedChannels != nullptr) reader.replySinceMs = 0;
+    reader.replySinceMs = 0;
     if (isFirst) PrintCorrupted();
     if (isFirst && bytes.confirmedChannels != nullptr) dialect.Permits(Rule::kJunk);
     return DropHeader(reader, unit.length, kFrameHeaderBytes);

@@ -12,6 +12,7 @@
 #include "rtsptap_extended.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace rtsptap {
 
@@ -122,7 +123,10 @@ void Tend(MediaSession &session) {
 
 // ---- the services ----
 
-bool Open(StreamThread & /*thread*/) { return true; }
+bool Open(StreamThread &thread) {
+    thread.stream->session->connection.tending.isUnread = true;
+    return true;
+}
 
 // They keep no stream going that is paused: the loop serves them all the same.
 bool IsActive(RTSPStreamInfo & /*stream*/) { return false; }
@@ -146,6 +150,7 @@ int ConnectionSocket(const RTSPStreamInfo &stream) {
 }
 
 int ConnectionWaitMs(RTSPStreamInfo &stream) {
+    if (stream.session->connection.tending.isUnread) return 0;
     const ReadAhead *const reader = stream.session->connection.readAhead;
     const int grace = reader != nullptr ? ReplyGraceLeft(*reader) : -1;
     const int wait = KeepAliveWaitMs(*stream.session);
@@ -159,7 +164,8 @@ Served ServeConnection(StreamThread &thread, const Readiness &readiness) {
     if (ConnectionSocket(*thread.stream) < 0) return Served::kNothingLeft;
     const ReadAhead *const reader = session.connection.readAhead;
     const bool graceIsOver = reader != nullptr && ReplyGraceLeft(*reader) == 0;
-    if (readiness.events == 0 && !graceIsOver) return Served::kNothingLeft;
+    const bool isUnread = std::exchange(session.connection.tending.isUnread, false);
+    if (readiness.events == 0 && !graceIsOver && !isUnread) return Served::kNothingLeft;
     const int32_t socket = session.connection.socket;
     if (ReadConnection(session)) return Served::kNothingLeft;
     NoteClosed(session, socket);

@@ -66,8 +66,7 @@ void AdoptSocket(RTSPClient &client, int32_t socket) {
         client.supersededSockets[client.supersededCount++] = earlier;
         FreeIdleRings(client.media);
     }
-    const RTSPStreamInfo *const first = client.media.streamList;
-    if (first != nullptr && first->thread != nullptr) WakeStreamThread(*first->thread);
+    WakeConnectionThread(client.media);
 }
 
 } // namespace

@@ -34,8 +34,7 @@ void RenewKeepAlive(RTSPClient &client) {
     const ScopedLock lock(next.lock);
     next.nextMethod = next.method;
     next.authentication = client.authentication;
-    next.isReady = client.connected != 0 && client.media.state >= CLIENT_READY_STATE &&
-                   client.sessionId[0] != '\0' &&
+    next.isReady = client.connected != 0 && client.sessionId[0] != '\0' &&
                    CopyInto(next.requestUrl, from.aggregateUrl != nullptr ? from.aggregateUrl : from.requestUrl) &&
                    CopyInto(next.serverUrl, from.serverUrl) && CopyInto(next.sessionId, from.sessionId) &&
                    CopyInto(next.userAgent, from.userAgent);
