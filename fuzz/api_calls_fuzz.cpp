@@ -57,6 +57,7 @@ struct Caller {
         RTPClientSetAudioVideoBufferSize(clients[slot], 5000, 300);
     }
     void Destroy(int slot) {
+        numbered[slot].clear(); // they go with the client
         while (!held[slot].empty()) Free(slot, clients[slot], held[slot].front()->codecType);
         if (!live[slot] && clients[slot] == clients[1 - slot]) return;  // another client has got its address
         Require((RTSPClientDestroy(clients[slot]) == 0) == live[slot]); // the handle stays, stale
@@ -76,6 +77,24 @@ struct Caller {
     intptr_t clients[2] = {}; // live, stale or 0
     bool live[2] = {};
     intptr_t lists[3] = {RTSPCreateHeaderList(), RTSPCreateHeaderList(), 0};
+    void TakeByNumber(int slot, int32_t stream, int32_t room, int32_t timeoutMs) {
+        RTPStreamData *packets[4] = {};
+        const int32_t count = RTSPTapTakePackets(clients[slot], stream, packets, room % 5, timeoutMs % 3);
+        Require(count <= 4 && (count < 1 || packets[count - 1]->rtpHeader->version == 2));
+        for (int32_t i = 0; i < count; ++i) numbered[slot].push_back(packets[i]);
+    }
+    // One of them, or what is none.
+    void FreeByNumber(int slot, intptr_t handle, int32_t stream, uint8_t choice) {
+        std::vector<RTPStreamData *> &packets = numbered[slot];
+        RTPStreamData *const foreign = held[slot].empty() ? nullptr : held[slot].front();
+        RTPStreamData *batch[] = {packets.empty() ? foreign : packets[choice % packets.size()], foreign};
+        RTSPTapFreePackets(handle, stream, batch, choice % 3);
+        if (packets.empty() || RTSPTapFreePackets(handle, stream, batch, 1) != 0) return;
+        Require(RTSPTapFreePackets(handle, stream, batch, 1) == RTSPTAP_NOT_TAKEN);
+        packets.erase(packets.begin() + choice % static_cast<std::ptrdiff_t>(packets.size()));
+    }
+
+    std::vector<RTPStreamData *> numbered[2]; // maybe given back already
     std::deque<RTPStreamData *> held[2];
     std::string path = "live";
     char buffer[600] = {};
@@ -175,6 +194,8 @@ void HandlePackets(Caller &caller, intptr_t client, Input &in) {
     const int32_t codec = Codec(in);
     if (choice & 4) caller.Take(slot, codec);
     if (choice & 8) caller.Free(slot, choice & 16 ? client : caller.clients[slot], codec);
+    if (choice & 64) caller.TakeByNumber(slot, codec & 3, choice >> 4, choice >> 2);
+    if (choice & 128) caller.FreeByNumber(slot, choice & 16 ? client : caller.clients[slot], codec & 3, in.U8());
     if (choice & 32) RTPClientGetRTPStreamData(client, nullptr, codec);
 }
 

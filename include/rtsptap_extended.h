@@ -153,6 +153,19 @@ enum RTSPTapOption {
      * Where StartThirdPartyClient and CreateRTPStream receive: a multicast group, joined as the options above say,
      * or one address of this machine, or "::" for all of IPv6. */
     RTSPTAP_OPTION_LISTEN_ADDRESS = 31,
+    /** Milliseconds, 0 to 10000, by default 0: packets are given as they come, late ones ahead of those still
+     *  queued; any time. How long those behind a missing one wait for it, by either kind of packet call and over
+     * either transport: no packet waits longer, from its arrival on, and all go on at once when the missing one
+     * comes, or the stream ends. Packets of a sender are then given in the order of their numbers; one that comes
+     * after it was given up is dropped. */
+    RTSPTAP_OPTION_REORDER_WAIT = 19,
+    /** Number, 0 or 1, by default 0; any time. 1: a packet is dropped whose SSRC and sequence number were there
+     *  among the last 500 numbers. */
+    RTSPTAP_OPTION_DROP_DUPLICATES = 20,
+    /** Packets, told only: those that RTSPTAP_OPTION_DROP_DUPLICATES has dropped since RTSPClientCreate. */
+    RTSPTAP_OPTION_DUPLICATES_DROPPED = 40,
+    /** Packets, told only: those that RTSPTAP_OPTION_REORDER_WAIT has dropped since RTSPClientCreate. */
+    RTSPTAP_OPTION_LATE_DROPPED = 41,
     /** Text, told only: what the last 401 asked for since RTSPTapSetCredentials, "Digest SHA-256" or "Basic": the
      * one that was answered, or else the first. Empty before the first. */
     RTSPTAP_OPTION_CHALLENGE = 50

@@ -7,14 +7,16 @@
 
 namespace rtsptap {
 
-// Kept: underflowLimit alone decides. A queue that has reached targetLatency is held back all the same.
+// Whether latency settings or a missing packet hold the head back; else it counts as handed out. The caller holds
+// packetListLock.
+bool HoldsBack(RTSPStreamInfo &stream, const RTPStreamData &head);
+
 inline bool IsHeldBack(RTSPStreamInfo &stream, const RTPStreamData &head) {
-    const MediaSession &session = *stream.session;
-    if (session.targetLatency.load(std::memory_order_relaxed) == 0) return false;
-    const int64_t underflow = session.underflowLimit.load(std::memory_order_relaxed) * kTicksPerMs;
-    stream.buffering = TimestampSpan(*stream.packetListTail, head) > underflow ? 0 : 1;
-    return stream.buffering == 1;
+    return stream.session->targetLatency.load(std::memory_order_relaxed) != 0 && HoldsBack(stream, head);
 }
+
+// What came later than others that were handed out in spite of it. The caller holds packetListLock.
+bool IsPassed(const DeliveryOrder &order, const RTPHeader &header);
 
 // The packet that may be handed out now, or null. The caller holds packetListLock.
 inline RTPStreamData *DeliverableHead(RTSPStreamInfo &stream) {

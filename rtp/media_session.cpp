@@ -8,6 +8,7 @@
 #include "rtp/serving.h"
 #include "rtp/stream.h"
 
+#include <algorithm>
 #include <new>
 #include <utility>
 
@@ -193,6 +194,27 @@ bool SizeReceiveBuffer(MediaSession &session, int socket, int byDefault) {
     if (getsockopt(socket, SOL_SOCKET, SO_RCVBUF, &granted, &length) == 0)
         session.receiveBufferGranted = granted / 2;
     return isSet;
+}
+
+// ---- settings of what is asked with every packet ----
+
+void SetTargetLatency(MediaSession &session, int32_t ms) {
+    session.targetLatency = ms == 0 && session.reorderWaitMs != 0 ? kOrderOnly : ms;
+}
+
+void SetReorderWait(MediaSession &session, int64_t ms) {
+    session.reorderWaitMs = ms;
+    SetTargetLatency(session, std::max(session.targetLatency.load(), 0));
+    for (RTSPStreamInfo *stream = session.streamList; stream != nullptr; stream = stream->next) {
+        const ScopedShortLock lock(stream->packetListLock);
+        stream->order.begun = false; // it was not looked at meanwhile
+    }
+}
+
+void SetDropsDuplicates(MediaSession &session, int64_t drops) {
+    session.dropsDuplicates = drops;
+    for (RTSPStreamInfo *stream = session.streamList; stream != nullptr; stream = stream->next)
+        stream->plainSsrc = kNobody;
 }
 
 // ---- why nothing more comes ----

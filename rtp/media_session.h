@@ -18,6 +18,7 @@ struct ReceiveRing;
 struct RTSPStreamInfo;
 
 inline constexpr int32_t kLongestNapUs = 1000;
+inline constexpr int32_t kOrderOnly = -1; // as a latency: there is none, but missing packets are waited for
 
 inline constexpr uint32_t kDefaultMtuSize = 33000; // bytes; connect and the standalone receiver set it
 
@@ -33,7 +34,9 @@ struct MediaSession {
     std::atomic<uint32_t> mtuSize{0};               // bytes; largest packet received in one piece
     std::atomic<uint32_t> dataProto{DATA_PROTO_UDP};
     std::atomic<int64_t> receiveNapUs{-1};    // how long a reader lets packets gather; -1: as targetLatency says
-    std::atomic<int32_t> targetLatency{0};    // ms; 0 switches latency control off
+    std::atomic<int32_t> targetLatency{0};    // ms; 0: nothing is held back; or kOrderOnly
+    std::atomic<int64_t> reorderWaitMs{0};    // how long a missing packet is waited for
+    std::atomic<int64_t> dropsDuplicates{0};  // 0 or 1
     std::atomic<int32_t> underflowLimit{0};   // ms
     std::atomic<int32_t> overflowLimit{0};    // ms
     std::atomic<int32_t> videoBufferSize{0};  // bytes of a video stream's receive ring
@@ -55,6 +58,8 @@ struct MediaSession {
 
     // ---- Written by whoever receives ----
     std::atomic<uint32_t> packetCounter{0}; // RTP packets parsed over all streams
+    std::atomic<int64_t> duplicatesDropped{0};
+    std::atomic<int64_t> lateDropped{0}; // behind others that have been handed out after their wait
 
     Connection connection; // RTSP's; has groups of its own
 };
@@ -116,6 +121,12 @@ void CloseRtcpSocket(RTSPStreamInfo &stream);
 // Asks for the socket receive buffer that the session is set to, or for `byDefault` bytes, 0 of which leave the
 // system's; notes what was granted. False when the system refuses.
 bool SizeReceiveBuffer(MediaSession &session, int socket, int byDefault);
+
+// ---- Settings of what is asked with every packet: application thread ----
+
+void SetTargetLatency(MediaSession &session, int32_t ms);
+void SetReorderWait(MediaSession &session, int64_t ms);
+void SetDropsDuplicates(MediaSession &session, int64_t drops);
 
 // ---- Why nothing more comes ----
 

@@ -23,7 +23,7 @@ inline int64_t NapUs(const MediaSession &session) {
 // for as ever, and the next packet is there at once.
 inline Served ServeAfterNap(const Service &service, RTSPStreamInfo &stream) {
     const int64_t us = NapUs(*stream.session);
-    if (us == 0) return Served::kNothingLeft;
+    if (us <= 0) return Served::kNothingLeft; // also without a latency
     const timespec nap{0, us * 1000};
     nanosleep(&nap, nullptr);
     return service.serve(*service.turn(stream)->thread, {});

@@ -20,6 +20,7 @@ namespace {
 
 // As many as there are and as have room. RTSP_NO_MEMORY when memory is too short for the first.
 int32_t TakeDeliverable(RTSPStreamInfo &stream, std::span<RTPStreamData *> packets) {
+    if (stream.packetListHead.load(std::memory_order_acquire) == nullptr) return 0;
     const ScopedShortLock lock(stream.packetListLock);
     int32_t count = 0;
     for (RTPStreamData *&packet : packets) {
@@ -69,6 +70,12 @@ void WaitForMore(RTSPStreamInfo &stream, uint32_t handledBefore, uint64_t deadli
     if (!look.complete) MSecDelay(1);
 }
 
+// Until when a missing packet is waited for; where none is, for ever.
+uint64_t WaitEndsMs(const RTSPStreamInfo &stream) {
+    const uint64_t end = stream.order.waitEndsMs.load(std::memory_order_relaxed);
+    return end != 0 && stream.packetListHead != nullptr ? end : UINT64_MAX;
+}
+
 // The clock's milliseconds are cut off: no wait is too short.
 uint64_t DeadlineIn(int32_t ms) { return MonotonicMs() + static_cast<uint64_t>(ms) + (ms > 0 ? 1 : 0); }
 
@@ -84,7 +91,7 @@ int32_t TakeWithin(RTSPStreamInfo &stream, std::span<RTPStreamData *> packets, i
         if (deadlineMs == 0) deadlineMs = DeadlineIn(timeoutMs);
         if (look.complete && end != 0) return end;
         if (look.complete && MonotonicMs() >= deadlineMs) return 0;
-        WaitForMore(stream, handledBefore, deadlineMs, look);
+        WaitForMore(stream, handledBefore, std::min(deadlineMs, WaitEndsMs(stream)), look);
     }
 }
 
@@ -112,6 +119,16 @@ std::size_t GiveBack(RTSPStreamInfo &stream, std::span<RTPStreamData *const> pac
 }
 
 } // namespace
+
+bool WaitForOrder(RTSPStreamInfo &stream, uint64_t deadlineMs) {
+    const uint64_t end = WaitEndsMs(stream);
+    const uint64_t now = MonotonicMs();
+    if (end == UINT64_MAX || now >= deadlineMs || IsCalledOff(stream)) return false;
+    Look look;
+    if (now < end)
+        WaitForMore(stream, stream.handled.load(std::memory_order_acquire), std::min(deadlineMs, end), look);
+    return true;
+}
 
 bool GiveBackWherever(const MediaSession &session, RTPStreamData *packet) {
     for (const auto *list : {&session.streamList, &session.retiredStreams})

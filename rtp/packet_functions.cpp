@@ -73,9 +73,19 @@ RTPStreamData *ShowHead(RTSPStreamInfo &stream) {
     return head;
 }
 
-RTPStreamData *TakeNext(RTSPStreamInfo &stream) {
+[[gnu::always_inline]] inline RTPStreamData *TakeNext(RTSPStreamInfo &stream) {
     const ScopedShortLock lock(stream.packetListLock);
     return TakeDeliverableHead(stream);
+}
+
+// A missing packet holds back what there is. Out of the way of clients that do not wait for such.
+template <RTPStreamData *(*HandOut)(RTSPStreamInfo &stream)>
+[[gnu::noinline]] RTPStreamData *HandOutInOrder(RTSPStreamInfo &stream) {
+    const auto limitMs = static_cast<uint64_t>(stream.session->packetLimitMs.load(std::memory_order_relaxed));
+    const uint64_t deadlineMs = MonotonicMs() + limitMs;
+    RTPStreamData *packet = nullptr;
+    while (packet == nullptr && WaitForOrder(stream, deadlineMs)) packet = HandOut(stream);
+    return packet;
 }
 
 template <RTPStreamData *(*HandOut)(RTSPStreamInfo &stream)>
@@ -88,7 +98,8 @@ int32_t HandOutPacket(const CallTrace &trace, intptr_t clientHandle, RTPStreamDa
     RTSPStreamInfo *const stream = FindStreamByCodec(*session, codecType);
     if (stream == nullptr) return RTSP_SUCCESS;
     WaitForPacket(*stream);
-    RTPStreamData *const packet = HandOut(*stream);
+    RTPStreamData *packet = HandOut(*stream);
+    if (packet == nullptr) packet = HandOutInOrder<HandOut>(*stream);
     if (packet == nullptr) return RTSP_FAILURE;
     *streamData = packet;
     return RTSP_SUCCESS;
@@ -208,7 +219,7 @@ int32_t RTPClientConfigLatency(intptr_t clientHandle, int32_t tLInMS, int32_t uF
     MediaSession *const session = LiveSession(clientHandle);
     if (session == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid client handle\n");
 
-    session->targetLatency = tLInMS;
+    SetTargetLatency(*session, tLInMS);
     session->underflowLimit = uFInMS;
     session->overflowLimit = oFInMS;
     RtpRtspInfoPrint("Target Latency : %d \n", tLInMS);

@@ -119,6 +119,7 @@ RTPStreamData *MakeReady(PacketPool &pool) {
     pool.ready = static_cast<RTPStreamData *>(std::malloc(sizeof(PacketBlock)));
     if (pool.ready == nullptr) return nullptr;
     pool.ready->next = nullptr;
+    BlockOf(*pool.ready).arrivedMs = 0;
     ++pool.made;
     return pool.ready;
 }

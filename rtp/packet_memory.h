@@ -100,6 +100,7 @@ struct PacketBlock {
     RTPStreamData record;
     RTPHeader header;
     RingClaim claim;         // set when the packet is accepted
+    uint64_t arrivedMs;      // MonotonicMs, set where missing packets are waited for
     uint16_t extensionBytes; // set with the extension
 };
 static_assert(std::is_standard_layout_v<PacketBlock>);

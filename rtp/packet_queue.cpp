@@ -2,6 +2,7 @@
 
 #include "platform/printers.h"
 #include "platform/system.h"
+#include "rtp/delivery.h"
 #include "rtp/media_session.h"
 #include "rtp/packet_memory.h"
 #include "rtp/stream.h"
@@ -55,6 +56,7 @@ struct Findings {
     PassedNumbers passed;
     bool trimmed = false;
     bool discarded = false;
+    bool isPassed = false; // it comes too late
 };
 
 // Where the reordering rule puts a packet: at the end, or behind `after` (null: before the head).
@@ -105,7 +107,7 @@ void DropHead(RTSPStreamInfo &stream) {
 bool TrimForLatency(RTSPStreamInfo &stream, const RTPStreamData &packet) {
     const int64_t target = stream.session->targetLatency.load(std::memory_order_relaxed) * kTicksPerMs;
     const int64_t overflow = stream.session->overflowLimit.load(std::memory_order_relaxed) * kTicksPerMs;
-    if (target == 0 || TimestampSpan(packet, *HeadOf(stream)) <= overflow) return false;
+    if (target <= 0 || TimestampSpan(packet, *HeadOf(stream)) <= overflow) return false;
     while (HeadOf(stream) != nullptr && TimestampSpan(packet, *HeadOf(stream)) > target) DropHead(stream);
     return true;
 }
@@ -119,6 +121,35 @@ Place FindPlace(const RTSPStreamInfo &stream, const RTPStreamData &packet, Passe
         after = after == HeadOf(stream) ? nullptr : after->prev; // what the head's prev points to may be gone
     }
     return {true, after};
+}
+
+// The same where senders are told apart and numbers go round: a packet is late among those of its own sender.
+Place FindPlaceOfSender(const RTSPStreamInfo &stream, const RTPStreamData &packet, PassedNumbers &passed) {
+    const auto isBehind = [&packet](const RTPStreamData &other) {
+        const auto distance = static_cast<uint16_t>(NumberOf(other) - NumberOf(packet));
+        return other.rtpHeader->ssrc == packet.rtpHeader->ssrc && distance > 0 && distance < kReorderWindow;
+    };
+    RTPStreamData *after = stream.packetListTail;
+    if (after == nullptr || !isBehind(*after)) return {};
+    while (after != nullptr && isBehind(*after)) {
+        passed.Add(NumberOf(*after));
+        after = after == HeadOf(stream) ? nullptr : after->prev;
+    }
+    return {true, after};
+}
+
+Place FindItsPlace(const RTSPStreamInfo &stream, const RTPStreamData &packet, const ArrivalRules &rules,
+                   PassedNumbers &passed) {
+    const bool inOrder = stream.session->reorderWaitMs.load(std::memory_order_relaxed) != 0;
+    if (inOrder || (rules.reorder && stream.watch.begun)) return FindPlaceOfSender(stream, packet, passed);
+    return rules.reorder ? FindPlace(stream, packet, passed) : Place{};
+}
+
+// Where missing packets are waited for: notes when it came. False when others were handed out in spite of it.
+bool IsInTime(const RTSPStreamInfo &stream, RTPStreamData &packet) {
+    if (stream.session->reorderWaitMs.load(std::memory_order_relaxed) == 0) return true;
+    BlockOf(packet).arrivedMs = MonotonicMs();
+    return !IsPassed(stream.order, *packet.rtpHeader);
 }
 
 void LinkBehind(RTSPStreamInfo &stream, RTPStreamData *after, RTPStreamData *packet) {
@@ -145,8 +176,10 @@ void InsertAtLimit(RTSPStreamInfo &stream, RTPStreamData *packet) {
 }
 
 void Insert(RTSPStreamInfo &stream, RTPStreamData *packet, const ArrivalRules &rules, Findings &found) {
+    found.isPassed = !IsInTime(stream, *packet);
+    if (found.isPassed) return;
     if (HeadOf(stream) != nullptr) found.trimmed = TrimForLatency(stream, *packet);
-    const Place place = rules.reorder ? FindPlace(stream, *packet, found.passed) : Place{};
+    const Place place = FindItsPlace(stream, *packet, rules, found.passed);
     found.discarded = stream.packetCount.load(std::memory_order_relaxed) == kQueueLimit;
     if (found.discarded) return InsertAtLimit(stream, packet);
     if (place.reordered)
@@ -181,16 +214,27 @@ void Print(const Findings &found, const ArrivalRules &rules, uint16_t lastNumber
 
 } // namespace
 
-void InsertPacket(RTSPStreamInfo &stream, RTPStreamData *packet, const ArrivalRules &rules) {
-    if (AppendsPlainly(stream, packet, rules)) return;
+namespace {
+
+[[gnu::noinline]] void InsertWithCare(RTSPStreamInfo &stream, RTPStreamData *packet, const ArrivalRules &rules) {
     const uint16_t number = NumberOf(*packet); // once it is queued the application may take and free it
     Findings found;
     {
         const ScopedShortLock lock(stream.packetListLock);
         Insert(stream, packet, rules, found);
-        CountHandled(stream);
+        if (!found.isPassed) CountHandled(stream);
+    }
+    if (found.isPassed) {
+        stream.session->lateDropped.fetch_add(1, std::memory_order_relaxed);
+        return ReturnPacketRecord(stream, packet);
     }
     Print(found, rules, stream.lastSeqNum.load(std::memory_order_relaxed), number);
+}
+
+} // namespace
+
+void InsertPacket(RTSPStreamInfo &stream, RTPStreamData *packet, const ArrivalRules &rules) {
+    if (!AppendsPlainly(stream, packet, rules)) InsertWithCare(stream, packet, rules);
 }
 
 void CountHandled(RTSPStreamInfo &stream) {

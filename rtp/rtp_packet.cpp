@@ -13,6 +13,7 @@
 #include <cstring>
 #include <memory>
 #include <span>
+#include <utility>
 
 namespace rtsptap {
 
@@ -42,15 +43,19 @@ uint32_t AddToTotal(uint32_t gap) {
     return sum;
 }
 
-// Compares a new number with the stream's last one. On a gap counts and prints it and returns true.
-bool CountGap(RTSPStreamInfo &stream, uint16_t sequenceNumber) {
-    const uint16_t last = stream.lastSeqNum.load(std::memory_order_relaxed);
-    if (!IsGap(last, sequenceNumber)) return false;
+[[gnu::noinline]] void TellGap(RTSPStreamInfo &stream, uint16_t last, uint16_t number) {
     // Kept: the distance is taken without wrapping, so a step from 65535 to 1 counts 65535 packets.
-    const int32_t gap = std::abs(sequenceNumber - (last + 1));
+    const int32_t gap = std::abs(number - (last + 1));
     const uint32_t total = AddToTotal(static_cast<uint32_t>(gap));
     PrintEvent("Pkt Lost/Total %d:%d \n", gap, static_cast<int32_t>(total));
     stream.cumulativeLost.store(total, std::memory_order_relaxed);
+}
+
+// Compares a new number with the stream's last one. On a gap counts and prints it and returns true.
+[[gnu::always_inline]] inline bool CountGap(RTSPStreamInfo &stream, uint16_t sequenceNumber) {
+    const uint16_t last = stream.lastSeqNum.load(std::memory_order_relaxed);
+    if (!IsGap(last, sequenceNumber)) return false;
+    TellGap(stream, last, sequenceNumber);
     return true;
 }
 
@@ -157,16 +162,25 @@ void LocatePayload(const RTPDataBuffer &buffer, RTPStreamData &packet) {
 }
 
 // From here on the packet is accepted: the stream's and the session's figures change.
-void CountPacket(RTSPStreamInfo &stream, RTPStreamData &packet) {
+[[gnu::always_inline]] inline void CountPacket(RTSPStreamInfo &stream, RTPStreamData &packet, bool isInStream) {
     MediaSession &session = *stream.session;
     const RTPHeader &header = *packet.rtpHeader;
     packet.codecType = stream.codecType.load(std::memory_order_relaxed);
-    if (session.dataProto.load(std::memory_order_relaxed) == DATA_PROTO_UDP)
-        packet.lossFlag = CountGap(stream, header.sequenceNumber) ? 1 : 0;
-    NoteSequenceNumber(stream, header.sequenceNumber);
-    if (stream.remoteSsrc.load(std::memory_order_relaxed) == 0)
-        stream.remoteSsrc.store(header.ssrc, std::memory_order_relaxed);
+    if (isInStream) {
+        if (session.dataProto.load(std::memory_order_relaxed) == DATA_PROTO_UDP)
+            packet.lossFlag = CountGap(stream, header.sequenceNumber) ? 1 : 0;
+        NoteSequenceNumber(stream, header.sequenceNumber);
+    }
     packet.packetIndex = session.packetCounter.fetch_add(1, std::memory_order_relaxed) + 1;
+}
+
+// The same for one that has to be looked at more closely, and may be refused after all.
+[[gnu::noinline]] RTPStreamData *CountOnceKnown(RTSPStreamInfo &stream, PooledPacket packet) {
+    const RTPHeader &header = *packet->rtpHeader;
+    const Sighting sighting = NoteArrival(stream, header.ssrc, header.sequenceNumber);
+    if (sighting == Sighting::kRefused) return nullptr;
+    CountPacket(stream, *packet, sighting == Sighting::kInStream);
+    return packet.release();
 }
 
 } // namespace
@@ -195,7 +209,9 @@ RTPStreamData *ParseRTPData(const RTPDataBuffer *rtpDataBuffer, RTSPStreamInfo *
     ReadNumbers(fixed, packetBytes, header);
     LocatePayload(*rtpDataBuffer, *packet);
     ClaimOf(*packet) = {&rtspStreamInfo->ring, packet->packetData, packet->packetData + packet->packetLength};
-    CountPacket(*rtspStreamInfo, *packet);
+    if (header.ssrc != rtspStreamInfo->plainSsrc.load(std::memory_order_relaxed)) [[unlikely]]
+        return CountOnceKnown(*rtspStreamInfo, std::move(packet));
+    CountPacket(*rtspStreamInfo, *packet, true);
     return packet.release();
 }
 
@@ -206,7 +222,7 @@ void AcceptPacket(RTSPStreamInfo &stream, uint32_t length, const ArrivalRules &r
     if (packet != nullptr) {
         if (stream.configSearch.missing.load(std::memory_order_relaxed) != 0) SearchPacket(stream, *packet);
         InsertPacket(stream, packet, rules);
-    } else {
+    } else if (!std::exchange(stream.watch.refused, false)) {
         CountHandled(stream);
         CallTrace("RTPDataReceiveThread").Fail(RTSP_FAILURE, invalidPacketText);
     }

@@ -5,6 +5,7 @@
 #include "platform/address.h"
 #include "platform/system.h"
 #include "platform/text.h"
+#include "rtp/arrivals.h"
 #include "rtp/held_packets.h"
 #include "rtp/packet_memory.h"
 #include "rtp/receive_turn.h"
@@ -47,6 +48,7 @@ struct RtcpState {
     uint16_t seqCycles = 0;          // sequence number wraps
     uint32_t seqWrapPending = 0;     // 1 while a wrap is expected
     uint32_t prevCumulativeLost = 0; // cumulativeLost at the previous report
+    uint32_t senderChanges = 0;      // of the stream's, those that reports have started anew for
 };
 
 // The payload types that packets of a stream may have. The application thread adds to them before packets come.
@@ -85,6 +87,14 @@ struct BatchHabits {
     bool refused = false;    // by the system: they are received one by one
 };
 
+// How far a stream's packets have been handed out, of a client that waits for missing ones.
+struct DeliveryOrder {
+    bool begun = false;
+    uint32_t ssrc = 0;
+    uint16_t next = 0;                   // number
+    std::atomic<uint64_t> waitEndsMs{0}; // MonotonicMs when what is missing is given up; 0: nothing is
+};
+
 struct RTSPStreamInfo {
     // ---- Application thread only ----
     RTSPStreamDescription description = {}; // handed out; fmtp, sps, pps, aacConfig owned, free()
@@ -116,17 +126,20 @@ struct RTSPStreamInfo {
     ConfigSearch configSearch; // in packets, of what the description lacks; has groups of its own
 
     // ---- Written by whoever receives, read by others ----
-    std::atomic<uint32_t> remoteSsrc{0};     // 0 until the first packet
-    std::atomic<uint32_t> localSsrc{0};      // ours, in receiver reports; set by the thread that reports
-    std::atomic<uint16_t> lastSeqNum{0};     // of the last parsed packet, late ones included
-    std::atomic<int32_t> baseSeqNum{-1};     // first sequence number; -1 before the first packet
-    std::atomic<uint32_t> cumulativeLost{0}; // the process-wide loss count at this stream's last gap
+    std::atomic<uint64_t> plainSsrc{kNobody}; // whose packets are not looked at more closely; see NoteArrival
+    std::atomic<uint32_t> remoteSsrc{0};      // 0 until the first packet
+    std::atomic<uint32_t> senderChanges{0};   // how often a sender has started again
+    std::atomic<uint32_t> localSsrc{0};       // ours, in receiver reports; set by the thread that reports
+    std::atomic<uint16_t> lastSeqNum{0};      // of the last parsed packet, late ones included
+    std::atomic<int32_t> baseSeqNum{-1};      // first sequence number; -1 before the first packet
+    std::atomic<uint32_t> cumulativeLost{0};  // the process-wide loss count at this stream's last gap
     std::atomic<int32_t> endedWhy{0}; // RTSPTapResult: why nothing more comes; 0 while it may; see EndReception
 
     // ---- Receiving: one at a time, the receive thread or a reader in its turn ----
     ReceiveTurn turn; // over UDP says who, over TCP the connection's; the ring's writing end and the pool's taking
                       // end go with it
     BatchHabits batches;
+    ArrivalWatch watch;
 
     // ---- RTCP ----
     RtcpState rtcp;
@@ -147,7 +160,8 @@ struct RTSPStreamInfo {
     std::atomic<int32_t> packetCount{0};                  // as counted; see InsertPacket; read without the lock
     RTPStreamData *peekedPacket = nullptr;                // last packet shown by Peek and still queued
     RTPStreamData *deferredPacket = nullptr; // a shown packet that left the queue; freed at the next look
-    uint32_t buffering = 0;                  // 1 while delivery is held back for underflow
+    DeliveryOrder order;
+    uint32_t buffering = 0; // 1 while delivery is held back for underflow
 
     // ---- New-data signal ----
     pthread_mutex_t signalLock = PTHREAD_MUTEX_INITIALIZER;  // of dataCondition; never held with packetListLock

@@ -23,7 +23,7 @@ bool ServeAsTaker(const Service &service, RTSPStreamInfo &stream, uint32_t handl
     while (!isDone() && served != Served::kNoRoom && served != Served::kEnded && !turn.ended) {
         served =
             ms >= kTurnSliceMs ? service.serveWaiting(stream) : service.serveWithin(stream, static_cast<int>(ms));
-        if (ms == 0 || stream.streamState != kStreamPlaying || MustEnd(*turn.thread)) break;
+        if (isDone() || ms == 0 || stream.streamState != kStreamPlaying || MustEnd(*turn.thread)) break;
         ms = left();
     }
     return isDone() || (served != Served::kNoRoom && served != Served::kEnded && !turn.ended);

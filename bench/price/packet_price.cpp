@@ -3,7 +3,10 @@
 // waiting. One thread does everything and nothing depends on the clock, so a run executes the same instructions as
 // the one before. Counted is TakeBurst alone, after rounds that are not counted: packet_price.sh.
 //
-//     packet_price udp|tcp BURST ROUNDS
+//     packet_price udp|tcp|udp-numbered|tcp-numbered BURST ROUNDS
+//
+// Numbered: a burst is taken and given back at once by the number of its stream, RTSPTapTakePackets and
+// RTSPTapFreePackets.
 #include "platform/handle_table.h"
 #include "rtp/media_session.h"
 #include "rtp/reader_watch.h"
@@ -11,6 +14,7 @@
 #include "rtp/service_thread.h"
 #include "rtp/serving.h"
 #include "rtp/stream.h"
+#include "rtsptap_extended.h"
 
 #include <arpa/inet.h>
 #include <cstdio>
@@ -119,25 +123,46 @@ bool TakeOne(intptr_t client) {
            RTPClientFreeRTPStreamData(client, packet, RTP_CODEC_H264) == 0;
 }
 
+constexpr int kMostAtOnce = 64;
+
+// By number: what comes as one is taken as one, which over TCP may be less than all.
+void TakeAtOnce(intptr_t client, int burst) {
+    RTPStreamData *packets[kMostAtOnce];
+    while (burst > 0) {
+        const int32_t count = RTSPTapTakePackets(client, 1, packets, kMostAtOnce, 5000);
+        Must(count > 0 && RTSPTapFreePackets(client, 1, packets, count) == 0, "take");
+        burst -= count;
+    }
+}
+
+void Take(intptr_t client, int burst, bool byNumber) {
+    if (byNumber) return TakeAtOnce(client, burst);
+    for (int i = 0; i < burst; ++i) Must(TakeOne(client), "take");
+}
+
 } // namespace
 
 // What is counted; found by its name.
 extern "C" [[gnu::noinline]] void TakeBurst(intptr_t client, int burst) {
     for (int i = 0; i < burst; ++i) Must(TakeOne(client), "take");
 }
+extern "C" [[gnu::noinline]] void TakeBurstByNumber(intptr_t client, int burst) { TakeAtOnce(client, burst); }
 
 int main(int argc, char **argv) {
-    Must(argc == 4, "packet_price udp|tcp BURST ROUNDS");
-    const bool overTcp = std::strcmp(argv[1], "tcp") == 0;
+    Must(argc == 4, "packet_price udp|tcp|udp-numbered|tcp-numbered BURST ROUNDS");
+    const bool overTcp = std::strncmp(argv[1], "tcp", 3) == 0;
+    const bool byNumber = std::strstr(argv[1], "numbered") != nullptr;
     const int burst = std::atoi(argv[2]);
     const int rounds = std::atoi(argv[3]);
     Sender sender{overTcp, Connect(overTcp ? SOCK_STREAM : SOCK_DGRAM)};
     Playing playing(overTcp ? kInterleavedService : kRtpService, sender.ends.receiver);
     for (int round = 0; round < kWarmUpRounds + rounds; ++round) {
         sender.Send(burst);
-        if (round >= kWarmUpRounds)
-            TakeBurst(playing.Handle(), burst);
+        if (round < kWarmUpRounds)
+            Take(playing.Handle(), burst, byNumber);
+        else if (byNumber)
+            TakeBurstByNumber(playing.Handle(), burst);
         else
-            for (int i = 0; i < burst; ++i) Must(TakeOne(playing.Handle()), "take");
+            TakeBurst(playing.Handle(), burst);
     }
 }

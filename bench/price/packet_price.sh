@@ -17,7 +17,7 @@ failed=0
 packets=1000
 while read -r _ _ _ transport burst figure; do
     profile=$program.$transport.$burst
-    log=$(valgrind --tool=callgrind --callgrind-out-file="$profile" --toggle-collect=TakeBurst \
+    log=$(valgrind --tool=callgrind --callgrind-out-file="$profile" --toggle-collect='TakeBurst*' \
         "$program" "$transport" "$burst" $((packets / burst)) 2>&1) || { echo "$log"; exit 1; }
     total=$(echo "$log" | sed -n 's/.*Collected : //p')
     tenths=$((${total:-0} * 10 / packets))

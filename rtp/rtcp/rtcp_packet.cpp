@@ -3,6 +3,7 @@
 #include "platform/printers.h"
 #include "platform/wire.h"
 #include "rtp/media_session.h"
+#include "rtp/rtp_packet.h"
 #include "rtp/stream.h"
 
 #include <algorithm>
@@ -10,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <unistd.h>
+#include <utility>
 
 namespace rtsptap {
 
@@ -171,7 +173,19 @@ uint8_t FractionLost(RTSPStreamInfo &stream, uint32_t extendedHighest) {
     return static_cast<uint8_t>(lostNow * 256 / expected);
 }
 
+// What was counted and heard of a sender is nothing of the next one's.
+void StartAnewForNewSender(RTSPStreamInfo &stream) {
+    const uint32_t changes = stream.senderChanges.load(std::memory_order_acquire);
+    if (std::exchange(stream.rtcp.senderChanges, changes) == changes) return;
+    stream.rtcp.seqCycles = 0;
+    stream.rtcp.seqWrapPending = 0;
+    stream.rtcp.prevCumulativeLost = totalPktLost.load(std::memory_order_relaxed);
+    if (stream.rtcp.senderReport.senderSsrc != stream.remoteSsrc.load(std::memory_order_relaxed))
+        stream.rtcp.senderReport = {};
+}
+
 void WriteReport(RTSPStreamInfo &stream, uint8_t *at) {
+    StartAnewForNewSender(stream);
     const uint32_t extendedHighest = ExtendedHighestNumber(stream);
     const SenderReport &last = stream.rtcp.senderReport;
     const bool sawSenderReport = last.ntpMsw != 0 || last.ntpLsw != 0;

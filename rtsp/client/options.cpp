@@ -41,6 +41,11 @@ template <auto field> int64_t GetOfMedia(const RTSPClient &client) { return clie
 template <auto field> void SetOfMedia(RTSPClient &client, int64_t value) { client.media.*field = value; }
 template <auto field> std::span<char> Text(RTSPClient &client) { return client.*field; }
 
+template <void (*set)(MediaSession &, int64_t)> void ThroughMedia(RTSPClient &client, int64_t value) {
+    set(client.media, value);
+}
+
+constexpr int64_t kLongestReorderWaitMs = 10000;
 constexpr int64_t kLongestLimitMs = 3600000;
 constexpr int64_t kLargestBuffer = 1 << 30;
 
@@ -81,10 +86,18 @@ constexpr Option kOptions[] = {
      Settable::kAlways, nullptr, nullptr, TextOfGroups<&MulticastWays::source>, ""},
     {RTSPTAP_OPTION_BASIC_ALLOWED, "Basic authentication allowed", "", 0, 1, 0, Settable::kAlways, GetBasicAllowed,
      SetBasicAllowed},
+    {RTSPTAP_OPTION_REORDER_WAIT, "wait for a missing packet", "ms", 0, kLongestReorderWaitMs, 0, Settable::kAlways,
+     GetOfMedia<&MediaSession::reorderWaitMs>, ThroughMedia<SetReorderWait>},
+    {RTSPTAP_OPTION_DROP_DUPLICATES, "duplicates are dropped", "", 0, 1, 0, Settable::kAlways,
+     GetOfMedia<&MediaSession::dropsDuplicates>, ThroughMedia<SetDropsDuplicates>},
     {RTSPTAP_OPTION_TRANSPORT_USED, "transport used", "", RTSPTAP_TRANSPORT_DEFAULT, RTSPTAP_TRANSPORT_TCP,
      RTSPTAP_TRANSPORT_DEFAULT, Settable::kNever, GetTransportUsed, nullptr},
     {RTSPTAP_OPTION_LISTEN_ADDRESS, "address to listen to without RTSP", "bytes", 0,
      sizeof MediaSession::listenAddress - 1, 0, Settable::kAlways, nullptr, nullptr, ListenAddress, ""},
+    {RTSPTAP_OPTION_DUPLICATES_DROPPED, "duplicates dropped", "packets", 0, INT64_MAX, 0, Settable::kNever,
+     GetOfMedia<&MediaSession::duplicatesDropped>, nullptr},
+    {RTSPTAP_OPTION_LATE_DROPPED, "late packets dropped", "packets", 0, INT64_MAX, 0, Settable::kNever,
+     GetOfMedia<&MediaSession::lateDropped>, nullptr},
     {RTSPTAP_OPTION_CHALLENGE, "what a 401 asked for", "bytes", 0, sizeof Credentials::asked - 1, 0,
      Settable::kNever, nullptr, nullptr, ChallengeText, ""},
 };

@@ -1,6 +1,7 @@
 // Sessions with GStreamer's RTSP server: digest authentication, H.264 and PCMU, both ways to carry them.
 #include "tests/interop/peers.h"
 #include "tests/support/client.h"
+#include "tests/support/texts.h"
 
 #include <gtest/gtest.h>
 
@@ -70,6 +71,18 @@ TEST_P(RealServer, IsOpenedByItsUrlOverIpv6) {
     EXPECT_EQ(isTcp ? RTSPTAP_TRANSPORT_TCP : RTSPTAP_TRANSPORT_UDP, used);
     EXPECT_GT(TakeFor(client, 10s), 800); // reports keep the session
     EXPECT_EQ(RTSP_SUCCESS, client.Teardown());
+}
+
+// Both streams, by number, until a signal handler calls the readers off.
+TEST(Examples, TakePackets) {
+    ChildProcess demo({DEMO_SERVER, "--seconds", "60"});
+    const std::string url = demo.ReadLine(20s);
+    const Result run =
+        RunToEnd(TAKE_PACKETS " 127.0.0.1 " + std::to_string(std::atoi(&url[url.rfind(':') + 1])) +
+                 url.substr(url.rfind('/')).replace(0, 1, " ") + " 2 | grep ' packets, then: interrupted'");
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(CountOf(run.output, "stream "), 2u) << run.output;
+    EXPECT_FALSE(Contains(run.output, ": 0 packets")) << run.output;
 }
 
 INSTANTIATE_TEST_SUITE_P(Transport, RealServer, testing::Values(DATA_PROTO_UDP, DATA_PROTO_TCP),

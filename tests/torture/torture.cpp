@@ -80,6 +80,7 @@ struct Run {
     intptr_t list = 0;
     bool proto;
     std::vector<RTPStreamData *> held = {};
+    std::vector<RTPStreamData *> numbered[3] = {}; // by stream
     Words words;
 };
 
@@ -98,6 +99,16 @@ int32_t Take(Run &run, int32_t stream, bool hold) {
     else if (RTPClientFreeRTPStreamData(run.client, packet, packet->codecType) != 0)
         return kUnheardOf;
     return result;
+}
+
+// All that a batch has room for; one in two is kept, and the others go back first.
+int32_t TakeByNumber(Run &run, int32_t stream) {
+    RTPStreamData *packets[4] = {};
+    const int32_t count = RTSPTapTakePackets(run.client, stream, packets, 4, 200);
+    for (int32_t i = 0; i < count; i += 2) run.numbered[stream].push_back(packets[i]);
+    for (int32_t i = 1; i < count; i += 2)
+        if (RTSPTapFreePackets(run.client, stream, packets + i, 1) != 0) return kUnheardOf;
+    return count;
 }
 
 int32_t LookAtParameterSet(Run &run, int32_t) {
@@ -120,6 +131,7 @@ int32_t SendToStandalone(Run &, int32_t) {
 const std::map<char, int32_t (*)(Run &run, int32_t n)> kActs = {
     {'g', [](Run &run, int32_t n) { return Take(run, n, false); }},
     {'h', [](Run &run, int32_t n) { return Take(run, n, true); }},
+    {'n', TakeByNumber},
     {'q', LookAtParameterSet},
     {'l', MakeList},
     {'y', SendToStandalone},
@@ -175,6 +187,12 @@ int32_t PerformAll(Run &run, const char *acts) {
     }
     for (RTPStreamData *const packet : run.held)
         if (RTPClientFreeRTPStreamData(run.client, packet, packet->codecType) != 0) Tell("a held packet stays", 0);
+    for (int32_t stream : {1, 2}) {
+        std::vector<RTPStreamData *> &packets = run.numbered[stream];
+        std::ranges::reverse(packets);
+        const auto count = static_cast<int32_t>(packets.size());
+        if (RTSPTapFreePackets(run.client, stream, packets.data(), count) != 0) Tell("a held packet stays", 0);
+    }
     if (run.list != 0) RTSPDestroyHeaderList(run.list);
     if (const int32_t result = RTSPClientDestroy(run.client); result != 0) Tell("RTSPClientDestroy gives", result);
     return firstFailure;

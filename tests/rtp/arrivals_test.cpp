@@ -1,0 +1,156 @@
+// What a client may ask for of packets that arrive: no duplicates, missing ones waited for, senders told apart.
+#include "platform/system.h"
+#include "rtp/rtcp/rtcp.h"
+#include "tests/rtp/stream_fixture.h"
+#include "tests/support/session.h"
+
+#include <array>
+#include <sstream>
+
+namespace rtsptap::test {
+namespace {
+
+// Packets have names: "a7" is number 7 of the sender a.
+struct Receiver : LiveStream {
+    ~Receiver() { totalPktLost = 0; } // the process shares it
+
+    void Come(const std::string &names) {
+        std::istringstream in(names);
+        for (std::string name; in >> name;) {
+            const std::string bytes =
+                test::Bytes(RtpPacket{.sequenceNumber = static_cast<uint16_t>(std::stoi(name.substr(1))),
+                                      .ssrc = static_cast<uint32_t>(name[0])});
+            RTPStreamData *const packet = Parse({bytes.begin(), bytes.end()});
+            if (packet != nullptr) InsertPacket(*stream, packet, rules);
+        }
+    }
+    // What one call gives: packets, or its code.
+    std::string Take(int32_t timeoutMs = 0) {
+        std::array<RTPStreamData *, 256> packets;
+        const int32_t count = RTSPTapTakePackets(Handle(), 1, packets.data(), 256, timeoutMs);
+        std::string names = count < 0 ? std::to_string(count) : "";
+        for (int32_t i = 0; i < count; ++i) {
+            const RTPHeader &header = *packets[static_cast<std::size_t>(i)]->rtpHeader;
+            names += (i > 0 ? " " : "");
+            names += static_cast<char>(header.ssrc) + std::to_string(header.sequenceNumber);
+        }
+        EXPECT_EQ(RTSPTapFreePackets(Handle(), 1, packets.data(), std::max(count, 0)), 0);
+        return names;
+    }
+    void EndWith(int32_t why) { EndReception(*stream, why); }
+
+    CapturedStdout out;
+};
+
+int64_t MsOf(const std::function<void()> &act) {
+    const uint64_t begin = MonotonicMs();
+    act();
+    return static_cast<int64_t>(MonotonicMs() - begin);
+}
+
+TEST(Arrivals, DuplicatesAndSendersAreTold) {
+    struct Row {
+        bool dropsDuplicates, restarts;
+        std::string come, taken;
+        int dropped, changes;
+        char sender;
+    };
+    const Row rows[] = {
+        {false, false, "a1 a2 a2 a3", "a1 a2 a2 a3", 0, 0, 'a'},
+        {true, false, "a1 a2 a2 a3 a1 a4", "a1 a2 a3 a4", 2, 0, 'a'},
+        {true, false, "a1 a4 a2 a3 a2", "a1 a2 a3 a4", 1, 0, 'a'},
+        {true, false, "a65535 a0 a65535 a0 a1", "a65535 a0 a1", 2, 0, 'a'},
+        {true, false, "a1 a501 a1 a2 a2", "a1 a501 a1 a2", 1, 0, 'a'},   // as far back as is known
+        {true, false, "a5 b5 a6 b5", "a5 b5 a6 b5", 0, 0, 'a'},          // numbers of one sender
+        {false, false, "a100 a101 b7 b8", "b7 b8 a100 a101", 0, 0, 'a'}, // Kept: numbers of all are one order
+        {false, true, "a100 a102 a101 b8 b9 b11 b10", "a100 a101 a102 b8 b9 b10 b11", 0, 1, 'b'},
+        {true, true, "a100 b8 b8 b9 b8 b9 b10", "a100 b8 b9 b10", 3, 1, 'b'},
+        {false, true, "a100 b7 a101 b9 a102 c9", "a100 b7 a101 b9 a102 c9", 0, 0, 'a'}, // none twice in a row
+        {false, true, "a100 a3099 a3100", "a100 a3099 a3100", 0, 0, 'a'},
+        {false, true, "a100 a9000 a9001 a9002", "a100 a9000 a9001 a9002", 0, 1, 'a'},
+        {false, true, "a9000 a9001 a3 a4", "a9000 a9001 a3 a4", 0, 1, 'a'},
+        {false, true, "a65535 b65535 b0 b1", "a65535 b65535 b0 b1", 0, 1, 'b'}};
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.come);
+        Receiver receiver;
+        receiver.session.dialect.Set(Rule::kSenderRestart, row.restarts);
+        SetDropsDuplicates(receiver.session, row.dropsDuplicates ? 1 : 0);
+        receiver.Come(row.come);
+        EXPECT_EQ(receiver.Take(), row.taken);
+        EXPECT_EQ(receiver.session.duplicatesDropped, row.dropped);
+        EXPECT_EQ(receiver.session.dialect.Uses(Rule::kSenderRestart), static_cast<uint64_t>(row.changes));
+        EXPECT_EQ(receiver.stream->remoteSsrc, static_cast<uint32_t>(row.sender));
+        EXPECT_TRUE(NothingInUse(*receiver.stream));
+    }
+}
+
+TEST(Arrivals, ReportsStartAnewForANewSender) {
+    Receiver receiver;
+    receiver.session.dialect.Set(Rule::kSenderRestart, true);
+    std::array<uint8_t, 64> report;
+    const auto write = [&] { WriteReceiverReport(*receiver.stream, report.data(), 64, {}); };
+    const auto word = [&](std::size_t at) { return Word32({report.begin(), report.end()}, at); };
+    receiver.Come("a40000 a40009");
+    receiver.stream->rtcp.senderReport = {.senderSsrc = 'a', .ntpMsw = 1, .ntpLsw = 2};
+    write();
+    EXPECT_EQ(word(12) & 0xFFFFFF, 8u);
+    receiver.EndWith(RTSPTAP_SENDER_LEFT);
+    receiver.Come("b7");
+    EXPECT_EQ(receiver.stream->endedWhy, RTSPTAP_SENDER_LEFT);
+    receiver.Come("b8");
+    EXPECT_EQ(receiver.stream->endedWhy, 0); // somebody else goes on
+    write();
+    const std::vector<uint32_t> words = {word(8), word(12), word(16), word(24), word(28)};
+    EXPECT_EQ(words, std::vector<uint32_t>({'b', 0, 8, 0, 0}));
+    EXPECT_EQ(CountOf(receiver.out.Text(), "Pkt Lost"), 1u); // b7 is no loss
+}
+
+// Limits are generous upwards only: the machine may be slow.
+TEST(Arrivals, MissingPacketsAreWaitedFor) {
+    constexpr int32_t kWaitMs = 60;
+    Receiver receiver;
+    SetReorderWait(receiver.session, kWaitMs);
+    receiver.Come("a65533 a65535 a0");
+    EXPECT_EQ(receiver.Take(), "a65533");
+    EXPECT_EQ(receiver.Take(), "");
+    receiver.Come("a65534"); // across the wrap: at once
+    EXPECT_EQ(receiver.Take(), "a65534 a65535 a0");
+    receiver.Come("a4 a2"); // 1 and 3 are lost
+    std::string taken;
+    EXPECT_GE(MsOf([&] { taken = receiver.Take(60000); }), kWaitMs - 1);
+    EXPECT_EQ(taken, "a2 a4");
+    receiver.Come("a1 a3"); // too late
+    EXPECT_EQ(receiver.Take(1), "");
+    EXPECT_EQ(receiver.session.lateDropped, 2);
+    receiver.Come("a6 b1"); // of another sender nothing is missing
+    RTPStreamData *shown = nullptr;
+    EXPECT_GE(MsOf([&] { RTPClientPeekRTPStreamData(receiver.Handle(), &shown, RTP_CODEC_H264); }), kWaitMs - 1);
+    RTPStreamData *const packet = receiver.Get();
+    EXPECT_TRUE(packet != nullptr && packet == shown && packet->rtpHeader->sequenceNumber == 6);
+    receiver.Free(packet);
+    EXPECT_EQ(receiver.Take(), "b1");
+    receiver.Come("b3");
+    EXPECT_EQ(receiver.Take(), "");
+    receiver.EndWith(RTSPTAP_CONNECTION_CLOSED);
+    for (const char *expected : {"b3", "-107"}) EXPECT_EQ(receiver.Take(), expected);
+    EXPECT_TRUE(NothingInUse(*receiver.stream));
+}
+
+// A stream that loses every other packet is late by one wait, not by one for each.
+TEST(Arrivals, NoPacketWaitsLongerThanItIsAskedTo) {
+    Receiver receiver;
+    SetReorderWait(receiver.session, 100);
+    for (int number = 1; number < 200; number += 2) receiver.Come("a" + std::to_string(number));
+    std::string taken;
+    EXPECT_LT(MsOf([&] {
+                  for (int calls = 0; calls < 100 && !taken.ends_with("a199"); ++calls) taken = receiver.Take(5000);
+              }),
+              5000);
+    EXPECT_TRUE(taken.ends_with("a199"));
+    SetReorderWait(receiver.session, 0);
+    receiver.Come("a300");
+    EXPECT_EQ(receiver.Take(), "a300");
+}
+
+} // namespace
+} // namespace rtsptap::test
