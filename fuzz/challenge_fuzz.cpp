@@ -1,9 +1,12 @@
-// A hostile WWW-Authenticate value: cut up, stored and sent back.
+// A hostile WWW-Authenticate value: cut up, stored and sent back, as the base does and for credentials of the
+// program.
 #include "fuzz/fuzz_target.h"
 #include "platform/text.h"
 #include "rtsp/client/client.h"
 #include "rtsp/message/authentication.h"
+#include "rtsp/message/credentials.h"
 #include "rtsp/message/response.h"
+#include "rtsptap_extended.h"
 
 #include <cstring>
 
@@ -19,12 +22,56 @@ int GenerateDigestResponse(const char *nonce, const char *, const char *username
     return 0;
 }
 
+int RTSPTapComputeDigest(const RTSPTapDigest *of, char *response, uint32_t size) {
+    fuzz::Require(of->recordSize == sizeof *of && std::strcmp(of->password, "p") == 0);
+    for (const char *const text : {of->algorithm, of->realm, of->nonce, of->nonceCount, of->qop})
+        fuzz::Require(std::strpbrk(text, "\r\n") == nullptr);
+    std::memset(response, 'f', size);
+    return 0;
+}
+
+namespace {
+
+// One line, in which every quote that is opened is closed: nothing of the challenge gets out of its place.
+void RequireWellFormed(std::string_view value) {
+    bool isQuoted = false;
+    for (std::size_t at = 0; at < value.size(); ++at) {
+        fuzz::Require(value[at] != '\r' && value[at] != '\n');
+        if (isQuoted && value[at] == '\\')
+            ++at;
+        else if (value[at] == '"')
+            isQuoted = !isQuoted;
+    }
+    fuzz::Require(!isQuoted);
+}
+
+void AnswerByItself(const ResponseMsg &response) {
+    constexpr char kUrl[] = "rtsp://127.0.0.1:554/live";
+    Credentials credentials;
+    credentials.allowsBasic = true;
+    StoreCredentials(credentials, "u\"\\", "p");
+    NoteWhatIsAsked(credentials, response);
+    fuzz::Require(!HasControlCharacter(credentials.asked));
+    for (int answers = 0; TakeChallenge(credentials, {response, kUrl, answers > 0, answers}) == Verdict::kAnswer;
+         ++answers) {
+        fuzz::Require(answers < 2 && IsAnswering(credentials, kUrl));
+        const HeapText value = AuthorizationFor(credentials, {kUrl, "PLAY", kUrl, ""});
+        RequireWellFormed(value.get());
+        fuzz::Require(AuthorizationFor(credentials, {kUrl, "PLAY", "rtsp://127.0.0.1/live/x@y:1/", ""}) != nullptr);
+        fuzz::Require(AuthorizationFor(credentials, {kUrl, "PLAY", "rtsp://127.0.0.1@evil/", ""}) == nullptr);
+    }
+    ForgetCredentials(credentials);
+}
+
+} // namespace
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const ResponseMsgPtr response(new ResponseMsg{});
     response->headers[0].headerName = DuplicateText("WWW-Authenticate").release();
     response->headers[0].headerValue = DuplicateText(fuzz::TextOf(data, size)).release();
     response->headerCount = 1;
 
+    AnswerByItself(*response);
     Authentication is;
     StoreChallenge(is, *response);
     fuzz::Require((is.required != 0) == (is.type[0] != '\0'));

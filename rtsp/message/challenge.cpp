@@ -113,10 +113,17 @@ int StrengthOfAlgorithm(std::string_view name) {
     return found == std::end(kAlgorithms) ? 0 : static_cast<int>(found - kAlgorithms) + 1;
 }
 
+// Between quotes it ends where it should: a text that came without them may have one within.
+bool FitsBetweenQuotes(std::string_view text) {
+    std::size_t at = 0;
+    while (at < text.size() && text[at] != '"') at += text[at] == '\\' ? 2 : 1;
+    return at == text.size() && !HasControlCharacter(text);
+}
+
 bool CanBeRepeated(const Challenge &challenge) {
     const std::string_view texts[] = {challenge.realm, challenge.nonce, challenge.opaque};
     return !challenge.isBroken && challenge.nonce.data() != nullptr && challenge.realm.data() != nullptr &&
-           std::ranges::none_of(texts, HasControlCharacter);
+           std::ranges::all_of(texts, FitsBetweenQuotes);
 }
 
 } // namespace

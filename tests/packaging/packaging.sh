@@ -59,7 +59,14 @@ shown=$(nm -D --defined-only plugin.so | awk '$3 !~ /^_ZZ?N?K?St/ { print $3 }' 
 # Installed as a whole, with the digest archive, and gone again.
 "$cmake" --install "$build" --prefix "$work/whole" >log || { cat log; fail "installing $build"; }
 by_pkg_config "$(dirname "$(find whole -name rtsptap.pc)")" "$source/examples/count_packets.c"
-rm -rf other
-built_guest_runs other -DCMAKE_PREFIX_PATH="$work/whole" -DRTSPTAP_TARGET=rtsptap::rtsptap\;rtsptap::digest
+for digest in digest digest_shared; do
+    rm -rf other
+    built_guest_runs other -DCMAKE_PREFIX_PATH="$work/whole" -DRTSPTAP_TARGET=rtsptap::rtsptap\;rtsptap::$digest
+done
+pc=$(dirname "$(find whole -name rtsptap-digest.pc)")
+# shellcheck disable=SC2046 # the flags are words of their own
+"$cc" "$source/examples/count_packets.c" -o program $(PKG_CONFIG_PATH=$pc pkg-config --cflags --libs rtsptap-digest) ||
+    fail "linking with the shared digests"
+LD_LIBRARY_PATH=$(dirname "$pc") ldd program | grep -q 'librtsptap_digest.so.*=> /' || fail "the digests are not found"
 (cd "$build" && "$cmake" --build . --target uninstall) >log
 [ -z "$(find whole -type f -o -type l)" ] || fail "left behind: $(find whole -type f)"
