@@ -29,8 +29,9 @@ void ShrinkRecvBuffer(RecvBuffer &recvBuffer) {
 
 void ReleaseRecvBuffer(RecvBuffer *recvBuffer) {
     if (recvBuffer == nullptr) return;
-    // One that was sent may hold a password.
-    if (recvBuffer->data != nullptr) explicit_bzero(recvBuffer->data, static_cast<std::size_t>(recvBuffer->length));
+    // One that was sent may hold a password. The length is negative where receiving failed.
+    const auto length = static_cast<std::size_t>(std::max(recvBuffer->length, 0));
+    if (recvBuffer->data != nullptr) explicit_bzero(recvBuffer->data, length);
     std::free(recvBuffer->data);
     delete recvBuffer;
 }

@@ -9,7 +9,7 @@
 namespace rtsptap {
 namespace {
 
-constexpr uint64_t kLockWaitMs = 5; // a request is handed to the system in less, unless the server does not read
+constexpr int kLockTries = 5; // 1 ms apart; a request takes less, unless the server does not read
 
 // Sends what is left of the unsent text; false while some remains. A failure drops it: the connection is broken.
 bool SendLeft(Connection &connection, int flags) {
@@ -25,9 +25,13 @@ bool SendLeft(Connection &connection, int flags) {
     return true;
 }
 
-bool LockWithin(pthread_mutex_t &lock, uint64_t ms) {
-    const timespec end = MonotonicTime(MonotonicMs() + ms);
-    return pthread_mutex_clocklock(&lock, CLOCK_MONOTONIC, &end) == 0;
+// Not the wait with a time-out of the system's own, which thread checkers do not know.
+bool LockSoon(pthread_mutex_t &lock) {
+    for (int tries = 0; tries < kLockTries; ++tries) {
+        if (pthread_mutex_trylock(&lock) == 0) return true;
+        MSecDelay(1);
+    }
+    return false;
 }
 
 } // namespace
@@ -48,7 +52,7 @@ bool SendRest(Connection &connection) {
 }
 
 Sent SendWithoutWaiting(Connection &connection, RecvBufferPtr text) {
-    if (!LockWithin(connection.sendLock, kLockWaitMs)) return Sent::kNotNow;
+    if (!LockSoon(connection.sendLock)) return Sent::kNotNow;
     const ScopeExit unlock([&connection] { MutexUnlock(&connection.sendLock); });
     if (!IsClear(connection) || StaysFull(connection.socket, 0)) return Sent::kNotNow;
     const auto length = static_cast<std::size_t>(text->length);
