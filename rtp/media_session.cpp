@@ -165,6 +165,10 @@ void StopInterleavedThread(const MediaSession &session, int socket) {
         if (ServesConnection(stream->thread)) StopStreamThread(stream->thread, socket);
 }
 
+void JoinEndedInterleavedThread(const MediaSession &session) {
+    if (session.connection.turn.ended.load(std::memory_order_acquire)) StopInterleavedThread(session, -1);
+}
+
 void CloseConnectionAndStreams(MediaSession &session) {
     DebugPrint(kDebugEntry, "\tClosing RTSP Connection Socket \n");
     const int32_t rtspSocket = session.connection.socket;

@@ -99,6 +99,9 @@ void StartUdpThread(RTSPStreamInfo &stream);
 // Starts the thread that serves the whole interleaved connection, on the session's first stream.
 void StartInterleavedThread(MediaSession &session);
 
+// Where the thread has seen the end of the connection: it is gone when this returns, and nobody counts on it.
+void JoinEndedInterleavedThread(const MediaSession &session);
+
 // Stops it. A `socket` of -1 leaves the connection open and unread.
 void StopInterleavedThread(const MediaSession &session, int socket);
 // True while a thread reads the connection.

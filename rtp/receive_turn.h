@@ -37,10 +37,10 @@ struct alignas(64) ReceiveTurn {
     std::atomic<uint32_t> visits{0};     // turns that readers have had; written in the turn
     std::atomic<uint64_t> lastLeftMs{0}; // MonotonicMs when a reader last left its turn
     std::atomic<int32_t> sleepers{0};    // readers that found it taken and wait to be signalled
+    std::atomic<bool> ended{false};      // the socket delivers nothing any more; written in the turn
     // ---- Whoever has the turn; read by the watch while its thread rests ----
     StreamThread *thread = nullptr; // that serves the socket; null: readers get no turn
     bool readersMayWait = false;    // in the socket: their waits there are limited
-    bool ended = false;             // it delivers nothing any more
 };
 
 // Holds the turn for the length of a block, if it can be had. The thread's.

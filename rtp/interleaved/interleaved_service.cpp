@@ -283,22 +283,29 @@ bool Open(StreamThread &thread) {
     return true;
 }
 
+Served End(ReceiveTurn &turn) {
+    turn.ended.store(true, std::memory_order_release);
+    return Served::kEnded;
+}
+
 // In a turn: waits up to `timeoutMs` for more and handles what is there. Ends, with all turns, when the connection
 // is closed or memory short.
 Served ServeConnection(MediaSession &session, int timeoutMs) {
     ReceiveTurn &turn = session.connection.turn;
     ReadAhead *const reader = OpenReader(session.connection);
-    turn.ended = turn.ended || reader == nullptr || reader->socket < 0;
-    if (turn.ended) return Served::kEnded;
+    if (turn.ended || reader == nullptr || reader->socket < 0) return End(turn);
     const int graceLeft = ReplyGraceLeft(*reader);
     BorrowRoom(*reader);
     const Fill fill = FillReader(*reader, graceLeft < 0 ? timeoutMs : std::min(timeoutMs, graceLeft));
     if (fill == Fill::kClosed) DebugPrint(kDebugEntry, "Stopping Thread \n");
     const bool graceIsOver = ReplyGraceLeft(*reader) == 0;
     const bool goesOn = TakeUnits(session, *reader, ReplyEnd::kFirstDollar, fill == Fill::kClosed, graceIsOver);
-    turn.ended = fill == Fill::kClosed || !goesOn;
-    if (fill == Fill::kClosed) NoteClosed(session, reader->socket);
-    return turn.ended ? Served::kEnded : Served::kNothingLeft;
+    // One that another has taken the place of meanwhile is nobody's any more: that one is served next.
+    const bool isClosed = fill == Fill::kClosed && reader->socket == session.connection.socket;
+    if (goesOn && !isClosed) return Served::kNothingLeft;
+    const Served ended = End(turn);
+    if (isClosed) NoteClosed(session, reader->socket);
+    return ended;
 }
 
 Served Serve(StreamThread &thread, const Readiness & /*readiness*/) {

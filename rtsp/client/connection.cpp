@@ -60,6 +60,7 @@ int32_t OpenConnection(const CallTrace &trace, RTSPClient &client, const Address
 void AdoptSocket(RTSPClient &client, int32_t socket) {
     free(std::exchange(client.aggregateUrl, nullptr)); // the last server's: no other one hears of it
     SendAtOnce(socket);
+    JoinEndedInterleavedThread(client.media);
     BeginConnection(client.media.connection);
     const int32_t earlier = client.media.connection.socket.exchange(socket);
     if (earlier >= 0) {
