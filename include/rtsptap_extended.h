@@ -437,7 +437,8 @@ enum RTSPTapPrintLevel {
  * @param level         RTSPTapPrintLevel; take one that you do not know for an event
  * @param clientHandle  whose call or stream it is about; 0 when it is nobody's in particular, or no live client's
  * @param text          at most 1023 bytes, without prefix and line end; there may be line ends within it. Good
- * until the printer returns. A message may hold what a server sent, and a request with its Authorization.
+ * until the printer returns. A message may hold what a server sent, and a request with its Authorization
+ *                      unless the password was set by RTSPTapSetCredentials.
  */
 typedef void (*RTSPTapPrinter)(void *context, int32_t level, intptr_t clientHandle, const char *text);
 

@@ -58,6 +58,7 @@ struct Look {
 
 // Serves in the reader's turn, or sleeps while somebody else does.
 void WaitForMore(RTSPStreamInfo &stream, uint32_t handledBefore, uint64_t deadlineMs, Look &look) {
+    const PrintsFor client(HandleOf(*stream.session));
     const bool overTcp = stream.receiving;
     ReceiveTurn &turn = overTcp ? stream.session->connection.turn : stream.turn;
     const Service &service = overTcp ? kInterleavedService : kRtpService;

@@ -191,7 +191,7 @@ int32_t RTSPTapSetRtcpCallback(intptr_t clientHandle, RTSPTapRtcpCallback callba
 }
 
 int32_t RTSPTapSetCredentials(intptr_t clientHandle, const char *user, const char *password) {
-    const CallTrace trace(__func__);
+    const ClientTrace trace(__func__, clientHandle);
     RTSPClient *const client = LiveClient(clientHandle);
     if (client == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid client handle\n");
     const std::string_view texts[] = {user != nullptr ? user : "", password != nullptr ? password : ""};

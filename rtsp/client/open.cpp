@@ -167,7 +167,7 @@ RTSPClient *Prepare(const CallTrace &trace, intptr_t clientHandle, const char *u
 using namespace rtsptap;
 
 int32_t RTSPTapOpen(intptr_t clientHandle, const char *url) {
-    const CallTrace trace(__func__);
+    const ClientTrace trace(__func__, clientHandle);
     ServerUrl to;
     int32_t result = RTSP_SUCCESS;
     RTSPClient *const client = Prepare(trace, clientHandle, url, to, result);
@@ -179,7 +179,7 @@ int32_t RTSPTapOpen(intptr_t clientHandle, const char *url) {
 
 int32_t RTSPTapConnect(intptr_t clientHandle, const char *url, char *address) {
     constexpr std::size_t kAddressBytes = 64;
-    const CallTrace trace(__func__);
+    const ClientTrace trace(__func__, clientHandle);
     ServerUrl to;
     int32_t result = RTSP_SUCCESS;
     RTSPClient *const client = Prepare(trace, clientHandle, url, to, result);

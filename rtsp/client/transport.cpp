@@ -199,7 +199,7 @@ int32_t PlayAndListen(const CallTrace &trace, RTSPClient &client, const RTSPTapP
 using namespace rtsptap;
 
 int32_t RTSPTapSetup(intptr_t clientHandle, int32_t streamNumber) {
-    const CallTrace trace(__func__);
+    const ClientTrace trace(__func__, clientHandle);
     RTSPClient *const client = LiveClient(clientHandle);
     if (client == nullptr || streamNumber < 0)
         return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid input argument\n");
@@ -217,7 +217,7 @@ int32_t RTSPTapSetup(intptr_t clientHandle, int32_t streamNumber) {
 }
 
 int32_t RTSPTapStart(intptr_t clientHandle, const RTSPTapPlayRequest *request, RTSPTapPlayReply *reply) {
-    const CallTrace trace(__func__);
+    const ClientTrace trace(__func__, clientHandle);
     RTSPClient *const client = LiveClient(clientHandle);
     if (client == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid client handle\n");
     if (client->media.state == CLIENT_DESCRIBE_SENT_STATE)
