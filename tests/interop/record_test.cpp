@@ -91,6 +91,16 @@ TEST_F(Record, EveryCodecOfTodayDecodesWithoutErrors) {
     }
 }
 
+TEST_F(Record, TwoStreamsWithOneCodecAreBothInTheFile) {
+    const std::string picture = "videotestsrc is-live=true ! video/x-raw,height=120,framerate=25/1,width=";
+    const std::string coding = " ! x264enc tune=zerolatency key-int-max=25 ! rtph264pay config-interval=1 name=pay";
+    const GstServer peer({GST_SERVER, picture + "160" + coding + "0 " + picture + "320" + coding + "1"});
+    const Result tool = RunToEnd(TOOL " record rtsp://127.0.0.1:" + std::to_string(peer.Port()) +
+                                 "/demo --duration 3s -o " + directory + "a.mkv");
+    EXPECT_EQ(0, tool.status) << tool.errors;
+    ExpectStreams(directory + "a.mkv", {"h264 160", "h264 320"});
+}
+
 // Three players at once, past the end of the clip; each begins with its first picture. GStreamer's may come to an
 // end too late on a busy machine to find anybody to tell of it: then it plays once more.
 TEST_F(Record, TheDemoServersClipArrivesPictureByPictureEverywhere) {

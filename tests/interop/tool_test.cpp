@@ -31,7 +31,7 @@ TEST(Tool, PlayReportsBothStreamsAndKeepsStandardOutputForData) {
         EXPECT_TRUE(std::regex_search(play.output, std::regex(std::string("\n") + row + "\n"))) << play.output;
     EXPECT_EQ(3, std::ranges::count(play.output, '\n')) << play.output;
     for (const char *line :
-         {"\n> PLAY rtsp://", "\n> Authorization: (hidden)\n", "\n< RTSP/1.0 401 ", "\n< m=video "})
+         {"\n> PLAY rtsp://", "\n> Authorization: (hidden)\n", "\n< RTSP/1.0 200 OK", "\n< m=video "})
         EXPECT_TRUE(Contains(play.errors, line)) << line << play.errors;
     EXPECT_FALSE(Contains(play.errors, "running") || Contains(play.errors, "response=")) << play.errors;
 }

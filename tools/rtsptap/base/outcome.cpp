@@ -73,8 +73,8 @@ ExitCode CodeOfStatus(int status) {
 }
 
 bool IsRefusal(int32_t result) {
-    return result == RTSP_REDIRECTED || result == RTSP_UNAUTHORIZED || result == RTSP_CLIENT_ERROR ||
-           result == RTSP_SERVER_ERROR;
+    return result == RTSP_REDIRECTED || result == RTSP_UNAUTHORIZED || result == RTSPTAP_UNKNOWN_CHALLENGE ||
+           result == RTSP_CLIENT_ERROR || result == RTSP_SERVER_ERROR;
 }
 
 } // namespace

@@ -29,18 +29,6 @@ Reply ParseReply(std::string_view text);
 // The first header of that name, letter case ignored; empty when there is none.
 std::string HeaderOf(const Reply &reply, std::string_view name);
 
-// One way in that a server offers (RFC 9110, 11.3).
-struct Challenge {
-    std::string scheme;                                          // "Digest", "Basic", others as they were sent
-    std::vector<std::pair<std::string, std::string>> parameters; // names in lower case; without their quotes
-};
-
-// In their order: of all WWW-Authenticate headers, and of each as many as it has.
-std::vector<Challenge> ChallengesOf(const Reply &reply);
-
-// A parameter of a challenge; empty when it has none.
-std::string ParameterOf(const Challenge &challenge, std::string_view name);
-
 // What a reply to PLAY says of one stream (RFC 2326, 12.33).
 struct RtpInfo {
     std::string url;

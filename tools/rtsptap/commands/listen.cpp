@@ -6,13 +6,9 @@
 #include "media/payload.h"
 #include "session/description.h"
 #include "session/session.h"
-#include "session/sockets.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <charconv>
-#include <cstring>
-#include <list>
 #include <optional>
 
 namespace tool {
@@ -70,8 +66,6 @@ OptionGroup PortOptions(ListenSettings &listen) {
              LatencyOption(listen.latency, TimeText(kUsualLatency) + " for a recording, else 0")}};
 }
 
-using Memberships = std::list<MulticastMembership>;
-
 Outcome StreamsOfPorts(const ListenSettings &settings, SdpFile &sdp) {
     if (settings.video.codecType != 0 && settings.video.port == settings.audio.port)
         return {ExitCode::kUsage, "listen: --video and --audio need a port each"};
@@ -105,12 +99,10 @@ Outcome CheckStreams(const SdpFile &sdp) {
     return {ExitCode::kUsage, "listen: a transport stream carries its own audio; listen to it alone"};
 }
 
-Outcome OpenPorts(const SdpFile &sdp, Memberships &memberships, OpenedSession &opened) {
+Outcome OpenPorts(const SdpFile &sdp, OpenedSession &opened) {
     opened.session = std::make_shared<Session>();
     for (const auto &[format, group] : sdp.streams) {
-        if (!group.empty() && !memberships.emplace_back(group).HasJoined())
-            return {ExitCode::kUnreachable, "multicast group " + group + ": " + std::strerror(errno)};
-        const ListenPort port = {format.stream.codecType, format.port};
+        const ListenPort port = {format.stream.codecType, format.port, group};
         if (Outcome failed = opened.session->Listen(format.stream.number, port); !failed.IsOk()) return failed;
         opened.streams.push_back(format.stream);
         opened.formats.push_back(format);
@@ -150,9 +142,8 @@ Outcome Listen(const ListenSettings &settings, const LibraryOutput &output, Inte
     if (failed.IsOk())
         failed = records ? MakeRecordingWatchers(settings.reception, file, output.Data(), watchers)
                          : MakePlayingWatchers(settings.reception, output.Data(), watchers);
-    Memberships memberships;
     OpenedSession opened;
-    if (failed.IsOk()) failed = OpenPorts(sdp, memberships, opened);
+    if (failed.IsOk()) failed = OpenPorts(sdp, opened);
     if (!failed.IsOk()) return failed;
     if (records)
         file.latency = settings.latency.value_or(kUsualLatency);

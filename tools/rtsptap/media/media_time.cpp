@@ -29,7 +29,8 @@ nanoseconds MediaTime::Of(uint32_t ssrc, uint32_t timestamp, Clock::time_point a
     const auto byClock = static_cast<int64_t>(passed.count() * clockRate_);
     const auto bySender = static_cast<int64_t>(static_cast<int32_t>(timestamp - timestamp_));
     const bool follows = begun_ && ssrc == ssrc_;
-    const bool jumps = std::abs(bySender - byClock) > kJumpSeconds * clockRate_;
+    const bool goesBack = bySender < -int64_t{clockRate_}; // farther than pictures that refer to later ones
+    const bool jumps = goesBack || std::abs(bySender - byClock) > kJumpSeconds * clockRate_;
     if (firstTimestamp_)
         ticks_ = Align(timestamp, ticks_ + byClock);
     else

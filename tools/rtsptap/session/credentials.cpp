@@ -14,7 +14,7 @@
 namespace tool {
 namespace {
 
-constexpr std::size_t kLongest = 127; // what a client has room for
+constexpr std::size_t kLongest = 1023; // what a client has room for
 constexpr auto kLook = std::chrono::milliseconds(20);
 
 // The controlling terminal with its echo off, for as long as this lives.
@@ -98,7 +98,7 @@ Outcome ReadCredentials(const ServerSettings &settings, const Url &url, Interrup
     else
         outcome = AskForPassword(credentials.user, url, interruption, credentials.password);
     if (outcome.IsOk() && (credentials.user.size() > kLongest || credentials.password.size() > kLongest))
-        return {ExitCode::kUsage, "user name and password have at most 127 characters each"};
+        return {ExitCode::kUsage, "user name and password have at most 1023 characters each"};
     const auto isControl = [](unsigned char letter) { return letter < ' ' || letter == 0x7F; };
     if (outcome.IsOk() && std::any_of(credentials.user.begin(), credentials.user.end(), isControl))
         return {ExitCode::kUsage, "the user name has a control character"};

@@ -99,8 +99,10 @@ std::string GroupOf(std::string_view value) {
     Until(value, " ");
     Until(value, " ");
     const std::string address(Until(value, "/"));
-    in_addr parsed = {};
-    const bool isGroup = inet_pton(AF_INET, address.c_str(), &parsed) == 1 && IN_MULTICAST(ntohl(parsed.s_addr));
+    in_addr v4 = {};
+    in6_addr v6 = {};
+    const bool isGroup = (inet_pton(AF_INET, address.c_str(), &v4) == 1 && IN_MULTICAST(ntohl(v4.s_addr))) ||
+                         (inet_pton(AF_INET6, address.c_str(), &v6) == 1 && IN6_IS_ADDR_MULTICAST(&v6));
     return isGroup ? address : "";
 }
 

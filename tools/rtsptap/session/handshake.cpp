@@ -3,11 +3,11 @@
 #include "base/secrets.h"
 #include "base/text.h"
 #include "session/description.h"
-#include "session/sockets.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 
 namespace tool {
 namespace {
@@ -42,6 +42,19 @@ std::map<int32_t, uint32_t> FirstTimestamps(const Reply &reply, const Session &s
 }
 
 } // namespace
+
+RTSPTapTransport Handshake::InLibrary(Transport transport) {
+    switch (transport) {
+    case Transport::kUdp:
+        return RTSPTAP_TRANSPORT_UDP;
+    case Transport::kTcp:
+        return RTSPTAP_TRANSPORT_TCP;
+    case Transport::kMulticast:
+        return RTSPTAP_TRANSPORT_MULTICAST;
+    default:
+        return RTSPTAP_TRANSPORT_AUTOMATIC;
+    }
+}
 
 Handshake::Progress Handshake::Look() const {
     const std::lock_guard guard(lock_);
@@ -107,9 +120,18 @@ Outcome Handshake::Judge(const std::string &phase, const Answer &answer) {
     opened_.refusal = outcome.IsOk() ? 0 : answer.reply.status;
     location_ = HeaderOf(answer.reply, "Location");
     if (outcome.code != ExitCode::kAuthentication) return outcome;
-    outcome.text += ": " + answer.complaint;
+    outcome.text += ": " + Complaint(answer.result, authentication);
     if (!IsOwnHost() && !server_.credentials.user.empty()) outcome.text += "; those given are for another host";
     return outcome;
+}
+
+// What is wrong when a server still says 401.
+std::string Handshake::Complaint(int32_t result, const std::string &scheme) const {
+    const bool isKnown = IsOwnHost() && !server_.credentials.user.empty();
+    if (result == RTSPTAP_UNKNOWN_CHALLENGE) return "the server asks for " + scheme + ", which is not supported";
+    if (!isKnown) return "a user name and a password are needed (-u, RTSPTAP_PASSWORD)";
+    if (server_.credentials.password.empty()) return "a password is needed (RTSPTAP_PASSWORD, --password-file)";
+    return "user name or password are wrong";
 }
 
 Outcome Handshake::Talk() {
@@ -152,7 +174,7 @@ Outcome Handshake::Resolve() {
 
 Outcome Handshake::Ask() {
     if (Outcome failed = Connect(); !failed.IsOk()) return failed;
-    if (Outcome failed = Options(); !failed.IsOk()) return failed;
+    if (Outcome failed = AskOptions(); !failed.IsOk()) return failed;
     if (Outcome failed = Describe(); !failed.IsOk()) return failed;
     if (Outcome failed = SetUpStreams(); !failed.IsOk()) return failed;
     return Request("PLAY", [this](Session &session) {
@@ -160,6 +182,16 @@ Outcome Handshake::Ask() {
         opened_.firstTimestamps = FirstTimestamps(answer.reply, session, opened_.streams);
         return answer;
     });
+}
+
+// A server that refuses it, or hangs up, may describe all the same.
+Outcome Handshake::AskOptions() {
+    constexpr ExitCode kRefused[] = {ExitCode::kNotFound, ExitCode::kClientError, ExitCode::kServerError};
+    Outcome outcome = Options();
+    if (server_.exact) return outcome;
+    if (outcome.code == ExitCode::kUnreachable) return Connect();
+    const bool isRefused = std::find(std::begin(kRefused), std::end(kRefused), outcome.code) != std::end(kRefused);
+    return isRefused ? Outcome{} : outcome;
 }
 
 Outcome Handshake::Options() {
@@ -187,8 +219,7 @@ bool Handshake::IsOwnHost() const {
 Target Handshake::TargetOf() const {
     Target target{RequestUrl(url_),
                   server_.credentials,
-                  opened_.transport == Transport::kTcp ? DATA_PROTO_TCP : DATA_PROTO_UDP,
-                  opened_.transport == Transport::kMulticast,
+                  opened_.transport == Transport::kTcp ? RTSPTAP_TRANSPORT_TCP : transport_,
                   server_.headers,
                   server_.exact,
                   server_.keepalive};
@@ -230,22 +261,11 @@ Outcome Handshake::SetUpStreams() {
 
 Outcome Handshake::SetUpFirst(int32_t number) {
     Outcome outcome = SetUpStream(number);
-    if (FallBack(outcome)) outcome = SetUpStream(number);
     // The library names a session with every stream but number 1, also where there is none yet. Most servers
     // ignore the empty name; others have a stream 1 that nobody reads set up for them.
     if (opened_.refusal != kSessionNotFound || number == 1) return outcome;
     outcome = SetUpStream(1);
     return outcome.IsOk() ? SetUpStream(number) : outcome;
-}
-
-// Where UDP is refused before anything is set up, the connection stays good for TCP.
-bool Handshake::FallBack(const Outcome &refused) {
-    if (!mayFallBack_ || opened_.refusal != kUnsupportedTransport || !opened_.session->SwitchToTcp()) return false;
-    mayFallBack_ = false;
-    opened_.transport = Transport::kTcp;
-    opened_.fellBack = true;
-    opened_.notes.push_back(refused.text + ": falling back to TCP");
-    return true;
 }
 
 Outcome Handshake::SetUpStream(int32_t number) {
@@ -255,8 +275,18 @@ Outcome Handshake::SetUpStream(int32_t number) {
         if (const auto timeout = SessionTimeoutOf(answer.reply)) opened_.facts.sessionTimeout = timeout;
         Outcome outcome = Judge(phase, answer);
         opened_.udpIsUnusable = outcome.code == ExitCode::kNotUnderstood && opened_.transport == Transport::kUdp;
+        if (outcome.IsOk()) NoteTransport();
         return outcome;
     });
+}
+
+// The library goes over to TCP where the server refuses UDP, or says nothing about it that can be used.
+void Handshake::NoteTransport() {
+    const bool isTcp = opened_.session->TransportUsed() == RTSPTAP_TRANSPORT_TCP;
+    if (!isTcp || opened_.transport == Transport::kTcp) return;
+    opened_.transport = Transport::kTcp;
+    opened_.fellBack = true;
+    opened_.notes.push_back("the server refuses UDP: falling back to TCP");
 }
 
 // One setting counts for all streams, in units of 90 kHz: the fastest clock is the one that gets what was asked

@@ -12,8 +12,8 @@ namespace tool {
 class Handshake {
 public:
     Handshake(Server server, Transport transport)
-        : server_(std::move(server)), mayFallBack_(transport == Transport::kAuto), url_(server_.url) {
-        opened_.transport = mayFallBack_ ? Transport::kUdp : transport;
+        : server_(std::move(server)), transport_(InLibrary(transport)), url_(server_.url) {
+        opened_.transport = transport == Transport::kAuto ? Transport::kUdp : transport;
     }
 
     void Run(); // takes what it began back when it was abandoned meanwhile
@@ -34,6 +34,7 @@ private:
     Outcome Resolve();
     Outcome Connect();
     Outcome Ask();
+    Outcome AskOptions();
     Outcome Options();
     Outcome Describe();
     Outcome SetUpStreams();
@@ -41,7 +42,9 @@ private:
     Outcome SetUpStream(int32_t number);
     void SetUpLatency();
     Outcome Judge(const std::string &phase, const Answer &answer);
-    bool FallBack(const Outcome &refused);
+    std::string Complaint(int32_t result, const std::string &scheme) const;
+    void NoteTransport();
+    static RTSPTapTransport InLibrary(Transport transport);
     bool Redirect();
     bool IsOwnHost() const;
     Target TargetOf() const;
@@ -50,7 +53,7 @@ private:
     template <typename Exchange> Outcome Request(const std::string &phase, Exchange exchange);
 
     const Server server_;
-    bool mayFallBack_;
+    const RTSPTapTransport transport_;
     Url url_;                // where it leads now
     std::string ownAddress_; // the server's that the password is for
     std::string location_;   // of the latest reply that redirects

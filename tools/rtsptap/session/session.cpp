@@ -17,8 +17,7 @@ constexpr int32_t kVideoBufferBytes = 4 << 20;
 constexpr int32_t kAudioBufferBytes = 1 << 20;
 constexpr uint32_t kLargestDatagramBytes = 33000; // without RTSP; with it, the library's own
 constexpr std::size_t kUsualAttributeBytes = 512;
-constexpr int kPortTries = 10; // of a SETUP whose RTCP port somebody had
-constexpr int kMostTries = 3;  // of one request, with one challenge after the other
+constexpr std::size_t kTextBytes = 64; // of an address, the name of a challenge
 
 // Header lists are the library's; a fresh one for each request, since SETUP takes entries out.
 class HeaderList {
@@ -88,11 +87,6 @@ bool IsPrintable(const std::string &text) {
                         [](unsigned char letter) { return letter < ' ' || letter == 127; });
 }
 
-bool HasHeader(const std::vector<Header> &headers, const std::string &name) {
-    return std::any_of(headers.begin(), headers.end(),
-                       [&name](const Header &header) { return header.name == name; });
-}
-
 bool WasSent(int32_t result) {
     constexpr int32_t kBefore[] = {RTSP_INVALID_HEADER_LIST, RTSP_INVALID_STATE, RTSP_INVALID_ARGUMENT,
                                    RTSP_NOT_CONNECTED,       RTSP_SOCKET_FAILED, RTSP_NO_MEMORY,
@@ -156,40 +150,32 @@ Session::Session() : client_(RTSPClientCreate()) {
 Session::~Session() { RTSPClientDestroy(client_); }
 
 int32_t Session::Connect(const Target &target, std::string &address) {
-    constexpr std::size_t kAddressBytes = 64;
     const std::lock_guard guard(exchange_);
     RTSPTapSetOption(client_, RTSPTAP_OPTION_KEEP_ALIVE, target.keepalive ? -1 : 0);
     if (target.exact) RTSPTapSetOption(client_, RTSPTAP_OPTION_DIALECT, RTSPTAP_DIALECT_EXACT);
     headers_ = target.headers;
-    authorization_ = Authorization(target.credentials);
-    multicast_ = target.multicast;
-    base_ = target.url;
-    char text[kAddressBytes] = {};
+    RTSPTapSetOption(client_, RTSPTAP_OPTION_TRANSPORT, target.transport);
+    RTSPTapSetOption(client_, RTSPTAP_OPTION_BASIC_ALLOWED, 1);
+    if (const Credentials &given = target.credentials; !given.user.empty())
+        RTSPTapSetCredentials(client_, given.user.c_str(), given.password.c_str());
+    char text[kTextBytes] = {};
     const int32_t result = RTSPTapConnect(client_, target.url.c_str(), text);
-    if (result != RTSP_SUCCESS) return result;
-    address = text;
-    return RTSPTapSetDataProto(client_, target.transport);
+    if (result == RTSP_SUCCESS) address = text;
+    const bool isTcp = result == RTSP_SUCCESS && target.transport == RTSPTAP_TRANSPORT_TCP;
+    return isTcp ? RTSPTapSetDataProto(client_, DATA_PROTO_TCP) : result;
 }
 
-bool Session::SwitchToTcp() {
-    const std::lock_guard guard(exchange_);
-    return RTSPTapSetDataProto(client_, DATA_PROTO_TCP) == RTSP_SUCCESS;
+RTSPTapTransport Session::TransportUsed() const {
+    int64_t used = RTSPTAP_TRANSPORT_DEFAULT;
+    RTSPTapGetOption(client_, RTSPTAP_OPTION_TRANSPORT_USED, &used);
+    return static_cast<RTSPTapTransport>(used);
 }
 
-std::string Session::Authentication() {
-    const std::lock_guard guard(exchange_);
-    return authorization_.Scheme();
-}
-
-Answer Session::SetUp(int32_t number) {
-    const bool asksForGroup = multicast_ && !HasHeader(headers_[RTSP_SETUP], "Transport");
-    const std::vector<Header> transport =
-        asksForGroup ? std::vector<Header>{{"Transport", "RTP/AVP;multicast"}} : std::vector<Header>();
-    Answer answer = Send(RTSP_SETUP, number, transport);
-    // Somebody had the RTCP port, and nothing was sent: the next try takes other ports.
-    for (int tries = 1; tries < kPortTries && answer.result == RTSP_INVALID_HEADER_LIST; ++tries)
-        answer = Send(RTSP_SETUP, number, transport);
-    return answer;
+std::string Session::Authentication() const {
+    char text[kTextBytes] = {};
+    uint32_t size = sizeof text;
+    RTSPTapGetOptionText(client_, RTSPTAP_OPTION_CHALLENGE, text, &size);
+    return Presentable(text);
 }
 
 Answer Session::Teardown() {
@@ -200,51 +186,29 @@ Answer Session::Teardown() {
     return Send(RTSP_TEARDOWN);
 }
 
-// A challenge is answered here, whichever method it came to: the library would answer those that it knows, but for
-// the rest of the session, and with what the server said first.
-Answer Session::Send(RTSPMethod method, int32_t stream, const std::vector<Header> &instead) {
+// Which transport it is to be is the library's choice, unless the user has headers for it.
+Answer Session::SetUp(int32_t number) {
+    if (!headers_[RTSP_SETUP].empty()) return Send(RTSP_SETUP, number);
     const std::lock_guard guard(exchange_);
-    Answer answer = SendOnce(method, stream, instead);
-    for (int tries = 0; tries < kMostTries && answer.reply.status == kUnauthorized; ++tries) {
-        RTSPTapForgetChallenge(client_);
-        if (!authorization_.Take(answer.reply)) break;
-        answer = SendOnce(method, stream, instead);
-    }
-    if (answer.reply.status == kUnauthorized) answer.complaint = authorization_.Complaint();
+    return AnswerOf(RTSPTapSetup(client_, number));
+}
+
+Answer Session::Send(RTSPMethod method, int32_t stream) {
+    const std::lock_guard guard(exchange_);
+    std::vector<Header> &own = headers_[method];
+    HeaderList list;
+    for (const Header &header : own)
+        if (const int32_t result = list.Add(header); result != RTSP_SUCCESS) return {result, {}};
+    const Answer answer = AnswerOf(MethodOf(method).send(client_, stream, list.Handle()));
     // A transport of the user's names ports or channels, which are good for one stream.
-    if (method == RTSP_SETUP)
-        std::erase_if(headers_[method], [](const Header &header) { return header.name == "Transport"; });
+    if (method == RTSP_SETUP) std::erase_if(own, [](const Header &header) { return header.name == "Transport"; });
     return answer;
 }
 
-Answer Session::SendOnce(RTSPMethod method, int32_t stream, const std::vector<Header> &instead) {
-    const std::vector<Header> &own = headers_[method];
-    HeaderList list;
-    for (const Header &header : instead) list.Add(header);
-    for (const Header &header : own) {
-        if (HasHeader(instead, header.name)) continue;
-        if (const int32_t result = list.Add(header); result != RTSP_SUCCESS) return {result, {}, ""};
-    }
-    const bool carriesPassword = authorization_.IsNeeded() && !HasHeader(own, "Authorization");
-    if (carriesPassword)
-        list.Add({"Authorization", authorization_.Value(MethodOf(method).name, UriOf(method, stream))});
-    const int32_t result = MethodOf(method).send(client_, stream, list.Handle());
+Answer Session::AnswerOf(int32_t result) const {
     const std::string text = WasSent(result) ? LastReply() : ""; // else it is the one before
     ShowReply(text);
-    Answer answer{result, ParseReply(text), ""};
-    if (const std::string base = HeaderOf(answer.reply, "Content-Base"); method == RTSP_DESCRIBE && !base.empty())
-        base_ = base;
-    if (carriesPassword && answer.reply.status != 0 && answer.reply.status != kUnauthorized)
-        authorization_.NoteAccepted();
-    return answer;
-}
-
-// As the library names it in the request.
-std::string Session::UriOf(RTSPMethod method, int32_t stream) const {
-    RTSPTapStreamDescription described;
-    if (method != RTSP_SETUP || !Describe(stream, described)) return base_;
-    const std::string uri = described.controlUrl;
-    return uri.empty() ? base_ + "/trackID=" + std::to_string(stream - 1) : uri;
+    return {result, ParseReply(text)};
 }
 
 std::string Session::LastReply() const {
@@ -256,10 +220,12 @@ std::string Session::LastReply() const {
 
 Outcome Session::Listen(int32_t number, const ListenPort &port) {
     listened_.push_back(number);
+    RTSPTapSetOptionText(client_, RTSPTAP_OPTION_LISTEN_ADDRESS, port.group.c_str());
     RTSPClientSetMTUSize(client_, kLargestDatagramBytes);
     const uint8_t isVideo = CodecOf(port.codecType)->IsAudio() ? 0 : 1;
     const int32_t result = CreateRTPStream(client_, port.codecType, port.port, isVideo);
-    const std::string name = "port " + std::to_string(port.port);
+    const std::string name =
+        (port.group.empty() ? "" : "group " + port.group + ", ") + "port " + std::to_string(port.port);
     if (result == RTSP_FAILURE)
         return {ExitCode::kUnreachable, name + ": taken by another program, or not allowed"};
     return OutcomeOfCall(name, result);

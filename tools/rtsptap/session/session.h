@@ -2,8 +2,9 @@
 #pragma once
 
 #include "base/outcome.h"
+#include "base/reply.h"
 #include "rtsptap_extended.h"
-#include "session/authorization.h"
+#include "session/credentials.h"
 
 #include <atomic>
 #include <chrono>
@@ -35,8 +36,7 @@ Outcome AddHeaderOption(const std::string &text, MethodHeaders &headers);
 struct Target {
     std::string url;         // as requests name it
     Credentials credentials; // without user: no challenge is answered
-    DataProto transport = DATA_PROTO_UDP;
-    bool multicast = false; // over UDP, asked for
+    RTSPTapTransport transport = RTSPTAP_TRANSPORT_AUTOMATIC;
     MethodHeaders headers;
     bool exact = false;    // as in ServerSettings
     bool keepalive = true; // likewise
@@ -45,14 +45,14 @@ struct Target {
 // What an exchange came to.
 struct Answer {
     int32_t result = RTSP_SUCCESS;
-    Reply reply;           // empty when there was none
-    std::string complaint; // of a 401: what is wrong
+    Reply reply; // empty when there was none
 };
 
 // A port to receive on without RTSP; no codec: none.
 struct ListenPort {
     int32_t codecType = 0;
     uint16_t port = 0;
+    std::string group = {}; // multicast address; empty: none
 };
 
 // Something that the tolerant dialect forgives, and that the server sent.
@@ -86,7 +86,7 @@ public:
     Session &operator=(const Session &) = delete;
 
     int32_t Connect(const Target &target, std::string &address); // which is the server's, where it was reached
-    bool SwitchToTcp(); // media comes inside the connection; false once a stream is set up
+    RTSPTapTransport TransportUsed() const;                      // of the streams that are set up
 
     // Each is one exchange, and blocks as long as the library does. Any thread: they wait for one another.
     Answer Options() { return Send(RTSP_OPTIONS); }
@@ -131,14 +131,14 @@ public:
     // From now on, the latest before it included; none: nobody. Not called any more when this returns.
     void ShowControl(ControlObserver observer);
 
-    std::string Authentication(); // the way of the server's that is answered, "Digest"; empty: never asked for
+    std::string
+    Authentication() const; // the way of the server's that is answered, "Digest"; empty: never asked for
 
     bool HasReceivedControl() const { return hasReceivedControl_; } // an RTCP packet has come
 
 private:
-    Answer Send(RTSPMethod method, int32_t stream = 0, const std::vector<Header> &instead = {});
-    Answer SendOnce(RTSPMethod method, int32_t stream, const std::vector<Header> &instead);
-    std::string UriOf(RTSPMethod method, int32_t stream) const;
+    Answer Send(RTSPMethod method, int32_t stream = 0);
+    Answer AnswerOf(int32_t result) const;
     std::string LastReply() const;
     int32_t InLibrary(int32_t number) const;
     static void TakeControl(void *session, int32_t number, int32_t isSent, const uint8_t *packet, uint32_t length);
@@ -146,9 +146,6 @@ private:
     const intptr_t client_;
     std::mutex exchange_; // guards the fields up to the empty line
     MethodHeaders headers_;
-    Authorization authorization_;
-    std::string base_; // the URL that requests name
-    bool multicast_ = false;
     int32_t latency_ = 0;
     bool tornDown_ = false;
 

@@ -1,7 +1,6 @@
 #include "session/sockets.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
 #include <cstdlib>
 #include <dirent.h>
 #include <linux/sock_diag.h>
@@ -66,17 +65,6 @@ uint32_t GrantedBufferBytes(int asked) {
     const int granted = Option(descriptor, SO_RCVBUF);
     close(descriptor);
     return static_cast<uint32_t>(std::max(granted, 0));
-}
-
-MulticastMembership::MulticastMembership(const std::string &group)
-    : socket_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
-    ip_mreqn request = {};
-    joined_ = socket_ >= 0 && inet_pton(AF_INET, group.c_str(), &request.imr_multiaddr) == 1 &&
-              setsockopt(socket_, IPPROTO_IP, IP_ADD_MEMBERSHIP, &request, sizeof request) == 0;
-}
-
-MulticastMembership::~MulticastMembership() {
-    if (socket_ >= 0) close(socket_);
 }
 
 } // namespace tool
