@@ -18,16 +18,17 @@ inline bool IsHeldBack(RTSPStreamInfo &stream, const RTPStreamData &head) {
 // What came later than others that were handed out in spite of it. The caller holds packetListLock.
 bool IsPassed(const DeliveryOrder &order, const RTPHeader &header);
 
-// The packet that may be handed out now, or null. The caller holds packetListLock.
-inline RTPStreamData *DeliverableHead(RTSPStreamInfo &stream) {
+// The packet that may be handed out now, or null; `isOver`: nothing is held back any more. The caller holds
+// packetListLock.
+inline RTPStreamData *DeliverableHead(RTSPStreamInfo &stream, bool isOver = false) {
     if (stream.deferredPacket != nullptr) FreeDeferredPacket(stream);
     RTPStreamData *const head = stream.packetListHead.load(std::memory_order_relaxed);
-    return head == nullptr || IsHeldBack(stream, *head) ? nullptr : head;
+    return head == nullptr || (!isOver && IsHeldBack(stream, *head)) ? nullptr : head;
 }
 
 // The same, taken out of the queue.
-inline RTPStreamData *TakeDeliverableHead(RTSPStreamInfo &stream) {
-    RTPStreamData *const head = DeliverableHead(stream);
+inline RTPStreamData *TakeDeliverableHead(RTSPStreamInfo &stream, bool isOver = false) {
+    RTPStreamData *const head = DeliverableHead(stream, isOver);
     if (head == nullptr) return nullptr;
     if (head == stream.peekedPacket) stream.peekedPacket = nullptr;
     return TakeHead(stream);

@@ -19,13 +19,13 @@ namespace {
 // ---- taking ----
 
 // As many as there are and as have room. RTSP_NO_MEMORY when memory is too short for the first.
-int32_t TakeDeliverable(RTSPStreamInfo &stream, std::span<RTPStreamData *> packets) {
+int32_t TakeDeliverable(RTSPStreamInfo &stream, std::span<RTPStreamData *> packets, bool isOver) {
     if (stream.packetListHead.load(std::memory_order_acquire) == nullptr) return 0;
     const ScopedShortLock lock(stream.packetListLock);
     int32_t count = 0;
     for (RTPStreamData *&packet : packets) {
         if (!stream.held.MakeRoom()) return count > 0 ? count : RTSP_NO_MEMORY;
-        RTPStreamData *const taken = TakeDeliverableHead(stream);
+        RTPStreamData *const taken = TakeDeliverableHead(stream, isOver);
         if (taken == nullptr) break;
         stream.held.Add(*taken);
         packet = taken;
@@ -88,7 +88,7 @@ int32_t TakeWithin(RTSPStreamInfo &stream, std::span<RTPStreamData *> packets, i
             return RTSPTAP_INTERRUPTED;
         const int32_t end = EndOf(stream); // before the look: what comes later is not missed
         const uint32_t handledBefore = stream.handled.load(std::memory_order_acquire);
-        if (const int32_t taken = TakeDeliverable(stream, packets); taken != 0) return taken;
+        if (const int32_t taken = TakeDeliverable(stream, packets, end != 0); taken != 0) return taken;
         if (deadlineMs == 0) deadlineMs = DeadlineIn(timeoutMs);
         if (look.complete && end != 0) return end;
         if (look.complete && MonotonicMs() >= deadlineMs) return 0;
