@@ -1,4 +1,4 @@
-// Reading and writing 16 and 32 bits in network byte order, at a place in a buffer, and reading bit by bit.
+// Reading and writing 16 and 32 bits in network byte order, at a place in a buffer.
 // Readers of received bytes use ReceivedBytes, where every byte beyond the end reads as 0.
 #pragma once
 
@@ -43,25 +43,6 @@ public:
 
 private:
     std::span<const uint8_t> bytes_;
-};
-
-// Takes bits off the front, the most significant first; false, and no more bits, when they run out.
-class BitReader {
-public:
-    explicit BitReader(std::span<const uint8_t> bytes) : bytes_(bytes) {}
-
-    bool Take(unsigned count, int32_t &value) {
-        value = 0;
-        for (; count > 0; --count, ++at_) {
-            if (at_ / 8 >= bytes_.size()) return false;
-            value = value << 1 | (bytes_[at_ / 8] >> (7 - at_ % 8) & 1);
-        }
-        return true;
-    }
-
-private:
-    std::span<const uint8_t> bytes_;
-    std::size_t at_ = 0; // bits
 };
 
 } // namespace rtsptap::wire

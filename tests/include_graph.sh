@@ -1,16 +1,16 @@
 #!/bin/sh
-# Folders include one way: rtsp/client -> rtsp/message and sdp -> rtp -> dialect -> platform, frames -> sdp, and those of the tool as below.
+# Folders include one way: rtsp/client -> rtsp/message and sdp -> rtp -> dialect -> platform, and those of the tool as below.
 # Programs see nothing but the public header.
 # Usage: include_graph.sh SOURCE_DIRECTORY
 cd "$1" || exit 2
-set -- platform dialect rtp sdp rtsp frames digest
+set -- platform dialect rtp sdp rtsp digest
 for folder in tools examples; do
     [ -d "$folder" ] && set -- "$@" "$folder"
 done
 grep -rn --include='*.h' --include='*.cpp' --include='*.c' '^#include "' "$@" | awk -F'[:"]' '
 BEGIN {
     split("base/ 1 session/ 2 reception/ 3 media/ 4 views/ 5 cli/ 6 commands/ 7 " \
-          "platform/ 11 dialect/ 12 rtp/ 13 sdp/ 14 rtsp/message/ 14 rtsp/client/ 15 frames/ 15", rooms, " ")
+          "platform/ 11 dialect/ 12 rtp/ 13 sdp/ 14 rtsp/message/ 14 rtsp/client/ 15", rooms, " ")
 }
 function height(path,    i) { # 0: in none of these
     sub(/^tools\/rtsptap\//, "", path)

@@ -1,6 +1,7 @@
 // H.264 (RFC 6184) and H.265 (RFC 7798): NAL units alone in a packet, several together, and one in fragments.
-#include "frames/payloads.h"
 #include "platform/wire.h"
+#include "rtp/codec_bits.h"
+#include "rtp/frames/payloads.h"
 
 #include <algorithm>
 #include <initializer_list>
@@ -104,7 +105,7 @@ constexpr uint8_t kLastFragment = 0x40;
 void AnnounceH264(Assembly &assembly, Bytes unit) {
     constexpr uint8_t kIdrSlice = 5;
     constexpr uint8_t kSequenceSet = 7;
-    const uint8_t type = unit[0] & 0x1f;
+    const int32_t type = NalTypeOfH264(unit[0]);
     Announce(assembly, type == kIdrSlice, type == kSequenceSet);
 }
 
@@ -125,13 +126,11 @@ void AddFragmentOfH264(Assembly &assembly, const Packet &packet, std::size_t hea
 constexpr std::size_t kH265Header = 2;
 constexpr std::size_t kDecodingOrder = 2; // bytes of a number, where there are any
 
-uint8_t TypeOfH265(uint8_t byte) { return byte >> 1 & 0x3f; }
-
 void AnnounceH265(Assembly &assembly, Bytes unit) {
     constexpr uint8_t kFirstRandomAccess = 16;
     constexpr uint8_t kLastRandomAccess = 23;
     constexpr uint8_t kSequenceSet = 33;
-    const uint8_t type = TypeOfH265(unit[0]);
+    const int32_t type = NalTypeOfH265(unit[0]);
     Announce(assembly, type >= kFirstRandomAccess && type <= kLastRandomAccess, type == kSequenceSet);
 }
 
@@ -161,7 +160,7 @@ void AddH264(Assembly &assembly, const Packet &packet) {
     enum : uint8_t { kAggregateA = 24, kAggregateB, kMultiTime16, kMultiTime24, kFragmentA, kFragmentB };
     const Bytes payload = packet.payload;
     if (packet.followsLoss) MarkDamaged(assembly);
-    const uint8_t type = payload[0] & 0x1f;
+    const int32_t type = NalTypeOfH264(payload[0]);
     if (type == kFragmentA || type == kFragmentB)
         return AddFragmentOfH264(assembly, packet, type == kFragmentA ? 2 : 4); // B: with a decoding order number
     DropUnit(assembly);
@@ -180,7 +179,7 @@ void AddH264(Assembly &assembly, const Packet &packet) {
 bool PrepareH265(Assembly &assembly, const RTSPTapStreamDescription &description) {
     KeepSets(assembly, {SetOf(description.vps, description.vpsSize), SetOf(description.sps, description.spsSize),
                         SetOf(description.pps, description.ppsSize)});
-    assembly.hasDecodingOrder = FormatNumber(description.fmtp, "sprop-max-don-diff=", 0) > 0;
+    assembly.hasDecodingOrder = FormatNumber(description.fmtp, "sprop-max-don-diff", 0) > 0;
     return true;
 }
 
@@ -190,7 +189,7 @@ void AddH265(Assembly &assembly, const Packet &packet) {
     const Bytes payload = packet.payload;
     if (packet.followsLoss) MarkDamaged(assembly);
     const std::size_t orderBytes = assembly.hasDecodingOrder ? kDecodingOrder : 0;
-    const uint8_t type = TypeOfH265(payload[0]);
+    const int32_t type = NalTypeOfH265(payload[0]);
     if (type == kFragment) return AddFragmentOfH265(assembly, packet);
     DropUnit(assembly);
     if (type > kFragment || payload.size() <= kH265Header + orderBytes) return MarkDamaged(assembly);

@@ -1,7 +1,6 @@
-#include "frames/payloads.h"
+#include "rtp/frames/payloads.h"
 
 #include "platform/text.h"
-#include "sdp/codec_config.h"
 
 #include <algorithm>
 #include <iterator>
@@ -37,8 +36,19 @@ const PayloadFormat *FindPayloadFormat(int32_t codecType) {
     return found != std::end(kFormats) ? found : nullptr;
 }
 
+std::string_view FormatParameter(const char *fmtp, std::string_view name) {
+    std::string_view rest = fmtp != nullptr ? fmtp : "";
+    while (!rest.empty()) {
+        std::string_view value = rest.substr(0, rest.find(';'));
+        rest.remove_prefix(std::min(value.size() + 1, rest.size()));
+        std::string_view found;
+        if (Until(value, '=', found) && EqualIgnoringCase(WithoutBlanks(found), name)) return WithoutBlanks(value);
+    }
+    return {};
+}
+
 int32_t FormatNumber(const char *fmtp, std::string_view name, int32_t byDefault) {
-    const std::string_view value = fmtp != nullptr ? FmtpParameter(fmtp, name) : std::string_view{};
+    const std::string_view value = FormatParameter(fmtp, name);
     return value.empty() ? byDefault : LeadingNumber(value);
 }
 

@@ -1,10 +1,9 @@
 // AAC (RFC 3640): one or more access units in a packet, behind headers that tell their sizes, or one in fragments.
 // Interleaving is not undone: units come out in the order they were sent.
-#include "frames/payloads.h"
 #include "platform/text.h"
 #include "platform/wire.h"
 #include "rtp/codec_bits.h"
-#include "sdp/codec_config.h"
+#include "rtp/frames/payloads.h"
 
 #include <algorithm>
 #include <limits>
@@ -14,46 +13,33 @@ namespace {
 
 // ---- the description ----
 
-struct AacConfig {
-    int32_t objectType = 0;
-    int32_t rateIndex = 0;
-    int32_t channels = 0;
+struct CoreConfig {
+    AudioConfig is;
+    int32_t rateIndex = -1;     // of ADTS; -1: it has none for this rate
     int32_t hasShortFrames = 0; // 960 samples instead of 1024
 };
 
-constexpr int32_t kEscape = 15; // of a rate's index: the rate itself follows
-
-bool TakeRateIndex(wire::BitReader &bits, int32_t &index) {
-    int32_t rate = 0;
-    return bits.Take(4, index) && (index != kEscape || bits.Take(24, rate));
-}
-
-// AudioSpecificConfig (ISO/IEC 14496-3, 1.6.2.1) of the core, as an ADTS header names it.
-bool ReadConfig(const RTSPTapStreamDescription &description, AacConfig &config) {
-    constexpr int32_t kSpectralBandReplication = 5;
-    constexpr int32_t kParametricStereo = 29;
+bool ReadConfig(const RTSPTapStreamDescription &description, CoreConfig &config) {
     if (description.config == nullptr || description.configSize < 1) return false;
-    wire::BitReader bits({description.config, static_cast<std::size_t>(description.configSize)});
-    if (!bits.Take(5, config.objectType) || !TakeRateIndex(bits, config.rateIndex) ||
-        !bits.Take(4, config.channels))
-        return false;
-    int32_t extension = 0;
-    const bool isExtended = config.objectType == kSpectralBandReplication || config.objectType == kParametricStereo;
-    if (isExtended && (!TakeRateIndex(bits, extension) || !bits.Take(5, config.objectType))) return false;
+    BitReader bits({description.config, static_cast<std::size_t>(description.configSize)});
+    if (!TakeAudioConfig(bits, config.is)) return false;
+    const auto *const rate = std::ranges::find(adtsSamplingRates, config.is.samplingRate);
+    if (rate != std::end(adtsSamplingRates)) config.rateIndex = static_cast<int32_t>(rate - adtsSamplingRates);
     return bits.Take(1, config.hasShortFrames);
 }
 
 // The frame's size is still missing (ISO/IEC 14496-3, 1.A.2.2).
-bool MakeAdtsHeader(AacFormat &aac, const AacConfig &config) {
+bool MakeAdtsHeader(AacFormat &aac, const CoreConfig &config) {
     constexpr int32_t kLastObjectType = 4;
-    constexpr int32_t kMostChannels = 7;
-    if (config.objectType < 1 || config.objectType > kLastObjectType || config.rateIndex == kEscape ||
-        config.channels > kMostChannels)
+    constexpr int32_t kMostChannels = 8;
+    const AudioConfig &is = config.is;
+    if (is.objectType < 1 || is.objectType > kLastObjectType || config.rateIndex < 0 || is.channels > kMostChannels)
         return false;
+    const int32_t channels = std::min(is.channels, 7); // 8 speakers are configuration 7
     aac.adts[0] = 0xff;
     aac.adts[1] = 0xf1; // no check sum
-    aac.adts[2] = static_cast<uint8_t>((config.objectType - 1) << 6 | config.rateIndex << 2 | config.channels >> 2);
-    aac.adts[3] = static_cast<uint8_t>((config.channels & 3) << 6);
+    aac.adts[2] = static_cast<uint8_t>((is.objectType - 1) << 6 | config.rateIndex << 2 | channels >> 2);
+    aac.adts[3] = static_cast<uint8_t>((channels & 3) << 6);
     aac.adts[5] = 0x1f; // buffer fullness: not said
     aac.adts[6] = 0xfc;
     return true;
@@ -67,15 +53,15 @@ uint32_t TicksOf(uint32_t samples, int32_t clockRate, int32_t coreRate) {
 
 bool ReadFormat(AacFormat &aac, const char *fmtp) {
     constexpr int32_t kLongest = 16; // bits; 13 and 6 are what there is
-    const bool isLowRate = EqualIgnoringCase(FmtpParameter(fmtp != nullptr ? fmtp : "", "mode="), "AAC-lbr");
-    aac.constantSize = FormatNumber(fmtp, "constantsize=", 0);
-    aac.sizeLength = FormatNumber(fmtp, "sizelength=", aac.constantSize > 0 ? 0 : isLowRate ? 6 : 13);
-    aac.indexLength = FormatNumber(fmtp, "indexlength=", aac.constantSize > 0 ? 0 : isLowRate ? 2 : 3);
-    aac.indexDeltaLength = FormatNumber(fmtp, "indexdeltalength=", aac.indexLength);
-    aac.ctsDeltaLength = FormatNumber(fmtp, "ctsdeltalength=", 0);
-    aac.dtsDeltaLength = FormatNumber(fmtp, "dtsdeltalength=", 0);
-    aac.hasRandomAccess = FormatNumber(fmtp, "randomaccessindication=", 0);
-    aac.streamStateLength = FormatNumber(fmtp, "streamstateindication=", 0);
+    const bool isLowRate = EqualIgnoringCase(FormatParameter(fmtp, "mode"), "AAC-lbr");
+    aac.constantSize = FormatNumber(fmtp, "constantsize", 0);
+    aac.sizeLength = FormatNumber(fmtp, "sizelength", aac.constantSize > 0 ? 0 : isLowRate ? 6 : 13);
+    aac.indexLength = FormatNumber(fmtp, "indexlength", aac.constantSize > 0 ? 0 : isLowRate ? 2 : 3);
+    aac.indexDeltaLength = FormatNumber(fmtp, "indexdeltalength", aac.indexLength);
+    aac.ctsDeltaLength = FormatNumber(fmtp, "ctsdeltalength", 0);
+    aac.dtsDeltaLength = FormatNumber(fmtp, "dtsdeltalength", 0);
+    aac.hasRandomAccess = FormatNumber(fmtp, "randomaccessindication", 0);
+    aac.streamStateLength = FormatNumber(fmtp, "streamstateindication", 0);
     const auto lengths = {aac.sizeLength,     aac.indexLength,    aac.indexDeltaLength,
                           aac.ctsDeltaLength, aac.dtsDeltaLength, aac.streamStateLength};
     return std::ranges::all_of(lengths, [](int32_t length) { return length >= 0 && length <= kLongest; }) &&
@@ -102,19 +88,19 @@ void BeginUnit(Assembly &assembly, std::size_t size) {
     Append(assembly, header);
 }
 
-bool Skip(wire::BitReader &bits, int32_t count) {
+bool Skip(BitReader &bits, int32_t count) {
     int32_t value = 0;
     return bits.Take(static_cast<unsigned>(count), value);
 }
 
 // A flag, and where it is set that many bits.
-bool SkipFlagged(wire::BitReader &bits, int32_t count) {
+bool SkipFlagged(BitReader &bits, int32_t count) {
     int32_t flag = 0;
     return count == 0 || (bits.Take(1, flag) && (flag == 0 || Skip(bits, count)));
 }
 
 // A header of the section (RFC 3640, 3.2.1.1); false behind the last one. Where nothing is told, all are alike.
-bool TakeHeader(const AacFormat &aac, wire::BitReader &bits, bool isFirst, int32_t &size) {
+bool TakeHeader(const AacFormat &aac, BitReader &bits, bool isFirst, int32_t &size) {
     size = aac.constantSize;
     if (aac.sizeLength > 0 && !bits.Take(static_cast<unsigned>(aac.sizeLength), size)) return false;
     return Skip(bits, isFirst ? aac.indexLength : aac.indexDeltaLength) &&
@@ -142,7 +128,7 @@ void AddFragment(Assembly &assembly, Bytes bytes, std::size_t size, bool follows
 }
 
 void AddUnits(Assembly &assembly, Bytes headers, Bytes units, bool followsLoss) {
-    wire::BitReader bits(headers);
+    BitReader bits(headers);
     int32_t size = 0;
     for (bool isFirst = true; !units.empty(); isFirst = false) {
         if (!TakeHeader(assembly.aac, bits, isFirst, size)) return;
@@ -162,12 +148,12 @@ void AddUnits(Assembly &assembly, Bytes headers, Bytes units, bool followsLoss) 
 } // namespace
 
 bool PrepareAac(Assembly &assembly, const RTSPTapStreamDescription &description) {
-    AacConfig config;
+    CoreConfig config;
     const bool isKnown = ReadConfig(description, config);
-    const int32_t coreRate = isKnown && config.rateIndex != kEscape ? adtsSamplingRates[config.rateIndex] : 0;
+    const int32_t coreRate = isKnown ? config.is.samplingRate : 0;
     assembly.aac.samples = TicksOf(config.hasShortFrames != 0 ? 960 : 1024, description.clockRate, coreRate);
-    const bool isFramed = assembly.format != RTSPTAP_FRAMES_STREAM ||
-                          (isKnown && coreRate > 0 && MakeAdtsHeader(assembly.aac, config));
+    const bool isFramed =
+        assembly.format != RTSPTAP_FRAMES_STREAM || (isKnown && MakeAdtsHeader(assembly.aac, config));
     return isFramed && ReadFormat(assembly.aac, description.fmtp);
 }
 

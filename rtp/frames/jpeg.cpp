@@ -1,6 +1,6 @@
 // JPEG (RFC 2435): the packets bring the scan and what is needed to make the headers that are left out.
-#include "frames/payloads.h"
 #include "platform/wire.h"
+#include "rtp/frames/payloads.h"
 
 #include <algorithm>
 #include <array>

@@ -1,7 +1,7 @@
-#include "frames/assembly.h"
+#include "rtp/frames/assembly.h"
 
-#include "frames/payloads.h"
 #include "platform/printers.h"
+#include "rtp/frames/payloads.h"
 
 #include <algorithm>
 #include <cstring>

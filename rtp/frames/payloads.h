@@ -1,7 +1,7 @@
 // Payload formats: what an assembly does with each packet, and how it is made ready for a stream. One row a codec.
 #pragma once
 
-#include "frames/assembly.h"
+#include "rtp/frames/assembly.h"
 
 #include <string_view>
 
@@ -16,7 +16,9 @@ struct PayloadFormat {
 
 const PayloadFormat *FindPayloadFormat(int32_t codecType); // null when there is none
 
-// The number of a format parameter ("name="); `byDefault` without it.
+// The value of a format parameter, whose name may be in any case; empty without it.
+std::string_view FormatParameter(const char *fmtp, std::string_view name);
+// Its number; `byDefault` without it.
 int32_t FormatNumber(const char *fmtp, std::string_view name, int32_t byDefault);
 
 void AddH264(Assembly &assembly, const Packet &packet);
