@@ -166,7 +166,7 @@ void CheckSetup(const RTSPClient &client, const RTSPStreamInfo &stream, int32_t 
 }
 
 // The rules above tell what comes of a reply in the exact dialect.
-void Exchange(const uint8_t *data, std::size_t size, int32_t dialect) {
+void Converse(const uint8_t *data, std::size_t size, int32_t dialect) {
     fuzz::Input input(data, size);
     const uint8_t settings = input.U8();
     const std::string_view reply = input.Rest();
@@ -208,6 +208,6 @@ void Exchange(const uint8_t *data, std::size_t size, int32_t dialect) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
-    for (const int32_t dialect : {RTSPTAP_DIALECT_EXACT, RTSPTAP_DIALECT_TOLERANT}) Exchange(data, size, dialect);
+    for (const int32_t dialect : {RTSPTAP_DIALECT_EXACT, RTSPTAP_DIALECT_TOLERANT}) Converse(data, size, dialect);
     return 0;
 }
