@@ -35,7 +35,7 @@ struct NumberedControl {
 
 } // namespace
 
-HeapText RequestUrl(const DescribedSession &to) { return DuplicateText(to.requestUrl); }
+HeapText RequestUrl(const DescribedSession &to) { return DuplicateText(to.requestUrl != nullptr ? to.requestUrl : ""); }
 
 HeapText PlainControlUrl(const DescribedSession &to, std::string_view control) {
     if (Contains(control, "rtsp://")) return DuplicateText(control);
