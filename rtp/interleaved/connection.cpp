@@ -165,6 +165,7 @@ void ForgetConnection(Connection &connection) {
 }
 
 void ReleaseConnection(Connection &connection) {
+    DropUnsent(connection.unsent);
     delete connection.readAhead;
     TakePostedReply(connection);
 }
@@ -194,7 +195,7 @@ void BeginConnection(Connection &connection) {
         connection.awaitedReplies = {};
     }
     const ScopedLock lock(connection.sendLock);
-    connection.unsent = {};
+    DropUnsent(connection.unsent);
     connection.hasRest = false;
     connection.tending.closedSocket = -1;
 }

@@ -133,11 +133,15 @@ struct AwaitedReplies {
 
 // ---- The connection ----
 
-// What the socket has taken a part of.
+// What the socket has taken a part of. A plain pointer, because a session has standard layout with every compiler.
 struct UnsentText {
-    RecvBufferPtr text; // null: nothing
+    RecvBuffer *text = nullptr; // owned; null: nothing
     std::size_t sent = 0;
 };
+inline void DropUnsent(UnsentText &unsent) {
+    const RecvBufferPtr text(unsent.text);
+    unsent = {};
+}
 
 // What is done for the connection while nobody asks anything: see tending.h.
 struct Tending {

@@ -19,7 +19,7 @@ bool SendLeft(Connection &connection, int flags) {
         const ssize_t sent = send(connection.socket, unsent.text->data + unsent.sent, left, flags | MSG_NOSIGNAL);
         if (sent < 0 && (errno == EAGAIN || IsInterrupted(errno))) return false;
         unsent.sent += sent < 0 ? left : static_cast<std::size_t>(sent);
-        if (unsent.sent >= static_cast<std::size_t>(unsent.text->length)) unsent = {};
+        if (unsent.sent >= static_cast<std::size_t>(unsent.text->length)) DropUnsent(unsent);
     }
     connection.hasRest.store(false, std::memory_order_relaxed);
     return true;
@@ -59,7 +59,7 @@ Sent SendWithoutWaiting(Connection &connection, RecvBufferPtr text) {
     const ssize_t sent = send(connection.socket, text->data, length, MSG_DONTWAIT | MSG_NOSIGNAL);
     if (sent < 0) return errno == EAGAIN || IsInterrupted(errno) ? Sent::kNotNow : Sent::kFailed;
     if (static_cast<std::size_t>(sent) < length) {
-        connection.unsent = {std::move(text), static_cast<std::size_t>(sent)};
+        connection.unsent = {text.release(), static_cast<std::size_t>(sent)};
         connection.hasRest.store(true, std::memory_order_relaxed);
     }
     return Sent::kTaken;

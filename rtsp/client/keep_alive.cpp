@@ -11,6 +11,7 @@
 #include "rtsp/message/response.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace rtsptap {
 
@@ -20,9 +21,9 @@ namespace {
 
 constexpr int32_t kOfTheSession = -1; // and of no stream
 
-bool CopyInto(HeapText &copy, const char *text) {
-    copy = DuplicateText(text != nullptr ? text : "");
-    return copy != nullptr;
+bool CopyInto(KeptText &copy, const char *text) {
+    const HeapText before(std::exchange(copy.text, DuplicateText(text != nullptr ? text : "").release()));
+    return copy.text != nullptr;
 }
 
 } // namespace
@@ -48,20 +49,20 @@ RTSPClient &ClientOf(MediaSession &session) { return reinterpret_cast<RTSPClient
 
 // OPTIONS names no session of its own accord.
 RequestMsgPtr GenerateKeepAlive(RTSPClient &client, const KeepAlive &next) {
-    const Requester from{.requestUrl = next.requestUrl.get(),
+    const Requester from{.requestUrl = next.requestUrl.text,
                          .aggregateUrl = nullptr,
                          .controlUrl = nullptr,
                          .streamCount = 0,
-                         .sessionId = next.sessionId.get(),
-                         .userAgent = next.userAgent.get(),
+                         .sessionId = next.sessionId.text,
+                         .userAgent = next.userAgent.text,
                          .authentication = next.authentication,
-                         .serverUrl = next.serverUrl.get(),
+                         .serverUrl = next.serverUrl.text,
                          .credentials = client.credentials.areSet ? &client.credentials : nullptr,
                          .dialect = client.media.dialect,
                          .cSeq = client.cSeq};
     RequestMsgPtr request(GenerateRequestMessage(from, next.nextMethod, 0, kOfTheSession));
     if (request != nullptr && next.nextMethod == RTSP_OPTIONS)
-        AddRequestHeader(request.get(), "Session", next.sessionId.get());
+        AddRequestHeader(request.get(), "Session", next.sessionId.text);
     return request;
 }
 
@@ -90,7 +91,7 @@ bool AnswersChallenge(RTSPClient &client, std::string_view reply) {
         StoreChallenge(next.authentication, *response);
         return true;
     }
-    const char *const server = next.serverUrl != nullptr ? next.serverUrl.get() : "";
+    const char *const server = next.serverUrl.text != nullptr ? next.serverUrl.text : "";
     const bool carriedAnswer = IsAnswering(client.credentials, server);
     return TakeChallenge(client.credentials, {*response, server, carriedAnswer, 0}) == Verdict::kAnswer;
 }

@@ -15,6 +15,16 @@ namespace rtsptap {
 struct Exchange;
 struct RTSPClient;
 
+// Owned, free(); a plain pointer, because the client has standard layout with every compiler.
+struct KeptText {
+    KeptText() = default;
+    ~KeptText() { FreeDeleter{}(text); }
+    KeptText(const KeptText &) = delete;
+    KeptText &operator=(const KeptText &) = delete;
+
+    char *text = nullptr;
+};
+
 struct KeepAlive {
     uint32_t method = RTSP_OPTIONS; // that the server has said it takes; application thread
 
@@ -22,10 +32,10 @@ struct KeepAlive {
     pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER; // a leaf, but for the printers
     bool isReady = false;                             // there is a session, and the rest says which
     uint32_t nextMethod = RTSP_OPTIONS;
-    HeapText serverUrl; // that the client is connected to
-    HeapText requestUrl;
-    HeapText sessionId;
-    HeapText userAgent;
+    KeptText serverUrl; // that the client is connected to
+    KeptText requestUrl;
+    KeptText sessionId;
+    KeptText userAgent;
     Authentication authentication;
     bool isChallenged = false; // the last reply was a challenge: it has been answered once
 };
