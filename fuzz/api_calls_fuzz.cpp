@@ -242,5 +242,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
             call(caller, in.Pick(handles), in);
         }
     }
+    Require(*torture::Complaint() == '\0');
     return 0;
 }

@@ -123,7 +123,6 @@ void ReleaseClient(RTSPClient *client) {
     for (Authentication *const credentials : {&client->authentication, &client->keepAlive.authentication})
         explicit_bzero(credentials->password, sizeof credentials->password);
     ForgetCredentials(client->credentials);
-    pthread_mutex_destroy(&client->credentials.lock);
     delete client;
 }
 
