@@ -134,6 +134,12 @@ bool MakeRoom(std::size_t count) {
     return true;
 }
 
+// Nobody watches.
+void GiveRoomBack() {
+    std::free(std::exchange(turns, nullptr));
+    turnRoom = 0;
+}
+
 } // namespace
 
 bool NeedReaderWatch() {
@@ -144,7 +150,7 @@ bool NeedReaderWatch() {
     if (!MakeRoom(static_cast<std::size_t>(needs) + 1)) return false;
     if (needs == 0) {
         mustEnd.store(false, std::memory_order_release);
-        if (!StartLibraryThread(thread, WatchReaders, nullptr)) return false;
+        if (!StartLibraryThread(thread, WatchReaders, nullptr)) return GiveRoomBack(), false;
     }
     ++needs;
     owner = getpid();
@@ -157,8 +163,7 @@ void ReleaseReaderWatch() {
     mustEnd.store(true, std::memory_order_release);
     sem_post(&called);
     WaitForThreadCompletion(thread);
-    std::free(std::exchange(turns, nullptr));
-    turnRoom = 0;
+    GiveRoomBack();
 }
 
 void BeginWatching(ReceiveTurn &turn) {
