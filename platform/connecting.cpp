@@ -1,6 +1,7 @@
 #include "platform/connecting.h"
 
 #include "platform/system.h"
+#include "platform/waiting.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -70,7 +71,7 @@ struct Attempts {
 };
 
 void GiveUp(Attempts &attempts, pollfd &socket) {
-    attempts.error = errno;
+    attempts.error = LastError();
     CloseSock(std::exchange(socket.fd, -1));
     --attempts.underWay;
     attempts.nextAtMs = 0;
@@ -83,7 +84,7 @@ void BeginNext(Attempts &attempts) {
     attempts.nextAtMs = MonotonicMs() + kAttemptDelayMs;
     socket.fd = OpenStreamSocket(address);
     const bool isBegun = socket.fd >= 0 && fcntl(socket.fd, F_SETFL, O_NONBLOCK) == 0 &&
-                         (ConnectTo(socket.fd, address) || errno == EINPROGRESS);
+                         (ConnectTo(socket.fd, address) || LastError() == EINPROGRESS);
     if (!isBegun) GiveUp(attempts, socket);
 }
 
@@ -94,7 +95,7 @@ std::size_t AwaitOne(Attempts &attempts, uint64_t deadlineMs) {
     const uint64_t untilMs = hasNext ? std::min(attempts.nextAtMs, deadlineMs) : deadlineMs;
     const uint64_t nowMs = MonotonicMs();
     const int waitMs = untilMs == kNever ? -1 : static_cast<int>(untilMs - std::min(nowMs, untilMs));
-    if (poll(attempts.sockets.data(), attempts.begun, waitMs) < 1) return kMostAddresses;
+    if (WaitForSockets({attempts.sockets.data(), attempts.begun}, waitMs) < 1) return kMostAddresses;
     for (std::size_t at = 0; at < attempts.begun; ++at) {
         pollfd &socket = attempts.sockets[at];
         if (socket.fd < 0 || socket.revents == 0) continue;
@@ -109,7 +110,7 @@ std::size_t AwaitOne(Attempts &attempts, uint64_t deadlineMs) {
 int ConnectToFirst(const AddressList &addresses, int limitMs, Address &connected) {
     Attempts attempts(addresses);
     const uint64_t deadlineMs = limitMs == 0 ? kNever : MonotonicMs() + static_cast<uint64_t>(limitMs);
-    while (MonotonicMs() < deadlineMs) {
+    while (MonotonicMs() < deadlineMs && !MustGiveUp()) {
         const bool hasNext = attempts.begun < addresses.count;
         if (!hasNext && attempts.underWay == 0) break;
         if (hasNext && (attempts.underWay == 0 || MonotonicMs() >= attempts.nextAtMs)) BeginNext(attempts);
@@ -119,7 +120,7 @@ int ConnectToFirst(const AddressList &addresses, int limitMs, Address &connected
         connected = addresses.items[at];
         return fcntl(made.Get(), F_SETFL, 0) == 0 ? made.Release() : -1;
     }
-    errno = attempts.underWay > 0 ? ETIMEDOUT : attempts.error;
+    SetLastError(attempts.underWay > 0 ? ETIMEDOUT : attempts.error);
     return -1;
 }
 

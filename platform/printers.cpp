@@ -12,10 +12,13 @@
 #include <cstdio>
 #include <cstring>
 #include <new>
+#include <utility>
 
 namespace rtsptap {
 
 constinit thread_local intptr_t gblPrintsFor = 0;
+
+[[gnu::noinline]] intptr_t SetPrintsFor(intptr_t clientHandle) { return std::exchange(gblPrintsFor, clientHandle); }
 
 namespace {
 

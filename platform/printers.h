@@ -35,6 +35,10 @@ private:
     const intptr_t before_;
 };
 
+// The same, out of line, until it is set again: where a call may go on in another thread than it began in, a place in
+// the thread that the compiler remembers would be the wrong one. Returns what it was.
+intptr_t SetPrintsFor(intptr_t clientHandle);
+
 // What happens to packets and connections: printed without a prefix.
 [[gnu::format(printf, 1, 2)]] void PrintEvent(const char *format, ...);
 // What a system call failed with, as perror(3) says it, on standard error. `text` may be null.
@@ -95,10 +99,14 @@ private:
 // Of a call for a client: whatever is printed during it is that client's.
 class ClientTrace : public CallTrace {
 public:
-    ClientTrace(const char *function, intptr_t clientHandle) : CallTrace(function), prints_(clientHandle) {}
+    ClientTrace(const char *function, intptr_t clientHandle)
+        : CallTrace(function), before_(SetPrintsFor(clientHandle)) {}
+    ~ClientTrace() { SetPrintsFor(before_); }
+    ClientTrace(const ClientTrace &) = delete;
+    ClientTrace &operator=(const ClientTrace &) = delete;
 
 private:
-    const PrintsFor prints_;
+    const intptr_t before_;
 };
 
 } // namespace rtsptap

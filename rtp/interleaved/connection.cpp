@@ -1,6 +1,8 @@
 #include "rtp/interleaved/connection.h"
 
+#include "platform/printers.h"
 #include "platform/system.h"
+#include "platform/waiting.h"
 #include "rtp/interleaved/splitter.h"
 #include "rtp/interleaved/tending.h"
 
@@ -10,6 +12,8 @@
 #include <cstring>
 #include <new>
 #include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
 
 namespace rtsptap {
 
@@ -274,17 +278,68 @@ bool PostReply(Connection &connection, std::string_view text) {
     memcpy(reply->data, text.data(), text.size());
     reply->length = static_cast<int32_t>(text.size());
     const RecvBufferPtr displaced(connection.recvData.exchange(reply.release()));
+    WakeReplyWaiter(connection);
+    return true;
+}
+
+void WakeReplyWaiter(Connection &connection) {
+    const uint64_t one = 1;
     const ScopedLock lock(connection.replyLock);
     SignalOnConditionVar(&connection.replyCondition);
-    return true;
+    if (connection.replyWake >= 0 && write(connection.replyWake, &one, sizeof one) < 0)
+        DebugPrint(kDebugEntry, "\tthe wake-up is already set\n");
+}
+
+ReplyWait::ReplyWait(Connection &connection)
+    : connection_(connection), wake_(IsOnFiber() ? eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK) : -1) {
+    if (wake_ < 0) return;
+    const ScopedLock lock(connection_.replyLock);
+    connection_.replyWake = wake_;
+}
+
+ReplyWait::~ReplyWait() {
+    if (wake_ < 0) return;
+    {
+        const ScopedLock lock(connection_.replyLock);
+        connection_.replyWake = -1;
+    }
+    close(wake_);
+}
+
+// Without a descriptor to be woken by, a fiber looks again and again.
+int ReplyWait::For(int socket, int timeoutMs) const {
+    constexpr int kLookMs = 10;
+    std::array<pollfd, 2> waits = {{{socket, POLLIN, 0}, {wake_, POLLIN, 0}}};
+    if (!IsOnFiber()) return WaitForSockets(std::span(waits).first(1), timeoutMs);
+    const int ready = WaitForSockets(waits, wake_ < 0 ? std::min(timeoutMs, kLookMs) : timeoutMs);
+    uint64_t count = 0;
+    if (waits[1].revents != 0 && read(wake_, &count, sizeof count) < 0)
+        DebugPrint(kDebugEntry, "\tno wake-up is set\n");
+    return ready;
 }
 
 RecvBufferPtr TakePostedReply(Connection &connection) {
     return RecvBufferPtr(connection.recvData.exchange(nullptr));
 }
 
+namespace {
+
+RecvBufferPtr AwaitPostedReply(Connection &connection, bool untilClosed, uint64_t deadlineMs) {
+    const ReplyWait wait(connection);
+    for (;;) {
+        const bool isLast = untilClosed && IsClosed(connection); // looked at first: it may have come just before
+        if (RecvBufferPtr reply = TakePostedReply(connection); reply != nullptr || isLast) return reply;
+        const uint64_t now = MonotonicMs();
+        if (now >= deadlineMs || MustGiveUp()) return nullptr;
+        wait.For(-1, static_cast<int>(deadlineMs - now));
+    }
+}
+
+} // namespace
+
 RecvBufferPtr WaitForPostedReply(Connection &connection, bool untilClosed) {
     const uint64_t deadlineMs = MonotonicMs() + static_cast<uint64_t>(connection.replyLimitMs);
+    if (IsOnFiber()) return AwaitPostedReply(connection, untilClosed, deadlineMs);
     const timespec deadline = MonotonicTime(deadlineMs);
     const ScopedLock lock(connection.replyLock);
     for (int waited = 0; waited != ETIMEDOUT;) {

@@ -183,8 +183,9 @@ struct Connection {
 
     // ---- A reply on its way: see PostReply ----
     std::atomic<RecvBuffer *> recvData{nullptr};              // owned; changes owner by exchange()
-    pthread_mutex_t replyLock = PTHREAD_MUTEX_INITIALIZER;    // of replyCondition and awaitedReplies; a leaf
+    pthread_mutex_t replyLock = PTHREAD_MUTEX_INITIALIZER;    // of what follows; a leaf
     pthread_cond_t replyCondition = PTHREAD_COND_INITIALIZER; // recvData was set
+    int replyWake = -1; // eventfd of a fiber that waits for the same; -1: none does
     AwaitedReplies awaitedReplies;
 };
 
@@ -217,6 +218,22 @@ ReplyFate JudgeReply(Connection &connection, std::string_view text);
 // Whoever serves the connection: hands a reply over, in the place of one that nobody has taken. False when memory
 // is short.
 bool PostReply(Connection &connection, std::string_view text);
+// Whoever waits for a reply looks around. Any thread.
+void WakeReplyWaiter(Connection &connection);
+// Waits for a socket to be readable, as poll(2) on a thread. A fiber is woken by what would wake the reply's
+// condition, too: it may not wait for that.
+class ReplyWait {
+public:
+    explicit ReplyWait(Connection &connection);
+    ~ReplyWait();
+    ReplyWait(const ReplyWait &) = delete;
+    ReplyWait &operator=(const ReplyWait &) = delete;
+    int For(int socket, int timeoutMs) const; // -1: no socket
+
+private:
+    Connection &connection_;
+    const int wake_;
+};
 // The reply that was posted, if one was.
 RecvBufferPtr TakePostedReply(Connection &connection);
 // The same, when one comes within replyLimitMs; with `untilClosed` only as long as the connection lives.

@@ -2,6 +2,7 @@
 
 #include "platform/printers.h"
 #include "platform/system.h"
+#include "platform/waiting.h"
 #include "rtp/interleaved/frames.h"
 #include "rtp/interleaved/server_requests.h"
 #include "rtp/interleaved/splitter.h"
@@ -16,7 +17,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <poll.h>
 #include <utility>
 
 namespace rtsptap {
@@ -370,13 +370,12 @@ enum class WaitEnd { kReadable, kNothing, kDeadline, kFailed };
 
 // Waits for the reply as every exchange does, or for the rest of one. A signal fails the wait, but not that for a
 // rest.
-WaitEnd WaitForReply(const ReadAhead &reader, uint64_t deadlineMs) {
+WaitEnd WaitForReply(const ReplyWait &wait, const ReadAhead &reader, uint64_t deadlineMs) {
     const uint64_t now = MonotonicMs();
-    if (now >= deadlineMs) return WaitEnd::kDeadline;
+    if (now >= deadlineMs || MustGiveUp()) return WaitEnd::kDeadline;
     const int grace = ReplyGraceLeft(reader);
     const auto left = static_cast<int>(deadlineMs - now);
-    pollfd arrival = {reader.socket, POLLIN, 0};
-    const int ready = poll(&arrival, 1, grace >= 0 ? std::min(grace, left) : left);
+    const int ready = wait.For(reader.socket, grace >= 0 ? std::min(grace, left) : left);
     if (ready < 0 && grace < 0) return WaitEnd::kFailed;
     return ready > 0 ? WaitEnd::kReadable : WaitEnd::kNothing;
 }
@@ -389,12 +388,13 @@ RecvBufferPtr ReceiveReplyAmongFrames(MediaSession &session, int32_t &failure, b
     ReadAhead *const reader = OpenReader(session.connection);
     if (reader == nullptr) return nullptr;
     if (takesFrames) SizeRings(session);
+    const ReplyWait waits(session.connection);
     const uint64_t deadline = MonotonicMs() + static_cast<uint64_t>(session.connection.replyLimitMs);
     for (bool closed = false;;) {
         const bool graceIsOver = ReplyGraceLeft(*reader) == 0 || MonotonicMs() >= deadline;
         const bool goesOn = TakeUnits(session, *reader, ReplyEnd::kFirstFrame, closed, graceIsOver);
         if (session.connection.recvData != nullptr || !goesOn || closed) break;
-        const WaitEnd wait = WaitForReply(*reader, deadline);
+        const WaitEnd wait = WaitForReply(waits, *reader, deadline);
         if (wait == WaitEnd::kFailed) {
             trace.Fail(failure, "\tEXIT : %s :Socket select call failed\n");
             break;

@@ -1,6 +1,7 @@
 #include "rtp/interleaved/sending.h"
 
 #include "platform/system.h"
+#include "platform/waiting.h"
 
 #include <cerrno>
 #include <poll.h>
@@ -65,7 +66,46 @@ Sent SendWithoutWaiting(Connection &connection, RecvBufferPtr text) {
     return Sent::kTaken;
 }
 
+namespace {
+
+// What the socket does not take at once is left to be finished first by whoever sends next.
+ssize_t SendPart(Connection &connection, std::string_view text) {
+    const ScopedLock lock(connection.sendLock);
+    errno = EAGAIN;
+    if (!IsClear(connection)) return -1;
+    const ssize_t sent = send(connection.socket, text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+    if (sent < 0 || static_cast<std::size_t>(sent) == text.size()) return sent;
+    RecvBufferPtr rest(CreateRecvBuffer(static_cast<uint32_t>(text.size())));
+    if (rest == nullptr) return sent; // as a send that a signal interrupted
+    text.copy(rest->data, text.size());
+    rest->length = static_cast<int32_t>(text.size());
+    connection.unsent = {rest.release(), static_cast<std::size_t>(sent)};
+    connection.hasRest.store(true, std::memory_order_relaxed);
+    return static_cast<ssize_t>(text.size());
+}
+
+// On a fiber: no call waits, and while the program goes on nobody holds the lock.
+ssize_t SendInParts(Connection &connection, std::string_view text) {
+    const uint64_t deadlineMs = MonotonicMs() + static_cast<uint64_t>(connection.replyLimitMs);
+    ssize_t sent = SendPart(connection, text);
+    while ((sent < 0 && (LastError() == EAGAIN || IsInterrupted(LastError()))) ||
+           connection.hasRest.load(std::memory_order_relaxed)) {
+        const uint64_t now = MonotonicMs();
+        if (now >= deadlineMs || MustGiveUp()) break;
+        pollfd room = {connection.socket, POLLOUT, 0};
+        WaitForSockets({&room, 1}, static_cast<int>(deadlineMs - now));
+        if (sent < 0)
+            sent = SendPart(connection, text);
+        else
+            SendRest(connection);
+    }
+    return sent;
+}
+
+} // namespace
+
 ssize_t SendWaiting(Connection &connection, std::string_view text) {
+    if (IsOnFiber()) return SendInParts(connection, text);
     const ScopedLock lock(connection.sendLock);
     while (!SendLeft(connection, 0)) {
     }

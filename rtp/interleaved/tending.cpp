@@ -38,8 +38,7 @@ void NoteClosed(MediaSession &session, int32_t socket) {
     Connection &connection = session.connection;
     connection.tending.closedSocket = socket;
     EndReceptions(session, RTSPTAP_CONNECTION_CLOSED);
-    const ScopedLock lock(connection.replyLock);
-    SignalOnConditionVar(&connection.replyCondition);
+    WakeReplyWaiter(connection);
 }
 
 namespace {

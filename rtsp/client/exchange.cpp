@@ -2,6 +2,7 @@
 
 #include "dialect/dialect.h"
 #include "platform/text.h"
+#include "platform/waiting.h"
 #include "rtp/interleaved/interleaved_service.h"
 #include "rtp/interleaved/tending.h"
 #include "rtp/media_session.h"
@@ -113,6 +114,7 @@ int ReplyLimit(const Exchange &exchange) {
 } // namespace
 
 int32_t SendRequest(Exchange &exchange) {
+    if (MustGiveUp()) return exchange.trace.Fail(RTSPTAP_INTERRUPTED, "EXIT : %s :Interrupted\n");
     ReleaseRecvBuffer(std::exchange(exchange.client->lastReply, nullptr));
     BeginAwaiting(exchange.client->media.connection, ReplyLimit(exchange),
                   SequenceNumber(*exchange.client->requestMsg));
@@ -133,7 +135,7 @@ namespace {
 int WaitReadable(int fd, int limitMs) {
     if (fd < 0) return RTSP_FAILURE;
     pollfd waiting{.fd = fd, .events = POLLIN, .revents = 0};
-    const int ready = poll(&waiting, 1, limitMs);
+    const int ready = WaitForSockets({&waiting, 1}, limitMs);
     return (waiting.revents & POLLNVAL) != 0 ? RTSP_FAILURE : ready;
 }
 

@@ -5,6 +5,7 @@
 #include "platform/system.h"
 #include "platform/text.h"
 #include "platform/url.h"
+#include "platform/waiting.h"
 #include "rtp/stream.h"
 #include "rtsp/client/client.h"
 #include "rtsp/client/connect.h"
@@ -57,8 +58,9 @@ int32_t ReadUrl(const CallTrace &trace, const char *text, ServerUrl &url) {
 
 int32_t FailConnecting(const CallTrace &trace) {
     constexpr int kShort[] = {EMFILE, ENFILE, ENOBUFS, ENOMEM};
-    const ScopeExit restore([error = errno] { errno = error; });
-    if (std::ranges::find(kShort, errno) != std::end(kShort))
+    const int error = LastError();
+    const ScopeExit restore([error] { SetLastError(error); });
+    if (std::ranges::find(kShort, error) != std::end(kShort))
         return trace.Fail(RTSP_SOCKET_FAILED, "EXIT : %s :RTSP Client socket creation failed\n");
     return trace.Fail(RTSP_CONNECT_FAILED, "EXIT : %s :Connection Error \n");
 }
