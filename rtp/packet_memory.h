@@ -112,11 +112,13 @@ inline RingClaim &ClaimOf(RTPStreamData &packet) { return BlockOf(packet).claim;
 // The records that have come back, or a new one, are ready: the first of them, null when memory is short.
 RTPStreamData *MakeReady(PacketPool &pool);
 
-// The memory of the record that is taken next is asked for: with many streams none is in a cache any more.
+// The memory of the record that is taken next is asked for: with many streams none is in a cache any more. Of null,
+// as the pool has none, nothing comes; to add to it as to a pointer would be undefined.
 inline void AskFor(const RTPStreamData *packet) {
     constexpr std::size_t kLine = 64;
-    const char *const block = reinterpret_cast<const char *>(packet);
-    for (std::size_t at = 0; at < sizeof(PacketBlock); at += kLine) __builtin_prefetch(block + at, 1);
+    const auto block = reinterpret_cast<uintptr_t>(packet);
+    for (std::size_t at = 0; at < sizeof(PacketBlock); at += kLine)
+        __builtin_prefetch(reinterpret_cast<const void *>(block + at), 1);
 }
 
 // In two pieces: g++ clears more than 64 bytes with an instruction that takes longer than parsing does.
