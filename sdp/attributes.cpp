@@ -227,7 +227,8 @@ const Attribute *FindByMark(std::string_view value) {
 const Attribute *FindByName(std::string_view value) {
     const std::string_view name = value.substr(0, value.find_first_of(":= "));
     const auto *const found = std::ranges::find_if(kAttributes, [name](const Attribute &attribute) {
-        return name == attribute.mark || (!name.empty() && name == attribute.otherName);
+        return !name.empty() &&
+               (EqualIgnoringCase(name, attribute.mark) || EqualIgnoringCase(name, attribute.otherName));
     });
     return found == std::end(kAttributes) ? nullptr : found;
 }

@@ -202,6 +202,7 @@ UnsplitBytes WayOfReading(const MediaSession &session, ReadAhead &reader, ReplyE
     bytes.isFramed = session.dialect.IsOn(Rule::kFramedReplies) || IsKeptAlive(session);
     bytes.anyBodyLength = session.dialect.IsOn(Rule::kAnyBodyLength);
     bytes.hasRequests = session.dialect.IsOn(Rule::kServerRequest);
+    bytes.hasAnyCase = session.dialect.IsOn(Rule::kProtocolInAnyCase);
     if (!session.dialect.IsOn(Rule::kJunk)) return bytes;
     RefreshRoutes(session, reader);
     bytes.confirmedChannels = &reader.channels;

@@ -20,18 +20,22 @@ constexpr std::size_t kLongestSkip = 1 << 20; // a body that claims to be longer
 // ---- where a reply ends ----
 
 // The value of the first header line of that name; a null view when there is none.
-std::string_view HeaderValue(std::string_view head, std::string_view wanted) {
+// `isTrimmed`: blanks before the colon are none of it.
+std::string_view HeaderValue(std::string_view head, std::string_view wanted, bool isTrimmed = true) {
     std::string_view line;
     while (NextLine(head, line)) {
         std::string_view name;
-        if (Until(line, ':', name) && EqualIgnoringCase(name, wanted)) return line;
+        if (!Until(line, ':', name)) continue;
+        if (isTrimmed) name = name.substr(0, name.find_last_not_of(" \t") + 1);
+        if (EqualIgnoringCase(name, wanted)) return line;
     }
     return {};
 }
 
 // The Content-Length of the header lines, 0 when there is none.
-std::size_t BodyLength(std::string_view head) {
-    return static_cast<std::size_t>(std::max(LeadingNumber(HeaderValue(head, "Content-Length")), 0));
+std::size_t BodyLength(std::string_view head, bool isTrimmed) {
+    const std::string_view value = HeaderValue(head, "Content-Length", isTrimmed);
+    return static_cast<std::size_t>(std::max(LeadingNumber(value), 0));
 }
 
 } // namespace
@@ -60,10 +64,10 @@ struct ReplyParts {
     std::size_t body = std::string_view::npos; // behind what Content-Length announces
 };
 
-ReplyParts MeasureReply(std::string_view text) {
+ReplyParts MeasureReply(std::string_view text, bool isTrimmed = false) {
     const std::size_t head = HeadLength(text);
     if (head == text.npos) return {};
-    return {head, head + BodyLength(text.substr(0, head))};
+    return {head, head + BodyLength(text.substr(0, head), isTrimmed)};
 }
 
 // A '$' begins a frame where a line or a body could begin or has ended, and before a channel number that is no
@@ -94,14 +98,27 @@ std::size_t ReplyLength(std::string_view text, ReplyEnd rule) {
     return MeasureReply(text).body <= text.size() ? text.size() : text.npos;
 }
 
+// ---- where a reply begins ----
+
+// As far as there is text.
+bool MayBeginReply(const UnsplitBytes &bytes, std::string_view text) {
+    const std::string_view start = text.substr(0, kReplyStart.size());
+    const std::string_view is = kReplyStart.substr(0, start.size());
+    return bytes.hasAnyCase ? EqualIgnoringCase(start, is) : start == is;
+}
+
+bool BeginsReply(const UnsplitBytes &bytes, std::string_view text) {
+    return text.size() >= kReplyStart.size() && MayBeginReply(bytes, text);
+}
+
 // ---- where a reply ends that is as long as it says ----
 
 // Where another message begins, or a frame, or where one may be about to.
-bool BeginsMessage(std::string_view text) {
-    constexpr std::string_view kReplyProtocol = "RTSP/";
+bool BeginsMessage(const UnsplitBytes &bytes, std::string_view text) {
     const std::string_view line = text.substr(0, text.find_first_of("\r\n"));
-    return text.starts_with('$') || text.starts_with(kReplyProtocol) || kReplyProtocol.starts_with(text) ||
-           Contains(line, " RTSP/1.");
+    const bool isReply =
+        MayBeginReply(bytes, text) && (text.size() <= kReplyStart.size() || text[kReplyStart.size()] == '/');
+    return text.starts_with('$') || isReply || Contains(line, " RTSP/1.");
 }
 
 std::size_t SkipLineEnds(std::string_view text, std::size_t at) {
@@ -117,7 +134,7 @@ struct FramedEnd {
 
 // Line ends behind the body go with it: between messages they mean nothing.
 FramedEnd FindFramedEnd(const UnsplitBytes &bytes, std::string_view text) {
-    const ReplyParts parts = MeasureReply(text);
+    const ReplyParts parts = MeasureReply(text, true);
     if (parts.body > text.size()) { // also where that is unknown
         if (!bytes.replyIsFinal && text.size() < kFramedReplyBytes) return {};
         const std::size_t rest = parts.body - text.size();
@@ -132,7 +149,7 @@ FramedEnd FindFramedEnd(const UnsplitBytes &bytes, std::string_view text) {
                              HeaderValue(head, "Content-Type").data() != nullptr;
     if (hasNoLength && bytes.rule == ReplyEnd::kFirstFrame) // among frames that are expected none is waited for
         return {bytes.replyIsFinal ? LengthBeforeFrame(text) : text.npos, true};
-    if (BeginsMessage(text.substr(asAnnounced.length))) return asAnnounced;
+    if (BeginsMessage(bytes, text.substr(asAnnounced.length))) return asAnnounced;
     return {LengthBeforeFrame(text), true};
 }
 
@@ -206,7 +223,7 @@ Unit NextRequest(const UnsplitBytes &bytes) {
         return isHopeless ? Unit{.kind = Unit::Kind::kJunk, .length = 1} : Unit{};
     }
     Unit unit{.kind = Unit::Kind::kRequest, .length = head};
-    unit.bodyLength = BodyLength(text.substr(0, head));
+    unit.bodyLength = BodyLength(text.substr(0, head), true);
     if (unit.bodyLength > kLongestSkip) unit.bodyLength = 0;
     return unit;
 }
@@ -220,8 +237,7 @@ Begins BeginsUnit(const UnsplitBytes &bytes, std::string_view text) {
         if (text.size() == 1) return Begins::kMaybe;
         return bytes.confirmedChannels->test(static_cast<uint8_t>(text[1])) ? Begins::kYes : Begins::kNo;
     }
-    if (text.starts_with(kReplyStart)) return Begins::kYes;
-    if (kReplyStart.starts_with(text)) return Begins::kMaybe;
+    if (MayBeginReply(bytes, text)) return BeginsReply(bytes, text) ? Begins::kYes : Begins::kMaybe;
     return bytes.hasRequests ? BeginsRequest(text) : Begins::kNo;
 }
 
@@ -274,7 +290,7 @@ Begins ConfirmFrame(const UnsplitBytes &bytes, const Unit &frame) {
 bool ReplyStandsNext(const UnsplitBytes &bytes) {
     if (bytes.rule == ReplyEnd::kFirstFrame && !bytes.outOfStep)
         return !bytes.text.empty() && !bytes.text.starts_with('$');
-    return bytes.text.starts_with(kReplyStart);
+    return BeginsReply(bytes, bytes.text);
 }
 
 // Text that was there before the request, up to the first frame.
@@ -321,7 +337,7 @@ Unit NextText(const UnsplitBytes &bytes) {
     if (bytes.hasRequests && !bytes.text.starts_with('$')) {
         const Begins begins = BeginsRequest(bytes.text);
         if (begins == Begins::kYes) return NextRequest(bytes);
-        if (begins == Begins::kMaybe && !bytes.replyIsFinal && !kReplyStart.starts_with(bytes.text))
+        if (begins == Begins::kMaybe && !bytes.replyIsFinal && !MayBeginReply(bytes, bytes.text))
             return {.replyBegun = true};
     }
     if (ReplyStandsNext(bytes)) return bytes.staleBytes > 0 ? StaleText(bytes) : NextReply(bytes);
@@ -331,10 +347,12 @@ Unit NextText(const UnsplitBytes &bytes) {
 
 } // namespace
 
-// A frame in step is told by its first byte.
+// A frame in step is told by its first byte; two dollars are junk, for nobody has so many channels.
 Unit NextUnit(const UnsplitBytes &bytes) {
     if (bytes.text.empty()) return {};
-    const bool isInStep = !bytes.outOfStep || bytes.confirmedChannels == nullptr;
+    const bool isDoubled = bytes.text.starts_with("$$");
+    const bool isInStep = bytes.confirmedChannels == nullptr ||
+                          (!bytes.outOfStep && (!isDoubled || bytes.confirmedChannels->test('$')));
     if (!bytes.text.starts_with('$') || !isInStep) return NextText(bytes);
     if (bytes.text.size() < kFrameHeaderBytes) return {};
     return bytes.awaitsReply ? NextFrame(bytes) : FrameAt(bytes.text);

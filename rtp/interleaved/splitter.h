@@ -29,6 +29,7 @@ struct UnsplitBytes {
     bool isFramed = false;      // a reply ends where its blank line and its Content-Length say,
     bool anyBodyLength = false; // which may be missing or wrong
     bool hasRequests = false;   // the server may ask, too
+    bool hasAnyCase = false;    // a reply may begin with rtsp
     // Those that frames are expected of, when a frame behind junk counts only if another unit begins behind it;
     // null: any header counts that has a place.
     const Channels *confirmedChannels = nullptr;

@@ -95,12 +95,21 @@ int32_t TakeServerPort(Exchange &exchange, std::string_view value) {
     return RTSP_SUCCESS;
 }
 
+bool IsOfAnother(const RTSPStreamInfo &stream, uint32_t channel) {
+    const RTSPStreamInfo *other = stream.session->streamList;
+    while (other != nullptr && (other == &stream || !other->isSetUp || other->interleavedChannel != channel))
+        other = other->next;
+    return other != nullptr;
+}
+
 void TakeChannel(Exchange &exchange, std::string_view value) {
     std::string_view channel = After(value, "interleaved");
     if (channel.data() == nullptr) return;
     if (!channel.empty()) channel.remove_prefix(1); // the '='
     const auto number = static_cast<uint32_t>(LeadingNumber(channel));
-    SetChannel(*exchange.setup->stream, number);
+    RTSPStreamInfo &stream = *exchange.setup->stream;
+    if (IsOfAnother(stream, number) && stream.session->dialect.Permits(Rule::kOthersChannel)) return;
+    SetChannel(stream, number);
     RtpRtspInfoPrint("%s(%d) Interleaved: 0x%02x\n", exchange.trace.Function(), kInterleavedLineNumber, number);
 }
 
@@ -129,32 +138,44 @@ std::size_t FindParameter(std::string_view value, std::string_view name) {
     return value.npos;
 }
 
-// " =" or "= " at the front.
-bool HasBlankAtEquals(std::string_view text) {
-    constexpr std::string_view kBlanks = " \t";
-    const std::string_view value = text.substr(std::min(text.find_first_not_of(kBlanks), text.size()));
-    return value.starts_with('=') && (value.size() < text.size() || value.find_first_of(kBlanks) == 1);
+constexpr std::string_view kPadding = " \t\"";
+
+// " =", "= " or "=\"" at the front.
+bool IsPadded(std::string_view text) {
+    const std::string_view value = text.substr(std::min(text.find_first_not_of(" \t"), text.size()));
+    return value.starts_with('=') && (value.size() < text.size() || value.find_first_of(kPadding) == 1);
+}
+
+// RTP/AVP;unicast;client_port=6970-6971,RTP/AVP;multicast
+void KeepFirstTransport(char *text, const Dialect &dialect) {
+    for (char *comma = strchr(text, ','); comma != nullptr; comma = strchr(comma + 1, ',')) {
+        const std::string_view next = WithoutBlanks(comma + 1);
+        if (!EqualIgnoringCase(next.substr(0, 4), "RTP/") || !dialect.Permits(Rule::kSeveralTransports)) continue;
+        *comma = '\0';
+        return;
+    }
 }
 
 void PutTransportRight(char *text, const Dialect &dialect) {
     bool hasOtherCase = false;
-    bool hasBlanks = false;
+    bool isPadded = false;
     for (const std::string_view name : {"multicast", "destination", "port", "server_port", "interleaved"}) {
         const std::string_view value = text;
         const std::size_t at = FindParameter(value, name);
         if (at == value.npos) continue;
         hasOtherCase = hasOtherCase || !Contains(value, name);
-        hasBlanks = hasBlanks || HasBlankAtEquals(value.substr(at + name.size()));
+        isPadded = isPadded || IsPadded(value.substr(at + name.size()));
     }
     char *const end = text + strlen(text);
     if (hasOtherCase && dialect.Permits(Rule::kTransportInAnyCase)) std::transform(text, end, text, LowerCase);
-    if (hasBlanks && dialect.Permits(Rule::kBlanksInTransport))
-        *std::remove_if(text, end, [](char c) { return c == ' ' || c == '\t'; }) = '\0';
+    if (isPadded && dialect.Permits(Rule::kBlanksInTransport))
+        *std::remove_if(text, end, [](char c) { return kPadding.find(c) != kPadding.npos; }) = '\0';
 }
 
 int32_t ApplyTransport(Exchange &exchange) {
     char *const header = GetResponseHeader(exchange.client->responseMsg, "Transport");
     if (header == nullptr) return RTSP_SUCCESS;
+    KeepFirstTransport(header, exchange.client->media.dialect);
     PutTransportRight(header, exchange.client->media.dialect);
     const std::string_view value = header;
     exchange.setup->grantsTcp = Contains(value, "RTP/AVP/TCP") || Contains(value, "interleaved=");

@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <span>
 #include <utility>
 
 namespace rtsptap {
@@ -166,10 +167,16 @@ int32_t GoOverToTcp(const CallTrace &trace, RTSPClient &client) {
 
 bool IsFaultOfTransport(const RTSPClient &client, int32_t result) {
     constexpr int32_t kUnsupportedTransport = 461;
+    constexpr int32_t kSaidOtherwise[] = {400, 406, 415, 500, 501};
     constexpr int32_t kUnusable[] = {RTSP_BAD_RESPONSE, RTSP_BAD_NUMBER, RTSP_MULTICAST_FAILED, RTSP_SOCKET_FAILED,
                                      RTSP_INVALID_HEADER_LIST};
-    return (result == RTSP_CLIENT_ERROR && client.lastStatus == kUnsupportedTransport) ||
-           std::ranges::find(kUnusable, result) != std::end(kUnusable);
+    const auto isOneOf = [](std::span<const int32_t> these, int32_t is) {
+        return std::ranges::find(these, is) != these.end();
+    };
+    if (isOneOf(kUnusable, result)) return true;
+    if (result != RTSP_CLIENT_ERROR && result != RTSP_SERVER_ERROR) return false;
+    return client.lastStatus == kUnsupportedTransport ||
+           (isOneOf(kSaidOtherwise, client.lastStatus) && client.media.dialect.Permits(Rule::kUdpRefused));
 }
 
 // ---- the first packet ----

@@ -70,6 +70,8 @@ bool ParseStatusLine(const Reading &reading, std::string_view line) {
         return trace.Fail(false, "\tEXIT : %s : RTSP version not found in response buffer\n");
     if (version.size() > kLongestVersion)
         return trace.Fail(false, "\tEXIT : %s : Invalid RTSP version found in response buffer\n");
+    if (!version.starts_with("RTSP") && EqualIgnoringCase(version.substr(0, 4), "RTSP"))
+        (void)Permits(reading, version, Rule::kProtocolInAnyCase);
     response.version = DuplicateText(version).release();
     if (response.version == nullptr)
         return trace.Fail(false, "\tEXIT : %s :Memory Allocation Failed for RTSP version string\n");
@@ -84,6 +86,8 @@ bool ParseStatusLine(const Reading &reading, std::string_view line) {
     }
     if (response.statusCode == 0 && IsZero(statusCode) && Permits(reading, statusCode, Rule::kStatusZero))
         response.statusCode = 200;
+    const bool isOtherSuccess = response.statusCode > 200 && response.statusCode < 300;
+    if (isOtherSuccess && Permits(reading, statusCode, Rule::kOtherSuccess)) response.statusCode = 200;
     if (response.statusCode == 0)
         return trace.Fail(false, "EXIT : %s :Problem in converting Ascii to Integer value \n");
     response.reasonPhrase = DuplicateText(line).release();
@@ -123,6 +127,8 @@ HeaderLine ParseHeaderLine(const Reading &reading, std::string_view line) {
     if (ContinuesHeader(reading, line)) return ContinueHeader(reading, line);
     std::string_view name;
     if (!Until(line, ':', name)) return HeaderLine::kTaken; // no header, nothing to store
+    const std::string_view trimmed = name.substr(0, name.find_last_not_of(" \t") + 1);
+    if (trimmed != name && Permits(reading, line, Rule::kBlankBeforeColon)) name = trimmed;
     const bool beginsWithBlank = line.starts_with(' ') || line.starts_with('\t');
     if (!line.empty() && (beginsWithBlank || !Permits(reading, line, Rule::kNoBlankAfterColon)))
         line.remove_prefix(1);
@@ -144,6 +150,14 @@ HeaderLine ParseHeaderLine(const Reading &reading, std::string_view line) {
     if (response.cSeq == 0 && !Permits(reading, line, Rule::kNoSequenceNumber))
         return trace.Fail(HeaderLine::kRefused, "EXIT : %s :Problem in converting Ascii to Integer value \n");
     return HeaderLine::kTaken;
+}
+
+bool HasRoom(const Reading &reading, std::string_view rest) {
+    const std::size_t count = reading.response.headerCount;
+    if (count < kHeaderSlots) return true;
+    std::string_view next;
+    return count < reading.response.headers.size() && NextLine(rest, next) &&
+           Permits(reading, next, Rule::kManyHeaders);
 }
 
 std::string_view TextBeforeNul(const RecvBuffer &recvBuffer) {
@@ -168,7 +182,7 @@ ResponseMsg *ClientParseMessage(const RecvBuffer *recvBuffer, const Dialect &dia
     if (!ParseStatusLine(reading, line)) return nullptr;
 
     // Kept: lines of a body that came with the headers are read like headers; there is no blank line to see.
-    while (response->headerCount < kHeaderSlots && NextLine(text, line)) {
+    while (HasRoom(reading, text) && NextLine(text, line)) {
         const HeaderLine result = ParseHeaderLine(reading, line);
         if (result == HeaderLine::kRefused) return nullptr;
         if (result == HeaderLine::kNoMemory) break; // the headers read so far are good enough to go on with

@@ -9,13 +9,15 @@
 
 namespace rtsptap {
 
+inline constexpr std::size_t kMostHeaders = 128; // where a rule permits more than kHeaderSlots
+
 struct ResponseMsg {
     int32_t statusCode = 0;
     uint32_t cSeq = 0;            // 0 when the response has none
-    uint32_t headerCount = 0;     // used slots, 0 to kHeaderSlots
+    uint32_t headerCount = 0;     // used slots, as a rule 0 to kHeaderSlots
     char *reasonPhrase = nullptr; // owned by whoever releases the response, free()
     char *version = nullptr;      // owned, free()
-    std::array<RTSPHeaderStruct, kHeaderSlots> headers = {};
+    std::array<RTSPHeaderStruct, kMostHeaders> headers = {};
 };
 
 // The value of the first header of that name, ignoring case, or null. The text may be cut up in place.

@@ -27,7 +27,8 @@ Reply OddReply(Odd &odd, const std::string &method, const std::string &headers, 
         text = std::regex_replace(text, pattern, odd.changes[i + 1]);
     }
     if (std::regex_search(text, found, std::regex("nterleaved[ =]*([0-9]+)", std::regex::icase)))
-        odd.channels[method == "SETUP2"] = std::stoi(found[1]);
+        odd.channels[method == "SETUP2"] =
+            method == "SETUP2" && stoi(found[1]) == odd.channels[0] ? 2 : stoi(found[1]);
     Reply reply = ReadReply(Lines(text) + body);
     for (Action &action : reply) action.expand = true;
     return reply;

@@ -32,10 +32,12 @@ std::string UrlOf(const ScriptedServer &server) { return server.Expand("rtsp://1
 
 TEST(Transport, GoesOverToTcpWhereUdpIsRefusedOrUnusableOrSilent) {
     const Reply refused = Status(461, "Unsupported Transport");
+    const Reply other = Status(400, "Bad Request");
     const Step silent{"PLAY ", Ok()};
     const Step denied{"PAUSE ", Status(455, "Method Not Valid in This State")};
     const Script scripts[] = {
         Script{{kUdpGranted[0].expect, refused}} + OverTcp(false),
+        Script{{kUdpGranted[0].expect, other}} + OverTcp(false),
         Script{{kUdpGranted[0].expect, refused + Close()}} + OverTcp(false),
         Script{kUdpGranted[0], {kUdpGranted[1].expect, refused}} + OverTcp(true),
         Script{{"SETUP ", Ok("Session: {session}", "Transport: RTP/AVP;unicast;server_port=x")}} + OverTcp(true),
@@ -54,7 +56,8 @@ TEST(Transport, GoesOverToTcpWhereUdpIsRefusedOrUnusableOrSilent) {
         {
             ScriptedServer server(kDescribed + scripts[i] + Script{{"TEARDOWN ", Ok()}});
             Client client;
-            Set(client, RTSPTAP_OPTION_SILENCE_LIMIT, i < 6 ? 10000 : 100);
+            Set(client, RTSPTAP_OPTION_SILENCE_LIMIT, i < 7 ? 10000 : 100);
+            EXPECT_EQ(RTSPTapSetRule(client, 126, 1), 0);
             EXPECT_EQ(RTSPTapOpen(client, UrlOf(server).c_str()), 0);
             const RTSPStreamDescription *const described = RTSPClientGetSDPInfo(client, 2);
             EXPECT_EQ(RTSPTapStart(client, nullptr, nullptr), 0) << i;
