@@ -46,7 +46,8 @@ bool ParseHead(std::string_view head, Request &request) {
 
 Taken TakeFrame(std::string &input) {
     if (input.size() < kFrameHeader) return Taken::kNothing;
-    const std::size_t size = kFrameHeader + (static_cast<uint8_t>(input[2]) << 8 | static_cast<uint8_t>(input[3]));
+    const std::size_t size =
+        kFrameHeader + (std::size_t{static_cast<uint8_t>(input[2])} << 8 | static_cast<uint8_t>(input[3]));
     if (input.size() < size) return Taken::kNothing;
     input.erase(0, size);
     return Taken::kFrame;

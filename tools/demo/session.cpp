@@ -197,7 +197,7 @@ constexpr const char *kOthers[] = {"ANNOUNCE", "RECORD", "REDIRECT", "SET_PARAME
 
 Reply Judge(Exchange &exchange) {
     const auto &[request, offer, connection, nowUs, base, stream] = exchange;
-    const auto isMeant = [&request](const Method &method) { return request.method == method.name; };
+    const auto isMeant = [&exchange](const Method &method) { return exchange.request.method == method.name; };
     const Method *method = std::find_if(std::begin(kMethods), std::end(kMethods), isMeant);
     if (NumberOf(request.Header("CSeq"), INT32_MAX) < 0) return {400};
     if (request.version != "RTSP/1.0") return {505};

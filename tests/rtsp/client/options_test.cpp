@@ -181,7 +181,7 @@ uint64_t PlayWith(uint32_t proto, Rule rule, const std::function<Reply(int, cons
 TEST(Replies, AreWholeHoweverTheyAreCut) {
     const CapturedStdout output;
     for (const uint32_t proto : {kUdp, kTcp})
-        for (const std::size_t cut : {1, 4, 20, 46}) // the shortest has 47 bytes
+        for (const std::size_t cut : {1U, 4U, 20U, 46U}) // the shortest has 47 bytes
             EXPECT_GE(PlayWith(proto, Rule::kFramedReplies,
                                [cut](int number, const std::string &body) {
                                    return Pieces(RawReply(number, "200 OK", body), cut, 20);

@@ -216,11 +216,12 @@ struct Printed {
     // Of anybody where no client is named.
     std::size_t Count(const std::string &text, std::optional<intptr_t> client = {}, int32_t level = 0) const {
         const std::lock_guard lock(mutex);
-        return std::ranges::count_if(lines, [&](const auto &line) {
+        const auto count = std::ranges::count_if(lines, [&](const auto &line) {
             return std::get<2>(line).find(text) != text.npos &&
                    std::get<1>(line) == client.value_or(std::get<1>(line)) &&
                    (level == 0 || std::get<0>(line) == level);
         });
+        return static_cast<std::size_t>(count);
     }
     mutable std::mutex mutex;
     std::vector<std::tuple<int32_t, intptr_t, std::string>> lines;

@@ -19,8 +19,8 @@ constexpr const char *kProgramNotes[] = {
     "Times are numbers with ms, s, m or h, as 1m30s, and seconds without; 00:01:30 is one, too. A password is "
     "never shown, also not with "
     "--verbose.",
-    "The first Ctrl-C, SIGTERM or SIGHUP ends the session at the server and completes files; a second one ends "
-    "at once.",
+    ("The first Ctrl-C, SIGTERM or SIGHUP ends the session at the server and completes files; a second one ends "
+     "at once."),
 };
 
 struct Variable {

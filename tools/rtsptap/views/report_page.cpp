@@ -39,17 +39,17 @@ that have arrived and are not yet taken. <b>Shaded</b>: not playing.</p>
 
 // Text between tags or in an attribute; what cannot be shown is replaced.
 std::string Escaped(const std::string &text) {
-    static const std::map<unsigned char, const char *> kNames = {
+    static const std::map<char, const char *> kNames = {
         {'&', "&amp;"}, {'<', "&lt;"}, {'>', "&gt;"}, {'"', "&quot;"}, {'\'', "&#39;"}};
     std::string escaped;
-    for (const unsigned char letter : text) {
+    for (const char letter : text) {
         const auto named = kNames.find(letter);
         if (named != kNames.end())
             escaped += named->second;
-        else if (letter < ' ' || letter == 0x7F)
+        else if (static_cast<unsigned char>(letter) < ' ' || letter == 0x7F)
             escaped += "&#xFFFD;";
         else
-            escaped += static_cast<char>(letter);
+            escaped += letter;
     }
     return escaped;
 }
