@@ -166,6 +166,9 @@ enum RTSPTapOption {
     RTSPTAP_OPTION_DUPLICATES_DROPPED = 40,
     /** Packets, told only: those that RTSPTAP_OPTION_REORDER_WAIT has dropped since RTSPClientCreate. */
     RTSPTAP_OPTION_LATE_DROPPED = 41,
+    /** Number, 0 or 1, by default 0; while not connected, counts for streams made later. 1: their packets are
+     * counted for RTSPTapGetStreamStatistics, which costs each of them about a tenth of what receiving it does. */
+    RTSPTAP_OPTION_STATISTICS = 80,
     /** Text, told only: what the last 401 asked for since RTSPTapSetCredentials, "Digest SHA-256" or "Basic": the
      * one that was answered, or else the first. Empty before the first. */
     RTSPTAP_OPTION_CHALLENGE = 50
@@ -675,6 +678,86 @@ RTSPTAP_API int32_t RTSPTapSetup(intptr_t clientHandle, int32_t streamNumber);
  * come yet; or what RTSPTapSetup and RTSPTapPlay give
  */
 RTSPTAP_API int32_t RTSPTapStart(intptr_t clientHandle, const RTSPTapPlayRequest *request, RTSPTapPlayReply *reply);
+/* ---- what a stream is doing ---- */
+
+/** What has come of a stream, and what became of it. Those that begin with "counted" are 0 unless isCounted is 1.
+ */
+typedef struct RTSPTapStreamStatistics {
+    uint32_t recordSize; /* sizeof(RTSPTapStreamStatistics), set by the caller */
+    int32_t isCounted;   /* 1: RTSPTAP_OPTION_STATISTICS was on when the stream was made */
+    int32_t endedWhy;    /* RTSPTapResult or RTSPResult: why nothing more comes; 0 while it may */
+    int32_t clockRate;   /* RTP timestamp units per second, by the description or the codec; 0: not known */
+
+    /* Numbers of packets. A sender is believed once two packets of it came in sequence (RFC 3550, A.1). One that
+     * starts again, with another SSRC or numbers far away, is a new one: what is said of packets is of all of them,
+     * first to last; it counts from the making of the stream on. */
+    uint64_t packets;       /* counted: all that came, duplicates and late ones, too */
+    uint64_t bytes;         /* counted: of whole RTP packets */
+    uint64_t expected;      /* counted: from the lowest to the highest number of each sender */
+    int64_t lost;           /* counted: expected less packets (RFC 3550, A.3): duplicates make up for losses */
+    uint64_t missing;       /* counted: numbers that have not come; duplicates make up for none */
+    double fractionLost;    /* counted: missing of expected, 0 to 1. For an interval: the differences of both */
+    uint64_t duplicates;    /* counted: numbers that had come before, of the last 500 */
+    uint64_t reordered;     /* counted: came behind a higher number, and were no duplicates */
+    uint64_t strays;        /* counted: of no sender that is believed; in none of the figures above */
+    uint64_t restarts;      /* counted: senders after the first */
+    uint32_t ssrc;          /* counted: of the sender there is */
+    uint32_t firstNumber;   /* counted: its lowest sequence number */
+    uint32_t highestNumber; /* counted: its highest one, with the times that they went round above 16 bits */
+
+    /* Interarrival jitter (RFC 3550, A.8), by the time at which the system received each packet, over TCP at which
+     * it was found in what was read. 0 while clockRate is. A step of more than 10 seconds is a clock's that was
+     * set, and does not count. */
+    uint32_t jitter;     /* counted: RTP timestamp units, now */
+    double jitterUs;     /* counted: the same in microseconds */
+    double meanJitterUs; /* counted: mean of what it was with each packet */
+    double mostJitterUs; /* counted */
+
+    int64_t sinceLastPacketMs; /* counted: -1 before the first one */
+    int64_t lastPacketNs;      /* counted: when it came, nanoseconds since 1970 by this machine's clock */
+    int64_t longestGapMs;      /* counted: between two packets */
+
+    /* What was not handed out. */
+    uint64_t droppedByKernel; /* counted: datagrams that found the socket's receive buffer full (SO_RXQ_OVFL), up to
+                                 the last packet. Over TCP 0: the sender waits */
+    uint64_t droppedByLatency; /* RTPClientConfigLatency */
+    uint64_t droppedByLimit;   /* the queue was at its limit of 1024 packets, and nobody took them */
+    uint64_t droppedByRing;    /* over TCP: frames that found the receive buffer full. Over UDP 0: the system keeps
+                                  datagrams while it is, and drops them when it has no room either */
+    uint64_t late;             /* came after RTSPTAP_OPTION_REORDER_WAIT had given them up */
+    uint64_t refused;          /* no RTP, of a payload type that is not the stream's, or no memory for it */
+    int32_t queuedPackets;     /* received and not taken */
+    int32_t queuedMs;          /* from the oldest to the newest of those; 0 while clockRate is */
+
+    /* The last sender report (RFC 3550, 6.4.1). */
+    uint64_t senderReports;      /* counted: how many came; 0: what follows says nothing */
+    int64_t sinceReportMs;       /* counted: -1 before the first one */
+    int64_t reportArrivedNs;     /* counted: when it came, as lastPacketNs */
+    uint64_t reportNtp;          /* counted: NTP time, seconds since 1900 in the upper 32 bits */
+    uint32_t reportRtpTimestamp; /* counted: RTP timestamp of the same moment */
+    uint32_t reportPackets;      /* counted: packets that the sender has sent */
+    uint32_t reportOctets;       /* counted: bytes of payload that it has sent */
+
+    uint32_t reserved;   /* 0 */
+    int64_t roundTripUs; /* microseconds to the server and back, smoothed, as the system measures them on the RTSP
+                            connection (TCP_INFO); -1: there is none. RTCP tells it to senders only, and a client
+                            is none (RFC 3550, 6.4.1) */
+    uint64_t rulesUsed;  /* how many rules of the client were needed at least once: RTSPTapGetRuleUse says which */
+} RTSPTapStreamStatistics;
+
+/**
+ * Tells what a stream is doing. It costs a few microseconds, and waits for nobody: ask as often as you like.
+ *
+ * Any thread once the stream is set up, also while packets come; after a TEARDOWN as long as the packets of that
+ * session can be given back.
+ *
+ * @param stream      its number, from 1
+ * @param statistics  filled, as far as its recordSize says
+ * @return 0; RTSP_INVALID_ARGUMENT bad handle, pointer or recordSize, or no such stream
+ */
+RTSPTAP_API int32_t RTSPTapGetStreamStatistics(intptr_t clientHandle, int32_t stream,
+                                               RTSPTapStreamStatistics *statistics);
+
 /* ---- passwords ---- */
 
 /**

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <ctime>
 #include <unistd.h>
 
@@ -267,21 +268,88 @@ int ReceiveOne(int sockfd, rtsptap::DatagramPlace &place, int flags) {
 
 } // namespace
 
+namespace {
+
+struct Messages {
+    mmsghdr headers[rtsptap::kMostDatagrams]; // not cleared: few are used
+    iovec parts[rtsptap::kMostDatagrams][2];
+};
+
+[[gnu::always_inline]] inline void PointAt(Messages &messages, std::span<const rtsptap::DatagramPlace> places) {
+    for (std::size_t i = 0; i < places.size(); ++i) {
+        messages.parts[i][0] = {places[i].bytes, places[i].size};
+        messages.parts[i][1] = {places[i].spill, places[i].spillSize};
+        messages.headers[i] = {};
+        messages.headers[i].msg_hdr.msg_iov = messages.parts[i];
+        messages.headers[i].msg_hdr.msg_iovlen = places[i].spillSize > 0 ? 2 : 1;
+    }
+}
+
+} // namespace
+
 int rtsptap::ReceiveDatagrams(int sockfd, std::span<DatagramPlace> places, int flags) {
     if (places.size() == 1) return ReceiveOne(sockfd, places.front(), flags);
-    mmsghdr messages[kMostDatagrams];
-    iovec parts[kMostDatagrams][2];
-    for (std::size_t i = 0; i < places.size(); ++i) {
-        parts[i][0] = {places[i].bytes, places[i].size};
-        parts[i][1] = {places[i].spill, places[i].spillSize};
-        messages[i] = {};
-        messages[i].msg_hdr.msg_iov = parts[i];
-        messages[i].msg_hdr.msg_iovlen = places[i].spillSize > 0 ? 2 : 1;
-    }
+    Messages batch;
+    PointAt(batch, places);
+    mmsghdr *const messages = batch.headers;
     const int count = recvmmsg(sockfd, messages, static_cast<unsigned>(places.size()),
                                MSG_TRUNC | MSG_WAITFORONE | flags, nullptr);
     for (int i = 0; i < count; ++i)
         places[static_cast<std::size_t>(i)].received = static_cast<int>(messages[i].msg_len);
+    return count;
+}
+
+// ---- when datagrams came ----
+
+namespace {
+
+// Room for both, aligned as their headers are.
+union ArrivalMessages {
+    cmsghdr aligned;
+    char bytes[CMSG_SPACE(sizeof(timespec)) + CMSG_SPACE(sizeof(uint32_t))];
+};
+
+rtsptap::DatagramArrival ReadArrival(msghdr &header) {
+    rtsptap::DatagramArrival arrival = {};
+    for (cmsghdr *at = CMSG_FIRSTHDR(&header); at != nullptr; at = CMSG_NXTHDR(&header, at)) {
+        timespec time = {};
+        if (at->cmsg_level != SOL_SOCKET) continue;
+        if (at->cmsg_type == SCM_TIMESTAMPNS) memcpy(&time, CMSG_DATA(at), sizeof time);
+        if (at->cmsg_type == SCM_TIMESTAMPNS) arrival.ns = int64_t{time.tv_sec} * 1000000000 + time.tv_nsec;
+        if (at->cmsg_type == SO_RXQ_OVFL) memcpy(&arrival.drops, CMSG_DATA(at), sizeof arrival.drops);
+    }
+    return arrival;
+}
+
+} // namespace
+
+void rtsptap::TellArrivals(int socket) {
+    const int on = 1;
+    setsockopt(socket, SOL_SOCKET, SO_TIMESTAMPNS, &on, sizeof on);
+    setsockopt(socket, SOL_SOCKET, SO_RXQ_OVFL, &on, sizeof on);
+}
+
+int rtsptap::ReceiveDatagrams(int sockfd, std::span<DatagramPlace> places, DatagramArrival *arrivals, int flags) {
+    Messages batch;
+    ArrivalMessages room[kMostDatagrams];
+    PointAt(batch, places);
+    for (std::size_t i = 0; i < places.size(); ++i) {
+        batch.headers[i].msg_hdr.msg_control = &room[i];
+        batch.headers[i].msg_hdr.msg_controllen = sizeof room[i];
+    }
+    int count = 0;
+    if (places.size() == 1) { // where the system takes no batches
+        const ssize_t length = recvmsg(sockfd, &batch.headers[0].msg_hdr, MSG_TRUNC | flags);
+        batch.headers[0].msg_len = static_cast<unsigned>(length);
+        count = length < 0 ? RTSP_FAILURE : 1;
+    } else {
+        count = recvmmsg(sockfd, batch.headers, static_cast<unsigned>(places.size()),
+                         MSG_TRUNC | MSG_WAITFORONE | flags, nullptr);
+    }
+    for (int i = 0; i < count; ++i) {
+        places[static_cast<std::size_t>(i)].received = static_cast<int>(batch.headers[i].msg_len);
+        arrivals[i] = ReadArrival(batch.headers[i].msg_hdr);
+    }
     return count;
 }
 

@@ -82,6 +82,18 @@ inline constexpr std::size_t kMostDatagrams = 16; // in one batch
 // with errno; an interrupted call tells so (IsInterrupted). Of a single place the spill is not used: recvfrom(2).
 int ReceiveDatagrams(int sockfd, std::span<DatagramPlace> places, int flags);
 
+// When a datagram came, and how many the socket has dropped so far because its buffer was full.
+struct DatagramArrival {
+    int64_t ns;     // since 1970; 0: the system did not say
+    uint32_t drops; // goes round
+};
+
+// From now on the system says so of the socket's datagrams.
+void TellArrivals(int socket);
+
+// ReceiveDatagrams that tells the arrivals, too, of as many as there are places.
+int ReceiveDatagrams(int sockfd, std::span<DatagramPlace> places, DatagramArrival *arrivals, int flags);
+
 // Whether an errno of a batch says that the system has no such call, or a filter of system calls none for us
 // (seccomp(2)).
 inline bool IsRefused(int error) { return error == ENOSYS || error == EPERM; }

@@ -33,7 +33,7 @@ enum class Sighting {
 };
 
 // Asked for the packets whose SSRC is not the stream's plainSsrc: the first one, all of those when a client
-// watches, and those of a second sender otherwise.
+// watches or has them counted, and those of a second sender otherwise.
 Sighting NoteArrival(RTSPStreamInfo &stream, uint32_t ssrc, uint16_t number);
 
 } // namespace rtsptap

@@ -14,11 +14,11 @@ constexpr Codec kCodecs[] = {
     {"MP2T", NameMatch::kExact, RTP_CODEC_MP2T, CodecGroup::kTransportStream},
     {"mpeg4-generic", NameMatch::kIgnoringCase, RTP_CODEC_MPEG4_GENERIC, CodecGroup::kAudio,
      CodecConfig::kAacConfig},
-    {"PCMA", NameMatch::kExact, RTP_CODEC_PCMA, CodecGroup::kAudio},
-    {"PCMU", NameMatch::kExact, RTP_CODEC_PCMU, CodecGroup::kAudio},
-    {"G726", NameMatch::kContained, RTP_CODEC_G726, CodecGroup::kAudio}, // G726-16 to -40, and AAL2-G726-32
+    {"PCMA", NameMatch::kExact, RTP_CODEC_PCMA, CodecGroup::kAudio, CodecConfig::kNone, false, 8000},
+    {"PCMU", NameMatch::kExact, RTP_CODEC_PCMU, CodecGroup::kAudio, CodecConfig::kNone, false, 8000},
+    {"G726", NameMatch::kContained, RTP_CODEC_G726, CodecGroup::kAudio, CodecConfig::kNone, false, 8000}, // G726-16 to -40, and AAL2-G726-32
     {"L16", NameMatch::kExact, RTP_CODEC_L16, CodecGroup::kAudio},
-    {"MPA", NameMatch::kExact, RTP_CODEC_MPA, CodecGroup::kAudio},
+    {"MPA", NameMatch::kExact, RTP_CODEC_MPA, CodecGroup::kAudio, CodecConfig::kNone, false, 90000},
     {"H265", NameMatch::kIgnoringCase, RTSPTAP_CODEC_H265, CodecGroup::kVideo, CodecConfig::kH265ParameterSets,
      true},
     {"HEVC", NameMatch::kIgnoringCase, RTSPTAP_CODEC_H265, CodecGroup::kVideo, CodecConfig::kH265ParameterSets,
@@ -27,11 +27,11 @@ constexpr Codec kCodecs[] = {
     {"VP9", NameMatch::kIgnoringCase, RTSPTAP_CODEC_VP9, CodecGroup::kVideo, CodecConfig::kNone, true},
     {"AV1", NameMatch::kIgnoringCase, RTSPTAP_CODEC_AV1, CodecGroup::kVideo, CodecConfig::kNone, true},
     {"MPV", NameMatch::kIgnoringCase, RTSPTAP_CODEC_MPV, CodecGroup::kVideo, CodecConfig::kNone, true},
-    {"opus", NameMatch::kIgnoringCase, RTSPTAP_CODEC_OPUS, CodecGroup::kAudio, CodecConfig::kNone, true},
-    {"G722", NameMatch::kIgnoringCase, RTSPTAP_CODEC_G722, CodecGroup::kAudio, CodecConfig::kNone, true},
-    {"G723", NameMatch::kIgnoringCase, RTSPTAP_CODEC_G723, CodecGroup::kAudio, CodecConfig::kNone, true},
-    {"G729", NameMatch::kIgnoringCase, RTSPTAP_CODEC_G729, CodecGroup::kAudio, CodecConfig::kNone, true},
-    {"GSM", NameMatch::kIgnoringCase, RTSPTAP_CODEC_GSM, CodecGroup::kAudio, CodecConfig::kNone, true},
+    {"opus", NameMatch::kIgnoringCase, RTSPTAP_CODEC_OPUS, CodecGroup::kAudio, CodecConfig::kNone, true, 48000},
+    {"G722", NameMatch::kIgnoringCase, RTSPTAP_CODEC_G722, CodecGroup::kAudio, CodecConfig::kNone, true, 8000},
+    {"G723", NameMatch::kIgnoringCase, RTSPTAP_CODEC_G723, CodecGroup::kAudio, CodecConfig::kNone, true, 8000},
+    {"G729", NameMatch::kIgnoringCase, RTSPTAP_CODEC_G729, CodecGroup::kAudio, CodecConfig::kNone, true, 8000},
+    {"GSM", NameMatch::kIgnoringCase, RTSPTAP_CODEC_GSM, CodecGroup::kAudio, CodecConfig::kNone, true, 8000},
     {"speex", NameMatch::kIgnoringCase, RTSPTAP_CODEC_SPEEX, CodecGroup::kAudio, CodecConfig::kNone, true},
     {"L8", NameMatch::kIgnoringCase, RTSPTAP_CODEC_L8, CodecGroup::kAudio, CodecConfig::kNone, true},
     {"L20", NameMatch::kIgnoringCase, RTSPTAP_CODEC_L20, CodecGroup::kAudio, CodecConfig::kNone, true},
@@ -83,6 +83,14 @@ const Codec *FindCodec(int32_t codecType) {
     for (const Codec &codec : kCodecs)
         if (codec.type == codecType) return &codec;
     return nullptr;
+}
+
+int32_t UsualClockRate(int32_t codecType) {
+    constexpr int32_t kVideoClockRate = 90000;
+    const Codec *const codec = FindCodec(codecType);
+    if (codec == nullptr) return 0;
+    const bool isVideo = codec->group == CodecGroup::kVideo || codec->group == CodecGroup::kTransportStream;
+    return isVideo ? kVideoClockRate : codec->clockRate;
 }
 
 const Codec *FindCodecByName(std::string_view encodingName) {

@@ -28,6 +28,7 @@ struct Codec {
     CodecGroup group;
     CodecConfig config = CodecConfig::kNone;
     bool isFurther = false; // there for those clients only whose dialect has it
+    int32_t clockRate = 0;  // RTP timestamp units per second of audio where they are always the same (RFC 3551)
 };
 
 // The row of a code, or null.
@@ -38,6 +39,9 @@ const Codec *FindCodecByName(std::string_view encodingName);
 const Codec *FindCodecInAnyCase(std::string_view encodingName);
 // The same among the further ones.
 const Codec *FindFurtherCodec(std::string_view encodingName);
+
+// RTP timestamp units per second of a codec; 0 where they differ from stream to stream.
+int32_t UsualClockRate(int32_t codecType);
 
 // Asked twice for every packet: whether it is an RTPCodecType. Further codecs are none.
 extern const std::array<bool, 256> kIsCodecType;

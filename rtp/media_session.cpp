@@ -9,6 +9,7 @@
 #include "rtp/stream.h"
 
 #include <algorithm>
+#include <memory>
 #include <new>
 #include <utility>
 
@@ -34,8 +35,15 @@ void ReleaseStreams(RTSPStreamInfo *stream) {
 // ---- streams ----
 
 RTSPStreamInfo *AppendStream(MediaSession &session, RTSPStreamInfo *last) {
+    std::unique_ptr<StreamStatistics> statistics(IsWatched(session) ? new (std::nothrow) StreamStatistics{}
+                                                                    : nullptr);
     auto *const stream = new (std::nothrow) RTSPStreamInfo{};
     if (stream == nullptr) return nullptr;
+    if (IsWatched(session) && statistics == nullptr) {
+        delete stream;
+        return nullptr;
+    }
+    stream->statistics = statistics.release();
     stream->session = &session;
     stream->number = session.streamCount.load(std::memory_order_relaxed) + 1;
     stream->interruptsTold = session.interrupts.load(std::memory_order_acquire);
@@ -192,6 +200,7 @@ void CloseRtcpSocket(RTSPStreamInfo &stream) { StopThreadAndClose(stream, stream
 
 bool SizeReceiveBuffer(MediaSession &session, int socket, int byDefault) {
     const int asked = session.receiveBuffer != 0 ? static_cast<int>(session.receiveBuffer) : byDefault;
+    AskForArrivals(session, socket);
     const bool isSet = asked == 0 || setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &asked, sizeof asked) == 0;
     int granted = 0; // twice what was granted: the system counts its own records (socket(7))
     socklen_t length = sizeof granted;

@@ -50,6 +50,9 @@ struct MediaSession {
     std::atomic<uint32_t> interrupts{0};     // how often readers were called off; by any thread, also by signals
     SharedAddress server;                    // of the RTSP server: reports go to a port of it
 
+    // ---- Application thread: of streams that are made later ----
+    int64_t keepsStatistics = 0; // 0 or 1
+
     // ---- Application thread ----
     MulticastWays multicast;          // how groups are joined
     char listenAddress[64] = {};      // of streams without RTSP: a group, or one of ours; empty: every one of IPv4
@@ -122,7 +125,7 @@ void CloseRtpSocket(RTSPStreamInfo &stream);
 void CloseRtcpSocket(RTSPStreamInfo &stream);
 
 // Asks for the socket receive buffer that the session is set to, or for `byDefault` bytes, 0 of which leave the
-// system's; notes what was granted. False when the system refuses.
+// system's; notes what was granted. Packets of a client that counts them are to come with their time. False when the system refuses.
 bool SizeReceiveBuffer(MediaSession &session, int socket, int byDefault);
 
 // ---- Settings of what is asked with every packet: application thread ----

@@ -108,7 +108,10 @@ bool TrimForLatency(RTSPStreamInfo &stream, const RTPStreamData &packet) {
     const int64_t target = stream.session->targetLatency.load(std::memory_order_relaxed) * kTicksPerMs;
     const int64_t overflow = stream.session->overflowLimit.load(std::memory_order_relaxed) * kTicksPerMs;
     if (target <= 0 || TimestampSpan(packet, *HeadOf(stream)) <= overflow) return false;
-    while (HeadOf(stream) != nullptr && TimestampSpan(packet, *HeadOf(stream)) > target) DropHead(stream);
+    while (HeadOf(stream) != nullptr && TimestampSpan(packet, *HeadOf(stream)) > target) {
+        CountOne(stream.drops.latency);
+        DropHead(stream);
+    }
     return true;
 }
 
@@ -170,6 +173,7 @@ void LinkBehind(RTSPStreamInfo &stream, RTPStreamData *after, RTPStreamData *pac
 // Kept: the packet that takes the place of the dropped one is not counted, so from here on packetCount
 // swings between 1023 and 1024 while the queue grows by one packet every second arrival.
 void InsertAtLimit(RTSPStreamInfo &stream, RTPStreamData *packet) {
+    CountOne(stream.drops.limit);
     if (HeadOf(stream) != nullptr) DropHead(stream);
     if (HeadOf(stream) != nullptr) HeadOf(stream)->prev = nullptr;
     Append(stream, packet);
@@ -226,6 +230,7 @@ namespace {
     }
     if (found.isPassed) {
         stream.session->lateDropped.fetch_add(1, std::memory_order_relaxed);
+        CountOne(stream.drops.late);
         return ReturnPacketRecord(stream, packet);
     }
     Print(found, rules, stream.lastSeqNum.load(std::memory_order_relaxed), number);

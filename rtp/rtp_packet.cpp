@@ -5,6 +5,7 @@
 #include "rtp/media_session.h"
 #include "rtp/packet_memory.h"
 #include "rtp/packet_queue.h"
+#include "rtp/statistics.h"
 #include "rtp/stream.h"
 
 #include <algorithm>
@@ -177,6 +178,7 @@ void LocatePayload(const RTPDataBuffer &buffer, RTPStreamData &packet) {
 // The same for one that has to be looked at more closely, and may be refused after all.
 [[gnu::noinline]] RTPStreamData *CountOnceKnown(RTSPStreamInfo &stream, PooledPacket packet) {
     const RTPHeader &header = *packet->rtpHeader;
+    if (stream.statistics != nullptr) CountArrival(stream, *packet);
     const Sighting sighting = NoteArrival(stream, header.ssrc, header.sequenceNumber);
     if (sighting == Sighting::kRefused) return nullptr;
     CountPacket(stream, *packet, sighting == Sighting::kInStream);
@@ -215,6 +217,16 @@ RTPStreamData *ParseRTPData(const RTPDataBuffer *rtpDataBuffer, RTSPStreamInfo *
     return packet.release();
 }
 
+namespace {
+
+[[gnu::noinline]] void TellRefused(RTSPStreamInfo &stream, FailureText invalidPacketText) {
+    CountHandled(stream);
+    CountOne(stream.drops.refused);
+    CallTrace("RTPDataReceiveThread").Fail(RTSP_FAILURE, invalidPacketText);
+}
+
+} // namespace
+
 void AcceptPacket(RTSPStreamInfo &stream, uint32_t length, const ArrivalRules &rules,
                   FailureText invalidPacketText) {
     const RTPDataBuffer bytes{.length = length, .data = stream.ring.storage + stream.ring.writeIndex};
@@ -223,8 +235,7 @@ void AcceptPacket(RTSPStreamInfo &stream, uint32_t length, const ArrivalRules &r
         if (stream.configSearch.missing.load(std::memory_order_relaxed) != 0) SearchPacket(stream, *packet);
         InsertPacket(stream, packet, rules);
     } else if (!std::exchange(stream.watch.refused, false)) {
-        CountHandled(stream);
-        CallTrace("RTPDataReceiveThread").Fail(RTSP_FAILURE, invalidPacketText);
+        TellRefused(stream, invalidPacketText);
     }
     stream.ring.writeIndex += length; // also behind a refused packet
 }

@@ -7,6 +7,7 @@
 #include "rtp/rtp_packet.h"
 #include "rtp/service_thread.h"
 #include "rtp/serving.h"
+#include "rtp/statistics.h"
 #include "rtp/stream.h"
 
 #include <algorithm>
@@ -46,6 +47,7 @@ Served EndReceiving(RTSPStreamInfo &stream) {
 struct Batch {
     std::array<DatagramPlace, kMostDatagrams> places; // not cleared: few are used
     std::span<DatagramPlace> used;
+    std::array<DatagramArrival, kMostDatagrams> arrivals; // known where the client has asked for them
 };
 
 // As many places as the last batches had use for, and as have room even if every datagram is the longest.
@@ -65,7 +67,9 @@ void MakePlaces(RTSPStreamInfo &stream, const RingPlace &ringPlace, Batch &batch
 // Where the system takes no batches: one by one from then on.
 int ReceiveBatch(RTSPStreamInfo &stream, const RingPlace &ringPlace, Batch &batch, int flags) {
     MakePlaces(stream, ringPlace, batch);
-    const int came = ReceiveDatagrams(stream.rtpSocket, batch.used, flags);
+    const int came = stream.statistics == nullptr
+                         ? ReceiveDatagrams(stream.rtpSocket, batch.used, flags)
+                         : ReceiveDatagrams(stream.rtpSocket, batch.used, batch.arrivals.data(), flags);
     if (came >= 0 || batch.used.size() == 1 || !IsRefused(errno)) return came;
     stream.batches.refused = true;
     return ReceiveBatch(stream, ringPlace, batch, flags);
@@ -127,7 +131,7 @@ bool PassesOverEmpty(const RTSPStreamInfo &stream) {
 }
 
 // Queues the datagrams, up to one without content that ends the reception. False when there was one.
-bool AcceptBatch(RTSPStreamInfo &stream, std::span<const DatagramPlace> received) {
+[[gnu::always_inline]] inline bool AcceptBatch(RTSPStreamInfo &stream, std::span<const DatagramPlace> received) {
     constexpr ArrivalRules kUdpRules{.reorder = true};
     for (const DatagramPlace &place : received) {
         const auto fits = static_cast<int>(place.size + place.spillSize);
@@ -137,6 +141,16 @@ bool AcceptBatch(RTSPStreamInfo &stream, std::span<const DatagramPlace> received
         stream.ring.writeIndex = place.bytes - stream.ring.storage;
         AcceptPacket(stream, static_cast<uint32_t>(std::min(place.received, fits)), kUdpRules,
                      "%s: Invalid packet received ignoring\n");
+    }
+    return true;
+}
+
+// The same where each packet is told from when it came.
+[[gnu::noinline]] bool AcceptWithArrivals(RTSPStreamInfo &stream, std::span<const DatagramPlace> received,
+                                          const DatagramArrival *arrivals) {
+    for (std::size_t i = 0; i < received.size(); ++i) {
+        NoteDatagram(*stream.statistics, arrivals[i]);
+        if (!AcceptBatch(stream, received.subspan(i, 1))) return false;
     }
     return true;
 }
@@ -154,7 +168,10 @@ Served ReceiveAndQueue(RTSPStreamInfo &stream, int flags) {
         JoinSpilled(received);
         CloseGaps(received);
         LearnFrom(stream.batches, received, batch.used.size());
-        if (!AcceptBatch(stream, received)) return EndReceiving(stream);
+        const bool goesOn = stream.statistics == nullptr
+                                ? AcceptBatch(stream, received)
+                                : AcceptWithArrivals(stream, received, batch.arrivals.data());
+        if (!goesOn) return EndReceiving(stream);
         if (received.size() < batch.used.size()) return Served::kNothingLeft;
         count += received.size();
     }

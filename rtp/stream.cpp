@@ -80,6 +80,7 @@ void ReleaseStream(RTSPStreamInfo *stream) {
     free(stream->further.vps);
     free(stream->further.config);
     DestroyStreamLocks(*stream);
+    delete stream->statistics;
     delete stream;
 }
 

@@ -9,6 +9,7 @@
 #include "rtp/held_packets.h"
 #include "rtp/packet_memory.h"
 #include "rtp/receive_turn.h"
+#include "rtp/statistics.h"
 #include "rtp/stream_config.h"
 #include "rtsptap_extended.h"
 
@@ -140,6 +141,10 @@ struct RTSPStreamInfo {
                       // end go with it
     BatchHabits batches;
     ArrivalWatch watch;
+
+    // ---- Figures; have groups of their own ----
+    StreamDrops drops;
+    StreamStatistics *statistics = nullptr; // owned; constant; null: the client has not asked for any
 
     // ---- RTCP ----
     RtcpState rtcp;

@@ -53,6 +53,7 @@ Fit FindFrameRoom(RTSPStreamInfo &stream, uint32_t channel, std::size_t length) 
     const bool fits = place.room >= needed;
     if (!fits && place.verdict != RingRoom::kFullAtEnd) place.verdict = RingRoom::kFullBehind;
     PrintRing(place.verdict, stream.ring, writeIndex, channel);
+    if (!fits) CountOne(stream.drops.ring);
     return fits ? Fit::kFits : Fit::kNowhere;
 }
 

@@ -49,6 +49,11 @@ void KeepSenderReport(RTSPStreamInfo &stream, const wire::ReceivedBytes &bytes) 
                                 .ntpLsw = bytes.U32(12),
                                 .packetCount = bytes.U32(20),
                                 .octetCount = bytes.U32(24)};
+    NoteSenderReport(stream, {.ntp = uint64_t{bytes.U32(8)} << 32 | bytes.U32(12),
+                              .ssrc = bytes.U32(4),
+                              .rtpTimestamp = bytes.U32(16),
+                              .packets = bytes.U32(20),
+                              .octets = bytes.U32(24)});
     stream.srRtpTimestamp.store(bytes.U32(16), std::memory_order_relaxed);
 }
 

@@ -98,6 +98,8 @@ constexpr Option kOptions[] = {
      GetOfMedia<&MediaSession::duplicatesDropped>, nullptr},
     {RTSPTAP_OPTION_LATE_DROPPED, "late packets dropped", "packets", 0, INT64_MAX, 0, Settable::kNever,
      GetOfMedia<&MediaSession::lateDropped>, nullptr},
+    {RTSPTAP_OPTION_STATISTICS, "packets are counted", "", 0, 1, 0, Settable::kUntilConnected,
+     GetOfMedia<&MediaSession::keepsStatistics>, SetOfMedia<&MediaSession::keepsStatistics>},
     {RTSPTAP_OPTION_CHALLENGE, "what a 401 asked for", "bytes", 0, sizeof Credentials::asked - 1, 0,
      Settable::kNever, nullptr, nullptr, ChallengeText, ""},
 };
