@@ -45,7 +45,7 @@ RTSPTAP_API const char *RTSPTapResultText(int32_t code);
 enum RTSPTapResult {
     RTSPTAP_UNKNOWN_OPTION = -101, /* no option of this kind (number or text) has that number */
     RTSPTAP_OUT_OF_RANGE = -102,   /* the value is below the lowest, above the highest, or no such text */
-    RTSPTAP_TOO_LATE = -103,       /* the client is connected: it would count no more */
+    RTSPTAP_TOO_LATE = -103,       /* the client is connected, or receives: it would count no more */
     RTSPTAP_UNKNOWN_RULE = -104,   /* no rule has that number */
     RTSPTAP_READ_ONLY = -105,      /* the option is told, not set */
 
@@ -171,7 +171,14 @@ enum RTSPTapOption {
     RTSPTAP_OPTION_STATISTICS = 80,
     /** Text, told only: what the last 401 asked for since RTSPTapSetCredentials, "Digest SHA-256" or "Basic": the
      * one that was answered, or else the first. Empty before the first. */
-    RTSPTAP_OPTION_CHALLENGE = 50
+    RTSPTAP_OPTION_CHALLENGE = 50,
+    /** 0 or 1, by default 1; until something receives for the client (PLAY, CreateRTPStream), and again when it has
+     *  been torn down, else RTSPTAP_TOO_LATE. 0: the library starts no thread for this client. Whatever waits for
+     * packets of it or for a reply receives meanwhile, on all its sockets; RTSPTapTakePackets with a time-out of 0
+     * receives what is there. That answers RTCP and keeps the session alive (RTSPTAP_OPTION_KEEP_ALIVE), too, so
+     * long as calls come often enough: before socket buffers are full, and when something is due. All calls for
+     * such a client then come from one thread at a time, but RTSPTapInterrupt. */
+    RTSPTAP_OPTION_THREADS = 60
 };
 
 /**

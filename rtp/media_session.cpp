@@ -133,6 +133,12 @@ bool ConnectionIsServed(const MediaSession &session) {
     return stream != nullptr;
 }
 
+bool IsServed(const MediaSession &session) {
+    const RTSPStreamInfo *stream = session.streamList;
+    while (stream != nullptr && stream->thread == nullptr) stream = stream->next;
+    return stream != nullptr;
+}
+
 void WakeConnectionThread(const MediaSession &session) {
     for (RTSPStreamInfo *stream = session.streamList; stream != nullptr; stream = stream->next)
         if (ServesConnection(stream->thread) || ServesConnectionToo(stream->thread))

@@ -54,6 +54,7 @@ struct MediaSession {
     int64_t keepsStatistics = 0; // 0 or 1
 
     // ---- Application thread ----
+    int64_t threads = 1;              // 0: none of the library's; the program's own calls receive
     MulticastWays multicast;          // how groups are joined
     char listenAddress[64] = {};      // of streams without RTSP: a group, or one of ours; empty: every one of IPv4
     int64_t receiveBuffer = 0;        // bytes asked for each RTP socket; 0: what its kind has by default
@@ -72,6 +73,9 @@ struct MediaSession {
 inline MediaSession *LiveSession(intptr_t clientHandle) {
     return IsLiveHandle(clientHandle) ? reinterpret_cast<MediaSession *>(clientHandle) : nullptr;
 }
+
+// Its program's own calls receive: one thread at a time calls for it.
+inline bool IsThreadless(const MediaSession &session) { return session.threads == 0; }
 
 // The handle that a session is known by.
 inline intptr_t HandleOf(const MediaSession &session) { return reinterpret_cast<intptr_t>(&session); }
@@ -109,6 +113,9 @@ void JoinEndedInterleavedThread(const MediaSession &session);
 void StopInterleavedThread(const MediaSession &session, int socket);
 // True while a thread reads the connection.
 bool ConnectionIsServed(const MediaSession &session);
+
+// True while anything receives for the session, or has until its end.
+bool IsServed(const MediaSession &session);
 
 // It looks around: it is another connection.
 void WakeConnectionThread(const MediaSession &session);

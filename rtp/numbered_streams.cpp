@@ -3,6 +3,7 @@
 #include "platform/printers.h"
 #include "platform/system.h"
 #include "rtp/delivery.h"
+#include "rtp/loop/passes.h"
 #include "rtp/media_session.h"
 #include "rtp/packet_memory.h"
 #include "rtp/receive_turn.h"
@@ -59,6 +60,10 @@ struct Look {
 // Serves in the reader's turn, or sleeps while somebody else does.
 void WaitForMore(RTSPStreamInfo &stream, uint32_t handledBefore, uint64_t deadlineMs, Look &look) {
     const PrintsFor client(HandleOf(*stream.session));
+    if (IsThreadless(*stream.session)) {
+        look.complete = true;
+        return ServeForTaker(stream, deadlineMs);
+    }
     const bool overTcp = stream.receiving;
     ReceiveTurn &turn = overTcp ? stream.session->connection.turn : stream.turn;
     const Service &service = overTcp ? kInterleavedService : kRtpService;

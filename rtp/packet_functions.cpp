@@ -5,6 +5,7 @@
 #include "rtp/codec_table.h"
 #include "rtp/delivery.h"
 #include "rtp/interleaved/interleaved_service.h"
+#include "rtp/loop/passes.h"
 #include "rtp/media_session.h"
 #include "rtp/numbered_streams.h"
 #include "rtp/packet_memory.h"
@@ -61,6 +62,7 @@ void WaitForPacket(RTSPStreamInfo &stream) {
     const uint32_t endsBefore = stream.receptionsEnded.load(std::memory_order_seq_cst);
     const uint64_t waitMs = static_cast<uint64_t>(stream.session->packetLimitMs.load(std::memory_order_relaxed));
     const uint64_t deadlineMs = MonotonicMs() + waitMs;
+    if (IsThreadless(*stream.session)) return ServeForReader(stream, deadlineMs);
     TurnEnd end = ServeAsReader(kRtpService, stream, deadlineMs);
     if (end == TurnEnd::kNotDone) end = ServeAsReader(kInterleavedService, stream, deadlineMs);
     if (end == TurnEnd::kNotDone) SleepUntilSignalled(stream, endsBefore, deadlineMs, waitMs);

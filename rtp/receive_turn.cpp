@@ -92,7 +92,7 @@ void OpenTurn(ReceiveTurn &turn, StreamThread &thread) {
     turn.thread = &thread;
     turn.ended = false;
     thread.visitsSeen = turn.visits.load(std::memory_order_relaxed);
-    BeginWatching(turn);
+    if (thread.isWatched) BeginWatching(turn);
 }
 
 void CloseTurn(ReceiveTurn &turn) {

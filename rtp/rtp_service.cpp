@@ -237,6 +237,7 @@ constinit const Service kRtpService{
     .serve = Serve,
     .socket = Socket,
     .waitMs = WaitMs,
+    .dueMs = nullptr,
     .close = Close,
     .turn = Turn,
     .admitsReaders = AdmitsReaders,

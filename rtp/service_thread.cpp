@@ -12,6 +12,7 @@
 #include <new>
 #include <sys/eventfd.h>
 #include <unistd.h>
+#include <utility>
 
 namespace rtsptap {
 
@@ -44,7 +45,7 @@ void RunBody(StreamThread &thread) {
     thread.ended.store(true, std::memory_order_release);
 }
 
-StreamThreadPtr CreateThreadRecord(RTSPStreamInfo &stream, const Services &services) {
+StreamThreadPtr CreateRecord(RTSPStreamInfo &stream, const Services &services) {
     StreamThreadPtr thread(new (std::nothrow) StreamThread{});
     if (thread == nullptr) return nullptr;
     thread->stream = &stream;
@@ -52,6 +53,12 @@ StreamThreadPtr CreateThreadRecord(RTSPStreamInfo &stream, const Services &servi
     while (thread->served < kMostServed && (thread->served < 2 || services[thread->served] != nullptr))
         ++thread->served;
     thread->dataProto = stream.session->dataProto;
+    return thread;
+}
+
+StreamThreadPtr CreateThreadRecord(RTSPStreamInfo &stream, const Services &services) {
+    StreamThreadPtr thread = CreateRecord(stream, services);
+    if (thread == nullptr) return nullptr;
     thread->wake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     if (thread->wake < 0) return nullptr;
     thread->isWatched = NeedReaderWatch();
@@ -64,6 +71,19 @@ StreamThreadPtr CreateThreadRecord(RTSPStreamInfo &stream, const Services &servi
 void TellWhyNotStarted(int error) {
     errno = error;
     RtpRtspErrorPrint("EXIT : StartStreamThread : A receive thread can not be started: %m\n");
+}
+
+// As a hand-over between threads, at once.
+void StartWithoutThread(StreamThread *&slot, RTSPStreamInfo &stream, const Services &services) {
+    StreamThreadPtr record = CreateRecord(stream, services);
+    if (record == nullptr) return TellWhyNotStarted(ENOMEM);
+    record->hasThread = false;
+    const StreamThreadPtr predecessor(std::exchange(slot, record.release()));
+    if (predecessor != nullptr) {
+        predecessor->yield = true;
+        EndServing(*predecessor);
+    }
+    BeginServing(*slot);
 }
 
 } // namespace
@@ -83,6 +103,7 @@ bool IsServing(const StreamThread *thread) {
 }
 
 void StartStreamThread(StreamThread *&slot, RTSPStreamInfo &stream, const Services &services) {
+    if (IsThreadless(*stream.session)) return StartWithoutThread(slot, stream, services);
     if (slot != nullptr) slot->tookOver.wait(false, std::memory_order_acquire);
     StreamThreadPtr thread = CreateThreadRecord(stream, services);
     if (thread == nullptr) return TellWhyNotStarted(errno);
@@ -93,7 +114,7 @@ void StartStreamThread(StreamThread *&slot, RTSPStreamInfo &stream, const Servic
 
 void WakeStreamThread(const StreamThread &thread) {
     const uint64_t one = 1;
-    if (write(thread.wake, &one, sizeof one) < 0) DebugPrint(kDebugEntry, "\tthe wake-up is already set\n");
+    if (thread.hasThread && write(thread.wake, &one, sizeof one) < 0) DebugPrint(kDebugEntry, "\tthe wake-up is already set\n");
 }
 
 void DrainWake(int wake) {
@@ -109,6 +130,7 @@ void StopStreamThread(StreamThread *&slot, int socket) {
     DebugPrint(kDebugEntry, "\tStopping Thread by closing the socket\n");
     thread->stop.store(true, std::memory_order_release);
     if (socket >= 0) shutdown(socket, SHUT_RDWR);
+    if (!thread->hasThread) return EndServing(*thread);
     WakeStreamThread(*thread);
     WaitForThreadCompletion(thread->handle);
 }

@@ -30,6 +30,7 @@ struct StreamThread {
     uint32_t dataProto = DATA_PROTO_UDP; // how the session receives, taken once
     int wake = -1;                       // eventfd, readable when the thread is to look around
     bool isWatched = false;              // the reader watch runs for it
+    bool hasThread = true;               // false: calls of the program serve in its place; no wake then
 
     // ---- Starting thread, then the new thread, which joins and frees it ----
     StreamThread *predecessor = nullptr;
@@ -38,6 +39,7 @@ struct StreamThread {
     std::array<bool, kMostServed> over = {}; // services that have ended
     uint32_t visitsSeen = 0;                 // of readers, when it last looked
     bool hasRested = false;                  // for readers, and has not looked since
+    bool isFull = false;                     // without a thread: the ring was, and no packet has come back since
 
     // ---- Control thread only ----
     pthread_t handle = {};
@@ -58,7 +60,7 @@ bool IsServing(const StreamThread *thread);
 
 // Starts a thread for services of the stream, taking over from the thread in `slot` if there is one; the slot then
 // holds the new thread. When no thread can be created the slot keeps what it had. At most two threads of a slot are
-// alive: a hand-over still under way is waited for first.
+// alive: a hand-over still under way is waited for first. Of a session without threads only the record changes.
 void StartStreamThread(StreamThread *&slot, RTSPStreamInfo &stream, const Services &services);
 
 // Makes a thread that waits look around: what it waits on has changed.

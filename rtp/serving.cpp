@@ -125,19 +125,12 @@ void ServeOnce(StreamThread &thread) {
     ForEachService(thread, [&](std::size_t at) { ServeAfterWait(thread, at, wait); });
 }
 
-bool IsActive(StreamThread &thread) {
-    bool isActive = false;
-    ForEachService(thread, [&](std::size_t at) {
-        isActive = thread.services[at]->isActive(*thread.stream) || isActive; // asked of each
-    });
-    return isActive;
-}
-
 bool HasServices(const StreamThread &thread) { return std::ranges::find(thread.over, false) != thread.over.end(); }
+
+constexpr std::size_t kConnection = kMostServed - 1; // its place among the services
 
 // A paused stream keeps its thread, which goes on with what it does for the connection.
 void ServePaused(StreamThread &thread) {
-    constexpr std::size_t kConnection = kMostServed - 1;
     if (thread.over[kConnection]) {
         MSecDelay(kPausedSleepMs);
         return;
@@ -151,9 +144,25 @@ void ServePaused(StreamThread &thread) {
 
 } // namespace
 
-void RunServing(StreamThread &thread) {
+bool IsActive(StreamThread &thread) {
+    bool isActive = false;
+    ForEachService(thread, [&](std::size_t at) {
+        isActive = thread.services[at]->isActive(*thread.stream) || isActive; // asked of each
+    });
+    return isActive;
+}
+
+void BeginServing(StreamThread &thread) {
     for (std::size_t at = 0; at < kMostServed; ++at)
         thread.over[at] = thread.services[at] == nullptr || !thread.services[at]->open(thread);
+}
+
+void EndServing(StreamThread &thread) {
+    ForEachService(thread, [&](std::size_t at) { EndService(thread, at); });
+}
+
+void RunServing(StreamThread &thread) {
+    BeginServing(thread);
     while (!MustEnd(thread) && HasServices(thread)) {
         if (IsActive(thread))
             ServeOnce(thread);
@@ -162,7 +171,42 @@ void RunServing(StreamThread &thread) {
         else
             ServePaused(thread);
     }
-    ForEachService(thread, [&](std::size_t at) { EndService(thread, at); });
+    EndServing(thread);
+}
+
+// ---- without a thread ----
+
+int AwaitedSocket(const StreamThread &thread, std::size_t service, bool isActive) {
+    const bool isServed = !thread.over[service] && (isActive || service == kConnection);
+    if (!isServed || (service == 0 && thread.isFull)) return -1;
+    return thread.services[service]->socket(*thread.stream);
+}
+
+int DueIn(const StreamThread &thread, std::size_t service, bool isActive) {
+    const bool isServed = !thread.over[service] && (isActive || service == kConnection);
+    if (!isServed || thread.services[service]->dueMs == nullptr) return -1;
+    return thread.services[service]->dueMs(*thread.stream);
+}
+
+// What has no socket of its own may have lost its cause.
+static void EndWith(StreamThread &thread, std::size_t ended) {
+    EndService(thread, ended);
+    ForEachService(thread, [&thread](std::size_t at) {
+        const Service &service = *thread.services[at];
+        const bool isBeside = service.turn == nullptr && service.socket(*thread.stream) < 0;
+        if (isBeside && service.serve(thread, {}) == Served::kEnded) EndService(thread, at);
+    });
+    thread.ended = !HasServices(thread);
+}
+
+Served ServeNow(StreamThread &thread, std::size_t at, short events) {
+    if (thread.over[at]) return Served::kEnded;
+    const Service &service = *thread.services[at];
+    const Served served = service.turn != nullptr ? ServeInTurn(thread, service, *service.turn(*thread.stream))
+                                                  : service.serve(thread, {.events = events});
+    thread.isFull = served == Served::kNoRoom || (at != 0 && thread.isFull);
+    if (served == Served::kEnded) EndWith(thread, at);
+    return served;
 }
 
 // ---- a reader ----

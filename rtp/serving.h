@@ -4,6 +4,7 @@
 // (ServeAsReader). Nothing is armed or disarmed from one pass to the next.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 namespace rtsptap {
@@ -36,6 +37,7 @@ struct Service {
     Served (*serve)(StreamThread &thread, const Readiness &readiness);
     int (*socket)(const RTSPStreamInfo &stream);
     int (*waitMs)(RTSPStreamInfo &stream); // until something is due without anything arriving: served then, too
+    int (*dueMs)(RTSPStreamInfo &stream);  // the same for who looks around by itself: -1 nothing is; null: never
     void (*close)(StreamThread &thread);
 
     // ---- Readers: the rest is null where they have no part ----
@@ -69,6 +71,20 @@ extern const Service kConnectionService;
 
 // Thread body: serves until it is told to end, nothing more can come, or the session is over.
 void RunServing(StreamThread &thread);
+
+// ---- Without a thread: what the program's own calls do in its place, see rtp/loop/passes.h ----
+
+void BeginServing(StreamThread &thread);
+void EndServing(StreamThread &thread);
+
+// False while its streams are paused: then only the connection is served.
+bool IsActive(StreamThread &thread);
+// The socket that a service waits for; -1: none, at the moment or any more.
+int AwaitedSocket(const StreamThread &thread, std::size_t service, bool isActive);
+// In how many ms a service has something to do without anything arriving; -1: not at all.
+int DueIn(const StreamThread &thread, std::size_t service, bool isActive);
+// Handles what has come, as poll(2) tells it, or what is due.
+Served ServeNow(StreamThread &thread, std::size_t service, short events);
 
 // How a reader's turn, taken in place of waiting for the thread, came to its end.
 enum class TurnEnd {

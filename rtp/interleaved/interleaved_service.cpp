@@ -7,6 +7,7 @@
 #include "rtp/interleaved/server_requests.h"
 #include "rtp/interleaved/splitter.h"
 #include "rtp/interleaved/tending.h"
+#include "rtp/loop/passes.h"
 #include "rtp/media_session.h"
 #include "rtp/packet_queue.h"
 #include "rtp/rtcp/rtcp.h"
@@ -317,6 +318,11 @@ int Socket(const RTSPStreamInfo &stream) { return stream.session->connection.soc
 
 int WaitMs(RTSPStreamInfo & /*stream*/) { return kLookMs; }
 
+int DueMs(RTSPStreamInfo &stream) {
+    const ReadAhead *const reader = stream.session->connection.readAhead;
+    return reader != nullptr ? ReplyGraceLeft(*reader) : -1;
+}
+
 ReceiveTurn *Turn(RTSPStreamInfo &stream) { return &stream.session->connection.turn; }
 
 // A paused connection is read exactly as long as a reply is due, and by the thread.
@@ -345,6 +351,7 @@ constinit const Service kInterleavedService{
     .serve = Serve,
     .socket = Socket,
     .waitMs = WaitMs,
+    .dueMs = DueMs,
     .close = Close,
     .turn = Turn,
     .admitsReaders = AdmitsReaders,
@@ -371,12 +378,15 @@ enum class WaitEnd { kReadable, kNothing, kDeadline, kFailed };
 
 // Waits for the reply as every exchange does, or for the rest of one. A signal fails the wait, but not that for a
 // rest.
-WaitEnd WaitForReply(const ReplyWait &wait, const ReadAhead &reader, uint64_t deadlineMs) {
+WaitEnd WaitForReply(MediaSession &session, const ReplyWait &wait, const ReadAhead &reader, uint64_t deadlineMs) {
     const uint64_t now = MonotonicMs();
     if (now >= deadlineMs || MustGiveUp()) return WaitEnd::kDeadline;
     const int grace = ReplyGraceLeft(reader);
     const auto left = static_cast<int>(deadlineMs - now);
-    const int ready = wait.For(reader.socket, grace >= 0 ? std::min(grace, left) : left);
+    const int limit = grace >= 0 ? std::min(grace, left) : left;
+    const bool servesToo = IsThreadless(session) && !IsOnFiber();
+    const int ready =
+        servesToo ? ServeUntilReadable(session, reader.socket, limit) : wait.For(reader.socket, limit);
     if (ready < 0 && grace < 0) return WaitEnd::kFailed;
     return ready > 0 ? WaitEnd::kReadable : WaitEnd::kNothing;
 }
@@ -395,7 +405,7 @@ RecvBufferPtr ReceiveReplyAmongFrames(MediaSession &session, int32_t &failure, b
         const bool graceIsOver = ReplyGraceLeft(*reader) == 0 || MonotonicMs() >= deadline;
         const bool goesOn = TakeUnits(session, *reader, ReplyEnd::kFirstFrame, closed, graceIsOver);
         if (session.connection.recvData != nullptr || !goesOn || closed) break;
-        const WaitEnd wait = WaitForReply(waits, *reader, deadline);
+        const WaitEnd wait = WaitForReply(session, waits, *reader, deadline);
         if (wait == WaitEnd::kFailed) {
             trace.Fail(failure, "\tEXIT : %s :Socket select call failed\n");
             break;

@@ -87,14 +87,17 @@ uint64_t DueMs(const Tending &tending) {
                     tending.notBeforeMs);
 }
 
-int KeepAliveWaitMs(const MediaSession &session) {
+// -1: nothing is due.
+int KeepAliveDueIn(const MediaSession &session) {
     const Connection &connection = session.connection;
     if (connection.hasRest.load(std::memory_order_relaxed)) return kRestMs;
-    if (!IsKeptAlive(session) || IsClosed(connection)) return kIdleMs;
+    if (!IsKeptAlive(session) || IsClosed(connection)) return -1;
     const uint64_t due = DueMs(connection.tending);
     const uint64_t now = MonotonicMs();
     return due > now ? static_cast<int>(std::min<uint64_t>(due - now, kIdleMs)) : 0;
 }
+
+int WaitFor(int dueInMs) { return dueInMs < 0 ? kIdleMs : dueInMs; }
 
 // How long to leave it now; 0 when it has gone out. It is noted first: a reader may have its reply at once.
 uint64_t SendKeepAlive(MediaSession &session) {
@@ -134,7 +137,9 @@ void Close(StreamThread & /*thread*/) {}
 
 int NoSocket(const RTSPStreamInfo & /*stream*/) { return -1; }
 
-int WaitMs(RTSPStreamInfo &stream) { return KeepAliveWaitMs(*stream.session); }
+int DueIn(RTSPStreamInfo &stream) { return KeepAliveDueIn(*stream.session); }
+
+int WaitMs(RTSPStreamInfo &stream) { return WaitFor(DueIn(stream)); }
 
 // Without the service beside it, which reads the connection, nothing is left to do.
 Served ServeBeside(StreamThread &thread, const Readiness & /*readiness*/) {
@@ -148,13 +153,15 @@ int ConnectionSocket(const RTSPStreamInfo &stream) {
     return IsClosed(connection) ? -1 : connection.socket.load();
 }
 
-int ConnectionWaitMs(RTSPStreamInfo &stream) {
+int ConnectionDueIn(RTSPStreamInfo &stream) {
     if (stream.session->connection.tending.isUnread) return 0;
     const ReadAhead *const reader = stream.session->connection.readAhead;
     const int grace = reader != nullptr ? ReplyGraceLeft(*reader) : -1;
-    const int wait = KeepAliveWaitMs(*stream.session);
-    return grace < 0 ? wait : std::min(grace, wait);
+    const int keepAlive = KeepAliveDueIn(*stream.session);
+    return grace < 0 || keepAlive < 0 ? std::max(grace, keepAlive) : std::min(grace, keepAlive);
 }
+
+int ConnectionWaitMs(RTSPStreamInfo &stream) { return WaitFor(ConnectionDueIn(stream)); }
 
 // Streams over UDP go on as long as the server sends: readers are told, and may wait on.
 Served ServeConnection(StreamThread &thread, const Readiness &readiness) {
@@ -181,6 +188,7 @@ constinit const Service kKeepAliveService{
     .serve = ServeBeside,
     .socket = NoSocket,
     .waitMs = WaitMs,
+    .dueMs = DueIn,
     .close = Close,
 };
 
@@ -191,6 +199,7 @@ constinit const Service kConnectionService{
     .serve = ServeConnection,
     .socket = ConnectionSocket,
     .waitMs = ConnectionWaitMs,
+    .dueMs = ConnectionDueIn,
     .close = Close,
 };
 

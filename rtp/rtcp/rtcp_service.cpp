@@ -201,6 +201,7 @@ constinit const Service kRtcpService{
     .serve = Serve,
     .socket = Socket,
     .waitMs = SilenceLeft,
+    .dueMs = SilenceLeft,
     .close = Close,
 };
 

@@ -5,6 +5,7 @@
 #include "platform/waiting.h"
 #include "rtp/interleaved/interleaved_service.h"
 #include "rtp/interleaved/tending.h"
+#include "rtp/loop/passes.h"
 #include "rtp/media_session.h"
 #include "rtp/stream.h"
 #include "rtsp/client/client.h"
@@ -132,8 +133,9 @@ namespace {
 
 // Above 0 when the socket can be read, 0 after the time-out, negative when waiting failed. A missing socket
 // is a failure at once: poll would sit out the time-out on it.
-int WaitReadable(int fd, int limitMs) {
+int WaitReadable(MediaSession &media, int fd, int limitMs) {
     if (fd < 0) return RTSP_FAILURE;
+    if (IsThreadless(media) && !IsOnFiber()) return ServeUntilReadable(media, fd, limitMs);
     pollfd waiting{.fd = fd, .events = POLLIN, .revents = 0};
     const int ready = WaitForSockets({&waiting, 1}, limitMs);
     return (waiting.revents & POLLNVAL) != 0 ? RTSP_FAILURE : ready;
@@ -152,7 +154,7 @@ RecvBuffer *ClientReadMessage(RTSPClient *rtspClient, uint32_t readSize, int32_t
     if (!message) return trace.Fail(kNone, "\tEXIT : %s :Memory Allocation Failed\n");
 
     const Connection &connection = rtspClient->media.connection;
-    const int ready = WaitReadable(connection.socket, connection.replyLimitMs);
+    const int ready = WaitReadable(rtspClient->media, connection.socket, connection.replyLimitMs);
     if (ready < 0) return trace.Fail(kNone, "\tEXIT : %s :Socket select call failed\n");
     if (ready == 0) {
         *errCode = RTSP_RESPONSE_TIMEOUT;
@@ -168,8 +170,9 @@ RecvBuffer *ClientReadMessage(RTSPClient *rtspClient, uint32_t readSize, int32_t
 namespace {
 
 // While playing or paused over TCP replies come from the thread, and also in any other state while one
-// still reads the connection: a connection never has two readers.
+// still reads the connection: a connection never has two readers. Without threads a wait reads it as they do.
 bool ThreadHandsOver(const MediaSession &media) {
+    if (IsThreadless(media)) return ConnectionIsServed(media);
     const uint32_t state = media.state;
     const bool underWay = state == CLIENT_PLAYING_STATE || state == CLIENT_PAUSE_STATE;
     return (media.dataProto == DATA_PROTO_TCP && underWay) || ConnectionIsServed(media);
@@ -186,6 +189,7 @@ bool ReadsAhead(const MediaSession &media) {
 // The next reply, or null with RTSP_RESPONSE_TIMEOUT or RTSP_NO_RESPONSE in `failure`.
 RecvBufferPtr ObtainReply(RTSPClient &client, RTSPMethod method, int32_t &failure) {
     if (ThreadHandsOver(client.media)) {
+        if (IsThreadless(client.media)) return ServeUntilReply(client.media, failure);
         const Dialect &dialect = client.media.dialect;
         RecvBufferPtr reply = WaitForPostedReply(client.media.connection, dialect.IsOn(Rule::kServerCloses));
         const bool isClosed = reply == nullptr && IsClosed(client.media.connection);

@@ -1,4 +1,5 @@
 // The methods that are a row and a step of their own: OPTIONS, PLAY, PAUSE, TEARDOWN. Application thread.
+#include "rtp/loop/passes.h"
 #include "rtp/media_session.h"
 #include "rtp/stream.h"
 #include "rtsp/client/client.h"
@@ -74,6 +75,7 @@ int32_t StartPlaying(Exchange &exchange) {
         PlayInterleaved(client.media, number);
     else
         PlayOverUdp(client.media, number);
+    if (IsThreadless(client.media)) ServeAll(client.media); // what came with the reply has been read already
     return RTSP_SUCCESS;
 }
 

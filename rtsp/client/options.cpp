@@ -100,6 +100,8 @@ constexpr Option kOptions[] = {
      GetOfMedia<&MediaSession::lateDropped>, nullptr},
     {RTSPTAP_OPTION_STATISTICS, "packets are counted", "", 0, 1, 0, Settable::kUntilConnected,
      GetOfMedia<&MediaSession::keepsStatistics>, SetOfMedia<&MediaSession::keepsStatistics>},
+    {RTSPTAP_OPTION_THREADS, "threads of the library's", "", 0, 1, 1, Settable::kUntilServed,
+     GetOfMedia<&MediaSession::threads>, SetOfMedia<&MediaSession::threads>},
     {RTSPTAP_OPTION_CHALLENGE, "what a 401 asked for", "bytes", 0, sizeof Credentials::asked - 1, 0,
      Settable::kNever, nullptr, nullptr, ChallengeText, ""},
 };
@@ -145,6 +147,8 @@ int32_t CheckChange(const CallTrace &trace, const Call &call, int64_t value) {
         return trace.Fail(RTSPTAP_READ_ONLY, "EXIT : %s :The option is only told\n");
     if (value < call.option->lowest || value > call.option->highest)
         return trace.Fail(RTSPTAP_OUT_OF_RANGE, "EXIT : %s :The value is out of the option's range\n");
+    if (call.option->until == Settable::kUntilServed && IsServed(call.client->media))
+        return trace.Fail(RTSPTAP_TOO_LATE, "EXIT : %s :The client receives\n");
     return IsTooLate(*call.client, call.option->until) ? FailTooLate(trace) : RTSP_SUCCESS;
 }
 

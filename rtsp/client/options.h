@@ -11,8 +11,8 @@ namespace rtsptap {
 
 struct RTSPClient;
 
-// Until when an option may be set.
-enum class Settable { kNever, kUntilConnected, kAlways };
+// Until when an option may be set; kUntilServed: until something receives for the client.
+enum class Settable { kNever, kUntilConnected, kUntilServed, kAlways };
 
 struct Option {
     int32_t number;    // RTSPTapOption

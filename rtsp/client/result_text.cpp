@@ -40,7 +40,7 @@ constexpr Meaning kMeanings[] = {
     {RTSP_INVALID_ARGUMENT, "invalid argument or handle"},
     {RTSPTAP_UNKNOWN_OPTION, "no such option"},
     {RTSPTAP_OUT_OF_RANGE, "the value is out of its range"},
-    {RTSPTAP_TOO_LATE, "too late: the client is connected"},
+    {RTSPTAP_TOO_LATE, "too late: the client is connected, or receives"},
     {RTSPTAP_UNKNOWN_RULE, "no such rule"},
     {RTSPTAP_READ_ONLY, "the option is only told"},
     {RTSPTAP_SENDER_LEFT, "the stream has ended: its sender said goodbye"},

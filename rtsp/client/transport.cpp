@@ -4,6 +4,7 @@
 #include "platform/printers.h"
 #include "platform/system.h"
 #include "platform/text.h"
+#include "rtp/loop/passes.h"
 #include "rtp/media_session.h"
 #include "rtp/stream.h"
 #include "rtsp/client/client.h"
@@ -182,11 +183,14 @@ bool IsFaultOfTransport(const RTSPClient &client, int32_t result) {
 // ---- the first packet ----
 
 // False when none comes in time.
-bool Hears(const RTSPClient &client, uint32_t packetsBefore) {
+bool Hears(RTSPClient &client, uint32_t packetsBefore) {
     const uint64_t deadlineMs = MonotonicMs() + static_cast<uint64_t>(client.silenceLimitMs);
     while (client.media.packetCounter == packetsBefore) {
         if (MonotonicMs() >= deadlineMs) return false;
-        MSecDelay(kLookMs);
+        if (IsThreadless(client.media))
+            ServeSession(client.media, kLookMs);
+        else
+            MSecDelay(kLookMs);
     }
     return true;
 }
