@@ -62,7 +62,10 @@ enum RTSPTapResult {
     RTSPTAP_NO_MEDIA = -114,           /* no packet came in time; the session plays on */
     RTSPTAP_UNKNOWN_CHALLENGE = -115,  /* a way to authenticate that is not known, or is not allowed */
     RTSPTAP_INTERRUPTED = -120,        /* RTSPTapInterrupt */
-    RTSPTAP_NOT_TAKEN = -121           /* not a packet that was taken there and has not been given back */
+    RTSPTAP_NOT_TAKEN = -121,          /* not a packet that was taken there and has not been given back */
+    RTSPTAP_HAS_THREADS = -122,        /* threads of the library receive for the client: RTSPTAP_OPTION_THREADS */
+    RTSPTAP_IN_GROUP = -123,           /* the client is in a group already */
+    RTSPTAP_NOT_IN_GROUP = -124        /* the client is not in the group */
 };
 
 /** How a client reads what servers send: value of RTSPTAP_OPTION_DIALECT. */
@@ -641,6 +644,114 @@ RTSPTAP_API int32_t RTSPTapFreePackets(intptr_t clientHandle, int32_t stream, RT
  * @return 0; RTSP_INVALID_ARGUMENT bad handle
  */
 RTSPTAP_API int32_t RTSPTapInterrupt(intptr_t clientHandle);
+
+/* ---- loops of the program's own: clients without threads of the library's (RTSPTAP_OPTION_THREADS 0) ---- */
+
+/**
+ * Tells what a loop of the program's (poll, epoll, or one of a library of events) waits on for a client without
+ * threads: readable while a call that takes packets has something to do for it. That is: something has come on one
+ * of its sockets, packets or the end of a stream are left to be taken, or something is due, such as a request that
+ * keeps the session alive, a report, or a packet that waited for a missing one. Then RTSPTapTakePackets with a
+ * time-out of 0, for every stream that plays, until none gives packets; there is no need to: what is left keeps it
+ * readable. Not readable for what nothing can be done about: a paused stream, a full receive buffer, an ended
+ * stream whose end has been told.
+ *
+ *     struct pollfd wait = {RTSPTapGetDescriptor(client), POLLIN, 0};
+ *     while (poll(&wait, 1, -1) >= 0)
+ *         for (int32_t stream = 1; stream <= streams; ++stream)
+ *             count = RTSPTapTakePackets(client, stream, packets, 64, 0); ...
+ *
+ * It is the same one until RTSPClientDestroy, whatever becomes of connection and session, an epoll descriptor that
+ * the client owns: nothing may be read from, written to, or changed in it. While the client is in a group it is not
+ * readable. The calls of rtsptap.h that take packets may be used, too, but wait when there is none.
+ *
+ * The thread that calls the client's methods and takes its packets calls it.
+ *
+ * @return 0 or more: the descriptor; RTSP_INVALID_ARGUMENT bad handle; RTSPTAP_HAS_THREADS; RTSP_SOCKET_FAILED no
+ * descriptor is left; RTSP_NO_MEMORY
+ */
+RTSPTAP_API int32_t RTSPTapGetDescriptor(intptr_t clientHandle);
+
+/**
+ * Tells when to take packets of a client without threads even if nothing arrives: what its descriptor tells, too,
+ * for loops that look at sockets of their own choosing or at the clock. The thread that takes its packets calls it.
+ *
+ * @param ms  receives the milliseconds until then; 0 now; -1 not at all, also of a client with threads
+ * @return 0; RTSP_INVALID_ARGUMENT bad handle or pointer
+ */
+RTSPTAP_API int32_t RTSPTapNextDeadline(intptr_t clientHandle, int64_t *ms);
+
+/**
+ * Clients without threads that are served together: one wait, and one descriptor, for hundreds, which need none of
+ * their own then. One thread at a time calls for a group and for the clients in it; another one may open clients
+ * meanwhile that are added afterwards.
+ */
+typedef struct RTSPTapGroup RTSPTapGroup;
+
+/** What RTSPTapGroupTakePackets gives: a packet, or the news that a stream has ended. */
+typedef struct RTSPTapGroupPacket {
+    intptr_t client;       /* whose */
+    void *context;         /* as RTSPTapGroupAdd was told */
+    int32_t stream;        /* its number */
+    int32_t result;        /* 0: a packet; RTSPTAP_SENDER_LEFT and the like: the stream has ended, and no packet */
+    RTPStreamData *packet; /* null where the stream has ended */
+} RTSPTapGroupPacket;
+
+/** Makes a group. @return null: memory is short, or no descriptor is left */
+RTSPTAP_API RTSPTapGroup *RTSPTapGroupCreate(void);
+
+/** Ends a group. Its clients live on, without it; packets that are held stay good. @param group  may be null */
+RTSPTAP_API void RTSPTapGroupDestroy(RTSPTapGroup *group);
+
+/**
+ * Adds a client without threads, connected or not, playing or not. RTSPClientDestroy takes it out, and so does
+ * setting RTSPTAP_OPTION_THREADS.
+ *
+ * @param context  anything, comes with its packets
+ * @return 0; RTSP_INVALID_ARGUMENT bad handle or pointer; RTSPTAP_HAS_THREADS; RTSPTAP_IN_GROUP this one or another
+ */
+RTSPTAP_API int32_t RTSPTapGroupAdd(RTSPTapGroup *group, intptr_t clientHandle, void *context);
+
+/**
+ * Takes a client out. Packets of it that are held stay good and go back as ever; what is queued stays in its queues.
+ *
+ * @return 0; RTSP_INVALID_ARGUMENT bad handle or pointer; RTSPTAP_NOT_IN_GROUP
+ */
+RTSPTAP_API int32_t RTSPTapGroupRemove(RTSPTapGroup *group, intptr_t clientHandle);
+
+/**
+ * Tells what a loop of the program's waits on for all clients of a group, as RTSPTapGetDescriptor does for one: for
+ * as long as the group lives. Without it RTSPTapGroupTakePackets waits itself, at less cost.
+ *
+ * @return 0 or more; RTSP_INVALID_ARGUMENT bad pointer
+ */
+RTSPTAP_API int32_t RTSPTapGroupGetDescriptor(RTSPTapGroup *group);
+
+/** As RTSPTapNextDeadline, for all clients of a group; it may tell of something that has been put off since. */
+RTSPTAP_API int32_t RTSPTapGroupNextDeadline(RTSPTapGroup *group, int64_t *ms);
+
+/**
+ * Takes packets of all streams of all clients in the group, as RTSPTapTakePackets takes those of one, receiving for
+ * all of them. Of each stream that has some up to 64, then of the next one, so that none waits for the end of
+ * another one's flood; those of a stream lie side by side, in its order. The end of a stream is told once, behind
+ * its last packet, until PLAY; not where the program's own TEARDOWN ends it. RTSPTapInterrupt is of no effect here.
+ *
+ * @param packets    receives them; they are the caller's until RTSPTapGroupFreePackets or RTSPTapFreePackets
+ * @param room       how many it has room for, at least 1; some hundreds serve best
+ * @param timeoutMs  milliseconds, 0 or more, after which it gives up
+ * @return how many; 0 none in time; RTSP_NO_MEMORY; RTSP_INVALID_ARGUMENT bad pointer or number
+ */
+RTSPTAP_API int32_t RTSPTapGroupTakePackets(RTSPTapGroup *group, RTSPTapGroupPacket *packets, int32_t room,
+                                            int32_t timeoutMs);
+
+/**
+ * Gives packets back, in any order, as RTSPTapFreePackets does, those of whatever clients, also of clients that have
+ * left their group. Those of a client that has been destroyed are gone: they are refused, and not looked at.
+ *
+ * @param packets  as they were taken, ends of streams among them or not; may be null when count is 0
+ * @return 0; RTSPTAP_NOT_TAKEN at least one was refused; RTSP_INVALID_ARGUMENT bad pointer or number
+ */
+RTSPTAP_API int32_t RTSPTapGroupFreePackets(const RTSPTapGroupPacket *packets, int32_t count);
 
 /* ---- transports ---- */
 

@@ -197,6 +197,7 @@ void CloseConnectionAndStreams(MediaSession &session) {
         CloseRtpSocket(*stream);
         CloseRtcpSocket(*stream);
         EndReaderWaits(*stream); // also of one whose thread had ended before
+        NoteEmpty(*stream);      // it is the program that ends it
     }
 }
 
@@ -236,11 +237,18 @@ void SetDropsDuplicates(MediaSession &session, int64_t drops) {
         stream->plainSsrc = kNobody;
 }
 
+void SetThreads(MediaSession &session, int64_t threads) {
+    if (session.loop.inGroup) LeaveGroup(session);
+    MoveTo(session, threads == 0 ? session.loop.own : nullptr);
+    session.threads = threads;
+}
+
 // ---- why nothing more comes ----
 
 void EndReception(RTSPStreamInfo &stream, int32_t why) {
     int32_t nothing = 0;
     stream.endedWhy.compare_exchange_strong(nothing, why, std::memory_order_seq_cst);
+    if (IsThreadless(*stream.session)) NoteReady(stream);
 }
 
 void EndReceptions(const MediaSession &session, int32_t why) {
@@ -248,7 +256,10 @@ void EndReceptions(const MediaSession &session, int32_t why) {
     for (; stream != nullptr; stream = stream->next.load(std::memory_order_acquire)) EndReception(*stream, why);
 }
 
-void BeginReception(RTSPStreamInfo &stream) { stream.endedWhy.store(0, std::memory_order_seq_cst); }
+void BeginReception(RTSPStreamInfo &stream) {
+    stream.endedWhy.store(0, std::memory_order_seq_cst);
+    stream.endIsTold = false;
+}
 
 // ---- the end ----
 
@@ -291,6 +302,7 @@ void FreeIdleRings(const MediaSession &session) {
 }
 
 void ReleaseSession(MediaSession &session) {
+    ReleaseLoop(session);
     ReleaseConnection(session.connection);
     ReleaseStreams(session.streamList);
     ReleaseStreams(session.retiredStreams);

@@ -7,6 +7,7 @@
 #include "platform/address.h"
 #include "platform/handle_table.h"
 #include "rtp/interleaved/connection.h"
+#include "rtp/loop/watch.h"
 #include "rtsptap_extended.h"
 
 #include <atomic>
@@ -55,6 +56,7 @@ struct MediaSession {
 
     // ---- Application thread ----
     int64_t threads = 1;              // 0: none of the library's; the program's own calls receive
+    LoopPlace loop;                   // of a session without threads
     MulticastWays multicast;          // how groups are joined
     char listenAddress[64] = {};      // of streams without RTSP: a group, or one of ours; empty: every one of IPv4
     int64_t receiveBuffer = 0;        // bytes asked for each RTP socket; 0: what its kind has by default
@@ -76,6 +78,9 @@ inline MediaSession *LiveSession(intptr_t clientHandle) {
 
 // Its program's own calls receive: one thread at a time calls for it.
 inline bool IsThreadless(const MediaSession &session) { return session.threads == 0; }
+
+// With none, what the program waits on is left alone.
+void SetThreads(MediaSession &session, int64_t threads);
 
 // The handle that a session is known by.
 inline intptr_t HandleOf(const MediaSession &session) { return reinterpret_cast<intptr_t>(&session); }

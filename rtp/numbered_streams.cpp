@@ -15,11 +15,7 @@
 #include <span>
 
 namespace rtsptap {
-namespace {
 
-// ---- taking ----
-
-// As many as there are and as have room. RTSP_NO_MEMORY when memory is too short for the first.
 int32_t TakeDeliverable(RTSPStreamInfo &stream, std::span<RTPStreamData *> packets, bool isOver) {
     if (stream.packetListHead.load(std::memory_order_acquire) == nullptr) return 0;
     const ScopedShortLock lock(stream.packetListLock);
@@ -34,6 +30,10 @@ int32_t TakeDeliverable(RTSPStreamInfo &stream, std::span<RTPStreamData *> packe
     }
     return count;
 }
+
+namespace {
+
+// ---- taking ----
 
 // Sleeps until a datagram or frame has been handled, or for a slice: an interruption wakes nobody, as it may come
 // out of a signal handler.
@@ -103,7 +103,8 @@ int32_t TakeWithin(RTSPStreamInfo &stream, std::span<RTPStreamData *> packets, i
 
 // ---- giving back ----
 
-// Those of the packets that the stream's reader holds; how many that were.
+} // namespace
+
 std::size_t GiveBack(RTSPStreamInfo &stream, std::span<RTPStreamData *const> packets) {
     RTPStreamData *first = nullptr;
     RTPStreamData *last = nullptr;
@@ -120,11 +121,10 @@ std::size_t GiveBack(RTSPStreamInfo &stream, std::span<RTPStreamData *const> pac
         if (freeUpTo != nullptr)
             stream.ring.readIndex.store(freeUpTo - stream.ring.storage, std::memory_order_release);
     }
+    if (first != nullptr && IsThreadless(*stream.session)) NoteRoom(stream);
     if (first != nullptr) ReturnPacketRecords(stream, first, last); // at last: it may be what kept the ring
     return count;
 }
-
-} // namespace
 
 bool WaitForOrder(RTSPStreamInfo &stream, uint64_t deadlineMs) {
     const uint64_t end = WaitEndsMs(stream);
@@ -154,7 +154,11 @@ int32_t RTSPTapTakePackets(intptr_t clientHandle, int32_t stream, RTPStreamData 
     if (session == nullptr || stream < 1 || packets == nullptr || room < 1 || timeoutMs < 0)
         return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid Input Arguments\n");
     RTSPStreamInfo *const found = FindStreamByNumber(*session, stream);
-    if (found != nullptr) return TakeWithin(*found, {packets, static_cast<std::size_t>(room)}, timeoutMs);
+    if (found != nullptr) {
+        const int32_t taken = TakeWithin(*found, {packets, static_cast<std::size_t>(room)}, timeoutMs);
+        NoteTaken(*found, taken, room);
+        return taken;
+    }
     if (stream <= session->tornDownStreams) return RTSPTAP_TORN_DOWN;
     return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :No such stream\n");
 }

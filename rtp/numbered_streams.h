@@ -3,12 +3,21 @@
 
 #include "rtsptap.h"
 
+#include <cstddef>
 #include <cstdint>
+#include <span>
 
 namespace rtsptap {
 
 struct MediaSession;
 struct RTSPStreamInfo;
+
+// As many as there are and as have room. RTSP_NO_MEMORY when memory is too short for the first. `isOver`: nothing
+// is held back any more.
+int32_t TakeDeliverable(RTSPStreamInfo &stream, std::span<RTPStreamData *> packets, bool isOver);
+
+// Gives back those of the packets that the stream's reader holds; how many that were.
+std::size_t GiveBack(RTSPStreamInfo &stream, std::span<RTPStreamData *const> packets);
 
 // Where a missing packet holds the others back: waits until something comes or it is given up. False when none
 // does, or the wait is over.

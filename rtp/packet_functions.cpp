@@ -102,6 +102,7 @@ int32_t HandOutPacket(const CallTrace &trace, intptr_t clientHandle, RTPStreamDa
     WaitForPacket(*stream);
     RTPStreamData *packet = HandOut(*stream);
     if (packet == nullptr) packet = HandOutInOrder<HandOut>(*stream);
+    if (session->loop.watch != nullptr) NoteTaken(*stream, packet != nullptr ? 1 : 0, 1);
     if (packet == nullptr) return RTSP_FAILURE;
     *streamData = packet;
     return RTSP_SUCCESS;
@@ -109,6 +110,7 @@ int32_t HandOutPacket(const CallTrace &trace, intptr_t clientHandle, RTPStreamDa
 
 void GiveBack(RTSPStreamInfo &stream, RTPStreamData *packet) {
     stream.ring.readIndex.store(ClaimOf(*packet).end - stream.ring.storage, std::memory_order_release);
+    if (IsThreadless(*stream.session)) NoteRoom(stream);
     ReturnPacketRecord(stream, packet); // at last: it may be what kept the ring
 }
 

@@ -247,6 +247,7 @@ void CountHandled(RTSPStreamInfo &stream) {
 }
 
 void SignalReaders(RTSPStreamInfo &stream) {
+    if (stream.session->loop.watch != nullptr) NoteReady(stream);
     if (stream.waitingReaders.load(std::memory_order_seq_cst) == 0) return;
     {
         // A reader that has announced itself and saw no packet is inside the wait once the lock has been free. One

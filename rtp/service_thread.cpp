@@ -2,6 +2,7 @@
 
 #include "platform/printers.h"
 #include "platform/system.h"
+#include "rtp/loop/watch.h"
 #include "rtp/media_session.h"
 #include "rtp/reader_watch.h"
 #include "rtp/serving.h"
@@ -81,6 +82,7 @@ void StartWithoutThread(StreamThread *&slot, RTSPStreamInfo &stream, const Servi
     const StreamThreadPtr predecessor(std::exchange(slot, record.release()));
     if (predecessor != nullptr) {
         predecessor->yield = true;
+        ForgetSockets(*predecessor);
         EndServing(*predecessor);
     }
     BeginServing(*slot);
@@ -114,7 +116,8 @@ void StartStreamThread(StreamThread *&slot, RTSPStreamInfo &stream, const Servic
 
 void WakeStreamThread(const StreamThread &thread) {
     const uint64_t one = 1;
-    if (thread.hasThread && write(thread.wake, &one, sizeof one) < 0) DebugPrint(kDebugEntry, "\tthe wake-up is already set\n");
+    if (thread.hasThread && write(thread.wake, &one, sizeof one) < 0)
+        DebugPrint(kDebugEntry, "\tthe wake-up is already set\n");
 }
 
 void DrainWake(int wake) {
@@ -129,6 +132,7 @@ void StopStreamThread(StreamThread *&slot, int socket) {
     if (thread == nullptr) return;
     DebugPrint(kDebugEntry, "\tStopping Thread by closing the socket\n");
     thread->stop.store(true, std::memory_order_release);
+    if (!thread->hasThread) ForgetSockets(*thread);
     if (socket >= 0) shutdown(socket, SHUT_RDWR);
     if (!thread->hasThread) return EndServing(*thread);
     WakeStreamThread(*thread);

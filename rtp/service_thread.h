@@ -41,6 +41,8 @@ struct StreamThread {
     bool hasRested = false;                  // for readers, and has not looked since
     bool isFull = false;                     // without a thread: the ring was, and no packet has come back since
 
+    std::array<int, kMostServed> watchedSockets = {-1, -1, -1}; // without a thread: in the watch, by service
+
     // ---- Control thread only ----
     pthread_t handle = {};
 

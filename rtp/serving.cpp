@@ -1,6 +1,7 @@
 #include "rtp/serving.h"
 
 #include "platform/system.h"
+#include "rtp/loop/watch.h"
 #include "rtp/media_session.h"
 #include "rtp/nap.h"
 #include "rtp/receive_turn.h"
@@ -206,6 +207,7 @@ Served ServeNow(StreamThread &thread, std::size_t at, short events) {
                                                   : service.serve(thread, {.events = events});
     thread.isFull = served == Served::kNoRoom || (at != 0 && thread.isFull);
     if (served == Served::kEnded) EndWith(thread, at);
+    if (served == Served::kEnded || served == Served::kNoRoom || at == kConnection) SettleSockets(thread);
     return served;
 }
 

@@ -149,5 +149,6 @@ int32_t CreateRTPStream(intptr_t clientHandle, int32_t codecType, uint16_t port,
     Describe(*stream, codecType, port, isVideo);
     RtpRtspInfoPrint("Creating RTP Data Receive thread for third party client to receive RTP data \n");
     StartStreamThread(stream->thread, *stream, {&kRtpService}); // without a thread the stream stays silent
+    SettleSession(*session);
     return RTSP_SUCCESS;
 }

@@ -180,6 +180,12 @@ struct RTSPStreamInfo {
     int32_t number = 0;                      // in description order; constant
     HeldPackets held;                        // guarded by packetListLock
     std::atomic<uint32_t> interruptsTold{0}; // of the session's, those its reader knows of
+
+    // ---- The program's own loop: see rtp/loop/watch.h ----
+    bool isReady = false;   // in the list of its watch
+    bool endIsTold = false; // by a group
+    RTSPStreamInfo *nextReady = nullptr;
+    RTSPStreamInfo *previousReady = nullptr;
 };
 
 enum class StreamLock { kNone, kPacketList, kSignal, kCondition };

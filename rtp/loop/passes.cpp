@@ -17,6 +17,7 @@
 #include <new>
 #include <poll.h>
 #include <span>
+#include <utility>
 
 namespace rtsptap {
 namespace {
@@ -127,6 +128,11 @@ void ServeAll(MediaSession &session) {
     });
 }
 
+void NoteRoom(RTSPStreamInfo &stream) {
+    if (stream.thread == nullptr || !std::exchange(stream.thread->isFull, false)) return;
+    SettleSockets(*stream.thread);
+}
+
 int SessionDueIn(const MediaSession &session) {
     int dueMs = -1;
     ForEachServed(session, [&dueMs](StreamThread &thread, std::size_t at, bool isActive) {
@@ -159,15 +165,13 @@ int ServeUntilReadable(MediaSession &session, int socket, int limitMs) {
     }
 }
 
-RecvBufferPtr ServeUntilReply(MediaSession &session, int32_t &failure) {
+RecvBufferPtr ServeUntilReply(MediaSession &session) {
     Connection &connection = session.connection;
     const ReplyWait wait(connection);
     const uint64_t deadlineMs = MonotonicMs() + static_cast<uint64_t>(connection.replyLimitMs);
     for (;;) {
         if (RecvBufferPtr reply = TakePostedReply(connection)) return reply;
-        failure = RTSP_NO_RESPONSE;
         if (!ConnectionIsServed(session) || IsClosed(connection)) return nullptr;
-        failure = RTSP_RESPONSE_TIMEOUT;
         const int left = Left(deadlineMs, connection.replyLimitMs);
         if (left == 0 || MustGiveUp()) return nullptr;
         if (IsOnFiber()) wait.For(connection.socket, left); // the program goes on, and serves, too

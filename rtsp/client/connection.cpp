@@ -68,6 +68,7 @@ void AdoptSocket(RTSPClient &client, int32_t socket) {
         FreeIdleRings(client.media);
     }
     WakeConnectionThread(client.media);
+    SettleSession(client.media);
 }
 
 } // namespace

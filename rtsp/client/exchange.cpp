@@ -50,6 +50,7 @@ Exchange::~Exchange() {
     EndAwaiting(client->media.connection);
     KeepReply(*client, std::move(reply));
     RenewKeepAlive(*client);
+    SettleSession(client->media);
 }
 
 int32_t RunExchange(Exchange &exchange) {
@@ -189,11 +190,14 @@ bool ReadsAhead(const MediaSession &media) {
 // The next reply, or null with RTSP_RESPONSE_TIMEOUT or RTSP_NO_RESPONSE in `failure`.
 RecvBufferPtr ObtainReply(RTSPClient &client, RTSPMethod method, int32_t &failure) {
     if (ThreadHandsOver(client.media)) {
-        if (IsThreadless(client.media)) return ServeUntilReply(client.media, failure);
+        const bool servesToo = IsThreadless(client.media);
         const Dialect &dialect = client.media.dialect;
-        RecvBufferPtr reply = WaitForPostedReply(client.media.connection, dialect.IsOn(Rule::kServerCloses));
+        RecvBufferPtr reply = servesToo
+                                  ? ServeUntilReply(client.media)
+                                  : WaitForPostedReply(client.media.connection, dialect.IsOn(Rule::kServerCloses));
         const bool isClosed = reply == nullptr && IsClosed(client.media.connection);
-        failure = isClosed && dialect.Permits(Rule::kServerCloses) ? RTSP_NO_RESPONSE : RTSP_RESPONSE_TIMEOUT;
+        const bool isTold = isClosed && (dialect.Permits(Rule::kServerCloses) || servesToo);
+        failure = isTold ? RTSP_NO_RESPONSE : RTSP_RESPONSE_TIMEOUT;
         return reply;
     }
     // The reply to the first PLAY may have media before and behind it, which must not be swallowed.

@@ -31,6 +31,7 @@ void LeaveServer(RTSPClient &client) {
     client.authentication.required = 0;     // of another server, as far as we know
     client.keepAlive.method = RTSP_OPTIONS; // the same
     RenewKeepAlive(client);
+    SettleSession(client.media);
 }
 
 namespace {

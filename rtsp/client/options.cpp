@@ -101,7 +101,7 @@ constexpr Option kOptions[] = {
     {RTSPTAP_OPTION_STATISTICS, "packets are counted", "", 0, 1, 0, Settable::kUntilConnected,
      GetOfMedia<&MediaSession::keepsStatistics>, SetOfMedia<&MediaSession::keepsStatistics>},
     {RTSPTAP_OPTION_THREADS, "threads of the library's", "", 0, 1, 1, Settable::kUntilServed,
-     GetOfMedia<&MediaSession::threads>, SetOfMedia<&MediaSession::threads>},
+     GetOfMedia<&MediaSession::threads>, ThroughMedia<SetThreads>},
     {RTSPTAP_OPTION_CHALLENGE, "what a 401 asked for", "bytes", 0, sizeof Credentials::asked - 1, 0,
      Settable::kNever, nullptr, nullptr, ChallengeText, ""},
 };

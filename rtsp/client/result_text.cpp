@@ -55,6 +55,9 @@ constexpr Meaning kMeanings[] = {
     {RTSPTAP_UNKNOWN_CHALLENGE, "the server asks for an unknown or forbidden way to authenticate"},
     {RTSPTAP_INTERRUPTED, "interrupted"},
     {RTSPTAP_NOT_TAKEN, "a packet that was not taken there, or is given back already"},
+    {RTSPTAP_HAS_THREADS, "threads of the library receive for the client"},
+    {RTSPTAP_IN_GROUP, "the client is in a group already"},
+    {RTSPTAP_NOT_IN_GROUP, "the client is not in the group"},
 };
 
 } // namespace

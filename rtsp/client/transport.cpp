@@ -4,6 +4,7 @@
 #include "platform/printers.h"
 #include "platform/system.h"
 #include "platform/text.h"
+#include "platform/waiting.h"
 #include "rtp/loop/passes.h"
 #include "rtp/media_session.h"
 #include "rtp/stream.h"
@@ -187,10 +188,9 @@ bool Hears(RTSPClient &client, uint32_t packetsBefore) {
     const uint64_t deadlineMs = MonotonicMs() + static_cast<uint64_t>(client.silenceLimitMs);
     while (client.media.packetCounter == packetsBefore) {
         if (MonotonicMs() >= deadlineMs) return false;
-        if (IsThreadless(client.media))
-            ServeSession(client.media, kLookMs);
-        else
-            MSecDelay(kLookMs);
+        const bool servesToo = IsThreadless(client.media);
+        if (!servesToo || IsOnFiber()) WaitMs(kLookMs);
+        if (servesToo) ServeSession(client.media, IsOnFiber() ? 0 : kLookMs);
     }
     return true;
 }

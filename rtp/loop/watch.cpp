@@ -1,0 +1,264 @@
+#include "rtp/loop/watch.h"
+
+#include "platform/system.h"
+#include "rtp/delivery.h"
+#include "rtp/loop/passes.h"
+#include "rtp/media_session.h"
+#include "rtp/service_thread.h"
+#include "rtp/serving.h"
+#include "rtp/stream.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <sys/epoll.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
+#include <utility>
+
+namespace rtsptap {
+
+// ---- events: a record lies at an even address, with room for the number of a service ----
+
+static_assert(alignof(StreamThread) > kMostServed);
+
+namespace {
+
+uint64_t EventData(StreamThread &thread, std::size_t service) {
+    return reinterpret_cast<uintptr_t>(&thread) | service;
+}
+
+} // namespace
+
+WatchedSocket SocketOf(uint64_t eventData) {
+    constexpr uint64_t kServiceBits = alignof(StreamThread) - 1;
+    return {reinterpret_cast<StreamThread *>(static_cast<uintptr_t>(eventData & ~kServiceBits)),
+            static_cast<std::size_t>(eventData & kServiceBits)};
+}
+
+bool OpenWatch(Watch &watch) {
+    watch.epoll = epoll_create1(EPOLL_CLOEXEC);
+    return watch.epoll >= 0;
+}
+
+void CloseWatch(Watch &watch) {
+    for (const int descriptor : {std::exchange(watch.timer, -1), std::exchange(watch.epoll, -1)})
+        if (descriptor >= 0) close(descriptor);
+    watch.timerMs = 0;
+}
+
+// ---- the timer ----
+
+namespace {
+
+constexpr uint64_t kAtOnce = 1; // long over
+
+bool OpenTimer(Watch &watch) {
+    if (watch.timer >= 0) return true;
+    watch.timer = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK);
+    if (watch.timer < 0) return false;
+    epoll_event event = {.events = EPOLLIN, .data = {.u64 = 0}};
+    if (epoll_ctl(watch.epoll, EPOLL_CTL_ADD, watch.timer, &event) == 0) return true;
+    close(std::exchange(watch.timer, -1));
+    return false;
+}
+
+} // namespace
+
+// Without a timer, for want of a descriptor, the next call tries again.
+void SettleTimer(Watch &watch) {
+    if (!watch.isShown) return;
+    uint64_t wantedMs = watch.firstDue != nullptr ? watch.firstDue->loop.dueMs : 0;
+    if (watch.firstReady != nullptr) wantedMs = kAtOnce;
+    if (wantedMs == watch.timerMs || !OpenTimer(watch)) return;
+    const timespec at = MonotonicTime(wantedMs); // all zero: none
+    const itimerspec setting = {.it_interval = {}, .it_value = at};
+    if (timerfd_settime(watch.timer, TFD_TIMER_ABSTIME, &setting, nullptr) == 0) watch.timerMs = wantedMs;
+}
+
+// ---- streams where something is there ----
+
+void NoteReady(RTSPStreamInfo &stream) {
+    Watch *const watch = stream.session->loop.watch;
+    if (watch == nullptr || stream.isReady) return;
+    stream.isReady = true;
+    stream.nextReady = nullptr;
+    stream.previousReady = std::exchange(watch->lastReady, &stream);
+    (stream.previousReady != nullptr ? stream.previousReady->nextReady : watch->firstReady) = &stream;
+}
+
+void NoteEmpty(RTSPStreamInfo &stream) {
+    if (!std::exchange(stream.isReady, false)) return;
+    Watch &watch = *stream.session->loop.watch;
+    (stream.previousReady != nullptr ? stream.previousReady->nextReady : watch.firstReady) = stream.nextReady;
+    (stream.nextReady != nullptr ? stream.nextReady->previousReady : watch.lastReady) = stream.previousReady;
+    stream.nextReady = stream.previousReady = nullptr;
+}
+
+// An end that has come meanwhile is told next time.
+void NoteTaken(RTSPStreamInfo &stream, int32_t result, int32_t room) {
+    MediaSession &session = *stream.session;
+    if (session.loop.watch == nullptr) return;
+    const bool mayHaveMore = result == room && stream.packetListHead.load(std::memory_order_relaxed) != nullptr;
+    if (!mayHaveMore && (result <= 0 || EndOf(stream) == 0)) NoteEmpty(stream);
+    SettleDue(session);
+    SettleTimer(*session.loop.watch);
+}
+
+// ---- sockets ----
+
+namespace {
+
+void Forget(Watch &watch, int &socket) {
+    if (socket >= 0) epoll_ctl(watch.epoll, EPOLL_CTL_DEL, socket, nullptr);
+    socket = -1;
+}
+
+} // namespace
+
+void ForgetSockets(StreamThread &thread) {
+    Watch *const watch = thread.stream->session->loop.watch;
+    if (watch == nullptr) return;
+    for (int &socket : thread.watchedSockets) Forget(*watch, socket);
+}
+
+void SettleSockets(StreamThread &thread) {
+    LoopPlace &loop = thread.stream->session->loop;
+    if (loop.watch == nullptr) return;
+    const bool isActive = IsServing(&thread) && IsActive(thread);
+    for (std::size_t at = 0; at < kMostServed; ++at) {
+        const int wanted = AwaitedSocket(thread, at, isActive);
+        int &socket = thread.watchedSockets[at];
+        if (wanted == socket) continue;
+        Forget(*loop.watch, socket);
+        if (wanted < 0) continue;
+        epoll_event event = {.events = EPOLLIN, .data = {.u64 = EventData(thread, at)}};
+        if (epoll_ctl(loop.watch->epoll, EPOLL_CTL_ADD, wanted, &event) == 0)
+            socket = wanted;
+        else
+            loop.isShort = true;
+    }
+}
+
+void SettleSession(MediaSession &session) {
+    if (session.loop.watch == nullptr) return;
+    session.loop.isShort = false;
+    for (RTSPStreamInfo *stream = session.streamList; stream != nullptr; stream = stream->next)
+        if (stream->thread != nullptr && !stream->thread->hasThread) SettleSockets(*stream->thread);
+    SettleDue(session);
+    SettleTimer(*session.loop.watch);
+}
+
+// ---- what is due ----
+
+namespace {
+
+constexpr int kShortOfMemoryMs = 20;
+
+// MonotonicMs when the program has to come back; 0: no matter when.
+uint64_t DueOf(const MediaSession &session) {
+    int64_t ms = SessionDueIn(session);
+    if (session.loop.isShort) ms = ms < 0 ? kShortOfMemoryMs : std::min<int64_t>(ms, kShortOfMemoryMs);
+    uint64_t due = ms < 0 ? 0 : MonotonicMs() + static_cast<uint64_t>(ms);
+    if (session.reorderWaitMs.load(std::memory_order_relaxed) == 0) return due;
+    const RTSPStreamInfo *stream = session.streamList;
+    for (; stream != nullptr; stream = stream->next) {
+        const uint64_t end = stream->order.waitEndsMs.load(std::memory_order_relaxed);
+        const bool isWaited = end != 0 && !stream->isReady && stream->packetListHead != nullptr;
+        if (isWaited) due = due == 0 ? end : std::min(due, end);
+    }
+    return due;
+}
+
+void RemoveDue(MediaSession &session) {
+    LoopPlace &loop = session.loop;
+    if (loop.dueMs == 0) return;
+    (loop.earlier != nullptr ? loop.earlier->loop.later : loop.watch->firstDue) = loop.later;
+    (loop.later != nullptr ? loop.later->loop.earlier : loop.watch->lastDue) = loop.earlier;
+    loop.earlier = loop.later = nullptr;
+    loop.dueMs = 0;
+}
+
+// Looked for from the nearer end: most are either far away, as the others, or at once.
+MediaSession *FindEarlier(const Watch &watch, uint64_t dueMs) {
+    const bool fromFront = watch.firstDue != nullptr && dueMs < watch.lastDue->loop.dueMs &&
+                           dueMs - std::min(dueMs, watch.firstDue->loop.dueMs) < watch.lastDue->loop.dueMs - dueMs;
+    MediaSession *earlier = fromFront ? nullptr : watch.lastDue;
+    while (!fromFront && earlier != nullptr && earlier->loop.dueMs > dueMs) earlier = earlier->loop.earlier;
+    for (MediaSession *at = watch.firstDue; fromFront && at != nullptr && at->loop.dueMs <= dueMs;
+         at = at->loop.later)
+        earlier = at;
+    return earlier;
+}
+
+void InsertDue(MediaSession &session, uint64_t dueMs) {
+    LoopPlace &loop = session.loop;
+    loop.earlier = FindEarlier(*loop.watch, dueMs);
+    loop.later = loop.earlier != nullptr ? loop.earlier->loop.later : loop.watch->firstDue;
+    (loop.earlier != nullptr ? loop.earlier->loop.later : loop.watch->firstDue) = &session;
+    (loop.later != nullptr ? loop.later->loop.earlier : loop.watch->lastDue) = &session;
+    loop.dueMs = dueMs;
+}
+
+} // namespace
+
+// One that is put off stays where it is in the list until it would have been due: most are put off again and again.
+void SettleDue(MediaSession &session) {
+    LoopPlace &loop = session.loop;
+    if (loop.watch == nullptr) return;
+    const uint64_t dueMs = DueOf(session);
+    if (loop.dueMs != 0 && dueMs >= loop.dueMs && loop.dueMs > MonotonicMs()) return;
+    RemoveDue(session);
+    if (dueMs != 0) InsertDue(session, dueMs);
+}
+
+int64_t ComeBackIn(const MediaSession &session) {
+    const RTSPStreamInfo *stream = session.streamList;
+    for (; stream != nullptr; stream = stream->next) {
+        const bool isLeft = session.loop.watch == nullptr && session.targetLatency == 0 &&
+                            stream->packetListHead.load(std::memory_order_acquire) != nullptr;
+        if (stream->isReady || isLeft) return 0;
+    }
+    const uint64_t dueMs = DueOf(session);
+    const uint64_t now = MonotonicMs();
+    if (dueMs == 0) return -1;
+    return dueMs > now ? static_cast<int64_t>(dueMs - now) : 0;
+}
+
+// ---- who is in it ----
+
+void MoveTo(MediaSession &session, Watch *watch) {
+    RTSPStreamInfo *stream = session.streamList;
+    for (; stream != nullptr; stream = stream->next) {
+        if (stream->thread != nullptr) ForgetSockets(*stream->thread);
+        NoteEmpty(*stream);
+    }
+    Watch *const before = session.loop.watch;
+    if (before != nullptr) RemoveDue(session);
+    session.loop.watch = watch;
+    if (before != nullptr) SettleTimer(*before);
+    if (watch == nullptr) return;
+    for (stream = session.streamList; stream != nullptr; stream = stream->next) {
+        const bool isOver = EndOf(*stream) != 0 && !stream->endIsTold;
+        if (isOver || stream->packetListHead.load(std::memory_order_acquire) != nullptr) NoteReady(*stream);
+    }
+    SettleSession(session);
+}
+
+void LeaveGroup(MediaSession &session) {
+    LoopPlace &loop = session.loop;
+    Watch &group = *loop.watch;
+    MoveTo(session, loop.own);
+    (loop.previousMember != nullptr ? loop.previousMember->loop.nextMember : group.members) = loop.nextMember;
+    if (loop.nextMember != nullptr) loop.nextMember->loop.previousMember = loop.previousMember;
+    loop.nextMember = loop.previousMember = nullptr;
+    loop.inGroup = false;
+}
+
+void ReleaseLoop(MediaSession &session) {
+    if (session.loop.inGroup) LeaveGroup(session);
+    MoveTo(session, nullptr);
+    if (session.loop.own != nullptr) CloseWatch(*session.loop.own);
+    delete std::exchange(session.loop.own, nullptr);
+}
+
+} // namespace rtsptap
