@@ -238,7 +238,8 @@ bool TakeChallengeOf(Exchange &exchange, int answers) {
     const bool carriedAnswer = FindRequestHeader(*client.requestMsg, "Authorization") != nullptr;
     const char *const server = client.requestUrl != nullptr ? client.requestUrl : "";
     NoteWhatIsAsked(client.credentials, *response);
-    exchange.verdict = TakeChallenge(client.credentials, {*response, server, carriedAnswer, answers});
+    exchange.verdict =
+        TakeChallenge(client.credentials, {*response, server, carriedAnswer, answers, client.media.dialect});
     return exchange.verdict == Verdict::kAnswer;
 }
 

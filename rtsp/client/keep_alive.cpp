@@ -93,7 +93,8 @@ bool AnswersChallenge(RTSPClient &client, std::string_view reply) {
     }
     const char *const server = next.serverUrl.text != nullptr ? next.serverUrl.text : "";
     const bool carriedAnswer = IsAnswering(client.credentials, server);
-    return TakeChallenge(client.credentials, {*response, server, carriedAnswer, 0}) == Verdict::kAnswer;
+    return TakeChallenge(client.credentials, {*response, server, carriedAnswer, 0, client.media.dialect}) ==
+           Verdict::kAnswer;
 }
 
 void TakeReply(MediaSession &session, std::string_view reply) {

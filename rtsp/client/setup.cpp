@@ -95,6 +95,22 @@ int32_t TakeServerPort(Exchange &exchange, std::string_view value) {
     return RTSP_SUCCESS;
 }
 
+// source=192.168.1.20
+void TakeSource(const Exchange &exchange, std::string_view value) {
+    RTSPStreamInfo &stream = *exchange.setup->stream;
+    const MediaSession &media = exchange.client->media;
+    const std::string_view text = After(value, "source=");
+    char host[64] = {};
+    char own[64] = {};
+    CopyText(host, text.substr(0, text.find_first_of(";,")));
+    const Address server = media.server.Get();
+    WriteAddress(server, own);
+    const Address source = ReadAnyAddress(host, static_cast<uint16_t>(stream.serverPort + 1));
+    const bool isAnother = source.length == server.length && !IsGroup(source) && std::string_view(host) != own;
+    const bool isAsked = media.dataProto == DATA_PROTO_UDP && !stream.isMulticast && stream.serverPort != 0;
+    if (isAnother && isAsked && media.dialect.Permits(Rule::kAnnouncedSource)) stream.reportsTo = source;
+}
+
 bool IsOfAnother(const RTSPStreamInfo &stream, uint32_t channel) {
     const RTSPStreamInfo *other = stream.session->streamList;
     while (other != nullptr && (other == &stream || !other->isSetUp || other->interleavedChannel != channel))
@@ -183,6 +199,7 @@ int32_t ApplyTransport(Exchange &exchange) {
         if (const int32_t result = JoinMulticast(exchange, value); result != RTSP_SUCCESS) return result;
     if (const int32_t result = TakeServerPort(exchange, value); result != RTSP_SUCCESS) return result;
     TakeChannel(exchange, value);
+    TakeSource(exchange, value);
     return RTSP_SUCCESS;
 }
 

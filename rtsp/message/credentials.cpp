@@ -1,5 +1,6 @@
 #include "rtsp/message/credentials.h"
 
+#include "dialect/dialect.h"
 #include "platform/system.h"
 #include "platform/url.h"
 #include "rtsp/message/authentication.h"
@@ -50,6 +51,7 @@ void ForgetCredentials(Credentials &credentials) {
     explicit_bzero(credentials.user, sizeof credentials.user);
     explicit_bzero(credentials.password, sizeof credentials.password);
     credentials.asked[0] = '\0';
+    credentials.hashesRawRealm = false;
     ForgetChallenge(credentials);
 }
 
@@ -149,12 +151,21 @@ bool IsWorthAnswering(const Credentials &credentials, const Refusal &refusal, co
     return IsStale(challenge);
 }
 
+// Whether another answer can be made of the same challenge.
+bool HashesOtherwise(Credentials &credentials, const Refusal &refusal, const Challenge &challenge) {
+    const bool mayHelp = refusal.answers == 1 && !credentials.hashesRawRealm && Contains(challenge.realm, "\\") &&
+                         refusal.dialect.Permits(Rule::kRawRealm);
+    credentials.hashesRawRealm = mayHelp;
+    return mayHelp;
+}
+
 } // namespace
 
 Verdict TakeChallenge(Credentials &credentials, const Refusal &refusal) {
     const ScopedLock lock(credentials.lock);
     const Offers offers = ReadOffers(credentials, refusal.response);
-    const bool isWorthIt = offers.strength > 0 && IsWorthAnswering(credentials, refusal, offers.best);
+    const bool isWorthIt = offers.strength > 0 && (IsWorthAnswering(credentials, refusal, offers.best) ||
+                                                   HashesOtherwise(credentials, refusal, offers.best));
     if (isWorthIt && KeepChallenge(credentials, refusal, offers.best)) return Verdict::kAnswer;
     ForgetChallenge(credentials);
     if (offers.strength > 0 || offers.first.scheme.empty()) return Verdict::kRefused;
@@ -236,7 +247,7 @@ HeapText DigestValue(Credentials &credentials, const Authorized &request) {
     const bool hasDigests = RTSPTapComputeDigest != nullptr;
     const std::string_view quality = hasDigests ? ChooseQuality(challenge) : "";
     const HeapText algorithm = DuplicateText(challenge.algorithm);
-    const HeapText realm = Unescaped(challenge.realm);
+    const HeapText realm = credentials.hashesRawRealm ? DuplicateText(challenge.realm) : Unescaped(challenge.realm);
     const HeapText nonce = Unescaped(challenge.nonce);
     const HeapText user = Escaped(credentials.user);
     const HeapText uri = Escaped(request.uri);

@@ -14,6 +14,7 @@
 
 namespace rtsptap {
 
+class Dialect;
 struct ResponseMsg;
 
 inline constexpr std::size_t kCredentialBytes = 1024; // of user or password, with terminator
@@ -34,6 +35,7 @@ struct Credentials {
     char *header = nullptr; // owned, free(): what the challenge looks into; null: none is answered
     char *server = nullptr; // owned, free(): URL on the server that sent it
     Challenge challenge;
+    bool hashesRawRealm = false; // with its backslashes
     char clientNonce[33] = {};
     uint32_t uses = 0; // of the nonce
 };
@@ -56,9 +58,11 @@ struct Refusal {
     const char *server; // URL on it
     bool carriedAnswer; // the request had one
     int answers;        // requests of this exchange that were sent again
+    const Dialect &dialect;
 };
 
-// Takes the strongest challenge of a 401. One retry of a request is worth while, one more where its nonce is stale.
+// Takes the strongest challenge of a 401. One retry of a request is worth while, one more where its nonce is stale,
+// or its realm may be hashed in another way.
 Verdict TakeChallenge(Credentials &credentials, const Refusal &refusal);
 
 // For `asked`.

@@ -193,6 +193,18 @@ TEST(Credentials, ThatAreWrongAreNotSentAgainAndAgain) {
     EXPECT_EQ(session.Pause(), RTSP_CLIENT_ERROR);
 }
 
+TEST(Credentials, HashTheRealmAsItWasSentWhereTheOtherWayIsRefused) {
+    const Reply refusal = Unauthorized("Digest realm=\"a\\\"b\", nonce=\"n\"");
+    const CapturedStdout output;
+    Session session(kUdp, CLIENT_INIT_STATE, {{"OPTIONS ", refusal}, {"OPTIONS ", refusal}, {"OPTIONS ", Ok()}});
+    RecordOf(session).media.dialect.Set(Rule::kRawRealm, true);
+    EXPECT_EQ(RTSPTapSetCredentials(session, kUser, kPassword), 0);
+    EXPECT_EQ(session.Options(), 0);
+    const std::vector<std::string> requests = session.server.Requests();
+    ExpectDigestOf(requests.at(1), "a\"b", "n");
+    ExpectDigestOf(requests.at(2), "a\\\"b", "n");
+}
+
 TEST(Credentials, AnswerForNoUrlOfAnotherHost) {
     const Reply challenge = Unauthorized("Digest realm=\"r\", nonce=\"n\"");
     for (const int64_t dialect : {RTSPTAP_DIALECT_EXACT, RTSPTAP_DIALECT_TOLERANT}) {

@@ -113,8 +113,10 @@ std::string SetUpWith(const std::string &header, int32_t rule, int32_t isOn, uin
     stream.serverPort = 9;
     const int32_t result = client.Setup(1);
     EXPECT_EQ(RTSPTapGetRuleUse(client, rule, &uses), 0);
+    char reports[64] = {};
+    WriteAddress(stream.reportsTo, reports);
     return std::to_string(result) + " " + std::to_string(stream.serverPort) + " " +
-           std::to_string(stream.interleavedChannel) + " " + RecordOf(client).sessionId;
+           std::to_string(stream.interleavedChannel) + " " + RecordOf(client).sessionId + reports;
 }
 
 TEST(Setup, ReadsAsRulesPermit) {
