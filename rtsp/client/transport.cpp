@@ -24,6 +24,7 @@ namespace {
 
 constexpr int64_t kPartingLimitMs = 3000; // how long a session that is left is waited for
 constexpr uint32_t kLookMs = 5;           // between two looks for a first packet
+constexpr uint32_t kNoChannel = 256;      // no frame has it
 
 intptr_t HandleOf(const RTSPClient &client) { return reinterpret_cast<intptr_t>(&client); }
 
@@ -50,6 +51,9 @@ void ChooseTransport(RTSPClient &client) {
         wanted == RTSPTAP_TRANSPORT_AUTOMATIC || (wanted == RTSPTAP_TRANSPORT_DEFAULT && client.isOpened);
     client.asksMulticast = wanted == RTSPTAP_TRANSPORT_MULTICAST;
     client.media.dataProto = wanted == RTSPTAP_TRANSPORT_TCP ? DATA_PROTO_TCP : DATA_PROTO_UDP;
+    // Those that are not set up leave every channel to the others.
+    for (RTSPStreamInfo *stream = client.media.streamList; stream != nullptr; stream = stream->next)
+        SetChannel(*stream, kNoChannel);
 }
 
 int32_t SetUpOne(const CallTrace &trace, RTSPClient &client, RTSPStreamInfo &stream, int32_t number) {
@@ -57,7 +61,9 @@ int32_t SetUpOne(const CallTrace &trace, RTSPClient &client, RTSPStreamInfo &str
     int32_t result = SetUpStream(HandleOf(client), number, parts);
     if (result == RTSP_SUCCESS && parts.grantsTcp && client.media.dataProto == DATA_PROTO_UDP)
         result = trace.Fail(RTSP_BAD_RESPONSE, "EXIT : %s :The server grants another transport\n");
-    if (result != RTSP_SUCCESS) stream.isSetUp = false;
+    if (result == RTSP_SUCCESS) return result;
+    stream.isSetUp = false;
+    SetChannel(stream, kNoChannel);
     return result;
 }
 
