@@ -96,7 +96,7 @@ SessionLoop::End SessionLoop::Run(bool fallsBack, Outcome &outcome) {
         now.state = state_ = hasMedia ? kPlaying : kWaitingForMedia;
         if (signal != 0 || IsOver(now)) return End::kOver;
         const bool udpIsDead = fallsBack && !hasMedia && now.now - sessionBegin_ >= kPatienceWithUdp;
-        if (udpIsDead && !session_->HasReceivedControl()) return End::kNoMediaOverUdp;
+        if (udpIsDead) return End::kNoMediaOverUdp;
         outcome = MediaTrouble(now);
         if (!outcome.IsOk()) return End::kMediaEnded;
         if (now.now - resumed_ < kCatchUp) continue;

@@ -175,7 +175,12 @@ Outcome Handshake::Resolve() {
 Outcome Handshake::Ask() {
     if (Outcome failed = Connect(); !failed.IsOk()) return failed;
     if (Outcome failed = AskOptions(); !failed.IsOk()) return failed;
-    if (Outcome failed = Describe(); !failed.IsOk()) return failed;
+    Outcome described = Describe();
+    if (described.code == ExitCode::kUnreachable && !server_.exact) { // one that hangs up when it refuses
+        described = Connect();
+        if (described.IsOk()) described = Describe();
+    }
+    if (!described.IsOk()) return described;
     if (Outcome failed = SetUpStreams(); !failed.IsOk()) return failed;
     return Request("PLAY", [this](Session &session) {
         Answer answer = session.Play();
@@ -184,12 +189,12 @@ Outcome Handshake::Ask() {
     });
 }
 
-// A server that refuses it, or hangs up, may describe all the same.
+// A server that refuses it, hangs up or stays silent may describe all the same.
 Outcome Handshake::AskOptions() {
     constexpr ExitCode kRefused[] = {ExitCode::kNotFound, ExitCode::kClientError, ExitCode::kServerError};
     Outcome outcome = Options();
     if (server_.exact) return outcome;
-    if (outcome.code == ExitCode::kUnreachable) return Connect();
+    if (outcome.code == ExitCode::kUnreachable || outcome.code == ExitCode::kTimeout) return Connect();
     const bool isRefused = std::find(std::begin(kRefused), std::end(kRefused), outcome.code) != std::end(kRefused);
     return isRefused ? Outcome{} : outcome;
 }
@@ -231,7 +236,7 @@ Target Handshake::TargetOf() const {
 
 Outcome Handshake::Connect() {
     return Step("connect", [this] {
-        opened_.session = std::make_shared<Session>();
+        if (opened_.session == nullptr) opened_.session = std::make_shared<Session>();
         const int32_t result = opened_.session->Connect(TargetOf(), opened_.facts.address);
         const int error = errno;
         if (result != RTSP_CONNECT_FAILED) return OutcomeOfCall("connect", result);
@@ -250,13 +255,25 @@ Outcome Handshake::SetUpStreams() {
                                                   ? "DESCRIBE: the description has no stream"
                                                   : "DESCRIBE: no stream has a codec that can be received"};
     SetUpLatency();
+    Outcome refusal;
     bool isFirst = true;
-    for (const Stream &stream : opened_.streams) {
+    for (Stream &stream : opened_.streams) {
         if (!stream.isReadable) continue;
         Outcome outcome = std::exchange(isFirst, false) ? SetUpFirst(stream.number) : SetUpStream(stream.number);
-        if (!outcome.IsOk()) return outcome;
+        if (outcome.IsOk()) continue;
+        if (outcome.code != ExitCode::kNotFound || server_.exact) return outcome;
+        if (refusal.IsOk()) refusal = outcome;
+        LeaveOut(stream, outcome.text);
     }
-    return {};
+    return opened_.formats.empty() ? refusal : Outcome();
+}
+
+// What the server describes and does not have.
+void Handshake::LeaveOut(Stream &stream, const std::string &why) {
+    stream.isReadable = false;
+    stream.omission = why;
+    std::erase_if(opened_.formats,
+                  [&stream](const StreamFormat &format) { return format.stream.number == stream.number; });
 }
 
 Outcome Handshake::SetUpFirst(int32_t number) {

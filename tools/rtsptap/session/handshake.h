@@ -41,6 +41,7 @@ private:
     Outcome SetUpFirst(int32_t number);
     Outcome SetUpStream(int32_t number);
     void SetUpLatency();
+    void LeaveOut(Stream &stream, const std::string &why);
     Outcome Judge(const std::string &phase, const Answer &answer);
     std::string Complaint(int32_t result, const std::string &scheme) const;
     void NoteTransport();

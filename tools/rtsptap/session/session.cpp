@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <iterator>
 #include <new>
+#include <ranges>
 #include <utility>
 
 namespace tool {
@@ -151,12 +152,14 @@ Session::~Session() { RTSPClientDestroy(client_); }
 
 int32_t Session::Connect(const Target &target, std::string &address) {
     const std::lock_guard guard(exchange_);
+    const bool isFirst = !std::exchange(connected_, true);
     RTSPTapSetOption(client_, RTSPTAP_OPTION_KEEP_ALIVE, target.keepalive ? -1 : 0);
-    if (target.exact) RTSPTapSetOption(client_, RTSPTAP_OPTION_DIALECT, RTSPTAP_DIALECT_EXACT);
+    exact_ = target.exact;
+    if (exact_) RTSPTapSetOption(client_, RTSPTAP_OPTION_DIALECT, RTSPTAP_DIALECT_EXACT);
     headers_ = target.headers;
     RTSPTapSetOption(client_, RTSPTAP_OPTION_TRANSPORT, target.transport);
     RTSPTapSetOption(client_, RTSPTAP_OPTION_BASIC_ALLOWED, 1);
-    if (const Credentials &given = target.credentials; !given.user.empty())
+    if (const Credentials &given = target.credentials; isFirst && !given.user.empty())
         RTSPTapSetCredentials(client_, given.user.c_str(), given.password.c_str());
     char text[kTextBytes] = {};
     const int32_t result = RTSPTapConnect(client_, target.url.c_str(), text);
@@ -176,6 +179,16 @@ std::string Session::Authentication() const {
     uint32_t size = sizeof text;
     RTSPTapGetOptionText(client_, RTSPTAP_OPTION_CHALLENGE, text, &size);
     return Presentable(text);
+}
+
+Answer Session::Options() {
+    constexpr int64_t kPatienceMs = 5000;
+    int64_t usual = 0;
+    RTSPTapGetOption(client_, RTSPTAP_OPTION_REPLY_LIMIT, &usual);
+    RTSPTapSetOption(client_, RTSPTAP_OPTION_REPLY_LIMIT, exact_ ? usual : kPatienceMs);
+    Answer answer = Send(RTSP_OPTIONS);
+    RTSPTapSetOption(client_, RTSPTAP_OPTION_REPLY_LIMIT, usual);
+    return answer;
 }
 
 Answer Session::Teardown() {
@@ -208,7 +221,9 @@ Answer Session::Send(RTSPMethod method, int32_t stream) {
 Answer Session::AnswerOf(int32_t result) const {
     const std::string text = WasSent(result) ? LastReply() : ""; // else it is the one before
     ShowReply(text);
-    return {result, ParseReply(text)};
+    Answer answer{result, ParseReply(text)};
+    if (!exact_ && answer.reply.status / 100 == 2) answer.reply.status = kOk; // so the library has it
+    return answer;
 }
 
 std::string Session::LastReply() const {
@@ -269,13 +284,17 @@ std::vector<Stream> Session::Streams() {
     std::vector<Stream> streams;
     std::set<int32_t> codecs;
     const int32_t count = RTSPClientGetNbStreams(client_);
-    for (int32_t number = 1; number <= count; ++number) {
+    // Beside others such a stream goes to the server; where all are marked, the server speaks of what it sends.
+    const auto isSendOnly = [this](int32_t number) { return !Line(number, "a=sendonly").empty(); };
+    const auto numbers = std::views::iota(1, count + 1);
+    const bool somethingComes = !std::ranges::all_of(numbers, isSendOnly);
+    for (const int32_t number : numbers) {
         RTSPTapStreamDescription description;
         if (!Describe(number, description)) break;
         Stream stream{number, description.encodingName, description.codecType, false, description.clockRate};
         const std::string line = Line(number, "m");
         stream.media = line.substr(0, line.find(' '));
-        stream.omission = WhyUnreadable(client_, description, !Line(number, "a=sendonly").empty());
+        stream.omission = WhyUnreadable(client_, description, somethingComes && isSendOnly(number));
         stream.isReadable = stream.omission.empty();
         if (!codecs.insert(stream.codecType).second) sharedCodecs_.insert(stream.codecType);
         streams.push_back(stream);
@@ -302,7 +321,6 @@ bool Session::ReleaseHeldBack() {
 void Session::TakeControl(void *session, int32_t number, int32_t isSent, const uint8_t *packet, uint32_t length) {
     constexpr std::size_t kMostUnseen = 64;
     Session &self = *static_cast<Session *>(session);
-    if (isSent == 0) self.hasReceivedControl_ = true;
     const std::lock_guard guard(self.controlLock_);
     if (self.controlObserver_)
         self.controlObserver_(number, isSent != 0, {packet, length});

@@ -6,7 +6,6 @@
 #include "rtsptap_extended.h"
 #include "session/credentials.h"
 
-#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -85,11 +84,13 @@ public:
     Session(const Session &) = delete;
     Session &operator=(const Session &) = delete;
 
-    int32_t Connect(const Target &target, std::string &address); // which is the server's, where it was reached
+    // The address is the server's, where it was reached. Again, when it has closed the connection: what it has
+    // asked for is answered from the first request on.
+    int32_t Connect(const Target &target, std::string &address);
     RTSPTapTransport TransportUsed() const;                      // of the streams that are set up
 
     // Each is one exchange, and blocks as long as the library does. Any thread: they wait for one another.
-    Answer Options() { return Send(RTSP_OPTIONS); }
+    Answer Options(); // in the tolerant dialect not for long: some servers never answer it
     Answer Describe() { return Send(RTSP_DESCRIBE); }
     Answer SetUp(int32_t number);
     Answer Play() { return Send(RTSP_PLAY); }
@@ -131,10 +132,7 @@ public:
     // From now on, the latest before it included; none: nobody. Not called any more when this returns.
     void ShowControl(ControlObserver observer);
 
-    std::string
-    Authentication() const; // the way of the server's that is answered, "Digest"; empty: never asked for
-
-    bool HasReceivedControl() const { return hasReceivedControl_; } // an RTCP packet has come
+    std::string Authentication() const; // the server's way that is answered, "Digest"; empty: never asked for
 
 private:
     Answer Send(RTSPMethod method, int32_t stream = 0);
@@ -147,6 +145,8 @@ private:
     std::mutex exchange_; // guards the fields up to the empty line
     MethodHeaders headers_;
     int32_t latency_ = 0;
+    bool connected_ = false; // once
+    bool exact_ = false;
     bool tornDown_ = false;
 
     struct ControlPacket {
@@ -158,7 +158,6 @@ private:
     ControlObserver controlObserver_;
     std::vector<ControlPacket> unseenControl_; // the first ones, before there was an observer
 
-    std::atomic<bool> hasReceivedControl_{false};
     std::set<int32_t> sharedCodecs_; // of several streams each; constant once they are known
     std::vector<int32_t> listened_;  // without RTSP: the streams in the library's order
 };
