@@ -12,6 +12,13 @@ if(RTSPTAP_DIGEST)
   install(EXPORT rtsptap-digest-targets NAMESPACE rtsptap:: DESTINATION ${package_dir})
 endif()
 
+# The same.
+if(RTSPTAP_TLS)
+  install(TARGETS ${tls_targets} EXPORT rtsptap-tls-targets)
+  install(EXPORT rtsptap-tls-targets NAMESPACE rtsptap:: DESTINATION ${package_dir})
+  install(FILES include/rtsptap_tls.h TYPE INCLUDE)
+endif()
+
 configure_package_config_file(cmake/rtsptap-config.cmake.in rtsptap-config.cmake INSTALL_DESTINATION ${package_dir})
 # Before 1.0 a minor version may change the interface.
 write_basic_package_version_file(rtsptap-config-version.cmake COMPATIBILITY SameMinorVersion)
@@ -41,6 +48,11 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/rtsptap.pc DESTINATION ${CMAKE_INSTALL
 if(RTSPTAP_DIGEST)
   configure_file(cmake/rtsptap-digest.pc.in rtsptap-digest.pc @ONLY)
   install(FILES ${CMAKE_CURRENT_BINARY_DIR}/rtsptap-digest.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endif()
+
+if(RTSPTAP_TLS)
+  configure_file(cmake/rtsptap-tls.pc.in rtsptap-tls.pc @ONLY)
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/rtsptap-tls.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 endif()
 
 if(PROJECT_IS_TOP_LEVEL)

@@ -65,7 +65,18 @@ enum RTSPTapResult {
     RTSPTAP_NOT_TAKEN = -121,          /* not a packet that was taken there and has not been given back */
     RTSPTAP_HAS_THREADS = -122,        /* threads of the library receive for the client: RTSPTAP_OPTION_THREADS */
     RTSPTAP_IN_GROUP = -123,           /* the client is in a group already */
-    RTSPTAP_NOT_IN_GROUP = -124        /* the client is not in the group */
+    RTSPTAP_NOT_IN_GROUP = -124,       /* the client is not in the group */
+
+    /* The byte stream under RTSP. RTSPTAP_OPTION_STREAM_FAILURE has more in words. */
+    RTSPTAP_NO_TLS = -130,              /* an URL of rtsps, and nothing is set that makes such connections */
+    RTSPTAP_CERTIFICATE_REFUSED = -131, /* the server's certificate: not trusted, expired, of another name */
+    RTSPTAP_HANDSHAKE_FAILED = -132,    /* another failure before the first request, or a closed connection */
+    RTSPTAP_HANDSHAKE_TIMEOUT = -133,   /* the server did not finish it in time */
+    RTSPTAP_BAD_TLS_ROOTS = -134,       /* RTSPTapUseTls: the trusted certificates cannot be read */
+    RTSPTAP_TUNNEL_REFUSED = -135,      /* the reply to the tunnel's GET is none of status 200 */
+    RTSPTAP_BAD_TUNNEL = -136,          /* that reply is not readable, too long, or chunked */
+    RTSPTAP_BAD_TLS_CERTIFICATE = -137  /* RTSPTapUseTls: the client's certificate or key cannot be read, or they
+                                           are no pair */
 };
 
 /** How a client reads what servers send: value of RTSPTAP_OPTION_DIALECT. */
@@ -181,7 +192,15 @@ enum RTSPTapOption {
      * receives what is there. That answers RTCP and keeps the session alive (RTSPTAP_OPTION_KEEP_ALIVE), too, so
      * long as calls come often enough: before socket buffers are full, and when something is due. All calls for
      * such a client then come from one thread at a time, but RTSPTapInterrupt. */
-    RTSPTAP_OPTION_THREADS = 60
+    RTSPTAP_OPTION_THREADS = 60,
+    /** 0 or 1, by default 0; while not connected. 1: RTSP goes through HTTP, for networks that let nothing else
+     * through: requests as base64 in a POST, everything else in the reply to a GET, on two connections to the URL's
+     * host and port. Media is interleaved, unless RTSPTAP_OPTION_TRANSPORT says otherwise. The schemes rtsph and
+     * rtspsh do the same for one URL. */
+    RTSPTAP_OPTION_HTTP_TUNNEL = 90,
+    /** Text of 0 to 255 bytes, told only: why the byte stream under RTSP failed last, such as "certificate has
+     *  expired"; empty when it has not since the client began to connect. */
+    RTSPTAP_OPTION_STREAM_FAILURE = 91
 };
 
 /**
@@ -369,13 +388,19 @@ RTSPTAP_API int32_t RTSPTapGetStreamDescription(intptr_t clientHandle, int32_t s
  *
  *     rtsp://[user[:password]@]host[:port][/path][?query]
  *
- * host is a name, an IPv4 address or an IPv6 address in brackets, with its zone if need be: [fe80::1%25eth0]. The
- * port is 554 if it is left out. User and password have up to 1023 bytes each, path and query up to 4096 each. What
- * is special in an URL is written as %XX in user and password ('@', '/', '?', '#', '%'), and decoded; the rest goes
- * into requests byte for byte. They become the client's, as RTSPTapSetCredentials would set them; without them
- * those that were set before stay. They are in no request URI, no text that the library prints, and are sent to no
- * other host than this one: a server elsewhere to which the client is redirected and which asks for a password gets
- * none.
+ * Beside rtsp, port 554, the scheme may be rtsps, port 322, of connections through TLS (RFC 7826, 19):
+ * rtsptap_tls.h makes them, and without it they give RTSPTAP_NO_TLS; rtsph, port 80, through HTTP
+ * (RTSPTAP_OPTION_HTTP_TUNNEL); rtspsh, port 443, through HTTP through TLS. Requests name rtsp for the latter two.
+ * Media then comes in the same connection: RTSPTAP_TRANSPORT_DEFAULT and _AUTOMATIC are TCP, as datagrams would be
+ * in the clear; who wants them all the same asks for RTSPTAP_TRANSPORT_UDP.
+ *
+ * host is a name, an IPv4 address or an IPv6 address in brackets, with its zone if need be: [fe80::1%25eth0]. User
+ * and password have up to 1023 bytes each, path and query up to 4096 each. What is special in an URL is written as
+ * %XX in user and password ('@', '/', '?', '#', '%'), and decoded; the rest goes into requests byte for byte. They
+ * become the client's, as RTSPTapSetCredentials would set them; without them those that were set before stay. They
+ * are in no request URI, no text that the library prints, and are sent to no other host than this one: a server
+ * elsewhere to which the client is redirected and which asks for a password gets none, nor does one to which it is
+ * redirected from TLS to a connection without.
  *
  * Names are resolved with the system's resolver (getaddrinfo), which takes as long as it is set to. Its addresses
  * are tried in turn, IPv6 and IPv4 mixed, 250 ms apart or as soon as one has failed; the first that connects is
@@ -393,16 +418,19 @@ RTSPTAP_API int32_t RTSPTapGetStreamDescription(intptr_t clientHandle, int32_t s
  * @param url  copied
  * @return 0; RTSP_INVALID_ARGUMENT bad handle or null; RTSPTAP_BAD_URL, RTSPTAP_OTHER_SCHEME, before anything is
  * sent or of a redirection; RTSPTAP_HOST_NOT_FOUND; RTSP_CONNECT_FAILED; RTSP_SOCKET_FAILED no socket;
- *         RTSPTAP_TOO_MANY_REDIRECTS; RTSP_REDIRECTED another status 3xx, or no Location; RTSP_UNAUTHORIZED a
- * password is asked for, and none or a wrong one was given; RTSPTAP_UNKNOWN_CHALLENGE; or what DESCRIBE gives.
- * After a failure the client is not connected, and RTSPClientGetLastReply has the last reply.
+ *         RTSPTAP_NO_TLS, RTSPTAP_CERTIFICATE_REFUSED, RTSPTAP_HANDSHAKE_FAILED, RTSPTAP_HANDSHAKE_TIMEOUT,
+ * RTSPTAP_TUNNEL_REFUSED, RTSPTAP_BAD_TUNNEL; RTSPTAP_TOO_MANY_REDIRECTS; RTSP_REDIRECTED another status 3xx, or no
+ * Location; RTSP_UNAUTHORIZED a password is asked for, and none or a wrong one was given;
+ * RTSPTAP_UNKNOWN_CHALLENGE; or what DESCRIBE gives. After a failure the client is not connected, and
+ * RTSPClientGetLastReply has the last reply.
  */
 RTSPTAP_API int32_t RTSPTapOpen(intptr_t clientHandle, const char *url);
 
 /**
  * Connects to an URL's server as RTSPTapOpen does, and asks it nothing: for a program that sends OPTIONS and
  * DESCRIBE itself, with header lists of its own. Redirections are such a program's to follow. The client is then as
- * after RTSPClientConnect with DATA_PROTO_UDP, which RTSPTapSetDataProto changes.
+ * after RTSPClientConnect with DATA_PROTO_UDP, with DATA_PROTO_TCP through TLS or HTTP, which RTSPTapSetDataProto
+ * changes.
  *
  * @param url      copied
  * @param address  receives the server's address as text, up to 64 bytes with its terminator; null: not wanted
@@ -422,6 +450,79 @@ RTSPTAP_API int32_t RTSPTapConnect(intptr_t clientHandle, const char *url, char 
  * up
  */
 RTSPTAP_API int32_t RTSPTapSetDataProto(intptr_t clientHandle, uint32_t dataProto);
+
+/* ---- the byte stream under RTSP ----
+ *
+ * RTSP and interleaved packets are read from and written to the socket as they stand. A table of functions may lie
+ * between: TLS (rtsptap_tls.h has one), a tunnel, a recorder. It is asked for nothing but bytes.
+ */
+
+/** What is waited for: argument of RTSPTapByteStream.wanted. */
+enum RTSPTapStreamWait {
+    RTSPTAP_STREAM_HANDSHAKE = 0, /* handshake can go on */
+    RTSPTAP_STREAM_READING = 1,   /* read may give something */
+    RTSPTAP_STREAM_WRITING = 2    /* write may take something */
+};
+
+/** Which connections a table is for. */
+enum RTSPTapStreamUse {
+    RTSPTAP_STREAM_OF_RTSP = 0, /* every one, but those of rtsps */
+    RTSPTAP_STREAM_OF_RTSPS = 1 /* those of URLs of rtsps and rtspsh */
+};
+
+/**
+ * The functions of a byte stream. None of them may block, call the library, or raise SIGPIPE (MSG_NOSIGNAL).
+ *
+ * open, handshake, leave, close and release are called on the thread that calls the client's methods. read and
+ * pending are called by one thread at a time, write by one thread at a time, wanted by any, and leave while they
+ * may be: those five at once, so a stream that keeps state of its own locks it. The others are called while none of
+ * them is.
+ */
+typedef struct RTSPTapByteStream {
+    uint32_t recordSize; /* sizeof(RTSPTapByteStream), set by the caller */
+    /* Begins a stream on a TCP connection that stands. The socket does not block (O_NONBLOCK); it stays the
+       library's, which closes it after `close`. host is the one of the URL, or the address that was connected to,
+       good during the call. Null: memory is short. */
+    void *(*open)(void *context, int32_t socket, const char *host);
+    /* Begins or goes on. 0: the stream stands; 1: to be called again when `wanted` is there; below 0: it has
+       failed, the code is the method's result. Null: there is none. */
+    int32_t (*handshake)(void *stream);
+    /* As recv(2): how many bytes, 0 at the end, -1 with errno; EAGAIN: none now. */
+    int32_t (*read)(void *stream, void *bytes, uint32_t count);
+    /* As send(2): how many bytes were taken, -1 with errno; EAGAIN: none now. What was taken may still lie in the
+       stream: a count of 0 only sends that on, and gives 0 when nothing of it is left. */
+    int32_t (*write)(void *stream, const void *bytes, uint32_t count);
+    /* How many bytes read would give at once, though the socket may have nothing: nobody sleeps then. 0 promises
+       that whatever comes makes `wanted` true. Null: always 0. */
+    uint32_t (*pending)(void *stream);
+    /* What to wait for: events of poll(2), on the socket or on another one that is put to *descriptor. For reading
+       it has to be the socket; POLLOUT beside POLLIN says that read is to be called to write. Null: POLLIN, or
+       POLLOUT for writing. */
+    int32_t (*wanted)(void *stream, int32_t wait, int32_t *descriptor);
+    /* Why it has failed, in words, without a line end; empty when it has not. Null: never said. */
+    const char *(*failure)(void *stream);
+    /* The connection is about to be closed: says goodbye to the peer. Null: nothing. */
+    void (*leave)(void *stream);
+    /* Frees the stream. The socket has been shut down. */
+    void (*close)(void *stream);
+    /* The table is out of use, and the last of its streams is closed. Null: nothing. */
+    void (*release)(void *context);
+} RTSPTapByteStream;
+
+/**
+ * Sets what lies between sockets and bytes of the client's RTSP connections from the next one on. Datagrams are not
+ * concerned. A handshake may take as long as RTSPTAP_OPTION_REPLY_LIMIT, and no longer than
+ * RTSPTAP_OPTION_CONNECT_LIMIT where that is set; RTSPTAP_HANDSHAKE_TIMEOUT then. Allowed while the client is not
+ * connected; the thread that calls the client's methods calls it.
+ *
+ * @param use      RTSPTapStreamUse
+ * @param table    copied; null: none. What was set before is released, also when the client is destroyed.
+ * @param context  handed to open and release
+ * @return 0; RTSP_INVALID_ARGUMENT bad handle, use or recordSize, or no open, read, write or close;
+ *         RTSPTAP_TOO_LATE; RTSP_NO_MEMORY. After a failure everything is as it was, and nothing is released.
+ */
+RTSPTAP_API int32_t RTSPTapSetByteStream(intptr_t clientHandle, int32_t use, const RTSPTapByteStream *table,
+                                         void *context);
 
 /**
  * Forgets the challenge of an earlier 401: requests carry no Authorization header of the library's any more, until
@@ -713,7 +814,8 @@ RTSPTAP_API void RTSPTapGroupDestroy(RTSPTapGroup *group);
 RTSPTAP_API int32_t RTSPTapGroupAdd(RTSPTapGroup *group, intptr_t clientHandle, void *context);
 
 /**
- * Takes a client out. Packets of it that are held stay good and go back as ever; what is queued stays in its queues.
+ * Takes a client out. Packets of it that are held stay good and go back as ever; what is queued stays in its
+ * queues.
  *
  * @return 0; RTSP_INVALID_ARGUMENT bad handle or pointer; RTSPTAP_NOT_IN_GROUP
  */
@@ -745,8 +847,8 @@ RTSPTAP_API int32_t RTSPTapGroupTakePackets(RTSPTapGroup *group, RTSPTapGroupPac
                                             int32_t timeoutMs);
 
 /**
- * Gives packets back, in any order, as RTSPTapFreePackets does, those of whatever clients, also of clients that have
- * left their group. Those of a client that has been destroyed are gone: they are refused, and not looked at.
+ * Gives packets back, in any order, as RTSPTapFreePackets does, those of whatever clients, also of clients that
+ * have left their group. Those of a client that has been destroyed are gone: they are refused, and not looked at.
  *
  * @param packets  as they were taken, ends of streams among them or not; may be null when count is 0
  * @return 0; RTSPTAP_NOT_TAKEN at least one was refused; RTSP_INVALID_ARGUMENT bad pointer or number

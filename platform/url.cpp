@@ -142,15 +142,18 @@ struct Place {
     std::string_view port;
 };
 
-// user:password@host:port, all but the host left out at will; an address of IPv6 has brackets.
+// user:password@host:port, all but the host left out at will; an address of IPv6 has brackets. The port is empty
+// where it is the scheme's: a server of rtsps may call itself one of rtsp.
 Place PlaceOf(std::string_view url) {
-    std::string_view authority = SplitUrl(url).authority;
+    const UrlParts parts = SplitUrl(url);
+    std::string_view authority = parts.authority;
     authority.remove_prefix(authority.rfind('@') + 1);
     const std::size_t bracket = authority.rfind(']');
     const std::size_t colon = authority.find(':', bracket == authority.npos ? 0 : bracket);
     const std::string_view host = authority.substr(0, colon);
     const std::string_view port = authority.substr(std::min(host.size() + 1, authority.size()));
-    return {host, port.empty() ? "554" : port};
+    const bool isDefault = port.empty() || port == (EqualIgnoringCase(parts.scheme, "rtsps") ? "322" : "554");
+    return {host, isDefault ? "" : port};
 }
 
 } // namespace

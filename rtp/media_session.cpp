@@ -186,10 +186,12 @@ void JoinEndedInterleavedThread(const MediaSession &session) {
 void CloseConnectionAndStreams(MediaSession &session) {
     DebugPrint(kDebugEntry, "\tClosing RTSP Connection Socket \n");
     const int32_t rtspSocket = session.connection.socket;
+    LeaveByteStream(session.connection.streams, rtspSocket);
     StopInterleavedThread(session, rtspSocket);
     for (RTSPStreamInfo *stream = session.streamList; stream != nullptr; stream = stream->next)
         if (ServesConnectionToo(stream->thread)) StopStreamThread(stream->thread, stream->rtpSocket);
     session.connection.socket = -1;
+    EndByteStream(session.connection.streams, rtspSocket);
     CloseSock(rtspSocket);
     ForgetConnection(session.connection);
     for (RTSPStreamInfo *stream = session.streamList; stream != nullptr; stream = stream->next) {

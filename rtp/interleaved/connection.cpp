@@ -46,6 +46,7 @@ namespace {
 
 void StartAfresh(ReadAhead &reader, int32_t socket) {
     reader.socket = socket;
+    reader.stream = nullptr;
     reader.bytes = reader.own;
     reader.capacity = kReaderBytes;
     reader.begin = reader.end = reader.replyTail = reader.freshBytes = reader.staleBytes = 0;
@@ -120,8 +121,7 @@ namespace {
 
 enum class Arrival { kThere, kNone, kFailed };
 
-Arrival WaitForArrival(int socket, int timeoutMs) {
-    pollfd arrival = {socket, POLLIN, 0};
+Arrival WaitForArrival(pollfd arrival, int timeoutMs) {
     const int ready = poll(&arrival, 1, timeoutMs);
     if (ready > 0) return Arrival::kThere;
     return ready == 0 || errno == EINTR ? Arrival::kNone : Arrival::kFailed;
@@ -135,12 +135,40 @@ bool ReceiveMayWait(ReadAhead &reader, int timeoutMs) {
     return reader.waitIsLimited;
 }
 
+// Of what a stream has ready nothing is left behind for which there is room: the socket would not tell of it.
+ssize_t ReadAll(const ByteStream &stream, std::span<uint8_t> room) {
+    std::size_t count = 0;
+    do {
+        const ssize_t received = ReadBytes(stream, room.data() + count, room.size() - count);
+        if (received < 1) return count > 0 ? static_cast<ssize_t>(count) : received;
+        count += static_cast<std::size_t>(received);
+    } while (count < room.size() && HasPending(&stream));
+    return static_cast<ssize_t>(count);
+}
+
+Fill FillThrough(ReadAhead &reader, int timeoutMs) {
+    const pollfd wait = StreamWait(reader.stream, reader.socket, RTSPTAP_STREAM_READING);
+    const Arrival arrival =
+        timeoutMs <= 0 || HasPending(reader.stream) ? Arrival::kThere : WaitForArrival(wait, timeoutMs);
+    if (arrival != Arrival::kThere) return arrival == Arrival::kNone ? Fill::kNothing : Fill::kClosed;
+    MakeRoom(reader);
+    const std::size_t room = std::min(kReadAheadBytes, reader.capacity - reader.end);
+    const ssize_t received = ReadAll(*reader.stream, {reader.bytes + reader.end, room});
+    if (received < 0 && (errno == EAGAIN || IsInterrupted(errno))) return Fill::kNothing;
+    if (received < 1) return Fill::kClosed;
+    reader.freshBytes = static_cast<std::size_t>(received);
+    reader.end += reader.freshBytes;
+    return Fill::kBytes;
+}
+
 } // namespace
 
 Fill FillReader(ReadAhead &reader, int timeoutMs) {
+    if (reader.stream != nullptr) [[unlikely]]
+        return FillThrough(reader, timeoutMs);
     const bool waitsInCall = ReceiveMayWait(reader, timeoutMs);
     const Arrival arrival =
-        waitsInCall || timeoutMs <= 0 ? Arrival::kThere : WaitForArrival(reader.socket, timeoutMs);
+        waitsInCall || timeoutMs <= 0 ? Arrival::kThere : WaitForArrival({reader.socket, POLLIN, 0}, timeoutMs);
     if (arrival != Arrival::kThere) return arrival == Arrival::kNone ? Fill::kNothing : Fill::kClosed;
     MakeRoom(reader);
     const std::size_t room = std::min(kReadAheadBytes, reader.capacity - reader.end);
@@ -159,7 +187,10 @@ ReadAhead *OpenReader(Connection &connection) {
     if (connection.readAhead == nullptr) connection.readAhead = new (std::nothrow) ReadAhead;
     ReadAhead *const reader = connection.readAhead;
     const int32_t socket = connection.socket;
-    if (reader != nullptr && reader->socket != socket) StartAfresh(*reader, socket);
+    if (reader != nullptr && reader->socket != socket) {
+        StartAfresh(*reader, socket);
+        reader->stream = FindByteStream(connection.streams, socket);
+    }
     return reader;
 }
 
@@ -170,6 +201,7 @@ void ForgetConnection(Connection &connection) {
 
 void ReleaseConnection(Connection &connection) {
     DropUnsent(connection.unsent);
+    EndByteStreams(connection.streams);
     delete connection.readAhead;
     TakePostedReply(connection);
 }
@@ -309,7 +341,8 @@ ReplyWait::~ReplyWait() {
 // Without a descriptor to be woken by, a fiber looks again and again.
 int ReplyWait::For(int socket, int timeoutMs) const {
     constexpr int kLookMs = 10;
-    std::array<pollfd, 2> waits = {{{socket, POLLIN, 0}, {wake_, POLLIN, 0}}};
+    const ByteStream *const stream = FindByteStream(connection_.streams, socket);
+    std::array<pollfd, 2> waits = {{StreamWait(stream, socket, RTSPTAP_STREAM_READING), {wake_, POLLIN, 0}}};
     if (!IsOnFiber()) return WaitForSockets(std::span(waits).first(1), timeoutMs);
     const int ready = WaitForSockets(waits, wake_ < 0 ? std::min(timeoutMs, kLookMs) : timeoutMs);
     uint64_t count = 0;

@@ -4,6 +4,7 @@
 // a reply that it finds is posted here and taken by the application's thread that waits for it.
 #pragma once
 
+#include "rtp/interleaved/byte_stream.h"
 #include "rtp/receive_turn.h"
 #include "rtsptap.h"
 
@@ -68,20 +69,21 @@ struct Route {
 struct ReadAhead {
     uint8_t *bytes = own; // `own` or lent
     std::size_t capacity = kReaderBytes;
-    int32_t socket = -1;        // the connection that the bytes came from
-    std::size_t begin = 0;      // first byte not yet consumed
-    std::size_t end = 0;        // behind the last byte received
-    std::size_t replyTail = 0;  // bytes from `begin` on that came in the same read as a reply before them
-    std::size_t freshBytes = 0; // the last of them, by the read that has not been looked at yet
-    std::size_t staleBytes = 0; // from `begin` on, received before the exchange under way began
-    uint64_t replySinceMs = 0;  // since when an incomplete reply waits for its rest; 0: none does
-    bool waitIsLimited = false; // a receive call waits kTurnSliceMs and no longer
-    std::size_t replyBytes = 0; // of an incomplete reply, when it was last looked at
-    bool outOfStep = false;     // bytes were dropped, and no reply has been found behind them: a header may be none
-    std::size_t skipLeft = 0;   // bytes still to come that nobody takes: of a body, or of a frame without a place
-    uint64_t skippedMs = 0;     // when the last of them came
-    uint32_t exchange = 0;      // the connection's exchangeCount as it was last seen
-    uint32_t routesMade = 0;    // the session's channelChanges that `routes` was made after
+    int32_t socket = -1;                // the connection that the bytes came from
+    const ByteStream *stream = nullptr; // what lies before it; null: nothing
+    std::size_t begin = 0;              // first byte not yet consumed
+    std::size_t end = 0;                // behind the last byte received
+    std::size_t replyTail = 0;          // bytes from `begin` on that came in the same read as a reply before them
+    std::size_t freshBytes = 0;         // the last of them, by the read that has not been looked at yet
+    std::size_t staleBytes = 0;         // from `begin` on, received before the exchange under way began
+    uint64_t replySinceMs = 0;          // since when an incomplete reply waits for its rest; 0: none does
+    bool waitIsLimited = false;         // a receive call waits kTurnSliceMs and no longer
+    std::size_t replyBytes = 0;         // of an incomplete reply, when it was last looked at
+    bool outOfStep = false;   // bytes were dropped, and no reply has been found behind them: a header may be none
+    std::size_t skipLeft = 0; // bytes still to come that nobody takes: of a body, or of a frame without a place
+    uint64_t skippedMs = 0;   // when the last of them came
+    uint32_t exchange = 0;    // the connection's exchangeCount as it was last seen
+    uint32_t routesMade = 0;  // the session's channelChanges that `routes` was made after
     std::array<Route, 256> routes = {};  // by channel
     std::bitset<256> channels;           // of which are somebody's
     RTSPStreamInfo *signalDue = nullptr; // streams with data that no reader has been told of, by nextSignalDue
@@ -169,6 +171,7 @@ struct Connection {
     std::atomic<int32_t> socket{-1};
     std::atomic<bool> awaitingReply{false}; // an exchange waits: a paused connection is read on
     std::atomic<uint32_t> exchangeCount{0}; // exchanges begun: text that is older answers none of them
+    ByteStreams streams;                    // of this socket and of those before it
 
     // ---- Whoever serves the connection: a thread, a reader, or an exchange when no thread does ----
     ReceiveTurn turn;
@@ -188,6 +191,11 @@ struct Connection {
     int replyWake = -1; // eventfd of a fiber that waits for the same; -1: none does
     AwaitedReplies awaitedReplies;
 };
+
+// What lies between its socket and its bytes; null: nothing. Any thread.
+inline const ByteStream *StreamOf(const Connection &connection) {
+    return FindByteStream(connection.streams, connection.socket);
+}
 
 // The connection's bytes read ahead, made at first use; null when memory is short. Starts afresh on another socket.
 ReadAhead *OpenReader(Connection &connection);

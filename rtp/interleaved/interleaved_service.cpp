@@ -200,7 +200,8 @@ UnsplitBytes WayOfReading(const MediaSession &session, ReadAhead &reader, ReplyE
     bytes.rule = rule;
     bytes.isFinal = isFinal;
     // Replies that nobody awaits come together with one that is awaited.
-    bytes.isFramed = session.dialect.IsOn(Rule::kFramedReplies) || IsKeptAlive(session);
+    // One that comes through a byte stream has no segments that could tell where it ends.
+    bytes.isFramed = session.dialect.IsOn(Rule::kFramedReplies) || IsKeptAlive(session) || reader.stream != nullptr;
     bytes.anyBodyLength = session.dialect.IsOn(Rule::kAnyBodyLength);
     bytes.hasRequests = session.dialect.IsOn(Rule::kServerRequest);
     bytes.hasAnyCase = session.dialect.IsOn(Rule::kProtocolInAnyCase);
@@ -246,6 +247,7 @@ bool TakeUnits(MediaSession &session, ReadAhead &reader, ReplyEnd rule, bool isF
 namespace {
 
 constexpr int kLookMs = 200; // a reply in pieces is given up by the clock
+constexpr int kWriteMs = 20;
 
 // A description may have thousands of streams: every one that is to take frames gets the size of its ring, and the
 // storage when the first frame comes. A stream described later takes none.
@@ -304,7 +306,7 @@ Served ServeConnection(MediaSession &session, int timeoutMs) {
     const bool goesOn = TakeUnits(session, *reader, ReplyEnd::kFirstDollar, fill == Fill::kClosed, graceIsOver);
     // One that another has taken the place of meanwhile is nobody's any more: that one is served next.
     const bool isClosed = fill == Fill::kClosed && reader->socket == session.connection.socket;
-    if (goesOn && !isClosed) return Served::kNothingLeft;
+    if (goesOn && !isClosed) return HasPending(reader->stream) ? Served::kMaybeMore : Served::kNothingLeft;
     const Served ended = End(turn);
     if (isClosed) NoteClosed(session, reader->socket);
     return ended;
@@ -316,11 +318,18 @@ Served Serve(StreamThread &thread, const Readiness & /*readiness*/) {
 
 int Socket(const RTSPStreamInfo &stream) { return stream.session->connection.socket; }
 
-int WaitMs(RTSPStreamInfo & /*stream*/) { return kLookMs; }
+// What a byte stream has still to write is not what the socket is waited for.
+int WaitMs(RTSPStreamInfo &stream) {
+    return WantsToWrite(StreamOf(stream.session->connection)) ? kWriteMs : kLookMs;
+}
 
 int DueMs(RTSPStreamInfo &stream) {
     const ReadAhead *const reader = stream.session->connection.readAhead;
-    return reader != nullptr ? ReplyGraceLeft(*reader) : -1;
+    if (reader == nullptr) return -1;
+    const int grace = ReplyGraceLeft(*reader);
+    if (reader->stream == nullptr) return grace;
+    if (HasPending(reader->stream)) return 0;
+    return grace < 0 && WantsToWrite(reader->stream) ? kWriteMs : grace;
 }
 
 ReceiveTurn *Turn(RTSPStreamInfo &stream) { return &stream.session->connection.turn; }
@@ -383,11 +392,12 @@ WaitEnd WaitForReply(MediaSession &session, const ReplyWait &wait, const ReadAhe
     if (now >= deadlineMs || MustGiveUp()) return WaitEnd::kDeadline;
     const int grace = ReplyGraceLeft(reader);
     const auto left = static_cast<int>(deadlineMs - now);
+    if (HasPending(reader.stream)) return WaitEnd::kReadable;
     const int limit = grace >= 0 ? std::min(grace, left) : left;
     const bool servesToo = IsThreadless(session) && !IsOnFiber();
     const int ready =
         servesToo ? ServeUntilReadable(session, reader.socket, limit) : wait.For(reader.socket, limit);
-    if (ready < 0 && grace < 0) return WaitEnd::kFailed;
+    if (ready < 0 && grace < 0 && reader.stream == nullptr) return WaitEnd::kFailed;
     return ready > 0 ? WaitEnd::kReadable : WaitEnd::kNothing;
 }
 

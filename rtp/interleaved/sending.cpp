@@ -4,26 +4,46 @@
 #include "platform/waiting.h"
 
 #include <cerrno>
+#include <cstring>
 #include <poll.h>
 #include <sys/socket.h>
+#include <utility>
 
 namespace rtsptap {
 namespace {
 
 constexpr int kLockTries = 5; // 1 ms apart; a request takes less, unless the server does not read
 
+// A byte stream never waits.
+ssize_t SendBytes(const Connection &connection, std::string_view bytes, int flags) {
+    const int32_t socket = connection.socket;
+    const ByteStream *const stream = FindByteStream(connection.streams, socket);
+    return stream != nullptr ? WriteBytes(*stream, bytes.data(), bytes.size())
+                             : send(socket, bytes.data(), bytes.size(), flags | MSG_NOSIGNAL);
+}
+
+// A byte stream may keep some of what it has taken.
+bool KeepsSome(const ByteStream &stream) { return WriteBytes(stream, nullptr, 0) < 0 && errno == EAGAIN; }
+
 // Sends what is left of the unsent text; false while some remains. A failure drops it: the connection is broken.
 bool SendLeft(Connection &connection, int flags) {
     UnsentText &unsent = connection.unsent;
     while (unsent.text != nullptr) {
         const auto left = static_cast<std::size_t>(unsent.text->length) - unsent.sent;
-        const ssize_t sent = send(connection.socket, unsent.text->data + unsent.sent, left, flags | MSG_NOSIGNAL);
+        const ssize_t sent = SendBytes(connection, {unsent.text->data + unsent.sent, left}, flags);
         if (sent < 0 && (errno == EAGAIN || IsInterrupted(errno))) return false;
         unsent.sent += sent < 0 ? left : static_cast<std::size_t>(sent);
         if (unsent.sent >= static_cast<std::size_t>(unsent.text->length)) DropUnsent(unsent);
     }
+    if (const ByteStream *const stream = StreamOf(connection); stream != nullptr && KeepsSome(*stream))
+        return false;
     connection.hasRest.store(false, std::memory_order_relaxed);
     return true;
+}
+
+void KeepRest(Connection &connection, RecvBufferPtr text, ssize_t sent) {
+    connection.unsent = {text.release(), static_cast<std::size_t>(sent)};
+    connection.hasRest.store(true, std::memory_order_relaxed);
 }
 
 // Not the wait with a time-out of the system's own, which thread checkers do not know.
@@ -42,8 +62,12 @@ bool StaysFull(int socket, int timeoutMs) {
     return socket >= 0 && poll(&wait, 1, timeoutMs) == 0;
 }
 
+bool TakesMore(const Connection &connection) {
+    return StreamOf(connection) != nullptr || !StaysFull(connection.socket, 0);
+}
+
 bool IsClear(Connection &connection) {
-    return connection.unsent.text == nullptr || SendLeft(connection, MSG_DONTWAIT);
+    return !connection.hasRest.load(std::memory_order_relaxed) || SendLeft(connection, MSG_DONTWAIT);
 }
 
 bool SendRest(Connection &connection) {
@@ -55,36 +79,52 @@ bool SendRest(Connection &connection) {
 Sent SendWithoutWaiting(Connection &connection, RecvBufferPtr text) {
     if (!LockSoon(connection.sendLock)) return Sent::kNotNow;
     const ScopeExit unlock([&connection] { MutexUnlock(&connection.sendLock); });
-    if (!IsClear(connection) || StaysFull(connection.socket, 0)) return Sent::kNotNow;
+    if (!IsClear(connection) || !TakesMore(connection)) return Sent::kNotNow;
     const auto length = static_cast<std::size_t>(text->length);
-    const ssize_t sent = send(connection.socket, text->data, length, MSG_DONTWAIT | MSG_NOSIGNAL);
+    const ssize_t sent = SendBytes(connection, {text->data, length}, MSG_DONTWAIT);
     if (sent < 0) return errno == EAGAIN || IsInterrupted(errno) ? Sent::kNotNow : Sent::kFailed;
-    if (static_cast<std::size_t>(sent) < length) {
-        connection.unsent = {text.release(), static_cast<std::size_t>(sent)};
-        connection.hasRest.store(true, std::memory_order_relaxed);
+    if (static_cast<std::size_t>(sent) < length) KeepRest(connection, std::move(text), sent);
+    return Sent::kTaken;
+}
+
+Sent WriteThrough(Connection &connection, const ByteStream &stream, std::span<const uint8_t> bytes) {
+    const ssize_t sent = WriteBytes(stream, bytes.data(), bytes.size());
+    if (sent < 0) return errno == EAGAIN || IsInterrupted(errno) ? Sent::kNotNow : Sent::kFailed;
+    if (static_cast<std::size_t>(sent) == bytes.size()) {
+        connection.hasRest.store(KeepsSome(stream), std::memory_order_relaxed);
+        return Sent::kTaken;
     }
+    RecvBufferPtr text(CreateRecvBuffer(static_cast<uint32_t>(bytes.size())));
+    if (text == nullptr) return Sent::kFailed;
+    memcpy(text->data, bytes.data(), bytes.size());
+    text->length = static_cast<int32_t>(bytes.size());
+    KeepRest(connection, std::move(text), sent);
     return Sent::kTaken;
 }
 
 namespace {
 
-// What the socket does not take at once is left to be finished first by whoever sends next.
+// What the connection does not take at once is left to be finished first by whoever sends next.
 ssize_t SendPart(Connection &connection, std::string_view text) {
     const ScopedLock lock(connection.sendLock);
     errno = EAGAIN;
     if (!IsClear(connection)) return -1;
-    const ssize_t sent = send(connection.socket, text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
-    if (sent < 0 || static_cast<std::size_t>(sent) == text.size()) return sent;
+    const ssize_t sent = SendBytes(connection, text, MSG_DONTWAIT);
+    if (sent < 0) return sent;
+    if (static_cast<std::size_t>(sent) == text.size()) {
+        const ByteStream *const stream = StreamOf(connection);
+        if (stream != nullptr) connection.hasRest.store(KeepsSome(*stream), std::memory_order_relaxed);
+        return sent;
+    }
     RecvBufferPtr rest(CreateRecvBuffer(static_cast<uint32_t>(text.size())));
     if (rest == nullptr) return sent; // as a send that a signal interrupted
     text.copy(rest->data, text.size());
     rest->length = static_cast<int32_t>(text.size());
-    connection.unsent = {rest.release(), static_cast<std::size_t>(sent)};
-    connection.hasRest.store(true, std::memory_order_relaxed);
+    KeepRest(connection, std::move(rest), sent);
     return static_cast<ssize_t>(text.size());
 }
 
-// On a fiber: no call waits, and while the program goes on nobody holds the lock.
+// On a fiber, or through a byte stream: no call waits, and while the program goes on nobody holds the lock.
 ssize_t SendInParts(Connection &connection, std::string_view text) {
     const uint64_t deadlineMs = MonotonicMs() + static_cast<uint64_t>(connection.replyLimitMs);
     ssize_t sent = SendPart(connection, text);
@@ -92,7 +132,7 @@ ssize_t SendInParts(Connection &connection, std::string_view text) {
            connection.hasRest.load(std::memory_order_relaxed)) {
         const uint64_t now = MonotonicMs();
         if (now >= deadlineMs || MustGiveUp()) break;
-        pollfd room = {connection.socket, POLLOUT, 0};
+        pollfd room = StreamWait(StreamOf(connection), connection.socket, RTSPTAP_STREAM_WRITING);
         WaitForSockets({&room, 1}, static_cast<int>(deadlineMs - now));
         if (sent < 0)
             sent = SendPart(connection, text);
@@ -105,7 +145,7 @@ ssize_t SendInParts(Connection &connection, std::string_view text) {
 } // namespace
 
 ssize_t SendWaiting(Connection &connection, std::string_view text) {
-    if (IsOnFiber()) return SendInParts(connection, text);
+    if (IsOnFiber() || StreamOf(connection) != nullptr) return SendInParts(connection, text);
     const ScopedLock lock(connection.sendLock);
     while (!SendLeft(connection, 0)) {
     }

@@ -30,6 +30,13 @@ bool SendRest(Connection &connection);
 // With the sendLock held, before something else is written without waiting: false while a text is unfinished.
 bool IsClear(Connection &connection);
 
+// With the sendLock held, and IsClear: sends without waiting, and keeps what the connection takes a part of, to be
+// finished before anything else. Through a byte stream; a plain socket has ways of its own.
+Sent WriteThrough(Connection &connection, const ByteStream &stream, std::span<const uint8_t> bytes);
+
+// Whether sending without waiting may get something out. A byte stream tells by sending only.
+bool TakesMore(const Connection &connection);
+
 // True when nothing at all can be said of the socket within the time: neither room nor a failure.
 bool StaysFull(int socket, int timeoutMs);
 

@@ -90,7 +90,7 @@ uint64_t DueMs(const Tending &tending) {
 // -1: nothing is due.
 int KeepAliveDueIn(const MediaSession &session) {
     const Connection &connection = session.connection;
-    if (connection.hasRest.load(std::memory_order_relaxed)) return kRestMs;
+    if (connection.hasRest.load(std::memory_order_relaxed) || WantsToWrite(StreamOf(connection))) return kRestMs;
     if (!IsKeptAlive(session) || IsClosed(connection)) return -1;
     const uint64_t due = DueMs(connection.tending);
     const uint64_t now = MonotonicMs();
@@ -102,7 +102,7 @@ int WaitFor(int dueInMs) { return dueInMs < 0 ? kIdleMs : dueInMs; }
 // How long to leave it now; 0 when it has gone out. It is noted first: a reader may have its reply at once.
 uint64_t SendKeepAlive(MediaSession &session) {
     Connection &connection = session.connection;
-    if (StaysFull(connection.socket, 0)) return kRetryMs;
+    if (!TakesMore(connection)) return kRetryMs;
     uint32_t cSeq = 0;
     RecvBufferPtr text = connection.tending.writeKeepAlive(session, cSeq);
     if (text == nullptr) return kNoSessionMs;
@@ -173,7 +173,10 @@ Served ServeConnection(StreamThread &thread, const Readiness &readiness) {
     const bool isUnread = std::exchange(session.connection.tending.isUnread, false);
     if (readiness.events == 0 && !graceIsOver && !isUnread) return Served::kNothingLeft;
     const int32_t socket = session.connection.socket;
-    if (ReadConnection(session)) return Served::kNothingLeft;
+    if (ReadConnection(session)) {
+        session.connection.tending.isUnread = HasPending(StreamOf(session.connection));
+        return Served::kNothingLeft;
+    }
     NoteClosed(session, socket);
     EndAllReaderWaits(session);
     return Served::kNothingLeft;

@@ -45,7 +45,10 @@ bool SendOrDrop(Connection &connection, std::span<const uint8_t> frame) {
     if (pthread_mutex_trylock(&connection.sendLock) != 0) return true;
     const ScopeExit unlock([&connection] { MutexUnlock(&connection.sendLock); });
     const int socket = connection.socket; // what connect(2) did to it is seen with it
-    return !IsClear(connection) || StaysFull(socket, 0) || SendFrame(socket, frame);
+    if (!IsClear(connection)) return true;
+    if (const ByteStream *const stream = FindByteStream(connection.streams, socket); stream != nullptr)
+        return WriteThrough(connection, *stream, frame) != Sent::kFailed;
+    return StaysFull(socket, 0) || SendFrame(socket, frame);
 }
 
 } // namespace

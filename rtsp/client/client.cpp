@@ -120,6 +120,7 @@ void ReleaseClient(RTSPClient *client) {
     ReleaseSdpFields(client->sdpFieldList);
     ReleaseSession(client->media);
     CloseSupersededSockets(*client);
+    ReleaseStreamWays(client->streams);
     for (Authentication *const credentials : {&client->authentication, &client->keepAlive.authentication})
         explicit_bzero(credentials->password, sizeof credentials->password);
     ForgetCredentials(client->credentials);

@@ -5,6 +5,7 @@
 
 #include "rtp/interleaved/connection.h"
 #include "rtp/media_session.h"
+#include "rtsp/client/byte_stream.h"
 #include "rtsp/client/keep_alive.h"
 #include "rtsp/message/authentication.h"
 #include "rtsp/message/credentials.h"
@@ -57,6 +58,7 @@ struct RTSPClient {
     int64_t silenceLimitMs = 3000;           // how long media may be missing after PLAY
     bool mayFallBack = false;                // the session under way: from UDP to TCP
     bool asksMulticast = false;              // the same: its streams are to come to groups
+    StreamWays streams;                      // between sockets and bytes
     char userAgent[128] = "Rtp Rtsp Client"; // of requests whose header list has none
 
     // ---- Exchanges ----

@@ -5,6 +5,7 @@
 #include "platform/text.h"
 #include "rtp/service_thread.h"
 #include "rtp/stream.h"
+#include "rtsp/client/byte_stream.h"
 #include "rtsp/client/client.h"
 #include "rtsp/client/connect.h"
 #include "rtsptap_extended.h"
@@ -45,23 +46,26 @@ void SendAtOnce(int socket) {
     setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
 }
 
-int32_t OpenConnection(const CallTrace &trace, RTSPClient &client, const Address &address, int32_t &descriptor) {
+int32_t OpenConnection(const CallTrace &trace, RTSPClient &client, const Address &address, NewConnection &made) {
     UniqueSocket connection(OpenStreamSocket());
     if (!connection.IsOpen())
         return trace.Fail(RTSP_SOCKET_FAILED, "EXIT : %s :RTSP Client socket creation failed\n");
     if (!ReserveSuperseded(client) ||
         !ConnectWithin(connection.Get(), address, static_cast<int>(client.connectLimitMs)))
         return trace.Fail(RTSP_CONNECT_FAILED, "EXIT : %s :Connection Error \n");
-    descriptor = connection.Release();
-    return RTSP_SUCCESS;
+    const int32_t result = OpenStream(trace, client, connection.Get(), made.stream);
+    if (result == RTSP_SUCCESS) made.socket = connection.Release();
+    return result;
 }
 
 // A thread that serves the old connection goes on with the new one.
-void AdoptSocket(RTSPClient &client, int32_t socket) {
+void AdoptSocket(RTSPClient &client, NewConnection made) {
+    const int32_t socket = made.socket;
     free(std::exchange(client.aggregateUrl, nullptr)); // the last server's: no other one hears of it
     SendAtOnce(socket);
     JoinEndedInterleavedThread(client.media);
     BeginConnection(client.media.connection);
+    if (made.stream) AddByteStream(client.media.connection.streams, std::move(made.stream));
     const int32_t earlier = client.media.connection.socket.exchange(socket);
     if (earlier >= 0) {
         client.supersededSockets[client.supersededCount++] = earlier;
@@ -73,12 +77,13 @@ void AdoptSocket(RTSPClient &client, int32_t socket) {
 
 } // namespace
 
-void rtsptap::BecomeConnected(RTSPClient &client, int32_t socket, const Address &address, HeapText requestUrl) {
+void rtsptap::BecomeConnected(RTSPClient &client, NewConnection connection, const Address &address,
+                              HeapText requestUrl) {
     free(std::exchange(client.requestUrl, requestUrl.release()));
     client.media.server.Set(address);
     client.media.mtuSize = kDefaultMtuSize;
     client.media.packetCounter = 1;
-    AdoptSocket(client, socket);
+    AdoptSocket(client, std::move(connection));
     client.connected = 1;
 }
 
@@ -102,7 +107,9 @@ int32_t RTSPClientConnect(intptr_t clientHandle, const char *serverIp, uint16_t 
     HeapText requestUrl = DuplicateText(url);
     if (!requestUrl) return trace.Fail(RTSP_NO_MEMORY, "EXIT : %s :Memory Allocation Failed\n");
     const Address address = ReadAddress(serverIp, serverPort);
-    int32_t connection = -1;
+    const StreamPlan plan = {.host = serverIp, .requestUrl = url};
+    if (const int32_t result = ChooseStream(trace, *client, plan); result != RTSP_SUCCESS) return result;
+    NewConnection connection;
     if (const int32_t result = OpenConnection(trace, *client, address, connection); result != RTSP_SUCCESS)
         return result;
 
@@ -110,7 +117,7 @@ int32_t RTSPClientConnect(intptr_t clientHandle, const char *serverIp, uint16_t 
     client->mtuCallBack = mtuCallBack;
     client->isOpened = false;
     client->media.dataProto = dataProto;
-    BecomeConnected(*client, connection, address, std::move(requestUrl));
+    BecomeConnected(*client, std::move(connection), address, std::move(requestUrl));
     return RTSP_SUCCESS;
 }
 

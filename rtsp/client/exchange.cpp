@@ -179,12 +179,14 @@ bool ThreadHandsOver(const MediaSession &media) {
     return (media.dataProto == DATA_PROTO_TCP && underWay) || ConnectionIsServed(media);
 }
 
-// Rules may find more than one reply in what is received, or a part of one. Without a socket nothing is waited for.
+// Rules, or a byte stream, may find more than one reply in what is received, or a part of one. Without a socket
+// nothing is waited for.
 bool ReadsAhead(const MediaSession &media) {
     constexpr Rule kRulesOfReading[] = {Rule::kFramedReplies, Rule::kLateReply, Rule::kProvisionalReply,
                                         Rule::kServerRequest};
     const auto isOn = [&media](Rule rule) { return media.dialect.IsOn(rule); };
-    return media.connection.socket >= 0 && (std::ranges::any_of(kRulesOfReading, isOn) || IsKeptAlive(media));
+    return media.connection.socket >= 0 && (std::ranges::any_of(kRulesOfReading, isOn) || IsKeptAlive(media) ||
+                                            StreamOf(media.connection) != nullptr);
 }
 
 // The next reply, or null with RTSP_RESPONSE_TIMEOUT or RTSP_NO_RESPONSE in `failure`.

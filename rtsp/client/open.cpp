@@ -21,6 +21,7 @@
 namespace rtsptap {
 
 void LeaveServer(RTSPClient &client) {
+    NoteStreamFailure(client);
     client.connected = 0;
     client.media.state = CLIENT_INIT_STATE;
     EndReceptions(client.media, RTSPTAP_CONNECTION_CLOSED);
@@ -36,15 +37,48 @@ void LeaveServer(RTSPClient &client) {
 
 namespace {
 
-constexpr uint16_t kRtspPort = 554;
+struct Scheme {
+    const char *name;
+    uint16_t port;
+    bool isSecure;
+    bool isTunnelled; // requests then name rtsp
+};
+
+constexpr Scheme kSchemes[] = {
+    {"rtsp", 554, false, false},
+    {"rtsps", 322, true, false}, // RFC 7826, 19
+    {"rtsph", 80, false, true},
+    {"rtspsh", 443, true, true},
+};
+
+struct Target : ServerUrl {
+    const Scheme *scheme = nullptr;
+};
+
 constexpr int kMostRedirects = 5;
 constexpr int64_t kOptionsLimitMs = 5000; // of a server that does not answer OPTIONS
 constexpr int32_t kVideoBufferBytes = 1 << 20;
 constexpr int32_t kAudioBufferBytes = 1 << 18;
 
+UrlFault ReadTarget(const char *text, Target &url) {
+    UrlFault fault = UrlFault::kOtherScheme;
+    for (const Scheme &scheme : kSchemes) {
+        if (fault != UrlFault::kOtherScheme) break;
+        url.scheme = &scheme;
+        fault = ReadServerUrl(text, scheme.name, scheme.port, url);
+    }
+    if (fault != UrlFault::kNone || !url.scheme->isTunnelled) return fault;
+    // As the server sees it: one of rtsp, on the port that it is reached by.
+    char *const request = url.request.get();
+    const std::size_t surplus = strlen(url.scheme->name) - strlen(kSchemes[0].name);
+    memmove(request + strlen(kSchemes[0].name), request + strlen(url.scheme->name),
+            strlen(request) + 1 - surplus - strlen(kSchemes[0].name));
+    return fault;
+}
+
 // Never the URL in a text: it may hold a password.
-int32_t ReadUrl(const CallTrace &trace, const char *text, ServerUrl &url) {
-    switch (ReadServerUrl(text, "rtsp", kRtspPort, url)) {
+int32_t ReadUrl(const CallTrace &trace, const char *text, Target &url) {
+    switch (ReadTarget(text, url)) {
     case UrlFault::kNone:
         return RTSP_SUCCESS;
     case UrlFault::kOtherScheme:
@@ -67,18 +101,25 @@ int32_t FailConnecting(const CallTrace &trace) {
 }
 
 // With the text of the address that answered, where it is asked for.
-int32_t Connect(const CallTrace &trace, RTSPClient &client, const ServerUrl &to, std::span<char> text = {}) {
+int32_t Connect(const CallTrace &trace, RTSPClient &client, const Target &to, std::span<char> text = {}) {
+    const StreamPlan plan = {to.host, to.request.get(), to.scheme->isSecure, to.scheme->isTunnelled};
+    if (const int32_t result = ChooseStream(trace, client, plan); result != RTSP_SUCCESS) return result;
     const AddressList addresses = FindAddresses(to.host, to.port);
     if (addresses.count == 0) return trace.Fail(RTSPTAP_HOST_NOT_FOUND, "EXIT : %s :The host has no address\n");
     HeapText requestUrl = DuplicateText(to.request.get());
     if (!requestUrl) return trace.Fail(RTSP_NO_MEMORY, "EXIT : %s :Memory Allocation Failed\n");
     Address address;
-    const int socket = ConnectToFirst(addresses, static_cast<int>(client.connectLimitMs), address);
-    if (socket < 0) return FailConnecting(trace);
+    UniqueSocket socket(ConnectToFirst(addresses, static_cast<int>(client.connectLimitMs), address));
+    if (!socket.IsOpen()) return FailConnecting(trace);
+    NewConnection made;
+    if (const int32_t result = OpenStream(trace, client, socket.Get(), made.stream); result != RTSP_SUCCESS)
+        return result;
+    made.socket = socket.Release();
     client.sessionName[0] = '\0';
     client.isOpened = true;
+    client.media.dataProto = KeepsToTcp(client) ? DATA_PROTO_TCP : DATA_PROTO_UDP;
     if (!text.empty()) WriteAddress(address, text);
-    BecomeConnected(client, socket, address, std::move(requestUrl));
+    BecomeConnected(client, std::move(made), address, std::move(requestUrl));
     return RTSP_SUCCESS;
 }
 
@@ -102,7 +143,7 @@ bool LeadsElsewhere(const RTSPClient &client, int32_t result) {
 
 // A server that refuses OPTIONS may describe all the same; what one that has not answered sends later would be
 // taken for another reply, so that connection is of no more use.
-int32_t Describe(const CallTrace &trace, RTSPClient &client, const ServerUrl &to) {
+int32_t Describe(const CallTrace &trace, RTSPClient &client, const Target &to) {
     int32_t result = Connect(trace, client, to);
     if (result != RTSP_SUCCESS) return result;
     result = AskOptions(client);
@@ -117,19 +158,21 @@ int32_t Describe(const CallTrace &trace, RTSPClient &client, const ServerUrl &to
     return result == RTSP_SUCCESS ? Ask(client, RTSPClientSendDescribeRequest) : result;
 }
 
-// To where the last reply points. What the program gave for one host is for no other (RFC 7235, 6.4).
-int32_t FollowRedirection(const CallTrace &trace, RTSPClient &client, ServerUrl &to) {
+// To where the last reply points. What the program gave for one host is for no other (RFC 7235, 6.4), and what was
+// to go through TLS goes nowhere in the clear.
+int32_t FollowRedirection(const CallTrace &trace, RTSPClient &client, Target &to) {
     const HeapText location = JoinUrl(to.request.get(), client.location);
     if (!location) return trace.Fail(RTSP_NO_MEMORY, "EXIT : %s :Memory Allocation Failed\n");
-    ServerUrl next;
+    Target next;
     if (const int32_t result = ReadUrl(trace, location.get(), next); result != RTSP_SUCCESS) return result;
-    if (!EqualIgnoringCase(next.host, to.host)) client.authentication.isWithheld = true;
+    const bool losesTls = to.scheme->isSecure && !next.scheme->isSecure;
+    if (losesTls || !EqualIgnoringCase(next.host, to.host)) client.authentication.isWithheld = true;
     LeaveServer(client);
     to = std::move(next);
     return RTSP_SUCCESS;
 }
 
-int32_t OpenUrl(const CallTrace &trace, RTSPClient &client, ServerUrl &to) {
+int32_t OpenUrl(const CallTrace &trace, RTSPClient &client, Target &to) {
     for (int redirects = 0;; ++redirects) {
         const int32_t result = Describe(trace, client, to);
         if (!LeadsElsewhere(client, result)) return result;
@@ -145,8 +188,7 @@ void UseDefaultBuffers(MediaSession &media) {
 }
 
 // The client has left whom it was connected to, and has the URL's credentials. Null with a `result` otherwise.
-RTSPClient *Prepare(const CallTrace &trace, intptr_t clientHandle, const char *url, ServerUrl &to,
-                    int32_t &result) {
+RTSPClient *Prepare(const CallTrace &trace, intptr_t clientHandle, const char *url, Target &to, int32_t &result) {
     RTSPClient *const client = LiveClient(clientHandle);
     result = RTSP_INVALID_ARGUMENT;
     if (client == nullptr || url == nullptr) {
@@ -157,7 +199,6 @@ RTSPClient *Prepare(const CallTrace &trace, intptr_t clientHandle, const char *u
     ReleaseRetiredStreams(client->media);
     LeaveServer(*client);
     UseDefaultBuffers(client->media);
-    client->media.dataProto = DATA_PROTO_UDP;
     client->authentication.isWithheld = false;
     if (to.hasUser) StoreCredentials(client->credentials, to.user, to.password);
     explicit_bzero(to.password, sizeof to.password);
@@ -171,7 +212,7 @@ using namespace rtsptap;
 
 int32_t RTSPTapOpen(intptr_t clientHandle, const char *url) {
     const ClientTrace trace(__func__, clientHandle);
-    ServerUrl to;
+    Target to;
     int32_t result = RTSP_SUCCESS;
     RTSPClient *const client = Prepare(trace, clientHandle, url, to, result);
     if (client == nullptr) return result;
@@ -183,7 +224,7 @@ int32_t RTSPTapOpen(intptr_t clientHandle, const char *url) {
 int32_t RTSPTapConnect(intptr_t clientHandle, const char *url, char *address) {
     constexpr std::size_t kAddressBytes = 64;
     const ClientTrace trace(__func__, clientHandle);
-    ServerUrl to;
+    Target to;
     int32_t result = RTSP_SUCCESS;
     RTSPClient *const client = Prepare(trace, clientHandle, url, to, result);
     if (client == nullptr) return result;

@@ -27,6 +27,9 @@ template <auto field> std::span<char> TextOfGroups(RTSPClient &client) { return 
 std::span<char> ListenAddress(RTSPClient &client) { return client.media.listenAddress; }
 int64_t GetBasicAllowed(const RTSPClient &client) { return client.credentials.allowsBasic ? 1 : 0; }
 void SetBasicAllowed(RTSPClient &client, int64_t value) { client.credentials.allowsBasic = value == 1; }
+std::span<char> StreamFailure(RTSPClient &client) { return client.streams.failure; }
+int64_t GetHttpTunnel(const RTSPClient &client) { return client.streams.throughHttp ? 1 : 0; }
+void SetHttpTunnel(RTSPClient &client, int64_t value) { client.streams.throughHttp = value == 1; }
 std::span<char> ChallengeText(RTSPClient &client) { return client.credentials.asked; }
 
 int64_t GetDialect(const RTSPClient &client) { return client.media.dialect.Chosen(); }
@@ -104,6 +107,10 @@ constexpr Option kOptions[] = {
      GetOfMedia<&MediaSession::threads>, ThroughMedia<SetThreads>},
     {RTSPTAP_OPTION_CHALLENGE, "what a 401 asked for", "bytes", 0, sizeof Credentials::asked - 1, 0,
      Settable::kNever, nullptr, nullptr, ChallengeText, ""},
+    {RTSPTAP_OPTION_HTTP_TUNNEL, "tunnel through HTTP", "", 0, 1, 0, Settable::kUntilConnected, GetHttpTunnel,
+     SetHttpTunnel},
+    {RTSPTAP_OPTION_STREAM_FAILURE, "why the byte stream failed", "bytes", 0, sizeof StreamWays::failure - 1, 0,
+     Settable::kNever, nullptr, nullptr, StreamFailure, ""},
 };
 
 } // namespace

@@ -47,6 +47,8 @@ void ChooseTransport(RTSPClient &client) {
     int64_t wanted = client.transport;
     if (wanted == RTSPTAP_TRANSPORT_DEFAULT && client.media.dataProto == DATA_PROTO_TCP)
         wanted = RTSPTAP_TRANSPORT_TCP;
+    // Datagrams would be in the clear, or not get through.
+    if (wanted == RTSPTAP_TRANSPORT_AUTOMATIC && KeepsToTcp(client)) wanted = RTSPTAP_TRANSPORT_TCP;
     client.mayFallBack =
         wanted == RTSPTAP_TRANSPORT_AUTOMATIC || (wanted == RTSPTAP_TRANSPORT_DEFAULT && client.isOpened);
     client.asksMulticast = wanted == RTSPTAP_TRANSPORT_MULTICAST;
@@ -152,14 +154,19 @@ int32_t BeginAfresh(const CallTrace &trace, RTSPClient &client) {
     server.items[0] = client.media.server.Get();
     Address connected;
     HeapText url = DuplicateText(client.requestUrl);
-    const int socket = url ? ConnectToFirst(server, static_cast<int>(client.connectLimitMs), connected) : -1;
-    if (socket < 0) {
+    UniqueSocket socket(url ? ConnectToFirst(server, static_cast<int>(client.connectLimitMs), connected) : -1);
+    if (!socket.IsOpen()) {
         LeaveServer(client);
         return trace.Fail(url ? RTSP_CONNECT_FAILED : RTSP_NO_MEMORY, "EXIT : %s :Connection Error \n");
     }
+    NewConnection made{.socket = socket.Get()};
+    if (const int32_t result = OpenStream(trace, client, made.socket, made.stream); result != RTSP_SUCCESS) {
+        LeaveServer(client);
+        return result;
+    }
     HeapText aggregate(std::exchange(client.aggregateUrl, nullptr)); // the server is the same one
     client.media.dataProto = DATA_PROTO_TCP;
-    BecomeConnected(client, socket, connected, std::move(url));
+    BecomeConnected(client, {socket.Release(), std::move(made.stream)}, connected, std::move(url));
     client.aggregateUrl = aggregate.release();
     return SetUpWanted(trace, client);
 }
