@@ -354,7 +354,7 @@ std::string OptionsAsTable() {
             table << option.textByDefault;
         else
             table << option.byDefault;
-        constexpr const char *kUntil[] = {"only told", "connecting", "any time"};
+        constexpr const char *kUntil[] = {"only told", "connecting", "reception", "any time"};
         table << " | " << kUntil[static_cast<int>(option.until)] << " |\n";
     }
     return table.str();
