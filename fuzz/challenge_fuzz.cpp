@@ -52,7 +52,10 @@ void AnswerByItself(const ResponseMsg &response) {
     StoreCredentials(credentials, "u\"\\", "p");
     NoteWhatIsAsked(credentials, response);
     fuzz::Require(!HasControlCharacter(credentials.asked));
-    for (int answers = 0; TakeChallenge(credentials, {response, kUrl, answers > 0, answers}) == Verdict::kAnswer;
+    Dialect tolerant;
+    tolerant.Choose(RTSPTAP_DIALECT_TOLERANT);
+    for (int answers = 0;
+         TakeChallenge(credentials, {response, kUrl, answers > 0, answers, tolerant}) == Verdict::kAnswer;
          ++answers) {
         fuzz::Require(answers < 2 && IsAnswering(credentials, kUrl));
         const HeapText value = AuthorizationFor(credentials, {kUrl, "PLAY", kUrl, ""});
