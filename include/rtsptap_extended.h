@@ -66,6 +66,9 @@ enum RTSPTapResult {
     RTSPTAP_HAS_THREADS = -122,        /* threads of the library receive for the client: RTSPTAP_OPTION_THREADS */
     RTSPTAP_IN_GROUP = -123,           /* the client is in a group already */
     RTSPTAP_NOT_IN_GROUP = -124,       /* the client is not in the group */
+    RTSPTAP_BUSY = -126,               /* an operation of the client is pending: see RTSPTapProgress */
+    RTSPTAP_NONE_BEGUN = -127,         /* RTSPTapProgress, and no operation of the client was begun */
+    RTSPTAP_PENDING = 1,               /* no failure: RTSPTapProgress has not come to the end */
 
     /* The byte stream under RTSP. RTSPTAP_OPTION_STREAM_FAILURE has more in words. */
     RTSPTAP_NO_TLS = -130,              /* an URL of rtsps, and nothing is set that makes such connections */
@@ -735,10 +738,12 @@ RTSPTAP_API int32_t RTSPTapFreePackets(intptr_t clientHandle, int32_t stream, RT
                                        int32_t count);
 
 /**
- * Ends the waits of RTSPTapTakePackets: on each stream that the client has now the call under way gives
+ * Ends waits. Of RTSPTapTakePackets: on each stream that the client has now the call under way gives
  * RTSPTAP_INTERRUPTED within 50 milliseconds; where none is under way the next one does, at once. So an
  * interruption just before a wait is not lost. Several before a stream's reader has been told count as one. Packets
- * stay queued: the call after that takes them.
+ * stay queued: the call after that takes them. A RTSPTapStart that waits for a first packet gives
+ * RTSPTAP_INTERRUPTED, too, and the session plays. An operation that is pending is given up by the next
+ * RTSPTapProgress.
  *
  * Any thread and, for a live client, any signal handler: it only writes a number.
  *
@@ -977,6 +982,78 @@ typedef struct RTSPTapStreamStatistics {
  */
 RTSPTAP_API int32_t RTSPTapGetStreamStatistics(intptr_t clientHandle, int32_t stream,
                                                RTSPTapStreamStatistics *statistics);
+/* ---- operations that do not block ----
+ *
+ * What RTSPTapOpen, RTSPTapSetup, RTSPTapStart and the like do in one call that waits, in calls that never do: for a
+ * program that has one thread for many cameras, of which some are dead. An operation is begun, and then
+ * RTSPTapProgress takes it as far as it goes, again and again, until it gives the result:
+ *
+ *     int32_t result = RTSPTapBeginOpen(client, "rtsp://camera.local/stream1");
+ *     while (result == 0 && (result = RTSPTapProgress(client)) == RTSPTAP_PENDING) ... do other things
+ *     if (result == 0) ... it is open
+ *
+ * One operation of a client at a time. While it is pending the client's other methods give RTSPTAP_BUSY: whatever
+ * sends a request, connects, or changes over to another transport. Its queries, its options and its packets are to
+ * be had as ever; another client is not concerned. It may go on in another thread than it was begun in, as
+ * long as the calls for the client come one after the other. It is run in the calls of this section, on a stack of
+ * its own of 1 MiB: printers, GenerateDigestResponse and RTSPTapComputeDigest are called there.
+ *
+ * Nothing blocks: neither connecting, nor a server that answers byte by byte or reads nothing, nor a name server; a
+ * name is asked for by a thread of the library of its own, also where RTSPTAP_OPTION_CONNECT_LIMIT ends the wait for
+ * it, which it does here. Limits are those of the same call without Begin, and are looked at when RTSPTapProgress is
+ * called. Ending receive threads (TEARDOWN, Destroy) takes the moment that they need to see it.
+ *
+ * RTSPTapInterrupt gives an operation up; RTSPClientDestroy does it, too, and waits for nothing.
+ */
+
+/**
+ * Begins what RTSPTapOpen does.
+ *
+ * @param url  copied
+ * @return 0 it is begun, whatever becomes of it; RTSP_INVALID_ARGUMENT bad handle or null; RTSPTAP_BUSY; RTSP_NO_MEMORY
+ */
+RTSPTAP_API int32_t RTSPTapBeginOpen(intptr_t clientHandle, const char *url);
+
+/**
+ * Begins what RTSPTapSetup does.
+ *
+ * @return as RTSPTapBeginOpen
+ */
+RTSPTAP_API int32_t RTSPTapBeginSetup(intptr_t clientHandle, int32_t streamNumber);
+
+/**
+ * Begins what RTSPTapStart does: SETUP of all streams if none is set up, PLAY, the wait for a first packet, and the
+ * change to TCP where none comes.
+ *
+ * @param request  copied with its range; a header list must live until the end. Null: a record of zeros
+ * @param reply    filled before the end, and must live until then; null: not wanted
+ * @return as RTSPTapBeginOpen
+ */
+RTSPTAP_API int32_t RTSPTapBeginPlay(intptr_t clientHandle, const RTSPTapPlayRequest *request,
+                                     RTSPTapPlayReply *reply);
+
+/**
+ * Begins what RTSPClientSendPauseRequest does, of all streams.
+ *
+ * @return as RTSPTapBeginOpen
+ */
+RTSPTAP_API int32_t RTSPTapBeginPause(intptr_t clientHandle);
+
+/**
+ * Begins what RTSPTapTeardown does.
+ *
+ * @return as RTSPTapBeginOpen
+ */
+RTSPTAP_API int32_t RTSPTapBeginTeardown(intptr_t clientHandle);
+
+/**
+ * Takes the operation of a client that was begun last as far as it goes without waiting. When the end has been
+ * reached every further call tells the result again, until the next operation is begun.
+ *
+ * @return RTSPTAP_PENDING; 0 done; RTSPTAP_INTERRUPTED given up; what the same call without Begin gives;
+ *         RTSPTAP_NONE_BEGUN; RTSP_INVALID_ARGUMENT bad handle
+ */
+RTSPTAP_API int32_t RTSPTapProgress(intptr_t clientHandle);
 
 /* ---- passwords ---- */
 

@@ -1,16 +1,25 @@
 #include "platform/connecting.h"
 
+#include "platform/fiber.h"
+#include "platform/printers.h"
 #include "platform/system.h"
+#include "platform/text.h"
 #include "platform/waiting.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <memory>
 #include <netdb.h>
 #include <netinet/in.h>
+#include <new>
 #include <poll.h>
 #include <span>
+#include <sys/eventfd.h>
+#include <unistd.h>
+#include <utility>
 
 namespace rtsptap {
 namespace {
@@ -27,23 +36,89 @@ void TakeFamiliesInTurn(std::span<Address> addresses) {
     }
 }
 
-} // namespace
+struct AnswerDeleter {
+    void operator()(addrinfo *answer) const { freeaddrinfo(answer); }
+};
+using Answer = std::unique_ptr<addrinfo, AnswerDeleter>;
 
-AddressList FindAddresses(const char *host, uint16_t port) {
+// Null: no address.
+Answer AskResolver(const char *host, int flags) {
     addrinfo hints = {};
+    hints.ai_flags = flags;
     hints.ai_family = AF_UNSPEC;
     hints.ai_socktype = SOCK_STREAM;
     addrinfo *found = nullptr;
+    return Answer(getaddrinfo(host, nullptr, &hints, &found) == 0 ? found : nullptr);
+}
+
+// ---- a name that a fiber asks for ----
+
+// Of who asks and of the thread that does it: the one that lets go last frees it, as no resolver can be called off.
+struct Question {
+    ~Question() {
+        if (answered >= 0) close(answered);
+    }
+    std::atomic<int> owners{2};
+    HeapText host;
+    int answered = -1;                  // eventfd, readable then
+    std::atomic<bool> hasAnswer{false}; // written by the thread, behind the next
+    Answer answer;
+};
+
+struct LetGo {
+    void operator()(Question *question) const {
+        if (question->owners.fetch_sub(1, std::memory_order_acq_rel) == 1) delete question;
+    }
+};
+using SharedQuestion = std::unique_ptr<Question, LetGo>;
+
+extern "C" {
+static void *AnswerQuestion(void *argument) {
+    const SharedQuestion question(static_cast<Question *>(argument));
+    const uint64_t one = 1;
+    question->answer = AskResolver(question->host.get(), 0);
+    question->hasAnswer.store(true, std::memory_order_release);
+    if (write(question->answered, &one, sizeof one) < 0)
+        DebugPrint(kDebugEntry, "\tthe answer is not waited for\n");
+    return nullptr;
+}
+}
+
+SharedQuestion Ask(const char *host) {
+    std::unique_ptr<Question> question(new (std::nothrow) Question);
+    if (question == nullptr) return nullptr;
+    question->host = DuplicateText(host);
+    question->answered = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    pthread_t thread = {};
+    const bool isAsked = question->host != nullptr && question->answered >= 0 &&
+                         StartLibraryThread(thread, AnswerQuestion, question.get());
+    if (!isAsked) return nullptr;
+    ThreadDetach(thread);
+    return SharedQuestion(question.release());
+}
+
+// An address as text is known at once.
+Answer AskOnFiber(const char *host, int limitMs) {
+    if (Answer known = AskResolver(host, AI_NUMERICHOST)) return known;
+    const SharedQuestion question = MustGiveUp() ? nullptr : Ask(host);
+    if (question == nullptr) return nullptr;
+    pollfd answered = {question->answered, POLLIN, 0};
+    WaitForSockets({&answered, 1}, limitMs == 0 ? -1 : limitMs);
+    return question->hasAnswer.load(std::memory_order_acquire) ? std::move(question->answer) : nullptr;
+}
+
+} // namespace
+
+AddressList FindAddresses(const char *host, uint16_t port, int limitMs) {
     AddressList list;
-    if (getaddrinfo(host, nullptr, &hints, &found) != 0) return list;
-    for (const addrinfo *at = found; at != nullptr && list.count < kMostAddresses; at = at->ai_next) {
+    const Answer answer = IsOnFiber() ? AskOnFiber(host, limitMs) : AskResolver(host, 0);
+    for (const addrinfo *at = answer.get(); at != nullptr && list.count < kMostAddresses; at = at->ai_next) {
         if (at->ai_family != AF_INET && at->ai_family != AF_INET6) continue;
         Address address;
         address.length = at->ai_addrlen;
         std::memcpy(&address.storage, at->ai_addr, at->ai_addrlen);
         list.items[list.count++] = WithPort(address, port);
     }
-    freeaddrinfo(found);
     TakeFamiliesInTurn({list.items.data(), list.count});
     return list;
 }
@@ -52,6 +127,8 @@ namespace {
 
 constexpr uint64_t kAttemptDelayMs = 250; // RFC 8305, 8
 constexpr uint64_t kNever = UINT64_MAX;
+
+static_assert(kMostAddresses <= kMostAwaited);
 
 // Attempts under way, by the place of their address; closed unless one is taken out.
 struct Attempts {

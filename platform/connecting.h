@@ -18,8 +18,8 @@ struct AddressList {
 
 // The addresses of a name, or of an address as text, in the order in which they are to be tried: the system's, but
 // with the families in turn. Empty when there is none. Takes as long as the system's resolver does, which nobody
-// can interrupt.
-AddressList FindAddresses(const char *host, uint16_t port);
+// can interrupt. On a fiber a thread asks the resolver, and is left to itself after `limitMs`; 0: no limit.
+AddressList FindAddresses(const char *host, uint16_t port, int limitMs = 0);
 
 // Tries one after the other, each some time after the one before or as soon as that has failed, until one is
 // connected; gives up all others. The socket, which blocks, or -1 with errno. At most `limitMs`, which signals do

@@ -35,8 +35,8 @@ private:
     const intptr_t before_;
 };
 
-// The same, out of line, until it is set again: where a call may go on in another thread than it began in, a place in
-// the thread that the compiler remembers would be the wrong one. Returns what it was.
+// The same, out of line, until it is set again: where a call may go on in another thread than it began in, a place
+// in the thread that the compiler remembers would be the wrong one. Returns what it was.
 intptr_t SetPrintsFor(intptr_t clientHandle);
 
 // What happens to packets and connections: printed without a prefix.

@@ -15,6 +15,7 @@
 
 namespace rtsptap {
 
+struct Fiber;
 struct ReceiveRing;
 struct RTSPStreamInfo;
 
@@ -57,6 +58,7 @@ struct MediaSession {
     // ---- Application thread ----
     int64_t threads = 1;              // 0: none of the library's; the program's own calls receive
     LoopPlace loop;                   // of a session without threads
+    Fiber *pending = nullptr;         // of the operation under way that the program does not wait for; null: none
     MulticastWays multicast;          // how groups are joined
     char listenAddress[64] = {};      // of streams without RTSP: a group, or one of ours; empty: every one of IPv4
     int64_t receiveBuffer = 0;        // bytes asked for each RTP socket; 0: what its kind has by default

@@ -7,6 +7,7 @@
 #include "rtp/media_session.h"
 #include "rtp/stream.h"
 #include "rtsp/client/exchange.h"
+#include "rtsp/client/progress.h"
 #include "rtsp/message/request.h"
 
 #include <cstdlib>
@@ -159,6 +160,7 @@ int32_t RTSPClientDestroy(intptr_t clientHandle) {
     auto *const client = reinterpret_cast<RTSPClient *>(clientHandle);
     // Unlinked first: from here on no other call finds the client.
     if (!UnlinkClient(client)) return trace.Fail(RTSP_NO_SUCH_CLIENT, "EXIT : %s :No such client found\n");
+    AbandonOperation(*client);
     CloseConnectionAndStreams(client->media);
     DebugPrint(kDebugEntry, "\tFreeing Client Memory \n");
     ReleaseClient(client);

@@ -22,7 +22,9 @@ inline constexpr int64_t kFirstCommonPort = 2000; // local UDP ports that all cl
 inline constexpr int64_t kLastCommonPort = 59999;
 
 inline constexpr std::size_t kSessionIdLength = 32;
+inline constexpr int64_t kNoReplyCap = INT64_MAX;
 
+struct Operation; // progress.cpp
 struct RequestMsg;
 struct ResponseMsg;
 struct SDPField;
@@ -51,6 +53,7 @@ struct RTSPClient {
     int64_t connectLimitMs = 0;             // 0: the system's
     int64_t replyLimitMs = kReplyTimeoutMs; // of every method
     int64_t teardownLimitMs = 0;            // of TEARDOWN; 0: as the others
+    int64_t replyCapMs = kNoReplyCap;       // meanwhile no limit of a reply is longer
     int64_t firstPort = kFirstCommonPort;   // local UDP ports: these two stand for the counting of all clients
     int64_t lastPort = kLastCommonPort;
     int64_t lastPortTaken = 0; // within ports of the client's own
@@ -68,6 +71,9 @@ struct RTSPClient {
     RecvBuffer *lastReply = nullptr;    // owned: raw first reply of the last exchange; null when none came
     int32_t lastStatus = 0;             // of the last reply that was classified
     char *location = nullptr;           // owned, free(): where the last redirection led; null: it did not say
+
+    Operation *operation = nullptr;               // owned: the pending one; null: none is
+    int32_t operationResult = RTSPTAP_NONE_BEGUN; // of the last one
 
     KeepAlive keepAlive; // has groups of its own
 

@@ -8,6 +8,7 @@
 #include "rtsp/client/byte_stream.h"
 #include "rtsp/client/client.h"
 #include "rtsp/client/connect.h"
+#include "rtsp/client/progress.h"
 #include "rtsptap_extended.h"
 
 #include <cstdio>
@@ -99,6 +100,7 @@ int32_t RTSPClientConnect(intptr_t clientHandle, const char *serverIp, uint16_t 
         return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s: Invalid input argument\n");
     RTSPClient *const client = LiveClient(clientHandle);
     if (client == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid client handle\n");
+    if (const int32_t result = RefuseWhilePending(trace, *client); result != RTSP_SUCCESS) return result;
     if (client->media.audioBufferSize < 1 || client->media.videoBufferSize < 1)
         return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s : Please set Audio and Video buffer sizes\n");
 
@@ -127,6 +129,7 @@ int32_t RTSPTapSetDataProto(intptr_t clientHandle, uint32_t dataProto) {
         return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid input argument\n");
     RTSPClient *const client = LiveClient(clientHandle);
     if (client == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid client handle\n");
+    if (const int32_t result = RefuseWhilePending(trace, *client); result != RTSP_SUCCESS) return result;
     if (client->connected != 1)
         return trace.Fail(RTSP_NOT_CONNECTED, "EXIT : %s :Client is created but is not connected to server\n");
     if (client->media.state >= CLIENT_READY_STATE)

@@ -9,6 +9,7 @@
 #include "rtp/media_session.h"
 #include "rtp/stream.h"
 #include "rtsp/client/client.h"
+#include "rtsp/client/progress.h"
 #include "rtsp/message/authentication.h"
 #include "rtsp/message/header_list.h"
 #include "rtsp/message/methods.h"
@@ -110,7 +111,7 @@ uint32_t SequenceNumber(const RequestMsg &request) {
 int ReplyLimit(const Exchange &exchange) {
     const RTSPClient &client = *exchange.client;
     const bool hasItsOwn = exchange.method.method == RTSP_TEARDOWN && client.teardownLimitMs > 0;
-    return static_cast<int>(hasItsOwn ? client.teardownLimitMs : client.replyLimitMs);
+    return static_cast<int>(std::min(hasItsOwn ? client.teardownLimitMs : client.replyLimitMs, client.replyCapMs));
 }
 
 } // namespace
@@ -305,7 +306,9 @@ int32_t CheckArguments(Exchange &exchange, bool streamNumberIsValid) {
     exchange.client = LiveClient(exchange.arguments.clientHandle);
     if (exchange.client == nullptr)
         return exchange.trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid client handle\n");
-    return RTSP_SUCCESS;
+    const int32_t result = RefuseWhilePending(exchange.trace, *exchange.client);
+    if (result != RTSP_SUCCESS) exchange.client = nullptr; // what it holds is the pending operation's
+    return result;
 }
 
 } // namespace

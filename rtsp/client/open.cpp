@@ -9,6 +9,7 @@
 #include "rtp/stream.h"
 #include "rtsp/client/client.h"
 #include "rtsp/client/connect.h"
+#include "rtsp/client/progress.h"
 #include "rtsptap_extended.h"
 
 #include <algorithm>
@@ -104,7 +105,7 @@ int32_t FailConnecting(const CallTrace &trace) {
 int32_t Connect(const CallTrace &trace, RTSPClient &client, const Target &to, std::span<char> text = {}) {
     const StreamPlan plan = {to.host, to.request.get(), to.scheme->isSecure, to.scheme->isTunnelled};
     if (const int32_t result = ChooseStream(trace, client, plan); result != RTSP_SUCCESS) return result;
-    const AddressList addresses = FindAddresses(to.host, to.port);
+    const AddressList addresses = FindAddresses(to.host, to.port, static_cast<int>(client.connectLimitMs));
     if (addresses.count == 0) return trace.Fail(RTSPTAP_HOST_NOT_FOUND, "EXIT : %s :The host has no address\n");
     HeapText requestUrl = DuplicateText(to.request.get());
     if (!requestUrl) return trace.Fail(RTSP_NO_MEMORY, "EXIT : %s :Memory Allocation Failed\n");
@@ -130,8 +131,8 @@ int32_t Ask(RTSPClient &client, Method method) {
 }
 
 int32_t AskOptions(RTSPClient &client) {
-    const int64_t limitMs = std::exchange(client.replyLimitMs, std::min(client.replyLimitMs, kOptionsLimitMs));
-    const ScopeExit restore([&client, limitMs] { client.replyLimitMs = limitMs; });
+    client.replyCapMs = kOptionsLimitMs;
+    const ScopeExit restore([&client] { client.replyCapMs = kNoReplyCap; });
     return Ask(client, RTSPClientSendOptionsRequest);
 }
 
@@ -195,6 +196,7 @@ RTSPClient *Prepare(const CallTrace &trace, intptr_t clientHandle, const char *u
         trace.Fail(result, "EXIT : %s :Invalid input argument\n");
         return nullptr;
     }
+    if (result = RefuseWhilePending(trace, *client); result != RTSP_SUCCESS) return nullptr;
     if (result = ReadUrl(trace, url, to); result != RTSP_SUCCESS) return nullptr;
     ReleaseRetiredStreams(client->media);
     LeaveServer(*client);

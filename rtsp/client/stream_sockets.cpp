@@ -3,6 +3,7 @@
 #include "platform/address.h"
 #include "platform/system.h"
 #include "platform/text.h"
+#include "platform/waiting.h"
 #include "rtp/media_session.h"
 #include "rtp/stream.h"
 #include "rtsp/client/client.h"
@@ -28,12 +29,15 @@ bool BindToPort(int socket, uint32_t port, const Address &server) {
     return port <= UINT16_MAX && BindTo(socket, AnyAddress(static_cast<uint16_t>(port), server));
 }
 
-void BindToNextFreePort(int socket, const Address &server) {
+// On a fiber, where nothing may block, all are tried once: false when none is free.
+bool BindToNextFreePort(int socket, const Address &server) {
     for (uint32_t attempts = 1;; ++attempts) {
         const uint32_t next = uint32_t{gblClientRtspUdpPort} + kPortStep;
         gblClientRtspUdpPort = static_cast<uint16_t>(next > kLastPort ? kFirstPort : next);
-        if (BindToPort(socket, gblClientRtspUdpPort, server)) return;
-        if (attempts % kPortsPerRound == 0) MSecDelay(kRoundSleepMs);
+        if (BindToPort(socket, gblClientRtspUdpPort, server)) return true;
+        if (attempts % kPortsPerRound != 0) continue;
+        if (IsOnFiber()) return false;
+        MSecDelay(kRoundSleepMs);
     }
 }
 
@@ -46,7 +50,8 @@ void UseRtpPort(Exchange &exchange, int socket, uint16_t port) {
 
 int32_t BindRtp(Exchange &exchange, int socket) {
     if (exchange.setup->userClientPort == 0) {
-        BindToNextFreePort(socket, ServerOf(exchange));
+        if (!BindToNextFreePort(socket, ServerOf(exchange)))
+            return exchange.trace.Fail(RTSP_SOCKET_FAILED, "EXIT : %s :No port is free\n");
     } else {
         gblClientRtspUdpPort = exchange.setup->userClientPort;
         if (!BindToPort(socket, exchange.setup->userClientPort, ServerOf(exchange)))

@@ -11,6 +11,7 @@
 #include "rtsp/client/client.h"
 #include "rtsp/client/connect.h"
 #include "rtsp/client/exchange.h"
+#include "rtsp/client/progress.h"
 #include "rtsp/client/stream_sockets.h"
 #include "rtsptap_extended.h"
 
@@ -28,17 +29,16 @@ constexpr uint32_t kNoChannel = 256;      // no frame has it
 
 intptr_t HandleOf(const RTSPClient &client) { return reinterpret_cast<intptr_t>(&client); }
 
-// Meanwhile a limit of the client's is no longer than that.
-class ShorterLimit {
+// Meanwhile no reply is waited for longer than a session that is left.
+class PartingLimit {
 public:
-    ShorterLimit(int64_t &limit, int64_t limitMs) : limit_(limit), before_(std::exchange(limit, limitMs)) {}
-    ~ShorterLimit() { limit_ = before_; }
-    ShorterLimit(const ShorterLimit &) = delete;
-    ShorterLimit &operator=(const ShorterLimit &) = delete;
+    explicit PartingLimit(RTSPClient &client) : client_(client) { client.replyCapMs = kPartingLimitMs; }
+    ~PartingLimit() { client_.replyCapMs = kNoReplyCap; }
+    PartingLimit(const PartingLimit &) = delete;
+    PartingLimit &operator=(const PartingLimit &) = delete;
 
 private:
-    int64_t &limit_;
-    const int64_t before_;
+    RTSPClient &client_;
 };
 
 // ---- streams, one after the other ----
@@ -106,7 +106,7 @@ void CloseDatagramSockets(const MediaSession &media) {
 int32_t ChangeWithinSession(const CallTrace &trace, RTSPClient &client) {
     MediaSession &media = client.media;
     if (media.state == CLIENT_PLAYING_STATE) {
-        const ShorterLimit limit(client.replyLimitMs, std::min(client.replyLimitMs, kPartingLimitMs));
+        const PartingLimit limit(client);
         const int32_t result = RTSPClientSendPauseRequest(HandleOf(client), 0, 0, nullptr, nullptr);
         if (result != RTSP_SUCCESS || media.state != CLIENT_PAUSE_STATE) return RTSP_INVALID_STATE;
     }
@@ -136,8 +136,7 @@ constexpr MethodDescriptor kParting{
 // TEARDOWN, whatever the server says to it. The streams stay as they are described.
 void LeaveSession(RTSPClient &client) {
     if (client.media.state >= CLIENT_READY_STATE) {
-        const int64_t own = client.teardownLimitMs > 0 ? client.teardownLimitMs : client.replyLimitMs;
-        const ShorterLimit limit(client.teardownLimitMs, std::min(own, kPartingLimitMs));
+        const PartingLimit limit(client);
         Exchange exchange(kParting, {.clientHandle = HandleOf(client)});
         RunExchange(exchange);
     }
@@ -196,16 +195,19 @@ bool IsFaultOfTransport(const RTSPClient &client, int32_t result) {
 
 // ---- the first packet ----
 
-// False when none comes in time.
-bool Hears(RTSPClient &client, uint32_t packetsBefore) {
+// 0; RTSPTAP_NO_MEDIA when none comes in time; RTSPTAP_INTERRUPTED.
+int32_t Listen(const CallTrace &trace, RTSPClient &client, uint32_t packetsBefore) {
+    const uint32_t interruptsBefore = client.media.interrupts;
     const uint64_t deadlineMs = MonotonicMs() + static_cast<uint64_t>(client.silenceLimitMs);
     while (client.media.packetCounter == packetsBefore) {
-        if (MonotonicMs() >= deadlineMs) return false;
+        if (client.media.interrupts != interruptsBefore || MustGiveUp())
+            return trace.Fail(RTSPTAP_INTERRUPTED, "EXIT : %s :Interrupted\n");
+        if (MonotonicMs() >= deadlineMs) return trace.Fail(RTSPTAP_NO_MEDIA, "EXIT : %s :No packet comes\n");
         const bool servesToo = IsThreadless(client.media);
         if (!servesToo || IsOnFiber()) WaitMs(kLookMs);
         if (servesToo) ServeSession(client.media, IsOnFiber() ? 0 : kLookMs);
     }
-    return true;
+    return RTSP_SUCCESS;
 }
 
 int32_t PlayAndListen(const CallTrace &trace, RTSPClient &client, const RTSPTapPlayRequest *request,
@@ -213,8 +215,7 @@ int32_t PlayAndListen(const CallTrace &trace, RTSPClient &client, const RTSPTapP
     const uint32_t packetsBefore = client.media.packetCounter;
     if (const int32_t result = RTSPTapPlay(HandleOf(client), 0, request, reply); result != RTSP_SUCCESS)
         return result;
-    if (client.silenceLimitMs == 0 || Hears(client, packetsBefore)) return RTSP_SUCCESS;
-    return trace.Fail(RTSPTAP_NO_MEDIA, "EXIT : %s :No packet comes\n");
+    return client.silenceLimitMs != 0 ? Listen(trace, client, packetsBefore) : RTSP_SUCCESS;
 }
 
 } // namespace
@@ -227,6 +228,7 @@ int32_t RTSPTapSetup(intptr_t clientHandle, int32_t streamNumber) {
     RTSPClient *const client = LiveClient(clientHandle);
     if (client == nullptr || streamNumber < 0)
         return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid input argument\n");
+    if (const int32_t result = RefuseWhilePending(trace, *client); result != RTSP_SUCCESS) return result;
     if (client->connected != 1)
         return trace.Fail(RTSP_NOT_CONNECTED, "EXIT : %s :Client is created but is not connected to server\n");
     if (streamNumber > client->media.streamCount)
@@ -244,6 +246,7 @@ int32_t RTSPTapStart(intptr_t clientHandle, const RTSPTapPlayRequest *request, R
     const ClientTrace trace(__func__, clientHandle);
     RTSPClient *const client = LiveClient(clientHandle);
     if (client == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid client handle\n");
+    if (const int32_t result = RefuseWhilePending(trace, *client); result != RTSP_SUCCESS) return result;
     if (client->media.state == CLIENT_DESCRIBE_SENT_STATE)
         if (const int32_t result = RTSPTapSetup(clientHandle, 0); result != RTSP_SUCCESS) return result;
     const int32_t result = PlayAndListen(trace, *client, request, reply);

@@ -10,7 +10,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <fcntl.h>
 #include <iterator>
+#include <netdb.h>
 #include <new>
 #include <poll.h>
 #include <pthread.h>
@@ -19,6 +21,7 @@
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/time.h>
+#include <ucontext.h>
 #include <unistd.h>
 #include <utility>
 
@@ -38,6 +41,18 @@ std::atomic<int> misused{-1}; // a descriptor that was not the library's
 std::atomic<long> blocks, descriptors, threads, mutexes, conditions;
 std::atomic<int64_t> hurriesFrom;                // of the system's monotonic clock; 0: time goes as it does
 thread_local pthread_mutex_t *refused = nullptr; // by a failed lock: its unlock is left out
+
+thread_local int locksHeld = 0;
+thread_local const char *mayWait = nullptr;
+
+void NoteWait(const char *call, bool waits) {
+    if (waits) mayWait = call;
+}
+
+bool IsReady(int fd, short events) {
+    pollfd one = {fd, events, 0};
+    return poll(&one, 1, 0) != 0;
+}
 
 // The fault when it is this call's turn.
 const Fault *Strike(const char *call) {
@@ -150,6 +165,11 @@ void Hurry() {
 
 bool HasStruck() { return struck; }
 
+std::string WhatMayWait() {
+    const char *const call = std::exchange(mayWait, nullptr);
+    return call != nullptr ? call : "";
+}
+
 const char *Complaint() {
     static char text[200];
     const long left[] = {blocks.exchange(0), descriptors.exchange(0), threads.exchange(0), mutexes.exchange(0),
@@ -203,6 +223,7 @@ int torture_close(int fd) {
 int torture_shutdown(int fd, int how) { return shutdown(Used(fd), how); }
 int torture_bind(int fd, const sockaddr *at, socklen_t n) { return Fails("bind") ? -1 : bind(Used(fd), at, n); }
 int torture_connect(int fd, const sockaddr *to, socklen_t n) {
+    NoteWait("connect", (fcntl(fd, F_GETFL) & (O_NONBLOCK | O_ACCMODE)) == O_RDWR);
     return Fails("connect") ? -1 : connect(Used(fd), to, n);
 }
 int torture_setsockopt(int fd, int level, int name, const void *value, socklen_t n) {
@@ -213,12 +234,14 @@ int torture_setsockopt(int fd, int level, int name, const void *value, socklen_t
     return setsockopt(Used(fd), level, name, &shorter, n);
 }
 ssize_t torture_send(int fd, const void *bytes, size_t size, int flags) {
+    NoteWait("send", (flags & MSG_DONTWAIT) == 0);
     return Transfer("send", fd, size, [=](size_t some) { return send(fd, bytes, some, flags); });
 }
 ssize_t torture_sendto(int fd, const void *bytes, size_t size, int flags, const sockaddr *to, socklen_t n) {
     return Transfer("sendto", fd, size, [=](size_t some) { return sendto(fd, bytes, some, flags, to, n); });
 }
 ssize_t torture_recv(int fd, void *bytes, size_t size, int flags) {
+    NoteWait("recv", (flags & MSG_DONTWAIT) == 0 && !IsReady(fd, POLLIN));
     return Transfer("recv", fd, size, [=](size_t some) { return recv(fd, bytes, some, flags); });
 }
 ssize_t torture_recvfrom(int fd, void *bytes, size_t size, int flags, sockaddr *from, socklen_t *n) {
@@ -247,6 +270,7 @@ int torture_sem_post(sem_t *semaphore) {
 }
 int torture_poll(pollfd *waits, nfds_t count, int timeoutMs) {
     for (nfds_t i = 0; i < count; ++i) Used(waits[i].fd);
+    NoteWait("poll", timeoutMs != 0);
     if (const Fault *const fault = Strike("poll")) {
         for (nfds_t i = 0; i < count; ++i) waits[i].revents = 0;
         return fault->effect == kNothing ? 0 : -1;
@@ -259,6 +283,7 @@ int torture_clock_gettime(clockid_t clock, timespec *time) {
     return 0;
 }
 int torture_nanosleep(const timespec *time, timespec *rest) {
+    NoteWait("nanosleep", true);
     if (atNextSleep) std::exchange(atNextSleep, nullptr)();
     const timespec shorter = Time(Nanoseconds(*time) / Speed());
     return Fails("sleep") ? -1 : nanosleep(&shorter, rest);
@@ -274,6 +299,18 @@ int torture_pthread_join(pthread_t id, void **value) {
     --threads;
     return pthread_join(id, value);
 }
+int torture_pthread_detach(pthread_t id) {
+    --threads;
+    return pthread_detach(id);
+}
+int torture_getaddrinfo(const char *host, const char *service, const addrinfo *hints, addrinfo **found) {
+    NoteWait("getaddrinfo", (hints->ai_flags & AI_NUMERICHOST) == 0);
+    return getaddrinfo(host, service, hints, found);
+}
+int torture_swapcontext(ucontext_t *from, const ucontext_t *to) {
+    NoteWait("a lock held over a switch", locksHeld != 0);
+    return swapcontext(from, to);
+}
 int torture_pthread_mutex_init(pthread_mutex_t *mutex, const pthread_mutexattr_t *attributes) {
     if (Fails("mutex")) return ENOMEM;
     ++mutexes;
@@ -286,10 +323,17 @@ int torture_pthread_mutex_destroy(pthread_mutex_t *mutex) {
 int torture_pthread_mutex_lock(pthread_mutex_t *mutex) {
     const bool refuses = mutex == &rtsptap::gblRTSPClientListLock && Fails("lock");
     if (refuses || mutex == refused) refused = refuses ? mutex : nullptr;
+    locksHeld += refuses ? 0 : 1;
     return refuses ? EINVAL : pthread_mutex_lock(mutex);
+}
+int torture_pthread_mutex_trylock(pthread_mutex_t *mutex) {
+    const int result = pthread_mutex_trylock(mutex);
+    locksHeld += result == 0 ? 1 : 0;
+    return result;
 }
 int torture_pthread_mutex_unlock(pthread_mutex_t *mutex) {
     if (mutex == refused) return refused = nullptr, 0;
+    --locksHeld;
     const int result = pthread_mutex_unlock(mutex);
     return mutex == &rtsptap::gblRTSPClientListLock && Fails("unlock") ? EPERM : result;
 }
@@ -312,12 +356,14 @@ int torture_pthread_cond_broadcast(pthread_cond_t *condition) {
 }
 int torture_pthread_cond_timedwait(pthread_cond_t *condition, pthread_mutex_t *mutex, const timespec *deadline) {
     if (const Fault *const fault = Strike("wait")) return std::max(fault->effect, 0);
+    NoteWait("timedwait", true);
     return WaitOn(condition, mutex, CLOCK_REALTIME, deadline);
 }
 int torture_pthread_cond_clockwait(pthread_cond_t *condition, pthread_mutex_t *mutex, clockid_t clock,
                                    const timespec *deadline) {
     if (const Fault *const fault = Strike(clock == CLOCK_REALTIME ? "wait" : "replywait"))
         return std::max(fault->effect, 0);
+    NoteWait("clockwait", true);
     return WaitOn(condition, mutex, clock, deadline);
 }
 } // extern "C"

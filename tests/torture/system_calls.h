@@ -32,6 +32,10 @@ void Arm(const Fault &fault, long nth);
 void Hurry(); // from now on the library's clocks and waits go a thousand times faster, up to the next Arm
 bool HasStruck();
 
+// What the library called on this thread, since the last look, that may wait: a lock that is taken counts as no wait,
+// nor does a join. Empty when it called nothing.
+std::string WhatMayWait();
+
 // What the library has kept or done wrong since the last look; empty when all is as it should be.
 const char *Complaint();
 

@@ -1,5 +1,6 @@
 // RTSPTapSetup and RTSPTapStart: the transport asked for, and what becomes of one that does not work.
 #include "rtp/stream.h"
+#include "tests/support/progress.h"
 #include "tests/support/session.h"
 
 namespace rtsptap::test {
@@ -50,7 +51,9 @@ TEST(Transport, GoesOverToTcpWhereUdpIsRefusedOrUnusableOrSilent) {
         Script{kUdpGranted[0], kUdpGranted[1], silent, denied, {"TEARDOWN ", Close()}} + OverTcp(false),
         Script{kUdpGranted[0], kUdpGranted[1], silent, {"PAUSE ", Ok()}, {"SETUP ", refused}, {"TEARDOWN ", Ok()}} +
             OverTcp(false)};
-    for (std::size_t i = 0; i < std::size(scripts); ++i) {
+    for (std::size_t row = 0; row < 2 * std::size(scripts); ++row) {
+        const std::size_t i = row / 2;
+        const bool waits = row % 2 == 0;
         const CapturedStdout output;
         const std::size_t descriptors = CountDescriptors();
         {
@@ -60,11 +63,14 @@ TEST(Transport, GoesOverToTcpWhereUdpIsRefusedOrUnusableOrSilent) {
             EXPECT_EQ(RTSPTapSetRule(client, 126, 1), 0);
             EXPECT_EQ(RTSPTapOpen(client, UrlOf(server).c_str()), 0);
             const RTSPStreamDescription *const described = RTSPClientGetSDPInfo(client, 2);
-            EXPECT_EQ(RTSPTapStart(client, nullptr, nullptr), 0) << i;
+            EXPECT_EQ(waits ? RTSPTapStart(client, nullptr, nullptr)
+                            : Progressed(client, RTSPTapBeginPlay, nullptr, nullptr),
+                      0)
+                << i;
             EXPECT_EQ(TransportUsed(client), RTSPTAP_TRANSPORT_TCP) << i;
             EXPECT_EQ(RTSPClientGetSDPInfo(client, 2), described);
             EXPECT_EQ(TakeSequenceNumbers(client, kVideo, 1), Numbers(7, 7)) << i;
-            EXPECT_EQ(client.Teardown(), 0);
+            EXPECT_EQ(waits ? client.Teardown() : Progressed(client, RTSPTapBeginTeardown), 0);
         }
         EXPECT_EQ(CountDescriptors(), descriptors) << i;
     }

@@ -1,0 +1,198 @@
+// Operations that do not block.
+#include "platform/connecting.h"
+#include "tests/support/progress.h"
+#include "tests/support/session.h"
+
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace rtsptap::test {
+namespace {
+
+const Script kDescribed{{"OPTIONS ", Ok()}, {"DESCRIBE ", WithBody(kDescription)}};
+
+std::string UrlOf(const ScriptedServer &server, const std::string &user = "") {
+    return "rtsp://" + user + "127.0.0.1:" + std::to_string(server.Port()) + "/live";
+}
+
+Reply ByteByByte(const std::string &text) {
+    Reply reply;
+    for (const char c : text) reply = reply + SendBytes(std::string(1, c)) + Delay(2);
+    return reply;
+}
+
+void Set(intptr_t client, int32_t option, int64_t value) { EXPECT_EQ(RTSPTapSetOption(client, option, value), 0); }
+
+TEST(Progress, OpensWhateverTheServerDoes) {
+    const std::string slow = "RTSP/1.0 200 OK\r\nCSeq: 1\r\n\r\n";
+    const Reply challenge = Status(401, "Unauthorized", "WWW-Authenticate: Digest realm=\"cam\", nonce=\"n1\"");
+    const Step describe{"DESCRIBE ", WithBody(kDescription)};
+    const struct {
+        const char *name;
+        Script script;
+        int32_t result;
+    } rows[] = {
+        {"a server that answers", kDescribed, 0},
+        {"byte by byte", Script{{"OPTIONS ", ByteByByte(slow)}, describe}, 0},
+        {"the rest never comes", Script{{"OPTIONS ", SendBytes("RTSP/1.0 2")}, {"DESCRIBE ", Stall()}},
+         RTSP_RESPONSE_TIMEOUT},
+        {"silence, then a reply", Script{{"OPTIONS ", Delay(100) + Ok()}, describe}, 0},
+        {"a password", Script{{"OPTIONS ", challenge}, {{"OPTIONS ", "Digest "}, Ok()}, describe}, 0},
+        {"elsewhere", Script{{"OPTIONS ", Status(302, "Found", "Location: {base}/b")}} + kDescribed, 0},
+        {"OPTIONS is not answered", Script{{"OPTIONS ", Stall()}, describe}, 0},
+        {"OPTIONS closes", Script{{"OPTIONS ", Close()}, describe}, 0},
+        {"nothing", Script{{"OPTIONS ", Stall()}, {"DESCRIBE ", Stall()}}, RTSP_RESPONSE_TIMEOUT},
+        {"refused", Script{{"OPTIONS ", Ok()}, {"DESCRIBE ", Status(404, "Not Found")}}, RTSP_CLIENT_ERROR},
+    };
+    for (const auto &is : rows) {
+        const CapturedStdout output;
+        const std::size_t descriptors = CountDescriptors();
+        {
+            ScriptedServer server(is.script);
+            Client client;
+            Set(client, RTSPTAP_OPTION_DIALECT, RTSPTAP_DIALECT_TOLERANT);
+            Set(client, RTSPTAP_OPTION_REPLY_LIMIT, is.result == RTSP_RESPONSE_TIMEOUT ? 100 : 3000);
+            EXPECT_EQ(Progressed(client, RTSPTapBeginOpen, UrlOf(server, "me:secret@").c_str()), is.result)
+                << is.name;
+            EXPECT_EQ(RTSPTapProgress(client), is.result) << is.name;
+            EXPECT_EQ(StateOf(client), is.result == 0 ? +CLIENT_DESCRIBE_SENT_STATE : +RTSP_NOT_CONNECTED)
+                << is.name;
+        }
+        EXPECT_EQ(CountDescriptors(), descriptors) << is.name;
+    }
+}
+
+// Its queue of connections is full: what is sent to it is lost.
+struct DeafServer {
+    DeafServer() {
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t length = sizeof address;
+        bind(sockets[0], reinterpret_cast<sockaddr *>(&address), length);
+        listen(sockets[0], 0);
+        getsockname(sockets[0], reinterpret_cast<sockaddr *>(&address), &length);
+        for (const int queued : {sockets[1], sockets[2]})
+            connect(queued, reinterpret_cast<sockaddr *>(&address), length);
+        url = "rtsp://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/";
+    }
+    ~DeafServer() {
+        for (const int one : sockets) close(one);
+    }
+    const int sockets[3] = {socket(AF_INET, SOCK_STREAM, 0), socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0),
+                            socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0)};
+    std::string url;
+};
+
+TEST(Progress, OfNamesAndServersThatAreDeadEndsInTime) {
+    const CapturedStdout output;
+    const DeafServer deaf;
+    const Client client;
+    Set(client, RTSPTAP_OPTION_CONNECT_LIMIT, 200);
+    const std::pair<std::string, int32_t> rows[] = {{"rtsp://127.0.0.1:1/", RTSP_CONNECT_FAILED},
+                                                    {deaf.url, RTSP_CONNECT_FAILED},
+                                                    {"rtsp://nowhere.invalid/", RTSPTAP_HOST_NOT_FOUND},
+                                                    {"rtsp://localhost:1/", RTSP_CONNECT_FAILED},
+                                                    {"http://127.0.0.1/", RTSPTAP_OTHER_SCHEME}};
+    EXPECT_EQ(RTSPTapProgress(client), RTSPTAP_NONE_BEGUN);
+    for (const auto &[url, result] : rows)
+        EXPECT_EQ(Progressed(client, RTSPTapBeginOpen, url.c_str()), result) << url;
+}
+
+struct Kept {
+    std::string texts;
+    std::vector<intptr_t> clients;
+};
+void Keep(void *context, int32_t, intptr_t client, const char *text) {
+    static_cast<Kept *>(context)->texts += text;
+    static_cast<Kept *>(context)->clients.push_back(client);
+}
+
+TEST(Progress, OfTwoClientsInTurnPrintsForEach) {
+    ScriptedServer servers[2] = {ScriptedServer(kDescribed), ScriptedServer(kDescribed)};
+    Kept kept[2];
+    Client clients[2];
+    int32_t results[2];
+    for (const int i : {0, 1}) {
+        EXPECT_EQ(RTSPTapSetPrinter(clients[i], Keep, &kept[i]), 0);
+        EXPECT_EQ(RTSPTapBeginOpen(clients[i], UrlOf(servers[i]).c_str()), 0);
+        EXPECT_EQ(RTSPTapBeginPause(clients[i]), RTSPTAP_BUSY);
+        EXPECT_EQ(clients[i].Options(), RTSPTAP_BUSY);
+        EXPECT_EQ(RTSPTapOpen(clients[i], "rtsp://127.0.0.1:1/"), RTSPTAP_BUSY);
+        results[i] = RTSPTAP_PENDING;
+    }
+    while (results[0] == RTSPTAP_PENDING || results[1] == RTSPTAP_PENDING)
+        for (const int i : {0, 1}) // each step in another thread
+            std::jthread([&] { StepOn(clients[i], results[i]) ? AwaitProgress(clients[i]) : void(); });
+    for (const int i : {0, 1}) {
+        EXPECT_EQ(results[i], 0);
+        EXPECT_EQ(CountOf(kept[i].texts, "DESCRIBE " + UrlOf(servers[i])), 1U);
+        EXPECT_EQ(std::ranges::count(kept[i].clients, intptr_t{clients[i]}), std::ssize(kept[i].clients));
+    }
+}
+
+// The operations of a whole session, one after the other; false when `steps` are over before they are.
+bool PlaySome(intptr_t client, const std::string &url, int &steps) {
+    const auto take = [&](int32_t begun) {
+        EXPECT_EQ(begun, 0);
+        int32_t result = RTSPTAP_PENDING;
+        for (; steps > 0 && StepOn(client, result); --steps) AwaitProgress(client);
+        return steps > 0;
+    };
+    return take(RTSPTapBeginOpen(client, url.c_str())) && take(RTSPTapBeginPlay(client, nullptr, nullptr)) &&
+           take(RTSPTapBeginPause(client)) && take(RTSPTapBeginTeardown(client));
+}
+
+TEST(Progress, GivenUpAnywhereLeavesNothingBehind) {
+    for (const uint32_t proto : {kUdp, kTcp})
+        for (const bool destroys : {true, false}) {
+            bool isWhole = false;
+            for (int most = 0; !isWhole; ++most) {
+                const CapturedStdout output;
+                const std::size_t descriptors = CountDescriptors(), threads = CountThreads();
+                {
+                    Script script =
+                        kDescribed +
+                        Script{{"SETUP ", SetupReply(1, proto)},
+                               {"SETUP ", SetupReply(2, proto)},
+                               {"PLAY ", Ok() + (proto == kTcp ? SendBytes(Frame(0, Rtp(7))) : Reply{})},
+                               {"PAUSE ", Ok()},
+                               {"TEARDOWN ", Ok()}};
+                    for (Step &step : script) step.mayBeMissing = true;
+                    ScriptedServer server(script);
+                    Client client;
+                    Set(client, RTSPTAP_OPTION_SILENCE_LIMIT, proto == kTcp ? 3000 : 0);
+                    Set(client, RTSPTAP_OPTION_TRANSPORT,
+                        proto == kTcp ? RTSPTAP_TRANSPORT_TCP : RTSPTAP_TRANSPORT_UDP);
+                    int steps = most;
+                    isWhole = PlaySome(client, UrlOf(server), steps);
+                    if (!isWhole && !destroys) {
+                        EXPECT_EQ(RTSPTapInterrupt(client), 0);
+                        const int32_t result = RTSPTapProgress(client); // 0: the reply had come by then
+                        EXPECT_TRUE(result == RTSPTAP_INTERRUPTED || result == 0) << result << " after " << most;
+                    }
+                }
+                EXPECT_EQ(CountDescriptors(), descriptors) << most;
+                EXPECT_TRUE(Eventually([&] { return CountThreads() <= threads; })) << most;
+                ASSERT_LT(most, 100);
+            }
+        }
+}
+
+TEST(Progress, IsEndedByWhatEndsAWaitForTheFirstPacket) {
+    const CapturedStdout output;
+    ScriptedServer server(
+        kDescribed + Script{{"SETUP ", SetupReply(1, kUdp)}, {"SETUP ", SetupReply(2, kUdp)}, {"PLAY ", Ok()}});
+    const Client client;
+    EXPECT_EQ(RTSPTapOpen(client, UrlOf(server).c_str()), 0);
+    Set(client, RTSPTAP_OPTION_SILENCE_LIMIT, 60000);
+    std::jthread interruption([&] {
+        EXPECT_TRUE(Eventually([&] { return StateOf(client) == CLIENT_PLAYING_STATE; }));
+        for (int i = 0; i < 50; ++i, usleep(10000)) RTSPTapInterrupt(client);
+    });
+    EXPECT_EQ(RTSPTapStart(client, nullptr, nullptr), RTSPTAP_INTERRUPTED);
+}
+
+} // namespace
+} // namespace rtsptap::test
