@@ -15,9 +15,8 @@ namespace tool {
 
 struct StreamObservation {
     Stream stream;
-    StreamStatistics statistics;   // since the beginning, over reconnections
-    std::optional<int32_t> queued; // packets in the library's queue; none: it does not tell
-    int32_t end = 0;               // why the session brings no more of it, a result code; 0: it may
+    StreamStatistics statistics; // since the beginning, over reconnections
+    int32_t end = 0;             // why the session brings no more of it, a result code; 0: it may
 };
 
 constexpr const char *kPlaying = "playing";
@@ -30,7 +29,8 @@ struct Observation {
     std::vector<StreamObservation> streams;
     bool hasServer = false; // false: packets come to local ports, without RTSP
     Transport transport = Transport::kUdp;
-    uint64_t reconnects = 0; // sessions that went on after one that had brought media
+    int64_t receiveBufferBytes = 0; // granted for what comes over UDP; 0: nothing did
+    uint64_t reconnects = 0;        // sessions that went on after one that had brought media
 
     bool IsPlaying() const { return state == kPlaying; }
 };

@@ -18,7 +18,7 @@ constexpr auto kPauseAtTheEnd = std::chrono::milliseconds(20);
 } // namespace
 
 struct Readers::Counter {
-    explicit Counter(const Stream &counted) : stream(counted), statistics(counted.clockRate) {}
+    explicit Counter(const Stream &counted) : stream(counted) {}
     Stream stream;
     std::mutex lock; // guards statistics
     StreamStatistics statistics;
@@ -63,7 +63,10 @@ void Readers::Begin(const std::shared_ptr<Session> &session, const std::vector<S
 void Readers::End() {
     for (const auto &reader : readers_) reader->stop = true;
     if (session_ != nullptr) session_->EndWaits();
-    for (const auto &reader : readers_) reader->thread.join();
+    for (const auto &reader : readers_) {
+        reader->thread.join();
+        reader->counter.statistics.Update(session_->Statistics(reader->counter.stream.number));
+    }
     readers_.clear();
     session_.reset();
 }
@@ -75,10 +78,9 @@ std::vector<StreamObservation> Readers::Streams() const {
         const auto reader = std::find_if(readers_.begin(), readers_.end(), [&counter](const auto &candidate) {
             return &candidate->counter == counter.get();
         });
-        StreamObservation seen{counter->stream, counter->statistics, 0, 0};
-        if (reader != readers_.end()) seen.end = (*reader)->end;
-        if (reader != readers_.end()) seen.queued = session_->Queued(counter->stream);
-        streams.push_back(seen);
+        if (reader != readers_.end()) counter->statistics.Update(session_->Statistics(counter->stream.number));
+        streams.push_back(
+            {counter->stream, counter->statistics, reader != readers_.end() ? (*reader)->end.load() : 0});
     }
     return streams;
 }
@@ -105,10 +107,10 @@ void Readers::Show(Reader &reader, std::span<RTPStreamData *const> packets, Cloc
         for (const PacketObserver &observe : reader.observers)
             if (!reader.stop) observe(stream, *packet, now);
         if (reader.stop) break;
-        const std::lock_guard guard(reader.counter.lock);
-        reader.counter.statistics.Count(*packet, now);
     }
     reader.session.GiveBack(stream.number, packets);
+    const std::lock_guard guard(reader.counter.lock);
+    reader.counter.statistics.NoteArrival(now);
 }
 
 } // namespace tool

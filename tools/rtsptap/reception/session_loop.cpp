@@ -147,7 +147,8 @@ Clock::time_point SessionLoop::Beginning(const Observation &now) const {
 Observation SessionLoop::ObserveAt(Clock::time_point now) const {
     const bool begun = firstBegin_ != Clock::time_point{};
     const Clock::duration elapsed = begun ? now - firstBegin_ : Clock::duration{};
-    return {now, elapsed, state_, readers_.Streams(), hasServer_, transport_, reconnects_};
+    const int64_t buffer = session_ != nullptr ? session_->ReceiveBufferBytes() : 0;
+    return {now, elapsed, state_, readers_.Streams(), hasServer_, transport_, buffer, reconnects_};
 }
 
 Observation SessionLoop::Observe() {

@@ -1,38 +1,46 @@
-// What one stream delivered, counted from the packets the library hands out.
+// What one stream delivered, over reconnections: the library's figures of its sessions, and when packets were
+// taken.
 #pragma once
 
 #include "base/clock.h"
-#include "rtsptap.h"
+#include "rtsptap_extended.h"
 
-#include <bitset>
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
-#include <deque>
 #include <optional>
 
 namespace tool {
 
 class StreamStatistics {
 public:
-    explicit StreamStatistics(int32_t clockRate = 0) : clockRate_(clockRate) {} // 0: not known, so no jitter
-
-    void Count(const RTPStreamData &packet, Clock::time_point arrival);
+    void Update(const RTSPTapStreamStatistics &figures) { now_ = figures; } // of the session under way
+    void NoteArrival(Clock::time_point arrival);                            // packets were taken
     void BeginSession(); // what comes next comes from a new session: the numbers between are not lost
 
-    uint64_t Packets() const { return packets_; }
-    uint64_t Bytes() const { return bytes_; }           // whole RTP packets, headers included
-    uint64_t Reordered() const { return reordered_; }   // arrived after a packet of a higher sequence number
-    uint64_t Duplicates() const { return duplicates_; } // arrived again; they make up for no loss
-    uint64_t Lost() const;                              // expected less received (RFC 3550, A.3)
-    uint64_t Expected() const { return packets_ - duplicates_ + Lost(); }
+    uint64_t Packets() const { return before_.packets + now_.packets; }
+    uint64_t Bytes() const { return before_.bytes + now_.bytes; }             // whole RTP packets, headers included
+    uint64_t Reordered() const { return before_.reordered + now_.reordered; } // behind a higher number
+    uint64_t Duplicates() const { return before_.duplicates + now_.duplicates; } // they make up for no loss
+    uint64_t Lost() const { return before_.missing + now_.missing; }             // RFC 3550, A.3
+    uint64_t Expected() const { return before_.expected + now_.expected; }
+    uint64_t DroppedByKernel() const { return before_.droppedByKernel + now_.droppedByKernel; }
     double LossPercent() const;
     double BitsPerSecond() const;           // 0 before the second packet
-    std::optional<double> JitterMs() const; // interarrival jitter now (RFC 3550, A.8); none before the first packet
-    std::optional<double> MeanJitterMs() const;
-    std::optional<double> MaxJitterMs() const;
-    uint16_t FirstSequence() const { return firstSequence_; }
-    uint16_t LastSequence() const { return static_cast<uint16_t>(source_.highest); } // the highest one received
-    uint32_t Ssrc() const { return source_.ssrc; }
+    // Interarrival jitter now (RFC 3550, A.8), and over all packets; none before the first packet.
+    std::optional<double> JitterMs() const { return Milliseconds(now_.jitterUs); }
+    std::optional<double> MeanJitterMs() const { return Milliseconds(MeanJitterUs()); }
+    std::optional<double> MaxJitterMs() const {
+        return Milliseconds(std::max(before_.mostJitterUs, now_.mostJitterUs));
+    }
+    uint16_t FirstSequence() const {
+        return static_cast<uint16_t>((before_.packets > 0 ? before_ : now_).firstNumber);
+    }
+    uint16_t LastSequence() const {
+        return static_cast<uint16_t>(Latest().highestNumber);
+    } // the highest one received
+    uint32_t Ssrc() const { return Latest().ssrc; }
+    int32_t Queued() const { return now_.queuedPackets; }            // packets that are received and not taken
     Clock::time_point FirstArrival() const { return firstArrival_; } // of no packet: the clock's beginning
     Clock::time_point LastArrival() const { return lastArrival_; }
     Clock::duration LongestGap() const { return longestGap_; } // between two packets, over reconnections, too
@@ -44,49 +52,18 @@ public:
     void EndAt(Clock::time_point end); // nothing more came until then
 
 private:
-    static constexpr std::size_t kWindow = 1024; // sequence numbers back to which duplicates are known
-
-    // One sender (SSRC) at a time; a new one starts its sequence numbers and timestamps anew.
-    struct Source {
-        uint32_t ssrc = 0;
-        uint64_t base = 0;                   // extended sequence number of its first packet
-        uint64_t highest = 0;                // extended: wraps counted in the upper bits
-        uint64_t received = 0;               // without duplicates
-        std::bitset<kWindow> seen;           // the latest numbers, by their lower bits
-        std::optional<uint16_t> restartNext; // would continue a jump far back
-        uint32_t timestamp = 0;              // of the packet before
-        Clock::time_point arrival;
-        double jitter = 0; // clock units
-    };
-
     void CountGap(Clock::duration gap);
-    void BeginSource(const RTPHeader &header);
-    void CountForward(uint16_t step, uint32_t packetIndex);
-    void CountBack(const RTPHeader &header, uint16_t distance);
-    void CountOvertaken(uint32_t packetIndex);
-    void UpdateJitter(const RTPHeader &header, Clock::time_point arrival);
-    uint64_t LostFromSource() const;
-    std::optional<double> Milliseconds(double clockUnits) const;
+    double MeanJitterUs() const;
+    std::optional<double> Milliseconds(double microseconds) const;
+    const RTSPTapStreamStatistics &Latest() const { return now_.packets > 0 ? now_ : before_; }
 
-    int32_t clockRate_;
-    uint64_t packets_ = 0;
-    uint64_t bytes_ = 0;
-    uint64_t reordered_ = 0;
-    uint64_t duplicates_ = 0;
-    uint64_t lostBefore_ = 0; // of earlier sources
+    RTSPTapStreamStatistics before_{}; // the sum of what ended sessions brought
+    RTSPTapStreamStatistics now_{};
     Clock::time_point firstArrival_;
     Clock::time_point lastArrival_;
     Clock::duration longestGap_{};
     uint64_t outages_ = 0;
     Clock::duration withoutMedia_{};
-    uint16_t firstSequence_ = 0;
-    double jitterSum_ = 0; // clock units, one summand for each of jitterCount_ packets
-    uint64_t jitterCount_ = 0;
-    double jitterMax_ = 0;
-
-    bool begun_ = false; // source_ is that of the session
-    Source source_;
-    std::deque<uint32_t> overtaking_; // packetIndex of recent packets that no later one undercut, ascending
 };
 
 } // namespace tool

@@ -146,6 +146,8 @@ Session::Session() : client_(RTSPClientCreate()) {
     RTPClientSetAudioVideoBufferSize(client_, kVideoBufferBytes, kAudioBufferBytes);
     RTSPTapSetRtcpCallback(client_, TakeControl, this);
     RTSPTapSetOption(client_, RTSPTAP_OPTION_DIALECT, RTSPTAP_DIALECT_TOLERANT);
+    RTSPTapSetOption(client_, RTSPTAP_OPTION_STATISTICS, 1);
+    RTSPTapSetOption(client_, RTSPTAP_OPTION_RECEIVE_BUFFER, kReceiveBufferBytes);
 }
 
 Session::~Session() { RTSPClientDestroy(client_); }
@@ -280,9 +282,8 @@ std::string Session::Attribute(int32_t number, const std::string &name) const {
     return value.rfind(name + ":", 0) == 0 ? value.substr(name.size() + 1) : "";
 }
 
-std::vector<Stream> Session::Streams() {
+std::vector<Stream> Session::Streams() const {
     std::vector<Stream> streams;
-    std::set<int32_t> codecs;
     const int32_t count = RTSPClientGetNbStreams(client_);
     // Beside others such a stream goes to the server; where all are marked, the server speaks of what it sends.
     const auto isSendOnly = [this](int32_t number) { return !Line(number, "a=sendonly").empty(); };
@@ -296,7 +297,6 @@ std::vector<Stream> Session::Streams() {
         stream.media = line.substr(0, line.find(' '));
         stream.omission = WhyUnreadable(client_, description, somethingComes && isSendOnly(number));
         stream.isReadable = stream.omission.empty();
-        if (!codecs.insert(stream.codecType).second) sharedCodecs_.insert(stream.codecType);
         streams.push_back(stream);
     }
     return streams;
@@ -345,10 +345,17 @@ void Session::GiveBack(int32_t number, std::span<RTPStreamData *const> packets) 
     RTSPTapFreePackets(client_, InLibrary(number), packets.data(), static_cast<int32_t>(packets.size()));
 }
 
-// The library tells it by codecs, and means the first stream of each.
-std::optional<int32_t> Session::Queued(const Stream &stream) const {
-    if (stream.codecType == 0 || sharedCodecs_.count(stream.codecType) > 0) return std::nullopt;
-    return std::max(RTPClientGetNbOfPktInBuffer(client_, stream.codecType), 0);
+RTSPTapStreamStatistics Session::Statistics(int32_t number) const {
+    RTSPTapStreamStatistics statistics{};
+    statistics.recordSize = sizeof statistics;
+    RTSPTapGetStreamStatistics(client_, InLibrary(number), &statistics);
+    return statistics;
+}
+
+int64_t Session::ReceiveBufferBytes() const {
+    int64_t bytes = 0;
+    RTSPTapGetOption(client_, RTSPTAP_OPTION_RECEIVE_BUFFER_GRANTED, &bytes);
+    return bytes;
 }
 
 // A description may have streams that nobody listens to.

@@ -12,8 +12,6 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <optional>
-#include <set>
 #include <span>
 #include <string>
 #include <vector>
@@ -79,6 +77,8 @@ bool MayBeSilent(const Stream &stream);
 
 class Session {
 public:
+    static constexpr int64_t kReceiveBufferBytes = 1 << 20; // asked of the system for each stream over UDP
+
     Session();
     ~Session(); // waits for the library's threads; no packet may be out
     Session(const Session &) = delete;
@@ -99,7 +99,7 @@ public:
     // Receives on a local port what somebody else sends there; one more with each call, before the first packet.
     Outcome Listen(int32_t number, const ListenPort &port);
 
-    std::vector<Stream> Streams(); // of the description
+    std::vector<Stream> Streams() const; // of the description
 
     // What the description says of a stream; its texts and bytes are the session's. False: there is none.
     bool Describe(int32_t number, RTSPTapStreamDescription &description) const;
@@ -123,7 +123,8 @@ public:
     // with GiveBack. One thread per stream.
     int32_t Take(int32_t number, std::span<RTPStreamData *> room, std::chrono::milliseconds limit) const;
     void GiveBack(int32_t number, std::span<RTPStreamData *const> packets) const;
-    std::optional<int32_t> Queued(const Stream &stream) const;
+    RTSPTapStreamStatistics Statistics(int32_t number) const; // any thread, as the next
+    int64_t ReceiveBufferBytes() const;                       // that the system granted; 0: nothing came over UDP
     void EndWaits() const { RTSPTapInterrupt(client_); } // those of Take; any thread
 
     // An RTCP packet of a stream: received, or a report of ours.
@@ -158,8 +159,7 @@ private:
     ControlObserver controlObserver_;
     std::vector<ControlPacket> unseenControl_; // the first ones, before there was an observer
 
-    std::set<int32_t> sharedCodecs_; // of several streams each; constant once they are known
-    std::vector<int32_t> listened_;  // without RTSP: the streams in the library's order
+    std::vector<int32_t> listened_; // without RTSP: the streams in the library's order
 };
 
 } // namespace tool

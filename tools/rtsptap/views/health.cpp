@@ -22,7 +22,7 @@ double BitsPerSecond(const Observation &observation) {
     Clock::time_point end = observation.now;
     Clock::time_point first = end;
     uint64_t bytes = 0;
-    for (const auto &[stream, statistics, queued, ended] : observation.streams) {
+    for (const auto &[stream, statistics, ended] : observation.streams) {
         if (statistics.Packets() == 0) continue;
         first = std::min(first, statistics.FirstArrival());
         end = std::max(end, statistics.LastArrival());
@@ -63,7 +63,7 @@ private:
 
     void CheckLoss(const Observation &observation) {
         if (!settings_.maxLossPercent) return;
-        for (const auto &[stream, statistics, queued, ended] : observation.streams)
+        for (const auto &[stream, statistics, ended] : observation.streams)
             if (statistics.LossPercent() > *settings_.maxLossPercent)
                 Add(NameOf(stream) + " lost " + Formatted("%.2f %%", statistics.LossPercent()) +
                     " of its packets, allowed are " + Formatted("%.2f %%", *settings_.maxLossPercent));
@@ -71,7 +71,7 @@ private:
 
     void CheckGaps(const Observation &observation) {
         if (!settings_.maxGap) return;
-        for (const auto &[stream, statistics, queued, ended] : observation.streams)
+        for (const auto &[stream, statistics, ended] : observation.streams)
             if (statistics.LongestGap() > *settings_.maxGap)
                 Add(NameOf(stream) + " brought nothing for " + TimeText(statistics.LongestGap()) +
                     ", allowed are " + TimeText(*settings_.maxGap));

@@ -93,7 +93,7 @@ void SeriesRecorder::NoteStreams(const Observation &observation) {
         gathering.jitterSum += jitter;
         gathering.jitterHighest = std::max(gathering.jitterHighest, highest);
         gathering.jitterRecord = record;
-        gathering.queued = std::max(gathering.queued, stream.queued.value_or(0));
+        gathering.queued = std::max(gathering.queued, stream.statistics.Queued());
         ++gathering.looks;
     }
 }

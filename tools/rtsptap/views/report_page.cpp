@@ -96,7 +96,7 @@ std::string Head(const ReportPage &page, const Observation &observation) {
     uint64_t expected = 0;
     uint64_t lost = 0;
     double bitsPerSecond = 0;
-    for (const auto &[stream, statistics, queued, ended] : observation.streams) {
+    for (const auto &[stream, statistics, ended] : observation.streams) {
         packets += statistics.Packets();
         expected += statistics.Expected();
         lost += statistics.Lost();
@@ -156,6 +156,8 @@ std::string StreamTiles(const StreamStatistics &statistics) {
            LossTile(statistics.Lost(), statistics.Expected()) +
            Tile("Reordered", std::to_string(statistics.Reordered())) +
            Tile("Duplicates", std::to_string(statistics.Duplicates())) +
+           Tile("Dropped by the kernel", std::to_string(statistics.DroppedByKernel()),
+                statistics.DroppedByKernel() > 0 ? "bad" : "") +
            JitterTile("Jitter, average", statistics.MeanJitterMs()) +
            JitterTile("Jitter, highest", statistics.MaxJitterMs()) +
            Tile("Longest gap", MeasureText(Measure::kMilliseconds, gap)) +

@@ -67,6 +67,7 @@ Json TotalOf(const StreamStatistics &statistics) {
             {"loss_percent", Rounded(statistics.LossPercent())},
             {"reordered", statistics.Reordered()},
             {"duplicates", statistics.Duplicates()},
+            {"dropped_by_kernel", statistics.DroppedByKernel()},
             {"longest_gap_ms", Milliseconds(statistics.LongestGap())},
             {"outages", statistics.Outages()},
             {"without_media_s", Rounded(std::chrono::duration<double>(statistics.WithoutMedia()).count())}};
@@ -135,7 +136,7 @@ private:
         row["interval"] = IntervalOf(Between(before, now));
         row["total"] = TotalOf(stream.statistics);
         row["jitter_ms"] = Known(stream.statistics.JitterMs());
-        row["queued"] = stream.queued ? nlohmann::ordered_json(*stream.queued) : nlohmann::ordered_json();
+        row["queued"] = stream.statistics.Queued();
         row["since_last_packet_ms"] = SinceLastPacket(stream, observation);
         before = now;
         return row;

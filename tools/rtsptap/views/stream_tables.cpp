@@ -48,9 +48,7 @@ std::string CountText(uint64_t count) {
     return Formatted(count < 1000000000 ? "%.1fM" : "%.0fM", static_cast<double>(count) / 1e6);
 }
 
-std::string QueueText(const StreamObservation &stream) {
-    return stream.queued ? std::to_string(*stream.queued) : "-";
-}
+std::string QueueText(const StreamObservation &stream) { return std::to_string(stream.statistics.Queued()); }
 
 std::string LossText(const Row &row) { return Formatted("%.1f%%", row.stream.statistics.LossPercent()); }
 

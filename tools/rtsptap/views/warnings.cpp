@@ -3,25 +3,22 @@
 #include "base/console.h"
 #include "base/text.h"
 #include "reception/observation.h"
-#include "session/sockets.h"
 
 #include <algorithm>
 #include <map>
-#include <set>
 
 namespace tool {
 namespace {
 
-constexpr auto kSocketLook = std::chrono::seconds(1);
 constexpr auto kLossWindow = std::chrono::seconds(1); // loss is told as what was lost in so long
 constexpr double kSilenceSeconds = 2;
 constexpr double kFirstSilenceSeconds = 3.5; // when nothing has come at all: another transport is tried before
-constexpr int kAskedBytes = 1 << 20;         // the library asks for this for the RTP port of a server's stream
 constexpr const char *kMoreBuffer = "4194304";
 
 // What is known of one stream's troubles.
 struct StreamTrouble {
     Counts lossless; // the last look before the loss
+    bool dropsTold = false;
     bool lossTold = false;
     bool silenceTold = false;
 };
@@ -40,10 +37,12 @@ std::string SilenceCure(const StreamObservation &stream, const Observation &obse
 class Warnings : public Watcher {
 public:
     void Show(const Observation &observation) override {
-        if (observation.now - socketsSeen_ >= kSocketLook) LookAtSockets(observation.now);
+        LookAtGrant(observation.receiveBufferBytes);
         NoteSession(observation);
         for (const StreamObservation &stream : observation.streams) {
             StreamTrouble &trouble = troubles_[stream.stream.number];
+            if (!trouble.dropsTold && stream.statistics.DroppedByKernel() > 0)
+                TellDrops(stream, observation.receiveBufferBytes, trouble);
             if (!trouble.silenceTold && receiving_ && !MayBeSilent(stream.stream))
                 LookForSilence(stream, observation, trouble);
             if (!trouble.lossTold) LookForLoss(stream, observation, trouble);
@@ -60,31 +59,23 @@ private:
         transport_ = observation.transport;
     }
 
-    void LookAtSockets(Clock::time_point now) {
-        socketsSeen_ = now;
-        const std::vector<UdpSocket> sockets = OwnUdpSockets();
-        for (const UdpSocket &socket : sockets) {
-            if (!grantTold_ && socket.bufferBytes == granted_ && granted_ < 2 * kAskedBytes) TellGrant();
-            if (socket.drops > 0 && dropsTold_.insert(socket.port).second) TellDrops(socket);
-        }
-    }
-
-    void TellGrant() {
+    void LookAtGrant(int64_t granted) {
+        if (grantTold_ || granted == 0 || granted >= Session::kReceiveBufferBytes) return;
         grantTold_ = true;
-        PrintNotice("the kernel grants UDP sockets " + std::to_string(granted_ / 2) + " bytes of buffer, " +
-                    std::to_string(kAskedBytes) +
+        PrintNotice("the kernel grants UDP sockets " + std::to_string(granted) + " bytes of buffer, " +
+                    std::to_string(Session::kReceiveBufferBytes) +
                     " were asked for: bursts may be lost. Allow more: sysctl -w net.core.rmem_max=" + kMoreBuffer);
     }
 
-    void TellDrops(const UdpSocket &socket) {
-        std::string cure = "This machine is too slow for the stream: give it less else to do, or try -t tcp";
-        if (socket.bufferBytes == usual_)
-            cure = std::string("Enlarge it: sysctl -w net.core.rmem_default=") + kMoreBuffer;
-        else if (socket.bufferBytes < 2 * kAskedBytes)
-            cure = std::string("Allow a larger one: sysctl -w net.core.rmem_max=") + kMoreBuffer;
-        PrintNotice("the kernel dropped " + std::to_string(socket.drops) + " datagrams for UDP port " +
-                    std::to_string(socket.port) + ": its buffer of " + std::to_string(socket.bufferBytes) +
-                    " bytes was full. " + cure);
+    void TellDrops(const StreamObservation &stream, int64_t granted, StreamTrouble &trouble) {
+        trouble.dropsTold = dropsTold_ = true;
+        const std::string cure =
+            granted < Session::kReceiveBufferBytes
+                ? std::string("Allow a larger one: sysctl -w net.core.rmem_max=") + kMoreBuffer
+                : "This machine is too slow for the stream: give it less else to do, or try -t tcp";
+        PrintNotice(NameOf(stream.stream) + ": the kernel dropped " +
+                    std::to_string(stream.statistics.DroppedByKernel()) + " datagrams: a buffer of " +
+                    std::to_string(granted) + " bytes was full. " + cure);
     }
 
     // A session's silence begins with the session.
@@ -111,19 +102,16 @@ private:
     }
 
     std::string LossCure(const Observation &observation) const {
-        if (!dropsTold_.empty()) return "see to the socket buffer first";
+        if (dropsTold_) return "see to the socket buffer first";
         if (!observation.hasServer) return "look at the network and the sender, or lower the bit rate";
         if (observation.transport == Transport::kTcp)
             return "the server leaves them out, or this machine is too slow for the stream";
         return "try --transport tcp, a lower bit rate, or a better network";
     }
 
-    const uint32_t granted_ = GrantedBufferBytes(kAskedBytes);
-    const uint32_t usual_ = GrantedBufferBytes(0);
     bool grantTold_ = false;
-    std::set<uint16_t> dropsTold_;              // by port
+    bool dropsTold_ = false;                    // of any stream
     std::map<int32_t, StreamTrouble> troubles_; // by the stream's number
-    Clock::time_point socketsSeen_;
     bool receiving_ = false;
     Transport transport_ = Transport::kUdp;
     Clock::time_point receivingSince_;
