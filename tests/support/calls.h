@@ -41,7 +41,7 @@ constexpr Function<Source> kTable[] = {
     {NameOf<functions>(), [](Source &source) { return CallFrom(source, functions); }}...};
 
 // The first kHarmless may be called with whatever stands for a client and a list.
-constexpr int kHarmless = 37;
+constexpr int kHarmless = 38;
 template <typename Source>
 constexpr auto &kFunctions =
     kTable<Source, ValidateRTSPClientHandle, RTSPClientSetMTUSize, RTSPClientSendOptionsRequest,
@@ -53,8 +53,8 @@ constexpr auto &kFunctions =
            RTSPTapSetDataProto, RTSPTapForgetChallenge, RTSPAddHeaderToList, RTSPModifyHeaderInList,
            RTSPRemoveHeaderFromList, RTSPTapSetOption, RTSPTapGetOption, RTSPTapSetOptionText, RTSPTapGetOptionText,
            RTSPTapSetRule, RTSPTapGetRuleUse, RTSPTapGetParameter, RTSPTapSetParameter, RTSPTapTeardown,
-           RTSPTapPlay, RTSPTapInterrupt, RTSPClientConnect, RTSPClientAutoRTSPConnect, RTSPDestroyHeaderList,
-           RTPClientGetRTPStreamData, RTPClientFreeRTPStreamData, RTSPClientDestroy>;
+           RTSPTapPlay, RTSPTapGetDescriptor, RTSPTapInterrupt, RTSPClientConnect, RTSPClientAutoRTSPConnect,
+           RTSPDestroyHeaderList, RTPClientGetRTPStreamData, RTPClientFreeRTPStreamData, RTSPClientDestroy>;
 
 // Arguments from words apart by spaces: numbers, texts, null; any other word for a pointer stands for a place that
 // its owner can look at. {NAME} is what `names` says.

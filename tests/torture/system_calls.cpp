@@ -21,6 +21,7 @@
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/time.h>
+#include <sys/timerfd.h>
 #include <ucontext.h>
 #include <unistd.h>
 #include <utility>
@@ -206,6 +207,9 @@ int torture_socket(int domain, int type, int protocol) {
     return Fails("socket") ? -1 : Taken(socket(domain, type, protocol));
 }
 int torture_eventfd(unsigned value, int flags) { return Fails("eventfd") ? -1 : Taken(eventfd(value, flags)); }
+int torture_timerfd_create(int clock, int flags) {
+    return Fails("timer") ? -1 : Taken(timerfd_create(static_cast<clockid_t>(clock), flags));
+}
 int torture_epoll_create1(int flags) { return Fails("epoll") ? -1 : Taken(epoll_create1(flags)); }
 int torture_epoll_ctl(int epoll, int operation, int fd, epoll_event *event) {
     return Fails("watch") ? -1 : epoll_ctl(Used(epoll), operation, Used(fd), event);
