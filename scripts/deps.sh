@@ -8,7 +8,8 @@ declare -A packages=(
     [build]="g++ cmake ninja-build pkg-config libssl-dev libcli11-dev nlohmann-json3-dev libpcap-dev"
     [record]="libgstreamer-plugins-base1.0-dev gstreamer1.0-plugins-base gstreamer1.0-plugins-good
               gstreamer1.0-plugins-bad gstreamer1.0-libav"
-    [test]="libgtest-dev libbenchmark-dev ffmpeg groff-base libgstrtspserver-1.0-dev gstreamer1.0-plugins-ugly
+    [test]="libgtest-dev libbenchmark-dev ffmpeg groff-base libglib2.0-dev libuv1-dev libgstrtspserver-1.0-dev
+            gstreamer1.0-plugins-ugly
             gstreamer1.0-tools gstreamer1.0-x iproute2 python3 tshark valgrind"
     [fuzz]="clang-14 libclang-rt-14-dev"
     [memcheck]="valgrind libgtest-dev"

@@ -59,9 +59,8 @@ TEST_P(RealServer, IsOpenedByItsUrlOverIpv6) {
     const GstServer server({GST_SERVER, GstServer::kUser, GstServer::kPassword, "4", "::1"});
     Client client(4 << 20);
     const bool isTcp = GetParam() == DATA_PROTO_TCP;
-    ASSERT_EQ(RTSP_SUCCESS,
-              RTSPTapSetOption(client, RTSPTAP_OPTION_TRANSPORT,
-                               isTcp ? RTSPTAP_TRANSPORT_TCP : RTSPTAP_TRANSPORT_AUTOMATIC));
+    ASSERT_EQ(RTSP_SUCCESS, RTSPTapSetOption(client, RTSPTAP_OPTION_TRANSPORT,
+                                             isTcp ? RTSPTAP_TRANSPORT_TCP : RTSPTAP_TRANSPORT_AUTOMATIC));
     std::string url = server.Url();
     url.replace(url.find("127.0.0.1"), 9, "[::1]");
     ASSERT_EQ(RTSP_SUCCESS, RTSPTapOpen(client, url.c_str()));
@@ -83,6 +82,21 @@ TEST(Examples, TakePackets) {
     EXPECT_EQ(run.status, 0);
     EXPECT_EQ(CountOf(run.output, "stream "), 2u) << run.output;
     EXPECT_FALSE(Contains(run.output, ": 0 packets")) << run.output;
+}
+
+TEST(RealServers, ServeExamplesThatHaveALoopOfTheirOwn) {
+    ChildProcess demo({DEMO_SERVER, "--seconds", "60"});
+    const std::string url = demo.ReadLine(20s);
+    std::istringstream programs(LOOP_EXAMPLES);
+    for (std::string program; programs >> program;) {
+        const bool isGroup = Contains(program, "group_client");
+        const Result run =
+            RunToEnd(program + (isGroup ? " 2 " + url + " " + url : " " + url + " 2") + " | grep packets");
+        EXPECT_EQ(run.status, 0) << program;
+        EXPECT_EQ(CountOf(run.output, " packets"), Contains(program, "uv") || Contains(program, "glib") ? 1u : 2u)
+            << run.output;
+        EXPECT_FALSE(Contains(run.output, ": 0 packets") || run.output.starts_with("0 ")) << run.output;
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Transport, RealServer, testing::Values(DATA_PROTO_UDP, DATA_PROTO_TCP),
