@@ -73,8 +73,9 @@ constexpr std::size_t kMostEvents = 256;
 
 // What a datagram of RTCP puts off is left in the list.
 bool MayBeDueSooner(const Connection &connection) {
+    const ReadAhead *const reader = connection.readAhead;
     return connection.hasRest.load(std::memory_order_relaxed) ||
-           (connection.readAhead != nullptr && connection.readAhead->replySinceMs != 0);
+           (reader != nullptr && (reader->replySinceMs != 0 || reader->stream != nullptr));
 }
 
 void ServeEvent(const epoll_event &event) {
