@@ -61,6 +61,25 @@ TEST_F(Record, EveryFormatDecodesWithoutErrors) {
     }
 }
 
+#ifdef CERTIFICATES
+TEST_F(Record, WhatComesThroughTlsAndHttpDecodesWithoutErrors) {
+    EXPECT_EQ(RunToEnd("sh " CERTIFICATES " " + directory).status, 0);
+    const GstServer secure({"env", "TLS_CERTIFICATE=" + directory + "good.pem", GST_SERVER, GstServer::kUser,
+                            GstServer::kPassword, "4"});
+    for (const std::string scheme : {"rtsps", "rtsph", "rtspsh"}) {
+        const std::string url = scheme + (scheme == "rtsph" ? server : secure).Url().substr(4);
+        const std::string command = TOOL " record " + url + " --force --duration 3s -o " + directory + "a.mkv";
+        const Result tool = RunToEnd(command + " --ca-file " + directory + "root.pem");
+        EXPECT_EQ(0, tool.status) << scheme << ": " << tool.errors;
+        EXPECT_GE(FramesIn(ExpectStreams(directory + "a.mkv", {"h264 640", "pcm_mulaw"}).at(0)), 45) << scheme;
+        if (scheme == "rtsph") continue;
+        const Result refused = RunToEnd(command);
+        EXPECT_EQ(3, refused.status) << scheme;
+        EXPECT_TRUE(Contains(refused.errors, "certificate is refused: ")) << refused.errors;
+    }
+}
+#endif
+
 TEST_F(Record, EveryCodecOfTodayDecodesWithoutErrors) {
     const std::string picture = "videotestsrc is-live=true ! video/x-raw,width=320,height=240,framerate=25/1 ! ";
     const std::string sound =

@@ -4,7 +4,9 @@
 //     rtsptap_gst_server PIPELINE                  serves this, with payloaders named pay0, pay1...
 //     rtsptap_gst_server USER PASSWORD SECONDS [ADDRESS]
 //                                                  a running clock and a tone, with digest authentication; forgets
-//                                                  players that are silent for so long; at another address
+//                                                  players that are silent for so long; at another address; through
+//                                                  TLS with the certificate and key of the file TLS_CERTIFICATE,
+//                                                  where the environment names one. Takes HTTP tunnels in any case.
 #include <gst/gst.h>
 #include <gst/rtsp-server/rtsp-server.h>
 
@@ -37,6 +39,10 @@ void RequireDigest(GstRTSPServer *server, GstRTSPMediaFactory *factory, const ch
     gst_rtsp_token_unref(token);
     gst_rtsp_media_factory_add_role(factory, "viewer", GST_RTSP_PERM_MEDIA_FACTORY_ACCESS, G_TYPE_BOOLEAN, TRUE,
                                     GST_RTSP_PERM_MEDIA_FACTORY_CONSTRUCT, G_TYPE_BOOLEAN, TRUE, nullptr);
+    if (const char *const file = std::getenv("TLS_CERTIFICATE"); file != nullptr) {
+        const Owned<GTlsCertificate> certificate(g_tls_certificate_new_from_file(file, nullptr));
+        gst_rtsp_auth_set_tls_certificate(auth.get(), certificate.get());
+    }
     gst_rtsp_server_set_auth(server, auth.get());
 }
 

@@ -10,12 +10,20 @@ namespace tool {
 
 enum class Transport { kAuto, kUdp, kTcp, kMulticast };
 
+// Whom connections through TLS believe, and who we are to them.
+struct TlsSettings {
+    std::string roots;       // file of certificates in place of the system's; empty: those
+    std::string certificate; // file with ours and its key; empty: none
+    bool insecure = false;   // whoever answers is believed
+};
+
 // How to get from an address to playing streams, and to stay there.
 struct ServerSettings {
     std::string url;
     std::string user;         // replaces the one of the URL
     std::string passwordFile; // its first line; "-" is standard input
     Transport transport = Transport::kAuto;
+    TlsSettings tls;
     std::vector<std::string> headers;                 // "METHOD: Name: value"
     std::chrono::milliseconds connectTimeout{10000};  // for each step until media is due
     std::chrono::milliseconds idleTimeout{10000};     // without a packet on any stream

@@ -13,8 +13,9 @@ constexpr std::size_t kTextColumn = 26; // where explanations stand
 
 constexpr const char *kProgramNotes[] = {
     "rtsptap connects to cameras and media servers, receives their streams over UDP, multicast or inside the "
-    "RTSP connection, and shows, measures or records them. A URL is rtsp://[USER[:PASSWORD]@]HOST[:PORT]/PATH; "
-    "% and two hexadecimal digits stand for a character in user name and password.",
+    "RTSP connection, and shows, measures or records them. A URL is rtsp://[USER[:PASSWORD]@]HOST[:PORT]/PATH, "
+    "or rtsps:// through TLS, rtsph:// through HTTP, rtspsh:// through both; % and two hexadecimal digits stand "
+    "for a character in user name and password.",
     "Standard output carries data only; everything else goes to standard error.",
     "Times are numbers with ms, s, m or h, as 1m30s, and seconds without; 00:01:30 is one, too. A password is "
     "never shown, also not with "

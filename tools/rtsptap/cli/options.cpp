@@ -154,7 +154,8 @@ Option UrlArgument(ServerSettings &server) { return {"url", "URL", "", Into(serv
 OptionGroup ServerOptions(ServerSettings &server) {
     return {"Server",
             {{"-t,--transport", "auto|udp|tcp|multicast",
-              "carry the media over this; auto, the default, is UDP, then TCP if that brings nothing",
+              "carry the media over this; auto, the default, is UDP, then TCP if that brings nothing, or TCP with "
+              "rtsps",
               IntoChoice<Transport>(server.transport, {{"auto", Transport::kAuto},
                                                        {"udp", Transport::kUdp},
                                                        {"tcp", Transport::kTcp},
@@ -168,6 +169,10 @@ OptionGroup ServerOptions(ServerSettings &server) {
               true},
              {"--password-file", "FILE", "take the password from the first line of FILE; - is standard input",
               Into(server.passwordFile)},
+             {"--ca-file", "FILE", "rtsps: trust the certificates in FILE, and no others", Into(server.tls.roots)},
+             {"--client-cert", "FILE", "rtsps: show the certificate in FILE, which has its key, too",
+              Into(server.tls.certificate)},
+             {"--insecure", "", "rtsps: believe whoever answers", Switch(server.tls.insecure)},
              {"--follow", "[=N]", "go where the server sends us, so often in a row (default: 5; 0: not at all)",
               IntoHops(server.follow)},
              {"--exact", "", "forgive nothing: refuse what the standards do not allow, though devices send it",

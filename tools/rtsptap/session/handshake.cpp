@@ -217,7 +217,9 @@ Outcome Handshake::Describe() {
     });
 }
 
+// What was meant for TLS goes nowhere in the clear.
 bool Handshake::IsOwnHost() const {
+    if (IsSecure(server_.url) && !IsSecure(url_)) return false;
     return opened_.facts.address == ownAddress_ || SameText(url_.host, server_.url.host);
 }
 
@@ -227,7 +229,8 @@ Target Handshake::TargetOf() const {
                   opened_.transport == Transport::kTcp ? RTSPTAP_TRANSPORT_TCP : transport_,
                   server_.headers,
                   server_.exact,
-                  server_.keepalive};
+                  server_.keepalive,
+                  server_.tls};
     if (IsOwnHost()) return target;
     target.credentials = {};
     target.headers = {}; // they were meant for the first host, and may hold anything
@@ -239,7 +242,12 @@ Outcome Handshake::Connect() {
         if (opened_.session == nullptr) opened_.session = std::make_shared<Session>();
         const int32_t result = opened_.session->Connect(TargetOf(), opened_.facts.address);
         const int error = errno;
-        if (result != RTSP_CONNECT_FAILED) return OutcomeOfCall("connect", result);
+        if (result != RTSP_CONNECT_FAILED) {
+            Outcome outcome = OutcomeOfCall("connect", result);
+            const std::string why = opened_.session->StreamFailure();
+            if (!outcome.IsOk() && !why.empty()) outcome.text += ": " + why;
+            return outcome;
+        }
         return Outcome{ExitCode::kUnreachable,
                        "connect: " + HostAndPort(url_) + ": " +
                            (error == ECONNREFUSED ? "connection refused: nothing listens there"

@@ -13,7 +13,8 @@ class Handshake {
 public:
     Handshake(Server server, Transport transport)
         : server_(std::move(server)), transport_(InLibrary(transport)), url_(server_.url) {
-        opened_.transport = transport == Transport::kAuto ? Transport::kUdp : transport;
+        opened_.transport = transport;
+        if (transport == Transport::kAuto) opened_.transport = KeepsToTcp(url_) ? Transport::kTcp : Transport::kUdp;
     }
 
     void Run(); // takes what it began back when it was abandoned meanwhile

@@ -19,6 +19,7 @@ Outcome ReadServer(const ServerSettings &settings, Interruption &interruption, S
     server.latency = settings.latency.value_or(std::chrono::milliseconds(0));
     server.follow = settings.follow;
     server.exact = settings.exact;
+    server.tls = settings.tls;
     server.keepalive = settings.keepalive;
     return ReadCredentials(settings, server.url, interruption, server.credentials);
 }

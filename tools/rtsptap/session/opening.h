@@ -58,6 +58,7 @@ struct Server {
     int follow = 0; // redirections in a row
     bool exact = false;
     bool keepalive = true;
+    TlsSettings tls;
 };
 
 // Asks for a password where one is missing and there is a terminal.

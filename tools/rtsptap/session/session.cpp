@@ -4,6 +4,9 @@
 #include "base/secrets.h"
 #include "base/text.h"
 #include "session/library_output.h"
+#ifdef RTSPTAP_WITH_TLS
+#include "rtsptap_tls.h"
+#endif
 
 #include <algorithm>
 #include <iterator>
@@ -141,6 +144,26 @@ std::string NameOf(const Stream &stream) {
 
 bool MayBeSilent(const Stream &stream) { return stream.media == "application" || stream.media == "text"; }
 
+namespace {
+
+int32_t UseTls(intptr_t client, const Target &target) {
+#ifdef RTSPTAP_WITH_TLS
+    const auto fileOf = [](const std::string &name) { return name.empty() ? nullptr : name.c_str(); };
+    RTSPTapTlsOptions options = {};
+    options.recordSize = sizeof options;
+    options.isUnverified = target.tls.insecure ? 1 : 0;
+    options.rootFile = fileOf(target.tls.roots);
+    options.certificateFile = fileOf(target.tls.certificate);
+    const int32_t result = target.url.starts_with("rtsps") ? RTSPTapUseTls(client, &options) : RTSP_SUCCESS;
+    return result == RTSPTAP_TOO_LATE ? RTSP_SUCCESS : result; // connecting again: it is set
+#else
+    (void)client, (void)target;
+    return RTSP_SUCCESS;
+#endif
+}
+
+} // namespace
+
 Session::Session() : client_(RTSPClientCreate()) {
     if (client_ <= 0) throw std::bad_alloc();
     RTPClientSetAudioVideoBufferSize(client_, kVideoBufferBytes, kAudioBufferBytes);
@@ -164,6 +187,7 @@ int32_t Session::Connect(const Target &target, std::string &address) {
     if (const Credentials &given = target.credentials; isFirst && !given.user.empty())
         RTSPTapSetCredentials(client_, given.user.c_str(), given.password.c_str());
     char text[kTextBytes] = {};
+    if (const int32_t result = UseTls(client_, target); result != RTSP_SUCCESS) return result;
     const int32_t result = RTSPTapConnect(client_, target.url.c_str(), text);
     if (result == RTSP_SUCCESS) address = text;
     const bool isTcp = result == RTSP_SUCCESS && target.transport == RTSPTAP_TRANSPORT_TCP;
@@ -176,12 +200,16 @@ RTSPTapTransport Session::TransportUsed() const {
     return static_cast<RTSPTapTransport>(used);
 }
 
-std::string Session::Authentication() const {
-    char text[kTextBytes] = {};
+std::string Session::Told(int32_t option) const {
+    char text[256] = {}; // the longest is told whole
     uint32_t size = sizeof text;
-    RTSPTapGetOptionText(client_, RTSPTAP_OPTION_CHALLENGE, text, &size);
+    RTSPTapGetOptionText(client_, option, text, &size);
     return Presentable(text);
 }
+
+std::string Session::Authentication() const { return Told(RTSPTAP_OPTION_CHALLENGE); }
+
+std::string Session::StreamFailure() const { return Told(RTSPTAP_OPTION_STREAM_FAILURE); }
 
 Answer Session::Options() {
     constexpr int64_t kPatienceMs = 5000;

@@ -3,6 +3,7 @@
 
 #include "base/outcome.h"
 #include "base/reply.h"
+#include "base/settings.h"
 #include "rtsptap_extended.h"
 #include "session/credentials.h"
 
@@ -37,6 +38,7 @@ struct Target {
     MethodHeaders headers;
     bool exact = false;    // as in ServerSettings
     bool keepalive = true; // likewise
+    TlsSettings tls = {};
 };
 
 // What an exchange came to.
@@ -87,7 +89,7 @@ public:
     // The address is the server's, where it was reached. Again, when it has closed the connection: what it has
     // asked for is answered from the first request on.
     int32_t Connect(const Target &target, std::string &address);
-    RTSPTapTransport TransportUsed() const;                      // of the streams that are set up
+    RTSPTapTransport TransportUsed() const; // of the streams that are set up
 
     // Each is one exchange, and blocks as long as the library does. Any thread: they wait for one another.
     Answer Options(); // in the tolerant dialect not for long: some servers never answer it
@@ -134,10 +136,12 @@ public:
     void ShowControl(ControlObserver observer);
 
     std::string Authentication() const; // the server's way that is answered, "Digest"; empty: never asked for
+    std::string StreamFailure() const;  // why a connection through TLS or HTTP has failed; empty: it has not
 
 private:
     Answer Send(RTSPMethod method, int32_t stream = 0);
     Answer AnswerOf(int32_t result) const;
+    std::string Told(int32_t option) const;
     std::string LastReply() const;
     int32_t InLibrary(int32_t number) const;
     static void TakeControl(void *session, int32_t number, int32_t isSent, const uint8_t *packet, uint32_t length);

@@ -5,13 +5,27 @@
 #include <algorithm>
 #include <arpa/inet.h>
 #include <charconv>
+#include <iterator>
 #include <memory>
 #include <netdb.h>
 
 namespace tool {
 namespace {
 
-constexpr std::string_view kScheme = "rtsp://";
+struct Scheme {
+    std::string_view name;
+    uint16_t port;
+    bool isSecure;
+};
+
+constexpr Scheme kSchemes[] = {
+    {"rtsp", 554, false}, {"rtsps", 322, true}, {"rtsph", 80, false}, {"rtspsh", 443, true}};
+
+const Scheme *FindScheme(std::string_view name) {
+    const auto *const found = std::find_if(std::begin(kSchemes), std::end(kSchemes),
+                                           [name](const Scheme &scheme) { return SameText(name, scheme.name); });
+    return found != std::end(kSchemes) ? found : nullptr;
+}
 
 Outcome Refuse(const std::string &why) { return {ExitCode::kUsage, "URL: " + why}; }
 
@@ -68,8 +82,13 @@ Outcome ParseUrl(std::string_view text, Url &url) {
     url = {};
     const auto separates = [](unsigned char letter) { return letter <= ' ' || letter == 0x7F; };
     if (std::any_of(text.begin(), text.end(), separates)) return Refuse("a space is written %20");
-    if (!SameText(text.substr(0, kScheme.size()), kScheme)) return Refuse("it must begin with rtsp://");
-    text.remove_prefix(kScheme.size());
+    constexpr std::string_view kMark = "://";
+    const std::string_view name = text.substr(0, text.find(kMark));
+    const Scheme *const scheme = name.size() < text.size() ? FindScheme(name) : nullptr;
+    if (scheme == nullptr) return Refuse("it must begin with rtsp:// or rtsps://");
+    url.scheme = scheme->name;
+    url.port = scheme->port;
+    text.remove_prefix(name.size() + kMark.size());
     std::string_view authority = text.substr(0, text.find_first_of("/?"));
     text.remove_prefix(authority.size());
     if (!text.empty()) url.path = text.substr(text.front() == '/' ? 1 : 0);
@@ -86,7 +105,13 @@ std::string HostAndPort(const Url &url) {
     return (isV6 ? "[" + url.host + "]" : url.host) + ":" + std::to_string(url.port);
 }
 
-std::string RequestUrl(const Url &url) { return "rtsp://" + HostAndPort(url) + "/" + url.path; }
+std::string RequestUrl(const Url &url) { return url.scheme + "://" + HostAndPort(url) + "/" + url.path; }
+
+uint16_t DefaultPort(const Url &url) { return FindScheme(url.scheme)->port; }
+
+bool IsSecure(const Url &url) { return FindScheme(url.scheme)->isSecure; }
+
+bool KeepsToTcp(const Url &url) { return url.scheme != kSchemes[0].name; }
 
 Outcome ResolveHost(const std::string &host, std::string &address) {
     addrinfo hints = {};

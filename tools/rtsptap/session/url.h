@@ -14,13 +14,18 @@ struct Url {
     std::string password; // percent-decoded
     std::string host;     // name or address; of IPv6 without brackets
     uint16_t port = 554;
-    std::string path; // with its query, as written, without the leading slash
+    std::string path;            // with its query, as written, without the leading slash
+    std::string scheme = "rtsp"; // or rtsps, rtsph, rtspsh; in lower case
 };
+
+uint16_t DefaultPort(const Url &url);
+bool IsSecure(const Url &url);   // through TLS
+bool KeepsToTcp(const Url &url); // datagrams would be in the clear, or not get through
 
 std::string HostAndPort(const Url &url); // "camera.local:554", "[::1]:554"
 std::string RequestUrl(const Url &url);  // without user and password
 
-// Takes "rtsp://[user[:password]@]host[:port][/path]" apart. Its texts never repeat the address: it may hold a
+// Takes "SCHEME://[user[:password]@]host[:port][/path]" apart. Its texts never repeat the address: it may hold a
 // password.
 Outcome ParseUrl(std::string_view text, Url &url);
 

@@ -41,8 +41,8 @@ std::string UrlWithoutCredentials(const std::string &text) {
     Url url;
     if (!ParseUrl(text, url).IsOk()) return "";
     std::string authority = HostAndPort(url);
-    if (url.port == Url().port) authority.resize(authority.rfind(':'));
-    return Presentable("rtsp://" + authority + "/" + url.path);
+    if (url.port == DefaultPort(url)) authority.resize(authority.rfind(':'));
+    return Presentable(url.scheme + "://" + authority + "/" + url.path);
 }
 
 void TakeOpening(const OpenedSession &opened, ProbeResult &result) {
