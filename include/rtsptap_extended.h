@@ -1003,6 +1003,11 @@ RTSPTAP_API int32_t RTSPTapGetStreamStatistics(intptr_t clientHandle, int32_t st
  * it, which it does here. Limits are those of the same call without Begin, and are looked at when RTSPTapProgress is
  * called. Ending receive threads (TEARDOWN, Destroy) takes the moment that they need to see it.
  *
+ * When to call RTSPTapProgress: for a client without threads RTSPTapGetDescriptor, or its group's, is readable when an
+ * operation can go on, and until its result was told, and RTSPTapNextDeadline counts it in; RTSPTapGroupTakePackets
+ * returns early then, with 0 where there are no packets. For a client with threads RTSPTapNextDeadline asks for a
+ * look every 10 ms while one is pending.
+ *
  * RTSPTapInterrupt gives an operation up; RTSPClientDestroy does it, too, and waits for nothing.
  */
 

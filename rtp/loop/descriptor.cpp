@@ -5,12 +5,15 @@
 #include "rtp/media_session.h"
 #include "rtsptap_extended.h"
 
+#include <algorithm>
 #include <memory>
 #include <new>
 
 using namespace rtsptap;
 
 namespace {
+
+constexpr int64_t kLookMs = 10; // at an operation of a client with threads: no descriptor tells
 
 int32_t OpenOwnWatch(const CallTrace &trace, MediaSession &session) {
     std::unique_ptr<Watch> watch(new (std::nothrow) Watch{});
@@ -40,6 +43,8 @@ int32_t RTSPTapNextDeadline(intptr_t clientHandle, int64_t *ms) {
     const MediaSession *const session = LiveSession(clientHandle);
     if (session == nullptr || ms == nullptr)
         return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid client handle or pointer\n");
-    *ms = IsThreadless(*session) ? ComeBackIn(*session) : -1;
+    const bool isUnderWay = session->pending != nullptr || session->loop.hasNews;
+    *ms = IsThreadless(*session) || isUnderWay ? ComeBackIn(*session) : -1;
+    if (isUnderWay && !IsThreadless(*session)) *ms = *ms < 0 ? kLookMs : std::min(*ms, kLookMs);
     return RTSP_SUCCESS;
 }

@@ -78,16 +78,19 @@ bool MayBeDueSooner(const Connection &connection) {
            (reader != nullptr && (reader->replySinceMs != 0 || reader->stream != nullptr));
 }
 
-void ServeEvent(const epoll_event &event) {
+// True when it is of an operation, which the program has to take on.
+bool ServeEvent(const epoll_event &event) {
     const WatchedSocket socket = SocketOf(event.data.u64);
-    if (socket.thread == nullptr) return; // the timer: the clock tells
+    if (socket.thread == nullptr) return socket.isOperation; // the timer: the clock tells
     MediaSession &session = *socket.thread->stream->session;
     const PrintsFor client(HandleOf(session));
     ServeNow(*socket.thread, socket.service, static_cast<short>(event.events));
     if (MayBeDueSooner(session.connection)) SettleDue(session);
+    return false;
 }
 
-void ServeDueSession(MediaSession &session, uint64_t nowMs) {
+bool ServeDueSession(MediaSession &session, uint64_t nowMs) {
+    const bool isCalled = OperationIsDue(session);
     ServeSession(session, 0);
     for (RTSPStreamInfo *stream = session.streamList; stream != nullptr; stream = stream->next) {
         const uint64_t end = stream->order.waitEndsMs.load(std::memory_order_relaxed);
@@ -97,20 +100,24 @@ void ServeDueSession(MediaSession &session, uint64_t nowMs) {
         SettleSession(session);
     else
         SettleDue(session);
+    return isCalled;
 }
 
 // Those that are due again at once have to wait for the next call.
-void ServeWhatIsDue(const Watch &watch) {
-    if (watch.firstDue == nullptr) return;
+bool ServeWhatIsDue(const Watch &watch) {
+    bool isCalled = false;
+    if (watch.firstDue == nullptr) return isCalled;
     const uint64_t now = MonotonicMs();
     for (std::size_t served = 0; served < kMostEvents; ++served) {
         MediaSession *const session = watch.firstDue;
-        if (session == nullptr || session->loop.dueMs > now) return;
-        ServeDueSession(*session, now);
+        if (session == nullptr || session->loop.dueMs > now) break;
+        isCalled = ServeDueSession(*session, now) || isCalled;
     }
+    return isCalled;
 }
 
-void WaitAndServe(const Watch &watch, uint64_t deadlineMs) {
+// True when an operation of a member is to be taken on.
+bool WaitAndServe(const Watch &watch, uint64_t deadlineMs) {
     std::array<epoll_event, kMostEvents> events;
     uint64_t untilMs = deadlineMs;
     if (watch.firstDue != nullptr) untilMs = std::min(untilMs, watch.firstDue->loop.dueMs);
@@ -118,8 +125,9 @@ void WaitAndServe(const Watch &watch, uint64_t deadlineMs) {
     const auto waitMs = static_cast<int>(std::min<uint64_t>(untilMs - std::min(now, untilMs), INT_MAX));
     const int came =
         epoll_wait(watch.epoll, events.data(), static_cast<int>(events.size()), deadlineMs != 0 ? waitMs : 0);
-    for (int at = 0; at < came; ++at) ServeEvent(events[static_cast<std::size_t>(at)]);
-    ServeWhatIsDue(watch);
+    bool isCalled = false;
+    for (int at = 0; at < came; ++at) isCalled = ServeEvent(events[static_cast<std::size_t>(at)]) || isCalled;
+    return ServeWhatIsDue(watch) || isCalled;
 }
 
 int32_t TakeOfAll(Watch &watch, std::span<RTSPTapGroupPacket> records, int32_t timeoutMs) {
@@ -127,9 +135,9 @@ int32_t TakeOfAll(Watch &watch, std::span<RTSPTapGroupPacket> records, int32_t t
     const uint64_t deadlineMs =
         count == 0 && timeoutMs > 0 ? MonotonicMs() + static_cast<uint64_t>(timeoutMs) + 1 : 0;
     while (count == 0) {
-        WaitAndServe(watch, deadlineMs);
+        const bool isCalled = WaitAndServe(watch, deadlineMs);
         count = HandOut(watch, records);
-        if (deadlineMs == 0 || MonotonicMs() >= deadlineMs) break;
+        if (isCalled || deadlineMs == 0 || MonotonicMs() >= deadlineMs) break;
     }
     return count;
 }

@@ -1,5 +1,6 @@
 #include "rtp/loop/watch.h"
 
+#include "platform/fiber.h"
 #include "platform/system.h"
 #include "rtp/delivery.h"
 #include "rtp/loop/passes.h"
@@ -10,6 +11,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <poll.h>
+#include <span>
 #include <sys/epoll.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
@@ -19,9 +22,11 @@ namespace rtsptap {
 
 // ---- events: a record lies at an even address, with room for the number of a service ----
 
-static_assert(alignof(StreamThread) > kMostServed);
+static_assert(alignof(StreamThread) > kMostServed + 1);
 
 namespace {
+
+constexpr uint64_t kOperation = kMostServed + 1;
 
 uint64_t EventData(StreamThread &thread, std::size_t service) {
     return reinterpret_cast<uintptr_t>(&thread) | service;
@@ -31,6 +36,7 @@ uint64_t EventData(StreamThread &thread, std::size_t service) {
 
 WatchedSocket SocketOf(uint64_t eventData) {
     constexpr uint64_t kServiceBits = alignof(StreamThread) - 1;
+    if (eventData == kOperation) return {.thread = nullptr, .service = 0, .isOperation = true};
     return {reinterpret_cast<StreamThread *>(static_cast<uintptr_t>(eventData & ~kServiceBits)),
             static_cast<std::size_t>(eventData & kServiceBits)};
 }
@@ -154,11 +160,22 @@ namespace {
 
 constexpr int kShortOfMemoryMs = 20;
 
+// MonotonicMs when the pending operation goes on even if nothing comes, or its end is to be told; 0: never.
+uint64_t OperationDue(const MediaSession &session) {
+    const LoopPlace &loop = session.loop;
+    if (loop.hasNews) return std::max(kAtOnce, loop.notBeforeMs);
+    if (session.pending == nullptr) return 0;
+    uint64_t due = AwaitedBy(*session.pending).deadlineMs;
+    if (loop.isBlind) due = std::min<uint64_t>(due, MonotonicMs() + kShortOfMemoryMs);
+    return due == kNoDeadline ? 0 : std::max(due, loop.notBeforeMs);
+}
+
 // MonotonicMs when the program has to come back; 0: no matter when.
 uint64_t DueOf(const MediaSession &session) {
     int64_t ms = SessionDueIn(session);
     if (session.loop.isShort) ms = ms < 0 ? kShortOfMemoryMs : std::min<int64_t>(ms, kShortOfMemoryMs);
     uint64_t due = ms < 0 ? 0 : MonotonicMs() + static_cast<uint64_t>(ms);
+    if (const uint64_t end = OperationDue(session); end != 0) due = due == 0 ? end : std::min(due, end);
     if (session.reorderWaitMs.load(std::memory_order_relaxed) == 0) return due;
     const RTSPStreamInfo *stream = session.streamList;
     for (; stream != nullptr; stream = stream->next) {
@@ -211,6 +228,50 @@ void SettleDue(MediaSession &session) {
     if (dueMs != 0) InsertDue(session, dueMs);
 }
 
+// ---- an operation: in a descriptor of its own, as a socket of its may be in the watch already ----
+
+namespace {
+
+void ForgetAwaited(LoopPlace &loop) {
+    if (loop.awaited < 0) return;
+    epoll_ctl(loop.watch->epoll, EPOLL_CTL_DEL, loop.awaited, nullptr);
+    close(std::exchange(loop.awaited, -1));
+}
+
+bool Gather(LoopPlace &loop, const Awaited &awaited) {
+    if (awaited.count == 0) return true;
+    loop.awaited = epoll_create1(EPOLL_CLOEXEC);
+    if (loop.awaited < 0) return false;
+    for (const pollfd &socket : std::span(awaited.sockets).first(awaited.count)) {
+        epoll_event event = {.events = static_cast<uint32_t>(socket.events),
+                             .data = {.u64 = 0}}; // as poll(2) has them
+        if (socket.fd >= 0 && epoll_ctl(loop.awaited, EPOLL_CTL_ADD, socket.fd, &event) != 0) return false;
+    }
+    epoll_event event = {.events = EPOLLIN, .data = {.u64 = kOperation}};
+    return epoll_ctl(loop.watch->epoll, EPOLL_CTL_ADD, loop.awaited, &event) == 0;
+}
+
+} // namespace
+
+void SettlePending(MediaSession &session) {
+    LoopPlace &loop = session.loop;
+    loop.notBeforeMs = 0;
+    if (loop.watch == nullptr) return;
+    ForgetAwaited(loop);
+    loop.isBlind = session.pending != nullptr && !Gather(loop, AwaitedBy(*session.pending));
+    SettleDue(session);
+    SettleTimer(*loop.watch);
+}
+
+bool OperationIsDue(MediaSession &session) {
+    constexpr uint64_t kAgainMs = 10;
+    const uint64_t due = OperationDue(session);
+    const uint64_t now = MonotonicMs();
+    if (due == 0 || now < due) return false;
+    session.loop.notBeforeMs = now + kAgainMs;
+    return true;
+}
+
 int64_t ComeBackIn(const MediaSession &session) {
     const RTSPStreamInfo *stream = session.streamList;
     for (; stream != nullptr; stream = stream->next) {
@@ -233,6 +294,7 @@ void MoveTo(MediaSession &session, Watch *watch) {
         NoteEmpty(*stream);
     }
     Watch *const before = session.loop.watch;
+    ForgetAwaited(session.loop);
     if (before != nullptr) RemoveDue(session);
     session.loop.watch = watch;
     if (before != nullptr) SettleTimer(*before);
@@ -242,6 +304,7 @@ void MoveTo(MediaSession &session, Watch *watch) {
         if (isOver || stream->packetListHead.load(std::memory_order_acquire) != nullptr) NoteReady(*stream);
     }
     SettleSession(session);
+    SettlePending(session);
 }
 
 void LeaveGroup(MediaSession &session) {

@@ -32,12 +32,16 @@ struct Watch {
 
 // A session's part in it.
 struct LoopPlace {
-    Watch *watch = nullptr;  // null: nobody waits on a descriptor
-    Watch *own = nullptr;    // owned: the session's own
-    bool inGroup = false;    // `watch` is the group's
-    void *context = nullptr; // what the program knows it by there
-    bool isShort = false;    // of memory: a socket is not in the descriptor, and looked at by the clock meanwhile
-    uint64_t dueMs = 0;      // MonotonicMs when something is due, or before; 0: not in the watch's list
+    Watch *watch = nullptr;   // null: nobody waits on a descriptor
+    Watch *own = nullptr;     // owned: the session's own
+    bool inGroup = false;     // `watch` is the group's
+    void *context = nullptr;  // what the program knows it by there
+    bool isShort = false;     // of memory: a socket is not in the descriptor, and looked at by the clock meanwhile
+    int awaited = -1;         // epoll of what the pending operation waits for, in the watch's; -1: nothing
+    bool isBlind = false;     // of memory or descriptors for that: it is looked at by the clock
+    bool hasNews = false;     // an operation has ended, and nobody was told
+    uint64_t notBeforeMs = 0; // MonotonicMs before which a group does not tell of the operation again
+    uint64_t dueMs = 0;       // MonotonicMs when something is due, or before; 0: not in the watch's list
     MediaSession *earlier = nullptr;
     MediaSession *later = nullptr;
     MediaSession *nextMember = nullptr;
@@ -46,8 +50,9 @@ struct LoopPlace {
 
 // Whose socket an event is of.
 struct WatchedSocket {
-    StreamThread *thread = nullptr; // null: the timer
+    StreamThread *thread = nullptr; // null: the timer, or what an operation waits for
     std::size_t service = 0;
+    bool isOperation = false;
 };
 WatchedSocket SocketOf(uint64_t eventData);
 
@@ -72,6 +77,11 @@ void SettleSession(MediaSession &session);
 // After all that: when something is due.
 void SettleDue(MediaSession &session);
 void SettleTimer(Watch &watch);
+
+// The pending operation waits for something else, has ended, or its end was told.
+void SettlePending(MediaSession &session);
+// Whether it is to go on by the clock, or its end to be told. Said again only after a while.
+bool OperationIsDue(MediaSession &session);
 
 // Its sockets leave, because they will be closed or somebody else's.
 void ForgetSockets(StreamThread &thread);

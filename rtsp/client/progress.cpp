@@ -4,6 +4,7 @@
 #include "platform/printers.h"
 #include "platform/text.h"
 #include "platform/waiting.h"
+#include "rtp/loop/watch.h"
 #include "rtsp/client/client.h"
 
 #include <algorithm>
@@ -67,11 +68,18 @@ int32_t FailBusy(const CallTrace &trace) {
 
 void GoOn(RTSPClient &client) {
     Fiber &fiber = *client.media.pending;
-    if (!ResumeFiber(fiber)) return;
+    if (!ResumeFiber(fiber)) return SettlePending(client.media);
     const std::unique_ptr<const Operation> ended(std::exchange(client.operation, nullptr));
     const bool isInterrupted = IsCalledOff(fiber) && ended->result != RTSP_SUCCESS;
     client.operationResult = isInterrupted ? RTSPTAP_INTERRUPTED : ended->result;
     FreeFiber(std::exchange(client.media.pending, nullptr));
+    client.media.loop.hasNews = true;
+    SettlePending(client.media);
+}
+
+int32_t Tell(RTSPClient &client) {
+    if (std::exchange(client.media.loop.hasNews, false)) SettlePending(client.media);
+    return client.operationResult;
 }
 
 int32_t Begin(const CallTrace &trace, RTSPClient &client, std::unique_ptr<Operation> operation) {
@@ -168,9 +176,9 @@ int32_t RTSPTapProgress(intptr_t clientHandle) {
     RTSPClient *const client = LiveClient(clientHandle);
     if (client == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid client handle\n");
     Fiber *const pending = client->media.pending;
-    if (pending == nullptr) return client->operationResult;
+    if (pending == nullptr) return Tell(*client);
     if (IsOnFiber()) return RTSPTAP_PENDING; // out of a callback of its own
     if (client->media.interrupts != client->operation->interruptsBefore) CallOff(*pending);
     if (IsDue(*pending)) GoOn(*client);
-    return client->media.pending != nullptr ? RTSPTAP_PENDING : client->operationResult;
+    return client->media.pending != nullptr ? RTSPTAP_PENDING : Tell(*client);
 }

@@ -194,5 +194,53 @@ TEST(Progress, IsEndedByWhatEndsAWaitForTheFirstPacket) {
     EXPECT_EQ(RTSPTapStart(client, nullptr, nullptr), RTSPTAP_INTERRUPTED);
 }
 
+// As a loop of the program's waits: for the client's descriptor, or in its group's call.
+TEST(Progress, WithoutThreadsIsWokenByTheDescriptorOrTheGroup) {
+    for (const uint32_t proto : {kUdp, kTcp})
+        for (const bool inGroup : {false, true}) {
+            const CapturedStdout output;
+            const Reply media = proto == kTcp ? SendBytes(Frame(0, Rtp(7))) : Reply{};
+            ScriptedServer server(Script{{"OPTIONS ", Delay(50) + Ok()}, kDescribed[1]} +
+                                  Script{{"SETUP ", SetupReply(1, proto)},
+                                         {"SETUP ", SetupReply(2, proto)},
+                                         {"PLAY ", Delay(50) + Ok() + media},
+                                         {"PAUSE ", Delay(50) + Ok()},
+                                         {"TEARDOWN ", Ok()}});
+            RTSPTapGroup *const group = RTSPTapGroupCreate();
+            Client client;
+            Set(client, RTSPTAP_OPTION_THREADS, 0);
+            Set(client, RTSPTAP_OPTION_TRANSPORT, proto == kTcp ? RTSPTAP_TRANSPORT_TCP : RTSPTAP_TRANSPORT_UDP);
+            Set(client, RTSPTAP_OPTION_SILENCE_LIMIT, proto == kTcp ? 3000 : 0);
+            EXPECT_TRUE(!inGroup || RTSPTapGroupAdd(group, client, nullptr) == 0);
+            std::vector<uint16_t> numbers;
+            const auto wait = [&] {
+                pollfd loop = {inGroup ? RTSPTapGroupGetDescriptor(group) : RTSPTapGetDescriptor(client), POLLIN,
+                               0};
+                EXPECT_EQ(poll(&loop, 1, 10000), 1);
+                RTSPTapGroupPacket packet = {};
+                if (!inGroup || RTSPTapGroupTakePackets(group, &packet, 1, 10000) != 1) return;
+                numbers.push_back(packet.packet->rtpHeader->sequenceNumber);
+                RTSPTapGroupFreePackets(&packet, 1);
+            };
+            const auto finish = [&](int32_t begun) {
+                int32_t result = begun == 0 ? RTSPTAP_PENDING : begun;
+                int waits = 0;
+                do wait();
+                while (++waits < 100 && StepOn(client, result));
+                EXPECT_LT(waits, 100);
+                return result;
+            };
+            EXPECT_EQ(finish(RTSPTapBeginOpen(client, "bad")), RTSPTAP_BAD_URL); // told by the descriptor, too
+            EXPECT_EQ(finish(RTSPTapBeginOpen(client, UrlOf(server).c_str())), 0);
+            EXPECT_EQ(finish(RTSPTapBeginPlay(client, nullptr, nullptr)), 0);
+            if (proto == kTcp && !inGroup) numbers = TakeSequenceNumbers(client, kVideo, 1);
+            EXPECT_EQ(finish(RTSPTapBeginPause(client)), 0);
+            EXPECT_EQ(numbers.size(), proto == kTcp ? 1U : 0U);
+            EXPECT_EQ(finish(RTSPTapBeginTeardown(client)), 0);
+            client.Destroy();
+            RTSPTapGroupDestroy(group);
+        }
+}
+
 } // namespace
 } // namespace rtsptap::test
