@@ -52,7 +52,20 @@ struct Receiver : LiveStream {
         const uint32_t stored = packet->payloadLength <= packet->packetLength ? packet->payloadLength : 1;
         [[maybe_unused]] volatile uint8_t last = stored > 0 ? packet->payload[stored - 1] : uint8_t{0};
         if (packet->extensionLength > 0) last = packet->extensionData[packet->extensionLength - 1];
+        LookIntoExtension(*packet);
         Free(packet);
+    }
+
+    static void LookIntoExtension(const RTPStreamData &packet) {
+        const uint8_t *data = nullptr;
+        uint32_t found = 0;
+        for (const int id : {1, 2, 7, 14, 15, 255}) {
+            if (RTSPTapGetHeaderExtension(&packet, id, &data, &found) != 0 || found == 0) continue;
+            Require(data > packet.extensionData && data + found <= packet.extensionData + packet.extensionLength);
+        }
+        RTSPTapReplayHeader header = {};
+        header.recordSize = sizeof header;
+        Require(RTSPTapGetReplayHeader(&packet, &header) != 0 || packet.extensionLength >= 12);
     }
 
     const uint8_t settings;

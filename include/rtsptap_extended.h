@@ -186,6 +186,20 @@ enum RTSPTapOption {
     /** Number, 0 or 1, by default 0; while not connected, counts for streams made later. 1: their packets are
      * counted for RTSPTapGetStreamStatistics, which costs each of them about a tenth of what receiving it does. */
     RTSPTAP_OPTION_STATISTICS = 80,
+    /** The same. 1: for RTSPTapGetPacketTimes. */
+    RTSPTAP_OPTION_PACKET_TIMES = 81,
+    /** The same. 1: RTCP reports say what RFC 3550 asks for: loss, jitter and the delay since the last sender
+     * report as they were counted, at the intervals of its section 6.2 (5 seconds or more, half of that before the
+     * first, at random within a half to one and a half of it, and by the b=AS of the description), with an SDES
+     * CNAME; and a BYE says goodbye when the session is torn down or the client destroyed. Reports are then sent by
+     * the clock, and no longer answer those of the server one by one. Compound and reduced-size packets (RFC 5506)
+     * are read. */
+    RTSPTAP_OPTION_TRUE_REPORTS = 82,
+    /** The same. 1: over UDP, where the description offers it ("a=rtcp-fb:* nack"), the sender is asked once for
+     * each packet that has not come when three later ones have (generic NACK; RFC 4585, 6.2.1), up to 64 numbers
+     * back, with at most 20 requests a second. What it sends again is late: RTSPTAP_OPTION_REORDER_WAIT waits for
+     * it. Senders that send it on another SSRC (RFC 4588) are not understood. */
+    RTSPTAP_OPTION_NACK = 83,
     /** Text, told only: what the last 401 asked for since RTSPTapSetCredentials, "Digest SHA-256" or "Basic": the
      * one that was answered, or else the first. Empty before the first. */
     RTSPTAP_OPTION_CHALLENGE = 50,
@@ -968,6 +982,7 @@ typedef struct RTSPTapStreamStatistics {
                             connection (TCP_INFO); -1: there is none. RTCP tells it to senders only, and a client
                             is none (RFC 3550, 6.4.1) */
     uint64_t rulesUsed;  /* how many rules of the client were needed at least once: RTSPTapGetRuleUse says which */
+    uint64_t askedAgain; /* counted: packets that the sender was asked for again (RTSPTAP_OPTION_NACK) */
 } RTSPTapStreamStatistics;
 
 /**
@@ -1059,6 +1074,119 @@ RTSPTAP_API int32_t RTSPTapBeginTeardown(intptr_t clientHandle);
  *         RTSPTAP_NONE_BEGUN; RTSP_INVALID_ARGUMENT bad handle
  */
 RTSPTAP_API int32_t RTSPTapProgress(intptr_t clientHandle);
+
+/* ---- when ---- */
+
+/** Where the sender's time of a packet comes from. */
+enum RTSPTapTimeSource {
+    RTSPTAP_TIME_UNKNOWN = 0,  /* there is none */
+    RTSPTAP_TIME_RTP_INFO = 1, /* the reply to PLAY (RTP-Info; RFC 2326, 12.33): right between the streams of one
+                                  session, and else as far as the reply took no time */
+    RTSPTAP_TIME_SENDER_REPORT = 2 /* the last sender report (RFC 3550, 6.4.1): the sender's clock */
+};
+
+/** When a packet was sent, and when it came. */
+typedef struct RTSPTapPacketTimes {
+    uint32_t recordSize; /* sizeof(RTSPTapPacketTimes), set by the caller */
+    int32_t source;      /* RTSPTapTimeSource, of senderNs */
+    int64_t arrivalNs;   /* nanoseconds since 1970 by this machine's clock: when the system received the datagram
+                            (SO_TIMESTAMPNS), over TCP when it was found in what was read. 0: not known */
+    int64_t senderNs;    /* nanoseconds since 1970 by the sender's clock of what the packet carries, that is of its
+                            RTP timestamp; 0 while source is RTSPTAP_TIME_UNKNOWN */
+    double playTime;     /* seconds of normal play time (RFC 2326, 3.6) of the same, by RTP-Info and Range of the
+                            reply to PLAY; -1: not known */
+    double driftPpm;     /* how much faster the sender's clock runs than this machine's, in millionths: the line
+                            through the last 64 reports at most. Good to a few millionths after some minutes */
+    uint32_t driftReports; /* by how many reports: below 3, or some seconds apart, driftPpm is 0 */
+    uint32_t reserved;     /* 0 */
+} RTSPTapPacketTimes;
+
+/**
+ * Tells the times of a packet, of a stream that was made while RTSPTAP_OPTION_PACKET_TIMES was on. Two streams, of
+ * one camera or of several whose clocks agree (NTP), are aligned by senderNs. It is by the last report there is
+ * now, so ask when the packet is used; a report's timestamps are taken to be within 2^31 units of the packet's.
+ * Reports from before a pause or a seek do not count. Any thread that holds the packet.
+ *
+ * @param stream  the number of the stream that the packet was taken from
+ * @param packet  taken, and not given back
+ * @param times   filled, as far as its recordSize says
+ * @return 0; RTSP_FAILURE times of this stream are not kept; RTSP_INVALID_ARGUMENT bad handle, pointer or
+ *         recordSize, or no such stream
+ */
+RTSPTAP_API int32_t RTSPTapGetPacketTimes(intptr_t clientHandle, int32_t stream, const RTPStreamData *packet,
+                                          RTSPTapPacketTimes *times);
+
+/**
+ * Finds an element of a packet's header extension (RFC 8285), with one-byte or two-byte headers. Any thread that
+ * holds the packet.
+ *
+ * @param id    1 to 14, or to 255 with two-byte headers: what the description's a=extmap says
+ * @param data  receives where it lies, in the packet; null when it has no bytes
+ * @param size  receives its bytes, 0 to 255
+ * @return 0; RTSP_FAILURE there is none; RTSP_INVALID_ARGUMENT bad pointer or id
+ */
+RTSPTAP_API int32_t RTSPTapGetHeaderExtension(const RTPStreamData *packet, int32_t id, const uint8_t **data,
+                                              uint32_t *size);
+
+/** The header extension of recordings that ONVIF devices replay (profile 0xABAC). */
+typedef struct RTSPTapReplayHeader {
+    uint32_t recordSize;     /* sizeof(RTSPTapReplayHeader), set by the caller */
+    uint32_t cSeq;           /* lower 8 bits of the CSeq of the PLAY that it is an answer to */
+    uint64_t ntp;            /* when it was recorded: NTP time, seconds since 1900 in the upper 32 bits */
+    int64_t recordedNs;      /* the same in nanoseconds since 1970 */
+    int32_t isCleanPoint;    /* C: decoding may begin here */
+    int32_t isEndOfSection;  /* E: the end of a contiguous part */
+    int32_t isDiscontinuity; /* D: what came before it was left out */
+    int32_t isLast;          /* T: nothing follows */
+} RTSPTapReplayHeader;
+
+/**
+ * Reads the replay extension of a packet. Any thread that holds the packet.
+ *
+ * @param header  filled, as far as its recordSize says
+ * @return 0; RTSP_FAILURE the packet has none; RTSP_INVALID_ARGUMENT bad pointer or recordSize
+ */
+RTSPTAP_API int32_t RTSPTapGetReplayHeader(const RTPStreamData *packet, RTSPTapReplayHeader *header);
+
+/* ---- reports ---- */
+
+/** What an RTCP packet is: its number (RFC 3550, 12.1). Others are not told. */
+enum RTSPTapReportKind {
+    RTSPTAP_REPORT_SENDER = 200,
+    RTSPTAP_REPORT_GOODBYE = 203,
+    RTSPTAP_REPORT_APPLICATION = 204
+};
+
+/** Something that a server said by RTCP; what does not belong to its kind is 0, empty or null. */
+typedef struct RTSPTapReport {
+    uint32_t recordSize;   /* bytes that the library fills */
+    int32_t streamNumber;  /* from 1 */
+    int32_t kind;          /* RTSPTapReportKind; take one that you do not know for none of yours */
+    uint32_t ssrc;         /* who says it; of a goodbye, who leaves: one report each */
+    uint64_t ntp;          /* sender report: NTP time, seconds since 1900 in the upper 32 bits */
+    uint32_t rtpTimestamp; /* sender report: RTP timestamp of the same moment */
+    uint32_t packets;      /* sender report: packets sent */
+    uint32_t octets;       /* sender report: bytes of payload sent */
+    int32_t subtype;       /* application: 0 to 31 */
+    char name[8];          /* application: its 4 characters */
+    const uint8_t *data;   /* application: what it carries; goodbye: the reason, a text without a terminator */
+    uint32_t size;         /* bytes of data */
+    uint32_t reserved;     /* 0 */
+} RTSPTapReport;
+
+/** Is told what an RTCP packet says, part by part. Called as RTSPTapRtcpCallback is; good until it returns. */
+typedef void (*RTSPTapReportCallback)(void *context, const RTSPTapReport *report);
+
+/**
+ * Has sender reports, goodbyes and application packets of the client's streams told, from compound and reduced-size
+ * packets (RFC 5506). To be set between RTSPClientCreate and RTSPClientConnect; it counts until RTSPClientDestroy
+ * has returned.
+ *
+ * @param callback  null: none
+ * @param context   handed to the callback
+ * @return 0; RTSP_FAILURE the client has connected before; RTSP_INVALID_ARGUMENT bad handle
+ */
+RTSPTAP_API int32_t RTSPTapSetReportCallback(intptr_t clientHandle, RTSPTapReportCallback callback, void *context);
 
 /* ---- passwords ---- */
 

@@ -4,6 +4,7 @@
 #include "platform/system.h"
 #include "rtp/interleaved/tending.h"
 #include "rtp/packet_queue.h"
+#include "rtp/rtcp/true_reports.h"
 #include "rtp/service_thread.h"
 #include "rtp/serving.h"
 #include "rtp/stream.h"
@@ -171,7 +172,8 @@ void StartInterleavedThread(MediaSession &session) {
     ChooseStreamsForFrames(session);
     first->takesFrames = true; // it changes over: its thread is taken over from
     StartStreamThread(first->thread, *first,
-                      {&kInterleavedService, IsTended(session) ? &kKeepAliveService : nullptr});
+                      {&kInterleavedService, IsTended(session) ? &kKeepAliveService : nullptr,
+                       session.trueReports != 0 ? &kReportService : nullptr});
 }
 
 void StopInterleavedThread(const MediaSession &session, int socket) {
@@ -185,6 +187,7 @@ void JoinEndedInterleavedThread(const MediaSession &session) {
 
 void CloseConnectionAndStreams(MediaSession &session) {
     DebugPrint(kDebugEntry, "\tClosing RTSP Connection Socket \n");
+    SayGoodbye(session);
     const int32_t rtspSocket = session.connection.socket;
     LeaveByteStream(session.connection.streams, rtspSocket);
     StopInterleavedThread(session, rtspSocket);

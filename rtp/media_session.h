@@ -28,7 +28,9 @@ struct MediaSession {
     // ---- Constant once connected ----
     void *rtcpContext = nullptr;                // handed to the callback
     RTSPTapRtcpCallback rtcpCallback = nullptr; // called by whoever receives or sends RTCP
-    Dialect dialect;                            // what is accepted; counts what was met
+    void *reportContext = nullptr;              // the same
+    RTSPTapReportCallback reportCallback = nullptr;
+    Dialect dialect; // what is accepted; counts what was met
 
     // ---- Written by the application thread, read by the receive threads ----
     std::atomic<uint32_t> state{CLIENT_INIT_STATE}; // RTSPClientState; in the first one what is paused is over
@@ -53,7 +55,10 @@ struct MediaSession {
     SharedAddress server;                    // of the RTSP server: reports go to a port of it
 
     // ---- Application thread: of streams that are made later ----
-    int64_t keepsStatistics = 0; // 0 or 1
+    int64_t keepsStatistics = 0; // 0 or 1, as the next ones
+    int64_t keepsTimes = 0;      // of their packets
+    int64_t trueReports = 0;
+    int64_t asksAgain = 0; // for packets that are missing
 
     // ---- Application thread ----
     int64_t threads = 1;              // 0: none of the library's; the program's own calls receive
@@ -139,7 +144,8 @@ void CloseRtpSocket(RTSPStreamInfo &stream);
 void CloseRtcpSocket(RTSPStreamInfo &stream);
 
 // Asks for the socket receive buffer that the session is set to, or for `byDefault` bytes, 0 of which leave the
-// system's; notes what was granted. Packets of a client that counts them are to come with their time. False when the system refuses.
+// system's; notes what was granted. Packets of a client that counts them are to come with their time. False when
+// the system refuses.
 bool SizeReceiveBuffer(MediaSession &session, int socket, int byDefault);
 
 // ---- Settings of what is asked with every packet: application thread ----

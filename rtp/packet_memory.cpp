@@ -120,6 +120,7 @@ RTPStreamData *MakeReady(PacketPool &pool) {
     if (pool.ready == nullptr) return nullptr;
     pool.ready->next = nullptr;
     BlockOf(*pool.ready).arrivedMs = 0;
+    BlockOf(*pool.ready).arrivedNs = 0;
     ++pool.made;
     return pool.ready;
 }

@@ -101,6 +101,7 @@ struct PacketBlock {
     RTPHeader header;
     RingClaim claim;         // set when the packet is accepted
     uint64_t arrivedMs;      // MonotonicMs, set where missing packets are waited for
+    int64_t arrivedNs;       // since 1970, set where packets are counted; else 0
     uint16_t extensionBytes; // set with the extension
 };
 static_assert(std::is_standard_layout_v<PacketBlock>);

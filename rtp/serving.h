@@ -64,6 +64,8 @@ extern const Service kRtcpService;
 extern const Service kInterleavedService;
 // What is due on an interleaved connection without anything arriving: beside the service above, and ends with it.
 extern const Service kKeepAliveService;
+// True reports of the streams of an interleaved connection, beside the first of these two, and ends with it.
+extern const Service kReportService;
 // The RTSP connection of a session over UDP, read while nobody asks, and what is due on it. Ends with its thread.
 extern const Service kConnectionService;
 

@@ -24,6 +24,7 @@ void Begin(StreamStatistics &statistics, uint32_t ssrc, uint16_t number, uint32_
     figures.timestamp = timestamp;
     figures.jitter = 0;
     figures.transit = 0;
+    figures.play = 0;
 }
 
 uint64_t ExpectedOf(const ArrivalFigures &figures) {
@@ -116,11 +117,24 @@ void CountTime(ArrivalFigures &figures, int64_t arrivedNs) {
     figures.arrivedMs = MonotonicMs();
 }
 
+// The first packet since PLAY: its timestamp is near the one that the reply names.
+void CountPlay(StreamStatistics &statistics) {
+    const PlayPoint play = statistics.publishedPlay.Get();
+    ArrivalFigures &figures = statistics.figures;
+    statistics.playSeen = play.count;
+    if (play.rtpTime < 0) return;
+    figures.play = play.count;
+    figures.playTimestamp = figures.timestamp + static_cast<int32_t>(static_cast<uint32_t>(play.rtpTime) -
+                                                                     static_cast<uint32_t>(figures.timestamp));
+}
+
 } // namespace
 
 // ---- arrivals ----
 
-bool IsWatched(const MediaSession &session) { return session.keepsStatistics != 0; }
+bool IsWatched(const MediaSession &session) {
+    return (session.keepsStatistics | session.keepsTimes | session.trueReports | session.asksAgain) != 0;
+}
 
 void AskForArrivals(const MediaSession &session, int socket) {
     if (IsWatched(session)) TellArrivals(socket);
@@ -134,12 +148,13 @@ void NoteDatagram(StreamStatistics &statistics, const DatagramArrival &arrival) 
     statistics.socketDrops = arrival.drops;
 }
 
-void CountArrival(RTSPStreamInfo &stream, const RTPStreamData &packet) {
+void CountArrival(RTSPStreamInfo &stream, RTPStreamData &packet) {
     StreamStatistics &statistics = *stream.statistics;
     ArrivalFigures &figures = statistics.figures;
     const RTPHeader &header = *packet.rtpHeader;
     int64_t arrivedNs = std::exchange(statistics.nextArrivedNs, 0);
     if (arrivedNs == 0) arrivedNs = WallClockNs();
+    BlockOf(packet).arrivedNs = arrivedNs;
     if (IsOfSender(statistics, packet)) {
         ++figures.packets;
         ++figures.received;
@@ -148,6 +163,8 @@ void CountArrival(RTSPStreamInfo &stream, const RTPStreamData &packet) {
         CountNumber(statistics, header.sequenceNumber);
         if (const int32_t rate = ClockRateOf(stream); rate > 0) CountJitter(figures, arrivedNs, rate);
         CountTime(figures, arrivedNs);
+        AskForMissing(stream);
+        if (statistics.plays.load(std::memory_order_acquire) != statistics.playSeen) CountPlay(statistics);
     }
     statistics.published.Put(figures);
 }
@@ -155,18 +172,6 @@ void CountArrival(RTSPStreamInfo &stream, const RTPStreamData &packet) {
 int32_t ClockRateOf(const RTSPStreamInfo &stream) {
     if (stream.description.clockRate > 0) return stream.description.clockRate;
     return UsualClockRate(stream.codecType.load(std::memory_order_relaxed));
-}
-
-void NoteSenderReport(RTSPStreamInfo &stream, ReportFigures report) {
-    if (stream.statistics == nullptr) return;
-    const uint32_t sender = stream.remoteSsrc.load(std::memory_order_relaxed);
-    if (sender != 0 && report.ssrc != sender) return; // of another one in a group
-    ReportFigures &last = stream.statistics->report;
-    report.count = last.count + 1;
-    report.arrivedNs = WallClockNs();
-    report.arrivedMs = MonotonicMs();
-    last = report;
-    stream.statistics->publishedReport.Put(last);
 }
 
 int64_t WallClockNs() {

@@ -5,8 +5,10 @@
 
 #include "platform/system.h"
 #include "rtp/arrivals.h"
+#include "rtp/rtcp/true_reports.h"
 #include "rtsptap.h"
 
+#include <array>
 #include <atomic>
 #include <bitset>
 #include <cstddef>
@@ -80,7 +82,11 @@ struct ArrivalFigures {
     int64_t arrivedNs = 0;    // of the last packet, since 1970; 0: none has come
     uint64_t arrivedMs = 0;   // the same by MonotonicMs
     int64_t longestGapNs = 0; // between two packets
+    uint64_t askedAgain = 0;  // numbers that the sender was asked for
     uint64_t kernelDrops = 0; // by the socket's buffer, up to the last packet
+    // ---- of the sender, again ----
+    uint64_t play = 0;         // count of the PlayPoint that the next is of; 0: none is the sender's
+    int64_t playTimestamp = 0; // its RTP time, as `timestamp` goes on
 };
 
 // The last sender report of the stream's sender (RFC 3550, 6.4.1).
@@ -91,8 +97,26 @@ struct ReportFigures {
     uint32_t rtpTimestamp = 0;
     uint32_t packets = 0;
     uint32_t octets = 0;
-    int64_t arrivedNs = 0;  // since 1970
-    uint64_t arrivedMs = 0; // MonotonicMs
+    int64_t arrivedNs = 0;     // since 1970
+    uint64_t arrivedMs = 0;    // MonotonicMs
+    double driftPpm = 0;       // how much faster the sender's clock runs than this machine's
+    uint64_t driftReports = 0; // by so many reports
+};
+
+// What the reply to the last PLAY says of a stream (RFC 2326, 12.33).
+struct PlayPoint {
+    uint64_t count = 0;         // of replies
+    uint64_t reportsBefore = 0; // sender reports that say nothing of what comes since
+    int64_t rtpTime = -1;       // -1: it does not say
+    int64_t wallNs = 0;         // when it came, the same for all streams it is about
+    double playTime = -1;       // seconds of normal play time at rtpTime; -1: it does not say
+    double scale = 1;           // seconds of that in a second
+};
+
+// When reports said they were sent, and when they came: for the drift between the clocks. Seconds.
+struct ClockPair {
+    double local = 0;
+    double ahead = 0; // how far the sender's clock is before this one
 };
 
 struct StreamStatistics {
@@ -105,11 +129,23 @@ struct StreamStatistics {
     uint16_t newNext = 0;      // which
     int64_t nextArrivedNs = 0; // of the packet that is accepted next; 0: it is not known
     uint32_t socketDrops = 0;  // as the socket counts
+    MissingPackets missing;
     Published<ArrivalFigures> published;
+
+    uint64_t playSeen = 0; // count of the PlayPoint seen last
+
+    // ---- Application thread; read by whoever receives ----
+    PlayPoint play;
+    Published<PlayPoint> publishedPlay;
+    std::atomic<uint64_t> plays{0}; // its count
 
     // ---- Who handles the stream's RTCP ----
     ReportFigures report;
+    std::array<ClockPair, 64> clocks; // of the last reports
+    uint64_t clockCount = 0;          // how many were put there
     Published<ReportFigures> publishedReport;
+
+    ReportState reports; // has groups of its own
 };
 
 // What left a queue unread, or found no place in it: counted for every client.
@@ -133,13 +169,23 @@ void AskForArrivals(const MediaSession &session, int socket);
 void NoteDatagram(StreamStatistics &statistics, const DatagramArrival &arrival);
 
 // A packet that is accepted. Whoever receives.
-void CountArrival(RTSPStreamInfo &stream, const RTPStreamData &packet);
+void CountArrival(RTSPStreamInfo &stream, RTPStreamData &packet);
 
 // RTP timestamp units per second; 0: not known. By the description or, without one, the codec.
 int32_t ClockRateOf(const RTSPStreamInfo &stream);
 
 // A new sender report of the stream's sender. Whoever handles its RTCP.
 void NoteSenderReport(RTSPStreamInfo &stream, ReportFigures report);
+
+// The reply to PLAY says so of the stream; count and reportsBefore are filled in. Where the stream was paused, or
+// goes on elsewhere, reports of before say nothing any more. Application thread.
+void NotePlay(RTSPStreamInfo &stream, PlayPoint play, bool goesOnElsewhere);
+
+// The stream with that number, also of the session that was torn down last; null when there is none.
+RTSPStreamInfo *FindStreamEvenEnded(const MediaSession &session, int32_t number);
+
+// An NTP time (32.32 bits) in ns since 1970, up to 2104.
+int64_t NtpInNs(uint64_t ntp);
 
 // Wall clock, ns since 1970.
 int64_t WallClockNs();

@@ -61,6 +61,7 @@ void TellArrivals(const ArrivalFigures &figures, RTSPTapStreamStatistics &told) 
         told.expected > 0 ? static_cast<double>(told.missing) / static_cast<double>(told.expected) : 0;
     told.duplicates = figures.duplicates;
     told.reordered = figures.reordered;
+    told.askedAgain = figures.askedAgain;
     told.strays = figures.strays;
     told.restarts = figures.restarts;
     told.sinceLastPacketMs = any ? SinceMs(figures.arrivedMs) : -1;
@@ -120,6 +121,8 @@ RTSPTapStreamStatistics Tell(RTSPStreamInfo &stream) {
     return told;
 }
 
+} // namespace
+
 RTSPStreamInfo *FindStreamEvenEnded(const MediaSession &session, int32_t number) {
     RTSPStreamInfo *stream = FindStreamByNumber(session, number);
     if (stream != nullptr || number < 1 || number > session.tornDownStreams) return stream;
@@ -127,7 +130,6 @@ RTSPStreamInfo *FindStreamEvenEnded(const MediaSession &session, int32_t number)
     return stream;
 }
 
-} // namespace
 } // namespace rtsptap
 
 using namespace rtsptap;

@@ -257,7 +257,7 @@ void SizeRings(const MediaSession &session) {
         if (!stream->takesFrames) continue;
         SizeRing(*stream);
         stream->receiving = true;
-        stream->localSsrc = ChooseSsrc(*stream);
+        if (session.trueReports == 0 || stream->localSsrc == 0) stream->localSsrc = ChooseSsrc(*stream);
     }
 }
 

@@ -10,8 +10,22 @@ namespace rtsptap {
 
 struct RTSPStreamInfo;
 
+enum RtcpType : uint8_t {
+    kSenderReport = 200,
+    kReceiverReport = 201,
+    kSourceDescription = 202,
+    kBye = 203,
+    kApplication = 204,
+    kTransportFeedback = 205, // RFC 4585, 6.2
+    kIgnored = 100            // Kept: no RTCP type, yet accepted and answered like a receiver report.
+};
+
+// Whether a client wants to know more of RTCP packets than their first part, and reading that.
+bool ReadsParts(const RTSPStreamInfo &stream);
+void ReadParts(RTSPStreamInfo &stream, std::span<const uint8_t> packet);
+
 // Reads the first packet of a compound one and keeps a sender report in the stream. 0 when it is of a kind
-// that a report answers, -1 otherwise. A packet shorter than its fields is read as if zeros followed.
+// that a report answers at once, -1 otherwise. A packet shorter than its fields is read as if zeros followed.
 int32_t ParseRtcpPacket(RTSPStreamInfo *stream, const uint8_t *packet, int32_t size);
 
 // A new SSRC for our receiver reports (RFC 3550, 8.1). Any thread.

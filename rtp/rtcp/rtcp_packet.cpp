@@ -3,6 +3,7 @@
 #include "platform/printers.h"
 #include "platform/wire.h"
 #include "rtp/media_session.h"
+#include "rtp/rtcp/true_reports.h"
 #include "rtp/rtp_packet.h"
 #include "rtp/stream.h"
 
@@ -34,14 +35,6 @@ namespace {
 //     +-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+-+
 constexpr int kRtcpVersion = 2;
 
-enum RtcpType : uint8_t {
-    kSenderReport = 200,
-    kReceiverReport = 201,
-    kSourceDescription = 202,
-    kBye = 203,
-    kIgnored = 100 // Kept: no RTCP type, yet accepted and answered like a receiver report.
-};
-
 void KeepSenderReport(RTSPStreamInfo &stream, const wire::ReceivedBytes &bytes) {
     stream.rtcp.senderReport = {.header = bytes.U32(0),
                                 .senderSsrc = bytes.U32(4),
@@ -49,11 +42,6 @@ void KeepSenderReport(RTSPStreamInfo &stream, const wire::ReceivedBytes &bytes) 
                                 .ntpLsw = bytes.U32(12),
                                 .packetCount = bytes.U32(20),
                                 .octetCount = bytes.U32(24)};
-    NoteSenderReport(stream, {.ntp = uint64_t{bytes.U32(8)} << 32 | bytes.U32(12),
-                              .ssrc = bytes.U32(4),
-                              .rtpTimestamp = bytes.U32(16),
-                              .packets = bytes.U32(20),
-                              .octets = bytes.U32(24)});
     stream.srRtpTimestamp.store(bytes.U32(16), std::memory_order_relaxed);
 }
 
@@ -84,6 +72,11 @@ int32_t ParseRtcpPacket(RTSPStreamInfo *stream, const uint8_t *packet, int32_t s
     ShowRtcp(*stream, false, packet, size);
     const wire::ReceivedBytes bytes({packet, size > 0 ? static_cast<std::size_t>(size) : 0});
     LookForGoodbye(*stream, bytes, size > 0 ? static_cast<std::size_t>(size) : 0);
+    if (ReadsParts(*stream)) ReadParts(*stream, {packet, bytes.Size()});
+    if (ReportsTruly(*stream)) { // by the clock, and parts come in any order
+        if (bytes.U8(1) == kSenderReport) KeepSenderReport(*stream, bytes);
+        return RTSP_FAILURE;
+    }
     const int version = bytes.U8(0) >> 6;
     const uint8_t type = bytes.U8(1);
     if (version != kRtcpVersion) {

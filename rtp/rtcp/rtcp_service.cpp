@@ -5,6 +5,7 @@
 #include "platform/wire.h"
 #include "rtp/interleaved/sending.h"
 #include "rtp/media_session.h"
+#include "rtp/rtcp/true_reports.h"
 #include "rtp/service_thread.h"
 #include "rtp/serving.h"
 #include "rtp/stream.h"
@@ -162,7 +163,7 @@ bool Open(StreamThread &thread) {
     RTSPStreamInfo &stream = *thread.stream;
     stream.rtcp.senderReport = {};
     stream.srRtpTimestamp = 0;
-    stream.localSsrc = ChooseSsrc(stream);
+    if (!ReportsTruly(stream) || stream.localSsrc == 0) stream.localSsrc = ChooseSsrc(stream);
     if (thread.dataProto == DATA_PROTO_TCP) return false;
     if (stream.rtcpSocket >= 0) return true;
     PrintEvent("Exiting RTCP thread due to connection error\n"); // poll would pass over it
@@ -183,10 +184,13 @@ Served Serve(StreamThread &thread, const Readiness &readiness) {
         PrintEvent("Exiting RTCP thread due to connection error\n");
         return Served::kEnded;
     }
+    if (ReportsTruly(stream)) SendDueReport(stream);
     if ((readiness.events & POLLIN) != 0) return AnswerDatagram(thread, stream, area);
-    if (SilenceLeft(stream) == 0) BreakSilence(stream, area);
+    if (!ReportsTruly(stream) && SilenceLeft(stream) == 0) BreakSilence(stream, area);
     return Served::kNothingLeft;
 }
+
+int WaitMs(RTSPStreamInfo &stream) { return ReportsTruly(stream) ? ReportWaitMs(stream) : SilenceLeft(stream); }
 
 int Socket(const RTSPStreamInfo &stream) { return stream.rtcpSocket; }
 
@@ -203,8 +207,8 @@ constinit const Service kRtcpService{
     .isActive = IsActive,
     .serve = Serve,
     .socket = Socket,
-    .waitMs = SilenceLeft,
-    .dueMs = SilenceLeft,
+    .waitMs = WaitMs,
+    .dueMs = WaitMs,
     .close = Close,
 };
 

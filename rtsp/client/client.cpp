@@ -181,14 +181,31 @@ int32_t RTSPClientSetMTUSize(intptr_t clientHandle, uint32_t mtuSize) {
     return RTSP_SUCCESS;
 }
 
+namespace {
+
+bool HasConnected(const RTSPClient &client) {
+    return client.connected != 0 || client.cSeq != 0 || client.media.streamList != nullptr;
+}
+
+} // namespace
+
 int32_t RTSPTapSetRtcpCallback(intptr_t clientHandle, RTSPTapRtcpCallback callback, void *context) {
     const ClientTrace trace(__func__, clientHandle);
     RTSPClient *const client = LiveClient(clientHandle);
     if (client == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid Client Handle\n");
-    const bool used = client->connected != 0 || client->cSeq != 0 || client->media.streamList != nullptr;
-    if (used) return trace.Fail(RTSP_FAILURE, "EXIT : %s :Client has connected before\n");
+    if (HasConnected(*client)) return trace.Fail(RTSP_FAILURE, "EXIT : %s :Client has connected before\n");
     client->media.rtcpCallback = callback;
     client->media.rtcpContext = context;
+    return RTSP_SUCCESS;
+}
+
+int32_t RTSPTapSetReportCallback(intptr_t clientHandle, RTSPTapReportCallback callback, void *context) {
+    const ClientTrace trace(__func__, clientHandle);
+    RTSPClient *const client = LiveClient(clientHandle);
+    if (client == nullptr) return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid Client Handle\n");
+    if (HasConnected(*client)) return trace.Fail(RTSP_FAILURE, "EXIT : %s :Client has connected before\n");
+    client->media.reportCallback = callback;
+    client->media.reportContext = context;
     return RTSP_SUCCESS;
 }
 

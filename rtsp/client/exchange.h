@@ -106,6 +106,8 @@ int32_t EnterState(Exchange &exchange);
 int32_t CopyReply(Exchange &exchange);
 // The stream addressed plays, or all do, and is received: what PLAY does on 200 (methods.cpp).
 int32_t StartPlaying(Exchange &exchange);
+// What the reply to PLAY says of when its streams begin, for clients that keep times.
+void NotePlayReply(const Exchange &exchange);
 
 // True while the parsed reply's status is 200.
 bool IsOk(const Exchange &exchange);

@@ -71,6 +71,7 @@ int32_t StartPlaying(Exchange &exchange) {
     EnterState(exchange);
     RtpRtspInfoPrint("Successful response of PLAY is received ... \n");
     BeginReceptions(client.media, number);
+    NotePlayReply(exchange);
     if (client.media.dataProto == DATA_PROTO_TCP)
         PlayInterleaved(client.media, number);
     else

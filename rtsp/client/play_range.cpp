@@ -2,6 +2,7 @@
 // them. Application thread.
 #include "platform/text.h"
 #include "rtp/media_session.h"
+#include "rtp/statistics.h"
 #include "rtp/stream.h"
 #include "rtsp/client/client.h"
 #include "rtsp/client/exchange.h"
@@ -160,6 +161,17 @@ void ReadRtpInfo(const Exchange &exchange, std::string_view value, RTSPTapPlayRe
     }
 }
 
+int64_t RtpTimeOf(const Exchange &exchange, std::string_view info, int32_t number) {
+    constexpr std::string_view kUrl = "url=";
+    for (std::string_view rest = After(info, kUrl); rest.data() != nullptr; rest = After(rest, kUrl)) {
+        const std::string_view entry = rest.substr(0, rest.find(kUrl));
+        const std::size_t end = std::min(entry.find(';'), entry.size());
+        if (StreamOf(exchange, WithoutBlanks(entry.substr(0, end))) == number)
+            return NumberOf(entry.substr(end), "rtptime=");
+    }
+    return -1;
+}
+
 void Forget(RTSPTapPlayReply &reply) {
     for (int64_t *const numbers : {reply.sequenceNumbers, reply.rtpTimes})
         if (numbers != nullptr) std::fill_n(numbers, reply.streamRoom, -1);
@@ -185,6 +197,35 @@ int32_t TellReply(Exchange &exchange) {
     std::memcpy(exchange.play->reply, &reply, std::min<std::size_t>(reply.recordSize, sizeof reply));
     return RTSP_SUCCESS;
 }
+
+} // namespace
+
+// Also of a PLAY that the base interface sends. RTP-Info may leave streams out.
+void NotePlayReply(const Exchange &exchange) {
+    const MediaSession &media = exchange.client->media;
+    if (!IsWatched(media)) return;
+    RTSPTapPlayReply reply = {};
+    Forget(reply);
+    ReadRange(HeaderOf(exchange, "Range"), reply);
+    const double scale = LeadingFraction(HeaderOf(exchange, "Scale"));
+    const bool seeks =
+        exchange.play != nullptr && (exchange.play->request.seeks != 0 || exchange.play->request.range != nullptr);
+    const int64_t now = WallClockNs();
+    const std::string_view info = HeaderOf(exchange, "RTP-Info");
+    int32_t number = 1;
+    for (RTSPStreamInfo *stream = media.streamList; stream != nullptr; stream = stream->next, ++number) {
+        if (exchange.arguments.streamNumber != 0 && exchange.arguments.streamNumber != number) continue;
+        const bool wasPaused = stream->streamState == kStreamPaused;
+        NotePlay(*stream,
+                 {.rtpTime = RtpTimeOf(exchange, info, number),
+                  .wallNs = now,
+                  .playTime = reply.start,
+                  .scale = scale != 0 ? scale : 1},
+                 seeks || wasPaused);
+    }
+}
+
+namespace {
 
 constexpr Step kChecks[] = {CheckHandleAndSession, CheckConnected, CheckStreamNumber, CheckState,
                             CheckRequest,          CheckHeaderList};

@@ -99,6 +99,21 @@ TEST(RealServers, ServeExamplesThatHaveALoopOfTheirOwn) {
     }
 }
 
+// Of two cameras with one clock the one behind the slow network is late by what that delays.
+TEST(Examples, AlignStreams) {
+    ChildProcess demo({DEMO_SERVER, "--seconds", "60"});
+    ChildProcess other({DEMO_SERVER, "--seconds", "60"});
+    const std::string url = demo.ReadLine(20s);
+    std::string slow = other.ReadLine(20s);
+    const std::string port = std::to_string(std::atoi(&slow[slow.rfind(':') + 1]));
+    ChildProcess relay({RELAY, "--rtsp", "127.0.0.1:" + port, "--delay", "300", "--drift", "2000"});
+    const std::string line = relay.ReadLine(20s);
+    slow.replace(slow.rfind(':') + 1, port.size(), line.substr(line.rfind(' ') + 1));
+    const Result run = RunToEnd(ALIGN_STREAMS " " + url.substr(url.find("rtsp")) + " " +
+                                slow.substr(slow.find("rtsp")) + " 3 | grep '^hold'");
+    EXPECT_EQ(run.output.find("hold camera 1 back by 3"), 0U) << run.output << run.errors;
+}
+
 INSTANTIATE_TEST_SUITE_P(Transport, RealServer, testing::Values(DATA_PROTO_UDP, DATA_PROTO_TCP),
                          [](const auto &test) { return test.param == DATA_PROTO_UDP ? "Udp" : "Tcp"; });
 

@@ -34,7 +34,10 @@ void Impairment::Enter(int64_t nowUs, const std::string &packet) {
 
 void Impairment::Delay(int64_t nowUs, const std::string &packet) {
     const uint64_t steps = static_cast<uint64_t>(settings.jitterMs) * 1000 + 1;
-    waiting.emplace(nowUs + static_cast<int64_t>(random() % steps), packet);
+    if (firstUs < 0) firstUs = nowUs;
+    const auto drift = static_cast<int64_t>(static_cast<double>(nowUs - firstUs) * settings.driftPpm * 1e-6);
+    const int64_t delay = static_cast<int64_t>(settings.delayMs) * 1000 + drift;
+    waiting.emplace(nowUs + delay + static_cast<int64_t>(random() % steps), packet);
 }
 
 std::vector<std::string> Impairment::Depart(int64_t nowUs) {

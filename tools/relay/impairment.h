@@ -19,6 +19,8 @@ struct ImpairmentSettings {
     int jitterMs = 0;          // every packet is late by 0 to this
     int burst = 1;             // packets that leave together; an unfinished burst leaves after kBurstWaitUs
     uint64_t seed = 1;
+    int delayMs = 0;     // every packet is late by this, too ...
+    double driftPpm = 0; // ... and by so many millionths of the time since the first one
 };
 
 inline constexpr int64_t kBurstWaitUs = 100000;
@@ -42,6 +44,7 @@ private:
 
     const ImpairmentSettings settings;
     std::mt19937_64 random;
+    int64_t firstUs = -1;
     int lostNext = 0;                            // of a run that has begun
     std::multimap<uint64_t, std::string> held;   // by the number of the arrival behind which they go on
     std::multimap<int64_t, std::string> waiting; // by the time from which they may leave

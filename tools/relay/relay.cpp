@@ -230,6 +230,9 @@ int main(int argc, char **argv) {
     app.add_option("--reorder", network.reorderPercent, "percent held back")->check(CLI::Range(0.0, 100.0));
     app.add_option("--depth", network.reorderDepth, "until so many later ones came")->check(CLI::NonNegativeNumber);
     app.add_option("--jitter", network.jitterMs, "milliseconds, at most")->check(CLI::Range(0, 60000));
+    app.add_option("--delay", network.delayMs, "milliseconds, every packet")->check(CLI::Range(0, 60000));
+    app.add_option("--drift", network.driftPpm, "millionths by which the delay grows with time")
+        ->check(CLI::Range(0.0, 1000000.0));
     app.add_option("--burst", network.burst, "packets that leave together")->check(CLI::PositiveNumber);
     app.add_option("--seed", network.seed, "the same seed brings the same fate");
     AddManPage(app);
