@@ -104,8 +104,11 @@ void NoteEmpty(RTSPStreamInfo &stream) {
 void NoteTaken(RTSPStreamInfo &stream, int32_t result, int32_t room) {
     MediaSession &session = *stream.session;
     if (session.loop.watch == nullptr) return;
-    const bool mayHaveMore = result == room && stream.packetListHead.load(std::memory_order_relaxed) != nullptr;
-    if (!mayHaveMore && (result <= 0 || EndOf(stream) == 0)) NoteEmpty(stream);
+    const bool wasCalledOff = result == RTSPTAP_INTERRUPTED;
+    const bool hasPackets = stream.packetListHead.load(std::memory_order_relaxed) != nullptr;
+    const bool mayHaveMore = hasPackets && (result == room || result < 0);
+    const bool mayHaveEnded = (result > 0 || wasCalledOff) && EndOf(stream) != 0;
+    if (!mayHaveMore && !mayHaveEnded) NoteEmpty(stream);
     SettleDue(session);
     SettleTimer(*session.loop.watch);
 }

@@ -109,6 +109,8 @@ TEST(Descriptors, AreReadableExactlyWhileSomethingIsThereForTheProgram) {
             EXPECT_TRUE(Eventually([&] { return session.Take(1, taken) == 4; }));
         }
         EXPECT_TRUE(IsReadable(descriptor, 5000));
+        EXPECT_EQ(RTSPTapInterrupt(session), 0);
+        EXPECT_EQ(session.Take(1, taken), RTSPTAP_INTERRUPTED); // which takes nothing
         EXPECT_EQ(session.TakeAll(2, 1), Numbers(21, 21));
         EXPECT_TRUE(IsReadable(descriptor, 5000)) << "the last packet of the other stream";
         EXPECT_TRUE(Eventually([&] { return session.Take(1, taken) == 0 && taken.size() == 9; }));
