@@ -96,16 +96,22 @@ TEST_P(ByteStreams, WhatIsPendingIsReadThoughTheSocketIsSilent) {
 // ---- servers behind a relay ----
 
 // Made once: two days long they are good.
-const std::string &Certificates() {
-    static const std::string directory = [] {
-        char path[] = "/tmp/rtsptap-tls-XXXXXX";
-        const std::string made = mkdtemp(path);
-        ChildProcess process({"sh", PROJECT_DIR "/tests/tls/certificates.sh", made});
+struct CertificateFolder {
+    CertificateFolder() {
+        char name[] = "/tmp/rtsptap-tls-XXXXXX";
+        path = mkdtemp(name);
+        ChildProcess process({"sh", PROJECT_DIR "/tests/tls/certificates.sh", path});
         EXPECT_EQ(process.Wait(std::chrono::seconds(60)), 0) << process.Errors();
-        std::atexit([] { std::filesystem::remove_all(Certificates()); });
-        return made;
-    }();
-    return directory;
+    }
+    ~CertificateFolder() { std::filesystem::remove_all(path); }
+    CertificateFolder(CertificateFolder &&) = delete; // nor copied
+
+    std::string path;
+};
+
+const std::string &Certificates() {
+    static const CertificateFolder folder;
+    return folder.path;
 }
 
 std::string InCertificates(std::string text) {
