@@ -28,6 +28,7 @@ template <typename Record> class Published {
     static constexpr std::size_t kWords = sizeof(Record) / sizeof(uint64_t);
 
 public:
+    Published() { Put({}); }
     void Put(const Record &record) {
         uint64_t words[kWords];
         std::memcpy(words, &record, sizeof record);

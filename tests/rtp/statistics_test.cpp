@@ -50,7 +50,8 @@ TEST(Statistics, AreThoseOfRfc3550) {
         uint64_t packets, expected, missing, duplicates, reordered, strays, restarts;
         uint32_t highest;
     };
-    const Row rows[] = {{"a1 a2 a3", 3, 3, 0, 0, 0, 0, 0, 3},
+    const Row rows[] = {{"", 0, 0, 0, 0, 0, 0, 0, 0},
+                        {"a1 a2 a3", 3, 3, 0, 0, 0, 0, 0, 3},
                         {"a1 a2 a2 a5 a4 a4 a1", 7, 5, 1, 3, 1, 0, 0, 5},
                         {"a2 a1 a3", 3, 3, 0, 0, 1, 0, 0, 3}, // the first one came late
                         {"a65534 a0 a65535 a2 a65534", 5, 5, 1, 1, 1, 0, 0, 65538},

@@ -14,8 +14,11 @@ namespace tool {
 
 class StreamStatistics {
 public:
-    void Update(const RTSPTapStreamStatistics &figures) { now_ = figures; } // of the session under way
-    void NoteArrival(Clock::time_point arrival);                            // packets were taken
+    // Of the session under way; those of packets that nobody has taken yet wait for the first one that is.
+    void Update(const RTSPTapStreamStatistics &figures) {
+        if (firstArrival_ != Clock::time_point{}) now_ = figures;
+    }
+    void NoteArrival(Clock::time_point arrival); // packets were taken
     void BeginSession(); // what comes next comes from a new session: the numbers between are not lost
 
     uint64_t Packets() const { return before_.packets + now_.packets; }
@@ -26,7 +29,7 @@ public:
     uint64_t Expected() const { return before_.expected + now_.expected; }
     uint64_t DroppedByKernel() const { return before_.droppedByKernel + now_.droppedByKernel; }
     double LossPercent() const;
-    double BitsPerSecond() const;           // 0 before the second packet
+    double BitsPerSecond() const; // 0 before the second packet
     // Interarrival jitter now (RFC 3550, A.8), and over all packets; none before the first packet.
     std::optional<double> JitterMs() const { return Milliseconds(now_.jitterUs); }
     std::optional<double> MeanJitterMs() const { return Milliseconds(MeanJitterUs()); }
