@@ -124,6 +124,9 @@ Requester RequesterOf(RTSPClient &client, int32_t index);
 // after a time-out and errCode untouched otherwise. The caller owns the buffer.
 RecvBuffer *ClientReadMessage(RTSPClient *rtspClient, uint32_t readSize, int32_t *errCode);
 
+// The next reply, or null with RTSP_RESPONSE_TIMEOUT or RTSP_NO_RESPONSE in `failure`.
+RecvBufferPtr ObtainReply(RTSPClient &client, RTSPMethod method, int32_t &failure);
+
 // Makes a reply the client's last one, unless this exchange has one already.
 void KeepReply(RTSPClient &client, RecvBufferPtr reply);
 

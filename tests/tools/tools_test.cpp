@@ -100,8 +100,9 @@ TEST(StreamStatistics, SumSessionsUpAndWhatWasWithoutMedia) {
     StreamStatistics statistics;
     EXPECT_FALSE(statistics.JitterMs());
     statistics.Update(Figures(5, 1, 0, 0));
-    statistics.Update(Figures(10, 2, 3000, 9000));
+    EXPECT_EQ(0U, statistics.Packets()); // nobody has taken one
     statistics.NoteArrival(begin);
+    statistics.Update(Figures(10, 2, 3000, 9000));
     statistics.BeginSession();
     statistics.BeginSession(); // one that brought nothing
     statistics.Update(Figures(30, 6, 1000, 2000));
