@@ -144,6 +144,26 @@ TEST_F(Record, TheDemoServersClipArrivesPictureByPictureEverywhere) {
     }
 }
 
+// Pictures are sent late, which sender reports tell. In the clip a beep, two pieces of sound unlike those that come
+// every five, begins with each key frame, once a second.
+TEST_F(Record, WhatIsHeldBackIsPutWhereSenderReportsSay) {
+    ChildProcess demo({DEMO_SERVER, "--video-late", "500", "--no-rtp-info", "--first-report", "1000"});
+    const std::string record = TOOL " record " + demo.ReadLine(10s) + " --duration 5s -o " + directory;
+    for (const std::string transport : {"udp", "tcp"}) {
+        const std::string file = transport + ".mkv";
+        const Result tool = RunToEnd(record + file + " -t " + transport);
+        EXPECT_EQ(0, tool.status) << tool.errors;
+        const Result apart = RunToEnd(
+            "ffprobe -v error -show_entries packet=stream_index,pts_time,flags,data_hash -show_data_hash md5 "
+            "-of csv=p=0 " +
+            directory + file +
+            " | awk -F, '$1 == 0 && /K/ {key = $2} $1 == 1 {time[n] = $2; hash[n++] = $NF} END {for (i = 5; "
+            "i + 5 < n; i++) if (hash[i - 5] == hash[i + 5] && hash[i] != hash[i + 5]) break; d = key - "
+            "time[i] + 10.5; print 1000 * (d - int(d) - .5)}'");
+        EXPECT_NEAR(0, std::stod(apart.output), 9) << transport << apart.errors;
+    }
+}
+
 TEST_F(Record, AnInterruptedRecordingInPartsPlaysAndMissesNoPicture) {
     const Result record = RunToEnd("timeout --preserve-status -s INT 6 " TOOL " record " + server.Url() + " -o " +
                                    directory + "part.mp4 --split 2s");

@@ -23,6 +23,7 @@ struct Track {
     uint32_t ticksPerUnit;   // of that clock
     std::string description; // its other lines, without the control line
     std::vector<Unit> units; // all of equal length; the first is a key
+    int64_t lateUs = 0;      // is held back so long
 };
 
 // Picture and sound; both tracks take the same time.

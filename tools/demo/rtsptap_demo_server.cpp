@@ -43,8 +43,9 @@ std::string CheckCredentials(const std::string &text) {
 }
 
 // The program's exit status.
-int Serve(demo::Offer offer, uint16_t port, int seconds) {
+int Serve(demo::Offer offer, uint16_t port, int seconds, int lateMs) {
     offer.tracks = demo::LoadClip();
+    offer.tracks[0].lateUs = int64_t{lateMs} * 1000;
     demo::Server server(std::move(offer));
     const uint16_t own = server.Listen(port);
     if (own == 0) {
@@ -67,6 +68,8 @@ int main(int argc, char **argv) {
     std::string credentials;
     uint16_t port = 0;
     int seconds = 0;
+    int lateMs = 0;
+    int firstReportMs = 0;
     CLI::App app("a small RTSP server that plays a test picture and a tone", "rtsptap_demo_server");
     app.footer(
         "Plays five seconds of H.264 and PCMU again and again at rtsp://127.0.0.1:PORT/demo, without a gap in "
@@ -81,11 +84,18 @@ int main(int argc, char **argv) {
     app.add_option("--session-timeout", offer.timeoutSeconds, "seconds until a silent player is forgotten (60)")
         ->check(CLI::Range(1, 86400));
     app.add_option("--seconds", seconds, "end after so many seconds")->check(CLI::Range(1, 86400));
+    app.add_option("--video-late", lateMs,
+                   "milliseconds by which pictures are held back; sender reports tell the truth")
+        ->check(CLI::Range(0, 60000));
+    app.add_option("--first-report", firstReportMs, "milliseconds from PLAY to the first sender reports (0)")
+        ->check(CLI::Range(0, 86400000));
+    app.add_flag("--no-rtp-info", offer.noRtpInfo, "do not say in the reply to PLAY where streams begin");
     AddManPage(app);
     CLI11_PARSE(app, argc, argv);
 
     if (!credentials.empty())
         offer.account = {credentials.substr(0, credentials.find(':')),
                          credentials.substr(credentials.find(':') + 1)};
-    return Serve(std::move(offer), port, seconds);
+    offer.firstReportUs = int64_t{firstReportMs} * 1000;
+    return Serve(std::move(offer), port, seconds, lateMs);
 }

@@ -153,13 +153,14 @@ Reply Play(Exchange &exchange) {
         Stream &stream = session.streams[i];
         if (!stream.isPlaying) Join(track, stream, elapsedUs);
         stream.isPlaying = true;
-        stream.reportUs = exchange.nowUs;
+        stream.reportUs = exchange.nowUs + exchange.offer.firstReportUs;
         info += (info.empty() ? "url=" : ",url=") + StreamUrl(exchange, i) +
                 ";seq=" + std::to_string(stream.source.sequence) + ";rtptime=" +
                 std::to_string(static_cast<uint32_t>(stream.source.firstTime +
                                                      static_cast<uint32_t>(elapsedUs * track.clockHz / 1000000)));
     }
-    return {200, "Session: " + session.id + "\r\nRange: npt=now-\r\nRTP-Info: " + info + "\r\n"};
+    return {200, "Session: " + session.id + "\r\nRange: npt=now-\r\n" +
+                     (exchange.offer.noRtpInfo ? "" : "RTP-Info: " + info + "\r\n")};
 }
 
 Reply Pause(Exchange &exchange) {
@@ -235,7 +236,7 @@ void Join(const Track &track, Stream &stream, int64_t elapsedUs) {
 }
 
 int64_t DueUs(const Track &track, uint64_t unit) {
-    return static_cast<int64_t>(unit * track.ticksPerUnit * 1000000 / track.clockHz);
+    return track.lateUs + static_cast<int64_t>(unit * track.ticksPerUnit * 1000000 / track.clockHz);
 }
 
 } // namespace demo

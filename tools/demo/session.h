@@ -51,6 +51,8 @@ struct Offer {
     bool tcpOnly = false;
     bool udpOnly = false;
     int timeoutSeconds = 60;
+    bool noRtpInfo = false;    // the reply to PLAY does not say where streams begin
+    int64_t firstReportUs = 0; // from PLAY to the first sender report
 };
 
 // The whole reply.

@@ -19,8 +19,10 @@ constexpr const char *kNotes[] = {
     "written as it comes.",
     "Over UDP packets are put in order: a late one is waited for as long as --latency says, and later ones "
     "are counted. Captures have packets as they come, with RTCP, and a first one that describes them. "
-    "Picture and sound are aligned as the server says "
-    "(RTP-Info), by arrival where it says nothing."};
+    "Picture and sound are aligned by the server's clock (RTCP sender reports), before that as it says in its "
+    "reply "
+    "(RTP-Info), by arrival where it says nothing. A file is begun when the first reports are there, after 3.5 "
+    "seconds at most; those that come later move a stream little by little."};
 
 struct RecordSettings {
     ServerSettings server;

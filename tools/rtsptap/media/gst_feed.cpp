@@ -41,6 +41,7 @@ void RtpFeed::BeginSession(const OpenedSession &opened, std::chrono::millisecond
     order_.Begin(isOrdered ? std::chrono::milliseconds(0) : window);
     Release({});
     window_ = std::max(window_, window);
+    session_ = opened.session.get();
     const auto found = opened.firstTimestamps.find(format_.stream.number);
     time_.BeginSession(start, found != opened.firstTimestamps.end() ? std::optional(found->second) : std::nullopt);
 }
@@ -48,7 +49,9 @@ void RtpFeed::BeginSession(const OpenedSession &opened, std::chrono::millisecond
 void RtpFeed::Take(const RTPStreamData &packet, Clock::time_point arrival) {
     if (packet.payloadLength > packet.packetLength) return; // its headers claim more than arrived
     hasParameterSets_ = hasParameterSets_ || HasParameterSets(format_.codec->type, PayloadOf(packet));
-    order_.Put(CopyOf(packet, arrival));
+    HeldPacket held = CopyOf(packet, arrival);
+    held.sent = session_->SentAt(format_.stream.number, packet);
+    order_.Put(std::move(held));
     Release(arrival);
 }
 
@@ -57,7 +60,9 @@ void RtpFeed::Release(Clock::time_point now) {
 }
 
 void RtpFeed::TakeNext(const HeldPacket &packet) {
-    const auto time = static_cast<GstClockTime>(time_.Of(packet.ssrc, packet.timestamp, packet.arrival).count());
+    std::chrono::nanoseconds moved;
+    const auto time = static_cast<GstClockTime>(time_.Of(packet, !open_, moved).count());
+    if (moved.count() != 0) MoveKept(moved);
     if (!frame_.empty() && (packet.timestamp != timestamp_ || frame_.size() >= kMostPerFrame)) Deliver();
     GstMini<GstBuffer> buffer(gst_buffer_new_memdup(packet.bytes.data(), packet.bytes.size()));
     GST_BUFFER_PTS(buffer.get()) = time;
@@ -67,6 +72,15 @@ void RtpFeed::TakeNext(const HeldPacket &packet) {
     timestamp_ = packet.timestamp;
     reached_ = time;
     if (!format_.codec->hasFrames || packet.marker) Deliver();
+}
+
+void RtpFeed::MoveKept(std::chrono::nanoseconds by) {
+    const auto move = [by](GstClockTime &time) {
+        time = static_cast<GstClockTime>(std::max<int64_t>(static_cast<int64_t>(time) + by.count(), 0));
+    };
+    for (const GstMini<GstBuffer> &buffer : ready_) move(GST_BUFFER_PTS(buffer.get()));
+    for (const GstMini<GstBuffer> &buffer : frame_) move(GST_BUFFER_PTS(buffer.get()));
+    move(begun_);
 }
 
 void RtpFeed::Deliver() {

@@ -21,8 +21,10 @@ public:
     const StreamFormat &Format() const { return format_; }
     bool HasPackets() const { return taken_; }
     bool IsOpen() const { return open_; }
-    GstClockTime Begun() const { return begun_; }     // time of the first packet
-    GstClockTime Reached() const { return reached_; } // of the latest one
+    GstClockTime Begun() const { return begun_; }      // time of the first packet
+    GstClockTime Reached() const { return reached_; }  // of the latest one
+    std::size_t Kept() const { return ready_.size(); } // packets
+    bool HasClock() const { return time_.HasClock(); } // of the sender, which it has told
     bool LacksParameterSets() const; // what H.264 cannot be decoded without has come neither with the description
                                      // nor in packets
 
@@ -42,13 +44,15 @@ public:
 
 private:
     void TakeNext(const HeldPacket &packet);
+    void MoveKept(std::chrono::nanoseconds by);
     void Deliver();
 
     const StreamFormat format_;
     ReorderBuffer order_;
     std::chrono::milliseconds window_{0}; // of the first session that needed one
     MediaTime time_;
-    GstOwned<GstElement> appsrc_; // null until attached
+    const Session *session_ = nullptr; // of the packets that come: it outlives them
+    GstOwned<GstElement> appsrc_;      // null until attached
     bool open_ = false;
     bool taken_ = false;
     bool hasParameterSets_ = false;

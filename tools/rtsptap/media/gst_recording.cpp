@@ -12,10 +12,13 @@ namespace tool {
 namespace {
 
 constexpr auto kPatience = std::chrono::seconds(3); // with streams that have not begun
-constexpr auto kFinish = std::chrono::seconds(5);   // to complete a file
-constexpr GstClockTime kStalled = 3 * GST_SECOND;   // a stream so far behind holds up the others
-constexpr GstClockTime kBehind = GST_SECOND;        // how far behind it is then taken to be
-constexpr GstClockTime kRounding = GST_MSECOND;     // of times, between streams whose clocks differ in their units
+constexpr auto kPatienceWithClocks =
+    std::chrono::milliseconds(3500);              // a first report comes by then (RFC 3550, 6.2)
+constexpr std::size_t kMostAwaiting = 8192;       // packets of a stream; then nothing is awaited
+constexpr auto kFinish = std::chrono::seconds(5); // to complete a file
+constexpr GstClockTime kStalled = 3 * GST_SECOND; // a stream so far behind holds up the others
+constexpr GstClockTime kBehind = GST_SECOND;      // how far behind it is then taken to be
+constexpr GstClockTime kRounding = GST_MSECOND;   // of times, between streams whose clocks differ in their units
 
 // On a thread of the pipeline; the name becomes its own.
 gchar *NameNextPart(GstElement *, guint, gpointer output) {
@@ -39,6 +42,7 @@ public:
 private:
     void GoOn(const RtpFeed &feed, Clock::time_point now);
     bool CanStart(Clock::time_point now) const;
+    bool AwaitsClocks(Clock::time_point now) const;
     void Start();
     Outcome BuildPipeline(const std::vector<StreamFormat> &streams);
     void OpenAll();
@@ -97,7 +101,16 @@ bool RecordingSink::CanStart(Clock::time_point now) const {
         std::all_of(feeds_.begin(), feeds_.end(), [](const RtpFeed &feed) { return feed.HasPackets(); });
     const bool any =
         std::any_of(feeds_.begin(), feeds_.end(), [](const RtpFeed &feed) { return feed.HasPackets(); });
-    return complete || (any && now - firstArrival_ > kPatience);
+    return complete ? !AwaitsClocks(now) : any && now - firstArrival_ > kPatience;
+}
+
+// What is not yet in a file can still be put where the sender's clocks say. A program that looks on waits for
+// nothing.
+bool RecordingSink::AwaitsClocks(Clock::time_point now) const {
+    if (feeds_.size() == 1 || file_.path.empty() || now - firstArrival_ > kPatienceWithClocks) return false;
+    const auto isFull = [](const RtpFeed &feed) { return feed.Kept() > kMostAwaiting; };
+    return std::none_of(feeds_.begin(), feeds_.end(), isFull) &&
+           !std::all_of(feeds_.begin(), feeds_.end(), [](const RtpFeed &feed) { return feed.HasClock(); });
 }
 
 void RecordingSink::Start() {

@@ -23,7 +23,8 @@ struct HeldPacket {
     uint8_t payloadType = 0;
     bool marker = false;
     Clock::time_point arrival;
-    std::vector<uint8_t> bytes; // the whole packet
+    std::vector<uint8_t> bytes;                        // the whole packet
+    std::optional<std::chrono::nanoseconds> sent = {}; // by the sender's clock; none: it has not told
 };
 
 HeldPacket CopyOf(const RTPStreamData &packet, Clock::time_point arrival);

@@ -170,6 +170,7 @@ Session::Session() : client_(RTSPClientCreate()) {
     RTSPTapSetRtcpCallback(client_, TakeControl, this);
     RTSPTapSetOption(client_, RTSPTAP_OPTION_DIALECT, RTSPTAP_DIALECT_TOLERANT);
     RTSPTapSetOption(client_, RTSPTAP_OPTION_STATISTICS, 1);
+    RTSPTapSetOption(client_, RTSPTAP_OPTION_PACKET_TIMES, 1);
     RTSPTapSetOption(client_, RTSPTAP_OPTION_RECEIVE_BUFFER, kReceiveBufferBytes);
 }
 
@@ -362,28 +363,6 @@ void Session::ShowControl(ControlObserver observer) {
     if (!controlObserver_) return;
     for (const ControlPacket &packet : unseenControl_) controlObserver_(packet.number, packet.isSent, packet.bytes);
     unseenControl_.clear();
-}
-
-int32_t Session::Take(int32_t number, std::span<RTPStreamData *> room, std::chrono::milliseconds limit) const {
-    return RTSPTapTakePackets(client_, InLibrary(number), room.data(), static_cast<int32_t>(room.size()),
-                              static_cast<int32_t>(limit.count()));
-}
-
-void Session::GiveBack(int32_t number, std::span<RTPStreamData *const> packets) const {
-    RTSPTapFreePackets(client_, InLibrary(number), packets.data(), static_cast<int32_t>(packets.size()));
-}
-
-RTSPTapStreamStatistics Session::Statistics(int32_t number) const {
-    RTSPTapStreamStatistics statistics{};
-    statistics.recordSize = sizeof statistics;
-    RTSPTapGetStreamStatistics(client_, InLibrary(number), &statistics);
-    return statistics;
-}
-
-int64_t Session::ReceiveBufferBytes() const {
-    int64_t bytes = 0;
-    RTSPTapGetOption(client_, RTSPTAP_OPTION_RECEIVE_BUFFER_GRANTED, &bytes);
-    return bytes;
 }
 
 // A description may have streams that nobody listens to.

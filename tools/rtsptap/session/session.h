@@ -13,6 +13,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -125,9 +126,14 @@ public:
     // with GiveBack. One thread per stream.
     int32_t Take(int32_t number, std::span<RTPStreamData *> room, std::chrono::milliseconds limit) const;
     void GiveBack(int32_t number, std::span<RTPStreamData *const> packets) const;
+
+    // What the sender's clock showed at what a packet that was taken carries, by its last sender report; none: none
+    // has come. The thread that took it.
+    std::optional<std::chrono::nanoseconds> SentAt(int32_t number, const RTPStreamData &packet) const;
+
     RTSPTapStreamStatistics Statistics(int32_t number) const; // any thread, as the next
     int64_t ReceiveBufferBytes() const;                       // that the system granted; 0: nothing came over UDP
-    void EndWaits() const { RTSPTapInterrupt(client_); } // those of Take; any thread
+    void EndWaits() const { RTSPTapInterrupt(client_); }      // those of Take; any thread
 
     // An RTCP packet of a stream: received, or a report of ours.
     using ControlObserver = std::function<void(int32_t number, bool isSent, std::span<const uint8_t> packet)>;
