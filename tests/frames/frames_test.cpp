@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
 #include <memory>
 #include <sstream>
 
@@ -16,13 +15,6 @@ std::vector<uint8_t> FromHex(const std::string &digits) {
     for (std::size_t at = 0; at + 1 < digits.size(); at += 2)
         bytes.push_back(static_cast<uint8_t>(std::stoi(digits.substr(at, 2), nullptr, 16)));
     return bytes;
-}
-
-std::string ToHex(const uint8_t *bytes, std::size_t size) {
-    constexpr char kDigits[] = "0123456789abcdef";
-    std::string digits;
-    for (std::size_t i = 0; i < size; ++i) digits += {kDigits[bytes[i] >> 4], kDigits[bytes[i] & 15]};
-    return digits;
 }
 
 using Frames = std::unique_ptr<RTSPTapFrames, decltype(&RTSPTapFramesDestroy)>;
@@ -48,7 +40,7 @@ std::string Take(RTSPTapFrames *frames) {
     while (RTSPTapFramesNext(frames, &frame) == RTSP_SUCCESS)
         text += " " + std::to_string(frame.time) + (frame.isKey != 0 ? "k" : "") +
                 (frame.isDamaged != 0 ? "d" : "") + (frame.lost > 0 ? "l" + std::to_string(frame.lost) : "") + ":" +
-                ToHex(frame.data, frame.size);
+                Hex(frame.data, frame.size);
     return text;
 }
 
@@ -71,8 +63,7 @@ TEST(Frames, AreMadeOfPacketsAsTheRowsTell) {
     for (const auto &row : Rows("frames.txt")) {
         std::istringstream words(row.at(0));
         int32_t codec = 0;
-        std::string format;
-        std::string fmtp;
+        std::string format, fmtp;
         words >> codec >> format >> fmtp;
         const RTSPTapStreamDescription description = Describe(codec, fmtp == "-" ? nullptr : fmtp.c_str());
         const Frames frames(RTSPTapFramesCreate(&description,
@@ -104,7 +95,7 @@ TEST(Frames, NobodyAsksForStayWithinTheirBoundsAndBadInputIsRefused) {
     const std::vector<uint8_t> unit(396, 0x41);
     for (uint16_t number = 0; number < 500; ++number) Add(frames.get(), number, number, true, unit);
     const std::string waiting = Take(frames.get());
-    EXPECT_EQ(waiting, " 498d:0000018c" + ToHex(unit.data(), 396) + " 499:0000018c" + ToHex(unit.data(), 396));
+    EXPECT_EQ(waiting, " 498d:0000018c" + Hex(unit.data(), 396) + " 499:0000018c" + Hex(unit.data(), 396));
     for (uint16_t number = 500; number < 504; ++number) Add(frames.get(), number, 7, number == 503, unit);
     EXPECT_EQ(Take(frames.get()).size(), 4 + std::size_t{2} * 2 * 400); // two of the four fit, the frame is damaged
 

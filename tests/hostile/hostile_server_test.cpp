@@ -1,12 +1,10 @@
 // Servers that mean no good. One reply of an otherwise good session is theirs; the method that gets it returns the
 // documented code in time, and Destroy leaves nothing behind. They are the lines of tests/data/hostile_servers.txt.
 // What any reply leads to is judged by rules: fuzz/exchange_fuzz.cpp.
-#include "rtsp/client/client.h"
 #include "rtsp/client/stream_sockets.h"
 #include "tests/support/methods.h"
 #include "tests/support/session.h"
 
-#include <poll.h>
 #include <sstream>
 
 namespace rtsptap::test {
@@ -69,12 +67,8 @@ std::string Meet(const Hostile &hostile, int32_t dialect) {
     const bool isExact = dialect == RTSPTAP_DIALECT_EXACT;
     if (!isExact) RTSPTapSetOption(session, RTSPTAP_OPTION_REPLY_LIMIT, 1500);
     std::ostringstream wrong;
-    for (const Action &action : hostile.before) {
-        if (action.close)
-            session.server.Hangup(action.reset);
-        else
-            session.server.Send(action.bytes);
-    }
+    for (const Action &action : hostile.before)
+        action.close ? session.server.Hangup(action.reset) : void(session.server.Send(action.bytes));
     if (!hostile.before.empty()) AwaitArrival(session, hostile);
     // A challenge is answered, with whatever it gave.
     for (int i = 0; i < (hostile.code == RTSP_UNAUTHORIZED ? 2 : 1); ++i) {

@@ -5,7 +5,6 @@
 #include "tools/relay/impairment.h"
 
 #include <deque>
-#include <random>
 #include <set>
 
 namespace rtsptap::test {
@@ -243,8 +242,7 @@ TEST(Impairment, HandsOutWhatTheRulesSay) {
     for (std::size_t i = 0; i < 60; i += isLong ? 1 : 7)
         for (uint64_t seed = 1; seed <= (isLong ? 3 : 1); ++seed) {
             const auto &rough = kRoughness[i % 3];
-            const std::size_t depth = i / 3 % 5;
-            const std::size_t loss = i / 15;
+            const std::size_t depth = i / 3 % 5, loss = i / 15;
             // Every depth and every roughness meets every reader.
             const std::size_t reader = (loss + 2 * (i % 3) + depth) % 5;
             const ImpairmentSettings settings{

@@ -1,6 +1,5 @@
 // Threads, waits, sockets, printers and texts.
 #include "platform/system.h"
-#include "platform/text.h"
 #include "platform/url.h"
 #include "tests/support/texts.h"
 #include "tests/torture/system_calls.h"
@@ -8,15 +7,13 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <sys/socket.h>
 #include <thread>
 
 namespace rtsptap::test {
 namespace {
 
 double Microseconds() {
-    uint32_t seconds = 0;
-    uint32_t microseconds = 0;
+    uint32_t seconds = 0, microseconds = 0;
     GetPresentTimeInSec(&seconds, &microseconds);
     return seconds * 1e6 + microseconds;
 }

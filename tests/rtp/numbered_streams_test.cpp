@@ -128,18 +128,6 @@ TEST_F(NumberedPackets, AnInterruptIsToldOnceToEachStream) {
 
 class NumberedStreams : public testing::TestWithParam<uint32_t> {
 protected:
-    void Arrive(int32_t stream, const std::string &rtp) {
-        if (session.proto == kUdp)
-            session.SendRtp(stream, rtp);
-        else
-            session.server.Send(Frame(static_cast<unsigned>(2 * stream - 2), rtp));
-    }
-    void ArriveRtcp(int32_t stream, const std::string &rtcp) {
-        if (session.proto == kUdp)
-            session.rtcp[0].SendTo(Plus(session.ClientPort(stream), 1), rtcp);
-        else
-            session.server.Send(Frame(static_cast<unsigned>(2 * stream - 1), rtcp));
-    }
     int32_t Result(int32_t stream, int32_t timeoutMs) {
         const Taken taken(session, stream, 4, timeoutMs);
         EXPECT_EQ(taken.Free(session, stream), 0);
@@ -148,30 +136,29 @@ protected:
 
     Session session{GetParam(), CLIENT_PLAYING_STATE, {{{"TEARDOWN "}, Ok(), true}}};
 };
-INSTANTIATE_TEST_SUITE_P(Transports, NumberedStreams, testing::Values(kUdp, kTcp),
-                         [](const auto &at) { return at.param == kUdp ? "Udp" : "Tcp"; });
+INSTANTIATE_TEST_SUITE_P(Transports, NumberedStreams, testing::Values(kUdp, kTcp), NameOfTransport);
 
 TEST_P(NumberedStreams, WaitAsLongAsTheyAreTold) {
     for (const int32_t timeoutMs : {0, 1, 20, 120}) {
         const double ms = 1000 * SecondsOf([&] { EXPECT_EQ(Result(1, timeoutMs), 0); });
         EXPECT_TRUE(ms >= timeoutMs && ms < timeoutMs + 1000) << ms;
     }
-    for (uint16_t number = 1; number <= 20; ++number) Arrive(2, Rtp(number));
+    for (uint16_t number = 1; number <= 20; ++number) session.Arrive(2, Rtp(number));
     EXPECT_EQ(TakeNumbers(session, 2, 20), Numbers(1, 20));
     EXPECT_TRUE(Eventually([this] { // what the system has by now is there without a wait
-        Arrive(1, Rtp(7));
+        session.Arrive(1, Rtp(7));
         return Result(1, 0) > 0;
     }));
 }
 
 // Packets that came first are taken first; a goodbye of another source, as of a second receiver, is none.
 TEST_P(NumberedStreams, TellThatTheSenderLeft) {
-    Arrive(1, Rtp(1));
+    session.Arrive(1, Rtp(1));
     EXPECT_EQ(TakeNumbers(session, 1, 1), Numbers(1, 1));
-    ArriveRtcp(1, RtcpPacket(203, {0x55555555}));
+    session.ArriveRtcp(1, RtcpPacket(203, {0x55555555}));
     EXPECT_EQ(Result(1, 100), 0);
-    for (const uint16_t number : Numbers(2, 3)) Arrive(1, Rtp(number));
-    ArriveRtcp(1, SenderReport() + RtcpPacket(203, {0x11223344}));
+    for (const uint16_t number : Numbers(2, 3)) session.Arrive(1, Rtp(number));
+    session.ArriveRtcp(1, SenderReport() + RtcpPacket(203, {0x11223344}));
     EXPECT_TRUE(Eventually([this] { return FindStreamByNumber(RecordOf(session).media, 1)->endedWhy != 0; }));
     EXPECT_EQ(TakeNumbers(session, 1, 2), Numbers(2, 3));
     EXPECT_EQ(Result(1, 60000), RTSPTAP_SENDER_LEFT);
@@ -189,20 +176,16 @@ TEST_P(NumberedStreams, WaitsEndEarly) {
         std::atomic<int32_t> results[2] = {1, 1};
         std::thread readers[] = {wait(1, results[0]), wait(2, results[1])};
         usleep(20000);
-        if (expected == RTSPTAP_INTERRUPTED)
-            EXPECT_EQ(RTSPTapInterrupt(session), 0);
-        else
-            EXPECT_EQ(session.Teardown(), 0);
+        EXPECT_EQ(expected == RTSPTAP_INTERRUPTED ? RTSPTapInterrupt(session) : session.Teardown(), 0);
         EXPECT_LT(SecondsOf([&] { std::ranges::for_each(readers, &std::thread::join); }), 10);
-        EXPECT_EQ(results[0], expected);
-        EXPECT_EQ(results[1], expected);
+        for (const auto &result : results) EXPECT_EQ(result, expected);
     }
     EXPECT_EQ(Result(2, 60000), RTSPTAP_TORN_DOWN); // there are no streams any more
     EXPECT_EQ(Taken(session, 3, 1, 0).result, RTSP_INVALID_ARGUMENT);
 }
 
 TEST_P(NumberedStreams, HeldPacketsOutliveTheSession) {
-    for (uint16_t number = 1; number <= 8; ++number) Arrive(1, Rtp(number, "kept"));
+    for (uint16_t number = 1; number <= 8; ++number) session.Arrive(1, Rtp(number, "kept"));
     std::vector<RTPStreamData *> held;
     while (held.size() < 8) {
         const Taken taken(session, 1, 8, 5000);
@@ -249,7 +232,7 @@ TEST_P(NumberedStreams, EndWhileEverybodyIsAtWork) {
     threads.emplace_back([&] {
         while (!ends) RTSPTapInterrupt(session), usleep(500);
     });
-    for (uint16_t number = 1; number <= 1000; ++number) Arrive(1 + number % 2, Rtp(number));
+    for (uint16_t number = 1; number <= 1000; ++number) session.Arrive(1 + number % 2, Rtp(number));
     EXPECT_EQ(session.Teardown(), 0);
     threads[0].join();
     threads[2].join();

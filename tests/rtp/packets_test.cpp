@@ -1,12 +1,8 @@
-#include "rtp/packet_memory.h"
 #include "rtp/rtcp/rtcp.h"
-#include "rtp/rtp_packet.h"
 #include "tests/rtp/stream_fixture.h"
 #include "tests/support/session.h"
 
-#include <array>
 #include <set>
-#include <sys/socket.h>
 
 namespace rtsptap {
 namespace {
@@ -19,26 +15,19 @@ protected:
 // A packet's way: place in the ring, header, queue, application. Order, limits and latency of the queue:
 // tests/impair.
 TEST(ReceiveRing, PlacesThePacketWhereAWholeMtuFits) {
-    const std::tuple<int64_t, int64_t, int64_t, RingRoom, int64_t, int64_t> cases[] = {
-        {0, 0, 100, RingRoom::kReady, 100, 0},
-        {700, 700, 100, RingRoom::kReady, 100, 0},   // empty: back to the start
-        {700, 700, 5000, RingRoom::kReady, 1000, 0}, // an MTU above the ring gets the whole ring
-        {0, 899, 100, RingRoom::kReady, 100, 899},
-        {100, 900, 100, RingRoom::kFullAtEnd, 0, 900}, // full when the space equals the MTU
-        {101, 900, 100, RingRoom::kWrapped, 100, 0},
-        {300, 200, 100, RingRoom::kFullBehind, 0, 200},
-        {301, 200, 100, RingRoom::kReady, 100, 200},
-        {0, 10, UINT32_MAX, RingRoom::kFullAtEnd, 0, 10}}; // MTU above the ring: one packet at a time
-    for (const auto &[read, write, mtu, verdict, room, writeAfter] : cases) {
+    const char *const verdicts[] = {"Ready", "Wrapped", "FullBehind", "FullAtEnd", "NoMemory"};
+    for (const auto &row : test::Rows("ring_places.txt")) {
+        int64_t read = -1, write = -1, mtu = -1;
+        std::istringstream(row[0]) >> read >> write >> mtu;
         ReceiveRing ring;
         ASSERT_TRUE(AllocateRing(ring, 1000));
         ring.readIndex = read;
         ring.writeIndex = write;
         const RingPlace place = PlaceNextPacket(ring, static_cast<uint32_t>(mtu));
-        SCOPED_TRACE(testing::Message() << read << " " << write << " " << mtu);
-        EXPECT_EQ(place.verdict, verdict);
-        EXPECT_EQ(place.room, room);
-        EXPECT_EQ(ring.writeIndex, writeAfter);
+        EXPECT_EQ(verdicts[static_cast<int>(place.verdict)] + std::string(" ") + std::to_string(place.room) + " " +
+                      std::to_string(ring.writeIndex),
+                  row.at(1))
+            << row[0];
         ReleaseRing(ring);
     }
 }
@@ -58,13 +47,10 @@ TEST_F(RtpPacket, ReadsEveryFieldOfTheHeader) {
     RTPStreamData *const packet = Parse(bytes);
     const RTPHeader &header = *packet->rtpHeader;
     EXPECT_TRUE(header.version == 2 && header.padding && header.extension && header.marker);
-    EXPECT_EQ(header.payloadType, 97);
-    EXPECT_EQ(header.sequenceNumber, 0xF00D);
-    EXPECT_EQ(header.timestamp, 0xDEADBEEF);
-    EXPECT_EQ(header.ssrc, 0x11223344u);
-    EXPECT_EQ(header.csrcCount, 2);
-    EXPECT_EQ(header.csrc[1], 0xFF000002u);
-    EXPECT_EQ(packet->extensionProfile, 0xBEDE);
+    const std::vector<uint32_t> figures = {
+        header.payloadType, header.sequenceNumber, header.timestamp,        header.ssrc,
+        header.csrcCount,   header.csrc[1],        packet->extensionProfile};
+    EXPECT_EQ(figures, std::vector<uint32_t>({97, 0xF00D, 0xDEADBEEF, 0x11223344, 2, 0xFF000002, 0xBEDE}));
     EXPECT_EQ(Bytes(packet->extensionData, packet->extensionData + packet->extensionLength), Bytes({9, 8, 7, 6}));
     EXPECT_EQ(packet->packetLength, bytes.size());
     EXPECT_EQ(packet->payload, packet->packetData + 28);
@@ -329,10 +315,9 @@ TEST_F(Rtcp, ReportsByteForByte) {
     EXPECT_EQ(Report("cam-host1"), expected);
     EXPECT_EQ(stream->srRtpTimestamp, 0x31323334u);
     EXPECT_EQ(Accept({0x80, 200, 0, 6, 1}), 0); // cut short: what is missing is 0
-    EXPECT_EQ(stream->rtcp.senderReport.senderSsrc, 0x01000000u);
-    EXPECT_EQ(stream->rtcp.senderReport.ntpMsw | stream->rtcp.senderReport.ntpLsw | stream->srRtpTimestamp |
-                  stream->rtcp.senderReport.octetCount,
-              0u);
+    const auto &told = stream->rtcp.senderReport;
+    EXPECT_EQ(told.senderSsrc, 0x01000000u);
+    EXPECT_EQ(told.ntpMsw | told.ntpLsw | stream->srRtpTimestamp | told.octetCount, 0u);
 }
 
 TEST_F(Rtcp, WritesTheWholeReportOrNothing) {
@@ -340,26 +325,20 @@ TEST_F(Rtcp, WritesTheWholeReportOrNothing) {
     EXPECT_EQ(Report(longest, 72).size(), 72u);
     EXPECT_EQ(Report("h").size(), 44u);
     EXPECT_EQ(Report("h").back(), 0) << "padding is zeros";
-    EXPECT_EQ(Report({}, 63), Bytes());
-    EXPECT_EQ(Report(longest, 71), Bytes());
-    EXPECT_EQ(out.Text(),
-              "Error: can't send RTCP: block is too small\nError: can't send RTCP: block is too small\n");
+    for (const auto &[name, room] : {std::pair(std::string(), 63), {longest, 71}})
+        EXPECT_EQ(Report(name, room), Bytes());
+    EXPECT_EQ(test::OnOneLine(out.Text()), test::Literal("<2*Error: can't send RTCP: block is too small|>"));
 }
 
 TEST_F(Rtcp, CountsSequenceNumberCycles) {
-    const std::pair<uint16_t, uint32_t> looks[] = {{50000, 50000}, // before any wrap one is expected from here on
-                                                   {100, 65536 + 100},
-                                                   {60000, 60000}, // from before the wrap
-                                                   {32767, 65536 + 32767},
-                                                   {49152, 65536 + 49152},
-                                                   {32768, 65536 + 32768}, // a wrap is expected
-                                                   {65000, 65536 + 65000},
-                                                   {16383, 65536 + 16383}, // not yet far enough over
-                                                   {16382, 2 * 65536 + 16382}};
-    for (const auto &[last, extended] : looks) {
+    // Before any wrap one is expected from 50000 on; 60000 is from before the wrap; at 32768 one is
+    // expected again, and 16383 is not yet far enough over.
+    const std::pair<uint16_t, uint32_t> looks[] = {{50000, 0}, {100, 1},   {60000, 0}, {32767, 1}, {49152, 1},
+                                                   {32768, 1}, {65000, 1}, {16383, 1}, {16382, 2}};
+    for (const auto &[last, cycles] : looks) {
         stream->lastSeqNum = last;
         const Bytes report = Report();
-        EXPECT_EQ(test::Word32(std::string(report.begin(), report.end()), 16), extended) << last;
+        EXPECT_EQ(test::Word32(std::string(report.begin(), report.end()), 16), cycles * 65536 + last) << last;
     }
 }
 

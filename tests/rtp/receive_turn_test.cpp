@@ -22,26 +22,18 @@ protected:
         number = packet->rtpHeader->sequenceNumber;
         RTPClientFreeRTPStreamData(session, packet, codec);
     }
-    void Arrive(uint16_t sequenceNumber) {
-        if (session.proto == kUdp)
-            session.SendRtp(1, Rtp(sequenceNumber));
-        else
-            session.server.Send(Frame(0, Rtp(sequenceNumber)));
-    }
-
     Session session{GetParam(), CLIENT_PLAYING_STATE, {{{"TEARDOWN "}, Ok(), true}}};
     std::atomic<int32_t> result{1};
     std::atomic<int> number{0};
 };
-INSTANTIATE_TEST_SUITE_P(Transports, ReceiveTurn, testing::Values(kUdp, kTcp),
-                         [](const auto &at) { return at.param == kUdp ? "Udp" : "Tcp"; });
+INSTANTIATE_TEST_SUITE_P(Transports, ReceiveTurn, testing::Values(kUdp, kTcp), NameOfTransport);
 
 } // namespace
 
 TEST_P(ReceiveTurn, PacketQueuedBeforeTheReadersTurnIsTakenAtOnce) {
     const auto read = [this] {
         atNextClock = [this] {
-            Arrive(1);
+            session.Arrive(1, Rtp(1));
             EXPECT_TRUE(Eventually([this] { return QueuedOf(session) == 1; }));
         };
         Read();
@@ -60,7 +52,7 @@ TEST_P(ReceiveTurn, PacketThatComesAsTheReaderLeavesIsReceived) {
             atNextClock = [&] { reads.set_value(); };
             atNextPost = [&] {
                 held = true;
-                Arrive(2);
+                session.Arrive(1, Rtp(2));
                 usleep(10000);
             };
             Read();
@@ -68,10 +60,10 @@ TEST_P(ReceiveTurn, PacketThatComesAsTheReaderLeavesIsReceived) {
         });
         reads.get_future().wait();
         usleep(static_cast<useconds_t>(waitMs) * 1000);
-        Arrive(1);
+        session.Arrive(1, Rtp(1));
         reader.join();
         EXPECT_EQ(number, 1);
-        if (!held) Arrive(2);
+        if (!held) session.Arrive(1, Rtp(2));
         EXPECT_TRUE(Eventually([this] { return QueuedOf(session) == 1; })) << waitMs;
         Read();
     }
@@ -82,8 +74,7 @@ TEST_P(ReceiveTurn, TeardownEndsEveryWait) {
     CapturedStdout out;
     std::thread video([this] { Read(); });
     std::thread audio([this] { Read(kAudio); });
-    std::promise<void> found;
-    std::promise<void> tornDown;
+    std::promise<void> found, tornDown;
     std::thread late([&] {
         atNextClock = [&] {
             found.set_value();
@@ -95,26 +86,18 @@ TEST_P(ReceiveTurn, TeardownEndsEveryWait) {
     usleep(20000); // the others wait
     EXPECT_EQ(session.Teardown(), 0);
     tornDown.set_value();
-    EXPECT_LT(SecondsOf([&] {
-                  video.join();
-                  audio.join();
-                  late.join();
-              }),
-              4);
+    EXPECT_LT(SecondsOf([&] { video.join(), audio.join(), late.join(); }), 4);
     EXPECT_EQ(result, -1);
     EXPECT_EQ(CountOf(out.Text(), "No data received"), 0U);
 }
 
 // The sleep is the nap: a reader sleeps for nothing else.
 TEST_P(ReceiveTurn, ReaderNapsByConsentOnly) {
-    struct Row {
-        int32_t napUs;
-        int32_t latencyMs;
-        bool naps;
-    };
-    for (const Row &row : {Row{-1, 0, false}, {1000, 0, true}, {-1, 40, true}, {0, 40, false}}) {
-        EXPECT_EQ(RTSPTapSetOption(session, RTSPTAP_OPTION_RECEIVE_NAP, row.napUs), 0);
-        EXPECT_EQ(RTPClientConfigLatency(session, row.latencyMs, 0, row.latencyMs), 0);
+    const std::tuple<int32_t, int32_t, bool> rows[] = {
+        {-1, 0, false}, {1000, 0, true}, {-1, 40, true}, {0, 40, false}};
+    for (const auto &[napUs, latencyMs, naps] : rows) {
+        SetNumber(session, RTSPTAP_OPTION_RECEIVE_NAP, napUs);
+        EXPECT_EQ(RTPClientConfigLatency(session, latencyMs, 0, latencyMs), 0);
         std::atomic<bool> napped{false};
         std::promise<void> findsNothing;
         std::thread reader([&] {
@@ -123,13 +106,13 @@ TEST_P(ReceiveTurn, ReaderNapsByConsentOnly) {
             Read();
         });
         findsNothing.get_future().wait();
-        if (row.naps)
+        if (naps)
             EXPECT_TRUE(Eventually([&] { return napped.load(); }));
         else
             usleep(20000);
-        Arrive(1);
+        session.Arrive(1, Rtp(1));
         reader.join();
-        EXPECT_EQ(napped, row.naps) << row.napUs << ' ' << row.latencyMs;
+        EXPECT_EQ(napped, naps) << napUs << ' ' << latencyMs;
         EXPECT_EQ(RTPClientConfigLatency(session, 0, 0, 0), 0);
         while (QueuedOf(session) > 0) Read(); // what the window held back
     }
@@ -147,10 +130,7 @@ TEST_P(ReceiveTurn, EndOfReceptionEndsOneWaitAndTheThread) {
         }
     });
     usleep(20000); // it waits
-    if (session.proto == kUdp)
-        session.SendRtp(1, "");
-    else
-        session.server.Hangup();
+    session.proto == kUdp ? session.SendRtp(1, "") : session.server.Hangup();
     EXPECT_TRUE(Eventually([&] { return atOnce > 0; }));
     usleep(300000);
     stop = true;
@@ -159,27 +139,18 @@ TEST_P(ReceiveTurn, EndOfReceptionEndsOneWaitAndTheThread) {
 }
 
 // A program that connects anew must not count on the thread of the connection that has ended to read the reply.
-TEST(InterleavedTurn, ReaderThatSeesTheEndLeavesNoThreadBehind) {
+TEST(InterleavedTurn, ClosedConnectionEndsEveryWaitAndLeavesNoThreadBehind) {
     Session session(kTcp, CLIENT_PLAYING_STATE, {{"OPTIONS ", Ok()}});
     EXPECT_EQ(session.Options(), 0); // in this state a reply is read by whoever reads the connection
     ScriptedServer next({{"OPTIONS ", Ok()}});
     RTPStreamData *packet = nullptr;
-    auto video =
-        std::async(std::launch::async, [&] { return RTPClientGetRTPStreamData(session, &packet, kVideo); });
-    usleep(20000); // it waits, in its turn
-    session.server.Hangup();
-    EXPECT_EQ(video.get(), -1);
-    EXPECT_EQ(RTSPClientConnect(session, "127.0.0.1", next.Port(), "live", kTcp, 0), 0);
-    EXPECT_EQ(session.Options(), 0);
-}
-
-TEST(InterleavedTurn, ClosedConnectionEndsEveryWait) {
-    Session session(kTcp, CLIENT_PLAYING_STATE);
-    RTPStreamData *packet = nullptr;
     const auto read = [&](int32_t codec) { return RTPClientGetRTPStreamData(session, &packet, codec); };
     auto video = std::async(std::launch::async, read, kVideo);
+    usleep(20000); // it waits, in its turn
     auto audio = std::async(std::launch::async, read, kAudio);
-    usleep(20000); // both wait, one of them in its turn
+    usleep(20000); // and beside it
     session.server.Hangup();
     EXPECT_LT(SecondsOf([&] { EXPECT_EQ(video.get() + audio.get(), -2); }), 4);
+    EXPECT_EQ(RTSPClientConnect(session, "127.0.0.1", next.Port(), "live", kTcp, 0), 0);
+    EXPECT_EQ(session.Options(), 0);
 }

@@ -2,24 +2,10 @@
 #include "tests/support/described_client.h"
 #include "tests/support/session.h"
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <fstream>
 #include <sstream>
 
 namespace rtsptap::test {
 namespace {
-
-std::string Hex(const uint8_t *bytes, int32_t size) {
-    std::string text;
-    for (int32_t at = 0; at < size; ++at) {
-        char pair[3];
-        snprintf(pair, sizeof pair, "%02x", static_cast<unsigned>(bytes[at]));
-        text += pair;
-    }
-    return text;
-}
 
 // A stream as the rows tell it; what is 0 or empty is left out.
 struct Figures {
@@ -31,15 +17,19 @@ struct Figures {
     std::string text;
 };
 
-std::string Summary(const RTSPStreamInfo &stream) {
-    const RTSPStreamDescription &is = stream.description;
-    Figures tell{(is.isVideo != 0 ? "video " : "audio ") + std::to_string(is.payloadNumber)};
+template <typename Description> void TellFigures(Figures &tell, const Description &is) {
     tell(" ", is.encodingName);
-    tell(" codec ", stream.codecType);
+    tell(" codec ", is.codecType);
     tell(" clock ", is.clockRate);
     tell(" channels ", is.channels);
     tell(" bandwidth ", is.bandwidth);
     tell(" rate ", is.frameRate);
+}
+
+std::string Summary(const RTSPStreamInfo &stream) {
+    const RTSPStreamDescription &is = stream.description;
+    Figures tell{(is.isVideo != 0 ? "video " : "audio ") + std::to_string(is.payloadNumber)};
+    TellFigures(tell, is);
     tell(" sps ", Hex(is.sps, is.spsSize));
     tell(" pps ", Hex(is.pps, is.ppsSize));
     tell(" aac ", Hex(is.aacConfig, is.aacConfigSize));
@@ -58,29 +48,26 @@ void TellConfigs(Figures &tell, const RTSPTapStreamDescription &is) {
     tell(" config ", Hex(is.config, is.configSize));
 }
 
-std::string Configs(const DescribedClient &described) {
+RTSPTapStreamDescription DescriptionOf(intptr_t client, int32_t number) {
     RTSPTapStreamDescription is = {};
     is.recordSize = sizeof is;
-    EXPECT_EQ(RTSPTapGetStreamDescription(described.handle, 1, &is), 0);
+    EXPECT_EQ(RTSPTapGetStreamDescription(client, number, &is), 0);
+    return is;
+}
+
+std::string Configs(const DescribedClient &described) {
     Figures tell;
-    TellConfigs(tell, is);
+    TellConfigs(tell, DescriptionOf(described.handle, 1));
     return tell.text;
 }
 
 // The same of the record that tells more.
 std::string FullSummary(const DescribedClient &described, int32_t number, RTSPStreamInfo &stream) {
-    RTSPTapStreamDescription is = {};
-    is.recordSize = sizeof is;
-    EXPECT_EQ(RTSPTapGetStreamDescription(described.handle, number, &is), 0);
+    const RTSPTapStreamDescription is = DescriptionOf(described.handle, number);
     EXPECT_EQ(is.codecType, stream.codecType);
     const char *const media[] = {"other ", "video ", "audio ", "application ", "text "};
     Figures tell{media[is.media] + std::to_string(is.payloadType)};
-    tell(" ", is.encodingName);
-    tell(" codec ", is.codecType);
-    tell(" clock ", is.clockRate);
-    tell(" channels ", is.channels);
-    tell(" bandwidth ", is.bandwidth);
-    tell(" rate ", is.frameRate);
+    TellFigures(tell, is);
     TellConfigs(tell, is);
     tell(" fmtp ", is.fmtp != nullptr ? is.fmtp : "");
     tell(" url ", is.controlUrl);
@@ -184,12 +171,10 @@ TEST(StreamConfig, OfAStreamIsThereWhenItsPacketIs) {
     EXPECT_EQ(RTSPTapSetOption(client, RTSPTAP_OPTION_DIALECT, RTSPTAP_DIALECT_TOLERANT), 0);
     const uint16_t port = UdpPeer().Port();
     EXPECT_EQ(StartThirdPartyClient(client, 1, RTP_CODEC_H264, port, 1 << 20, 0, 0, 0, 0, 0, 0), 0);
-    RTSPTapStreamDescription before = {}, after = {};
-    before.recordSize = after.recordSize = sizeof before;
-    EXPECT_EQ(RTSPTapGetStreamDescription(client, 1, &before), 0);
+    const RTSPTapStreamDescription before = DescriptionOf(client, 1);
     UdpPeer().SendTo(port, Bytes(RtpPacket{.sequenceNumber = 5, .payload = "gB\x01\x02"}));
     EXPECT_EQ(TakeSequenceNumbers(client, RTP_CODEC_H264, 1), Numbers(5, 5));
-    EXPECT_EQ(RTSPTapGetStreamDescription(client, 1, &after), 0);
+    const RTSPTapStreamDescription after = DescriptionOf(client, 1);
     EXPECT_EQ(Hex(before.sps, before.spsSize) + " " + Hex(after.sps, after.spsSize), " 67420102");
 }
 

@@ -97,8 +97,7 @@ struct Words {
 
     std::map<std::string, std::string> names; // "{client}" and the like
     char buffer[4096] = {};
-    int32_t room = sizeof buffer;
-    int32_t size = 0;
+    int32_t room = sizeof buffer, size = 0;
     int64_t wide = 0;
     RTPStreamData *packet = nullptr;
     RTPStreamData record = {};

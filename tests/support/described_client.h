@@ -14,8 +14,7 @@ namespace rtsptap::test {
 struct Reading {
     RTSPTapDialect dialect = RTSPTAP_DIALECT_EXACT;
     Rule without = kNoRule; // of its rules
-    std::string_view contentBase = {};
-    std::string_view sessionName = "live";
+    std::string_view contentBase = {}, sessionName = "live";
     std::vector<Rule> with = {}; // rules beside those of the dialect
 };
 

@@ -15,8 +15,7 @@ struct RtpPacket {
     unsigned payloadType = 96;
     bool marker = false;
     uint16_t sequenceNumber = 0;
-    uint32_t timestamp = 0;
-    uint32_t ssrc = 0x11223344;
+    uint32_t timestamp = 0, ssrc = 0x11223344;
     std::vector<uint32_t> csrc = {};
     bool extension = false;
     uint16_t extensionProfile = 0;

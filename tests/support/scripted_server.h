@@ -1,8 +1,8 @@
 // One scripted RTSP server for the whole suite: a list of { what the request must contain, what the server does }.
 // It listens on every local address and walks its list on a thread of its own, across connections: the newest
 // connection is the current one, earlier ones stay open. A request that does not meet its step, or comes after the
-// last one, fails the test and closes the connection; so does, at the end, a step that was never asked for. An answer
-// of the client to what the server asked is a request only where the step begins with "RTSP/".
+// last one, fails the test and closes the connection; so does, at the end, a step that was never asked for. An
+// answer of the client to what the server asked is a request only where the step begins with "RTSP/".
 #pragma once
 
 #include <condition_variable>
@@ -113,8 +113,7 @@ private:
 
     const Script script;
     uint16_t port = 0;
-    int listener = -1;
-    int wakeRead = -1;
+    int listener = -1, wakeRead = -1;
     int wakeWrite = -1;       // a byte asks for a hang-up; closed to end the server's thread
     std::vector<int> earlier; // superseded connections; server's thread only
     std::string received;     // not yet a whole message; server's thread only
@@ -123,8 +122,7 @@ private:
     mutable std::condition_variable changed;
     int connection = -1;
     bool closedByClient = false;
-    std::vector<std::string> requests;
-    std::vector<std::string> frames;
+    std::vector<std::string> requests, frames;
 
     std::thread thread;
 };

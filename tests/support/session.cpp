@@ -58,6 +58,15 @@ void Session::SendNumbers(int32_t stream, const std::vector<uint16_t> &numbers) 
     for (const uint16_t number : numbers) SendRtp(stream, Rtp(number));
 }
 
+void Session::Arrive(int32_t stream, const std::string &rtp) {
+    proto == kUdp ? SendRtp(stream, rtp) : void(server.Send(Frame(static_cast<unsigned>(2 * stream - 2), rtp)));
+}
+
+void Session::ArriveRtcp(int32_t stream, const std::string &rtcpPacket) {
+    proto == kUdp ? rtcp[stream - 1].SendTo(Plus(ClientPort(stream), 1), rtcpPacket)
+                  : void(server.Send(Frame(static_cast<unsigned>(2 * stream - 1), rtcpPacket)));
+}
+
 uint16_t Session::ClientPort(int32_t stream) const {
     const std::string target = server.Expand("SETUP {base}/track" + std::to_string(stream));
     uint16_t port = 0;
@@ -67,6 +76,18 @@ uint16_t Session::ClientPort(int32_t stream) const {
             port = static_cast<uint16_t>(std::stoi(request.substr(at + 12)));
     }
     return port;
+}
+
+int64_t NumberSet(intptr_t client, int32_t option) {
+    int64_t value = -1;
+    EXPECT_EQ(RTSPTapGetOption(client, option, &value), 0);
+    return value;
+}
+
+std::string Numbered(int number, const std::string &status, const std::string &body) {
+    std::string text = "RTSP/1.0 " + status + "\r\nCSeq: " + std::to_string(number) + "\r\nSession: 12345678\r\n";
+    if (!body.empty()) text += "Content-Length: " + std::to_string(body.size()) + "\r\n";
+    return text + "\r\n" + body;
 }
 
 RTPStreamData *TakePacket(intptr_t client, int32_t codec) {
@@ -99,6 +120,12 @@ std::vector<uint16_t> Numbers(uint16_t first, uint16_t last) {
     std::vector<uint16_t> numbers;
     for (unsigned number = first; number <= last; ++number) numbers.push_back(static_cast<uint16_t>(number));
     return numbers;
+}
+
+std::string Frames(uint16_t first, uint16_t last, unsigned channel) {
+    std::string bytes;
+    for (const uint16_t number : Numbers(first, last)) bytes += Frame(channel, Rtp(number));
+    return bytes;
 }
 
 uint16_t FreePair() {

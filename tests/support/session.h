@@ -52,11 +52,28 @@ public:
     uint16_t ClientPort(int32_t stream) const;
     void SendRtp(int32_t stream, const std::string &packet) const { media.SendTo(ClientPort(stream), packet); }
     void SendNumbers(int32_t stream, const std::vector<uint16_t> &numbers) const;
+    void Arrive(int32_t stream, const std::string &rtp); // by datagram, or on the channels 0 and 2
+    void ArriveRtcp(int32_t stream, const std::string &rtcp);
 
     UdpPeer media;   // sends RTP over UDP
     UdpPeer rtcp[2]; // the server's RTCP ports of streams 1 and 2
     ScriptedServer server;
 };
+
+// A client of the tolerant dialect, in a state.
+struct Tolerant : Session {
+    Tolerant(uint32_t dataProto, RTSPClientState state, const Script &further)
+        : Session(dataProto, state, further) {
+        Rules().Choose(RTSPTAP_DIALECT_TOLERANT);
+    }
+    Dialect &Rules() const { return reinterpret_cast<RTSPClient *>(intptr_t{*this})->media.dialect; }
+    uint64_t Uses(Rule rule) const { return Rules().Uses(rule); }
+};
+
+// A suite's parameters.
+inline std::string NameOfTransport(const testing::TestParamInfo<uint32_t> &at) {
+    return at.param == kUdp ? "Udp" : "Tcp";
+}
 
 // The steps that bring a client of `proto` to `state`; RTCP ports are what the SETUP replies name.
 Script StepsTo(RTSPClientState state, uint32_t proto, uint16_t rtcpPort1 = 9, uint16_t rtcpPort2 = 9);
@@ -68,9 +85,18 @@ inline int32_t StateOf(intptr_t client) { // an RTSPClientState, or RTSP_NOT_CON
                                            : RTSP_NOT_CONNECTED;
 }
 
+inline void SetNumber(intptr_t client, int32_t option, int64_t value) {
+    EXPECT_EQ(RTSPTapSetOption(client, option, value), 0);
+}
+int64_t NumberSet(intptr_t client, int32_t option);
+
+// A reply of the session, by its number.
+std::string Numbered(int number, const std::string &status = "200 OK", const std::string &body = "");
+
 RTPStreamData *TakePacket(intptr_t client, int32_t codec); // null when none comes
 std::string PayloadOf(const RTPStreamData &packet);
 std::vector<uint16_t> Numbers(uint16_t first, uint16_t last);
+std::string Frames(uint16_t first, uint16_t last, unsigned channel = 0); // with packets of these numbers
 
 inline uint16_t Plus(uint16_t port, int distance) { return static_cast<uint16_t>(port + distance); }
 inline bool IsFree(uint16_t port) { return UdpPeer(port).Port() != 0; } // bound by nobody

@@ -67,6 +67,13 @@ std::string Lines(std::string text, const char *end) { return std::regex_replace
 
 std::string OnOneLine(std::string text) { return std::regex_replace(text, std::regex("\r?\n"), "|"); }
 
+std::string Hex(const uint8_t *bytes, int64_t size) {
+    constexpr char kDigits[] = "0123456789abcdef";
+    std::string digits;
+    for (int64_t i = 0; i < size; ++i) digits += {kDigits[bytes[i] >> 4], kDigits[bytes[i] & 15]};
+    return digits;
+}
+
 std::size_t CountOf(const std::string &text, const std::string &part) {
     std::size_t count = 0;
     for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;

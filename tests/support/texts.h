@@ -3,6 +3,7 @@
 // And what the library prints, for a test to compare.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -17,8 +18,7 @@ public:
     std::string Text();
 
 private:
-    int savedFd_;
-    int memoryFd_;
+    int savedFd_, memoryFd_;
 };
 
 namespace rtsptap::test {
@@ -26,6 +26,7 @@ namespace rtsptap::test {
 std::vector<std::vector<std::string>> Rows(const std::string &file);
 std::string Literal(std::string text);                         // bytes and repetitions written out
 std::string Lines(std::string text, const char *end = "\r\n"); // "|" written out
+std::string Hex(const uint8_t *bytes, int64_t size);           // small digits
 std::size_t CountOf(const std::string &text, const std::string &part);
 std::string OnOneLine(std::string text); // the way back, for what was printed
 

@@ -1,5 +1,4 @@
 // The methods beyond the base: GET_PARAMETER, SET_PARAMETER, PLAY from a place, TEARDOWN of any session.
-#include "rtsptap_extended.h"
 #include "tests/support/session.h"
 
 namespace rtsptap::test {

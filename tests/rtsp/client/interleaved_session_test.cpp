@@ -9,12 +9,6 @@ namespace {
 
 constexpr char kCorrupted[] = "Error: corrupted stream ($/RTSP not found)\n";
 
-std::string Frames(uint16_t first, uint16_t last, unsigned channel = 0) {
-    std::string bytes;
-    for (const uint16_t number : Numbers(first, last)) bytes += Frame(channel, Rtp(number));
-    return bytes;
-}
-
 // Media that is hard to tell from frames and replies, in frames of random sizes.
 std::string Thicket(std::mt19937 &random, bool dense, unsigned channels) {
     const auto below = [&](unsigned limit) { return static_cast<unsigned>(random() % limit); };
@@ -183,22 +177,13 @@ TEST(Interleaved, ConnectingAgainLeavesNothingOfTheOldConnection) {
 }
 
 TEST(Interleaved, FramingErrorsAreReportedAndRecoveredFrom) {
-    const std::string words6(24, 'A'); // six times four bytes that are neither a frame nor a reply
-    const std::tuple<const char *, std::string, std::size_t> kCases[] = {
-        {"no frame", "ABCD", 1},
-        {"unknown channel", Frame(9, words6), 6},
-        {"longer than the MTU", Frame(0, std::string(204, 'A')), 51},
-        {"unknown channel, empty", Frame(9, ""), 0},
-        {"not RTP", Frame(0, words6), 0},
-        {"RTCP, empty", Frame(1, ""), 0},
-    };
     Session session(kTcp, CLIENT_PLAYING_STATE);
     EXPECT_EQ(RTSPClientSetMTUSize(session, 200), 0);
-    for (const auto &[name, bytes, corrupted] : kCases) {
+    for (const auto &row : Rows("framing_errors.txt")) {
         CapturedStdout out;
-        session.server.Send(bytes + Frames(7, 7));
-        EXPECT_EQ(session.Video(1), Numbers(7, 7)) << name;
-        EXPECT_EQ(CountOf(out.Text(), kCorrupted), corrupted) << name;
+        session.server.Send(row.at(1) + Frames(7, 7));
+        EXPECT_EQ(session.Video(1), Numbers(7, 7)) << row[0];
+        EXPECT_EQ(std::to_string(CountOf(out.Text(), kCorrupted)), row.at(2)) << row[0];
     }
     // What a reply may begin with, at the end of a read, is no reply until more has come.
     for (const char *word : {"AAAR", "AART", "ARTS"}) {

@@ -1,6 +1,5 @@
 // The methods and what they share: checks and their order, the caller's buffer. What replies lead to:
 // tests/hostile.
-#include "rtsptap_extended.h"
 #include "tests/support/calls.h"
 #include "tests/support/described_client.h"
 #include "tests/support/methods.h"
@@ -44,7 +43,7 @@ TEST(Exchange, AProgramMayAnswerChallengesItselfAndChooseAnotherTransportUntilOn
 }
 
 TEST(Exchange, RawReplyGoesToTheCallerWithoutATerminatorIfItFits) {
-    for (const Method &method : kMethods) {
+    for (const Method &method : kMethods)
         for (const int32_t capacity : {4096, 10, 0, -1}) {
             const bool describes = method.next == CLIENT_DESCRIBE_SENT_STATE;
             Session session(kUdp, method.from,
@@ -63,7 +62,6 @@ TEST(Exchange, RawReplyGoesToTheCallerWithoutATerminatorIfItFits) {
             const int32_t next = method.next == CLIENT_INIT_STATE ? RTSP_NOT_CONNECTED : int32_t{method.next};
             EXPECT_EQ(StateOf(session), moved ? next : method.from) << method.name;
         }
-    }
 }
 
 // What is refused before anything is sent, and which check comes first: the rows of tests/data/refusals.txt.
@@ -75,23 +73,18 @@ TEST(Calls, AreRefusedInTheOrderOfTheirChecks) {
         sessions.emplace_back(kUdp, static_cast<RTSPClientState>(state));
     const HeaderList list({}), unknown({{"X-Unknown", "1"}});
     const UdpPeer taken, upper(static_cast<uint16_t>(FreePair() + 1));
-    const std::pair<std::string, intptr_t> names[] = {{"client", client},
-                                                      {"unsized", unsized},
-                                                      {"connected", sessions[0]},
-                                                      {"asked", sessions[1]},
-                                                      {"described", sessions[2]},
-                                                      {"ready", sessions[3]},
-                                                      {"playing", sessions[4]},
-                                                      {"paused", sessions[5]},
-                                                      {"unknown", unknown},
-                                                      {"tcp", tcp},
-                                                      {"list", list},
-                                                      {"gone", Client()},
-                                                      {"closed", UdpPeer().Port()},
-                                                      {"pair", upper.Port() - 1},
-                                                      {"taken", taken.Port()}};
+    const intptr_t values[] = {client,           unsized,          tcp,         list, unknown, Client(),
+                               UdpPeer().Port(), upper.Port() - 1, taken.Port()};
+    std::istringstream names("client unsized tcp list unknown gone closed pair taken "
+                             "connected asked described ready playing paused");
     Words words;
-    for (const auto &[name, value] : names) words.names["{" + name + "}"] = std::to_string(value);
+    const auto name = [&](intptr_t value) {
+        std::string word;
+        names >> word;
+        words.names["{" + word + "}"] = std::to_string(value);
+    };
+    std::ranges::for_each(values, name);
+    std::ranges::for_each(sessions, name);
     for (const auto &row : Rows("refusals.txt")) {
         const std::string line = row[0].substr(row[0].find_first_not_of("-0123456789 "));
         const std::size_t descriptors = CountDescriptors();

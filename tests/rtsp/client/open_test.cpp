@@ -1,9 +1,9 @@
 // Opening URLs: addresses of either family, redirections, passwords.
-#include "platform/address.h"
 #include "platform/connecting.h"
-#include "platform/system.h"
 #include "rtp/stream.h"
 #include "tests/support/session.h"
+
+#include <fcntl.h>
 
 namespace rtsptap::test {
 namespace {
@@ -165,43 +165,65 @@ TEST(Open, JoinsLongUrlsInTheExactDialectAndCutsNone) {
 
 // ---- the first address that answers ----
 
-uint16_t PortOf(int socket) {
-    sockaddr_in bound = {}; // the port stands behind the family in either one
-    socklen_t length = sizeof bound;
-    getsockname(socket, reinterpret_cast<sockaddr *>(&bound), &length);
-    return ntohs(bound.sin_port);
+// A listener whose queue is full: it lets nobody in, and refuses nobody.
+struct FullQueue {
+    FullQueue() {
+        sockaddr_in bound = {};
+        socklen_t length = sizeof bound;
+        EXPECT_TRUE(BindTo(silent.Get(), ReadAddress("127.0.0.1", 0)) && listen(silent.Get(), 0) == 0);
+        getsockname(silent.Get(), reinterpret_cast<sockaddr *>(&bound), &length);
+        port = ntohs(bound.sin_port);
+        EXPECT_TRUE(ConnectTo(queued.Get(), ReadAddress("127.0.0.1", port)));
+    }
+    const UniqueSocket silent{OpenStreamSocket()}, queued{OpenStreamSocket()};
+    uint16_t port = 0;
+};
+
+TEST(Connecting, EndsAtItsLimitAlsoAmongSignals) {
+    const CapturedStdout output;
+    const ScriptedServer server({});
+    const Client good, waiting;
+    const FullQueue full;
+    SetNumber(waiting, RTSPTAP_OPTION_CONNECT_LIMIT, 100);
+    SetNumber(good, RTSPTAP_OPTION_CONNECT_LIMIT, 20000);
+    {
+        const std::jthread signals = Interruptions();
+        const auto connect = [&] { return RTSPClientConnect(waiting, "127.0.0.1", full.port, "live", kUdp, 0); };
+        EXPECT_LT(SecondsOf([&] { EXPECT_EQ(connect(), RTSP_CONNECT_FAILED); }), 10);
+        EXPECT_EQ(RTSPClientConnect(good, "127.0.0.1", server.Port(), "live", kUdp, 0), 0);
+    }
+    EXPECT_EQ(fcntl(RecordOf(good).media.connection.socket, F_GETFL) & O_NONBLOCK, 0); // as without a limit
 }
 
 TEST(Connecting, TheFirstThatAnswersWinsAndTheOthersAreClosed) {
-    const UniqueSocket silent(OpenStreamSocket()), queued(OpenStreamSocket()); // a full queue answers nobody
-    ASSERT_TRUE(BindTo(silent.Get(), ReadAddress("127.0.0.1", 0)) && listen(silent.Get(), 0) == 0);
-    const Address dead = ReadAddress("127.0.0.1", PortOf(silent.Get()));
-    ASSERT_TRUE(ConnectTo(queued.Get(), dead));
+    const FullQueue full;
+    const Address dead = ReadAddress("127.0.0.1", full.port);
     const Address refused = ReadAddress("127.0.0.1", UdpPeer().Port());
     const ScriptedServer server({});
     const AddressList names = FindAddresses("::1", server.Port());
     ASSERT_EQ(names.count, 1U);
     const Address alive = names.items[0];
-    struct Case {
-        std::vector<Address> addresses;
-        int limitMs;
-        double leastSeconds, mostSeconds;
-        bool connects;
-    };
+    // Addresses, the limit in ms, the least and the most seconds, whether it connects.
+    const std::tuple<std::vector<Address>, int, double, double, bool> cases[] = {
+        {{alive}, 0, 0, 5, true},
+        {{refused, alive}, 5000, 0, 0.2, true},
+        {{dead, alive}, 0, 0.24, 5, true},
+        {{dead, dead, alive}, 8000, 0.49, 5, true},
+        {{dead, refused}, 400, 0.39, 5, false},
+        {{dead, alive}, 100, 0.09, 5, false},
+        {{refused, refused}, 0, 0, 0.2, false},
+        {{}, 0, 0, 1, false}};
     const std::jthread signals = Interruptions();
-    for (const Case &is : {Case{{alive}, 0, 0, 5, true}, Case{{refused, alive}, 5000, 0, 0.2, true},
-                           Case{{dead, alive}, 0, 0.24, 5, true}, Case{{dead, dead, alive}, 8000, 0.49, 5, true},
-                           Case{{dead, refused}, 400, 0.39, 5, false}, Case{{dead, alive}, 100, 0.09, 5, false},
-                           Case{{refused, refused}, 0, 0, 0.2, false}, Case{{}, 0, 0, 1, false}}) {
+    for (const auto &[addresses, limitMs, least, most, connects] : cases) {
         AddressList list;
-        for (const Address &address : is.addresses) list.items[list.count++] = address;
+        for (const Address &address : addresses) list.items[list.count++] = address;
         const std::size_t descriptors = CountDescriptors();
         Address connected;
         int made = -1;
-        const double seconds = SecondsOf([&] { made = ConnectToFirst(list, is.limitMs, connected); });
-        EXPECT_TRUE(seconds >= is.leastSeconds && seconds < is.mostSeconds) << seconds;
-        EXPECT_EQ(made >= 0, is.connects);
-        EXPECT_EQ(connected.storage.ss_family, is.connects ? AF_INET6 : 0);
+        const double seconds = SecondsOf([&] { made = ConnectToFirst(list, limitMs, connected); });
+        EXPECT_TRUE(seconds >= least && seconds < most) << seconds;
+        EXPECT_EQ(made >= 0, connects);
+        EXPECT_EQ(connected.storage.ss_family, connects ? AF_INET6 : 0);
         CloseSock(made);
         EXPECT_TRUE(Eventually([&] { return CountDescriptors() <= descriptors; })); // the server's ends count, too
     }

@@ -1,15 +1,9 @@
 // What can be set of a client by number, and the rules of its dialect.
-#include "platform/address.h"
-#include "platform/system.h"
-#include "platform/text.h"
 #include "rtp/stream.h"
 #include "rtsp/client/options.h"
 #include "rtsp/client/stream_sockets.h"
 #include "tests/support/session.h"
 
-#include <fcntl.h>
-#include <fstream>
-#include <netinet/in.h>
 #include <regex>
 #include <set>
 #include <sstream>
@@ -71,11 +65,11 @@ TEST(Options, RulesFollowTheDialectUntilTheyAreSetAloneAndWhatTheyForgaveIsTold)
     int32_t isOn = -1;
     for (int32_t i = 0; RTSPTapShowRule(i, &rule) == 0; ++i) {
         EXPECT_EQ(RTSPTapGetRule(other, rule.number, &isOn) + isOn, rule.isExact);
-        EXPECT_EQ(RTSPTapSetOption(other, RTSPTAP_OPTION_DIALECT, RTSPTAP_DIALECT_TOLERANT), 0);
+        SetNumber(other, RTSPTAP_OPTION_DIALECT, RTSPTAP_DIALECT_TOLERANT);
         EXPECT_EQ(RTSPTapGetRule(other, rule.number, &isOn) + isOn, rule.isTolerant);
         EXPECT_EQ(RTSPTapSetRule(other, rule.number, 0), 0);
         EXPECT_EQ(RTSPTapGetRule(other, rule.number, &isOn) + isOn, 0);
-        EXPECT_EQ(RTSPTapSetOption(other, RTSPTAP_OPTION_DIALECT, RTSPTAP_DIALECT_EXACT), 0);
+        SetNumber(other, RTSPTAP_OPTION_DIALECT, RTSPTAP_DIALECT_EXACT);
     }
     rule.recordSize = offsetof(RTSPTapRule, name);
     rule.name = "kept";
@@ -85,7 +79,7 @@ TEST(Options, RulesFollowTheDialectUntilTheyAreSetAloneAndWhatTheyForgaveIsTold)
     EXPECT_EQ(session.Options(), RTSP_BAD_RESPONSE); // exact
     ScriptedServer again({{"\r\nUser-Agent: mine\r\n", SendBytes("RTSP/1.0 200\r\nCSeq:1\r\n\r\n")}});
     const Client tolerant;
-    EXPECT_EQ(RTSPTapSetOption(tolerant, RTSPTAP_OPTION_DIALECT, RTSPTAP_DIALECT_TOLERANT), 0);
+    SetNumber(tolerant, RTSPTAP_OPTION_DIALECT, RTSPTAP_DIALECT_TOLERANT);
     EXPECT_EQ(RTSPTapSetOptionText(tolerant, RTSPTAP_OPTION_USER_AGENT, "mine"), 0);
     EXPECT_EQ(RTSPClientConnect(tolerant, "127.0.0.1", again.Port(), "live", kUdp, 0), 0);
     EXPECT_EQ(RTSPClientSendOptionsRequest(tolerant, 0, nullptr, nullptr), 0);
@@ -95,20 +89,10 @@ TEST(Options, RulesFollowTheDialectUntilTheyAreSetAloneAndWhatTheyForgaveIsTold)
     }
 }
 
-void Set(intptr_t client, int32_t option, int64_t value) { EXPECT_EQ(RTSPTapSetOption(client, option, value), 0); }
-int64_t Get(intptr_t client, int32_t option) {
-    int64_t value = -1;
-    EXPECT_EQ(RTSPTapGetOption(client, option, &value), 0);
-    return value;
-}
-
 std::string SetUpWith(const std::string &header, int32_t rule, int32_t isOn, uint64_t &uses) {
     const CapturedStdout output;
-    ScriptedServer server({{"DESCRIBE ", WithBody(kDescription)}, {"SETUP ", Ok(header)}});
-    Client client;
-    client.serverPort = server.Port();
-    EXPECT_EQ(RTSPTapSetRule(client, rule, isOn), 0);
-    client.Reach(CLIENT_DESCRIBE_SENT_STATE);
+    Session client(kUdp, CLIENT_DESCRIBE_SENT_STATE, {{"SETUP ", Ok(header)}});
+    RecordOf(client).media.dialect.Set(FindRule(rule), isOn != 0);
     RTSPStreamInfo &stream = *RecordOf(client).media.streamList;
     stream.serverPort = 9;
     const int32_t result = client.Setup(1);
@@ -123,40 +107,30 @@ TEST(Setup, ReadsAsRulesPermit) {
     for (const auto &row : Rows("tolerated_setups.txt")) {
         std::istringstream words(row[0]);
         int32_t rule = 0;
-        uint64_t expected = 0;
-        uint64_t uses = 0;
+        uint64_t expected = 0, uses = 0;
         std::string header;
         std::getline(words >> rule >> expected >> std::ws, header);
-        EXPECT_EQ(WithoutBlanks(SetUpWith(header, rule, 0, uses)), WithoutBlanks(row.at(1))) << row[0];
-        EXPECT_EQ(WithoutBlanks(SetUpWith(header, rule, 1, uses)), WithoutBlanks(row.at(2))) << row[0];
+        for (const int32_t isOn : {0, 1})
+            EXPECT_EQ(WithoutBlanks(SetUpWith(header, rule, isOn, uses)),
+                      WithoutBlanks(row.at(static_cast<std::size_t>(1 + isOn))))
+                << row[0];
         EXPECT_EQ(uses, expected) << row[0];
     }
 }
 
 TEST(Setup, TheFirstSessionStaysInForceAndQuotesDoNotTellSessionsApart) {
-    const Script script{{"DESCRIBE ", WithBody(kDescription)},
-                        {"SETUP ", Ok("Session: \"one\"")},
+    const Script script{{"SETUP ", Ok("Session: \"one\"")},
                         {{"SETUP ", "\r\nSession: \"one\"\r\n"}, Ok("Session: two")},
                         {{"PLAY ", "\r\nSession: \"one\"\r\n"}, Ok("Session: two")},
                         {{"PAUSE ", "\r\nSession: \"one\"\r\n"}, Ok("Session: one")}};
     const CapturedStdout output;
-    ScriptedServer server(script);
-    Client client;
-    client.serverPort = server.Port();
-    Set(client, RTSPTAP_OPTION_DIALECT, RTSPTAP_DIALECT_TOLERANT);
-    EXPECT_EQ(client.Reach(CLIENT_PAUSE_STATE), 0);
-    const Dialect &dialect = RecordOf(client).media.dialect;
-    EXPECT_EQ(dialect.Uses(Rule::kOtherSession), 2U);
-    EXPECT_EQ(dialect.Uses(Rule::kPaddedSession), 1U);
+    Tolerant client(kUdp, CLIENT_DESCRIBE_SENT_STATE, script);
+    EXPECT_EQ(client.Setup(1) + client.Setup(2) + client.Play() + client.Pause(), 0);
+    EXPECT_EQ(client.Uses(Rule::kOtherSession), 2U);
+    EXPECT_EQ(client.Uses(Rule::kPaddedSession), 1U);
 }
 
 // ---- replies, however the network and the server deal them out ----
-
-std::string RawReply(int number, const std::string &status = "200 OK", const std::string &body = "") {
-    std::string text = "RTSP/1.0 " + status + "\r\nCSeq: " + std::to_string(number) + "\r\nSession: 12345678\r\n";
-    if (!body.empty()) text += "Content-Length: " + std::to_string(body.size()) + "\r\n";
-    return text + "\r\n" + body;
-}
 
 // A whole session in the tolerant dialect, whose replies `deal` makes of their numbers and bodies; packets come
 // between them. What was counted of the rule.
@@ -167,17 +141,11 @@ uint64_t PlayWith(uint32_t proto, Rule rule, const std::function<Reply(int, cons
         script.push_back({method, deal(number, number == 2 ? kDescription : "")});
         if (proto == kTcp && number == 5) script.back().reply = script.back().reply + SendBytes(Frame(0, Rtp(7)));
     }
-    ScriptedServer server(script);
-    Client client(1 << 20, proto);
-    client.serverPort = server.Port();
-    Set(client, RTSPTAP_OPTION_DIALECT, RTSPTAP_DIALECT_TOLERANT);
-    EXPECT_EQ(client.Connect() + client.Options() + client.Describe(), 0);
-    EXPECT_EQ(client.Setup(1) + client.Setup(2) + client.Play(), 0);
-    if (proto == kTcp) {
-        EXPECT_EQ(TakeSequenceNumbers(client, kVideo, 1), Numbers(7, 7));
-    }
+    Tolerant client(proto, CLIENT_INIT_STATE, script);
+    EXPECT_EQ(client.Options() + client.Describe() + client.Setup(1) + client.Setup(2) + client.Play(), 0);
+    EXPECT_EQ(client.Video(proto == kTcp ? 1 : 0), Numbers(7, proto == kTcp ? 7 : 6));
     EXPECT_EQ(client.Pause() + client.Teardown(), 0);
-    return RecordOf(client).media.dialect.Uses(rule);
+    return client.Uses(rule);
 }
 
 TEST(Replies, AreWholeHoweverTheyAreCut) {
@@ -186,7 +154,7 @@ TEST(Replies, AreWholeHoweverTheyAreCut) {
         for (const std::size_t cut : {1U, 4U, 20U, 46U}) // the shortest has 47 bytes
             EXPECT_GE(PlayWith(proto, Rule::kFramedReplies,
                                [cut](int number, const std::string &body) {
-                                   return Pieces(RawReply(number, "200 OK", body), cut, 20);
+                                   return Pieces(Numbered(number, "200 OK", body), cut, 20);
                                }),
                       5U) // those that no thread reads, which may find all pieces
                 << cut;
@@ -198,7 +166,7 @@ TEST(Replies, ProvisionalOnesArePassedOverAndAnOldNumberIsNone) {
         for (const int pauseMs : {0, 5}) {
             const auto deal = [pauseMs](int number, const std::string &body) {
                 const Reply pause = pauseMs > 0 ? Delay(pauseMs) : Reply();
-                return SendBytes(RawReply(number, "100 Wait")) + pause + SendBytes(RawReply(1, "200 OK", body));
+                return SendBytes(Numbered(number, "100 Wait")) + pause + SendBytes(Numbered(1, "200 OK", body));
             };
             EXPECT_EQ(PlayWith(proto, Rule::kProvisionalReply, deal), 7U);
             EXPECT_EQ(PlayWith(proto, Rule::kLateReply, deal), 0U);
@@ -207,27 +175,24 @@ TEST(Replies, ProvisionalOnesArePassedOverAndAnOldNumberIsNone) {
 
 TEST(Replies, ToARequestThatWasGivenUpAreDropped) {
     for (const uint32_t proto : {kUdp, kTcp}) {
-        Session session(proto, CLIENT_PLAYING_STATE,
-                        {{"PAUSE ", Stall()},
-                         {"PAUSE ", SendBytes(RawReply(5, "454 Late") + RawReply(6))},
-                         {"TEARDOWN ", SendBytes(RawReply(5, "454 Later")) + Delay(5) + SendBytes(RawReply(7))}});
-        const Dialect &dialect = RecordOf(session).media.dialect;
-        RecordOf(session).media.dialect.Choose(RTSPTAP_DIALECT_TOLERANT);
-        Set(session, RTSPTAP_OPTION_REPLY_LIMIT, 20);
+        Tolerant session(proto, CLIENT_PLAYING_STATE,
+                         {{"PAUSE ", Stall()},
+                          {"PAUSE ", SendBytes(Numbered(5, "454 Late") + Numbered(6))},
+                          {"TEARDOWN ", SendBytes(Numbered(5, "454 Later")) + Delay(5) + SendBytes(Numbered(7))}});
+        SetNumber(session, RTSPTAP_OPTION_REPLY_LIMIT, 20);
         EXPECT_EQ(session.Pause(), RTSP_RESPONSE_TIMEOUT);
-        Set(session, RTSPTAP_OPTION_REPLY_LIMIT, 25000);
-        EXPECT_EQ(session.Pause(), 0);
-        EXPECT_EQ(session.Teardown(), 0);
-        EXPECT_EQ(dialect.Uses(Rule::kLateReply), 2U);
+        SetNumber(session, RTSPTAP_OPTION_REPLY_LIMIT, 25000);
+        EXPECT_EQ(session.Pause() + session.Teardown(), 0);
+        EXPECT_EQ(session.Uses(Rule::kLateReply), 2U);
     }
 }
 
 TEST(Replies, FramesOfNobodysChannelAreSkippedByTheirLength) {
     const CapturedStdout output;
-    const std::string nobodys = Frame(9, "$" + RawReply(5, "454 No") + Frame(0, Rtp(6)));
+    const std::string nobodys = Frame(9, "$" + Numbered(5, "454 No") + Frame(0, Rtp(6)));
     const auto deal = [&](int number, const std::string &body) {
         const std::string around = number == 5 ? nobodys : "";
-        return SendBytes(around + RawReply(number, "200 OK", body) + around);
+        return SendBytes(around + Numbered(number, "200 OK", body) + around);
     };
     EXPECT_EQ(PlayWith(kTcp, Rule::kUnknownChannel, deal), 2U);
 }
@@ -238,13 +203,11 @@ TEST(Replies, OfDescribeMayBeWrongAboutTheirLength) {
     for (const std::string length :
          {"", "Content-Length: 0\r\n", "Content-Length: 90\r\n", "Content-Length: 9999\r\n"}) {
         const std::string head = "RTSP/1.0 200 OK\r\nContent-Type: application/sdp\r\n" + length + "\r\n";
-        ScriptedServer server({{"DESCRIBE ", SendBytes(head + body)}, {"SETUP ", SendBytes(RawReply(2))}});
-        Client client;
-        client.serverPort = server.Port();
-        Set(client, RTSPTAP_OPTION_DIALECT, RTSPTAP_DIALECT_TOLERANT);
-        EXPECT_LT(SecondsOf([&] { EXPECT_EQ(client.Reach(CLIENT_DESCRIBE_SENT_STATE), 0); }), 10) << length;
+        Tolerant client(kUdp, CLIENT_INIT_STATE,
+                        {{"DESCRIBE ", SendBytes(head + body)}, {"SETUP ", SendBytes(Numbered(2))}});
+        EXPECT_LT(SecondsOf([&] { EXPECT_EQ(client.Describe(), 0); }), 10) << length;
         EXPECT_EQ(RTSPClientGetNbStreams(client), 2) << length;
-        EXPECT_GT(RecordOf(client).media.dialect.Uses(Rule::kAnyBodyLength), 0U) << length;
+        EXPECT_GT(client.Uses(Rule::kAnyBodyLength), 0U) << length;
         EXPECT_EQ(client.Setup(1), 0) << length;
     }
 }
@@ -253,52 +216,24 @@ TEST(Replies, OfDescribeMayBeWrongAboutTheirLength) {
 TEST(Options, WaitsEndAtTheirLimits) {
     const CapturedStdout output;
     Session udp(kUdp, CLIENT_READY_STATE, {{"PLAY ", Stall()}}); // a read of its own
-    Set(udp, RTSPTAP_OPTION_REPLY_LIMIT, 20);
+    SetNumber(udp, RTSPTAP_OPTION_REPLY_LIMIT, 20);
     Session first(kTcp, CLIENT_READY_STATE, {{"PLAY ", Stall()}}); // among frames
-    Set(first, RTSPTAP_OPTION_REPLY_LIMIT, 20);
+    SetNumber(first, RTSPTAP_OPTION_REPLY_LIMIT, 20);
     Session tcp(kTcp, CLIENT_PLAYING_STATE, {{"PAUSE ", Stall()}, {"TEARDOWN ", Stall()}, {"TEARDOWN ", Stall()}});
-    Set(tcp, RTSPTAP_OPTION_PACKET_LIMIT, 20);
+    SetNumber(tcp, RTSPTAP_OPTION_PACKET_LIMIT, 20);
     EXPECT_LT(SecondsOf([&] {
                   EXPECT_EQ(udp.Play(), RTSP_RESPONSE_TIMEOUT);
                   EXPECT_EQ(first.Play(), RTSP_RESPONSE_TIMEOUT);
                   RTPStreamData *packet = nullptr;
                   EXPECT_EQ(RTPClientGetRTPStreamData(tcp, &packet, kVideo), RTSP_FAILURE);
-                  Set(tcp, RTSPTAP_OPTION_REPLY_LIMIT, 20); // also of a reply that the thread hands over
+                  SetNumber(tcp, RTSPTAP_OPTION_REPLY_LIMIT, 20); // also of a reply that the thread hands over
                   EXPECT_EQ(tcp.Pause(), RTSP_RESPONSE_TIMEOUT);
                   EXPECT_EQ(tcp.Teardown(), RTSP_RESPONSE_TIMEOUT);
-                  Set(tcp, RTSPTAP_OPTION_REPLY_LIMIT, 3600000);
-                  Set(tcp, RTSPTAP_OPTION_TEARDOWN_LIMIT, 20);
+                  SetNumber(tcp, RTSPTAP_OPTION_REPLY_LIMIT, 3600000);
+                  SetNumber(tcp, RTSPTAP_OPTION_TEARDOWN_LIMIT, 20);
                   EXPECT_EQ(tcp.Teardown(), RTSP_RESPONSE_TIMEOUT);
               }),
               4);
-}
-
-// A listener whose queue is full lets nobody in, and refuses nobody.
-TEST(Options, ConnectingEndsAtItsLimitAlsoAmongSignals) {
-    const CapturedStdout output;
-    const ScriptedServer server({});
-    const Client good, waiting;
-    const int listener = OpenStreamSocket();
-    ASSERT_TRUE(BindTo(listener, ReadAddress("127.0.0.1", 0)) && listen(listener, 0) == 0);
-    sockaddr_in bound = {};
-    socklen_t length = sizeof bound;
-    getsockname(listener, reinterpret_cast<sockaddr *>(&bound), &length);
-    const uint16_t port = ntohs(bound.sin_port);
-    const UniqueSocket queued(OpenStreamSocket());
-    EXPECT_TRUE(ConnectTo(queued.Get(), ReadAddress("127.0.0.1", port)));
-    Set(waiting, RTSPTAP_OPTION_CONNECT_LIMIT, 100);
-    Set(good, RTSPTAP_OPTION_CONNECT_LIMIT, 20000);
-    {
-        const std::jthread signals = Interruptions();
-        EXPECT_LT(SecondsOf([&] {
-                      EXPECT_EQ(RTSPClientConnect(waiting, "127.0.0.1", port, "live", kUdp, 0),
-                                RTSP_CONNECT_FAILED);
-                  }),
-                  10);
-        EXPECT_EQ(RTSPClientConnect(good, "127.0.0.1", server.Port(), "live", kUdp, 0), 0);
-    }
-    EXPECT_EQ(fcntl(RecordOf(good).media.connection.socket, F_GETFL) & O_NONBLOCK, 0); // as without a limit
-    CloseSock(listener);
 }
 
 TEST(Options, PortsComeFromTheClientsOwnRangeAndSocketsHaveTheBufferAskedFor) {
@@ -306,22 +241,22 @@ TEST(Options, PortsComeFromTheClientsOwnRangeAndSocketsHaveTheBufferAskedFor) {
     const uint16_t port = FreePair();
     const UdpPeer taken(Plus(port, 3)); // the RTCP port of the next pair
     Session session(kUdp, CLIENT_DESCRIBE_SENT_STATE, Times(3, {"SETUP ", Ok()}));
-    Set(session, RTSPTAP_OPTION_FIRST_PORT, port - 1);
-    Set(session, RTSPTAP_OPTION_LAST_PORT, port + 4);
-    Set(session, RTSPTAP_OPTION_RECEIVE_BUFFER, 65536);
+    SetNumber(session, RTSPTAP_OPTION_FIRST_PORT, port - 1);
+    SetNumber(session, RTSPTAP_OPTION_LAST_PORT, port + 4);
+    SetNumber(session, RTSPTAP_OPTION_RECEIVE_BUFFER, 65536);
     EXPECT_EQ(session.Setup(1), 0);
     EXPECT_EQ(session.ClientPort(1), port);
-    EXPECT_EQ(Get(session, RTSPTAP_OPTION_RECEIVE_BUFFER_GRANTED), 65536);
+    EXPECT_EQ(NumberSet(session, RTSPTAP_OPTION_RECEIVE_BUFFER_GRANTED), 65536);
     int held = 0;
     socklen_t length = sizeof held;
     getsockopt(RecordOf(session).media.streamList.load()->rtpSocket, SOL_SOCKET, SO_RCVBUF, &held, &length);
     EXPECT_EQ(held, 2 * 65536);
     EXPECT_EQ(session.Setup(2), RTSP_SOCKET_FAILED); // the one is taken, half of the next, and there is no third
-    Set(session, RTSPTAP_OPTION_LAST_PORT, port + 5);
+    SetNumber(session, RTSPTAP_OPTION_LAST_PORT, port + 5);
     EXPECT_EQ(session.Setup(2), 0);
     EXPECT_EQ(session.ClientPort(2), port + 4);
-    Set(session, RTSPTAP_OPTION_FIRST_PORT, 2000);
-    Set(session, RTSPTAP_OPTION_LAST_PORT, 59999);
+    SetNumber(session, RTSPTAP_OPTION_FIRST_PORT, 2000);
+    SetNumber(session, RTSPTAP_OPTION_LAST_PORT, 59999);
     const uint16_t common = gblClientRtspUdpPort; // others have not heard of those ports
     EXPECT_EQ(session.Setup(2), 0);
     EXPECT_GT(session.ClientPort(2), common);
@@ -350,10 +285,7 @@ std::string OptionsAsTable() {
     for (const Option &option : Options()) {
         table << "| " << option.number << " | " << option.name << " | " << option.unit << " | " << option.lowest
               << " | " << option.highest << " | ";
-        if (option.text != nullptr)
-            table << option.textByDefault;
-        else
-            table << option.byDefault;
+        option.text != nullptr ? table << option.textByDefault : table << option.byDefault;
         constexpr const char *kUntil[] = {"only told", "connecting", "reception", "any time"};
         table << " | " << kUntil[static_cast<int>(option.until)] << " |\n";
     }

@@ -22,12 +22,7 @@ Script OverTcp(bool isWithin) {
             {{"PLAY {base} ", kSessionNamed}, play}};
 }
 
-void Set(intptr_t client, int32_t option, int64_t value) { EXPECT_EQ(RTSPTapSetOption(client, option, value), 0); }
-int64_t TransportUsed(intptr_t client) {
-    int64_t used = -1;
-    EXPECT_EQ(RTSPTapGetOption(client, RTSPTAP_OPTION_TRANSPORT_USED, &used), 0);
-    return used;
-}
+int64_t TransportUsed(intptr_t client) { return NumberSet(client, RTSPTAP_OPTION_TRANSPORT_USED); }
 
 std::string UrlOf(const ScriptedServer &server) { return server.Expand("rtsp://127.0.0.1:{port}/live"); }
 
@@ -36,30 +31,30 @@ TEST(Transport, GoesOverToTcpWhereUdpIsRefusedOrUnusableOrSilent) {
     const Reply other = Status(400, "Bad Request");
     const Step silent{"PLAY ", Ok()};
     const Step denied{"PAUSE ", Status(455, "Method Not Valid in This State")};
-    const Script scripts[] = {
-        Script{{kUdpGranted[0].expect, refused}} + OverTcp(false),
-        Script{{kUdpGranted[0].expect, other}} + OverTcp(false),
-        Script{{kUdpGranted[0].expect, refused + Close()}} + OverTcp(false),
-        Script{kUdpGranted[0], {kUdpGranted[1].expect, refused}} + OverTcp(true),
-        Script{{"SETUP ", Ok("Session: {session}", "Transport: RTP/AVP;unicast;server_port=x")}} + OverTcp(true),
-        Script{{"SETUP ", SetupReply(1, kTcp)}} + OverTcp(true), // asked for UDP
-        Script{{"SETUP ", Ok("Session: {session}", "Transport: RTP/AVP;multicast;destination=;port=9")}} +
-            OverTcp(true),
-        Script{kUdpGranted[0], kUdpGranted[1], silent, {"PAUSE ", Ok()}} + OverTcp(true),
-        Script{kUdpGranted[0], kUdpGranted[1], silent, denied, {{"TEARDOWN ", kSessionNamed}, Ok()}} +
-            OverTcp(false),
-        Script{kUdpGranted[0], kUdpGranted[1], silent, denied, {"TEARDOWN ", Close()}} + OverTcp(false),
-        Script{kUdpGranted[0], kUdpGranted[1], silent, {"PAUSE ", Ok()}, {"SETUP ", refused}, {"TEARDOWN ", Ok()}} +
-            OverTcp(false)};
+    const Script granted(std::begin(kUdpGranted), std::end(kUdpGranted));
+    // What becomes of UDP, and whether TCP goes on in the same session.
+    const std::pair<Script, bool> scripts[] = {
+        {{{kUdpGranted[0].expect, refused}}, false},
+        {{{kUdpGranted[0].expect, other}}, false},
+        {{{kUdpGranted[0].expect, refused + Close()}}, false},
+        {{kUdpGranted[0], {kUdpGranted[1].expect, refused}}, true},
+        {{{"SETUP ", Ok("Session: {session}", "Transport: RTP/AVP;unicast;server_port=x")}}, true},
+        {{{"SETUP ", SetupReply(1, kTcp)}}, true}, // asked for UDP
+        {{{"SETUP ", Ok("Session: {session}", "Transport: RTP/AVP;multicast;destination=;port=9")}}, true},
+        {granted + Script{silent, {"PAUSE ", Ok()}}, true},
+        {granted + Script{silent, denied, {{"TEARDOWN ", kSessionNamed}, Ok()}}, false},
+        {granted + Script{silent, denied, {"TEARDOWN ", Close()}}, false},
+        {granted + Script{silent, {"PAUSE ", Ok()}, {"SETUP ", refused}, {"TEARDOWN ", Ok()}}, false}};
     for (std::size_t row = 0; row < 2 * std::size(scripts); ++row) {
         const std::size_t i = row / 2;
         const bool waits = row % 2 == 0;
         const CapturedStdout output;
         const std::size_t descriptors = CountDescriptors();
         {
-            ScriptedServer server(kDescribed + scripts[i] + Script{{"TEARDOWN ", Ok()}});
+            const auto &[script, isWithin] = scripts[i];
+            ScriptedServer server(kDescribed + script + OverTcp(isWithin) + Script{{"TEARDOWN ", Ok()}});
             Client client;
-            Set(client, RTSPTAP_OPTION_SILENCE_LIMIT, i < 7 ? 10000 : 100);
+            SetNumber(client, RTSPTAP_OPTION_SILENCE_LIMIT, i < 7 ? 10000 : 100);
             EXPECT_EQ(RTSPTapSetRule(client, 126, 1), 0);
             EXPECT_EQ(RTSPTapOpen(client, UrlOf(server).c_str()), 0);
             const RTSPStreamDescription *const described = RTSPClientGetSDPInfo(client, 2);
@@ -85,7 +80,7 @@ TEST(Transport, IsTheOneAskedForAndNoOther) {
                           Script{{"Transport: RTP/AVP;multicast\r\n", SetupReply(1, kUdp)}});
     Client client;
     const auto open = [&](int64_t transport) {
-        Set(client, RTSPTAP_OPTION_TRANSPORT, transport);
+        SetNumber(client, RTSPTAP_OPTION_TRANSPORT, transport);
         EXPECT_EQ(RTSPTapOpen(client, UrlOf(server).c_str()), 0);
         EXPECT_EQ(TransportUsed(client), RTSPTAP_TRANSPORT_DEFAULT);
     };
@@ -94,7 +89,7 @@ TEST(Transport, IsTheOneAskedForAndNoOther) {
     open(RTSPTAP_TRANSPORT_TCP);
     EXPECT_EQ(RTSPTapStart(client, nullptr, nullptr), 0);
     open(RTSPTAP_TRANSPORT_UDP);
-    Set(client, RTSPTAP_OPTION_SILENCE_LIMIT, 100);
+    SetNumber(client, RTSPTAP_OPTION_SILENCE_LIMIT, 100);
     EXPECT_EQ(RTSPTapStart(client, nullptr, nullptr), RTSPTAP_NO_MEDIA);
     EXPECT_EQ(TransportUsed(client), RTSPTAP_TRANSPORT_UDP);
     media.SendTo(RecordOf(client).media.streamList.load()->clientPort, Rtp(3)); // it plays all the same
@@ -159,8 +154,8 @@ TEST_P(OverMulticast, OneSourceIsHeardAndReportsGoToTheGroup) {
         *static_cast<std::atomic<int> *>(sent) += isSent;
     };
     EXPECT_EQ(RTSPTapSetRtcpCallback(client, count, &reportsSent), 0);
-    Set(client, RTSPTAP_OPTION_TRANSPORT, RTSPTAP_TRANSPORT_MULTICAST);
-    Set(client, RTSPTAP_OPTION_MULTICAST_TTL, 3);
+    SetNumber(client, RTSPTAP_OPTION_TRANSPORT, RTSPTAP_TRANSPORT_MULTICAST);
+    SetNumber(client, RTSPTAP_OPTION_MULTICAST_TTL, 3);
     EXPECT_EQ(RTSPTapSetOptionText(client, RTSPTAP_OPTION_MULTICAST_INTERFACE, "lo"), 0);
     EXPECT_EQ(RTSPTapSetOptionText(client, RTSPTAP_OPTION_MULTICAST_SOURCE, is.wanted), 0);
     const std::string url = "rtsp://" + std::string(is.host) + ":" + std::to_string(server.Port()) + "/live";

@@ -3,8 +3,6 @@
 #include "rtsp/client/stream_sockets.h"
 #include "tests/support/session.h"
 
-#include <mutex>
-
 namespace rtsptap::test {
 namespace {
 
@@ -42,7 +40,7 @@ TEST(UdpSession, PausedStreamLosesNothingThatArrived) {
     EXPECT_EQ(session.Video(9), Numbers(1, 9));
 }
 
-TEST(UdpSession, PacketsOfTheLastSessionAreFreedWhileTheNextOneStarts) {
+TEST(UdpSession, TeardownEndsAllButTheHeldPacketsWhichAreFreedWhileTheNextOneStarts) {
     const Script teardown{{"TEARDOWN ", Ok()}};
     Session session(kUdp, CLIENT_PLAYING_STATE, teardown + StepsTo(CLIENT_PLAYING_STATE, kUdp) + teardown);
     session.SendNumbers(1, Numbers(1, 40));
@@ -53,6 +51,11 @@ TEST(UdpSession, PacketsOfTheLastSessionAreFreedWhileTheNextOneStarts) {
     while (RTPClientPeekRTPStreamData(session, &shown, kAudio) != 0) {
     }
     EXPECT_EQ(session.Teardown(), 0);
+    EXPECT_TRUE(session.server.WaitForClose());
+    const std::size_t ended = CountDescriptors();
+    EXPECT_EQ(session.Play(1), RTSP_NOT_CONNECTED);
+    EXPECT_EQ(session.Pause(1), RTSP_INVALID_ARGUMENT); // of no stream
+    EXPECT_EQ(session.Teardown(), RTSP_NOT_CONNECTED);
     // What is held or was shown keeps its ring and its pool, nothing else is kept.
     const RTSPStreamInfo &video = *RecordOf(session).media.retiredStreams.load();
     const RTSPStreamInfo &audio = *video.next.load();
@@ -67,6 +70,7 @@ TEST(UdpSession, PacketsOfTheLastSessionAreFreedWhileTheNextOneStarts) {
     session.SendNumbers(1, Numbers(30, 32));
     EXPECT_EQ(session.Video(3), Numbers(30, 32));
     EXPECT_EQ(session.Teardown(), 0);
+    EXPECT_TRUE(Eventually([&] { return CountDescriptors() == ended; }));
     for (const RTSPStreamInfo *stream :
          {&video, &audio, static_cast<const RTSPStreamInfo *>(RecordOf(session).media.retiredStreams.load())})
         EXPECT_TRUE(stream->ring.storage == nullptr && stream->pool.stillOut == 0);
@@ -113,11 +117,9 @@ TEST(UdpSession, EmptyDatagramsArePassedOverWhereTheRuleIsOn) {
     Session session(kUdp, CLIENT_PLAYING_STATE, {{"TEARDOWN ", Ok()}});
     Dialect &dialect = RecordOf(session).media.dialect;
     dialect.Set(Rule::kEmptyDatagram, true);
-    session.rtcp[0].SendTo(Plus(session.ClientPort(1), 1), "");
-    for (const uint16_t number : Numbers(1, 8)) {
-        session.SendRtp(1, "");
-        session.SendNumbers(1, Numbers(number, number));
-    }
+    session.ArriveRtcp(1, "");
+    for (const uint16_t number : Numbers(1, 8))
+        for (const std::string &datagram : {std::string(), Rtp(number)}) session.SendRtp(1, datagram);
     EXPECT_EQ(session.Video(8), Numbers(1, 8));
     EXPECT_TRUE(Eventually([&] { return dialect.Uses(Rule::kEmptyDatagram) == 9; }));
     EXPECT_EQ(session.Teardown(), 0); // its sockets are read as empty from then on
@@ -159,23 +161,6 @@ TEST(UdpSession, RefusedPacketsAloneDoNotBlockTheBuffer) {
     EXPECT_EQ(session.Video(1), Numbers(77, 77));
 }
 
-TEST(UdpSession, TeardownEndsEverythingAndTheClientCanStartOver) {
-    Session session(kUdp, CLIENT_PAUSE_STATE,
-                    Script{{"TEARDOWN ", Ok()}} + StepsTo(CLIENT_PLAYING_STATE, kUdp) +
-                        Script{{"TEARDOWN ", Ok()}});
-    EXPECT_EQ(session.Teardown(), 0);
-    EXPECT_TRUE(session.server.WaitForClose());
-    const std::size_t ended = CountDescriptors();
-    EXPECT_EQ(session.Play(1), RTSP_NOT_CONNECTED);
-    EXPECT_EQ(session.Pause(1), RTSP_INVALID_ARGUMENT); // of no stream
-    EXPECT_EQ(session.Teardown(), RTSP_NOT_CONNECTED);
-    session.Reach(CLIENT_PLAYING_STATE);
-    session.SendNumbers(2, Numbers(1, 3));
-    EXPECT_EQ(session.Audio(3), Numbers(1, 3));
-    EXPECT_EQ(session.Teardown(), 0);
-    EXPECT_TRUE(Eventually([&] { return CountDescriptors() == ended; }));
-}
-
 struct Shown {
     std::string texts[2];
     std::atomic<std::size_t> count = 0;
@@ -209,10 +194,6 @@ TEST(RtcpCallback, IsShownWhatCameAndWhatWasSentOverBothTransports) {
 
 // What a printer was handed, a line each: level, whose it is, text.
 struct Printed {
-    void Add(int32_t level, intptr_t client, const char *text) {
-        const std::lock_guard lock(mutex);
-        lines.emplace_back(level, client, text);
-    }
     // Of anybody where no client is named.
     std::size_t Count(const std::string &text, std::optional<intptr_t> client = {}, int32_t level = 0) const {
         const std::lock_guard lock(mutex);
@@ -228,7 +209,9 @@ struct Printed {
 };
 
 void PrintTo(void *printed, int32_t level, intptr_t client, const char *text) {
-    static_cast<Printed *>(printed)->Add(level, client, text);
+    auto &[mutex, lines] = *static_cast<Printed *>(printed);
+    const std::lock_guard lock(mutex);
+    lines.emplace_back(level, client, text);
 }
 
 TEST(Printers, OfTheProgramGetEachMessageWithItsClientInPlaceOfStandardOutput) {
@@ -246,11 +229,9 @@ TEST(Printers, OfTheProgramGetEachMessageWithItsClientInPlaceOfStandardOutput) {
             handle = session;
             ASSERT_EQ(RTSPTapSetPrinter(session, PrintTo, &ofOne), 0);
             for (Session *each : {&session, &other}) {
-                for (const uint16_t number : Numbers(1, 9)) {
-                    const std::string packet = Bytes(RtpPacket{.version = 1, .sequenceNumber = number});
-                    proto == kUdp ? each->SendRtp(1, packet) : void(each->server.Send(Frame(0, packet)));
-                }
-                proto == kUdp ? each->SendRtp(1, Rtp(7, "y")) : void(each->server.Send(Frame(0, Rtp(7, "y"))));
+                for (const uint16_t number : Numbers(1, 9))
+                    each->Arrive(1, Bytes(RtpPacket{.version = 1, .sequenceNumber = number}));
+                each->Arrive(1, Rtp(7, "y"));
                 EXPECT_EQ(each->Video(1), Numbers(7, 7));
             }
         }
@@ -287,8 +268,7 @@ void WaitForAReplyAmongFrames() {
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     session.server.Send(Frame(0, Rtp(1)));
     EXPECT_EQ(session.Video(1), Numbers(1, 1));
-    EXPECT_EQ(session.Pause(), 0);
-    EXPECT_EQ(session.Teardown(), 0);
+    EXPECT_EQ(session.Pause() + session.Teardown(), 0);
 }
 
 // PLAY in between, which keeps a session alive, does not begin the silence anew.

@@ -1,12 +1,6 @@
 // Requests and replies, header lists and challenges, without a session where none is needed.
-#include "platform/text.h"
-#include "rtp/interleaved/connection.h"
 #include "rtsp/client/exchange.h"
-#include "rtsp/message/authentication.h"
-#include "rtsp/message/header_list.h"
-#include "rtsp/message/request.h"
 #include "rtsp/message/response.h"
-#include "rtsptap.h"
 #include "tests/support/session.h"
 
 #include <future>
