@@ -128,14 +128,9 @@ struct Arguments {
     }
     const RTSPTapPlayRequest *Request() {
         const auto number = [this] { return static_cast<double>(in.Pick(kNumbers)); };
-        play = {static_cast<uint32_t>(in.U8()),
-                in.U8() & 1,
-                in.Pick(caller.lists),
-                Text(in),
-                number(),
-                number(),
-                number(),
-                number()};
+        const uint32_t size = in.U8();
+        const int32_t hasStart = in.U8() & 1;
+        play = {size, hasStart, in.Pick(caller.lists), Text(in), number(), number(), number(), number()};
         return &play;
     }
     template <typename T> T Size() {

@@ -1,12 +1,8 @@
 // A hostile WWW-Authenticate value: cut up, stored and sent back, as the base does and for credentials of the
 // program.
 #include "fuzz/fuzz_target.h"
-#include "platform/text.h"
 #include "rtsp/client/client.h"
-#include "rtsp/message/authentication.h"
-#include "rtsp/message/credentials.h"
 #include "rtsp/message/response.h"
-#include "rtsptap_extended.h"
 
 #include <cstring>
 

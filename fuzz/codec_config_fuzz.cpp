@@ -1,7 +1,6 @@
 // Hostile format parameters: parameter sets and configurations of all codecs from the same text, and what they are
 // written in, base64 and hexadecimal digits.
 #include "fuzz/fuzz_target.h"
-#include "platform/text.h"
 #include "rtp/stream.h"
 #include "sdp/codec_config.h"
 

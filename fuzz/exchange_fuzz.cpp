@@ -11,7 +11,6 @@
 #include <optional>
 #include <strings.h>
 #include <sys/mman.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 using namespace rtsptap;

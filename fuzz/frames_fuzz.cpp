@@ -4,8 +4,6 @@
 #include "platform/wire.h"
 #include "rtsptap_frames.h"
 
-#include <string>
-
 using namespace rtsptap;
 using fuzz::Require;
 
@@ -42,12 +40,10 @@ static void CheckFrames(RTSPTapFrames *frames, int32_t codec, int32_t format, st
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
     static constexpr int32_t kCodecs[] = {RTP_CODEC_H264, RTSPTAP_CODEC_H265, RTP_CODEC_MPEG4_GENERIC,
                                           RTP_CODEC_JPEG, RTSPTAP_CODEC_VP8,  RTSPTAP_CODEC_OPUS};
-    static constexpr const char *kFormats[] = {nullptr,
-                                               "mode=AAC-hbr;sizelength=13;indexlength=3;indexdeltalength=3",
-                                               "mode=AAC-lbr",
-                                               "constantsize=7",
-                                               "sprop-max-don-diff=1",
-                                               "sizelength=4;ctsdeltalength=3;randomaccessindication=1"};
+    static constexpr const char *kHbr = "mode=AAC-hbr;sizelength=13;indexlength=3;indexdeltalength=3";
+    static constexpr const char *kOdd = "sizelength=4;ctsdeltalength=3;randomaccessindication=1";
+    static constexpr const char *kFormats[] = {
+        nullptr, kHbr, "mode=AAC-lbr", "constantsize=7", "sprop-max-don-diff=1", kOdd};
     static constexpr uint8_t kSet[] = {0x67, 0x42};
     static constexpr uint8_t kConfig[] = {0x12, 0x10, 0x56};
     fuzz::Input input(data, size);

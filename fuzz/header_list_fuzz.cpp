@@ -1,14 +1,9 @@
 // Operations on a user's header list in any order, then the list validated and sent with a method. Input: the
 // method, then operations, each one byte, the name's number another, and a value up to the next line end.
 #include "fuzz/fuzz_target.h"
-#include "platform/text.h"
 #include "rtsp/client/client.h"
 #include "rtsp/client/exchange.h"
-#include "rtsp/message/header_list.h"
 #include "rtsp/message/methods.h"
-#include "rtsp/message/request.h"
-
-#include <sys/socket.h>
 
 using namespace rtsptap;
 using fuzz::Require;

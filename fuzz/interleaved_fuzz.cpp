@@ -4,7 +4,6 @@
 // The server reads nothing of what it is answered.
 #include "fuzz/fuzz_target.h"
 #include "rtp/interleaved/interleaved_service.h"
-#include "rtp/media_session.h"
 #include "rtp/service_thread.h"
 #include "rtsp/client/exchange.h"
 #include "rtsp/message/response.h"
@@ -12,7 +11,6 @@
 #include "tests/support/packet_builder.h"
 #include "tests/torture/system_calls.h"
 
-#include <sys/socket.h>
 #include <unistd.h>
 
 using namespace rtsptap;
@@ -20,14 +18,8 @@ using fuzz::Require;
 
 namespace {
 
-enum : uint8_t {
-    kReplyFirst = 1,
-    kHandOver = 2,
-    kTakePackets = 4,
-    kAwaitReply = 8,
-    kRepeated = 112,
-    kWaitForPackets = 128 // then this thread serves the connection in its turn
-};
+constexpr uint8_t kReplyFirst = 1, kHandOver = 2, kTakePackets = 4, kAwaitReply = 8, kRepeated = 112;
+constexpr uint8_t kWaitForPackets = 128;       // then this thread serves the connection in its turn
 constexpr std::size_t kRepeatedBytes = 140000; // twice what is read ahead at most, and some
 constexpr std::size_t kSocketBytes = 50000;    // what a socket takes that nobody reads
 constexpr int kWaits = 3;                      // of an input, each for 5 ms at most

@@ -3,7 +3,6 @@
 #include "fuzz/fuzz_target.h"
 #include "rtp/media_session.h"
 #include "rtp/rtcp/rtcp.h"
-#include "rtp/rtcp/true_reports.h"
 #include "rtp/stream.h"
 
 #include <vector>

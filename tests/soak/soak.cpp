@@ -160,8 +160,7 @@ long PortOfSetup(Player &player) {
 void RunPorts(long count) {
     Player player(kUdp, "live");
     Expect(player.Reach(CLIENT_DESCRIBE_SENT_STATE) == 0, "DESCRIBE");
-    long last = 0;
-    long wraps = 0;
+    long last = 0, wraps = 0;
     Repeat("SETUPs", count, [&](long) {
         const long port = PortOfSetup(player);
         Expect(port >= 2000 && port < 60000 && port % 2 == 0 && port != last, "chosen port", port);
@@ -228,8 +227,7 @@ void TellTimes(const std::string &what, std::vector<double> ms, double share, do
 // Destroy in every state, with the server dead or alive, with room in the receive buffers or none.
 double MillisecondsOfDestroy(uint32_t proto, long at) {
     const auto state = static_cast<RTSPClientState>(at % 6);
-    const bool isDead = at / 6 % 2 == 1 && state >= CLIENT_PLAYING_STATE;
-    const bool isFull = at / 12 % 2 == 1;
+    const bool isDead = at / 6 % 2 == 1 && state >= CLIENT_PLAYING_STATE, isFull = at / 12 % 2 == 1;
     Player player(proto, isDead ? "after:PLAY,burst=50" : kRate, isFull ? 2000 : 1 << 18);
     const int32_t result = player.Reach(isDead ? CLIENT_PLAYING_STATE : state);
     Expect(result == 0, "on the way to Destroy", result);
@@ -239,8 +237,7 @@ double MillisecondsOfDestroy(uint32_t proto, long at) {
 
 void RunLimits(long count) {
     for (const uint32_t proto : {kUdp, kTcp}) {
-        std::vector<double> teardowns;
-        std::vector<double> destroys;
+        std::vector<double> teardowns, destroys;
         for (long at = 0; at < count; ++at) {
             Player player(proto, kRate);
             Expect(player.Reach(CLIENT_PLAYING_STATE) == 0 && player.Take(0), "PLAY");

@@ -3,9 +3,7 @@
 #include "rtsp/client/client.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -14,12 +12,9 @@
 #include <iterator>
 #include <netdb.h>
 #include <new>
-#include <poll.h>
-#include <pthread.h>
 #include <semaphore.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
-#include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/timerfd.h>
 #include <ucontext.h>
@@ -219,9 +214,7 @@ int torture_epoll_wait(int epoll, epoll_event *events, int most, int timeoutMs) 
     return WaitMs(timeoutMs, [=](int ms) { return epoll_wait(Used(epoll), events, most, ms); });
 }
 int torture_close(int fd) {
-    if (fd < 0) return close(fd);
-    owned[Used(fd)] = false;
-    --descriptors;
+    if (fd >= 0) owned[Used(fd)] = false, --descriptors;
     return close(fd);
 }
 int torture_shutdown(int fd, int how) { return shutdown(Used(fd), how); }
@@ -295,18 +288,10 @@ int torture_nanosleep(const timespec *time, timespec *rest) {
 int torture_gethostname(char *name, size_t size) { return Fails("gethostname") ? -1 : gethostname(name, size); }
 
 int torture_pthread_create(pthread_t *id, const pthread_attr_t *attributes, void *(*body)(void *), void *argument) {
-    if (Fails("thread")) return EAGAIN;
-    ++threads;
-    return pthread_create(id, attributes, body, argument);
+    return Fails("thread") ? EAGAIN : (++threads, pthread_create(id, attributes, body, argument));
 }
-int torture_pthread_join(pthread_t id, void **value) {
-    --threads;
-    return pthread_join(id, value);
-}
-int torture_pthread_detach(pthread_t id) {
-    --threads;
-    return pthread_detach(id);
-}
+int torture_pthread_join(pthread_t id, void **value) { return --threads, pthread_join(id, value); }
+int torture_pthread_detach(pthread_t id) { return --threads, pthread_detach(id); }
 int torture_getaddrinfo(const char *host, const char *service, const addrinfo *hints, addrinfo **found) {
     NoteWait("getaddrinfo", (hints->ai_flags & AI_NUMERICHOST) == 0);
     return getaddrinfo(host, service, hints, found);
@@ -316,14 +301,9 @@ int torture_swapcontext(ucontext_t *from, const ucontext_t *to) {
     return swapcontext(from, to);
 }
 int torture_pthread_mutex_init(pthread_mutex_t *mutex, const pthread_mutexattr_t *attributes) {
-    if (Fails("mutex")) return ENOMEM;
-    ++mutexes;
-    return pthread_mutex_init(mutex, attributes);
+    return Fails("mutex") ? ENOMEM : (++mutexes, pthread_mutex_init(mutex, attributes));
 }
-int torture_pthread_mutex_destroy(pthread_mutex_t *mutex) {
-    --mutexes;
-    return pthread_mutex_destroy(mutex);
-}
+int torture_pthread_mutex_destroy(pthread_mutex_t *mutex) { return --mutexes, pthread_mutex_destroy(mutex); }
 int torture_pthread_mutex_lock(pthread_mutex_t *mutex) {
     const bool refuses = mutex == &rtsptap::gblRTSPClientListLock && Fails("lock");
     if (refuses || mutex == refused) refused = refuses ? mutex : nullptr;
@@ -342,21 +322,12 @@ int torture_pthread_mutex_unlock(pthread_mutex_t *mutex) {
     return mutex == &rtsptap::gblRTSPClientListLock && Fails("unlock") ? EPERM : result;
 }
 int torture_pthread_cond_init(pthread_cond_t *condition, const pthread_condattr_t *attributes) {
-    if (Fails("condition")) return -1;
-    ++conditions;
-    return pthread_cond_init(condition, attributes);
+    return Fails("condition") ? -1 : (++conditions, pthread_cond_init(condition, attributes));
 }
-int torture_pthread_cond_destroy(pthread_cond_t *condition) {
-    --conditions;
-    return pthread_cond_destroy(condition);
-}
-int torture_pthread_cond_signal(pthread_cond_t *condition) {
-    ++Signals(condition);
-    return pthread_cond_signal(condition);
-}
-int torture_pthread_cond_broadcast(pthread_cond_t *condition) {
-    ++Signals(condition);
-    return pthread_cond_broadcast(condition);
+int torture_pthread_cond_destroy(pthread_cond_t *waits) { return --conditions, pthread_cond_destroy(waits); }
+int torture_pthread_cond_signal(pthread_cond_t *waits) { return ++Signals(waits), pthread_cond_signal(waits); }
+int torture_pthread_cond_broadcast(pthread_cond_t *waits) {
+    return ++Signals(waits), pthread_cond_broadcast(waits);
 }
 int torture_pthread_cond_timedwait(pthread_cond_t *condition, pthread_mutex_t *mutex, const timespec *deadline) {
     if (const Fault *const fault = Strike("wait")) return std::max(fault->effect, 0);

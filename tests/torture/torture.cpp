@@ -232,8 +232,7 @@ long Torment(const Scenario &scenario, bool onlyFirst) {
 int main(int argc, char **argv) {
     if (argc != 4) return 2;
     const std::string wanted = argv[3];
-    std::size_t first = 0;
-    std::size_t step = 0;
+    std::size_t first = 0, step = 0;
     sscanf(argv[3], "%zu/%zu", &first, &step);
     const bool ownNetwork = EnterOwnNetwork();
     if (!ownNetwork) rtsptap::gblClientRtspUdpPort = static_cast<uint16_t>(4000 + getpid() % 500 * 56);
