@@ -31,8 +31,7 @@ private:
 // A command line that was run to its end.
 struct Result {
     int status;
-    std::string output;
-    std::string errors;
+    std::string output, errors;
 };
 
 inline bool Contains(const std::string &text, const std::string &part) { return text.find(part) != text.npos; }
