@@ -209,9 +209,9 @@ void SendReport(RTSPStreamInfo &stream, ReportState &state) {
     AvoidCollision(stream);
     AddReport(stream, text);
     AddName(stream, text);
+    state.hasSent = true; // before anybody can hear it and answer with what ends the session
     SendText(stream, text);
     AverageIn(state, text.size);
-    state.hasSent = true;
 }
 
 } // namespace
