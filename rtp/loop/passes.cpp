@@ -108,7 +108,8 @@ void ServeWhatIsDue(const MediaSession &session) {
 
 int Left(uint64_t deadlineMs, int longestMs) {
     const uint64_t now = MonotonicMs();
-    return now >= deadlineMs ? 0 : static_cast<int>(std::min<uint64_t>(deadlineMs - now, longestMs));
+    const auto longest = static_cast<uint64_t>(longestMs);
+    return now >= deadlineMs ? 0 : static_cast<int>(std::min(deadlineMs - now, longest));
 }
 
 } // namespace

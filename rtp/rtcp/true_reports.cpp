@@ -49,9 +49,10 @@ constexpr std::size_t kBits = 1024;
 
 // How many there are, by how many of the bits they have left alone.
 double CountMembers(const ReportState &state) {
-    int set = 0;
-    for (const auto &word : state.members) set += std::popcount(word.load(std::memory_order_relaxed));
-    const double free = std::max<double>(kBits - set, 1);
+    std::size_t set = 0;
+    for (const auto &word : state.members)
+        set += static_cast<std::size_t>(std::popcount(word.load(std::memory_order_relaxed)));
+    const double free = static_cast<double>(std::max<std::size_t>(kBits - set, 1));
     return std::max(2.0, 1 + std::round(kBits * std::log(kBits / free)));
 }
 

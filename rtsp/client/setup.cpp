@@ -228,8 +228,10 @@ int32_t NameSession(Exchange &exchange) {
     if (!exchange.setup->namesSession) return RTSP_SUCCESS;
     const bool isUnderWay = client.media.state == CLIENT_READY_STATE && client.sessionId[0] != '\0';
     exchange.setup->joinsSession = isUnderWay;
-    if (isUnderWay) return PutRequestHeader(*client.requestMsg, "Session", client.sessionId);
-    RemoveRequestHeader(*client.requestMsg, "Session");
+    if (!isUnderWay)
+        RemoveRequestHeader(*client.requestMsg, "Session");
+    else if (PutRequestHeader(*client.requestMsg, "Session", client.sessionId) != RTSP_SUCCESS)
+        return exchange.trace.Fail(RTSP_REQUEST_NOT_BUILT, "EXIT : %s :The session could not be named\n");
     return RTSP_SUCCESS;
 }
 

@@ -152,7 +152,7 @@ TEST(Statistics, SayWhatBecameOfPacketsInTheQueue) {
     EXPECT_EQ(receiver.Told().queuedPackets, receiver.stream->packetCount);
     receiver.Drain();
     RTPClientConfigLatency(receiver.Handle(), 100, 0, 100);
-    for (const uint32_t ms : {0, 10, 120})
+    for (const uint32_t ms : {0U, 10U, 120U})
         receiver.Come(Bytes(RtpPacket{.sequenceNumber = static_cast<uint16_t>(2000 + ms), .timestamp = ms * 90}));
     EXPECT_EQ(receiver.Told().droppedByLatency, 2U);
 }

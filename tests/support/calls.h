@@ -41,7 +41,7 @@ constexpr Function<Source> kTable[] = {
     {NameOf<functions>(), [](Source &source) { return CallFrom(source, functions); }}...};
 
 // The first kHarmless may be called with whatever stands for a client and a list.
-constexpr int kHarmless = 38;
+constexpr int kHarmless = 48;
 template <typename Source>
 constexpr auto &kFunctions =
     kTable<Source, ValidateRTSPClientHandle, RTSPClientSetMTUSize, RTSPClientSendOptionsRequest,
@@ -53,7 +53,9 @@ constexpr auto &kFunctions =
            RTSPTapSetDataProto, RTSPTapForgetChallenge, RTSPAddHeaderToList, RTSPModifyHeaderInList,
            RTSPRemoveHeaderFromList, RTSPTapSetOption, RTSPTapGetOption, RTSPTapSetOptionText, RTSPTapGetOptionText,
            RTSPTapSetRule, RTSPTapGetRuleUse, RTSPTapGetParameter, RTSPTapSetParameter, RTSPTapTeardown,
-           RTSPTapPlay, RTSPTapGetDescriptor, RTSPTapInterrupt, RTSPClientConnect, RTSPClientAutoRTSPConnect,
+           RTSPTapPlay, RTSPTapGetDescriptor, RTSPTapInterrupt, RTSPTapNextDeadline, RTSPTapOpen, RTSPTapSetup,
+           RTSPTapStart, RTSPTapBeginOpen, RTSPTapBeginSetup, RTSPTapBeginPlay, RTSPTapBeginPause,
+           RTSPTapBeginTeardown, RTSPTapProgress, RTSPClientConnect, RTSPClientAutoRTSPConnect,
            RTSPDestroyHeaderList, RTPClientGetRTPStreamData, RTPClientFreeRTPStreamData, RTSPClientDestroy>;
 
 // Arguments from words apart by spaces: numbers, texts, null; any other word for a pointer stands for a place that

@@ -48,9 +48,11 @@ Script StepsTo(RTSPClientState state, uint32_t proto, uint16_t rtcpPort1, uint16
     return steps;
 }
 
-Session::Session(uint32_t dataProto, RTSPClientState state, const Script &further, int32_t ringBytes)
+Session::Session(uint32_t dataProto, RTSPClientState state, const Script &further, int32_t ringBytes,
+                 bool hasThreads)
     : Client(ringBytes, dataProto), server(StepsTo(state, dataProto, rtcp[0].Port(), rtcp[1].Port()) + further) {
     serverPort = server.Port();
+    EXPECT_TRUE(hasThreads || RTSPTapSetOption(*this, RTSPTAP_OPTION_THREADS, 0) == 0);
     Reach(state);
 }
 

@@ -40,7 +40,8 @@ std::vector<uint16_t> TakeSequenceNumbers(intptr_t client, int32_t codec, std::s
 // A client over `proto`, brought to `state`, and its server, whose script goes on with `further`.
 class Session : public Client {
 public:
-    Session(uint32_t proto, RTSPClientState state, const Script &further = {}, int32_t ringBytes = 1 << 20);
+    Session(uint32_t proto, RTSPClientState state, const Script &further = {}, int32_t ringBytes = 1 << 20,
+            bool hasThreads = true);
 
     ~Session() { EXPECT_EQ(Destroy(), 0); } // before the server ends
     void Reach(RTSPClientState state) { EXPECT_EQ(Client::Reach(state), 0); }

@@ -15,6 +15,8 @@
 #include <csignal>
 #include <cstdlib>
 #include <iterator>
+#include <poll.h>
+#include <sys/socket.h>
 #include <utility>
 
 namespace {
@@ -127,11 +129,62 @@ int32_t SendToStandalone(Run &, int32_t) {
     return 0;
 }
 
+int32_t GoOn(Run &run, int32_t) {
+    int32_t result = 0;
+    while ((result = RTSPTapProgress(run.client)) == RTSPTAP_PENDING) usleep(100);
+    return result;
+}
+
+// A byte stream that reads ahead, and takes little at a time.
+struct ReadAhead {
+    int32_t socket;
+    bool stands = false;
+    uint32_t at = 0, end = 0;
+    uint8_t bytes[100] = {};
+};
+ReadAhead &Of(void *stream) { return *static_cast<ReadAhead *>(stream); }
+
+int32_t ReadSome(void *stream, void *to, uint32_t count) {
+    ReadAhead &is = Of(stream);
+    if (is.at == is.end) {
+        const ssize_t came = recv(is.socket, is.bytes, sizeof is.bytes, MSG_DONTWAIT);
+        if (came <= 0) return static_cast<int32_t>(came);
+        is.at = 0, is.end = static_cast<uint32_t>(came);
+    }
+    count = std::min(count, is.end - is.at);
+    memcpy(to, is.bytes + std::exchange(is.at, is.at + count), count);
+    return static_cast<int32_t>(count);
+}
+
+int32_t ReadAheadFromNowOn(Run &run, int32_t) {
+    static constexpr RTSPTapByteStream kTable = {
+        .recordSize = sizeof kTable,
+        .open = [](void *, int32_t socket, const char *) -> void * { return new ReadAhead{socket}; },
+        .handshake = [](void *stream) -> int32_t { return std::exchange(Of(stream).stands, true) ? 0 : 1; },
+        .read = ReadSome,
+        .write = [](void *stream, const void *bytes, uint32_t count) -> int32_t {
+            if (count == 0) return 0;
+            const auto some = std::min<size_t>(count, 50);
+            return static_cast<int32_t>(send(Of(stream).socket, bytes, some, MSG_DONTWAIT | MSG_NOSIGNAL));
+        },
+        .pending = [](void *stream) { return Of(stream).end - Of(stream).at; },
+        .wanted = [](void *, int32_t wait, int32_t *) -> int32_t {
+            return wait == RTSPTAP_STREAM_READING ? POLLIN : POLLOUT;
+        },
+        .failure = nullptr,
+        .leave = nullptr,
+        .close = [](void *stream) { delete &Of(stream); },
+        .release = nullptr};
+    return RTSPTapSetByteStream(run.client, RTSPTAP_STREAM_OF_RTSP, &kTable, nullptr);
+}
+
 // What is not a call alone; those are in sessions.txt.
 const std::map<char, int32_t (*)(Run &run, int32_t n)> kActs = {
     {'g', [](Run &run, int32_t n) { return Take(run, n, false); }},
     {'h', [](Run &run, int32_t n) { return Take(run, n, true); }},
     {'n', TakeByNumber},
+    {'G', GoOn},
+    {'B', ReadAheadFromNowOn},
     {'q', LookAtParameterSet},
     {'l', MakeList},
     {'y', SendToStandalone},
@@ -146,6 +199,7 @@ int32_t Perform(Run &run, char letter, int32_t n) {
     names["{client}"] = std::to_string(run.client);
     names["{list}"] = std::to_string(run.list);
     names["{proto}"] = std::to_string(run.proto);
+    names["{transport}"] = std::to_string(run.proto ? RTSPTAP_TRANSPORT_TCP : RTSPTAP_TRANSPORT_UDP);
     names["{n}"] = std::to_string(n);
     names["{codec}"] = std::to_string(kCodecs[n % 4]);
     const auto [first, end] = plan.calls.equal_range(letter);

@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <iterator>
 #include <new>
-#include <ranges>
 #include <utility>
 
 namespace tool {
@@ -316,9 +315,9 @@ std::vector<Stream> Session::Streams() const {
     const int32_t count = RTSPClientGetNbStreams(client_);
     // Beside others such a stream goes to the server; where all are marked, the server speaks of what it sends.
     const auto isSendOnly = [this](int32_t number) { return !Line(number, "a=sendonly").empty(); };
-    const auto numbers = std::views::iota(1, count + 1);
-    const bool somethingComes = !std::ranges::all_of(numbers, isSendOnly);
-    for (const int32_t number : numbers) {
+    bool somethingComes = false;
+    for (int32_t number = 1; number <= count; ++number) somethingComes |= !isSendOnly(number);
+    for (int32_t number = 1; number <= count; ++number) {
         RTSPTapStreamDescription description;
         if (!Describe(number, description)) break;
         Stream stream{number, description.encodingName, description.codecType, false, description.clockRate};
