@@ -2,6 +2,7 @@
 // what is refused.
 #include "rtp/stream.h"
 #include "rtsptap_tls.h"
+#include "tests/support/progress.h"
 #include "tests/support/session.h"
 
 #include <sys/socket.h>
@@ -167,7 +168,8 @@ INSTANTIATE_TEST_SUITE_P(Ways, Through,
                                          Way{"rtsph", "http=200 cut=1"},
                                          Way{"rtspsh", "http=200 cert={c}/good.pem cut=1"}));
 
-// The reply to PLAY, what comes before and behind it, and a reply among frames, leave in one write.
+// The reply to PLAY, what comes before and behind it, and a reply among frames, leave in one write. With the
+// library's threads and calls that wait, and with neither.
 TEST_P(Through, ASessionIsPlayedPausedAndTornDown) {
     const CapturedStdout output;
     const bool namesRtsps = std::string(GetParam().scheme) == "rtsps";
@@ -177,23 +179,25 @@ TEST_P(Through, ASessionIsPlayedPausedAndTornDown) {
     script.push_back({"PLAY", SendBytes(Media(1, 3)) + Ok() + SendBytes(Media(4, 200))});
     script.push_back({"PAUSE", SendBytes(Media(201, 201)) + Ok() + SendBytes(Media(202, 202))});
     script.push_back({"TEARDOWN", Ok()});
-    ScriptedServer server(script);
-    const Relay relay(server.Port(), GetParam().relay);
-    const std::size_t descriptors = CountDescriptors();
-    Client client;
-    EXPECT_EQ(UseTls(client), 0);
-    ASSERT_EQ(RTSPTapOpen(client, relay.Url(GetParam().scheme).c_str()), 0)
-        << FailureOfStream(client) << relay.Errors();
-    EXPECT_EQ(RTSPTapSetup(client, 0), 0);
-    int64_t transport = 0;
-    RTSPTapGetOption(client, RTSPTAP_OPTION_TRANSPORT_USED, &transport);
-    EXPECT_EQ(transport, RTSPTAP_TRANSPORT_TCP);
-    EXPECT_EQ(client.Play(), 0);
-    EXPECT_EQ(TakeSequenceNumbers(client, kVideo, 200), Numbers(1, 200));
-    EXPECT_EQ(client.Pause(), 0);
-    EXPECT_EQ(client.Teardown(), 0);
-    EXPECT_TRUE(Eventually([&] { return CountDescriptors() == descriptors; }));
-    EXPECT_EQ(FailureOfStream(client), "");
+    for (const bool waits : {true, false}) {
+        ScriptedServer server(script);
+        const Relay relay(server.Port(), GetParam().relay);
+        const std::string name = relay.Url(GetParam().scheme);
+        const std::size_t descriptors = CountDescriptors();
+        Client client;
+        EXPECT_EQ(UseTls(client), 0);
+        EXPECT_EQ(RTSPTapSetOption(client, RTSPTAP_OPTION_THREADS, waits ? 1 : 0), 0);
+        ASSERT_EQ(waits ? RTSPTapOpen(client, name.c_str()) : Progressed(client, RTSPTapBeginOpen, name.c_str()), 0)
+            << FailureOfStream(client) << relay.Errors();
+        EXPECT_EQ(waits ? RTSPTapSetup(client, 0) : Progressed(client, RTSPTapBeginSetup, 0), 0);
+        EXPECT_EQ(NumberSet(client, RTSPTAP_OPTION_TRANSPORT_USED), RTSPTAP_TRANSPORT_TCP);
+        EXPECT_EQ(waits ? client.Play() : Progressed(client, RTSPTapBeginPlay, nullptr, nullptr), 0);
+        EXPECT_EQ(TakeSequenceNumbers(client, kVideo, 200), Numbers(1, 200));
+        EXPECT_EQ(waits ? client.Pause() : Progressed(client, RTSPTapBeginPause), 0);
+        EXPECT_EQ(waits ? client.Teardown() : Progressed(client, RTSPTapBeginTeardown), 0);
+        EXPECT_TRUE(Eventually([&] { return CountDescriptors() == descriptors; }));
+        EXPECT_EQ(FailureOfStream(client), "");
+    }
 }
 
 struct Refusal {
