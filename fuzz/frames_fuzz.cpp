@@ -4,6 +4,8 @@
 #include "platform/wire.h"
 #include "rtsptap_frames.h"
 
+#include <cstring>
+
 using namespace rtsptap;
 using fuzz::Require;
 
@@ -35,6 +37,31 @@ static void CheckFrames(RTSPTapFrames *frames, int32_t codec, int32_t format, st
         if (isAdts) Require(frame.size >= 7 && wire::U16(frame.data) == 0xfff1);
     }
     Require(sum <= uint64_t{255} * kLargestFrame * most);
+}
+
+// Texts end, and pictures have a size that pictures have.
+static void CheckFormat(const RTSPTapVideoFormat &format) {
+    Require(std::memchr(format.profileName, 0, sizeof format.profileName) != nullptr);
+    Require(std::memchr(format.levelName, 0, sizeof format.levelName) != nullptr);
+    Require(format.width >= 0 && format.width <= 65535 && format.height >= 0 && format.height <= 65535);
+    Require(format.frameRate >= 0 && format.frameRate <= 1000);
+}
+
+// As the payload of every codec, and as the parameter set of a description.
+static void LookAt(RTSPTapStreamDescription description, const RTPStreamData &packet) {
+    RTSPTapVideoFormat format = {};
+    format.recordSize = sizeof format;
+    description.sps = packet.payload;
+    description.spsSize = static_cast<int32_t>(packet.payloadLength);
+    for (const int32_t codec : {int32_t{RTP_CODEC_H264}, int32_t{RTSPTAP_CODEC_H265}, int32_t{RTP_CODEC_JPEG},
+                                int32_t{RTP_CODEC_MP4V_ES}, int32_t{RTSPTAP_CODEC_VP8}, int32_t{RTSPTAP_CODEC_VP9},
+                                int32_t{RTSPTAP_CODEC_AV1}, int32_t{RTSPTAP_CODEC_MPV}}) {
+        RTSPTapLookIntoPacket(codec, &packet, &format);
+        CheckFormat(format);
+        description.codecType = codec;
+        RTSPTapGetVideoFormat(&description, &format);
+        CheckFormat(format);
+    }
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
@@ -73,6 +100,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
         packet.rtpHeader = &header;
         packet.payload = packet.packetData = reinterpret_cast<uint8_t *>(bytes.data());
         packet.payloadLength = packet.packetLength = static_cast<uint32_t>(bytes.size());
+        LookAt(description, packet);
         Require(RTSPTapFramesAdd(frames, &packet) == RTSP_SUCCESS);
         CheckFrames(frames, description.codecType, format, choice % 3); // at times some stay
     }

@@ -16,6 +16,9 @@
  *     RTSPTapFramesDestroy(frames);
  *
  * One thread at a time per assembly.
+ *
+ * What pictures are (size, profile, frame rate, whether one is a key frame) is told without an assembly, too:
+ * RTSPTapGetVideoFormat, RTSPTapLookIntoPacket.
  */
 #ifndef RTSPTAP_FRAMES_H
 #define RTSPTAP_FRAMES_H
@@ -100,6 +103,47 @@ RTSPTAP_API int32_t RTSPTapFramesNext(RTSPTapFrames *frames, RTSPTapFrame *frame
 
 /** Releases an assembly and its frames. Null: nothing. */
 RTSPTAP_API void RTSPTapFramesDestroy(RTSPTapFrames *frames);
+
+/** What is seen of video without decoding it. What is not told is 0, or an empty text. */
+typedef struct RTSPTapVideoFormat {
+    uint32_t recordSize; /* sizeof(RTSPTapVideoFormat), set by the caller: the library fills no more than that */
+    int32_t isKey;       /* 1: a picture that needs no other one begins in the packet, or the parameter sets of
+                            H.264 or H.265 that stand before one */
+    int32_t hasParameterSets; /* 1: a sequence parameter set of H.264 or H.265 is there, whole */
+    int32_t width;            /* of what is shown, after cropping; pixels, up to 16384 */
+    int32_t height;           /* likewise */
+    int32_t profile;          /* of H.264 and H.265, as they number it: profile_idc, general_profile_idc */
+    int32_t level;            /* likewise: level_idc, in tenths; general_level_idc, in thirtieths */
+    char profileName[32];     /* "High"; "profile 21" where the number has no name here */
+    char levelName[12];       /* "3.1" */
+    double frameRate;         /* frames per second: by the parameter set, nominal where it does not say that it is
+                                 kept to; else, of a description, by a=framerate */
+} RTSPTapVideoFormat;
+
+/**
+ * Tells what the description of a stream says of its pictures: the sequence parameter set of H.264 (ITU-T H.264,
+ * 7.3.2.1.1 and E.1.1) or H.265 (ITU-T H.265, 7.3.2.2.1 and E.2.1), and the frame rate. Any thread.
+ *
+ * @param description  codecType, sps and frameRate are looked at
+ * @param format       filled, as far as its recordSize says; isKey and hasParameterSets tell of the set
+ * @return 0; RTSP_FAILURE it tells nothing; RTSP_INVALID_ARGUMENT bad pointer or recordSize
+ */
+RTSPTAP_API int32_t RTSPTapGetVideoFormat(const RTSPTapStreamDescription *description, RTSPTapVideoFormat *format);
+
+/**
+ * Tells what one packet shows of its stream's pictures, and whether a key frame begins in it: H.264 (RFC 6184, 5),
+ * H.265 (RFC 7798, 4.4, without decoding order numbers), VP8 (RFC 7741, 4.2), VP9 (RFC 9628, 4.2), AV1 (RTP
+ * Payload Format For AV1, 4.4), JPEG (RFC 2435, 3.1), MPEG-4 visual (RFC 6416, 5.1) and MPEG video (RFC 2250, 3.4).
+ * Any thread.
+ *
+ * @param codecType  RTPCodecType or RTSPTapCodec
+ * @param packet     of that codec
+ * @param format     filled, as far as its recordSize says
+ * @return 0; RTSP_FAILURE it shows nothing, as every packet of another codec; RTSP_INVALID_ARGUMENT bad pointer or
+ * recordSize, or a packet whose header claims more than came
+ */
+RTSPTAP_API int32_t RTSPTapLookIntoPacket(int32_t codecType, const RTPStreamData *packet,
+                                          RTSPTapVideoFormat *format);
 
 #ifdef __cplusplus
 }

@@ -88,7 +88,8 @@ void AddPacket(Assembly &assembly, const RTPHeader &header, Bytes payload) {
     if (header.marker != 0) FinishFrame(assembly);
 }
 
-// The payload; false when the header claims more than came.
+} // namespace
+
 bool FindPayload(const RTPStreamData &packet, Bytes &payload) {
     payload = {packet.payload, packet.payloadLength};
     if (packet.payloadLength == 0) return true;
@@ -96,8 +97,6 @@ bool FindPayload(const RTPStreamData &packet, Bytes &payload) {
     const auto before = static_cast<std::size_t>(packet.payload - packet.packetData);
     return before + payload.size() <= packet.packetLength;
 }
-
-} // namespace
 
 void Append(Assembly &assembly, Bytes bytes) {
     const std::size_t size = assembly.bytes.size() - assembly.current.begin;

@@ -52,16 +52,12 @@ void AppendUnit(Assembly &assembly, Announcer announce, Bytes unit) {
     EndUnit(assembly);
 }
 
-// Units behind two bytes of length each; `between` bytes stand before the length of all but the first.
+// `between` bytes stand before the length of all units but the first.
 void AppendUnits(Assembly &assembly, Announcer announce, Bytes units, std::size_t between) {
-    constexpr std::size_t kLengthBytes = 2;
-    for (std::size_t before = 0; !units.empty(); before = between) {
-        const std::size_t begin = before + kLengthBytes;
-        const std::size_t size = units.size() > begin ? wire::U16(units.data() + before) : 0;
-        if (size == 0 || size > units.size() - begin) return MarkDamaged(assembly);
-        AppendUnit(assembly, announce, units.subspan(begin, size));
-        units = units.subspan(begin + size);
-    }
+    Bytes unit;
+    for (std::size_t before = 0; TakeNalUnit(units, before, unit); before = between)
+        AppendUnit(assembly, announce, unit);
+    if (!units.empty()) MarkDamaged(assembly);
 }
 
 struct Fragment {
@@ -150,6 +146,17 @@ void AddFragmentOfH265(Assembly &assembly, const Packet &packet) {
 }
 
 } // namespace
+
+bool TakeNalUnit(Bytes &units, std::size_t before, Bytes &unit) {
+    constexpr std::size_t kLengthBytes = 2;
+    const std::size_t begin = before + kLengthBytes;
+    const std::size_t size = units.size() > begin ? wire::U16(units.data() + before) : 0;
+    unit = {};
+    if (size == 0 || size > units.size() - begin) return false;
+    unit = units.subspan(begin, size);
+    units = units.subspan(begin + size);
+    return true;
+}
 
 bool PrepareH264(Assembly &assembly, const RTSPTapStreamDescription &description) {
     KeepSets(assembly, {SetOf(description.sps, description.spsSize), SetOf(description.pps, description.ppsSize)});

@@ -1,6 +1,7 @@
 #include "rtp/frames/payloads.h"
 
 #include "platform/text.h"
+#include "platform/wire.h"
 
 #include <algorithm>
 #include <iterator>
@@ -58,27 +59,31 @@ void AddWhole(Assembly &assembly, const Packet &packet) {
     FinishFrame(assembly);
 }
 
-// A descriptor of 1 to 6 bytes (RFC 7741, 4.2), then part of the frame, whose first bit says whether it needs
-// others.
-void AddVp8(Assembly &assembly, const Packet &packet) {
+// Behind a descriptor of 1 to 6 bytes.
+Vp8Part FindVp8Part(Bytes payload) {
     constexpr uint8_t kExtended = 0x80;
     constexpr uint8_t kStart = 0x10;
     constexpr uint8_t kPartition = 0x0f;
-    const Bytes payload = packet.payload;
-    const auto at = [payload](std::size_t index) { return index < payload.size() ? payload[index] : uint8_t{0}; };
+    const wire::ReceivedBytes bytes(payload);
+    const uint8_t first = bytes.U8(0);
     std::size_t header = 1;
-    if ((at(0) & kExtended) != 0) {
-        const uint8_t has = at(header++);
-        if ((has & 0x80) != 0) header += (at(header) & 0x80) != 0 ? 2 : 1; // picture number
-        if ((has & 0x40) != 0) ++header;                                   // of the base layer
-        if ((has & 0x30) != 0) ++header;                                   // layers, key index
+    if ((first & kExtended) != 0) {
+        const uint8_t has = bytes.U8(header++);
+        if ((has & 0x80) != 0) header += (bytes.U8(header) & 0x80) != 0 ? 2 : 1; // picture number
+        if ((has & 0x40) != 0) ++header;                                         // of the base layer
+        if ((has & 0x30) != 0) ++header;                                         // layers, key index
     }
-    if (header >= payload.size()) return MarkDamaged(assembly);
-    const bool isFirst = (at(0) & kStart) != 0 && (at(0) & kPartition) == 0;
+    return {payload.subspan(std::min(header, payload.size())), (first & kStart) != 0 && (first & kPartition) == 0};
+}
+
+// Part of the frame, whose first bit says whether it needs others.
+void AddVp8(Assembly &assembly, const Packet &packet) {
+    const Vp8Part part = FindVp8Part(packet.payload);
+    if (part.bytes.empty()) return MarkDamaged(assembly);
     const bool isEmpty = assembly.current.begin == assembly.bytes.size();
-    if (isFirst && isEmpty && (payload[header] & 1) == 0) MarkKey(assembly);
-    if (!isFirst && isEmpty) MarkDamaged(assembly);
-    Append(assembly, payload.subspan(header));
+    if (part.isFirst && isEmpty && (part.bytes[0] & 1) == 0) MarkKey(assembly);
+    if (!part.isFirst && isEmpty) MarkDamaged(assembly);
+    Append(assembly, part.bytes);
 }
 
 } // namespace rtsptap

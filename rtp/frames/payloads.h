@@ -21,6 +21,19 @@ std::string_view FormatParameter(const char *fmtp, std::string_view name);
 // Its number; `byDefault` without it.
 int32_t FormatNumber(const char *fmtp, std::string_view name, int32_t byDefault);
 
+// The payload; false when the packet's header claims more than came.
+bool FindPayload(const RTPStreamData &packet, Bytes &payload);
+
+// Takes the next of several NAL units in a packet off the front: `before` bytes, two of length, the unit. False,
+// and `unit` empty, at the end and where more is claimed than there is.
+bool TakeNalUnit(Bytes &units, std::size_t before, Bytes &unit);
+
+struct Vp8Part {
+    Bytes bytes;          // behind the descriptor; empty: nothing is
+    bool isFirst = false; // of its frame
+};
+Vp8Part FindVp8Part(Bytes payload); // RFC 7741, 4.2
+
 void AddH264(Assembly &assembly, const Packet &packet);
 bool PrepareH264(Assembly &assembly, const RTSPTapStreamDescription &description);
 void AddH265(Assembly &assembly, const Packet &packet);

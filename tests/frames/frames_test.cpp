@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <iomanip>
 #include <memory>
 #include <sstream>
 
@@ -19,16 +20,21 @@ std::vector<uint8_t> FromHex(const std::string &digits) {
 
 using Frames = std::unique_ptr<RTSPTapFrames, decltype(&RTSPTapFramesDestroy)>;
 
+RTPStreamData PacketOf(RTPHeader &header, std::vector<uint8_t> &payload) {
+    RTPStreamData packet = {};
+    packet.rtpHeader = &header;
+    packet.payload = packet.packetData = payload.data();
+    packet.payloadLength = packet.packetLength = static_cast<uint32_t>(payload.size());
+    return packet;
+}
+
 int32_t Add(RTSPTapFrames *frames, uint16_t number, uint32_t timestamp, bool isMarked,
             std::vector<uint8_t> payload) {
     RTPHeader header = {};
     header.sequenceNumber = number;
     header.timestamp = timestamp;
     header.marker = isMarked;
-    RTPStreamData packet = {};
-    packet.rtpHeader = &header;
-    packet.payload = packet.packetData = payload.data();
-    packet.payloadLength = packet.packetLength = static_cast<uint32_t>(payload.size());
+    const RTPStreamData packet = PacketOf(header, payload);
     return RTSPTapFramesAdd(frames, &packet);
 }
 
@@ -107,6 +113,9 @@ TEST(Frames, NobodyAsksForStayWithinTheirBoundsAndBadInputIsRefused) {
     lying.payloadLength = 21;
     lying.packetLength = 20;
     EXPECT_EQ(RTSPTapFramesAdd(frames.get(), &lying), RTSP_INVALID_ARGUMENT);
+    RTSPTapVideoFormat format = {};
+    format.recordSize = sizeof format;
+    EXPECT_EQ(RTSPTapLookIntoPacket(RTP_CODEC_H264, &lying, &format), RTSP_INVALID_ARGUMENT);
     RTSPTapFrame frame = {};
     EXPECT_EQ(RTSPTapFramesNext(frames.get(), &frame), RTSP_INVALID_ARGUMENT); // no recordSize
     description.codecType = RTP_CODEC_MP2T;
@@ -114,6 +123,33 @@ TEST(Frames, NobodyAsksForStayWithinTheirBoundsAndBadInputIsRefused) {
     description = Describe(RTP_CODEC_MPEG4_GENERIC, nullptr);
     description.configSize = 0;
     EXPECT_EQ(RTSPTapFramesCreate(&description, RTSPTAP_FRAMES_STREAM, 0), nullptr); // no ADTS header without it
+}
+
+TEST(Frames, AreSeenForWhatTheyAreWithoutBeingDecoded) {
+    for (const auto &row : Rows("video_formats.txt")) {
+        std::istringstream words(row.at(0));
+        int32_t codec = 0;
+        std::string kind;
+        std::string digits;
+        words >> codec >> kind >> digits;
+        std::vector<uint8_t> bytes = FromHex(digits);
+        RTSPTapStreamDescription description = Describe(codec, nullptr);
+        description.frameRate = 12.5;
+        description.sps = bytes.data();
+        description.spsSize = static_cast<int32_t>(bytes.size());
+        RTPHeader header = {};
+        const RTPStreamData packet = PacketOf(header, bytes);
+        RTSPTapVideoFormat format = {};
+        format.recordSize = sizeof format;
+        const int32_t result = kind == "set" ? RTSPTapGetVideoFormat(&description, &format)
+                                             : RTSPTapLookIntoPacket(codec, &packet, &format);
+        std::ostringstream told;
+        told << (format.isKey != 0 ? "k" : "") << (format.hasParameterSets != 0 ? "s" : "")
+             << (format.isKey != 0 ? " " : "") << format.width << "x" << format.height << " " << format.profile
+             << " " << format.profileName << ", " << format.level << " " << format.levelName << ", "
+             << std::setprecision(5) << format.frameRate;
+        EXPECT_EQ(result == RTSP_SUCCESS ? told.str() : "nothing", row.at(1)) << row[0];
+    }
 }
 
 } // namespace

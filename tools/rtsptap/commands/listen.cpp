@@ -3,7 +3,7 @@
 #include "base/console.h"
 #include "commands/audience.h"
 #include "commands/commands.h"
-#include "media/payload.h"
+#include "media/look.h"
 #include "session/description.h"
 #include "session/session.h"
 
@@ -121,7 +121,7 @@ PacketObserver WatchForParameterSets(int32_t number) {
                                                        Clock::time_point arrival) {
         if (stream.number != number || watch->done) return;
         if (!watch->first) watch->first = arrival;
-        watch->done = HasParameterSets(stream.codecType, PayloadOf(packet));
+        watch->done = LookInto(stream.codecType, packet).hasParameterSets != 0;
         if (watch->done || arrival - *watch->first < kPatience) return;
         watch->done = true;
         PrintNotice(NameOf(stream) +

@@ -1,7 +1,7 @@
 #include "media/gst_feed.h"
 
 #include "base/text.h"
-#include "media/payload.h"
+#include "media/look.h"
 
 #include <algorithm>
 #include <utility>
@@ -48,7 +48,7 @@ void RtpFeed::BeginSession(const OpenedSession &opened, std::chrono::millisecond
 
 void RtpFeed::Take(const RTPStreamData &packet, Clock::time_point arrival) {
     if (packet.payloadLength > packet.packetLength) return; // its headers claim more than arrived
-    hasParameterSets_ = hasParameterSets_ || HasParameterSets(format_.codec->type, PayloadOf(packet));
+    hasParameterSets_ = hasParameterSets_ || LookInto(format_.codec->type, packet).hasParameterSets != 0;
     HeldPacket held = CopyOf(packet, arrival);
     held.sent = session_->SentAt(format_.stream.number, packet);
     order_.Put(std::move(held));

@@ -80,12 +80,12 @@ Json JsonOf(const ServerFacts &facts) {
             {"session_timeout_s", facts.sessionTimeout ? Json(facts.sessionTimeout->count()) : Json()}};
 }
 
-Json JsonOf(const std::optional<PictureFormat> &picture) {
+Json JsonOf(const std::optional<RTSPTapVideoFormat> &picture) {
     if (!picture) return {};
     return {{"width", picture->width},
             {"height", picture->height},
-            {"profile", Known(picture->profile)},
-            {"level", Known(picture->level)}};
+            {"profile", Known(std::string(picture->profileName))},
+            {"level", Known(std::string(picture->levelName))}};
 }
 
 Json JsonOf(const ProbedStream &probed) {
@@ -118,7 +118,8 @@ std::string Headline(const ProbedStream &probed) {
         Append(line, std::to_string(probed.channels) + (probed.channels == 1 ? " channel" : " channels"));
     if (probed.picture) {
         Append(line, std::to_string(probed.picture->width) + "x" + std::to_string(probed.picture->height));
-        if (!probed.picture->profile.empty()) Append(line, probed.picture->profile + " " + probed.picture->level);
+        const std::string profile = probed.picture->profileName;
+        if (!profile.empty()) Append(line, profile + " " + probed.picture->levelName);
     }
     if (probed.frameRate > 0) Append(line, Formatted("%g frames/s", probed.frameRate));
     return line;

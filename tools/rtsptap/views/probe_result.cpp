@@ -23,8 +23,10 @@ ProbedStream ProbedStreamOf(const Stream &stream, const Session *session) {
     if (described.fmtp != nullptr) probed.parameters = std::to_string(described.payloadType) + " " + described.fmtp;
     probed.control = session->Attribute(stream.number, "control");
     probed.samplingRate = aac.aacSamplingRate;
-    if (described.sps != nullptr)
-        probed.picture = PictureIn(stream.codecType, {described.sps, static_cast<std::size_t>(described.spsSize)});
+    RTSPTapVideoFormat told = {};
+    told.recordSize = sizeof told;
+    RTSPTapGetVideoFormat(&described, &told);
+    if (told.width > 0) probed.picture = told;
     return probed;
 }
 
@@ -71,9 +73,10 @@ void Arrivals::Note(const Stream &stream, const RTPStreamData &packet, Clock::ti
     for (ProbedStream &probed : streams_) {
         if (probed.stream.number != stream.number) continue;
         if (!probed.firstPacket) probed.firstPacket = time;
-        const std::span<const uint8_t> payload = PayloadOf(packet);
-        if (!probed.firstKeyFrame && BeginsKeyFrame(stream.codecType, payload)) probed.firstKeyFrame = time;
-        if (!probed.picture) probed.picture = PictureIn(stream.codecType, payload);
+        if (probed.firstKeyFrame && probed.picture) continue;
+        const RTSPTapVideoFormat seen = LookInto(stream.codecType, packet);
+        if (!probed.firstKeyFrame && seen.isKey != 0) probed.firstKeyFrame = time;
+        if (!probed.picture && seen.width > 0) probed.picture = seen;
     }
 }
 

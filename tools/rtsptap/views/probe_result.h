@@ -1,7 +1,7 @@
 // What probe found out of a server: the record, how it is gathered, and the forms it is shown in.
 #pragma once
 
-#include "media/payload.h"
+#include "media/look.h"
 #include "reception/statistics.h"
 #include "session/opening.h"
 
@@ -24,7 +24,7 @@ struct ProbedStream {
     int32_t bandwidth = 0;  // the number of b=; 0: not said
     std::string parameters; // a=fmtp
     std::string control;    // a=control
-    std::optional<PictureFormat> picture;
+    std::optional<RTSPTapVideoFormat> picture; // with a size
     int32_t samplingRate = 0; // of AAC, Hz; 0: not known
     FromPlay firstPacket;
     FromPlay firstKeyFrame;
