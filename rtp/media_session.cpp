@@ -87,10 +87,12 @@ inline RTSPStreamInfo *FindByCodec(const MediaSession &session, int32_t codecTyp
 } // namespace
 
 RTSPStreamInfo *FindStreamByRing(const MediaSession &session, const ReceiveRing *ring) {
-    for (const auto *list : {&session.streamList, &session.retiredStreams})
-        for (RTSPStreamInfo *stream = *list; stream != nullptr; stream = stream->next)
-            if (&stream->ring == ring) return stream;
-    return nullptr;
+    const auto isIn = [ring](RTSPStreamInfo *stream) {
+        while (stream != nullptr && &stream->ring != ring) stream = stream->next;
+        return stream;
+    };
+    RTSPStreamInfo *const stream = isIn(session.streamList);
+    return stream != nullptr ? stream : isIn(session.retiredStreams);
 }
 
 RTSPStreamInfo *FindStreamByCodec(const MediaSession &session, int32_t codecType) {

@@ -63,8 +63,8 @@ void WaitForPacket(RTSPStreamInfo &stream) {
     const uint64_t waitMs = static_cast<uint64_t>(stream.session->packetLimitMs.load(std::memory_order_relaxed));
     const uint64_t deadlineMs = MonotonicMs() + waitMs;
     if (IsThreadless(*stream.session)) return ServeForReader(stream, deadlineMs);
-    TurnEnd end = ServeAsReader(kRtpService, stream, deadlineMs);
-    if (end == TurnEnd::kNotDone) end = ServeAsReader(kInterleavedService, stream, deadlineMs);
+    const Service &service = stream.receiving ? kInterleavedService : kRtpService;
+    const TurnEnd end = ServeAsReader(service, stream, deadlineMs);
     if (end == TurnEnd::kNotDone) SleepUntilSignalled(stream, endsBefore, deadlineMs, waitMs);
 }
 

@@ -141,7 +141,8 @@ bool CopyExtension(std::span<const uint8_t> packetBytes, RTSPStreamInfo &stream,
     return true;
 }
 
-void ReadNumbers(const FixedPart &fixed, std::span<const uint8_t> packetBytes, RTPHeader &header) {
+[[gnu::always_inline]] inline void ReadNumbers(const FixedPart &fixed, std::span<const uint8_t> packetBytes,
+                                               RTPHeader &header) {
     header.sequenceNumber = wire::U16(fixed.At(2));
     header.timestamp = wire::U32(fixed.At(4));
     header.ssrc = wire::U32(fixed.At(8));
@@ -151,8 +152,8 @@ void ReadNumbers(const FixedPart &fixed, std::span<const uint8_t> packetBytes, R
 
 // The payload may lie beyond the bytes that arrived, never beyond the ring's slack. Its length is what the
 // formula says: a packet that claims more than it holds wraps it.
-void LocatePayload(const RTPDataBuffer &buffer, RTPStreamData &packet) {
-    const RTPHeader &header = *packet.rtpHeader;
+[[gnu::always_inline]] inline void LocatePayload(const RTPDataBuffer &buffer, const RTPHeader &header,
+                                                 RTPStreamData &packet) {
     uint32_t offset = HeaderSize(header);
     if (header.extension) offset += kExtensionHeader + packet.extensionLength;
     const uint32_t padding = header.padding ? buffer.data[buffer.length - 1] : 0;
@@ -185,10 +186,10 @@ void LocatePayload(const RTPDataBuffer &buffer, RTPStreamData &packet) {
     return packet.release();
 }
 
-} // namespace
-
-RTPStreamData *ParseRTPData(const RTPDataBuffer *rtpDataBuffer, RTSPStreamInfo *rtspStreamInfo) {
-    const CallTrace trace(__func__);
+// Within the function that queues: a call with its checks costs a tenth of what parsing does.
+[[gnu::always_inline]] inline RTPStreamData *Parse(const RTPDataBuffer *rtpDataBuffer,
+                                                   RTSPStreamInfo *rtspStreamInfo) {
+    const CallTrace trace("ParseRTPData");
     DebugPrint(kDebugEntry, "\t  Input: rtpDataBuffer : %d \n", PrintableHandle(rtpDataBuffer));
     DebugPrint(kDebugEntry, "\t  Input: rtspStreamInfo: %d \n", PrintableHandle(rtspStreamInfo));
     if (rtpDataBuffer == nullptr || rtspStreamInfo == nullptr)
@@ -209,12 +210,18 @@ RTPStreamData *ParseRTPData(const RTPDataBuffer *rtpDataBuffer, RTSPStreamInfo *
         return nullptr;
     }
     ReadNumbers(fixed, packetBytes, header);
-    LocatePayload(*rtpDataBuffer, *packet);
+    LocatePayload(*rtpDataBuffer, header, *packet);
     ClaimOf(*packet) = {&rtspStreamInfo->ring, packet->packetData, packet->packetData + packet->packetLength};
     if (header.ssrc != rtspStreamInfo->plainSsrc.load(std::memory_order_relaxed)) [[unlikely]]
         return CountOnceKnown(*rtspStreamInfo, std::move(packet));
     CountPacket(*rtspStreamInfo, *packet, true);
     return packet.release();
+}
+
+} // namespace
+
+RTPStreamData *ParseRTPData(const RTPDataBuffer *rtpDataBuffer, RTSPStreamInfo *rtspStreamInfo) {
+    return Parse(rtpDataBuffer, rtspStreamInfo);
 }
 
 namespace {
@@ -230,7 +237,7 @@ namespace {
 void AcceptPacket(RTSPStreamInfo &stream, uint32_t length, const ArrivalRules &rules,
                   FailureText invalidPacketText) {
     const RTPDataBuffer bytes{.length = length, .data = stream.ring.storage + stream.ring.writeIndex};
-    RTPStreamData *const packet = ParseRTPData(&bytes, &stream);
+    RTPStreamData *const packet = Parse(&bytes, &stream);
     if (packet != nullptr) {
         if (stream.configSearch.missing.load(std::memory_order_relaxed) != 0) SearchPacket(stream, *packet);
         InsertPacket(stream, packet, rules);

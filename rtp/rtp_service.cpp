@@ -84,10 +84,30 @@ std::size_t SpilledBytes(const DatagramPlace &place) {
     return LengthOf(place) - std::min(LengthOf(place), place.size);
 }
 
+// What came, in bytes.
+struct BatchSizes {
+    std::size_t bytes = 0;
+    std::size_t longest = 0;
+    std::size_t spilled = 0;
+    std::size_t gaps = 0; // of places that were not filled
+};
+
+BatchSizes Measure(std::span<const DatagramPlace> received) {
+    BatchSizes sizes;
+    for (const DatagramPlace &place : received) {
+        const std::size_t length = LengthOf(place);
+        sizes.bytes += length;
+        sizes.longest = std::max(sizes.longest, length);
+        if (length > place.size)
+            sizes.spilled += length - place.size;
+        else
+            sizes.gaps += place.size - length;
+    }
+    return sizes;
+}
+
 // Makes every datagram of the batch lie in one piece, in the order in which they came.
-void JoinSpilled(std::span<DatagramPlace> received) {
-    std::size_t shift = 0;
-    for (const DatagramPlace &place : received) shift += SpilledBytes(place);
+void JoinSpilled(std::span<DatagramPlace> received, std::size_t shift) {
     for (std::size_t i = received.size(); shift > 0 && i-- > 0;) {
         DatagramPlace &place = received[i];
         const std::size_t spilled = SpilledBytes(place);
@@ -99,15 +119,8 @@ void JoinSpilled(std::span<DatagramPlace> received) {
 }
 
 // Short datagrams in places for long ones would fill the ring with gaps: they move together.
-void CloseGaps(std::span<DatagramPlace> received) {
-    std::size_t gaps = 0;
-    std::size_t bytes = 0;
-    for (const DatagramPlace &place : received) {
-        const std::size_t length = LengthOf(place);
-        bytes += length;
-        gaps += place.size > length ? place.size - length : 0;
-    }
-    if (4 * gaps <= bytes) return;
+void CloseGaps(std::span<DatagramPlace> received, const BatchSizes &sizes) {
+    if (4 * sizes.gaps <= sizes.bytes) return;
     uint8_t *at = received.front().bytes;
     for (DatagramPlace &place : received) {
         std::memmove(at, place.bytes, LengthOf(place));
@@ -117,12 +130,9 @@ void CloseGaps(std::span<DatagramPlace> received) {
 }
 
 // The next batch has places for twice as many when this one was full, else for one more than came.
-void LearnFrom(BatchHabits &habits, std::span<const DatagramPlace> received, std::size_t asked) {
-    const std::size_t came = received.size();
+void LearnFrom(BatchHabits &habits, std::size_t longest, std::size_t came, std::size_t asked) {
     habits.places = std::min(came == asked ? 2 * came : came + 1, kMostDatagrams);
-    habits.longest = 0;
-    for (const DatagramPlace &place : received)
-        habits.longest = std::max(habits.longest, static_cast<std::size_t>(place.received));
+    habits.longest = longest;
 }
 
 // What a socket delivers that was shut down looks the same: then the thread has been told to end before.
@@ -165,9 +175,10 @@ Served ReceiveAndQueue(RTSPStreamInfo &stream, int flags) {
         if (NothingArrived(came)) return Served::kNothingLeft;
         if (came < 1) return EndReceiving(stream);
         const auto received = batch.used.first(static_cast<std::size_t>(came));
-        JoinSpilled(received);
-        CloseGaps(received);
-        LearnFrom(stream.batches, received, batch.used.size());
+        const BatchSizes sizes = Measure(received);
+        JoinSpilled(received, sizes.spilled);
+        CloseGaps(received, sizes);
+        LearnFrom(stream.batches, sizes.longest, received.size(), batch.used.size());
         const bool goesOn = stream.statistics == nullptr
                                 ? AcceptBatch(stream, received)
                                 : AcceptWithArrivals(stream, received, batch.arrivals.data());
