@@ -153,11 +153,13 @@ int ConnectionSocket(const RTSPStreamInfo &stream) {
     return IsClosed(connection) ? -1 : connection.socket.load();
 }
 
+// One that is closed is read no more.
 int ConnectionDueIn(RTSPStreamInfo &stream) {
+    const int keepAlive = KeepAliveDueIn(*stream.session);
+    if (ConnectionSocket(stream) < 0) return keepAlive;
     if (stream.session->connection.tending.isUnread) return 0;
     const ReadAhead *const reader = stream.session->connection.readAhead;
     const int grace = reader != nullptr ? ReplyGraceLeft(*reader) : -1;
-    const int keepAlive = KeepAliveDueIn(*stream.session);
     return grace < 0 || keepAlive < 0 ? std::max(grace, keepAlive) : std::min(grace, keepAlive);
 }
 

@@ -242,5 +242,25 @@ TEST(Progress, WithoutThreadsIsWokenByTheDescriptorOrTheGroup) {
         }
 }
 
+// The reply to a second PLAY over UDP, and the end of the connection behind it, before the operation has looked.
+TEST(Progress, LeavesNothingDueOnAConnectionThatWasClosedMeanwhile) {
+    const CapturedStdout output;
+    Tolerant session(kUdp, CLIENT_READY_STATE, {{"PLAY ", Ok()}, {"PLAY ", Ok() + Close()}});
+    Set(session, RTSPTAP_OPTION_THREADS, 0);
+    Set(session, RTSPTAP_OPTION_SILENCE_LIMIT, 0);
+    EXPECT_EQ(session.Play(), 0);
+    EXPECT_EQ(RTSPTapBeginPlay(session, nullptr, nullptr), 0);
+    RTPStreamData *packet = nullptr;
+    const auto take = [&](int32_t stream) { return RTSPTapTakePackets(session, stream, &packet, 1, 0); };
+    EXPECT_TRUE(Eventually([&] { return take(1) == RTSPTAP_CONNECTION_CLOSED; }));
+    int32_t result = RTSP_FAILURE;
+    while (StepOn(session, result)) AwaitProgress(session);
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(take(1) + take(2), 0); // they play on
+    int64_t ms = 0;
+    EXPECT_EQ(RTSPTapNextDeadline(session, &ms), 0);
+    EXPECT_NE(ms, 0);
+}
+
 } // namespace
 } // namespace rtsptap::test
