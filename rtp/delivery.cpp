@@ -10,11 +10,14 @@ namespace rtsptap {
 namespace {
 
 // Kept: underflowLimit alone decides. A queue that has reached targetLatency is held back all the same.
+bool IsUnderflowing(const RTSPStreamInfo &stream, const RTPStreamData &head) {
+    const int64_t underflow = stream.session->underflowLimit.load(std::memory_order_relaxed) * kTicksPerMs;
+    return TimestampSpan(*stream.packetListTail, head) <= underflow;
+}
+
 bool IsHeldForLatency(RTSPStreamInfo &stream, const RTPStreamData &head) {
-    const MediaSession &session = *stream.session;
-    if (session.targetLatency.load(std::memory_order_relaxed) <= 0) return false;
-    const int64_t underflow = session.underflowLimit.load(std::memory_order_relaxed) * kTicksPerMs;
-    stream.buffering = TimestampSpan(*stream.packetListTail, head) > underflow ? 0 : 1;
+    if (stream.session->targetLatency.load(std::memory_order_relaxed) <= 0) return false;
+    stream.buffering = IsUnderflowing(stream, head) ? 1 : 0;
     return stream.buffering == 1;
 }
 
@@ -58,6 +61,15 @@ bool IsHeldForOrder(RTSPStreamInfo &stream, const RTPStreamData &head) {
 bool IsPassed(const DeliveryOrder &order, const RTPHeader &header) {
     const auto behind = static_cast<uint16_t>(order.next - header.sequenceNumber);
     return order.begun && header.ssrc == order.ssrc && behind > 0 && behind < kFarBehind;
+}
+
+bool HasDeliverable(const RTSPStreamInfo &stream) {
+    const RTPStreamData *const head = stream.packetListHead.load(std::memory_order_acquire);
+    if (head == nullptr) return false;
+    if (stream.session->targetLatency.load(std::memory_order_relaxed) > 0 && IsUnderflowing(stream, *head))
+        return false;
+    const uint64_t end = stream.order.waitEndsMs.load(std::memory_order_relaxed);
+    return end <= MonotonicMs() || !IsBehindGap(stream.order, *head->rtpHeader);
 }
 
 bool HoldsBack(RTSPStreamInfo &stream, const RTPStreamData &head) {

@@ -11,6 +11,10 @@ namespace rtsptap {
 // packetListLock.
 bool HoldsBack(RTSPStreamInfo &stream, const RTPStreamData &head);
 
+// Whether a packet might be handed out now, or is at least to be looked at. Leaves all as it is; of a session
+// without threads.
+bool HasDeliverable(const RTSPStreamInfo &stream);
+
 inline bool IsHeldBack(RTSPStreamInfo &stream, const RTPStreamData &head) {
     return stream.session->targetLatency.load(std::memory_order_relaxed) != 0 && HoldsBack(stream, head);
 }

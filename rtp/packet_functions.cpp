@@ -102,7 +102,7 @@ int32_t HandOutPacket(const CallTrace &trace, intptr_t clientHandle, RTPStreamDa
     WaitForPacket(*stream);
     RTPStreamData *packet = HandOut(*stream);
     if (packet == nullptr) packet = HandOutInOrder<HandOut>(*stream);
-    if (session->loop.watch != nullptr) NoteTaken(*stream, packet != nullptr ? 1 : 0, 1);
+    if (IsThreadless(*session)) NoteTaken(*stream, packet != nullptr ? 1 : 0, 1);
     if (packet == nullptr) return RTSP_FAILURE;
     *streamData = packet;
     return RTSP_SUCCESS;

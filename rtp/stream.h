@@ -182,7 +182,7 @@ struct RTSPStreamInfo {
     std::atomic<uint32_t> interruptsTold{0}; // of the session's, those its reader knows of
 
     // ---- The program's own loop: see rtp/loop/watch.h ----
-    bool isReady = false;   // in the list of its watch
+    bool isReady = false;   // in the list of its watch, if there is one
     bool endIsTold = false; // by a group
     RTSPStreamInfo *nextReady = nullptr;
     RTSPStreamInfo *previousReady = nullptr;

@@ -47,8 +47,8 @@ public:
     SessionWait(const MediaSession &session, int beside) {
         std::size_t most = 1;
         ForEachServed(session, [&most](StreamThread &, std::size_t, bool) { ++most; });
-        if (most > kFew && !Grow(most)) return;
         Add(beside, {});
+        if (most > kFew && !Grow(most)) return;
         ForEachServed(session, [this](StreamThread &thread, std::size_t at, bool isActive) {
             Add(AwaitedSocket(thread, at, isActive), {&thread, at});
             dueMs_ = Earlier(dueMs_, DueIn(thread, at, isActive));
@@ -80,6 +80,7 @@ private:
         manySockets_.reset(new (std::nothrow) pollfd[most]);
         manyPlaces_.reset(new (std::nothrow) Place[most]);
         if (manySockets_ == nullptr || manyPlaces_ == nullptr) return false;
+        manySockets_[0] = fewSockets_[0];
         sockets_ = manySockets_.get();
         places_ = manyPlaces_.get();
         return true;

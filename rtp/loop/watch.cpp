@@ -85,30 +85,30 @@ void SettleTimer(Watch &watch) {
 
 void NoteReady(RTSPStreamInfo &stream) {
     Watch *const watch = stream.session->loop.watch;
-    if (watch == nullptr || stream.isReady) return;
-    stream.isReady = true;
+    if (std::exchange(stream.isReady, true) || watch == nullptr) return;
     stream.nextReady = nullptr;
     stream.previousReady = std::exchange(watch->lastReady, &stream);
     (stream.previousReady != nullptr ? stream.previousReady->nextReady : watch->firstReady) = &stream;
 }
 
 void NoteEmpty(RTSPStreamInfo &stream) {
-    if (!std::exchange(stream.isReady, false)) return;
-    Watch &watch = *stream.session->loop.watch;
-    (stream.previousReady != nullptr ? stream.previousReady->nextReady : watch.firstReady) = stream.nextReady;
-    (stream.nextReady != nullptr ? stream.nextReady->previousReady : watch.lastReady) = stream.previousReady;
+    Watch *const watch = stream.session->loop.watch;
+    if (!std::exchange(stream.isReady, false) || watch == nullptr) return;
+    (stream.previousReady != nullptr ? stream.previousReady->nextReady : watch->firstReady) = stream.nextReady;
+    (stream.nextReady != nullptr ? stream.nextReady->previousReady : watch->lastReady) = stream.previousReady;
     stream.nextReady = stream.previousReady = nullptr;
 }
 
 // An end that has come meanwhile is told next time.
 void NoteTaken(RTSPStreamInfo &stream, int32_t result, int32_t room) {
     MediaSession &session = *stream.session;
-    if (session.loop.watch == nullptr) return;
+    if (session.loop.watch == nullptr && !stream.isReady) return;
     const bool wasCalledOff = result == RTSPTAP_INTERRUPTED;
     const bool hasPackets = stream.packetListHead.load(std::memory_order_relaxed) != nullptr;
     const bool mayHaveMore = hasPackets && (result == room || result < 0);
     const bool mayHaveEnded = (result > 0 || wasCalledOff) && EndOf(stream) != 0;
     if (!mayHaveMore && !mayHaveEnded) NoteEmpty(stream);
+    if (session.loop.watch == nullptr) return;
     SettleDue(session);
     SettleTimer(*session.loop.watch);
 }
@@ -278,8 +278,7 @@ bool OperationIsDue(MediaSession &session) {
 int64_t ComeBackIn(const MediaSession &session) {
     const RTSPStreamInfo *stream = session.streamList;
     for (; stream != nullptr; stream = stream->next) {
-        const bool isLeft = session.loop.watch == nullptr && session.targetLatency == 0 &&
-                            stream->packetListHead.load(std::memory_order_acquire) != nullptr;
+        const bool isLeft = session.loop.watch == nullptr && IsThreadless(session) && HasDeliverable(*stream);
         if (stream->isReady || isLeft) return 0;
     }
     const uint64_t dueMs = DueOf(session);

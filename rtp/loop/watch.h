@@ -63,7 +63,8 @@ void CloseWatch(Watch &watch);
 
 // ---- What happens ----
 
-// Something of the stream is there for the program: packets, or its end.
+// Something of the stream is there for the program: packets, or its end. Where there is no watch only ends are
+// noted.
 void NoteReady(RTSPStreamInfo &stream);
 // The program has looked, and there is nothing more.
 void NoteEmpty(RTSPStreamInfo &stream);

@@ -86,6 +86,37 @@ TEST(WithoutThreads, CallsThatTakePacketsDoAllThatThreadsDo) {
     }
 }
 
+// Also where no descriptor keeps account.
+TEST(WithoutThreads, TheNextDeadlineIsNowWhileSomethingIsLeft) {
+    const CapturedStdout output;
+    Threadless session(kTcp);
+    SetNumber(session, RTSPTAP_OPTION_REORDER_WAIT, 5000);
+    const auto next = [&session] {
+        int64_t ms = -2;
+        EXPECT_EQ(RTSPTapNextDeadline(session, &ms), 0);
+        return ms;
+    };
+    std::vector<uint16_t> taken;
+    session.Send(1, 1, 4);
+    session.Send(2, 1, 1);
+    EXPECT_EQ(session.TakeAll(2, 1), Numbers(1, 1)); // behind the other one's
+    EXPECT_EQ(next(), 0);
+    EXPECT_EQ(session.TakeAll(1, 4), Numbers(1, 4));
+    EXPECT_NE(next(), 0);
+    session.Send(1, 6, 6);
+    EXPECT_TRUE(Eventually([&] { return session.Take(1, taken) == 0 && next() > 0; })) << "5 may come yet";
+    session.Send(1, 5, 5);
+    session.Send(2, 2, 2);
+    EXPECT_EQ(session.TakeAll(2, 1), Numbers(2, 2));
+    EXPECT_EQ(next(), 0);
+    EXPECT_EQ(session.TakeAll(1, 2), Numbers(5, 6));
+    session.server.Hangup();
+    EXPECT_TRUE(Eventually([&] { return session.Take(2, taken) == RTSPTAP_CONNECTION_CLOSED; }));
+    EXPECT_EQ(next(), 0) << "the other one's end";
+    EXPECT_EQ(session.Take(1, taken), RTSPTAP_CONNECTION_CLOSED);
+    EXPECT_EQ(next(), -1);
+}
+
 bool IsReadable(int descriptor, int timeoutMs = 0) {
     pollfd wait = {descriptor, POLLIN, 0};
     return poll(&wait, 1, timeoutMs) > 0;
