@@ -927,9 +927,9 @@ typedef struct RTSPTapStreamStatistics {
     int32_t endedWhy;    /* RTSPTapResult or RTSPResult: why nothing more comes; 0 while it may */
     int32_t clockRate;   /* RTP timestamp units per second, by the description or the codec; 0: not known */
 
-    /* Numbers of packets. A sender is believed once two packets of it came in sequence (RFC 3550, A.1). One that
-     * starts again, with another SSRC or numbers far away, is a new one: what is said of packets is of all of them,
-     * first to last; it counts from the making of the stream on. */
+    /* Numbers of packets. The first sender is believed at once, another one when two packets of it came in
+     * sequence (RFC 3550, A.1). One that starts again, with another SSRC or numbers far away, is a new one: what is
+     * said of packets is of all of them, first to last; it counts from the making of the stream on. */
     uint64_t packets;       /* counted: all that came, duplicates and late ones, too */
     uint64_t bytes;         /* counted: of whole RTP packets */
     uint64_t expected;      /* counted: from the lowest to the highest number of each sender */
@@ -954,7 +954,7 @@ typedef struct RTSPTapStreamStatistics {
 
     int64_t sinceLastPacketMs; /* counted: -1 before the first one */
     int64_t lastPacketNs;      /* counted: when it came, nanoseconds since 1970 by this machine's clock */
-    int64_t longestGapMs;      /* counted: between two packets */
+    int64_t longestGapMs;      /* counted: between two packets; a step of the clock's, as above, is none */
 
     /* What was not handed out. */
     uint64_t droppedByKernel; /* counted: datagrams that found the socket's receive buffer full (SO_RXQ_OVFL), up to
@@ -999,8 +999,8 @@ RTSPTAP_API int32_t RTSPTapGetStreamStatistics(intptr_t clientHandle, int32_t st
                                                RTSPTapStreamStatistics *statistics);
 /* ---- operations that do not block ----
  *
- * What RTSPTapOpen, RTSPTapSetup, RTSPTapStart and the like do in one call that waits, in calls that never do: for a
- * program that has one thread for many cameras, of which some are dead. An operation is begun, and then
+ * What RTSPTapOpen, RTSPTapSetup, RTSPTapStart and the like do in one call that waits, in calls that never do: for
+ * a program that has one thread for many cameras, of which some are dead. An operation is begun, and then
  * RTSPTapProgress takes it as far as it goes, again and again, until it gives the result:
  *
  *     int32_t result = RTSPTapBeginOpen(client, "rtsp://camera.local/stream1");
@@ -1014,14 +1014,14 @@ RTSPTAP_API int32_t RTSPTapGetStreamStatistics(intptr_t clientHandle, int32_t st
  * its own of 1 MiB: printers, GenerateDigestResponse and RTSPTapComputeDigest are called there.
  *
  * Nothing blocks: neither connecting, nor a server that answers byte by byte or reads nothing, nor a name server; a
- * name is asked for by a thread of the library of its own, also where RTSPTAP_OPTION_CONNECT_LIMIT ends the wait for
- * it, which it does here. Limits are those of the same call without Begin, and are looked at when RTSPTapProgress is
- * called. Ending receive threads (TEARDOWN, Destroy) takes the moment that they need to see it.
+ * name is asked for by a thread of the library of its own, also where RTSPTAP_OPTION_CONNECT_LIMIT ends the wait
+ * for it, which it does here. Limits are those of the same call without Begin, and are looked at when
+ * RTSPTapProgress is called. Ending receive threads (TEARDOWN, Destroy) takes the moment that they need to see it.
  *
- * When to call RTSPTapProgress: for a client without threads RTSPTapGetDescriptor, or its group's, is readable when an
- * operation can go on, and until its result was told, and RTSPTapNextDeadline counts it in; RTSPTapGroupTakePackets
- * returns early then, with 0 where there are no packets. For a client with threads RTSPTapNextDeadline asks for a
- * look every 10 ms while one is pending.
+ * When to call RTSPTapProgress: for a client without threads RTSPTapGetDescriptor, or its group's, is readable when
+ * an operation can go on, and until its result was told, and RTSPTapNextDeadline counts it in;
+ * RTSPTapGroupTakePackets returns early then, with 0 where there are no packets. For a client with threads
+ * RTSPTapNextDeadline asks for a look every 10 ms while one is pending.
  *
  * RTSPTapInterrupt gives an operation up; RTSPClientDestroy does it, too, and waits for nothing.
  */
@@ -1030,7 +1030,8 @@ RTSPTAP_API int32_t RTSPTapGetStreamStatistics(intptr_t clientHandle, int32_t st
  * Begins what RTSPTapOpen does.
  *
  * @param url  copied
- * @return 0 it is begun, whatever becomes of it; RTSP_INVALID_ARGUMENT bad handle or null; RTSPTAP_BUSY; RTSP_NO_MEMORY
+ * @return 0 it is begun, whatever becomes of it; RTSP_INVALID_ARGUMENT bad handle or null; RTSPTAP_BUSY;
+ * RTSP_NO_MEMORY
  */
 RTSPTAP_API int32_t RTSPTapBeginOpen(intptr_t clientHandle, const char *url);
 
@@ -1082,7 +1083,8 @@ enum RTSPTapTimeSource {
     RTSPTAP_TIME_UNKNOWN = 0,  /* there is none */
     RTSPTAP_TIME_RTP_INFO = 1, /* the reply to PLAY (RTP-Info; RFC 2326, 12.33): right between the streams of one
                                   session, and else as far as the reply took no time */
-    RTSPTAP_TIME_SENDER_REPORT = 2 /* the last sender report (RFC 3550, 6.4.1): the sender's clock */
+    RTSPTAP_TIME_SENDER_REPORT = 2 /* the last sender report (RFC 3550, 6.4.1): the sender's clock. One whose NTP
+                                      time is 0 says that the sender knows none */
 };
 
 /** When a packet was sent, and when it came. */

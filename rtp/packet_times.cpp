@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 
@@ -69,10 +70,17 @@ void CountDrift(StreamStatistics &statistics, ReportFigures &report, double loca
     report.driftPpm = kept >= 3 && span >= kLeastSpan ? SlopePpm(std::span(clocks).first(kept)) : 0;
 }
 
-void NoteSenderReport(RTSPStreamInfo &stream, ReportFigures report) {
-    if (stream.statistics == nullptr) return;
+// Not of another one in a group. The sender is the one that is counted: one that starts again is known there in
+// every dialect.
+static bool IsOfSender(const RTSPStreamInfo &stream, uint32_t ssrc) {
+    const uint64_t counted = stream.statistics->published.Get().ssrc;
+    if (counted != kNobody) return counted == ssrc;
     const uint32_t sender = stream.remoteSsrc.load(std::memory_order_relaxed);
-    if (sender != 0 && report.ssrc != sender) return; // of another one in a group
+    return sender == 0 || sender == ssrc;
+}
+
+void NoteSenderReport(RTSPStreamInfo &stream, ReportFigures report) {
+    if (stream.statistics == nullptr || !IsOfSender(stream, report.ssrc)) return;
     StreamStatistics &statistics = *stream.statistics;
     report.count = statistics.report.count + 1;
     report.arrivedNs = WallClockNs();
@@ -106,6 +114,8 @@ int64_t NtpInNs(uint64_t ntp) {
 
 namespace {
 
+constexpr int64_t kMostSeconds = 1000000000; // from the begin: where timestamps lead farther they are no times
+
 int64_t UnitsInNs(int64_t units, int64_t rate) {
     return units / rate * kNsPerSecond + units % rate * kNsPerSecond / rate;
 }
@@ -120,10 +130,14 @@ void TellByPlay(const ArrivalFigures &figures, const PlayPoint &play, const RTPH
                 RTSPTapPacketTimes &times) {
     const int64_t timestamp =
         figures.timestamp + static_cast<int32_t>(header.timestamp - static_cast<uint32_t>(figures.timestamp));
-    const int64_t sinceNs = UnitsInNs(timestamp - figures.playTimestamp, rate);
+    const int64_t units = timestamp - figures.playTimestamp;
+    if (std::abs(units / rate) > kMostSeconds) return;
+    const int64_t sinceNs = UnitsInNs(units, rate);
     times.source = RTSPTAP_TIME_RTP_INFO;
     times.senderNs = play.wallNs + sinceNs;
-    if (play.playTime >= 0) times.playTime = play.playTime + static_cast<double>(sinceNs) * 1e-9 * play.scale;
+    if (play.playTime < 0) return;
+    const double playTime = play.playTime + static_cast<double>(sinceNs) * 1e-9 * play.scale;
+    if (playTime >= 0) times.playTime = playTime; // else it is of before the start
 }
 
 RTSPTapPacketTimes Tell(const RTSPStreamInfo &stream, const RTPStreamData &packet) {
@@ -141,7 +155,9 @@ RTSPTapPacketTimes Tell(const RTSPStreamInfo &stream, const RTPStreamData &packe
     if (rate <= 0) return times;
     if (figures.play != 0 && figures.play == play.count && figures.ssrc == header.ssrc)
         TellByPlay(figures, play, header, rate, times);
-    if (report.count > play.reportsBefore && report.ssrc == header.ssrc) TellByReport(report, header, rate, times);
+    // A sender that knows no time says 0 (RFC 3550, 6.4.1).
+    if (report.count > play.reportsBefore && report.ssrc == header.ssrc && report.ntp != 0)
+        TellByReport(report, header, rate, times);
     return times;
 }
 

@@ -106,15 +106,19 @@ void CountJitter(ArrivalFigures &figures, int64_t arrivedNs, int64_t rate) {
     if (isFirst || step > kSettingSeconds * rate) return;
     figures.jitter += step - ((figures.jitter + 8) >> 4);
     figures.jitterMost = std::max(figures.jitterMost, figures.jitter);
-    figures.jitterSum += figures.jitter;
+    figures.jitterSum += static_cast<uint64_t>(figures.jitter);
     ++figures.jitterCount;
 }
 
 void CountTime(ArrivalFigures &figures, int64_t arrivedNs) {
-    if (figures.arrivedNs != 0)
-        figures.longestGapNs = std::max(figures.longestGapNs, arrivedNs - figures.arrivedNs);
+    constexpr int64_t kNsPerMs = kNsPerSecond / 1000;
+    const uint64_t now = MonotonicMs();
+    const int64_t gapNs = arrivedNs - figures.arrivedNs;
+    const int64_t handledNs = static_cast<int64_t>(now - figures.arrivedMs) * kNsPerMs; // between the two of them
+    if (figures.arrivedNs != 0 && gapNs - handledNs <= kSettingSeconds * kNsPerSecond)
+        figures.longestGapNs = std::max(figures.longestGapNs, gapNs);
     figures.arrivedNs = arrivedNs;
-    figures.arrivedMs = MonotonicMs();
+    figures.arrivedMs = now;
 }
 
 // The first packet since PLAY: its timestamp is near the one that the reply names.

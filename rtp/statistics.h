@@ -78,7 +78,7 @@ struct ArrivalFigures {
     int64_t jitter = 0;    // sixteenths of timestamp units
     // ---- of all ----
     int64_t jitterMost = 0;   // sixteenths
-    int64_t jitterSum = 0;    // the same, one summand each for
+    uint64_t jitterSum = 0;   // the same, one summand each for
     uint64_t jitterCount = 0; // so many packets
     int64_t arrivedNs = 0;    // of the last packet, since 1970; 0: none has come
     uint64_t arrivedMs = 0;   // the same by MonotonicMs

@@ -251,8 +251,8 @@ RTSPTapPacketTimes TimesOf(const Camera &camera, const RTPStreamData *packet) {
     return times;
 }
 
-// By the reply to PLAY, 2 seconds behind its start and across the wrap, then by a report; a packet of another
-// sender has no time.
+// By the reply to PLAY, 2 seconds behind its start and across the wrap, then by a report that tells a time; a
+// packet of another sender has none until that one is believed.
 TEST(PacketTimes, AreByRtpInfoUntilAReportComes) {
     for (const uint32_t proto : {kUdp, kTcp}) {
         Camera camera(proto, {RTSPTAP_OPTION_PACKET_TIMES},
@@ -269,10 +269,19 @@ TEST(PacketTimes, AreByRtpInfoUntilAReportComes) {
         EXPECT_LT(std::abs(before.arrivalNs - now), int64_t{30} * 1000000000);
         EXPECT_LT(std::abs(before.senderNs - now - 2000000000), int64_t{30} * 1000000000);
         EXPECT_EQ(TimesOf(camera, packets[1]).source, RTSPTAP_TIME_UNKNOWN);
+        camera.SendRtcp(RtcpPacket(200, {0x11223344, 0, 0, 77, 0, 0}));
+        EXPECT_TRUE(camera.Knows(77));
+        EXPECT_EQ(TimesOf(camera, packets[0]).source, RTSPTAP_TIME_RTP_INFO);
         camera.SendRtcp(
             RtcpPacket(200, {0x11223344, 0x83AA7E80, 0x80000000, 45000, 0, 0})); // 1970 and a half second
         EXPECT_TRUE(Eventually([&] { return TimesOf(camera, packets[0]).source == RTSPTAP_TIME_SENDER_REPORT; }));
         EXPECT_EQ(TimesOf(camera, packets[0]).senderNs, 1000000000);
+        camera.Send(Bytes(RtpPacket{.sequenceNumber = 3, .ssrc = 5}));
+        camera.Free(camera.Take(1));
+        camera.SendRtcp(RtcpPacket(200, {5, 0x83AA7E80, 0, 90000, 0, 0}));
+        EXPECT_TRUE(camera.Knows(90000));
+        EXPECT_EQ(TimesOf(camera, packets[1]).senderNs, 0); // 1970
+        EXPECT_EQ(TimesOf(camera, packets[1]).source, RTSPTAP_TIME_SENDER_REPORT);
         camera.Free(packets);
     }
 }

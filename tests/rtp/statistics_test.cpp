@@ -79,11 +79,11 @@ TEST(Statistics, AreThoseOfRfc3550) {
 }
 
 // RFC 3550, A.8, with steps of 0, 450, -450 and 0 units, in sixteenths: 0, 450, 450 + 450 - 28, 872 - 55. Then the
-// clock is set back by an hour, and a timestamp goes round.
+// clock is set back by an hour and forth by two, and a timestamp goes round.
 TEST(Statistics, JitterIsThatOfASeriesByHand) {
     Counted receiver;
-    const int64_t arrivalsMs[] = {1000, 1040, 1085, 1120, 1160, 1200 - 3600000, 1240 - 3600000};
-    for (int i = 0; i < 7; ++i) {
+    const int64_t arrivalsMs[] = {1000, 1040, 1085, 1120, 1160, 1200 - 3600000, 1240 - 3600000, 1280 + 3600000};
+    for (int i = 0; i < 8; ++i) {
         receiver.Come(Bytes(RtpPacket{.sequenceNumber = static_cast<uint16_t>(i + 1),
                                       .timestamp = static_cast<uint32_t>(3600 * i - 5 * 3600)}),
                       arrivalsMs[i] * 1000000);
@@ -97,6 +97,7 @@ TEST(Statistics, JitterIsThatOfASeriesByHand) {
         EXPECT_EQ(told.queuedMs, 160);
     }
     EXPECT_EQ(receiver.Told().jitter, (817U - 51) / 16);
+    EXPECT_EQ(receiver.Told().longestGapMs, 45);
 }
 
 TEST(Statistics, SayWhatTheNetworkDid) {
