@@ -254,6 +254,7 @@ void Leave(void *opened) {
     if (!stream.stands || stream.hasFailed) return;
     SSL_shutdown(stream.ssl);
     Flush(stream);
+    stream.failure[0] = '\0'; // that nobody hears it any more is none
 }
 
 void Close(void *opened) {

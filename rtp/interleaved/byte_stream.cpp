@@ -1,6 +1,7 @@
 #include "rtp/interleaved/byte_stream.h"
 
 #include "platform/system.h"
+#include "platform/text.h"
 #include "platform/waiting.h"
 
 #include <algorithm>
@@ -85,6 +86,7 @@ void EndByteStream(ByteStreams &streams, int32_t socket) {
         while (before->next != stream) before = before->next;
         before->next = stream->next;
     }
+    CopyText(streams.failure, FailureOf(*stream));
     CloseByteStream(stream);
 }
 

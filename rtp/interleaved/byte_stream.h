@@ -37,6 +37,7 @@ struct ByteStream {
 // Those of a connection's sockets; a plain pointer is enough for nearly all, which have none.
 struct ByteStreams {
     std::atomic<ByteStream *> first{nullptr};
+    char failure[256] = {}; // of the last one that was ended, empty when it had not failed; application thread
 };
 
 inline ByteStream *FindByteStream(const ByteStreams &streams, int32_t socket) {

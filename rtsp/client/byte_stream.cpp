@@ -27,8 +27,8 @@ int HandshakeLimit(const RTSPClient &client) {
     return static_cast<int>(limitMs > 0 ? std::min(limitMs, client.replyLimitMs) : client.replyLimitMs);
 }
 
-void KeepFailure(StreamWays &ways, const ByteStream &stream) {
-    if (const char *const text = FailureOf(stream); *text != '\0') CopyText(ways.failure, text);
+void KeepFailure(StreamWays &ways, const char *text) {
+    if (*text != '\0') CopyText(ways.failure, text);
 }
 
 } // namespace
@@ -60,15 +60,16 @@ int32_t OpenStream(const CallTrace &trace, RTSPClient &client, int32_t socket, B
     if (!stream) return trace.Fail(RTSP_NO_MEMORY, "EXIT : %s :Memory Allocation Failed\n");
     const int32_t result = ShakeHands(*stream, HandshakeLimit(client));
     if (result == RTSP_SUCCESS) return RTSP_SUCCESS;
-    KeepFailure(ways, *stream);
+    KeepFailure(ways, FailureOf(*stream));
     RtpRtspErrorPrint("EXIT : %s :The handshake failed: %s\n", trace.Function(), ways.failure);
     stream.reset();
     return result;
 }
 
 void NoteStreamFailure(RTSPClient &client) {
-    const ByteStream *const stream = StreamOf(client.media.connection);
-    if (stream != nullptr) KeepFailure(client.streams, *stream);
+    char(&failure)[256] = client.media.connection.streams.failure;
+    KeepFailure(client.streams, failure);
+    failure[0] = '\0';
 }
 
 bool KeepsToTcp(const RTSPClient &client) { return client.streams.keepsToTcp; }

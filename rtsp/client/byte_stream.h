@@ -38,7 +38,7 @@ int32_t ChooseStream(const CallTrace &trace, RTSPClient &client, const StreamPla
 // On a socket that has just connected: what was chosen, ready for the first request. Null where that is nothing.
 int32_t OpenStream(const CallTrace &trace, RTSPClient &client, int32_t socket, ByteStreamPtr &stream);
 
-// Before the connection is closed: what its stream says of a failure is kept.
+// After the connection was closed, when nobody reads it any more: what its stream said of a failure is kept.
 void NoteStreamFailure(RTSPClient &client);
 
 bool KeepsToTcp(const RTSPClient &client);

@@ -167,10 +167,10 @@ int32_t JudgeHead(Tunnel &tunnel, std::string_view head) {
 
 // Where the body begins; 0 while the empty line has not come.
 std::size_t EndOfHead(std::string_view text) {
-    const std::size_t strict = text.find("\r\n\r\n");
+    const std::size_t strict = text.find("\n\r\n");
     const std::size_t loose = text.find("\n\n");
     if (strict == text.npos && loose == text.npos) return 0;
-    return std::min(strict == text.npos ? text.npos : strict + 4, loose == text.npos ? text.npos : loose + 2);
+    return strict < loose ? strict + 3 : loose + 2;
 }
 
 int32_t ReadHead(Tunnel &tunnel) {

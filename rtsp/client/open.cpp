@@ -22,12 +22,12 @@
 namespace rtsptap {
 
 void LeaveServer(RTSPClient &client) {
-    NoteStreamFailure(client);
     client.connected = 0;
     client.media.state = CLIENT_INIT_STATE;
     EndReceptions(client.media, RTSPTAP_CONNECTION_CLOSED);
     client.media.streamCount = 0;
     CloseConnectionAndStreams(client.media);
+    NoteStreamFailure(client);
     EndStreams(client.media);
     client.sessionId[0] = '\0';
     client.authentication.required = 0;     // of another server, as far as we know
