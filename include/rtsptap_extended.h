@@ -78,8 +78,12 @@ enum RTSPTapResult {
     RTSPTAP_BAD_TLS_ROOTS = -134,       /* RTSPTapUseTls: the trusted certificates cannot be read */
     RTSPTAP_TUNNEL_REFUSED = -135,      /* the reply to the tunnel's GET is none of status 200 */
     RTSPTAP_BAD_TUNNEL = -136,          /* that reply is not readable, too long, or chunked */
-    RTSPTAP_BAD_TLS_CERTIFICATE = -137  /* RTSPTapUseTls: the client's certificate or key cannot be read, or they
+    RTSPTAP_BAD_TLS_CERTIFICATE = -137, /* RTSPTapUseTls: the client's certificate or key cannot be read, or they
                                            are no pair */
+
+    /* Protected packets. */
+    RTSPTAP_NO_PROTECTION = -138, /* a section of RTP/SAVP, and nothing is set that takes the protection off */
+    RTSPTAP_BAD_KEYS = -139       /* such a section has no keys, or none of its lines of them can be used */
 };
 
 /** How a client reads what servers send: value of RTSPTAP_OPTION_DIALECT. */
@@ -375,6 +379,9 @@ typedef struct RTSPTapStreamDescription {
     const uint8_t *config;    /* "config=" of MPEG-4: AudioSpecificConfig (mpeg4-generic), StreamMuxConfig
                                  (MP4A-LATM), headers of the visual object sequence (MP4V-ES) */
     int32_t configSize;       /* bytes of config */
+    const char *suite; /* packets are protected (RTP/SAVP, RTP/SAVPF), by this suite (RFC 4568, 6.2): once the
+                          stream is set up the one in use, before it the first that a=crypto names; empty: it
+                          names none. Null: they are not protected */
 } RTSPTapStreamDescription;
 
 /**
@@ -540,6 +547,69 @@ typedef struct RTSPTapByteStream {
  */
 RTSPTAP_API int32_t RTSPTapSetByteStream(intptr_t clientHandle, int32_t use, const RTSPTapByteStream *table,
                                          void *context);
+
+/* ---- packets that are protected ----
+ *
+ * A section of the profile RTP/SAVP or RTP/SAVPF says that its packets are encrypted and authenticated (SRTP;
+ * RFC 3711), and by which keys. The library does no such thing itself: a table of functions does, of which
+ * rtsptap_srtp.h has one. Every other stream is received as ever, whatever lines of keys it has.
+ */
+
+/** What has become of a packet: result of RTSPTapPacketProtection.unprotectRtp and unprotectRtcp. */
+enum RTSPTapPacketVerdict {
+    RTSPTAP_PACKET_GOOD = 0,     /* authentic, and now as it was sent */
+    RTSPTAP_PACKET_REPLAYED = 1, /* it had come before, or is too old to tell */
+    RTSPTAP_PACKET_FORGED = 2    /* not authentic, or no such packet; so is anything else that is returned */
+};
+
+/**
+ * The functions of a protection. None of them may block or call the library.
+ *
+ * open, suite, close and release are called on the thread that calls the client's methods, close and release while
+ * none of the others is. unprotectRtp is called by one thread at a time; unprotectRtcp and protectRtcp by any, also
+ * at once, and while unprotectRtp is. Packets may lie at any address.
+ */
+typedef struct RTSPTapPacketProtection {
+    uint32_t recordSize; /* sizeof(RTSPTapPacketProtection), set by the caller */
+    /* Begins, with SETUP of a stream. attribute is a line of its section that has keys, without "a=":
+       "crypto:1 AES_CM_128_HMAC_SHA1_80 inline:..." (RFC 4568) or "key-mgmt:..." (RFC 4567); good during the call.
+       0: *stream is made; RTSP_NO_MEMORY; else the line is of no use, and the section's next one is asked for. */
+    int32_t (*open)(void *context, const char *attribute, void **stream);
+    /* Takes the protection off, in place: *size, the packet's bytes, becomes what is left of them, from the
+       same first byte on. RTSPTapPacketVerdict; what is not good is dropped and counted (RTSPTapStreamStatistics).
+     */
+    int32_t (*unprotectRtp)(void *stream, uint8_t *packet, uint32_t *size);
+    int32_t (*unprotectRtcp)(void *stream, uint8_t *packet, uint32_t *size);
+    /* Protects a report of ours, in place: *size grows, to no more than room, which has at least 256 bytes to
+       spare. 0; else it is not sent. Null: none is sent. */
+    int32_t (*protectRtcp)(void *stream, uint8_t *packet, uint32_t *size, uint32_t room);
+    /* What it is protected by, for people: a constant text. Null: never said. */
+    const char *(*suite)(void *stream);
+    /* Frees the stream's. */
+    void (*close)(void *stream);
+    /* The table is out of use, and all that it opened is closed. Null: nothing. */
+    void (*release)(void *context);
+} RTSPTapPacketProtection;
+
+/**
+ * Sets what takes the protection off the packets of streams, from the next SETUP on. Each SETUP of a section of
+ * RTP/SAVP or RTP/SAVPF then begins anew, asks for that profile in its Transport header, unless the header list has
+ * one, and gives RTSPTAP_BAD_KEYS before anything is sent where the section has no line that can be used. Keys
+ * stand in no text that the client prints.
+ *
+ * Without it RTSPTapSetup, and every SETUP behind RTSPTapOpen, gives RTSPTAP_NO_PROTECTION for such a section
+ * before anything is sent; the other streams can be set up. RTSPClientSendSetupRequest behind RTSPClientConnect
+ * sets it up as if it were RTP/AVP, and packets are given as they come.
+ *
+ * Allowed while the client is not connected; the thread that calls the client's methods calls it.
+ *
+ * @param table    copied; null: none. What was set before is released, also when the client is destroyed
+ * @param context  handed to open and release
+ * @return 0; RTSP_INVALID_ARGUMENT bad handle or recordSize, or no open, unprotectRtp, unprotectRtcp or close;
+ *         RTSPTAP_TOO_LATE; RTSP_NO_MEMORY. After a failure everything is as it was, and nothing is released.
+ */
+RTSPTAP_API int32_t RTSPTapSetPacketProtection(intptr_t clientHandle, const RTSPTapPacketProtection *table,
+                                               void *context);
 
 /**
  * Forgets the challenge of an earlier 401: requests carry no Authorization header of the library's any more, until
@@ -889,10 +959,10 @@ RTSPTAP_API int32_t RTSPTapGroupFreePackets(const RTSPTapGroupPacket *packets, i
  * @param streamNumber  1 and up; 0: all, but of alternatives (sameControlAs of RTSPTapStreamDescription) the first
  * one
  * @return 0; RTSP_INVALID_ARGUMENT bad handle, no such stream; RTSP_NOT_CONNECTED; RTSP_INVALID_STATE;
- *         RTSP_MULTICAST_FAILED a group was asked for, and there is none or it cannot be joined; RTSP_SOCKET_FAILED
- * no socket, no port of the range; RTSP_UNAUTHORIZED; RTSP_CONNECT_FAILED of a new connection: the client is not
- *         connected then; or what RTSPClientSendSetupRequest gives. Streams set up before the one that failed stay
- * so.
+ *         RTSPTAP_NO_PROTECTION; RTSPTAP_BAD_KEYS; RTSP_MULTICAST_FAILED a group was asked for, and there is none
+ * or it cannot be joined; RTSP_SOCKET_FAILED no socket, no port of the range; RTSP_UNAUTHORIZED;
+ * RTSP_CONNECT_FAILED of a new connection: the client is not connected then; or what RTSPClientSendSetupRequest
+ * gives. Streams set up before the one that failed stay so.
  */
 RTSPTAP_API int32_t RTSPTapSetup(intptr_t clientHandle, int32_t streamNumber);
 
@@ -983,6 +1053,8 @@ typedef struct RTSPTapStreamStatistics {
                             is none (RFC 3550, 6.4.1) */
     uint64_t rulesUsed;  /* how many rules of the client were needed at least once: RTSPTapGetRuleUse says which */
     uint64_t askedAgain; /* counted: packets that the sender was asked for again (RTSPTAP_OPTION_NACK) */
+    uint64_t forged;     /* of a protected stream, RTP and RTCP: not authentic, or not readable as such; dropped */
+    uint64_t replayed;   /* the same: had come before, also where the network doubled them; dropped */
 } RTSPTapStreamStatistics;
 
 /**

@@ -76,7 +76,8 @@ Sighting NotePlainly(RTSPStreamInfo &stream, uint32_t ssrc) {
     stream.watch.begun = false;
     uint32_t sender = stream.remoteSsrc.load(std::memory_order_relaxed);
     if (sender == 0) stream.remoteSsrc.store(sender = ssrc, std::memory_order_relaxed);
-    if (sender != 0 && stream.statistics == nullptr) stream.plainSsrc.store(sender, std::memory_order_seq_cst);
+    const bool isPlain = stream.statistics == nullptr && stream.protection == nullptr;
+    if (sender != 0 && isPlain) stream.plainSsrc.store(sender, std::memory_order_seq_cst);
     if (stream.session->dropsDuplicates.load(std::memory_order_seq_cst) != 0) // by now
         stream.plainSsrc.store(kNobody, std::memory_order_relaxed);
     return Sighting::kInStream;

@@ -4,6 +4,7 @@
 #include "platform/system.h"
 #include "rtp/interleaved/tending.h"
 #include "rtp/packet_queue.h"
+#include "rtp/protection.h"
 #include "rtp/rtcp/true_reports.h"
 #include "rtp/service_thread.h"
 #include "rtp/serving.h"
@@ -313,6 +314,7 @@ void ReleaseSession(MediaSession &session) {
     ReleaseConnection(session.connection);
     ReleaseStreams(session.streamList);
     ReleaseStreams(session.retiredStreams);
+    DropProtectionMaker(std::exchange(session.protection, nullptr));
 }
 
 } // namespace rtsptap

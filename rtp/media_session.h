@@ -16,6 +16,7 @@
 namespace rtsptap {
 
 struct Fiber;
+struct ProtectionMaker;
 struct ReceiveRing;
 struct RTSPStreamInfo;
 
@@ -58,7 +59,8 @@ struct MediaSession {
     int64_t keepsStatistics = 0; // 0 or 1, as the next ones
     int64_t keepsTimes = 0;      // of their packets
     int64_t trueReports = 0;
-    int64_t asksAgain = 0; // for packets that are missing
+    int64_t asksAgain = 0;                 // for packets that are missing
+    ProtectionMaker *protection = nullptr; // of those that are described as protected; one use is ours; null: none
 
     // ---- Application thread ----
     int64_t threads = 1;              // 0: none of the library's; the program's own calls receive

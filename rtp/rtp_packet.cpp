@@ -5,6 +5,7 @@
 #include "rtp/media_session.h"
 #include "rtp/packet_memory.h"
 #include "rtp/packet_queue.h"
+#include "rtp/protection.h"
 #include "rtp/statistics.h"
 #include "rtp/stream.h"
 
@@ -176,8 +177,19 @@ bool CopyExtension(std::span<const uint8_t> packetBytes, RTSPStreamInfo &stream,
     packet.packetIndex = session.packetCounter.fetch_add(1, std::memory_order_relaxed) + 1;
 }
 
+// Takes the protection off where the packet lies; behind it stand fewer bytes, all of which it goes on claiming.
+// What is in the clear has been read before, and counts for nothing if the packet is not authentic.
+[[gnu::noinline]] bool Uncover(RTSPStreamInfo &stream, RTPStreamData &packet) {
+    uint32_t length = packet.packetLength;
+    stream.watch.refused = !UnprotectRtp(stream, packet.packetData, length);
+    if (stream.watch.refused) return false;
+    LocatePayload({.length = length, .data = packet.packetData}, *packet.rtpHeader, packet);
+    return true;
+}
+
 // The same for one that has to be looked at more closely, and may be refused after all.
 [[gnu::noinline]] RTPStreamData *CountOnceKnown(RTSPStreamInfo &stream, PooledPacket packet) {
+    if (stream.protection != nullptr && !Uncover(stream, *packet)) return nullptr;
     const RTPHeader &header = *packet->rtpHeader;
     if (stream.statistics != nullptr) CountArrival(stream, *packet);
     const Sighting sighting = NoteArrival(stream, header.ssrc, header.sequenceNumber);

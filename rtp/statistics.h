@@ -151,11 +151,13 @@ struct StreamStatistics {
 
 // What left a queue unread, or found no place in it: counted for every client.
 struct StreamDrops {
-    std::atomic<uint64_t> late{0};    // behind others that were handed out after their wait
-    std::atomic<uint64_t> latency{0}; // by the latency settings
-    std::atomic<uint64_t> limit{0};   // the queue was at its limit
-    std::atomic<uint64_t> ring{0};    // frames without room in the ring
-    std::atomic<uint64_t> refused{0}; // no RTP, or of another payload type
+    std::atomic<uint64_t> late{0};     // behind others that were handed out after their wait
+    std::atomic<uint64_t> latency{0};  // by the latency settings
+    std::atomic<uint64_t> limit{0};    // the queue was at its limit
+    std::atomic<uint64_t> ring{0};     // frames without room in the ring
+    std::atomic<uint64_t> refused{0};  // no RTP, or of another payload type
+    std::atomic<uint64_t> forged{0};   // protected, and not authentic; RTCP, too
+    std::atomic<uint64_t> replayed{0}; // protected, and had come before
 };
 
 inline void CountOne(std::atomic<uint64_t> &counter) { counter.fetch_add(1, std::memory_order_relaxed); }

@@ -3,6 +3,7 @@
 #include "platform/system.h"
 #include "rtp/media_session.h"
 #include "rtp/packet_queue.h"
+#include "rtp/protection.h"
 
 #include <cstdlib>
 #include <utility>
@@ -62,6 +63,7 @@ void ReleaseSdpFields(SDPField *&head) {
 // Without the threads nobody takes a record or receives any more, and with the queue empty no reader gets a packet.
 void EndStream(RTSPStreamInfo &stream) {
     ReleaseSdpFields(stream.sdpFieldList);
+    SetProtection(stream, nullptr);
     {
         const ScopedShortLock lock(stream.packetListLock);
         DropAllPackets(stream);
@@ -71,6 +73,7 @@ void EndStream(RTSPStreamInfo &stream) {
 
 void ReleaseStream(RTSPStreamInfo *stream) {
     ReleaseSdpFields(stream->sdpFieldList);
+    SetProtection(*stream, nullptr);
     FreePackets(*stream);
     FreeRingAndPool(*stream);
     free(stream->description.fmtp);

@@ -20,6 +20,7 @@
 namespace rtsptap {
 
 struct MediaSession;
+struct StreamProtection;
 struct StreamThread;
 
 inline constexpr uint32_t kStreamPlaying = CLIENT_PLAYING_STATE; // streamState shares the client's numbers
@@ -79,6 +80,7 @@ struct FurtherDescription {
     int32_t vpsSize = 0;
     uint8_t *config = nullptr; // of MPEG-4, but for AAC's, which has its own
     int32_t configSize = 0;
+    HeapText suite; // of the first a=crypto line of a protected section, empty without one; null: not protected
 };
 
 // What the datagrams that came together were like, to make places for the next ones.
@@ -112,8 +114,9 @@ struct RTSPStreamInfo {
     // ---- Written by the application thread while no thread of the stream lives ----
     int32_t rtpSocket = -1;
     int32_t rtcpSocket = -1;
-    Address reportsTo;               // where reports over UDP go; none: to the server
-    MediaSession *session = nullptr; // owner; constant
+    Address reportsTo;                      // where reports over UDP go; none: to the server
+    StreamProtection *protection = nullptr; // owned; of its packets, set by SETUP; null: they have none
+    MediaSession *session = nullptr;        // owner; constant
 
     // ---- Written by the application thread, read by the receive threads ----
     std::atomic<uint32_t> streamState{0};        // kStreamPlaying, kStreamPaused or 0

@@ -76,6 +76,8 @@ void TellDrops(const StreamDrops &drops, RTSPTapStreamStatistics &told) {
     told.droppedByLimit = drops.limit.load(std::memory_order_relaxed);
     told.droppedByRing = drops.ring.load(std::memory_order_relaxed);
     told.refused = drops.refused.load(std::memory_order_relaxed);
+    told.forged = drops.forged.load(std::memory_order_relaxed);
+    told.replayed = drops.replayed.load(std::memory_order_relaxed);
 }
 
 void TellQueue(RTSPStreamInfo &stream, int32_t rate, RTSPTapStreamStatistics &told) {

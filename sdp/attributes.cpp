@@ -359,11 +359,23 @@ void AcceptFormat(const SdpReading &reading) {
     if (!accepted.Has(type) && reading.dialect.Permits(Rule::kPayloadTypeOfMedia)) accepted.Add(type);
 }
 
-// Packets that are encrypted, or of which the parameters say so, have no configuration to be read.
+// a=crypto:<tag> <suite> ...
+void NoteSuite(RTSPStreamInfo &stream) {
+    const char *const media = stream.sdpFieldList != nullptr ? stream.sdpFieldList->value : "";
+    if (!IsProtected(ProfileOf(media))) return;
+    std::string_view suite;
+    for (const SDPField *line = stream.sdpFieldList; line != nullptr && suite.empty(); line = line->next)
+        if (line->name[0] == 'a' && std::string_view(line->value).starts_with("crypto:"))
+            suite = FirstWord(After(line->value, " "));
+    stream.further.suite = DuplicateText(suite);
+}
+
+// Packets that stay encrypted, or of which the parameters say so, have no configuration to be read.
 bool MayTellInStream(const RTSPStreamInfo &stream) {
     const char *const media = stream.sdpFieldList != nullptr ? stream.sdpFieldList->value : "";
     const char *const fmtp = stream.description.fmtp;
-    return !Contains(media, "SAVP") && (fmtp == nullptr || FirstWord(FmtpParameter(fmtp, "cpresent=")) != "0");
+    const bool isReadable = !Contains(media, "SAVP") || stream.session->protection != nullptr;
+    return isReadable && (fmtp == nullptr || FirstWord(FmtpParameter(fmtp, "cpresent=")) != "0");
 }
 
 int32_t FinishSection(SdpReading &reading) {
@@ -372,6 +384,7 @@ int32_t FinishSection(SdpReading &reading) {
     const int32_t result = dialect.IsOn(Rule::kFormatOfMedia) ? ReadFormat(reading) : RTSP_SUCCESS;
     const bool isStatic = TakeStaticFormat(reading);
     AcceptFormat(reading);
+    NoteSuite(*reading.stream);
     const RTSPStreamDescription &description = reading.stream->description;
     if (description.fmtp != nullptr && description.codecType != 0 && !reading.configIsRead &&
         (isStatic || dialect.Permits(Rule::kParametersFirst)))

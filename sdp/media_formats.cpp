@@ -36,11 +36,30 @@ int32_t PayloadType(std::string_view word) {
 
 } // namespace
 
-// Some devices leave the port out: what stands behind the profile, the first word that is no number, counts.
-MediaFormats::MediaFormats(std::string_view mediaLine) {
+namespace {
+
+// Some devices leave the port out: the profile is the first word that is no number.
+std::string_view TakeProfile(std::string_view &mediaLine) {
     (void)NextWord(mediaLine);
     std::string_view profile = NextWord(mediaLine);
     while (!profile.empty() && IsDigit(profile.front())) profile = NextWord(mediaLine);
+    return profile;
+}
+
+} // namespace
+
+std::string_view ProfileOf(std::string_view mediaLine) { return TakeProfile(mediaLine); }
+
+// "RTP/SAVP", "RTP/SAVPF", and before them what carries it: "UDP/TLS/RTP/SAVP".
+bool IsProtected(std::string_view profile) {
+    constexpr std::string_view kProtected = "RTP/SAVP";
+    for (std::size_t at = 0; at + kProtected.size() <= profile.size(); ++at)
+        if (EqualIgnoringCase(profile.substr(at, kProtected.size()), kProtected)) return true;
+    return false;
+}
+
+MediaFormats::MediaFormats(std::string_view mediaLine) {
+    (void)TakeProfile(mediaLine);
     for (std::string_view word = NextWord(mediaLine); !word.empty(); word = NextWord(mediaLine))
         if (const int32_t type = PayloadType(word); type >= 0 && !Has(type))
             types_[count_++] = static_cast<uint8_t>(type);

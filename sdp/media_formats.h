@@ -23,6 +23,12 @@ private:
     std::size_t count_ = 0;
 };
 
+// "RTP/AVP", by the m= line; empty when it has none.
+std::string_view ProfileOf(std::string_view mediaLine);
+
+// Packets of the profile are protected (RFC 3711, 4585, 5124).
+bool IsProtected(std::string_view profile);
+
 struct StaticFormat {
     uint8_t payloadType;
     std::string_view encodingName;

@@ -232,6 +232,32 @@ int32_t ReadLine(SdpReading &reading, std::string_view received) {
                                      : ReadMediaLine(reading, letter, value);
 }
 
+// What a line of keys says of them (RFC 4566, 5.12; RFC 4567, 4568), with stars in its place.
+void HideKeys(std::span<char> text) {
+    std::string_view rest(text.data(), text.size());
+    std::string_view line;
+    while (NextLine(rest, line)) {
+        for (const std::string_view begin : {"k=", "a=key-mgmt:", "a=crypto:"}) {
+            const std::string_view tidy = WithoutBlanksAround(line);
+            if (!tidy.starts_with(begin)) continue;
+            const std::string_view keys = After(tidy, begin);
+            std::fill_n(text.data() + (keys.data() - text.data()), keys.size(), '*');
+        }
+    }
+}
+
+// Of a client that asks for more than the base interface no key is printed.
+void PrintDescription(std::string_view text, const DescribedSession &to) {
+    if (!to.isOpened && to.session.protection == nullptr) {
+        RtpRtspErrorPrint("\t\nENTIRE SDP : %s \n\n", text.data());
+        return;
+    }
+    const HeapText shown = DuplicateText(text);
+    if (!shown) return;
+    HideKeys({shown.get(), text.size()});
+    RtpRtspErrorPrint("\t\nENTIRE SDP : %s \n\n", shown.get());
+}
+
 // Of the reply, before a line tells otherwise.
 void FindBase(SdpReading &reading) {
     const DescribedSession &to = reading.to;
@@ -259,7 +285,7 @@ int32_t ReadForgiving(SdpReading &reading, int32_t (*read)(SdpReading &reading, 
 
 int32_t ParseReceivedSDP(std::string_view text, const DescribedSession &to) {
     const CallTrace trace(__func__);
-    RtpRtspErrorPrint("\t\nENTIRE SDP : %s \n\n", text.data());
+    PrintDescription(text, to);
 
     const Dialect &dialect = to.session.dialect;
     const std::size_t nul = text.find('\0');

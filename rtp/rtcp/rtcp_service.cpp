@@ -5,6 +5,7 @@
 #include "platform/wire.h"
 #include "rtp/interleaved/sending.h"
 #include "rtp/media_session.h"
+#include "rtp/protection.h"
 #include "rtp/rtcp/true_reports.h"
 #include "rtp/service_thread.h"
 #include "rtp/serving.h"
@@ -56,6 +57,17 @@ bool SendOrDrop(Connection &connection, std::span<const uint8_t> frame) {
 
 namespace {
 
+constexpr std::size_t kLongestProtected = 1024; // bytes; reports of ours are far shorter
+
+// The packet as it is to be sent, in `room`; null when it cannot be.
+const uint8_t *Protect(const RTSPStreamInfo &stream, std::span<uint8_t> room, const uint8_t *packet,
+                       int32_t &size) {
+    const auto length = static_cast<std::size_t>(size);
+    if (size < 0 || length + kMostProtection > room.size()) return nullptr;
+    std::memcpy(room.data(), packet, length);
+    return ProtectRtcp(stream, room, size) ? room.data() : nullptr;
+}
+
 // A server that named no port hears no reports, rather than whoever has port 1.
 bool HasNoReportPort(const RTSPStreamInfo &stream) {
     return stream.serverPort.load(std::memory_order_relaxed) == 0 &&
@@ -70,8 +82,12 @@ int32_t SendRtcpPacket(RTSPStreamInfo *stream, const uint8_t *packet, int32_t le
     if (stream->session->dataProto.load(std::memory_order_relaxed) == DATA_PROTO_TCP) return RTSP_SUCCESS;
     const bool hasOwnAim = stream->reportsTo.length != 0;
     if (!hasOwnAim && HasNoReportPort(*stream)) return RTSP_SUCCESS;
+    std::array<uint8_t, kLongestProtected> room;
+    int32_t size = length;
+    const uint8_t *const bytes = stream->protection != nullptr ? Protect(*stream, room, packet, size) : packet;
+    if (bytes == nullptr) return RTSP_FAILURE;
     const auto port = static_cast<uint16_t>(stream->serverPort.load(std::memory_order_relaxed) + 1);
-    const ssize_t sent = SendTo(stream->rtcpSocket, packet, static_cast<std::size_t>(length),
+    const ssize_t sent = SendTo(stream->rtcpSocket, bytes, static_cast<std::size_t>(size),
                                 hasOwnAim ? stream->reportsTo : WithPort(stream->session->server.Get(), port));
     if (sent == 0) { // Kept: a failure of sendto itself is not one of ours.
         RtpRtspErrorPrint("Error in Sending RTCP Data\n");
@@ -92,23 +108,42 @@ int32_t SendRtcpPacketTCP(RTSPStreamInfo *stream, const uint8_t *packet, int32_t
     if (stream->session == nullptr || length < 0)
         return trace.Fail(RTSP_FAILURE, "\tEXIT : %s :Invalid input argument\n");
 
-    std::array<uint8_t, kLongestFrame> frame;
+    std::array<uint8_t, kLongestFrame + kMostProtection> frame;
+    int32_t size = length;
     frame[0] = '$';
     frame[1] = static_cast<uint8_t>(stream->interleavedChannel.load(std::memory_order_relaxed) + 1);
-    wire::PutU16(&frame[2], static_cast<uint32_t>(length));
     std::memcpy(&frame[kFrameHeader], packet, static_cast<std::size_t>(length));
+    if (!ProtectRtcp(*stream, std::span(frame).subspan(kFrameHeader), size)) return RTSP_FAILURE;
+    wire::PutU16(&frame[2], static_cast<uint32_t>(size));
     if (!SendOrDrop(stream->session->connection,
-                    std::span(frame).first(kFrameHeader + static_cast<std::size_t>(length))))
+                    std::span(frame).first(kFrameHeader + static_cast<std::size_t>(size))))
         return trace.Fail(RTSP_SEND_FAILED, "\tEXIT : %s :Problem in Sending RTCP packet to Server 2\n");
     ShowRtcp(*stream, true, packet, length);
     return RTSP_SUCCESS;
 }
 
-void AnswerInterleavedRtcp(RTSPStreamInfo &stream, std::span<const uint8_t> packet) {
+namespace {
+
+constexpr int kRtcpAreaBytes = 4096; // longest packet looked at
+
+using RtcpArea = std::array<uint8_t, kRtcpAreaBytes>;
+
+void AnswerFrame(RTSPStreamInfo &stream, std::span<const uint8_t> packet) {
     if (ParseRtcpPacket(&stream, packet.data(), static_cast<int32_t>(packet.size())) != RTSP_SUCCESS) return;
     std::array<uint8_t, 512> report = {};
     const int32_t length = CreateRRPacket(&stream, report.data(), static_cast<int32_t>(report.size()));
     if (length > 0) SendRtcpPacketTCP(&stream, report.data(), length);
+}
+
+} // namespace
+
+void AnswerInterleavedRtcp(RTSPStreamInfo &stream, std::span<const uint8_t> packet) {
+    if (stream.protection == nullptr) return AnswerFrame(stream, packet);
+    RtcpArea area; // what was read is not written to
+    auto size = static_cast<int32_t>(std::min(packet.size(), area.size()));
+    std::memcpy(area.data(), packet.data(), static_cast<std::size_t>(size));
+    if (UnprotectRtcp(stream, area.data(), size))
+        AnswerFrame(stream, std::span(area).first(static_cast<std::size_t>(size)));
 }
 
 // ---- the service over UDP ----
@@ -116,10 +151,6 @@ void AnswerInterleavedRtcp(RTSPStreamInfo &stream, std::span<const uint8_t> pack
 namespace {
 
 constexpr uint64_t kSilenceMs = 25000; // a report goes out unasked after this
-constexpr int kRtcpAreaBytes = 4096;   // longest datagram looked at
-
-using RtcpArea = std::array<uint8_t, kRtcpAreaBytes>;
-
 void SendReport(RTSPStreamInfo &stream, RtcpArea &area) {
     const int32_t length = CreateRRPacket(&stream, area.data(), kRtcpAreaBytes);
     if (length > 0) SendRtcpPacket(&stream, area.data(), length);
@@ -140,8 +171,9 @@ Served AnswerDatagram(const StreamThread &thread, RTSPStreamInfo &stream, RtcpAr
     if (received == 0 && !MustEnd(thread) && stream.session->dialect.Permits(Rule::kEmptyDatagram))
         return Served::kNothingLeft;
     if (received < 1) return MustEnd(thread) ? Served::kEnded : EndForError("Exiting RTCP thread");
+    int32_t stored = std::min(received, kRtcpAreaBytes);
+    if (!UnprotectRtcp(stream, area.data(), stored)) return Served::kNothingLeft;
     stream.rtcp.silentSinceMs = MonotonicMs();
-    const int32_t stored = std::min(received, kRtcpAreaBytes);
     if (ParseRtcpPacket(&stream, area.data(), stored) == RTSP_SUCCESS) SendReport(stream, area);
     return Served::kNothingLeft;
 }

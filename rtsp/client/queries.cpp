@@ -2,6 +2,7 @@
 // application thread.
 #include "platform/printers.h"
 #include "rtp/interleaved/connection.h"
+#include "rtp/protection.h"
 #include "rtp/stream.h"
 #include "rtsp/client/client.h"
 
@@ -164,6 +165,7 @@ RTSPTapStreamDescription Describe(const RTSPStreamInfo &stream) {
     description.ppsSize = is.ppsSize;
     description.config = isAac ? is.aacConfig : further.config;
     description.configSize = isAac ? is.aacConfigSize : further.configSize;
+    description.suite = stream.protection != nullptr ? SuiteOf(stream) : further.suite.get();
     AddFound(stream, ConfigKind::kVps, description.vps, description.vpsSize);
     AddFound(stream, ConfigKind::kSps, description.sps, description.spsSize);
     AddFound(stream, ConfigKind::kPps, description.pps, description.ppsSize);

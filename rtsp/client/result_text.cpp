@@ -62,6 +62,8 @@ constexpr Meaning kMeanings[] = {
     {RTSPTAP_BAD_TLS_CERTIFICATE, "the certificate of our own or its key cannot be used"},
     {RTSPTAP_TUNNEL_REFUSED, "the server refuses a tunnel through HTTP"},
     {RTSPTAP_BAD_TUNNEL, "the server's HTTP reply is none of a tunnel"},
+    {RTSPTAP_NO_PROTECTION, "the stream is protected (SRTP), which is not set up"},
+    {RTSPTAP_BAD_KEYS, "the stream is protected, and its keys cannot be used"},
     {RTSPTAP_BUSY, "an operation of the client is pending"},
     {RTSPTAP_NONE_BEGUN, "no operation was begun"},
     {RTSPTAP_NOT_TAKEN, "a packet that was not taken there, or is given back already"},

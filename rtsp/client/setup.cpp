@@ -5,6 +5,7 @@
 #include "rtp/stream.h"
 #include "rtsp/client/client.h"
 #include "rtsp/client/exchange.h"
+#include "rtsp/client/protection.h"
 #include "rtsp/client/stream_sockets.h"
 #include "rtsp/message/header_list.h"
 #include "rtsp/message/request.h"
@@ -13,6 +14,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 namespace rtsptap {
 namespace {
@@ -29,17 +31,20 @@ void AddUserTransport(Exchange &exchange) {
 }
 
 void AddOwnTransport(Exchange &exchange) {
+    const char *const profile = exchange.setup->profile;
+    const char *const used = profile != nullptr ? profile : "RTP/AVP";
     char value[kTransportBytes] = {};
     if (exchange.setup->asksMulticast) {
         const auto hops = static_cast<int>(exchange.client->media.multicast.hops);
-        snprintf(value, sizeof value, hops > 0 ? "RTP/AVP;multicast;ttl=%d" : "RTP/AVP;multicast", hops);
+        snprintf(value, sizeof value, hops > 0 ? "%s;multicast;ttl=%d" : "%s;multicast", used, hops);
     } else if (exchange.client->media.dataProto == DATA_PROTO_UDP) {
         const int port = exchange.setup->localPort;
-        snprintf(value, sizeof value, "RTP/AVP/UDP;unicast;client_port=%d-%d", port, port + 1);
+        const char *const lower = profile != nullptr ? "" : "/UDP"; // of protected packets nobody writes it
+        snprintf(value, sizeof value, "%s%s;unicast;client_port=%d-%d", used, lower, port, port + 1);
         exchange.setup->stream->clientPort = exchange.setup->localPort;
     } else {
         const auto channel = static_cast<int32_t>(exchange.setup->stream->interleavedChannel);
-        snprintf(value, sizeof value, "RTP/AVP/TCP;unicast;interleaved=%d-%d", channel, channel + 1);
+        snprintf(value, sizeof value, "%s/TCP;unicast;interleaved=%d-%d", used, channel, channel + 1);
     }
     AddRequestHeader(exchange.client->requestMsg, kTransport, value);
 }
@@ -67,6 +72,8 @@ int32_t PrepareTransport(Exchange &exchange) {
     const ScopedLock ports(gblRTSPClientListLock);
     if (exchange.client->media.dataProto == DATA_PROTO_UDP && !exchange.setup->asksMulticast)
         if (const int32_t result = OpenUdpPair(exchange); result != RTSP_SUCCESS) return result;
+    // Nobody receives for the stream any more.
+    SetProtection(*exchange.setup->stream, std::move(exchange.setup->protection));
     exchange.setup->hasUserTransport ? AddUserTransport(exchange) : AddOwnTransport(exchange);
     return RTSP_SUCCESS;
 }
@@ -249,8 +256,8 @@ void CloseSockets(Exchange &exchange) {
         CloseRtcpSocket(*parts.stream);
 }
 
-constexpr Step kChecks[] = {CheckHandleAndStream, CheckConnected,    CheckState,  CheckStreamNumber,
-                            CheckHeaderList,      TakeUserTransport, SelectStream};
+constexpr Step kChecks[] = {CheckHandleAndStream, CheckConnected,    CheckState,   CheckStreamNumber,
+                            CheckHeaderList,      TakeUserTransport, SelectStream, ChooseProtection};
 constexpr Step kSteps[] = {GenerateRequest,
                            NameSession,
                            PrepareTransport, // closes what it opened when it fails

@@ -2,6 +2,8 @@
 // application thread.
 #pragma once
 
+#include "rtp/protection.h"
+
 #include <cstdint>
 #include <string_view>
 
@@ -21,6 +23,8 @@ struct SetupParts {
     uint16_t localPort = 0;        // of RTP, that of RTCP is the next one; over UDP, when the sockets are open
     bool hasUserTransport = false; // the list has such a header
     bool joinsSession = false;     // an earlier SETUP has begun it, and this request names it
+    const char *profile = nullptr; // of protected packets, "RTP/SAVP" or "RTP/SAVPF"; null: they are not
+    ProtectionPtr protection = {}; // of such a stream, before it has it
 
     // What only RTSPTapSetup asks for.
     bool namesSession = false;  // wherever one is under way
