@@ -19,6 +19,13 @@ if(RTSPTAP_TLS)
   install(FILES include/rtsptap_tls.h TYPE INCLUDE)
 endif()
 
+# The same, of libsrtp2.
+if(RTSPTAP_SRTP)
+  install(TARGETS ${srtp_targets} EXPORT rtsptap-srtp-targets)
+  install(EXPORT rtsptap-srtp-targets NAMESPACE rtsptap:: DESTINATION ${package_dir})
+  install(FILES include/rtsptap_srtp.h TYPE INCLUDE)
+endif()
+
 configure_package_config_file(cmake/rtsptap-config.cmake.in rtsptap-config.cmake INSTALL_DESTINATION ${package_dir})
 # Before 1.0 a minor version may change the interface.
 write_basic_package_version_file(rtsptap-config-version.cmake COMPATIBILITY SameMinorVersion)
@@ -53,6 +60,11 @@ endif()
 if(RTSPTAP_TLS)
   configure_file(cmake/rtsptap-tls.pc.in rtsptap-tls.pc @ONLY)
   install(FILES ${CMAKE_CURRENT_BINARY_DIR}/rtsptap-tls.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endif()
+
+if(RTSPTAP_SRTP)
+  configure_file(cmake/rtsptap-srtp.pc.in rtsptap-srtp.pc @ONLY)
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/rtsptap-srtp.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 endif()
 
 if(PROJECT_IS_TOP_LEVEL)

@@ -5,7 +5,7 @@
 set -euo pipefail
 
 declare -A packages=(
-    [build]="g++ cmake ninja-build pkg-config libssl-dev libcli11-dev nlohmann-json3-dev libpcap-dev"
+    [build]="g++ cmake ninja-build pkg-config libssl-dev libsrtp2-dev libcli11-dev nlohmann-json3-dev libpcap-dev"
     [record]="libgstreamer-plugins-base1.0-dev gstreamer1.0-plugins-base gstreamer1.0-plugins-good
               gstreamer1.0-plugins-bad gstreamer1.0-libav"
     [test]="libgtest-dev libbenchmark-dev ffmpeg groff-base libglib2.0-dev libuv1-dev libgstrtspserver-1.0-dev

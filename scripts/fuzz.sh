@@ -8,7 +8,7 @@ cd "$(dirname "$0")/.." || exit
 runs=$1 seconds=$2 seed=$3
 shift 3
 declare -A longest=([rtcp]=96 [challenge]=512 [codec_config]=512 [header_list]=512 [api_calls]=600 [rtp_packet]=512
-                    [exchange]=2048 [frames]=2048 [sdp]=2048 [stream_config]=1024 [url]=600 [interleaved]=4096) # bytes of an input
+                    [exchange]=2048 [frames]=2048 [sdp]=2048 [srtp]=600 [stream_config]=1024 [url]=600 [interleaved]=4096) # bytes of an input
 [ $# -gt 0 ] || set -- "${!longest[@]}"
 work=build/fuzz
 mkdir -p $work/findings

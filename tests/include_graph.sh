@@ -3,7 +3,7 @@
 # Programs see nothing but the public header.
 # Usage: include_graph.sh SOURCE_DIRECTORY
 cd "$1" || exit 2
-set -- platform dialect rtp sdp rtsp digest tls
+set -- platform dialect rtp sdp rtsp digest tls srtp
 for folder in tools examples; do
     [ -d "$folder" ] && set -- "$@" "$folder"
 done

@@ -68,5 +68,16 @@ pc=$(dirname "$(find whole -name rtsptap-digest.pc)")
 "$cc" "$source/examples/count_packets.c" -o program $(PKG_CONFIG_PATH=$pc pkg-config --cflags --libs rtsptap-digest) ||
     fail "linking with the shared digests"
 LD_LIBRARY_PATH=$(dirname "$pc") ldd program | grep -q 'librtsptap_digest.so.*=> .*/' || fail "the digests are not found"
+for beside in tls srtp; do
+    [ -e "$pc/rtsptap-$beside.pc" ] || continue
+    rm -rf other
+    built_guest_runs other -DCMAKE_PREFIX_PATH="$work/whole" -DRTSPTAP_TARGET=rtsptap::rtsptap\;rtsptap::$beside
+    case $beside in tls) call='RTSPTapUseTls(0, 0)' ;; *) call='RTSPTapUseSrtp(0)' ;; esac
+    printf '#include "rtsptap_%s.h"\nint main(void) { return %s != RTSP_INVALID_ARGUMENT; }\n' $beside "$call" >call.c
+    # shellcheck disable=SC2046 # in C alone: the archive needs no C++ library
+    "$cc" call.c -o program $(PKG_CONFIG_PATH=$pc pkg-config --cflags --libs rtsptap-$beside rtsptap-digest) ||
+        fail "linking with $beside"
+    LD_LIBRARY_PATH=$pc/.. ./program || fail "a program with $beside ends with $?"
+done
 (cd "$build" && "$cmake" --build . --target uninstall) >log
 [ -z "$(find whole -type f -o -type l)" ] || fail "left behind: $(find whole -type f)"
