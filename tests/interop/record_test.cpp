@@ -81,6 +81,22 @@ TEST_F(Record, WhatComesThroughTlsAndHttpDecodesWithoutErrors) {
 }
 #endif
 
+#ifdef WITH_SRTP
+TEST_F(Record, WhatIsProtectedDecodesWithoutErrors) {
+    const GstServer secure({"env", "PROTECTED=1", GST_SERVER, GstServer::kUser, GstServer::kPassword, "30"});
+    for (const std::string transport : {"tcp", "udp"}) {
+        const std::string file = directory + transport + ".mkv";
+        const Result tool =
+            RunToEnd(TOOL " record " + secure.Url() + " --duration 3s -o " + file + " -t " + transport);
+        EXPECT_EQ(0, tool.status) << transport << ": " << tool.errors;
+        EXPECT_GE(FramesIn(ExpectStreams(file, "h264 640, pcm_mulaw").at(0)), 45) << transport;
+    }
+    const Result probe = RunToEnd(TOOL " probe --explain -v " + secure.Url());
+    EXPECT_TRUE(Contains(probe.output, "SRTP AES_CM_128_HMAC_SHA1_80")) << probe.output;
+    EXPECT_FALSE(Contains(probe.output + probe.errors, "mikey ")) << probe.output << probe.errors;
+}
+#endif
+
 TEST_F(Record, EveryCodecOfTodayDecodesWithoutErrors) {
     for (const auto &row : Rows("pipelines.txt")) {
         const GstServer peer({GST_SERVER, row[0]});

@@ -7,6 +7,8 @@
 //                                                  players that are silent for so long; at another address; through
 //                                                  TLS with the certificate and key of the file TLS_CERTIFICATE,
 //                                                  where the environment names one. Takes HTTP tunnels in any case.
+//
+// Packets are protected (SRTP) where the environment has PROTECTED.
 #include <gst/gst.h>
 #include <gst/rtsp-server/rtsp-server.h>
 
@@ -72,6 +74,7 @@ int main(int argc, char **argv) {
     const std::string pipeline = argc == 2 ? argv[1] : kPipeline;
     gst_rtsp_media_factory_set_launch(factory, ("( " + pipeline + " )").c_str());
     gst_rtsp_media_factory_set_shared(factory, TRUE);
+    if (std::getenv("PROTECTED") != nullptr) gst_rtsp_media_factory_set_profiles(factory, GST_RTSP_PROFILE_SAVP);
     if (argc > 2) {
         RequireDigest(server.get(), factory, argv[1], argv[2]);
         g_signal_connect(server.get(), "client-connected", G_CALLBACK(LimitSessionsOf),

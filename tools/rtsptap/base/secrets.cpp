@@ -28,7 +28,7 @@ bool IsSecretHeader(std::string_view name) {
 std::size_t FindSecret(std::string_view line) {
     constexpr std::string_view kReply = "< ";
     const std::size_t begin = line.starts_with(kReply) ? kReply.size() : 0;
-    for (const std::string_view key : {"k=", "a=crypto:"}) // RFC 4566, 5.12; RFC 4568
+    for (const std::string_view key : {"k=", "a=crypto:", "a=key-mgmt:"}) // RFC 4566, 5.12; RFC 4568; RFC 4567
         if (line.substr(begin).starts_with(key)) return begin + key.size();
     for (std::size_t colon = line.find(':'); colon != line.npos; colon = line.find(':', colon + 1))
         if (IsSecretHeader(NameBefore(line, colon))) return colon + 1;

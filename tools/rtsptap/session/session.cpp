@@ -7,6 +7,9 @@
 #ifdef RTSPTAP_WITH_TLS
 #include "rtsptap_tls.h"
 #endif
+#ifdef RTSPTAP_WITH_SRTP
+#include "rtsptap_srtp.h"
+#endif
 
 #include <algorithm>
 #include <iterator>
@@ -93,7 +96,8 @@ bool IsPrintable(const std::string &text) {
 bool WasSent(int32_t result) {
     constexpr int32_t kBefore[] = {RTSP_INVALID_HEADER_LIST, RTSP_INVALID_STATE, RTSP_INVALID_ARGUMENT,
                                    RTSP_NOT_CONNECTED,       RTSP_SOCKET_FAILED, RTSP_NO_MEMORY,
-                                   RTSP_REQUEST_NOT_BUILT,   RTSP_SEND_FAILED};
+                                   RTSP_REQUEST_NOT_BUILT,   RTSP_SEND_FAILED,   RTSPTAP_NO_PROTECTION,
+                                   RTSPTAP_BAD_KEYS};
     return std::find(std::begin(kBefore), std::end(kBefore), result) == std::end(kBefore);
 }
 
@@ -161,10 +165,19 @@ int32_t UseTls(intptr_t client, const Target &target) {
 #endif
 }
 
+void UseSrtp(intptr_t client) {
+#ifdef RTSPTAP_WITH_SRTP
+    RTSPTapUseSrtp(client);
+#else
+    (void)client;
+#endif
+}
+
 } // namespace
 
 Session::Session() : client_(RTSPClientCreate()) {
     if (client_ <= 0) throw std::bad_alloc();
+    UseSrtp(client_);
     RTPClientSetAudioVideoBufferSize(client_, kVideoBufferBytes, kAudioBufferBytes);
     RTSPTapSetRtcpCallback(client_, TakeControl, this);
     RTSPTapSetOption(client_, RTSPTAP_OPTION_DIALECT, RTSPTAP_DIALECT_TOLERANT);

@@ -102,6 +102,7 @@ Json JsonOf(const ProbedStream &probed) {
             {"picture", JsonOf(probed.picture)},
             {"parameters", Known(probed.parameters)},
             {"control", Known(probed.control)},
+            {"srtp", Known(probed.srtp)},
             {"first_packet_ms", Milliseconds(probed.firstPacket)},
             {"first_key_frame_ms", Milliseconds(probed.firstKeyFrame)}};
 }
@@ -122,6 +123,7 @@ std::string Headline(const ProbedStream &probed) {
         if (!profile.empty()) Append(line, profile + " " + probed.picture->levelName);
     }
     if (probed.frameRate > 0) Append(line, Formatted("%g frames/s", probed.frameRate));
+    if (!probed.srtp.empty()) Append(line, "SRTP " + Presentable(probed.srtp));
     return line;
 }
 

@@ -22,6 +22,7 @@ ProbedStream ProbedStreamOf(const Stream &stream, const Session *session) {
     probed.bandwidth = described.bandwidth;
     if (described.fmtp != nullptr) probed.parameters = std::to_string(described.payloadType) + " " + described.fmtp;
     probed.control = session->Attribute(stream.number, "control");
+    if (described.suite != nullptr) probed.srtp = *described.suite != '\0' ? described.suite : "unknown";
     probed.samplingRate = aac.aacSamplingRate;
     RTSPTapVideoFormat told = {};
     told.recordSize = sizeof told;

@@ -24,8 +24,9 @@ struct ProbedStream {
     int32_t bandwidth = 0;  // the number of b=; 0: not said
     std::string parameters; // a=fmtp
     std::string control;    // a=control
+    std::string srtp;       // suite that packets are protected by, or "unknown"; empty: they are not
     std::optional<RTSPTapVideoFormat> picture; // with a size
-    int32_t samplingRate = 0; // of AAC, Hz; 0: not known
+    int32_t samplingRate = 0;                  // of AAC, Hz; 0: not known
     FromPlay firstPacket;
     FromPlay firstKeyFrame;
 };
