@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds the presets given (default: dev asan tsan), runs all their tests, and ends with "N passed, N failed".
-# A preset that does not build counts as one failure.
+# A preset that does not build counts as one failure. While the tests of one run, which mostly wait, the next is built.
 set -uo pipefail
 cd "$(dirname "$0")/.." || exit
 
@@ -11,9 +11,37 @@ failed=0
 # Reads one number of the <testsuite> element that ctest writes.
 count() { sed -n "s/.*<testsuite .*[ \t]$2=\"\([0-9]*\)\".*/\1/p; s/^[ \t]*$2=\"\([0-9]*\)\".*/\1/p" "$1" | head -n 1; }
 
-for preset in "$@"; do
+build() { cmake --preset "$1" && cmake --build --preset "$1"; }
+
+# In the background, behind everything else; what it says is kept for its turn.
+builder=
+log=$(mktemp)
+trap 'rm -f "$log"; [ -z "$builder" ] || kill -- "-$builder" 2>/dev/null' EXIT
+build_ahead() {
+    renice -n 19 "$BASHPID" >/dev/null
+    build "$1"
+}
+
+while [ $# -gt 0 ]; do
+    preset=$1
+    shift
     echo "==== $preset"
-    if ! { cmake --preset "$preset" && cmake --build --preset "$preset"; }; then
+    if [ -z "$builder" ]; then
+        build "$preset"
+        built=$?
+    else
+        wait "$builder"
+        built=$?
+        cat "$log"
+        builder=
+    fi
+    if [ $# -gt 0 ]; then
+        set -m # a group of its own, so that it can be ended whole
+        build_ahead "$1" >"$log" 2>&1 </dev/null &
+        set +m
+        builder=$!
+    fi
+    if [ "$built" -ne 0 ]; then
         failed=$((failed + 1))
         continue
     fi
