@@ -53,66 +53,91 @@ Answer AskResolver(const char *host, int flags) {
 
 // ---- a name that a fiber asks for ----
 
-// Of who asks and of the thread that does it: the one that lets go last frees it, as no resolver can be called off.
+// Of those who ask and of the thread that does it: whoever lets go last frees it, as no resolver can be called off.
 struct Question {
     ~Question() {
         if (answered >= 0) close(answered);
     }
-    std::atomic<int> owners{2};
     HeapText host;
     int answered = -1;                  // eventfd, readable then
     std::atomic<bool> hasAnswer{false}; // written by the thread, behind the next
     Answer answer;
+    // ---- under questionsLock ----
+    int owners = 2;
+    uint64_t sinceMs = 0;     // MonotonicMs
+    Question *next = nullptr; // of those without an answer
 };
+
+constinit pthread_mutex_t questionsLock = PTHREAD_MUTEX_INITIALIZER; // of the list, too; a leaf
+constinit Question *firstQuestion = nullptr;
 
 struct LetGo {
     void operator()(Question *question) const {
-        if (question->owners.fetch_sub(1, std::memory_order_acq_rel) == 1) delete question;
+        {
+            const ScopedLock lock(questionsLock);
+            if (--question->owners > 0) return;
+        }
+        delete question;
     }
 };
 using SharedQuestion = std::unique_ptr<Question, LetGo>;
 
+void NoteAnswered(Question &question) {
+    const uint64_t one = 1;
+    question.hasAnswer.store(true, std::memory_order_release);
+    {
+        const ScopedLock lock(questionsLock);
+        Question **link = &firstQuestion;
+        while (*link != &question) link = &(*link)->next;
+        *link = question.next;
+    }
+    if (write(question.answered, &one, sizeof one) < 0) DebugPrint(kDebugEntry, "\tthe answer is not waited for\n");
+}
+
 extern "C" {
 static void *AnswerQuestion(void *argument) {
     const SharedQuestion question(static_cast<Question *>(argument));
-    const uint64_t one = 1;
     question->answer = AskResolver(question->host.get(), 0);
-    question->hasAnswer.store(true, std::memory_order_release);
-    if (write(question->answered, &one, sizeof one) < 0)
-        DebugPrint(kDebugEntry, "\tthe answer is not waited for\n");
+    NoteAnswered(*question);
     return nullptr;
 }
 }
 
+// Begun lately. One name server that is dead, and many who try again and again, would make threads without end; who
+// asks later than that gets one of his own, as the network may be there again. The caller holds the lock.
+Question *FindQuestion(const char *host, uint64_t nowMs) {
+    constexpr uint64_t kLateMs = 5000;
+    Question *question = firstQuestion;
+    while (question != nullptr && (nowMs - question->sinceMs > kLateMs || strcmp(question->host.get(), host) != 0))
+        question = question->next;
+    return question;
+}
+
 SharedQuestion Ask(const char *host) {
+    const uint64_t now = MonotonicMs();
+    const ScopedLock lock(questionsLock);
+    if (Question *const asked = FindQuestion(host, now); asked != nullptr) {
+        ++asked->owners;
+        return SharedQuestion(asked);
+    }
     std::unique_ptr<Question> question(new (std::nothrow) Question);
     if (question == nullptr) return nullptr;
     question->host = DuplicateText(host);
     question->answered = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    question->sinceMs = now;
+    question->next = firstQuestion;
     pthread_t thread = {};
     const bool isAsked = question->host != nullptr && question->answered >= 0 &&
                          StartLibraryThread(thread, AnswerQuestion, question.get());
     if (!isAsked) return nullptr;
     ThreadDetach(thread);
+    firstQuestion = question.get();
     return SharedQuestion(question.release());
 }
 
-// An address as text is known at once.
-Answer AskOnFiber(const char *host, int limitMs) {
-    if (Answer known = AskResolver(host, AI_NUMERICHOST)) return known;
-    const SharedQuestion question = MustGiveUp() ? nullptr : Ask(host);
-    if (question == nullptr) return nullptr;
-    pollfd answered = {question->answered, POLLIN, 0};
-    WaitForSockets({&answered, 1}, limitMs == 0 ? -1 : limitMs);
-    return question->hasAnswer.load(std::memory_order_acquire) ? std::move(question->answer) : nullptr;
-}
-
-} // namespace
-
-AddressList FindAddresses(const char *host, uint16_t port, int limitMs) {
+AddressList ListAddresses(const addrinfo *at, uint16_t port) {
     AddressList list;
-    const Answer answer = IsOnFiber() ? AskOnFiber(host, limitMs) : AskResolver(host, 0);
-    for (const addrinfo *at = answer.get(); at != nullptr && list.count < kMostAddresses; at = at->ai_next) {
+    for (; at != nullptr && list.count < kMostAddresses; at = at->ai_next) {
         if (at->ai_family != AF_INET && at->ai_family != AF_INET6) continue;
         Address address;
         address.length = at->ai_addrlen;
@@ -121,6 +146,25 @@ AddressList FindAddresses(const char *host, uint16_t port, int limitMs) {
     }
     TakeFamiliesInTurn({list.items.data(), list.count});
     return list;
+}
+
+// An address as text is known at once.
+AddressList FindOnFiber(const char *host, uint16_t port, int limitMs) {
+    if (const Answer known = AskResolver(host, AI_NUMERICHOST)) return ListAddresses(known.get(), port);
+    const SharedQuestion question = MustGiveUp() ? nullptr : Ask(host);
+    if (question == nullptr) return {};
+    pollfd answered = {question->answered, POLLIN, 0};
+    WaitForSockets({&answered, 1}, limitMs == 0 ? -1 : limitMs);
+    const bool isAnswered = question->hasAnswer.load(std::memory_order_acquire);
+    return ListAddresses(isAnswered ? question->answer.get() : nullptr, port);
+}
+
+} // namespace
+
+AddressList FindAddresses(const char *host, uint16_t port, int limitMs) {
+    if (IsOnFiber()) return FindOnFiber(host, port, limitMs);
+    const Answer answer = AskResolver(host, 0);
+    return ListAddresses(answer.get(), port);
 }
 
 namespace {

@@ -142,6 +142,8 @@ int WaitOn(pthread_cond_t *condition, pthread_mutex_t *mutex, clockid_t clock, c
 } // namespace
 
 thread_local std::function<void()> atNextClock;
+std::atomic<bool> namesHang = false;
+std::atomic<int> namesAsked = 0;
 thread_local std::function<void()> atNextPost;
 thread_local std::function<void()> atNextSleep;
 
@@ -293,7 +295,10 @@ int torture_pthread_create(pthread_t *id, const pthread_attr_t *attributes, void
 int torture_pthread_join(pthread_t id, void **value) { return --threads, pthread_join(id, value); }
 int torture_pthread_detach(pthread_t id) { return --threads, pthread_detach(id); }
 int torture_getaddrinfo(const char *host, const char *service, const addrinfo *hints, addrinfo **found) {
-    NoteWait("getaddrinfo", (hints->ai_flags & AI_NUMERICHOST) == 0);
+    const bool isName = (hints->ai_flags & AI_NUMERICHOST) == 0;
+    NoteWait("getaddrinfo", isName);
+    namesAsked += isName ? 1 : 0;
+    while (isName && namesHang) usleep(1000);
     return getaddrinfo(host, service, hints, found);
 }
 int torture_swapcontext(ucontext_t *from, const ucontext_t *to) {

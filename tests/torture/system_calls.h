@@ -4,6 +4,7 @@
 // descriptor but its own. Threads: any.
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <string>
 
@@ -21,6 +22,10 @@ enum Effect : int {
     kNothing        // it gives 0: closed, an empty datagram, nothing ready, a wake-up without reason
 };
 
+// While it is set the name server does not answer; and how often the library has asked.
+extern std::atomic<bool> namesHang;
+extern std::atomic<int> namesAsked;
+
 struct Fault {
     std::string call; // see system_calls.cpp
     int effect;
@@ -32,8 +37,8 @@ void Arm(const Fault &fault, long nth);
 void Hurry(); // from now on the library's clocks and waits go a thousand times faster, up to the next Arm
 bool HasStruck();
 
-// What the library called on this thread, since the last look, that may wait: a lock that is taken counts as no wait,
-// nor does a join. Empty when it called nothing.
+// What the library called on this thread, since the last look, that may wait: a lock that is taken counts as no
+// wait, nor does a join. Empty when it called nothing.
 std::string WhatMayWait();
 
 // What the library has kept or done wrong since the last look; empty when all is as it should be.

@@ -100,6 +100,29 @@ TEST(Progress, OfNamesAndServersThatAreDeadEndsInTime) {
         EXPECT_EQ(Progressed(client, RTSPTapBeginOpen, url.c_str()), result) << url;
 }
 
+// However many want it, and again and again: no resolver can be called off.
+TEST(Progress, AsksForANameOnceWhileNoAnswerComes) {
+    const CapturedStdout output;
+    torture::namesHang = true;
+    const int before = torture::namesAsked;
+    {
+        const Client waits;
+        for (int i = 0; i < 20; ++i) {
+            const Client givesUp;
+            EXPECT_EQ(RTSPTapBeginOpen(givesUp, "rtsp://nowhere.invalid/"), 0);
+            EXPECT_EQ(RTSPTapProgress(givesUp), RTSPTAP_PENDING);
+        }
+        EXPECT_EQ(RTSPTapBeginOpen(waits, "rtsp://nowhere.invalid/"), 0);
+        EXPECT_TRUE(Eventually([&] { return torture::namesAsked > before; }));
+        EXPECT_EQ(RTSPTapProgress(waits), RTSPTAP_PENDING);
+        torture::namesHang = false;
+        int32_t result = RTSPTAP_PENDING;
+        while (StepOn(waits, result)) AwaitProgress(waits);
+        EXPECT_EQ(result, RTSPTAP_HOST_NOT_FOUND);
+    }
+    EXPECT_LE(torture::namesAsked, before + 5); // one, unless this machine is very slow
+}
+
 struct Kept {
     std::string texts;
     std::vector<intptr_t> clients;
