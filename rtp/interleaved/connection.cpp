@@ -47,6 +47,7 @@ namespace {
 void StartAfresh(ReadAhead &reader, int32_t socket) {
     reader.socket = socket;
     reader.stream = nullptr;
+    reader.lender = nullptr; // its streams may go with the session
     reader.bytes = reader.own;
     reader.capacity = kReaderBytes;
     reader.begin = reader.end = reader.replyTail = reader.freshBytes = reader.staleBytes = 0;

@@ -145,6 +145,28 @@ TEST(Open, AgainAndAgainLeavesNothingBehind) {
     refuse(RTSPTapOpen(client, url.c_str()), RTSP_SOCKET_FAILED, " :RTSP Client socket creation failed\n");
 }
 
+// Bytes are read into the ring of a stream: of one there is. The first session has packets, the second has none.
+TEST(Open, AgainUsesNoStreamOfASessionBefore) {
+    const CapturedStdout output;
+    Script script;
+    for (const char *const media : {"{media}", "", "{media}"})
+        script = script + Described("{base}") +
+                 Script{{"SETUP ", SetupReply(1, kTcp)},
+                        {"SETUP ", SetupReply(2, kTcp)},
+                        {"PLAY ", Ok() + ReadReply(media)}};
+    ScriptedServer server(script);
+    const Client client;
+    SetNumber(client, RTSPTAP_OPTION_TRANSPORT, RTSPTAP_TRANSPORT_TCP);
+    SetNumber(client, RTSPTAP_OPTION_SILENCE_LIMIT, 0);
+    for (const std::size_t packets : {1U, 0U, 1U}) {
+        EXPECT_EQ(RTSPTapOpen(client, UrlAt("127.0.0.1", server).c_str()), 0);
+        EXPECT_EQ(RTSPTapStart(client, nullptr, nullptr), 0);
+        EXPECT_EQ(TakeSequenceNumbers(client, kVideo, packets).size(), packets);
+        const ReadAhead *const reader = RecordOf(client).media.connection.readAhead;
+        EXPECT_EQ(reader != nullptr && reader->lender != nullptr, packets != 0);
+    }
+}
+
 TEST(Open, JoinsLongUrlsInTheExactDialectAndCutsNone) {
     const CapturedStdout output;
     const std::string path(4096, 'p');
