@@ -71,11 +71,11 @@ LD_LIBRARY_PATH=$(dirname "$pc") ldd program | grep -q 'librtsptap_digest.so.*=>
 for beside in tls srtp; do
     [ -e "$pc/rtsptap-$beside.pc" ] || continue
     rm -rf other
-    built_guest_runs other -DCMAKE_PREFIX_PATH="$work/whole" -DRTSPTAP_TARGET=rtsptap::rtsptap\;rtsptap::$beside
+    built_guest_runs other -DCMAKE_PREFIX_PATH="$work/whole" -DRTSPTAP_TARGET=rtsptap::rtsptap\;rtsptap::"$beside"
     case $beside in tls) call='RTSPTapUseTls(0, 0)' ;; *) call='RTSPTapUseSrtp(0)' ;; esac
-    printf '#include "rtsptap_%s.h"\nint main(void) { return %s != RTSP_INVALID_ARGUMENT; }\n' $beside "$call" >call.c
+    printf '#include "rtsptap_%s.h"\nint main(void) { return %s != RTSP_INVALID_ARGUMENT; }\n' "$beside" "$call" >call.c
     # shellcheck disable=SC2046 # in C alone: the archive needs no C++ library
-    "$cc" call.c -o program $(PKG_CONFIG_PATH=$pc pkg-config --cflags --libs rtsptap-$beside rtsptap-digest) ||
+    "$cc" call.c -o program $(PKG_CONFIG_PATH=$pc pkg-config --cflags --libs "rtsptap-$beside" rtsptap-digest) ||
         fail "linking with $beside"
     LD_LIBRARY_PATH=$pc/.. ./program || fail "a program with $beside ends with $?"
 done
