@@ -50,8 +50,9 @@ enum RTSPTapResult {
     RTSPTAP_READ_ONLY = -105,      /* the option is told, not set */
 
     /* Nothing more comes for a stream, and why. */
-    RTSPTAP_SENDER_LEFT = -106,       /* its sender has said goodbye (RTCP BYE; RFC 3550, 6.6) */
-    RTSPTAP_CONNECTION_CLOSED = -107, /* the connection, or the stream's own socket, was closed or has failed */
+    RTSPTAP_SENDER_LEFT = -106,       /* its sender has said goodbye (RTCP BYE; RFC 3550, 6.6); see rule 404 */
+    RTSPTAP_CONNECTION_CLOSED = -107, /* the connection, or the stream's own socket, was closed or has failed; see
+                                         rule 405 */
     RTSPTAP_TORN_DOWN = -108,         /* TEARDOWN */
     RTSPTAP_SESSION_TIMED_OUT = -109, /* the server has ended the session, which it had not heard of in time */
 

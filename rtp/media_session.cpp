@@ -282,6 +282,7 @@ void RetireEndedStreams(MediaSession &session) {
 }
 
 void EndStreams(MediaSession &session) {
+    session.doubtedGoodbyes = 0;
     for (RTSPStreamInfo *stream = session.retiredStreams; stream != nullptr; stream = stream->next) {
         const ScopedShortLock lock(stream->packetListLock);
         FreeDeferredPacket(*stream);

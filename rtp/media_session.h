@@ -73,6 +73,7 @@ struct MediaSession {
 
     // ---- Written by whoever receives ----
     std::atomic<uint32_t> packetCounter{0}; // RTP packets parsed over all streams
+    std::atomic<int32_t> doubtedGoodbyes{0}; // streams with one
     std::atomic<int64_t> duplicatesDropped{0};
     std::atomic<int64_t> lateDropped{0}; // behind others that have been handed out after their wait
 

@@ -4,6 +4,7 @@
 // (ServeAsReader). Nothing is armed or disarmed from one pass to the next.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
@@ -51,6 +52,11 @@ struct Service {
     // Outside of the turn, after something of the thread's stream was handled in it: tells the readers.
     void (*announce)(RTSPStreamInfo &stream) = nullptr;
 };
+
+// The sooner of two things that may be due in so many ms; -1: one is not.
+inline int Sooner(int ms, int otherMs) {
+    return ms < 0 || otherMs < 0 ? std::max(ms, otherMs) : std::min(ms, otherMs);
+}
 
 // ---- The services ----
 

@@ -43,6 +43,13 @@ struct SenderReport {
     uint32_t octetCount = 0;
 };
 
+// A goodbye that may be none: see rtp/rtcp/goodbye.h.
+struct DoubtedGoodbye {
+    uint64_t lookMs = 0;  // MonotonicMs when it is looked at again; 0: there is none
+    bool isLast = false;  // that look decides
+    uint32_t handled = 0; // packets of the stream by the look before
+};
+
 // What the thread that handles a stream's RTCP keeps to itself.
 struct RtcpState {
     uint64_t silentSinceMs = 0; // since when it waits for a datagram, monotonic; 0: it does not; handed over
@@ -51,6 +58,7 @@ struct RtcpState {
     uint32_t seqWrapPending = 0;     // 1 while a wrap is expected
     uint32_t prevCumulativeLost = 0; // cumulativeLost at the previous report
     uint32_t senderChanges = 0;      // of the stream's, those that reports have started anew for
+    DoubtedGoodbye goodbye;
 };
 
 // The payload types that packets of a stream may have. The application thread adds to them before packets come.
@@ -121,6 +129,7 @@ struct RTSPStreamInfo {
     // ---- Written by the application thread, read by the receive threads ----
     std::atomic<uint32_t> streamState{0};        // kStreamPlaying, kStreamPaused or 0
     std::atomic<uint32_t> interleavedChannel{0}; // RTP channel; RTCP uses the next one; set by SetChannel
+    std::atomic<bool> channelIsUnsaid{false};    // the server has not named it, and no frame has come for it
     std::atomic<uint16_t> serverPort{0};         // server's RTP port, host order
     std::atomic<bool> takesFrames{false};        // interleaved: its ring and reports are the connection's affair
     std::atomic<int32_t> codecType{0};           // RTPCodecType, 0 when unknown

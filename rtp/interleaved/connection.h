@@ -161,6 +161,9 @@ struct Tending {
     std::atomic<int32_t> closedSocket{-1};  // the connection that has ended
     uint64_t notBeforeMs = 0;               // of the thread that tends: when to try again
     bool isUnread = false;                  // the same: what an exchange has left has not been looked at
+    bool doubtsEnd = false;                 // the same: streams over UDP may outlive the connection that has ended
+    uint64_t lookMs = 0;                    // the same: MonotonicMs when to look whether they do; 0: not looked yet
+    uint32_t packets = 0;                   // of all streams, by the last look
 };
 
 struct Connection {

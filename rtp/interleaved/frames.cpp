@@ -113,6 +113,35 @@ void Deliver(ReadAhead &reader, const Route &route, std::string_view text, const
         AcceptFrame(reader, *route.stream, {unit.channel, body, unit.length < reader.replyTail});
 }
 
+namespace {
+
+// The one stream whose channel is still to be known and whose packets are of that type.
+RTSPStreamInfo *FindUnheard(const MediaSession &session, int32_t payloadType) {
+    RTSPStreamInfo *found = nullptr;
+    RTSPStreamInfo *stream = session.streamList.load(std::memory_order_acquire);
+    for (; stream != nullptr; stream = stream->next.load(std::memory_order_acquire)) {
+        const bool isUnheard = stream->channelIsUnsaid && stream->baseSeqNum.load(std::memory_order_relaxed) < 0;
+        if (!isUnheard || stream->description.payloadNumber != payloadType) continue;
+        if (found != nullptr) return nullptr;
+        found = stream;
+    }
+    return found;
+}
+
+} // namespace
+
+bool TakesUnsaidChannel(const MediaSession &session, const Unit &frame, std::string_view text) {
+    constexpr std::size_t kRtpHeader = 12;
+    if (session.dataProto != DATA_PROTO_TCP || !session.dialect.IsOn(Rule::kUnsaidChannel)) return false;
+    if (frame.channel % 2 != 0 || frame.bodyLength < kRtpHeader || text.size() < frame.length) return false;
+    const auto version = static_cast<uint8_t>(text[kFrameHeaderBytes]) >> 6;
+    RTSPStreamInfo *const stream = FindUnheard(session, text[kFrameHeaderBytes + 1] & 0x7F);
+    if (version != 2 || stream == nullptr || !session.dialect.Permits(Rule::kUnsaidChannel)) return false;
+    stream->channelIsUnsaid = false;
+    SetChannel(*stream, frame.channel);
+    return true;
+}
+
 void SignalDueStreams(ReadAhead &reader) {
     while (reader.signalDue != nullptr) {
         RTSPStreamInfo &stream = *std::exchange(reader.signalDue, reader.signalDue->nextSignalDue);

@@ -33,6 +33,9 @@ enum class Fit { kFits, kNowhere, kNoMemory };
 // Whether the frame whose header is known can be taken. Prints why not.
 Fit FindPlace(const MediaSession &session, const Route &route, const Unit &frame);
 
+// A whole frame of a channel that no stream has: whether it tells the channel of one whose server has not named it.
+bool TakesUnsaidChannel(const MediaSession &session, const Unit &frame, std::string_view text);
+
 // The whole frame at the front of `text`, which found a place: queued, or answered.
 void Deliver(ReadAhead &reader, const Route &route, std::string_view text, const Unit &unit);
 

@@ -9,6 +9,7 @@
 #include "rtp/loop/passes.h"
 #include "rtp/media_session.h"
 #include "rtp/packet_queue.h"
+#include "rtp/rtcp/goodbye.h"
 #include "rtp/rtcp/rtcp.h"
 #include "rtp/service_thread.h"
 #include "rtp/serving.h"
@@ -82,6 +83,7 @@ Served ServeConnection(MediaSession &session, int timeoutMs) {
     if (fill == Fill::kClosed) DebugPrint(kDebugEntry, "Stopping Thread \n");
     const bool graceIsOver = ReplyGraceLeft(*reader) == 0;
     const bool goesOn = TakeUnits(session, *reader, ReplyEnd::kFirstDollar, fill == Fill::kClosed, graceIsOver);
+    JudgeGoodbyes(session);
     // One that another has taken the place of meanwhile is nobody's any more: that one is served next.
     const bool isClosed = fill == Fill::kClosed && reader->socket == session.connection.socket;
     if (goesOn && !isClosed) return HasPending(reader->stream) ? Served::kMaybeMore : Served::kNothingLeft;
@@ -104,9 +106,8 @@ int WaitMs(RTSPStreamInfo &stream) {
 int DueMs(RTSPStreamInfo &stream) {
     const ReadAhead *const reader = stream.session->connection.readAhead;
     if (reader == nullptr) return -1;
-    const int grace = ReplyGraceLeft(*reader);
-    if (reader->stream == nullptr) return grace;
     if (HasPending(reader->stream)) return 0;
+    const int grace = Sooner(ReplyGraceLeft(*reader), GoodbyesDueIn(*stream.session));
     return grace < 0 && WantsToWrite(reader->stream) ? kWriteMs : grace;
 }
 

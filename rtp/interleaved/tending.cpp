@@ -12,6 +12,8 @@
 #include "rtsptap_extended.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <sys/socket.h>
 #include <utility>
 
 namespace rtsptap {
@@ -34,10 +36,24 @@ bool IsClosed(const Connection &connection) {
     return socket >= 0 && connection.tending.closedSocket == socket;
 }
 
+bool HasEnded(const Connection &connection) {
+    const int32_t socket = connection.socket;
+    if (socket < 0 || IsClosed(connection)) return socket >= 0;
+    char next = 0;
+    const int error = errno;
+    const ScopeExit restore([error] { errno = error; });
+    const ssize_t peeked = recv(socket, &next, 1, MSG_PEEK | MSG_DONTWAIT);
+    return peeked == 0 || (peeked < 0 && errno != EAGAIN && !IsInterrupted(errno));
+}
+
 void NoteClosed(MediaSession &session, int32_t socket) {
     Connection &connection = session.connection;
     connection.tending.closedSocket = socket;
-    EndReceptions(session, RTSPTAP_CONNECTION_CLOSED);
+    const bool isDoubted =
+        session.dataProto == DATA_PROTO_UDP && session.dialect.IsOn(Rule::kMediaOutlivesConnection);
+    connection.tending.doubtsEnd = isDoubted;
+    connection.tending.lookMs = 0;
+    if (!isDoubted) EndReceptions(session, RTSPTAP_CONNECTION_CLOSED);
     WakeReplyWaiter(connection);
 }
 
@@ -54,6 +70,35 @@ void NoteSessionTimedOut(MediaSession &session) {
     EndReceptions(session, RTSPTAP_SESSION_TIMED_OUT);
     EndAllReaderWaits(session);
 }
+
+// ---- media that goes on over UDP ----
+
+namespace {
+
+constexpr uint64_t kSilenceMs = 2000;
+
+// -1: nothing is doubted, or no more, since there is another connection.
+int EndDueIn(const MediaSession &session) {
+    const Tending &tending = session.connection.tending;
+    if (!tending.doubtsEnd || !IsClosed(session.connection)) return -1;
+    const uint64_t now = MonotonicMs();
+    return tending.lookMs > now ? static_cast<int>(tending.lookMs - now) : 0;
+}
+
+void JudgeEnd(MediaSession &session) {
+    if (EndDueIn(session) != 0) return;
+    Tending &tending = session.connection.tending;
+    const bool isFirst = tending.lookMs == 0;
+    const uint32_t before = std::exchange(tending.packets, session.packetCounter.load(std::memory_order_relaxed));
+    tending.lookMs = MonotonicMs() + kSilenceMs;
+    if (isFirst) return;
+    if (before != tending.packets) return (void)session.dialect.Permits(Rule::kMediaOutlivesConnection);
+    tending.doubtsEnd = false;
+    EndReceptions(session, RTSPTAP_CONNECTION_CLOSED);
+    EndAllReaderWaits(session);
+}
+
+} // namespace
 
 // ---- keeping the session alive ----
 
@@ -153,14 +198,14 @@ int ConnectionSocket(const RTSPStreamInfo &stream) {
     return IsClosed(connection) ? -1 : connection.socket.load();
 }
 
-// One that is closed is read no more.
+// One that is closed is read no more, and an exchange may put another one in its place.
 int ConnectionDueIn(RTSPStreamInfo &stream) {
-    const int keepAlive = KeepAliveDueIn(*stream.session);
-    if (ConnectionSocket(stream) < 0) return keepAlive;
-    if (stream.session->connection.tending.isUnread) return 0;
-    const ReadAhead *const reader = stream.session->connection.readAhead;
-    const int grace = reader != nullptr ? ReplyGraceLeft(*reader) : -1;
-    return grace < 0 || keepAlive < 0 ? std::max(grace, keepAlive) : std::min(grace, keepAlive);
+    const MediaSession &session = *stream.session;
+    const int due = Sooner(EndDueIn(session), KeepAliveDueIn(session));
+    if (ConnectionSocket(stream) < 0) return due;
+    if (session.connection.tending.isUnread) return 0;
+    const ReadAhead *const reader = session.connection.readAhead;
+    return Sooner(due, reader != nullptr ? ReplyGraceLeft(*reader) : -1);
 }
 
 int ConnectionWaitMs(RTSPStreamInfo &stream) { return WaitFor(ConnectionDueIn(stream)); }
@@ -169,6 +214,7 @@ int ConnectionWaitMs(RTSPStreamInfo &stream) { return WaitFor(ConnectionDueIn(st
 Served ServeConnection(StreamThread &thread, const Readiness &readiness) {
     MediaSession &session = *thread.stream->session;
     Tend(session);
+    JudgeEnd(session);
     if (ConnectionSocket(*thread.stream) < 0) return Served::kNothingLeft;
     const ReadAhead *const reader = session.connection.readAhead;
     const bool graceIsOver = reader != nullptr && ReplyGraceLeft(*reader) == 0;
@@ -180,7 +226,7 @@ Served ServeConnection(StreamThread &thread, const Readiness &readiness) {
         return Served::kNothingLeft;
     }
     NoteClosed(session, socket);
-    EndAllReaderWaits(session);
+    if (!session.connection.tending.doubtsEnd) EndAllReaderWaits(session);
     return Served::kNothingLeft;
 }
 

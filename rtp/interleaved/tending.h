@@ -19,6 +19,9 @@ bool IsKeptAlive(const MediaSession &session);
 // The connection on this socket has ended: no reply comes any more, which is told to the streams, too.
 void NoteClosed(MediaSession &session, int32_t socket);
 bool IsClosed(const Connection &connection);
+// The same, or will be seen so by whoever reads it next: the server has closed it, and nothing is left of what it
+// had sent. Any thread.
+bool HasEnded(const Connection &connection);
 
 // A request of the session has gone out: the next one that keeps it alive is due so much later.
 void NoteRequest(Connection &connection);

@@ -62,7 +62,9 @@ Dispatch TakeUnplaced(const MediaSession &session, ReadAhead &reader, const Unsp
 
 // Room is looked for before the body is waited for.
 Dispatch TakeFrame(MediaSession &session, ReadAhead &reader, const UnsplitBytes &bytes, const Unit &unit) {
-    const Route route = FindRoute(session, reader, unit.channel);
+    Route route = FindRoute(session, reader, unit.channel);
+    if (route.stream == nullptr && !bytes.outOfStep && TakesUnsaidChannel(session, unit, bytes.text))
+        route = FindRoute(session, reader, unit.channel);
     if (route.stream == nullptr && !bytes.outOfStep && session.dialect.IsOn(Rule::kUnknownChannel))
         return SkipFrame(session.dialect, bytes, unit);
     const Fit fit = FindPlace(session, route, unit);

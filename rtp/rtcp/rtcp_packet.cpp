@@ -3,6 +3,7 @@
 #include "platform/printers.h"
 #include "platform/wire.h"
 #include "rtp/media_session.h"
+#include "rtp/rtcp/goodbye.h"
 #include "rtp/rtcp/true_reports.h"
 #include "rtp/rtp_packet.h"
 #include "rtp/stream.h"
@@ -59,7 +60,7 @@ void LookForGoodbye(RTSPStreamInfo &stream, const wire::ReceivedBytes &bytes, st
     for (std::size_t at = 0; at + 4 <= size && bytes.U8(at) >> 6 == kRtcpVersion;) {
         const std::size_t end = at + 4 + std::size_t{4} * bytes.U16(at + 2);
         if (end > size) return;
-        if (IsGoodbye(bytes, at, end, sender)) return EndReception(stream, RTSPTAP_SENDER_LEFT);
+        if (IsGoodbye(bytes, at, end, sender)) return NoteGoodbye(stream);
         at = end;
     }
 }

@@ -6,6 +6,7 @@
 #include "rtp/interleaved/sending.h"
 #include "rtp/media_session.h"
 #include "rtp/protection.h"
+#include "rtp/rtcp/goodbye.h"
 #include "rtp/rtcp/true_reports.h"
 #include "rtp/service_thread.h"
 #include "rtp/serving.h"
@@ -217,12 +218,15 @@ Served Serve(StreamThread &thread, const Readiness &readiness) {
         return Served::kEnded;
     }
     if (ReportsTruly(stream)) SendDueReport(stream);
+    JudgeGoodbye(stream);
     if ((readiness.events & POLLIN) != 0) return AnswerDatagram(thread, stream, area);
     if (!ReportsTruly(stream) && SilenceLeft(stream) == 0) BreakSilence(stream, area);
     return Served::kNothingLeft;
 }
 
-int WaitMs(RTSPStreamInfo &stream) { return ReportsTruly(stream) ? ReportWaitMs(stream) : SilenceLeft(stream); }
+int WaitMs(RTSPStreamInfo &stream) {
+    return Sooner(ReportsTruly(stream) ? ReportWaitMs(stream) : SilenceLeft(stream), GoodbyeDueIn(stream));
+}
 
 int Socket(const RTSPStreamInfo &stream) { return stream.rtcpSocket; }
 

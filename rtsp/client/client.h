@@ -65,6 +65,7 @@ struct RTSPClient {
     char userAgent[128] = "Rtp Rtsp Client"; // of requests whose header list has none
 
     // ---- Exchanges ----
+    bool connectionReplies = false;     // a reply has come on the connection under way
     std::atomic<uint32_t> cSeq{0};      // CSeq of the last generated request
     RequestMsg *requestMsg = nullptr;   // owned; null between exchanges
     ResponseMsg *responseMsg = nullptr; // owned; null between exchanges

@@ -1,5 +1,6 @@
 // Opening the control connection, by itself or with a whole session behind it. Application thread.
 #include "platform/address.h"
+#include "platform/connecting.h"
 #include "platform/printers.h"
 #include "platform/system.h"
 #include "platform/text.h"
@@ -11,6 +12,7 @@
 #include "rtsp/client/progress.h"
 #include "rtsptap_extended.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -67,6 +69,7 @@ void AdoptSocket(RTSPClient &client, NewConnection made) {
     JoinEndedInterleavedThread(client.media);
     BeginConnection(client.media.connection);
     if (made.stream) AddByteStream(client.media.connection.streams, std::move(made.stream));
+    client.connectionReplies = false;
     const int32_t earlier = client.media.connection.socket.exchange(socket);
     if (earlier >= 0) {
         client.supersededSockets[client.supersededCount++] = earlier;
@@ -76,7 +79,43 @@ void AdoptSocket(RTSPClient &client, NewConnection made) {
     SettleSession(client.media);
 }
 
+// Nobody reads it any more, so that it need not be kept as those are that another one has taken the place of.
+void CloseEnded(MediaSession &media) {
+    const int32_t ended = media.connection.socket.exchange(-1);
+    SettleSession(media); // while the number is not another's
+    ForgetConnection(media.connection);
+    EndByteStream(media.connection.streams, ended);
+    CloseSock(ended);
+}
+
 } // namespace
+
+int32_t rtsptap::ConnectToServer(const CallTrace &trace, RTSPClient &client, int limitMs, NewConnection &made) {
+    AddressList server{.count = 1};
+    server.items[0] = client.media.server.Get();
+    Address connected;
+    UniqueSocket socket(ConnectToFirst(server, limitMs, connected));
+    if (!socket.IsOpen()) return trace.Fail(RTSP_CONNECT_FAILED, "EXIT : %s :Connection Error \n");
+    const int32_t result = OpenStream(trace, client, socket.Get(), made.stream);
+    if (result == RTSP_SUCCESS) made.socket = socket.Release();
+    return result;
+}
+
+int32_t rtsptap::ConnectAgain(const CallTrace &trace, RTSPClient &client) {
+    const int reply = client.media.connection.replyLimitMs;
+    const auto connect = static_cast<int>(client.connectLimitMs);
+    NewConnection made;
+    if (const int32_t result =
+            ConnectToServer(trace, client, connect > 0 ? std::min(connect, reply) : reply, made);
+        result != RTSP_SUCCESS)
+        return result;
+    RtpRtspInfoPrint("Connected again, the server had closed the connection \n");
+    CloseEnded(client.media);
+    HeapText aggregate(std::exchange(client.aggregateUrl, nullptr)); // the server is the same one
+    AdoptSocket(client, std::move(made));
+    client.aggregateUrl = aggregate.release();
+    return RTSP_SUCCESS;
+}
 
 void rtsptap::BecomeConnected(RTSPClient &client, NewConnection connection, const Address &address,
                               HeapText requestUrl) {

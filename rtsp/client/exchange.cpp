@@ -9,6 +9,7 @@
 #include "rtp/media_session.h"
 #include "rtp/stream.h"
 #include "rtsp/client/client.h"
+#include "rtsp/client/connect.h"
 #include "rtsp/client/progress.h"
 #include "rtsp/message/authentication.h"
 #include "rtsp/message/header_list.h"
@@ -114,11 +115,29 @@ int ReplyLimit(const Exchange &exchange) {
     return static_cast<int>(std::min(hasItsOwn ? client.teardownLimitMs : client.replyLimitMs, client.replyCapMs));
 }
 
+// The connection has ended behind a reply, and what the request is about does not end with it.
+bool MayConnectAgain(const Exchange &exchange) {
+    const RTSPClient &client = *exchange.client;
+    const MediaSession &media = client.media;
+    if (!client.connectionReplies || !media.dialect.IsOn(Rule::kConnectionPerRequest)) return false;
+    const bool isBound = media.dataProto == DATA_PROTO_TCP && media.state >= CLIENT_READY_STATE;
+    const bool isSeen = IsClosed(media.connection) || !ConnectionIsServed(media);
+    return !isBound && isSeen && HasEnded(media.connection);
+}
+
+// Where that fails, so does the wait for the reply.
+bool ConnectsAgain(const Exchange &exchange) {
+    return MayConnectAgain(exchange) && exchange.client->media.dialect.Permits(Rule::kConnectionPerRequest) &&
+           ConnectAgain(exchange.trace, *exchange.client) == RTSP_SUCCESS;
+}
+
 } // namespace
 
 int32_t SendRequest(Exchange &exchange) {
     if (MustGiveUp()) return exchange.trace.Fail(RTSPTAP_INTERRUPTED, "EXIT : %s :Interrupted\n");
     ReleaseRecvBuffer(std::exchange(exchange.client->lastReply, nullptr));
+    exchange.client->media.connection.replyLimitMs = ReplyLimit(exchange);
+    ConnectsAgain(exchange);
     BeginAwaiting(exchange.client->media.connection, ReplyLimit(exchange),
                   SequenceNumber(*exchange.client->requestMsg));
     // Kept: a refused send (RTSP_SEND_FAILED) is no failure here; the wait for the reply then fails.
@@ -132,7 +151,16 @@ int32_t SendRequest(Exchange &exchange) {
 int32_t ReceiveReply(Exchange &exchange) {
     int32_t failure = RTSP_NO_RESPONSE;
     exchange.reply = ObtainReply(*exchange.client, exchange.method.method, failure);
-    if (exchange.reply != nullptr) return RTSP_SUCCESS;
+    // It may have been closed while the request went out. A TEARDOWN that is answered so has been heard.
+    const bool isUnheard = exchange.reply == nullptr && failure == RTSP_NO_RESPONSE;
+    if (isUnheard && exchange.method.method != RTSP_TEARDOWN && ConnectsAgain(exchange)) {
+        if (const int32_t result = SendRequest(exchange); result != RTSP_SUCCESS) return result;
+        exchange.reply = ObtainReply(*exchange.client, exchange.method.method, failure);
+    }
+    if (exchange.reply != nullptr) {
+        exchange.client->connectionReplies = true;
+        return RTSP_SUCCESS;
+    }
     if (failure == RTSP_RESPONSE_TIMEOUT)
         NoteUnanswered(exchange.client->media.connection, exchange.client->requestMsg->cSeq);
     return exchange.trace.Fail(failure, "EXIT : %s : No RTSP response received from server \n");

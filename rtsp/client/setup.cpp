@@ -127,10 +127,11 @@ bool IsOfAnother(const RTSPStreamInfo &stream, uint32_t channel) {
 
 void TakeChannel(Exchange &exchange, std::string_view value) {
     std::string_view channel = After(value, "interleaved");
+    RTSPStreamInfo &stream = *exchange.setup->stream;
+    stream.channelIsUnsaid = channel.data() == nullptr;
     if (channel.data() == nullptr) return;
     if (!channel.empty()) channel.remove_prefix(1); // the '='
     const auto number = static_cast<uint32_t>(LeadingNumber(channel));
-    RTSPStreamInfo &stream = *exchange.setup->stream;
     if (IsOfAnother(stream, number) && stream.session->dialect.Permits(Rule::kOthersChannel)) return;
     SetChannel(stream, number);
     RtpRtspInfoPrint("%s(%d) Interleaved: 0x%02x\n", exchange.trace.Function(), kInterleavedLineNumber, number);
@@ -197,6 +198,7 @@ void PutTransportRight(char *text, const Dialect &dialect) {
 
 int32_t ApplyTransport(Exchange &exchange) {
     char *const header = GetResponseHeader(exchange.client->responseMsg, "Transport");
+    exchange.setup->stream->channelIsUnsaid = true;
     if (header == nullptr) return RTSP_SUCCESS;
     KeepFirstTransport(header, exchange.client->media.dialect);
     PutTransportRight(header, exchange.client->media.dialect);

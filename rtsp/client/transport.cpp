@@ -1,6 +1,5 @@
 // RTSPTapSetup and RTSPTapStart: streams come over the transport that the program wants, or over one that works.
 // Application thread.
-#include "platform/connecting.h"
 #include "platform/printers.h"
 #include "platform/system.h"
 #include "platform/text.h"
@@ -149,23 +148,18 @@ void LeaveSession(RTSPClient &client) {
 
 int32_t BeginAfresh(const CallTrace &trace, RTSPClient &client) {
     LeaveSession(client);
-    AddressList server{.count = 1};
-    server.items[0] = client.media.server.Get();
-    Address connected;
     HeapText url = DuplicateText(client.requestUrl);
-    UniqueSocket socket(url ? ConnectToFirst(server, static_cast<int>(client.connectLimitMs), connected) : -1);
-    if (!socket.IsOpen()) {
-        LeaveServer(client);
-        return trace.Fail(url ? RTSP_CONNECT_FAILED : RTSP_NO_MEMORY, "EXIT : %s :Connection Error \n");
-    }
-    NewConnection made{.socket = socket.Get()};
-    if (const int32_t result = OpenStream(trace, client, made.socket, made.stream); result != RTSP_SUCCESS) {
+    NewConnection made;
+    const int32_t result = url ? ConnectToServer(trace, client, static_cast<int>(client.connectLimitMs), made)
+                               : trace.Fail(RTSP_NO_MEMORY, "EXIT : %s :Memory Allocation Failed\n");
+    if (result != RTSP_SUCCESS) {
         LeaveServer(client);
         return result;
     }
+    const Address server = client.media.server.Get();
     HeapText aggregate(std::exchange(client.aggregateUrl, nullptr)); // the server is the same one
     client.media.dataProto = DATA_PROTO_TCP;
-    BecomeConnected(client, {socket.Release(), std::move(made.stream)}, connected, std::move(url));
+    BecomeConnected(client, std::move(made), server, std::move(url));
     client.aggregateUrl = aggregate.release();
     return SetUpWanted(trace, client);
 }

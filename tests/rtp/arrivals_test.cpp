@@ -1,4 +1,5 @@
 // What a client may ask for of packets that arrive: no duplicates, missing ones waited for, senders told apart.
+#include "rtp/rtcp/goodbye.h"
 #include "rtp/rtcp/rtcp.h"
 #include "tests/rtp/stream_fixture.h"
 #include "tests/support/session.h"
@@ -79,6 +80,26 @@ TEST(Arrivals, ReportsStartAnewForANewSender) {
     const std::vector<uint32_t> words = {word(8), word(12), word(16), word(24), word(28)};
     EXPECT_EQ(words, std::vector<uint32_t>({'b', 0, 8, 0, 0}));
     EXPECT_EQ(CountOf(receiver.out.Text(), "Pkt Lost"), 1u); // b7 is no loss
+}
+
+// Looked at twice: what was under way comes before the first look.
+TEST(Arrivals, AGoodbyeOfASenderThatGoesOnIsNone) {
+    for (const bool goesOn : {false, true}) {
+        Receiver receiver;
+        RTSPStreamInfo &stream = *receiver.stream;
+        receiver.session.dialect.Set(Rule::kGoodbyeAndOn, true);
+        NoteGoodbye(stream);
+        for (const bool comes : {true, goesOn}) {
+            JudgeGoodbye(stream); // too early
+            if (comes) ++stream.handled;
+            stream.rtcp.goodbye.lookMs = 1;
+            EXPECT_EQ(GoodbyesDueIn(receiver.session), 0);
+            JudgeGoodbyes(receiver.session);
+        }
+        EXPECT_EQ(stream.endedWhy, goesOn ? 0 : RTSPTAP_SENDER_LEFT);
+        EXPECT_EQ(receiver.session.dialect.Uses(Rule::kGoodbyeAndOn), goesOn ? 1U : 0U);
+        EXPECT_EQ(GoodbyesDueIn(receiver.session), -1);
+    }
 }
 
 // Limits are generous upwards only: the machine may be slow.

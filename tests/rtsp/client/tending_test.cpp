@@ -226,6 +226,7 @@ TEST(ServerCloses, MethodsThatWaitReturnAtOnceAndReadersAreTold) {
         for (const bool reset : {false, true}) {
             const CapturedStdout output;
             KeptAlive session(proto, AnyRequest(Stall()), RTSPTAP_DIALECT_TOLERANT);
+            RecordOf(session.client).media.dialect.Set(Rule::kConnectionPerRequest, false);
             std::jthread closer([&] {
                 Eventually([&] { return session.server.Requests().back().starts_with("PAUSE"); });
                 session.server.Hangup(reset);
@@ -236,6 +237,35 @@ TEST(ServerCloses, MethodsThatWaitReturnAtOnceAndReadersAreTold) {
             const RTSPStreamInfo &stream = *RecordOf(session.client).media.streamList.load();
             EXPECT_TRUE(Eventually([&] { return stream.endedWhy == RTSPTAP_CONNECTION_CLOSED; }));
         }
+}
+
+TEST(ServerCloses, StreamsOverUdpGoOnUntilNothingComes) {
+    const CapturedStdout output;
+    KeptAlive session(kUdp, AnyRequest(Ok()), RTSPTAP_DIALECT_TOLERANT);
+    const MediaSession &media = RecordOf(session.client).media;
+    session.server.Hangup();
+    uint16_t number = 0;
+    EXPECT_TRUE(Eventually([&] {
+        session.SendPacket(++number);
+        return media.dialect.Uses(Rule::kMediaOutlivesConnection) > 0;
+    }));
+    const RTSPStreamInfo &stream = *media.streamList.load();
+    EXPECT_EQ(stream.endedWhy, 0);
+    EXPECT_TRUE(Eventually([&] { return stream.endedWhy == RTSPTAP_CONNECTION_CLOSED; }));
+    EXPECT_EQ(session.client.Pause(), 0); // on a new connection
+}
+
+// By their payload types, whichever comes first; strangers stay strangers.
+TEST(Channels, ThatTheServerDoesNotSayAreFound) {
+    const CapturedStdout output;
+    Tolerant session(kTcp, CLIENT_DESCRIBE_SENT_STATE, Times(3, {"{base}", Ok("Session: 1")}));
+    EXPECT_EQ(session.Setup(1) + session.Setup(2) + session.Play(), 0);
+    for (const auto &[channel, type] : {std::pair(9U, 96U), {8U, 99U}, {6U, 97U}, {4U, 96U}, {10U, 96U}})
+        session.server.Send(Frame(channel, Bytes({.payloadType = type, .sequenceNumber = 1})));
+    EXPECT_EQ(session.Video(1), Numbers(1, 1));
+    EXPECT_EQ(session.Audio(1), Numbers(1, 1));
+    EXPECT_EQ(session.Uses(Rule::kUnsaidChannel), 2U);
+    EXPECT_TRUE(Eventually([&] { return session.Uses(Rule::kUnknownChannel) == 3; }));
 }
 
 // ---- writing ----
