@@ -130,7 +130,7 @@ enum RTSPTapOption {
     /** Port, 1024 to 65534, by default 2000; any time, counts from the next SETUP on. With RTSPTAP_OPTION_LAST_PORT
      *  where the local UDP ports of a SETUP lie: the next pair, RTP on an even port and RTCP above it, that is
      * free, or RTSP_SOCKET_FAILED when none is. While both have their default, ports are counted up as rtsptap.h
-     * says. */
+     * says, by RTSPTapSetup in pairs of which both are free. */
     RTSPTAP_OPTION_FIRST_PORT = 9,
     /** Port, 1025 to 65535, by default 59999: the last one that may be taken, for RTCP. */
     RTSPTAP_OPTION_LAST_PORT = 10,
@@ -205,6 +205,13 @@ enum RTSPTapOption {
      * back, with at most 20 requests a second. What it sends again is late: RTSPTAP_OPTION_REORDER_WAIT waits for
      * it. Senders that send it on another SSRC (RFC 4588) are not understood. */
     RTSPTAP_OPTION_NACK = 83,
+    /** Number, 0 or 1, by default 0; any time, counts for streams set up later. 1: over UDP, but for groups
+     * (RTSPTAP_OPTION_MULTICAST_SOURCE), RTP and RTCP are received only from the host that RTSP is spoken with,
+     * from any port, and where rule 403 is on from the one that the reply to SETUP names as the source, too. What
+     * others send the system drops before it takes room; it counts among the datagrams that the system has dropped.
+     * Not for servers that send from another address without saying so. A SETUP gives RTSP_SOCKET_FAILED where the
+     * system cannot filter. */
+    RTSPTAP_OPTION_SOURCE_FILTER = 84,
     /** Text, told only: what the last 401 asked for since RTSPTapSetCredentials, "Digest SHA-256" or "Basic": the
      * one that was answered, or else the first. Empty before the first. */
     RTSPTAP_OPTION_CHALLENGE = 50,

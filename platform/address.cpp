@@ -5,11 +5,13 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
+#include <array>
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
 #include <fcntl.h>
 #include <ifaddrs.h>
+#include <linux/filter.h>
 #include <net/if.h>
 #include <netdb.h>
 #include <netinet/in.h>
@@ -154,6 +156,46 @@ bool ConnectWithin(int socket, const Address &address, int limitMs) {
 }
 
 bool BindTo(int socket, const Address &address) { return bind(socket, Raw(address), address.length) == 0; }
+
+// ---- who is received from ----
+
+namespace {
+
+// Where the sender stands in a packet's network header (RFC 791, 3.1; RFC 8200, 3), and on the socket's side.
+struct HostPlace {
+    uint32_t inHeader;
+    std::size_t inAddress;
+    std::size_t words; // of 32 bits
+};
+constexpr HostPlace kIpv4Host = {12, offsetof(sockaddr_in, sin_addr), 1};
+constexpr HostPlace kIpv6Host = {8, offsetof(sockaddr_in6, sin6_addr), 4};
+
+constexpr std::size_t kMostHosts = 2;
+constexpr std::size_t kLongestFilter = kMostHosts * (2 * kIpv6Host.words + 1) + 1;
+
+} // namespace
+
+// One host after the other: each word of it is loaded and compared, and what differs leads to the next one. Behind
+// the last one the packet is dropped.
+bool ReceiveOnlyFrom(int socket, std::span<const Address> hosts) {
+    std::array<sock_filter, kLongestFilter> steps = {};
+    std::size_t count = 0;
+    for (const Address &host : hosts.first(std::min(hosts.size(), kMostHosts))) {
+        const HostPlace &place = IsIpv6(host) ? kIpv6Host : kIpv4Host;
+        for (std::size_t word = 0; word < place.words; ++word) {
+            uint32_t value = 0;
+            std::memcpy(&value, reinterpret_cast<const char *>(&host.storage) + place.inAddress + 4 * word, 4);
+            const auto at = static_cast<uint32_t>(SKF_NET_OFF + place.inHeader + 4 * word);
+            const auto toNext = static_cast<uint8_t>(2 * (place.words - word) - 1);
+            steps[count++] = BPF_STMT(BPF_LD | BPF_W | BPF_ABS, at);
+            steps[count++] = BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, ntohl(value), 0, toNext);
+        }
+        steps[count++] = BPF_STMT(BPF_RET | BPF_K, UINT32_MAX); // all of it
+    }
+    steps[count++] = BPF_STMT(BPF_RET | BPF_K, 0);
+    const sock_fprog program = {static_cast<unsigned short>(count), steps.data()};
+    return setsockopt(socket, SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program) == 0;
+}
 
 // ---- multicast ----
 

@@ -50,6 +50,10 @@ bool BindTo(int socket, const Address &address);
 // Whether the connection that a non-blocking socket was making is made.
 bool IsConnected(int socket);
 
+// From there on the socket, one for datagrams of the hosts' family, receives nothing of others; their ports do not
+// count. One or two hosts. False with errno.
+bool ReceiveOnlyFrom(int socket, std::span<const Address> hosts);
+
 // ---- Multicast ----
 
 // How groups are joined and sent to. Empty texts and 0 leave it to the system.

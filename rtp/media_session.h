@@ -68,11 +68,12 @@ struct MediaSession {
     Fiber *pending = nullptr;         // of the operation under way that the program does not wait for; null: none
     MulticastWays multicast;          // how groups are joined
     char listenAddress[64] = {};      // of streams without RTSP: a group, or one of ours; empty: every one of IPv4
+    int64_t filtersSources = 0;       // 0 or 1: over UDP only the server is received from
     int64_t receiveBuffer = 0;        // bytes asked for each RTP socket; 0: what its kind has by default
     int64_t receiveBufferGranted = 0; // bytes that the last one got
 
     // ---- Written by whoever receives ----
-    std::atomic<uint32_t> packetCounter{0}; // RTP packets parsed over all streams
+    std::atomic<uint32_t> packetCounter{0};  // RTP packets parsed over all streams
     std::atomic<int32_t> doubtedGoodbyes{0}; // streams with one
     std::atomic<int64_t> duplicatesDropped{0};
     std::atomic<int64_t> lateDropped{0}; // behind others that have been handed out after their wait

@@ -1,6 +1,6 @@
-// Senders that say goodbye (RFC 3550, 6.6) and go on. Where the rule for them is on a goodbye is doubted: packets that
-// were under way come behind it, those that come later still are of a sender that has not left. By whoever handles
-// the stream's RTCP.
+// Senders that say goodbye (RFC 3550, 6.6) and go on. Where the rule for them is on a goodbye is doubted: packets
+// that were under way come behind it, those that come later still are of a sender that has not left. By whoever
+// handles the stream's RTCP.
 #pragma once
 
 namespace rtsptap {

@@ -105,8 +105,7 @@ int32_t rtsptap::ConnectAgain(const CallTrace &trace, RTSPClient &client) {
     const int reply = client.media.connection.replyLimitMs;
     const auto connect = static_cast<int>(client.connectLimitMs);
     NewConnection made;
-    if (const int32_t result =
-            ConnectToServer(trace, client, connect > 0 ? std::min(connect, reply) : reply, made);
+    if (const int32_t result = ConnectToServer(trace, client, connect > 0 ? std::min(connect, reply) : reply, made);
         result != RTSP_SUCCESS)
         return result;
     RtpRtspInfoPrint("Connected again, the server had closed the connection \n");

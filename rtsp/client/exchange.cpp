@@ -115,14 +115,24 @@ int ReplyLimit(const Exchange &exchange) {
     return static_cast<int>(std::min(hasItsOwn ? client.teardownLimitMs : client.replyLimitMs, client.replyCapMs));
 }
 
+// Whoever reads the connection sees its end, too, and leaves it alone. It has been woken.
+bool IsSeen(MediaSession &media) {
+    constexpr int kMostLooks = 200; // a ms apart
+    for (int looks = 0; ConnectionIsServed(media) && !IsClosed(media.connection); ++looks) {
+        if (looks == kMostLooks) return false;
+        if (IsThreadless(media)) ServeSession(media, 0);
+        WaitMs(1);
+    }
+    return true;
+}
+
 // The connection has ended behind a reply, and what the request is about does not end with it.
 bool MayConnectAgain(const Exchange &exchange) {
     const RTSPClient &client = *exchange.client;
     const MediaSession &media = client.media;
     if (!client.connectionReplies || !media.dialect.IsOn(Rule::kConnectionPerRequest)) return false;
     const bool isBound = media.dataProto == DATA_PROTO_TCP && media.state >= CLIENT_READY_STATE;
-    const bool isSeen = IsClosed(media.connection) || !ConnectionIsServed(media);
-    return !isBound && isSeen && HasEnded(media.connection);
+    return !isBound && HasEnded(media.connection) && IsSeen(exchange.client->media);
 }
 
 // Where that fails, so does the wait for the reply.

@@ -111,6 +111,8 @@ constexpr Option kOptions[] = {
      GetOfMedia<&MediaSession::trueReports>, SetOfMedia<&MediaSession::trueReports>},
     {RTSPTAP_OPTION_NACK, "missing packets are asked for", "", 0, 1, 0, Settable::kUntilConnected,
      GetOfMedia<&MediaSession::asksAgain>, SetOfMedia<&MediaSession::asksAgain>},
+    {RTSPTAP_OPTION_SOURCE_FILTER, "only the server is received from", "", 0, 1, 0, Settable::kAlways,
+     GetOfMedia<&MediaSession::filtersSources>, SetOfMedia<&MediaSession::filtersSources>},
     {RTSPTAP_OPTION_CHALLENGE, "what a 401 asked for", "bytes", 0, sizeof Credentials::asked - 1, 0,
      Settable::kNever, nullptr, nullptr, ChallengeText, ""},
     {RTSPTAP_OPTION_HTTP_TUNNEL, "tunnel through HTTP", "", 0, 1, 0, Settable::kUntilConnected, GetHttpTunnel,

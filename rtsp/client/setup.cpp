@@ -103,7 +103,7 @@ int32_t TakeServerPort(Exchange &exchange, std::string_view value) {
 }
 
 // source=192.168.1.20
-void TakeSource(const Exchange &exchange, std::string_view value) {
+int32_t TakeSource(const Exchange &exchange, std::string_view value) {
     RTSPStreamInfo &stream = *exchange.setup->stream;
     const MediaSession &media = exchange.client->media;
     const std::string_view text = After(value, "source=");
@@ -115,7 +115,9 @@ void TakeSource(const Exchange &exchange, std::string_view value) {
     const Address source = ReadAnyAddress(host, static_cast<uint16_t>(stream.serverPort + 1));
     const bool isAnother = source.length == server.length && !IsGroup(source) && std::string_view(host) != own;
     const bool isAsked = media.dataProto == DATA_PROTO_UDP && !stream.isMulticast && stream.serverPort != 0;
-    if (isAnother && isAsked && media.dialect.Permits(Rule::kAnnouncedSource)) stream.reportsTo = source;
+    if (!isAnother || !isAsked || !media.dialect.Permits(Rule::kAnnouncedSource)) return RTSP_SUCCESS;
+    stream.reportsTo = source;
+    return FilterSources(exchange);
 }
 
 bool IsOfAnother(const RTSPStreamInfo &stream, uint32_t channel) {
@@ -208,8 +210,7 @@ int32_t ApplyTransport(Exchange &exchange) {
         if (const int32_t result = JoinMulticast(exchange, value); result != RTSP_SUCCESS) return result;
     if (const int32_t result = TakeServerPort(exchange, value); result != RTSP_SUCCESS) return result;
     TakeChannel(exchange, value);
-    TakeSource(exchange, value);
-    return RTSP_SUCCESS;
+    return TakeSource(exchange, value);
 }
 
 int32_t SelectStream(Exchange &exchange) {

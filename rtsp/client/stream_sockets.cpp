@@ -9,6 +9,9 @@
 #include "rtsp/client/client.h"
 #include "rtsp/client/exchange.h"
 
+#include <array>
+#include <span>
+
 namespace rtsptap {
 
 uint16_t gblClientRtspUdpPort = 2000;
@@ -29,12 +32,16 @@ bool BindToPort(int socket, uint32_t port, const Address &server) {
     return port <= UINT16_MAX && BindTo(socket, AnyAddress(static_cast<uint16_t>(port), server));
 }
 
+uint16_t CountUp() {
+    const uint32_t next = uint32_t{gblClientRtspUdpPort} + kPortStep;
+    gblClientRtspUdpPort = static_cast<uint16_t>(next > kLastPort ? kFirstPort : next);
+    return gblClientRtspUdpPort;
+}
+
 // On a fiber, where nothing may block, all are tried once: false when none is free.
 bool BindToNextFreePort(int socket, const Address &server) {
     for (uint32_t attempts = 1;; ++attempts) {
-        const uint32_t next = uint32_t{gblClientRtspUdpPort} + kPortStep;
-        gblClientRtspUdpPort = static_cast<uint16_t>(next > kLastPort ? kFirstPort : next);
-        if (BindToPort(socket, gblClientRtspUdpPort, server)) return true;
+        if (BindToPort(socket, CountUp(), server)) return true;
         if (attempts % kPortsPerRound != 0) continue;
         if (IsOnFiber()) return false;
         MSecDelay(kRoundSleepMs);
@@ -75,44 +82,52 @@ int32_t BindRtcp(const Exchange &exchange, int socket) {
     return RTSP_SUCCESS;
 }
 
-// ---- ports of the client's own ----
+// ---- pairs of which both are free ----
 
 bool HasPortsOfItsOwn(const RTSPClient &client) {
     return client.firstPort != kFirstCommonPort || client.lastPort != kLastCommonPort;
 }
 
-bool OpenPair(Exchange &exchange, uint32_t port) {
+// RTSP_FAILURE when one is taken.
+int32_t OpenPair(Exchange &exchange, uint32_t port) {
     const Address server = ServerOf(exchange);
     UniqueSocket rtp(OpenDatagramSocket(server));
     UniqueSocket rtcp(OpenDatagramSocket(server));
-    if (!BindToPort(rtp.Get(), port, server) || !BindToPort(rtcp.Get(), port + 1, server)) return false;
+    if (!rtp.IsOpen() || !rtcp.IsOpen())
+        return exchange.trace.Fail(RTSP_SOCKET_FAILED, "EXIT : %s :RTSP Client socket creation failed\n");
+    if (!BindToPort(rtp.Get(), port, server) || !BindToPort(rtcp.Get(), port + 1, server)) return RTSP_FAILURE;
     UseRtpPort(exchange, rtp.Get(), static_cast<uint16_t>(port));
     exchange.setup->stream->rtpSocket = rtp.Release();
     exchange.setup->stream->rtcpSocket = rtcp.Release();
-    return true;
+    return RTSP_SUCCESS;
 }
 
-// The next pair that is free, both of it. Counted up here, too: what an earlier session was sent may still come.
+// Counted up for all clients, as single ports are.
+int32_t OpenCommonPair(Exchange &exchange) {
+    for (uint32_t tried = 0; tried < kPortsPerRound; ++tried) {
+        const int32_t result = OpenPair(exchange, CountUp());
+        if (result == RTSP_SUCCESS) exchange.setup->stream->clientPort = exchange.setup->localPort;
+        if (result != RTSP_FAILURE) return result;
+    }
+    return exchange.trace.Fail(RTSP_SOCKET_FAILED, "EXIT : %s :No pair of ports is free\n");
+}
+
+// Within the client's own range. Counted up here, too: what an earlier session was sent may still come.
 int32_t OpenOwnPair(Exchange &exchange) {
     RTSPClient &client = *exchange.client;
     const int64_t first = client.firstPort + client.firstPort % kPortStep;
     for (int64_t tried = first; tried < client.lastPort; tried += kPortStep) {
         const int64_t next = client.lastPortTaken + kPortStep;
         client.lastPortTaken = next < first || next >= client.lastPort ? first : next;
-        if (OpenPair(exchange, static_cast<uint32_t>(client.lastPortTaken))) return RTSP_SUCCESS;
+        const int32_t result = OpenPair(exchange, static_cast<uint32_t>(client.lastPortTaken));
+        if (result != RTSP_FAILURE) return result;
     }
     return exchange.trace.Fail(RTSP_SOCKET_FAILED, "EXIT : %s :No pair of ports is free in the client's range\n");
 }
 
-} // namespace
-
-int32_t OpenUdpPair(Exchange &exchange) {
+// As rtsptap.h has it.
+int32_t OpenPlainPair(Exchange &exchange) {
     RTSPStreamInfo &stream = *exchange.setup->stream;
-    CloseRtpSocket(stream); // of an earlier SETUP of the same stream
-    CloseRtcpSocket(stream);
-    stream.isMulticast = false;
-    stream.reportsTo = {};
-    if (HasPortsOfItsOwn(*exchange.client) && exchange.setup->userClientPort == 0) return OpenOwnPair(exchange);
     UniqueSocket rtp(OpenDatagramSocket(ServerOf(exchange)));
     if (!rtp.IsOpen())
         return exchange.trace.Fail(RTSP_SOCKET_FAILED, "EXIT : %s :RTSP Client socket creation failed\n");
@@ -124,6 +139,35 @@ int32_t OpenUdpPair(Exchange &exchange) {
     stream.rtpSocket = rtp.Release();
     stream.rtcpSocket = rtcp.Release();
     return RTSP_SUCCESS;
+}
+
+int32_t OpenAPair(Exchange &exchange) {
+    const SetupParts &setup = *exchange.setup;
+    if (HasPortsOfItsOwn(*exchange.client) && setup.userClientPort == 0) return OpenOwnPair(exchange);
+    return setup.namesSession && setup.userClientPort == 0 ? OpenCommonPair(exchange) : OpenPlainPair(exchange);
+}
+
+} // namespace
+
+int32_t OpenUdpPair(Exchange &exchange) {
+    RTSPStreamInfo &stream = *exchange.setup->stream;
+    CloseRtpSocket(stream); // of an earlier SETUP of the same stream
+    CloseRtcpSocket(stream);
+    stream.isMulticast = false;
+    stream.reportsTo = {};
+    const int32_t result = OpenAPair(exchange);
+    return result == RTSP_SUCCESS ? FilterSources(exchange) : result;
+}
+
+// In the system, before they take room. A server whose media comes from elsewhere says so.
+int32_t FilterSources(const Exchange &exchange) {
+    const RTSPStreamInfo &stream = *exchange.setup->stream;
+    if (exchange.client->media.filtersSources == 0 || stream.isMulticast) return RTSP_SUCCESS;
+    const std::array<Address, 2> hosts = {ServerOf(exchange), stream.reportsTo};
+    const std::size_t count = stream.reportsTo.length != 0 ? 2 : 1;
+    const auto filter = [&](int socket) { return ReceiveOnlyFrom(socket, std::span(hosts).first(count)); };
+    if (filter(stream.rtpSocket) && filter(stream.rtcpSocket)) return RTSP_SUCCESS;
+    return exchange.trace.Fail(RTSP_SOCKET_FAILED, "EXIT : %s :The system does not filter the senders\n");
 }
 
 namespace {

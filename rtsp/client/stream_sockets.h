@@ -42,6 +42,10 @@ extern uint16_t gblClientRtspUdpPort; // the last client RTP port handed out; gu
 // gblRTSPClientListLock, so no two clients take the same port.
 int32_t OpenUdpPair(Exchange &exchange);
 
+// Where the program asks for it: only the server, and whom it has named in its reply, is received from. A step's
+// result; after a failure the sockets are open.
+int32_t FilterSources(const Exchange &exchange);
+
 // Takes the group and port from the Transport value of a SETUP reply and joins. The order is fixed: close,
 // socket, SO_REUSEADDR, bind, join. The RTCP socket stays as it is.
 int32_t JoinMulticast(Exchange &exchange, std::string_view transport);

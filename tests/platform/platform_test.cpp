@@ -1,4 +1,5 @@
 // Threads, waits, sockets, printers and texts.
+#include "platform/address.h"
 #include "platform/system.h"
 #include "platform/url.h"
 #include "tests/support/texts.h"
@@ -143,6 +144,22 @@ TEST(Url, IsJoinedWithItsBaseAsTheRowsTell) {
         const std::size_t end = std::min(row[0].find(' '), row[0].size());
         const std::string reference = row[0].substr(std::min(end + 1, row[0].size()));
         EXPECT_STREQ(JoinUrl(row[0].substr(0, end), reference).get(), row.at(1).c_str()) << row[0];
+    }
+}
+
+TEST(ReceiveOnlyFrom, ComparesEveryWordOfAnIpv6Address) {
+    const std::pair<std::vector<const char *>, bool> rows[] = {
+        {{"::1"}, true}, {{"fe80::1", "::1"}, true}, {{"fe80::1", "::2"}, false}, {{"1::1"}, false}};
+    for (const auto &[names, isLetThrough] : rows) {
+        std::vector<Address> hosts;
+        for (const char *name : names) hosts.push_back(ReadAnyAddress(name, 1));
+        const UniqueSocket socket(OpenDatagramSocket(hosts[0]));
+        Address own = ReadAnyAddress("::1", 0);
+        EXPECT_TRUE(BindTo(socket.Get(), own) && ReceiveOnlyFrom(socket.Get(), hosts));
+        getsockname(socket.Get(), reinterpret_cast<sockaddr *>(&own.storage), &own.length);
+        EXPECT_EQ(SendTo(socket.Get(), "x", 1, own), 1);
+        char byte = 0;
+        EXPECT_EQ(recv(socket.Get(), &byte, 1, MSG_DONTWAIT), isLetThrough ? 1 : -1) << names[0];
     }
 }
 

@@ -240,7 +240,7 @@ TEST(Options, PortsComeFromTheClientsOwnRangeAndSocketsHaveTheBufferAskedFor) {
     const CapturedStdout output;
     const uint16_t port = FreePair();
     const UdpPeer taken(Plus(port, 3)); // the RTCP port of the next pair
-    Session session(kUdp, CLIENT_DESCRIBE_SENT_STATE, Times(3, {"SETUP ", Ok()}));
+    Session session(kUdp, CLIENT_DESCRIBE_SENT_STATE, Times(4, {"SETUP ", Ok()}));
     SetNumber(session, RTSPTAP_OPTION_FIRST_PORT, port - 1);
     SetNumber(session, RTSPTAP_OPTION_LAST_PORT, port + 4);
     SetNumber(session, RTSPTAP_OPTION_RECEIVE_BUFFER, 65536);
@@ -260,6 +260,25 @@ TEST(Options, PortsComeFromTheClientsOwnRangeAndSocketsHaveTheBufferAskedFor) {
     const uint16_t common = gblClientRtspUdpPort; // others have not heard of those ports
     EXPECT_EQ(session.Setup(2), 0);
     EXPECT_GT(session.ClientPort(2), common);
+    gblClientRtspUdpPort = port;
+    EXPECT_EQ(RTSPTapSetup(session, 2), 0);
+    EXPECT_EQ(session.ClientPort(2), port + 4); // of the next pair the port for RTCP is taken
+}
+
+// The last packet tells that the others have come, or will not.
+TEST(Options, DatagramsOfOthersThanTheServerAndWhomItNamesAreNotReceived) {
+    const CapturedStdout output;
+    for (const bool names : {false, true}) {
+        const char *const grant = names ? "Transport: RTP/AVP;server_port=8-9;source=127.0.0.3" : "X: y";
+        Session session(kUdp, CLIENT_DESCRIBE_SENT_STATE, Script{{"SETUP ", Ok(grant)}, {"PLAY ", Ok()}});
+        RecordOf(session).media.dialect.Set(Rule::kAnnouncedSource, true);
+        SetNumber(session, RTSPTAP_OPTION_SOURCE_FILTER, 1);
+        EXPECT_EQ(session.Setup(1) + session.Play(), 0);
+        uint16_t number = 0;
+        for (const char *host : {"127.0.0.2", "127.0.0.3", "127.0.0.1"})
+            UdpPeer(0, host).SendTo(session.ClientPort(1), Rtp(++number));
+        EXPECT_EQ(session.Video(names ? 2 : 1), Numbers(names ? 2 : 3, 3));
+    }
 }
 
 std::string TextOf(const std::string &path) {

@@ -246,7 +246,8 @@ TEST(ServerCloses, StreamsOverUdpGoOnUntilNothingComes) {
     session.server.Hangup();
     uint16_t number = 0;
     EXPECT_TRUE(Eventually([&] {
-        session.SendPacket(++number);
+        ++number;
+        session.SendSome(number, number);
         return media.dialect.Uses(Rule::kMediaOutlivesConnection) > 0;
     }));
     const RTSPStreamInfo &stream = *media.streamList.load();

@@ -17,6 +17,13 @@ struct TlsSettings {
     bool insecure = false;   // whoever answers is believed
 };
 
+// Where datagrams are received, and from whom.
+struct UdpSettings {
+    int firstPort = 0; // 0: as the library counts
+    int lastPort = 0;
+    bool onlyServer = false; // nobody else's, and of whom it names
+};
+
 // How to get from an address to playing streams, and to stay there.
 struct ServerSettings {
     std::string url;
@@ -24,6 +31,7 @@ struct ServerSettings {
     std::string passwordFile; // its first line; "-" is standard input
     Transport transport = Transport::kAuto;
     TlsSettings tls;
+    UdpSettings udp;
     std::vector<std::string> headers;                 // "METHOD: Name: value"
     std::chrono::milliseconds connectTimeout{10000};  // for each step until media is due
     std::chrono::milliseconds idleTimeout{10000};     // without a packet on any stream

@@ -108,6 +108,23 @@ Reader IntoCount(std::optional<int> &field) {
     };
 }
 
+// "6000-6199": where pairs of an even port and the next one fit.
+Reader IntoPorts(UdpSettings &udp) {
+    return [&udp](const std::string &text) -> std::string {
+        const std::size_t dash = std::min(text.find('-'), text.size());
+        std::optional<int> first;
+        std::optional<int> last;
+        const bool areNumbers = dash > 0 && dash + 1 < text.size() &&
+                                IntoCount(first)(text.substr(0, dash)).empty() &&
+                                IntoCount(last)(text.substr(dash + 1)).empty();
+        if (!areNumbers || *first < 1024 || *last > 65535 || *first + *first % 2 >= *last)
+            return "is no range of ports from 1024 to 65535, as 6000-6199 is";
+        udp.firstPort = *first;
+        udp.lastPort = *last;
+        return "";
+    };
+}
+
 Reader IntoHops(int &field) {
     return [&field](const std::string &text) {
         std::optional<int> number = field;
@@ -173,6 +190,10 @@ OptionGroup ServerOptions(ServerSettings &server) {
              {"--client-cert", "FILE", "rtsps: show the certificate in FILE, which has its key, too",
               Into(server.tls.certificate)},
              {"--insecure", "", "rtsps: believe whoever answers", Switch(server.tls.insecure)},
+             {"--ports", "FIRST-LAST", "receive on local UDP ports from FIRST to LAST, two for each stream",
+              IntoPorts(server.udp)},
+             {"--only-server", "", "over UDP, take packets only from the server, and from whom its reply names",
+              Switch(server.udp.onlyServer)},
              {"--follow", "[=N]", "go where the server sends us, so often in a row (default: 5; 0: not at all)",
               IntoHops(server.follow)},
              {"--exact", "", "forgive nothing: refuse what the standards do not allow, though devices send it",

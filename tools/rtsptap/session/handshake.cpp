@@ -230,7 +230,8 @@ Target Handshake::TargetOf() const {
                   server_.headers,
                   server_.exact,
                   server_.keepalive,
-                  server_.tls};
+                  server_.tls,
+                  server_.udp};
     if (IsOwnHost()) return target;
     target.credentials = {};
     target.headers = {}; // they were meant for the first host, and may hold anything

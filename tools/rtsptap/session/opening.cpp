@@ -20,6 +20,7 @@ Outcome ReadServer(const ServerSettings &settings, Interruption &interruption, S
     server.follow = settings.follow;
     server.exact = settings.exact;
     server.tls = settings.tls;
+    server.udp = settings.udp;
     server.keepalive = settings.keepalive;
     return ReadCredentials(settings, server.url, interruption, server.credentials);
 }

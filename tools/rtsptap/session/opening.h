@@ -59,6 +59,7 @@ struct Server {
     bool exact = false;
     bool keepalive = true;
     TlsSettings tls;
+    UdpSettings udp;
 };
 
 // Asks for a password where one is missing and there is a terminal.

@@ -173,6 +173,13 @@ void UseSrtp(intptr_t client) {
 #endif
 }
 
+void UseUdp(intptr_t client, const UdpSettings &udp) {
+    RTSPTapSetOption(client, RTSPTAP_OPTION_SOURCE_FILTER, udp.onlyServer ? 1 : 0);
+    if (udp.firstPort == 0) return;
+    RTSPTapSetOption(client, RTSPTAP_OPTION_FIRST_PORT, udp.firstPort);
+    RTSPTapSetOption(client, RTSPTAP_OPTION_LAST_PORT, udp.lastPort);
+}
+
 } // namespace
 
 Session::Session() : client_(RTSPClientCreate()) {
@@ -197,6 +204,7 @@ int32_t Session::Connect(const Target &target, std::string &address) {
     headers_ = target.headers;
     RTSPTapSetOption(client_, RTSPTAP_OPTION_TRANSPORT, target.transport);
     RTSPTapSetOption(client_, RTSPTAP_OPTION_BASIC_ALLOWED, 1);
+    UseUdp(client_, target.udp);
     if (const Credentials &given = target.credentials; isFirst && !given.user.empty())
         RTSPTapSetCredentials(client_, given.user.c_str(), given.password.c_str());
     char text[kTextBytes] = {};

@@ -40,6 +40,7 @@ struct Target {
     bool exact = false;    // as in ServerSettings
     bool keepalive = true; // likewise
     TlsSettings tls = {};
+    UdpSettings udp = {};
 };
 
 // What an exchange came to.
