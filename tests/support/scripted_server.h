@@ -110,6 +110,7 @@ private:
     void Answer(const std::string &request);
     void Perform(const Reply &reply, std::size_t number);
     void EndConnection(bool reset);
+    void AwaitRequests() const; // those that may not be missing, as long as the client is there
 
     const Script script;
     uint16_t port = 0;
