@@ -102,6 +102,7 @@ void NoteEmpty(RTSPStreamInfo &stream) {
 // An end that has come meanwhile is told next time.
 void NoteTaken(RTSPStreamInfo &stream, int32_t result, int32_t room) {
     MediaSession &session = *stream.session;
+    if (!IsThreadless(session)) return; // nothing of this is anybody's
     if (session.loop.watch == nullptr && !stream.isReady) return;
     const bool wasCalledOff = result == RTSPTAP_INTERRUPTED;
     const bool hasPackets = stream.packetListHead.load(std::memory_order_relaxed) != nullptr;
