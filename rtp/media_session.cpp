@@ -315,7 +315,7 @@ void ReleaseSession(MediaSession &session) {
     ReleaseConnection(session.connection);
     ReleaseStreams(session.streamList);
     ReleaseStreams(session.retiredStreams);
-    DropProtectionMaker(std::exchange(session.protection, nullptr));
+    DropTable(std::exchange(session.protection, nullptr));
 }
 
 } // namespace rtsptap

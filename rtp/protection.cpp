@@ -11,24 +11,12 @@
 
 namespace rtsptap {
 
-// ---- what they are made by ----
-
-ProtectionMaker *MakeProtectionMaker(const RTSPTapPacketProtection &table, void *context) {
-    return new (std::nothrow) ProtectionMaker{.table = table, .context = context};
-}
-
-void DropProtectionMaker(ProtectionMaker *maker) {
-    if (maker == nullptr || --maker->uses > 0) return;
-    if (maker->table.release != nullptr) maker->table.release(maker->context);
-    delete maker;
-}
-
 // ---- application thread ----
 
 void CloseProtection(StreamProtection *protection) {
     if (protection == nullptr) return;
     if (protection->state != nullptr) protection->maker->table.close(protection->state);
-    DropProtectionMaker(protection->maker);
+    DropTable(protection->maker);
     delete protection;
 }
 

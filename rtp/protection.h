@@ -4,6 +4,7 @@
 // sends it. A stream of RTP/AVP has none, and pays nothing.
 #pragma once
 
+#include "rtp/shared_table.h"
 #include "rtsptap_extended.h"
 
 #include <cstddef>
@@ -15,17 +16,7 @@ namespace rtsptap {
 
 struct RTSPStreamInfo;
 
-// What protections are made by. Lives until the last of them has been closed; application thread.
-struct ProtectionMaker {
-    RTSPTapPacketProtection table = {};
-    void *context = nullptr;
-    uint32_t uses = 1;
-};
-
-// A copy of the table, used once. Null when memory is short.
-ProtectionMaker *MakeProtectionMaker(const RTSPTapPacketProtection &table, void *context);
-// One use less, and the end of it with the last. Null is none.
-void DropProtectionMaker(ProtectionMaker *maker);
+struct ProtectionMaker : SharedTable<RTSPTapPacketProtection> {};
 
 struct StreamProtection {
     ProtectionMaker *maker = nullptr;

@@ -13,24 +13,12 @@
 
 namespace rtsptap {
 
-// ---- what streams are made by ----
-
-StreamMaker *MakeStreamMaker(const RTSPTapByteStream &table, void *context) {
-    return new (std::nothrow) StreamMaker{.table = table, .context = context};
-}
-
-void DropStreamMaker(StreamMaker *maker) {
-    if (maker == nullptr || --maker->uses > 0) return;
-    if (maker->table.release != nullptr) maker->table.release(maker->context);
-    delete maker;
-}
-
 // ---- application thread ----
 
 void CloseByteStream(ByteStream *stream) {
     if (stream == nullptr) return;
     if (stream->state != nullptr) stream->maker->table.close(stream->state);
-    DropStreamMaker(stream->maker);
+    DropTable(stream->maker);
     delete stream;
 }
 

@@ -4,6 +4,7 @@
 // nothing.
 #pragma once
 
+#include "rtp/shared_table.h"
 #include "rtsptap_extended.h"
 
 #include <atomic>
@@ -15,17 +16,7 @@
 
 namespace rtsptap {
 
-// What streams are made by. Lives until the last of them has been closed; application thread.
-struct StreamMaker {
-    RTSPTapByteStream table = {};
-    void *context = nullptr;
-    uint32_t uses = 1;
-};
-
-// A copy of the table, used once. Null when memory is short.
-StreamMaker *MakeStreamMaker(const RTSPTapByteStream &table, void *context);
-// One use less, and the end of it with the last. Null is none.
-void DropStreamMaker(StreamMaker *maker);
+struct StreamMaker : SharedTable<RTSPTapByteStream> {};
 
 struct ByteStream {
     StreamMaker *maker = nullptr;

@@ -11,15 +11,15 @@
 namespace rtsptap {
 
 void ReleaseStreamWays(StreamWays &ways) {
-    DropStreamMaker(std::exchange(ways.chosen, nullptr));
-    for (StreamMaker *&maker : ways.set) DropStreamMaker(std::exchange(maker, nullptr));
+    DropTable(std::exchange(ways.chosen, nullptr));
+    for (StreamMaker *&maker : ways.set) DropTable(std::exchange(maker, nullptr));
 }
 
 namespace {
 
 void Choose(StreamWays &ways, StreamMaker *maker) {
     if (maker != nullptr) ++maker->uses;
-    DropStreamMaker(std::exchange(ways.chosen, maker));
+    DropTable(std::exchange(ways.chosen, maker));
 }
 
 int HandshakeLimit(const RTSPClient &client) {
@@ -49,7 +49,7 @@ int32_t ChooseStream(const CallTrace &trace, RTSPClient &client, const StreamPla
     StreamMaker *const tunnel = MakeTunnelMaker(below, plan.requestUrl, client.userAgent);
     if (tunnel == nullptr) return trace.Fail(RTSP_NO_MEMORY, "EXIT : %s :Memory Allocation Failed\n");
     Choose(ways, tunnel);
-    DropStreamMaker(tunnel); // it has one use now
+    DropTable(tunnel); // it has one use now
     return RTSP_SUCCESS;
 }
 
@@ -93,9 +93,9 @@ int32_t RTSPTapSetByteStream(intptr_t clientHandle, int32_t use, const RTSPTapBy
     if (client == nullptr || !isUse || !IsTable(table))
         return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid input argument\n");
     if (client->connected == 1) return trace.Fail(RTSPTAP_TOO_LATE, "EXIT : %s :The client is connected\n");
-    StreamMaker *const maker = table != nullptr ? MakeStreamMaker(*table, context) : nullptr;
+    StreamMaker *const maker = table != nullptr ? ShareTable<StreamMaker>(*table, context) : nullptr;
     if (table != nullptr && maker == nullptr)
         return trace.Fail(RTSP_NO_MEMORY, "EXIT : %s :Memory Allocation Failed\n");
-    DropStreamMaker(std::exchange(client->streams.set[static_cast<std::size_t>(use)], maker));
+    DropTable(std::exchange(client->streams.set[static_cast<std::size_t>(use)], maker));
     return RTSP_SUCCESS;
 }

@@ -38,7 +38,7 @@ struct TunnelPlan {
 TunnelPlan &PlanOf(void *context) { return *static_cast<TunnelPlan *>(context); }
 
 void ReleasePlan(void *context) {
-    DropStreamMaker(PlanOf(context).below);
+    DropTable(PlanOf(context).below);
     delete &PlanOf(context);
 }
 
@@ -391,7 +391,7 @@ StreamMaker *MakeTunnelMaker(StreamMaker *below, const char *requestUrl, const c
     plan->host = DuplicateText(url.authority);
     plan->userAgent = DuplicateText(userAgent);
     StreamMaker *const maker =
-        plan->path && plan->host && plan->userAgent ? MakeStreamMaker(kTunnel, plan) : nullptr;
+        plan->path && plan->host && plan->userAgent ? ShareTable<StreamMaker>(kTunnel, plan) : nullptr;
     if (maker == nullptr) ReleasePlan(plan);
     return maker;
 }

@@ -60,9 +60,9 @@ int32_t RTSPTapSetPacketProtection(intptr_t clientHandle, const RTSPTapPacketPro
     if (client == nullptr || !IsTable(table))
         return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid input argument\n");
     if (client->connected == 1) return trace.Fail(RTSPTAP_TOO_LATE, "EXIT : %s :The client is connected\n");
-    ProtectionMaker *const maker = table != nullptr ? MakeProtectionMaker(*table, context) : nullptr;
+    ProtectionMaker *const maker = table != nullptr ? ShareTable<ProtectionMaker>(*table, context) : nullptr;
     if (table != nullptr && maker == nullptr)
         return trace.Fail(RTSP_NO_MEMORY, "EXIT : %s :Memory Allocation Failed\n");
-    DropProtectionMaker(std::exchange(client->media.protection, maker));
+    DropTable(std::exchange(client->media.protection, maker));
     return RTSP_SUCCESS;
 }
