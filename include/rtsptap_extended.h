@@ -933,7 +933,8 @@ RTSPTAP_API int32_t RTSPTapGroupNextDeadline(RTSPTapGroup *group, int64_t *ms);
  * Takes packets of all streams of all clients in the group, as RTSPTapTakePackets takes those of one, receiving for
  * all of them. Of each stream that has some up to 64, then of the next one, so that none waits for the end of
  * another one's flood; those of a stream lie side by side, in its order. The end of a stream is told once, behind
- * its last packet, until PLAY; not where the program's own TEARDOWN ends it. RTSPTapInterrupt is of no effect here.
+ * its last packet, until PLAY; not where the program's own TEARDOWN ends it. RTSPTapInterrupt is of no effect here,
+ * but RTSPTapGroupInterrupt is.
  *
  * @param packets    receives them; they are the caller's until RTSPTapGroupFreePackets or RTSPTapFreePackets
  * @param room       how many it has room for, at least 1; some hundreds serve best
@@ -942,6 +943,17 @@ RTSPTAP_API int32_t RTSPTapGroupNextDeadline(RTSPTapGroup *group, int64_t *ms);
  */
 RTSPTAP_API int32_t RTSPTapGroupTakePackets(RTSPTapGroup *group, RTSPTapGroupPacket *packets, int32_t room,
                                             int32_t timeoutMs);
+
+/**
+ * Ends the wait of RTSPTapGroupTakePackets: the call under way returns at once, with 0 where there are no packets;
+ * where none waits the next one does. So an interruption just before a wait is not lost. The group's descriptor is
+ * readable until then. Several before that count as one.
+ *
+ * Any thread and, for a live group, any signal handler.
+ *
+ * @return 0; RTSP_INVALID_ARGUMENT bad pointer
+ */
+RTSPTAP_API int32_t RTSPTapGroupInterrupt(RTSPTapGroup *group);
 
 /**
  * Gives packets back, in any order, as RTSPTapFreePackets does, those of whatever clients, also of clients that
@@ -1116,6 +1128,27 @@ RTSPTAP_API int32_t RTSPTapGetStreamStatistics(intptr_t clientHandle, int32_t st
 RTSPTAP_API int32_t RTSPTapBeginOpen(intptr_t clientHandle, const char *url);
 
 /**
+ * Begins what RTSPTapConnect does.
+ *
+ * @param url      copied
+ * @param address  filled before the end, and must live until then; null: not wanted
+ * @return as RTSPTapBeginOpen
+ */
+RTSPTAP_API int32_t RTSPTapBeginConnect(intptr_t clientHandle, const char *url, char *address);
+
+/**
+ * Begins what the call for one method does: RTSPClientSendOptionsRequest and so on. RTSPClientGetLastReply has the
+ * reply.
+ *
+ * @param method        RTSP_OPTIONS, RTSP_DESCRIBE, RTSP_SETUP, RTSP_PLAY, RTSP_TEARDOWN or RTSP_PAUSE
+ * @param streamNumber  as those of SETUP, PLAY and PAUSE have it; else not looked at
+ * @param headerList    of RTSPCreateHeaderList, or 0; must live until the end
+ * @return as RTSPTapBeginOpen; RTSP_INVALID_ARGUMENT also for another method
+ */
+RTSPTAP_API int32_t RTSPTapBeginMethod(intptr_t clientHandle, int32_t method, int32_t streamNumber,
+                                       intptr_t headerList);
+
+/**
  * Begins what RTSPTapSetup does.
  *
  * @return as RTSPTapBeginOpen
@@ -1149,7 +1182,7 @@ RTSPTAP_API int32_t RTSPTapBeginTeardown(intptr_t clientHandle);
 
 /**
  * Takes the operation of a client that was begun last as far as it goes without waiting. When the end has been
- * reached every further call tells the result again, until the next operation is begun.
+ * reached every further call tells the result again, until the next operation is begun, and errno as it was then.
  *
  * @return RTSPTAP_PENDING; 0 done; RTSPTAP_INTERRUPTED given up; what the same call without Begin gives;
  *         RTSPTAP_NONE_BEGUN; RTSP_INVALID_ARGUMENT bad handle

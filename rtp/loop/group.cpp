@@ -19,6 +19,7 @@
 #include <new>
 #include <span>
 #include <sys/epoll.h>
+#include <sys/eventfd.h>
 
 using namespace rtsptap;
 
@@ -78,9 +79,11 @@ bool MayBeDueSooner(const Connection &connection) {
            (reader != nullptr && (reader->replySinceMs != 0 || reader->stream != nullptr));
 }
 
-// True when it is of an operation, which the program has to take on.
-bool ServeEvent(const epoll_event &event) {
+// True when it is of an operation, which the program has to take on, or somebody ends the wait.
+bool ServeEvent(const Watch &watch, const epoll_event &event) {
     const WatchedSocket socket = SocketOf(event.data.u64);
+    eventfd_t calls = 0;
+    if (socket.isCall) return eventfd_read(watch.caller, &calls) == 0;
     if (socket.thread == nullptr) return socket.isOperation; // the timer: the clock tells
     MediaSession &session = *socket.thread->stream->session;
     const PrintsFor client(HandleOf(session));
@@ -116,7 +119,7 @@ bool ServeWhatIsDue(const Watch &watch) {
     return isCalled;
 }
 
-// True when an operation of a member is to be taken on.
+// True when an operation of a member is to be taken on, or the wait to be ended.
 bool WaitAndServe(const Watch &watch, uint64_t deadlineMs) {
     std::array<epoll_event, kMostEvents> events;
     uint64_t untilMs = deadlineMs;
@@ -126,7 +129,8 @@ bool WaitAndServe(const Watch &watch, uint64_t deadlineMs) {
     const int came =
         epoll_wait(watch.epoll, events.data(), static_cast<int>(events.size()), deadlineMs != 0 ? waitMs : 0);
     bool isCalled = false;
-    for (int at = 0; at < came; ++at) isCalled = ServeEvent(events[static_cast<std::size_t>(at)]) || isCalled;
+    for (int at = 0; at < came; ++at)
+        isCalled = ServeEvent(watch, events[static_cast<std::size_t>(at)]) || isCalled;
     return ServeWhatIsDue(watch) || isCalled;
 }
 
@@ -171,8 +175,9 @@ RTSPTapGroup *RTSPTapGroupCreate(void) {
     RTSPTapGroup *const none = nullptr;
     std::unique_ptr<RTSPTapGroup> group(new (std::nothrow) RTSPTapGroup{});
     if (group == nullptr) return trace.Fail(none, "EXIT : %s :Memory Allocation Failed\n");
-    if (!OpenWatch(group->watch)) return trace.Fail(none, "EXIT : %s :No descriptor is left\n");
-    return group.release();
+    if (OpenWatch(group->watch) && OpenCaller(group->watch)) return group.release();
+    CloseWatch(group->watch);
+    return trace.Fail(none, "EXIT : %s :No descriptor is left\n");
 }
 
 void RTSPTapGroupDestroy(RTSPTapGroup *group) {
@@ -237,6 +242,12 @@ int32_t RTSPTapGroupTakePackets(RTSPTapGroup *group, RTSPTapGroupPacket *packets
     const int32_t count = TakeOfAll(group->watch, {packets, static_cast<std::size_t>(room)}, timeoutMs);
     SettleTimer(group->watch);
     return count;
+}
+
+int32_t RTSPTapGroupInterrupt(RTSPTapGroup *group) {
+    if (group == nullptr) return RTSP_INVALID_ARGUMENT;
+    EndWait(group->watch);
+    return RTSP_SUCCESS;
 }
 
 int32_t RTSPTapGroupFreePackets(const RTSPTapGroupPacket *packets, int32_t count) {

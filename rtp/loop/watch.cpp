@@ -14,6 +14,7 @@
 #include <poll.h>
 #include <span>
 #include <sys/epoll.h>
+#include <sys/eventfd.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
 #include <utility>
@@ -22,11 +23,12 @@ namespace rtsptap {
 
 // ---- events: a record lies at an even address, with room for the number of a service ----
 
-static_assert(alignof(StreamThread) > kMostServed + 1);
+static_assert(alignof(StreamThread) > kMostServed + 2);
 
 namespace {
 
 constexpr uint64_t kOperation = kMostServed + 1;
+constexpr uint64_t kCall = kMostServed + 2;
 
 uint64_t EventData(StreamThread &thread, std::size_t service) {
     return reinterpret_cast<uintptr_t>(&thread) | service;
@@ -37,6 +39,7 @@ uint64_t EventData(StreamThread &thread, std::size_t service) {
 WatchedSocket SocketOf(uint64_t eventData) {
     constexpr uint64_t kServiceBits = alignof(StreamThread) - 1;
     if (eventData == kOperation) return {.thread = nullptr, .service = 0, .isOperation = true};
+    if (eventData == kCall) return {.thread = nullptr, .isCall = true};
     return {reinterpret_cast<StreamThread *>(static_cast<uintptr_t>(eventData & ~kServiceBits)),
             static_cast<std::size_t>(eventData & kServiceBits)};
 }
@@ -47,9 +50,22 @@ bool OpenWatch(Watch &watch) {
 }
 
 void CloseWatch(Watch &watch) {
-    for (const int descriptor : {std::exchange(watch.timer, -1), std::exchange(watch.epoll, -1)})
+    for (const int descriptor :
+         {std::exchange(watch.timer, -1), std::exchange(watch.caller, -1), std::exchange(watch.epoll, -1)})
         if (descriptor >= 0) close(descriptor);
     watch.timerMs = 0;
+}
+
+bool OpenCaller(Watch &watch) {
+    watch.caller = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    epoll_event event = {.events = EPOLLIN, .data = {.u64 = kCall}};
+    return watch.caller >= 0 && epoll_ctl(watch.epoll, EPOLL_CTL_ADD, watch.caller, &event) == 0;
+}
+
+void EndWait(const Watch &watch) {
+    const int before = errno;
+    eventfd_write(watch.caller, 1); // fails where it was full: then it is readable, too
+    errno = before;
 }
 
 // ---- the timer ----

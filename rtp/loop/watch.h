@@ -21,6 +21,7 @@ struct StreamThread;
 struct Watch {
     int epoll = -1;
     int timer = -1;       // in it, once it was needed
+    int caller = -1;      // in it, of a group: readable once somebody ends its wait
     uint64_t timerMs = 0; // MonotonicMs that it is set to; 0: none
     bool isShown = false; // the program waits on it; else the timer is of no use
     RTSPStreamInfo *firstReady = nullptr;
@@ -53,11 +54,15 @@ struct WatchedSocket {
     StreamThread *thread = nullptr; // null: the timer, or what an operation waits for
     std::size_t service = 0;
     bool isOperation = false;
+    bool isCall = false; // of somebody who ends the wait
 };
 WatchedSocket SocketOf(uint64_t eventData);
 
 // Makes the descriptor; false when the system has none.
 bool OpenWatch(Watch &watch);
+// From here on a wait can be ended; false likewise.
+bool OpenCaller(Watch &watch);
+void EndWait(const Watch &watch); // any thread, any signal handler
 // No session is in it.
 void CloseWatch(Watch &watch);
 

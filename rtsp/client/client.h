@@ -75,6 +75,7 @@ struct RTSPClient {
 
     Operation *operation = nullptr;               // owned: the pending one; null: none is
     int32_t operationResult = RTSPTAP_NONE_BEGUN; // of the last one
+    int operationError = 0;                       // errno behind it
 
     KeepAlive keepAlive; // has groups of its own
 

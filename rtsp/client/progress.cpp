@@ -25,10 +25,14 @@ struct Operation {
     int32_t (*run)(Operation &operation) = nullptr;
     uint32_t interruptsBefore = 0; // of the session, when it began
     int32_t result = RTSP_FAILURE;
+    int error = 0; // errno behind it
 
     // ---- What it is called with ----
     HeapText text; // an URL, or the request's range
     int32_t streamNumber = 0;
+    int32_t method = RTSP_OPTIONS;
+    intptr_t headerList = 0;
+    char *address = nullptr;
     bool hasRequest = false;
     RTSPTapPlayRequest request = {};
     RTSPTapPlayReply *reply = nullptr;
@@ -41,6 +45,10 @@ intptr_t HandleOf(const Operation &operation) { return reinterpret_cast<intptr_t
 // ---- the operations: what a program would call that waits ----
 
 int32_t Open(Operation &operation) { return RTSPTapOpen(HandleOf(operation), operation.text.get()); }
+
+int32_t Connect(Operation &operation) {
+    return RTSPTapConnect(HandleOf(operation), operation.text.get(), operation.address);
+}
 
 int32_t SetUp(Operation &operation) { return RTSPTapSetup(HandleOf(operation), operation.streamNumber); }
 
@@ -55,9 +63,30 @@ int32_t Pause(Operation &operation) {
 
 int32_t TearDown(Operation &operation) { return RTSPTapTeardown(HandleOf(operation)); }
 
+int32_t SendMethod(Operation &operation) {
+    const intptr_t handle = HandleOf(operation);
+    const int32_t stream = operation.streamNumber;
+    const intptr_t headers = operation.headerList;
+    switch (operation.method) {
+    case RTSP_OPTIONS:
+        return RTSPClientSendOptionsRequest(handle, headers, nullptr, nullptr);
+    case RTSP_DESCRIBE:
+        return RTSPClientSendDescribeRequest(handle, headers, nullptr, nullptr);
+    case RTSP_SETUP:
+        return RTSPClientSendSetupRequest(handle, stream, headers, nullptr, nullptr);
+    case RTSP_PLAY:
+        return RTSPClientSendPlayRequest(handle, stream, headers, nullptr, nullptr);
+    case RTSP_PAUSE:
+        return RTSPClientSendPauseRequest(handle, stream, headers, nullptr, nullptr);
+    default:
+        return RTSPClientSendTeardownRequest(handle, headers, nullptr, nullptr);
+    }
+}
+
 void RunOperation(void *argument) {
     auto &operation = *static_cast<Operation *>(argument);
     operation.result = operation.run(operation);
+    operation.error = LastError();
 }
 
 int32_t FailBusy(const CallTrace &trace) {
@@ -72,6 +101,7 @@ void GoOn(RTSPClient &client) {
     const std::unique_ptr<const Operation> ended(std::exchange(client.operation, nullptr));
     const bool isInterrupted = IsCalledOff(fiber) && ended->result != RTSP_SUCCESS;
     client.operationResult = isInterrupted ? RTSPTAP_INTERRUPTED : ended->result;
+    client.operationError = ended->error;
     FreeFiber(std::exchange(client.media.pending, nullptr));
     client.media.loop.hasNews = true;
     SettlePending(client.media);
@@ -79,6 +109,7 @@ void GoOn(RTSPClient &client) {
 
 int32_t Tell(RTSPClient &client) {
     if (std::exchange(client.media.loop.hasNews, false)) SettlePending(client.media);
+    SetLastError(client.operationError);
     return client.operationResult;
 }
 
@@ -147,6 +178,30 @@ int32_t RTSPTapBeginOpen(intptr_t clientHandle, const char *url) {
     if (client == nullptr || url == nullptr)
         return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid input argument\n");
     return Begin(trace, *client, Make(Open, url));
+}
+
+int32_t RTSPTapBeginConnect(intptr_t clientHandle, const char *url, char *address) {
+    const ClientTrace trace(__func__, clientHandle);
+    RTSPClient *const client = LiveClient(clientHandle);
+    if (client == nullptr || url == nullptr)
+        return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid input argument\n");
+    std::unique_ptr<Operation> operation = Make(Connect, url);
+    if (operation != nullptr) operation->address = address;
+    return Begin(trace, *client, std::move(operation));
+}
+
+int32_t RTSPTapBeginMethod(intptr_t clientHandle, int32_t method, int32_t streamNumber, intptr_t headerList) {
+    const ClientTrace trace(__func__, clientHandle);
+    RTSPClient *const client = LiveClient(clientHandle);
+    if (client == nullptr || method < RTSP_OPTIONS || method > RTSP_PAUSE)
+        return trace.Fail(RTSP_INVALID_ARGUMENT, "EXIT : %s :Invalid input argument\n");
+    std::unique_ptr<Operation> operation = Make(SendMethod);
+    if (operation != nullptr) {
+        operation->method = method;
+        operation->streamNumber = streamNumber;
+        operation->headerList = headerList;
+    }
+    return Begin(trace, *client, std::move(operation));
 }
 
 int32_t RTSPTapBeginSetup(intptr_t clientHandle, int32_t streamNumber) {

@@ -285,5 +285,20 @@ TEST_F(Groups, LetStreamsComeAndGo) {
     EXPECT_EQ(RTSPTapGroupFreePackets(held.data(), static_cast<int32_t>(held.size())), 0);
 }
 
+TEST(Descriptors, TheWaitOfAGroupEndsWhereItIsInterruptedAlsoBefore) {
+    constexpr int32_t kForever = INT32_MAX;
+    RTSPTapGroup *const group = RTSPTapGroupCreate();
+    RTSPTapGroupPacket packet;
+    for (const bool before : {true, false}) {
+        std::jthread caller([group] { EXPECT_EQ(RTSPTapGroupInterrupt(group), 0); });
+        if (before) caller.join();
+        EXPECT_EQ(RTSPTapGroupTakePackets(group, &packet, 1, kForever), 0);
+    }
+    pollfd loop = {RTSPTapGroupGetDescriptor(group), POLLIN, 0};
+    EXPECT_EQ(poll(&loop, 1, 0), 0); // it has been told
+    EXPECT_EQ(RTSPTapGroupInterrupt(nullptr), RTSP_INVALID_ARGUMENT);
+    RTSPTapGroupDestroy(group);
+}
+
 } // namespace
 } // namespace rtsptap::test

@@ -123,6 +123,23 @@ TEST(Progress, AsksForANameOnceWhileNoAnswerComes) {
     EXPECT_LE(torture::namesAsked, before + 5); // one, unless this machine is very slow
 }
 
+TEST(Progress, TakesMethodsOneByOneWithTheirHeadersAndTellsErrno) {
+    ScriptedServer server(Script{{{"OPTIONS ", "X-Own: 1"}, Ok()}} + Script{{"DESCRIBE ", WithBody(kDescription)}});
+    Client client;
+    char address[64] = {};
+    EXPECT_EQ(Progressed(client, RTSPTapBeginConnect, UrlOf(server).c_str(), address), 0);
+    EXPECT_STREQ(address, "127.0.0.1");
+    const intptr_t headers = RTSPCreateHeaderList();
+    EXPECT_EQ(RTSPAddHeaderToList(headers, "X-Own", "1", 1), 0);
+    EXPECT_EQ(Progressed(client, RTSPTapBeginMethod, RTSP_OPTIONS, 0, headers), 0);
+    RTSPDestroyHeaderList(headers);
+    EXPECT_EQ(Progressed(client, RTSPTapBeginMethod, RTSP_DESCRIBE, 0, 0), 0);
+    EXPECT_EQ(RTSPClientGetNbStreams(client), 2);
+    EXPECT_EQ(RTSPTapBeginMethod(client, RTSP_GET_PARAMETER, 0, 0), RTSP_INVALID_ARGUMENT);
+    EXPECT_EQ(Progressed(client, RTSPTapBeginConnect, "rtsp://127.0.0.1:1/", nullptr), RTSP_CONNECT_FAILED);
+    EXPECT_EQ(errno, ECONNREFUSED);
+}
+
 struct Kept {
     std::string texts;
     std::vector<intptr_t> clients;
