@@ -1,5 +1,6 @@
 #include "base/console.h"
 
+#include "base/outlet.h"
 #include "base/text.h"
 
 #include <algorithm>
@@ -32,11 +33,14 @@ std::string Draw() {
     return text;
 }
 
-// At once, so that what other programs write to the terminal does not come in between.
-void Write(const std::string &text) {
-    std::fwrite(text.data(), 1, text.size(), stderr);
-    std::fflush(stderr);
+// Left alone at the end: there is always somebody who may write.
+Outlet &Error() {
+    static auto *const outlet = new Outlet(STDERR_FILENO);
+    return *outlet;
 }
+
+// At once, so that what other programs write to the terminal does not come in between.
+void Write(const std::string &text) { Error().Put(text); }
 
 bool IsTerminal() {
     const char *kind = std::getenv("TERM");
@@ -77,6 +81,8 @@ void PrintLine(const std::string &line) {
 void DrawLines(const std::vector<std::string> &lines) {
     if (!MayRedraw()) return;
     const std::lock_guard guard(gblLock);
+    Error().Pass();
+    if (!Error().IsEmpty() && !lines.empty()) return; // nobody looks just now
     const std::string erase = Erase();
     gblLines.clear();
     const std::size_t columns = TerminalColumns();
@@ -87,6 +93,16 @@ void DrawLines(const std::vector<std::string> &lines) {
 void KeepLines() {
     const std::lock_guard guard(gblLock);
     gblLines.clear();
+}
+
+void PassLines() {
+    const std::lock_guard guard(gblLock);
+    Error().Pass();
+}
+
+void FlushLines() {
+    const std::lock_guard guard(gblLock);
+    Error().Flush();
 }
 
 bool IsQuiet() { return gblSettings.quiet; }

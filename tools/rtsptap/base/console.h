@@ -26,6 +26,11 @@ void DrawLines(const std::vector<std::string> &lines);
 // What is drawn stays where it is: what is written next begins below. Also before anybody else uses standard error.
 void KeepLines();
 
+// While nobody reads standard error its lines wait: what can be written is, without waiting, and with it. The
+// latter also before anybody else uses standard error.
+void PassLines();
+void FlushLines();
+
 bool IsQuiet();
 bool MayRedraw();                  // a terminal that nothing but DrawLines writes to while media is received
 bool MayUseColor();                // there

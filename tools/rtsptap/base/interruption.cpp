@@ -2,64 +2,82 @@
 
 #include "base/clock.h"
 
+#include <atomic>
+#include <cerrno>
 #include <csignal>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace tool {
 namespace {
 
-constexpr int kEndOfWatch = SIGUSR1;
-constexpr auto kOneIntent =
-    std::chrono::milliseconds(100); // programs in between send a signal on twice; nobody presses keys so fast
+constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
+constexpr int64_t kOneIntentNs =
+    100000000; // programs in between send a signal on twice; nobody presses keys so fast
 
-// Under nohup a lost terminal ends nothing.
-bool IsIgnored(int signal) {
-    struct sigaction action = {};
-    return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+// What the handler needs, which may run on any thread.
+std::atomic<int> gblSignal{0};
+std::atomic<int64_t> gblFirstNs{0}; // when it came; 0: none did
+std::atomic<int> gblArrived{-1};    // readable from then on
+std::atomic<RTSPTapGroup *> gblGroup{nullptr};
+
+void OnSignal(int signal) {
+    const int before = errno;
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    const int64_t nowNs = int64_t{now.tv_sec} * 1000000000 + now.tv_nsec;
+    int64_t firstNs = 0;
+    if (gblFirstNs.compare_exchange_strong(firstNs, nowNs)) {
+        gblSignal = signal;
+        eventfd_write(gblArrived, 1);
+        RTSPTapGroupInterrupt(gblGroup);
+    } else if (nowNs - firstNs >= kOneIntentNs && signal != SIGHUP) { // shells send that on, too
+        _exit(128 + signal);
+    }
+    errno = before;
 }
 
-sigset_t WatchedSignals() {
-    sigset_t set;
-    sigemptyset(&set);
-    for (const int signal : {SIGINT, SIGTERM, kEndOfWatch}) sigaddset(&set, signal);
-    if (!IsIgnored(SIGHUP)) sigaddset(&set, SIGHUP);
-    return set;
+// Under nohup a lost terminal ends nothing.
+bool IsLeftAlone(int signal) {
+    struct sigaction action = {};
+    return signal == SIGHUP && sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
+void Handle(void (*handler)(int)) {
+    struct sigaction action = {};
+    action.sa_handler = handler;
+    action.sa_flags = SA_RESTART;
+    for (const int signal : kSignals) sigaddset(&action.sa_mask, signal);
+    for (const int signal : kSignals)
+        if (!IsLeftAlone(signal)) sigaction(signal, &action, nullptr);
 }
 
 } // namespace
 
 Interruption::Interruption() {
-    const sigset_t set = WatchedSignals();
-    pthread_sigmask(SIG_BLOCK, &set, nullptr);
-    watcher_ = std::thread([this] { WatchSignals(); });
+    if (gblArrived < 0) gblArrived = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (gblGroup == nullptr) gblGroup = RTSPTapGroupCreate();
+    if (gblArrived < 0 || gblGroup == nullptr)
+        throw std::system_error(errno, std::generic_category(), "no descriptor is left");
+    Handle(OnSignal);
 }
 
-Interruption::~Interruption() {
-    pthread_kill(watcher_.native_handle(), kEndOfWatch);
-    watcher_.join();
-}
+Interruption::~Interruption() { Handle(SIG_DFL); }
+
+int Interruption::Signal() const { return gblSignal; }
 
 int Interruption::WaitFor(std::chrono::milliseconds duration) {
-    std::unique_lock guard(lock_);
-    arrived_.wait_for(guard, duration, [this] { return signal_ != 0; });
-    return signal_;
-}
-
-void Interruption::WatchSignals() {
-    const sigset_t set = WatchedSignals();
-    Clock::time_point first;
+    const Clock::time_point end = Clock::now() + duration;
     for (;;) {
-        int signal = 0;
-        if (sigwait(&set, &signal) != 0) continue;
-        if (signal == kEndOfWatch) return;
-        const auto now = Clock::now();
-        const std::lock_guard guard(lock_);
-        if (signal_ != 0 && (now - first < kOneIntent || signal == SIGHUP)) continue; // shells send it on, too
-        if (signal_ != 0) _exit(128 + signal);
-        first = now;
-        signal_ = signal;
-        arrived_.notify_all();
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
+        if (Signal() != 0 || left.count() <= 0) return Signal();
+        pollfd arrived = {gblArrived, POLLIN, 0};
+        poll(&arrived, 1, static_cast<int>(left.count()));
     }
 }
+
+RTSPTapGroup *Interruption::Group() const { return gblGroup; }
 
 } // namespace tool

@@ -1,29 +1,25 @@
-// SIGINT, SIGTERM and SIGHUP. The first one asks the command to finish; the second one ends the program at once.
+// SIGINT, SIGTERM and SIGHUP. The first one asks the command to finish; the second one ends the program at once,
+// whatever its thread is held up by.
 #pragma once
 
+#include "rtsptap_extended.h"
+
 #include <chrono>
-#include <condition_variable>
-#include <mutex>
-#include <thread>
 
 namespace tool {
 
 class Interruption {
 public:
-    Interruption(); // before any other thread is started: they inherit the blocked signals
+    Interruption(); // one at a time
     ~Interruption();
     Interruption(const Interruption &) = delete;
     Interruption &operator=(const Interruption &) = delete;
 
+    int Signal() const;                              // 0: there was none
     int WaitFor(std::chrono::milliseconds duration); // the signal as soon as there was one, else 0
 
-private:
-    void WatchSignals();
-
-    std::mutex lock_; // guards signal_
-    int signal_ = 0;
-    std::condition_variable arrived_;
-    std::thread watcher_;
+    // A signal ends its wait. Never destroyed: a signal may come at any time.
+    RTSPTapGroup *Group() const;
 };
 
 } // namespace tool

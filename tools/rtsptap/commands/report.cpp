@@ -7,7 +7,6 @@
 #include "views/report_page.h"
 #include "views/watchers.h"
 
-#include <atomic>
 #include <ctime>
 
 namespace tool {
@@ -40,7 +39,7 @@ bool Gather(const ReportSettings &settings, Interruption &interruption, SeriesRe
     Arrivals arrivals;
     const std::unique_ptr<Watcher> warnings = MakeWarnings();
     const std::unique_ptr<Watcher> view = MakeLiveView();
-    std::atomic<bool> delivers{false};
+    bool delivers = false;
     bool opened = false;
     Audience audience;
     audience.watchers = {&recorder, &events, warnings.get(), view.get()};

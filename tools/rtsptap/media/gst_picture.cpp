@@ -6,7 +6,6 @@
 #include <gst/app/gstappsink.h>
 
 #include <cerrno>
-#include <mutex>
 
 namespace tool {
 namespace {
@@ -17,19 +16,16 @@ public:
         : file_(std::move(file)), feed_(format, Clock::now()) {}
 
     void BeginSession(const OpenedSession &opened) override {
-        const std::lock_guard guard(lock_);
         feed_.BeginSession(opened, file_.latency, std::make_shared<SessionStart>());
     }
 
     void Take(const Stream &stream, const RTPStreamData &packet, Clock::time_point arrival) override {
-        const std::lock_guard guard(lock_);
         if (closed_ || stream.number != feed_.Format().stream.number) return;
         feed_.Take(packet, arrival);
         StartWhenKnown();
     }
 
     bool IsDone() override {
-        const std::lock_guard guard(lock_);
         if (!failure_.IsOk() || picture_ != nullptr) return true;
         feed_.Release(Clock::now());
         StartWhenKnown();
@@ -40,7 +36,6 @@ public:
     }
 
     Outcome Finish() override {
-        const std::lock_guard guard(lock_);
         closed_ = true;
         out_.reset();
         pipeline_.Stop();
@@ -82,7 +77,6 @@ private:
     }
 
     const OutputFile file_;
-    std::mutex lock_; // guards the fields below
     RtpFeed feed_;
     MediaPipeline pipeline_;
     GstOwned<GstElement> out_;
@@ -95,7 +89,6 @@ private:
 
 Outcome MakePictureSink(const OutputFile &file, const std::vector<StreamFormat> &streams,
                         std::unique_ptr<PacketSink> &sink) {
-    gst_init(nullptr, nullptr);
     for (const StreamFormat &format : streams) {
         if (!format.codec->IsVideo() || *format.codec->decoder == '\0') continue;
         if (const std::string element = MissingElement(file.format, *format.codec); !element.empty())

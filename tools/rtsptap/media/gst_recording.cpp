@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <list>
-#include <mutex>
 
 namespace tool {
 namespace {
@@ -53,7 +52,6 @@ private:
 
     const OutputFile file_;
     const Clock::time_point begin_ = Clock::now();
-    std::mutex lock_; // guards the fields below
     std::list<RtpFeed> feeds_;
     MediaPipeline pipeline_;
     Clock::time_point firstArrival_{};
@@ -63,7 +61,6 @@ private:
 };
 
 void RecordingSink::Take(const Stream &stream, const RTPStreamData &packet, Clock::time_point arrival) {
-    const std::lock_guard guard(lock_);
     const auto feed = std::find_if(feeds_.begin(), feeds_.end(), [&stream](const RtpFeed &candidate) {
         return candidate.Format().stream.number == stream.number;
     });
@@ -76,7 +73,6 @@ void RecordingSink::Take(const Stream &stream, const RTPStreamData &packet, Cloc
 // The streams of a session begin together, and not before the end of what has been recorded.
 void RecordingSink::BeginSession(const OpenedSession &opened) {
     constexpr GstClockTime kPicture = 40 * GST_MSECOND;
-    const std::lock_guard guard(lock_);
     const auto start = std::make_shared<SessionStart>();
     GstClockTime end = 0;
     for (RtpFeed &feed : feeds_) {
@@ -169,7 +165,6 @@ void RecordingSink::Fail(const Outcome &outcome) {
 }
 
 bool RecordingSink::IsDone() {
-    const std::lock_guard guard(lock_);
     const Clock::time_point now = Clock::now();
     for (RtpFeed &feed : feeds_) {
         if (closed_ || !failure_.IsOk()) break;
@@ -182,7 +177,6 @@ bool RecordingSink::IsDone() {
 }
 
 Outcome RecordingSink::Finish() {
-    const std::lock_guard guard(lock_);
     if (!closed_ && failure_.IsOk())
         if (Outcome failed = Complete(); !failed.IsOk()) Fail(failed);
     for (const RtpFeed &feed : feeds_)
@@ -240,7 +234,6 @@ std::string Obstacle(const OutputFile &file, const StreamFormat &format, const s
 
 Outcome MakeRecordingSink(const OutputFile &file, const std::vector<StreamFormat> &streams,
                           std::unique_ptr<PacketSink> &sink) {
-    gst_init(nullptr, nullptr);
     std::vector<StreamFormat> chosen;
     for (const StreamFormat &format : streams) {
         const std::string obstacle = Obstacle(file, format, chosen);

@@ -16,6 +16,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#ifdef RTSPTAP_WITH_GSTREAMER
+#include <gst/gst.h>
+#endif
+
 namespace tool {
 namespace {
 
@@ -60,6 +64,13 @@ Outcome CheckBuiltIn(FileFormat format) {
         return {ExitCode::kOutputFailed,
                 "this rtsptap was built without libpcap, which writes pcap; rtpdump needs nothing"};
     return {};
+}
+
+// What takes its time is done while no packets come.
+void PrepareFormat([[maybe_unused]] FileFormat format) {
+#ifdef RTSPTAP_WITH_GSTREAMER
+    if ((format & (kNeedsLibpcap | kNeedsNothing)) == 0) gst_init(nullptr, nullptr);
+#endif
 }
 
 bool IsPipeOrDevice(const std::string &path) {
@@ -142,6 +153,7 @@ std::string Numbered(const std::string &path) {
 
 bool Ask(const std::string &question, Interruption &interruption, Outcome &outcome) {
     constexpr auto kLook = std::chrono::milliseconds(50);
+    FlushLines();
     std::fprintf(stderr, "rtsptap: %s [y/N] ", question.c_str());
     pollfd waiting{STDIN_FILENO, POLLIN, 0};
     while (poll(&waiting, 1, 0) <= 0)
@@ -223,6 +235,7 @@ Outcome ChooseOutput(const OutputSettings &settings, unsigned allowed, FILE *sta
     file.standardOutput = standardOutput;
     file.split = settings.split;
     if (Outcome missing = CheckBuiltIn(file.format); !missing.IsOk()) return missing;
+    PrepareFormat(file.format);
     return ChoosePath(settings, interruption, file);
 }
 

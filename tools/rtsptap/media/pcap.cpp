@@ -13,7 +13,6 @@
 #include <cstdlib>
 #include <iterator>
 #include <map>
-#include <mutex>
 #include <span>
 
 namespace tool {
@@ -100,20 +99,17 @@ public:
         capture_ = pcap_open_dead_with_tstamp_precision(DLT_RAW, kSnapLength, PCAP_TSTAMP_PRECISION_NANO);
         if (capture_ != nullptr) dumper_ = pcap_dump_fopen(capture_, opened);
         if (dumper_ == nullptr) return WriteFailure(file_.name, errno);
-        const std::lock_guard guard(lock_);
         const std::vector<uint8_t> announcement = Announcement(streams_);
         Write(announcement, {kSource, kAnnouncements.port}, kAnnouncements, Clock::now());
         return {};
     }
 
     void Take(const Stream &stream, const RTPStreamData &packet, Clock::time_point arrival) override {
-        const std::lock_guard guard(lock_);
         const uint16_t port = ports_[stream.number];
         Write({packet.packetData, packet.packetLength}, {kSource, port}, {kDestination, port}, arrival);
     }
 
     void TakeControl(int32_t number, bool isSent, std::span<const uint8_t> packet) override {
-        const std::lock_guard guard(lock_);
         const auto port = static_cast<uint16_t>(ports_[number] + 1);
         const Address sender = {isSent ? kDestination : kSource, port};
         const Address receiver = {isSent ? kSource : kDestination, port};
@@ -121,14 +117,12 @@ public:
     }
 
     bool IsDone() override {
-        const std::lock_guard guard(lock_);
         if (dumper_ != nullptr && error_ == 0 && pcap_dump_flush(dumper_) != 0) error_ = errno;
         return error_ != 0;
     }
 
     Outcome Finish() override {
         IsDone(); // what cannot be flushed is a failure
-        const std::lock_guard guard(lock_);
         Close();
         return error_ == 0 ? Outcome{} : WriteFailure(file_.name, error_);
     }
@@ -162,7 +156,6 @@ private:
     const std::vector<StreamFormat> streams_;
     const std::chrono::nanoseconds wallClock_ = WallClockOffset();
     std::map<int32_t, uint16_t> ports_; // by stream number; constant after construction
-    std::mutex lock_;                   // guards the fields below
     pcap_t *capture_ = nullptr;
     pcap_dumper_t *dumper_ = nullptr; // null: finished
     uint16_t identification_ = 0;

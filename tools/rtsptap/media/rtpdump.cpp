@@ -8,7 +8,6 @@
 
 #include <array>
 #include <cerrno>
-#include <mutex>
 
 namespace tool {
 namespace {
@@ -31,7 +30,6 @@ public:
     }
 
     void Take(const Stream &, const RTPStreamData &packet, Clock::time_point arrival) override {
-        const std::lock_guard guard(lock_);
         if (out_ == nullptr || error_ != 0) return;
         const std::size_t length = std::min<std::size_t>(packet.packetLength, kLongestPacket);
         const auto offset = std::chrono::duration_cast<std::chrono::milliseconds>(arrival - begin_).count();
@@ -44,13 +42,11 @@ public:
     }
 
     bool IsDone() override {
-        const std::lock_guard guard(lock_);
         if (out_ != nullptr && error_ == 0 && std::fflush(out_) != 0) error_ = errno;
         return error_ != 0;
     }
 
     Outcome Finish() override {
-        const std::lock_guard guard(lock_);
         if (out_ != nullptr && std::fclose(out_) != 0 && error_ == 0) error_ = errno;
         out_ = nullptr;
         return error_ == 0 ? Outcome{} : WriteFailure(file_.name, error_);
@@ -76,9 +72,8 @@ private:
 
     const OutputFile file_;
     const Clock::time_point begin_ = Clock::now();
-    std::mutex lock_; // guards the two below
-    FILE *out_;       // null: finished
-    int error_ = 0;   // of the first write that failed
+    FILE *out_;     // null: finished
+    int error_ = 0; // of the first write that failed
 };
 
 } // namespace

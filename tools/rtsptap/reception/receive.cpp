@@ -66,10 +66,9 @@ std::chrono::milliseconds Reconnection::NextPause() {
 // A server, tried over one transport after the other and again after pauses.
 class ServerReception {
 public:
-    ServerReception(const ServerSettings &settings, const Server &server, SessionLoop &loop,
-                    Interruption &interruption)
+    ServerReception(const ServerSettings &settings, const Server &server, SessionLoop &loop)
         : server_(server), mayFallBack_(settings.transport == Transport::kAuto), transport_(settings.transport),
-          loop_(loop), interruption_(interruption), reconnection_(settings.reconnect) {}
+          loop_(loop), reconnection_(settings.reconnect) {}
 
     Outcome Run();
 
@@ -88,7 +87,6 @@ private:
     bool mayTryAgain_ = false; // over TCP, what failed there at once
     Transport transport_;
     SessionLoop &loop_;
-    Interruption &interruption_;
     Reconnection reconnection_;
     bool udpWasSilent_ = false;
     bool saidWhatIsLeftOut_ = false;
@@ -112,7 +110,7 @@ Outcome ServerReception::Run() {
 
 ServerReception::Next ServerReception::ReceiveOnce(Outcome &outcome) {
     OpenedSession opened;
-    outcome = OpenSession(server_, transport_, interruption_, opened, [this] { loop_.Show(); });
+    outcome = OpenSession(server_, transport_, loop_.AllSessions(), opened, [this] { loop_.Show(); });
     SayWhatHappened(opened);
     if (!outcome.IsOk()) return AfterRefusal(opened, outcome);
     mayTryAgain_ = false;
@@ -180,7 +178,7 @@ Outcome ReceiveFromServer(const ServerSettings &settings, std::chrono::milliseco
     Outcome outcome = ReadServer(settings, interruption, server);
     if (outcome.IsOk()) {
         DrawLines({"connecting to " + HostAndPort(server.url)});
-        outcome = ServerReception(settings, server, loop, interruption).Run();
+        outcome = ServerReception(settings, server, loop).Run();
     }
     return loop.Conclude(outcome);
 }

@@ -4,8 +4,8 @@
 
 #include "base/interruption.h"
 #include "base/settings.h"
+#include "reception/intake.h"
 #include "reception/observation.h"
-#include "reception/readers.h"
 #include "session/opening.h"
 
 #include <chrono>
@@ -27,10 +27,9 @@ public:
     // Before each session's first packet; none of an earlier one is on its way.
     virtual void BeginSession(const OpenedSession &) {}
 
-    // On the thread that reads the stream; streams of several threads come at the same time.
     virtual void Take(const Stream &stream, const RTPStreamData &packet, Clock::time_point arrival) = 0;
 
-    // An RTCP packet of a stream, received or sent; on any thread.
+    // An RTCP packet of a stream, received or sent.
     virtual void TakeControl(int32_t, bool, std::span<const uint8_t>) {}
 
     virtual bool IsDone() = 0;    // wants no more packets: complete, or failed
@@ -40,12 +39,12 @@ public:
 // Who takes part in a reception.
 struct Audience {
     std::vector<Watcher *> watchers; // shown it every 100 ms; all are finished, in this order, whatever happens
-    std::vector<PacketObserver> observers; // every packet, on the thread that reads its stream
+    std::vector<PacketObserver> observers; // every packet
 
     // With the first session, before its packets are taken: what they go to. May stay empty.
     std::function<Outcome(const OpenedSession &, std::unique_ptr<PacketSink> &)> makeSink;
 
-    // Each time streams begin to play, on the command's thread. May stay empty.
+    // Each time streams begin to play. May stay empty.
     std::function<void(const OpenedSession &)> opened;
 
     // Each time an attempt failed, with what it found out before. May stay empty.

@@ -1,6 +1,5 @@
 #include "reception/session_loop.h"
 
-#include "base/background.h"
 #include "base/console.h"
 #include "base/text.h"
 #include "rtsptap_extended.h"
@@ -48,8 +47,8 @@ int32_t EndOf(const std::vector<StreamObservation> &streams) {
 
 SessionLoop::SessionLoop(const Audience &audience, milliseconds duration, milliseconds idleTimeout,
                          Interruption &interruption)
-    : audience_(audience), duration_(duration), idleTimeout_(idleTimeout), interruption_(interruption),
-      readers_(ObserversOf(audience)) {}
+    : audience_(audience), duration_(duration), idleTimeout_(idleTimeout), sessions_(interruption),
+      intake_(ObserversOf(audience)) {}
 
 std::vector<PacketObserver> SessionLoop::ObserversOf(const Audience &audience) {
     std::vector<PacketObserver> observers = audience.observers;
@@ -65,7 +64,8 @@ Outcome SessionLoop::Begin(const OpenedSession &opened) {
     sessionBegin_ = Clock::now();
     hasServer_ = opened.facts.port != 0;
     transport_ = opened.transport;
-    packetsBefore_ = PacketsOf(readers_.Streams());
+    packetsBefore_ = PacketsOf(intake_.Streams());
+    if (!hasServer_) sessions_.Add(*session_);
     if (packetsBefore_ > 0) ++reconnects_;
     if (isFirst) firstBegin_ = sessionBegin_;
     if (isFirst) DrawLines({});
@@ -78,7 +78,7 @@ Outcome SessionLoop::Begin(const OpenedSession &opened) {
             sink_->TakeControl(number, isSent, packet);
         });
     }
-    readers_.Begin(session_, opened.streams);
+    intake_.Begin(session_, opened.streams);
     return {};
 }
 
@@ -89,7 +89,7 @@ void SessionLoop::NoteRefusal(const OpenedSession &opened) const {
 SessionLoop::End SessionLoop::Run(bool fallsBack, Outcome &outcome) {
     Clock::time_point looked = Clock::now();
     for (;;) {
-        const int signal = interruption_.WaitFor(kLook);
+        const int signal = TakeFor(kLook);
         Observation now = Observe();
         if (now.now - std::exchange(looked, now.now) > kStall) resumed_ = now.now;
         const bool hasMedia = PacketsOf(now.streams) > packetsBefore_;
@@ -99,14 +99,20 @@ SessionLoop::End SessionLoop::Run(bool fallsBack, Outcome &outcome) {
         if (udpIsDead) return End::kNoMediaOverUdp;
         outcome = MediaTrouble(now);
         if (!outcome.IsOk()) return End::kMediaEnded;
+        PassLines();
         if (now.now - resumed_ < kCatchUp) continue;
         for (Watcher *watcher : audience_.watchers) watcher->Show(now);
     }
 }
 
+int SessionLoop::TakeFor(milliseconds duration) {
+    return sessions_.TakeFor(duration,
+                             [this](std::span<const RTSPTapGroupPacket> records) { intake_.Take(records); });
+}
+
 Clock::duration SessionLoop::Delivered() const {
     Clock::time_point last = sessionBegin_;
-    for (const StreamObservation &stream : readers_.Streams())
+    for (const StreamObservation &stream : intake_.Streams())
         last = std::max(last, stream.statistics.LastArrival());
     return last - sessionBegin_;
 }
@@ -148,7 +154,7 @@ Observation SessionLoop::ObserveAt(Clock::time_point now) const {
     const bool begun = firstBegin_ != Clock::time_point{};
     const Clock::duration elapsed = begun ? now - firstBegin_ : Clock::duration{};
     const int64_t buffer = session_ != nullptr ? session_->ReceiveBufferBytes() : 0;
-    return {now, elapsed, state_, readers_.Streams(), hasServer_, transport_, buffer, reconnects_};
+    return {now, elapsed, state_, intake_.Streams(), hasServer_, transport_, buffer, reconnects_};
 }
 
 Observation SessionLoop::Observe() {
@@ -164,35 +170,34 @@ void SessionLoop::Show() {
 
 void SessionLoop::EndSession() {
     if (session_ == nullptr) return;
-    if (session_->ReleaseHeldBack()) interruption_.WaitFor(kLook); // for readers to take it
-    readers_.End();
+    if (session_->ReleaseHeldBack()) TakeFor(kLook);
+    intake_.End();
     session_->ShowControl({}); // the session may outlive this
-    const auto done = std::make_shared<std::promise<void>>();
-    teardown_ = done->get_future();
     teardownBegin_ = Clock::now();
-    RunInBackground([session = std::move(session_), done]() mutable {
-        session->Teardown();
-        session.reset();
-        done->set_value();
-    });
+    sessions_.TakeLeaveOf(std::move(session_));
 }
 
 void SessionLoop::WaitForTeardown() {
-    if (teardown_.valid()) teardown_.wait_until(teardownBegin_ + kPatienceWithTeardown);
+    const Clock::time_point end = teardownBegin_ + kPatienceWithTeardown;
+    for (bool isTime = true; isTime && sessions_.AreLeaving();) {
+        const auto left = std::chrono::ceil<milliseconds>(end - Clock::now());
+        sessions_.Wait(left); // a reply that is there is read in any case
+        isTime = left.count() > 0;
+    }
 }
 
 bool SessionLoop::Pause(milliseconds pause, const std::string &state) {
     state_ = state;
     const Clock::time_point end = Clock::now() + pause;
     while (Clock::now() < end) {
-        if (interruption_.WaitFor(std::min<milliseconds>(kLook, pause)) != 0 || IsOver(Observe())) return false;
+        if (TakeFor(std::min<milliseconds>(kLook, pause)) != 0 || IsOver(Observe())) return false;
         Show();
     }
     return true;
 }
 
 Outcome SessionLoop::Conclude(const Outcome &own) {
-    const int signal = interruption_.WaitFor(milliseconds(0));
+    const int signal = sessions_.Signal();
     if (firstBegin_ == Clock::time_point{}) DrawLines({});
     EndSession();
     Outcome outcome = Finish(signal, own);
@@ -205,6 +210,7 @@ Outcome SessionLoop::Finish(int signal, const Outcome &own) {
     std::vector<Outcome> outcomes = {signal != 0 ? OutcomeOfSignal(signal) : own};
     if (sink_ != nullptr) outcomes.push_back(sink_->Finish());
     state_ = "ended";
+    FlushLines();
     Observation last = ObserveAt(std::max(looked_, firstBegin_)); // what taking leave needs is no silence
     for (StreamObservation &stream : last.streams) stream.statistics.EndAt(last.now);
     for (Watcher *watcher : audience_.watchers) outcomes.push_back(watcher->Finish(last));

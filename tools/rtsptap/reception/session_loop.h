@@ -1,10 +1,9 @@
 // One reception, over as many sessions as it takes: packets are taken, shown, and written until something ends it.
-// The command's thread only; it never opens a session itself.
+// It never opens a session itself.
 #pragma once
 
 #include "reception/receive.h"
 
-#include <future>
 #include <memory>
 #include <string>
 #include <vector>
@@ -26,8 +25,10 @@ public:
     End Run(bool fallsBack, Outcome &outcome);
 
     Clock::duration Delivered() const; // from the beginning of the current session to its latest packet
-    void EndSession();                 // takes no more packets; the server is told in the background
+    void EndSession();                 // takes no more packets; the server is told meanwhile
     void WaitForTeardown();            // until the server has heard of it, but no longer than a second after that
+
+    Sessions &AllSessions() { return sessions_; }
 
     // Shows a state for so long; false when something ended it all.
     bool Pause(std::chrono::milliseconds pause, const std::string &state);
@@ -45,12 +46,13 @@ private:
     Outcome MediaTrouble(const Observation &now) const;
     Clock::time_point Beginning(const Observation &now) const;
     Outcome Finish(int signal, const Outcome &own);
+    int TakeFor(std::chrono::milliseconds duration);
 
     const Audience &audience_;
     const std::chrono::milliseconds duration_;
     const std::chrono::milliseconds idleTimeout_;
-    Interruption &interruption_;
-    std::unique_ptr<PacketSink> sink_; // constant while packets are taken
+    Sessions sessions_;
+    std::unique_ptr<PacketSink> sink_;
     std::shared_ptr<Session> session_;
     Clock::time_point firstBegin_;
     Clock::time_point sessionBegin_;
@@ -61,9 +63,8 @@ private:
     bool hasServer_ = false;
     Transport transport_ = Transport::kUdp;
     std::string state_;
-    std::future<void> teardown_;
     Clock::time_point teardownBegin_;
-    Readers readers_; // the last member: its readers use what is above
+    Intake intake_;
 };
 
 } // namespace tool

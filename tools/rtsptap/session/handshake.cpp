@@ -56,50 +56,41 @@ RTSPTapTransport Handshake::InLibrary(Transport transport) {
     }
 }
 
-Handshake::Progress Handshake::Look() const {
-    const std::lock_guard guard(lock_);
-    return progress_;
-}
-
-bool Handshake::Leave(OpenedSession &opened, Outcome &outcome) {
-    const std::lock_guard guard(lock_);
-    abandoned_ = !progress_.done;
-    opened = abandoned_ ? soFar_ : std::move(opened_);
-    if (!abandoned_) outcome = outcome_;
-    return !abandoned_;
-}
-
-void Handshake::Run() {
-    try {
-        outcome_ = Talk();
-    } catch (const std::exception &error) { // no memory
-        outcome_ = {ExitCode::kUsage, error.what()};
+Outcome Handshake::Run(OpenedSession &opened) {
+    const Outcome outcome = Talk();
+    if (opened_.session != nullptr) opened_.session->SetWaiter({});
+    if (!outcome.IsOk()) {
+        sessions_.DropEarly();
+        opened_.session.reset();
     }
-    if (!outcome_.IsOk()) opened_.session.reset();
-    bool wanted = false;
-    std::shared_ptr<Session> last; // ends outside the lock
-    {
-        const std::lock_guard guard(lock_);
-        wanted = !abandoned_;
-        progress_.done = wanted;
-        last.swap(session_);
-    }
-    if (!wanted && outcome_.IsOk()) opened_.session->Teardown();
+    opened = std::move(opened_);
+    return stop_.IsOk() ? outcome : stop_;
 }
 
-// Runs a step, unless nobody waits for it any more, and notes how long it took.
+bool Handshake::Wait() {
+    constexpr auto kTick = std::chrono::milliseconds(100);
+    const Clock::time_point now = Clock::now();
+    const Clock::duration left = server_.connectTimeout - (now - stepBegin_);
+    if (const int signal = sessions_.Signal(); signal != 0)
+        stop_ = OutcomeOfSignal(signal);
+    else if (left < Clock::duration(0))
+        stop_ = OutcomeOfTimeout(step_, server_.connectTimeout);
+    if (!stop_.IsOk()) return false;
+    sessions_.Wait(std::chrono::ceil<std::chrono::milliseconds>(std::min<Clock::duration>(left, kTick)));
+    if (now - lastTick_ < kTick) return true;
+    lastTick_ = now;
+    tick_();
+    return true;
+}
+
+// Runs a step, unless there is no point in it any more, and notes how long it took.
 template <typename Call> Outcome Handshake::Step(const std::string &phase, Call call) {
-    const Clock::time_point begin = Clock::now();
-    std::shared_ptr<Session> last = opened_.session; // what was here before ends outside the lock
-    {
-        const std::lock_guard guard(lock_);
-        if (abandoned_) return {ExitCode::kTimeout, ""};
-        progress_ = {phase, phase == "connect" ? phase + ": " + HostAndPort(url_) : phase, begin, false};
-        soFar_ = opened_;
-        soFar_.session.reset();
-        last.swap(session_);
-    }
+    if (const int signal = sessions_.Signal(); signal != 0 && stop_.IsOk()) stop_ = OutcomeOfSignal(signal);
+    if (!stop_.IsOk()) return stop_;
+    const Clock::time_point begin = stepBegin_ = Clock::now();
+    step_ = phase == "connect" ? phase + ": " + HostAndPort(url_) : phase;
     Outcome outcome = call();
+    if (!stop_.IsOk()) return stop_;
     if (outcome.IsOk())
         opened_.phases.push_back(
             {phase, std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - begin)});
@@ -166,10 +157,24 @@ bool Handshake::Redirect() {
 Outcome Handshake::Resolve() {
     return Step("resolve", [this] {
         opened_.facts.port = url_.port;
-        Outcome outcome = ResolveHost(url_.host, opened_.facts.address);
+        Outcome outcome = FindAddress();
         if (ownAddress_.empty()) ownAddress_ = opened_.facts.address;
         return outcome;
     });
+}
+
+// A name server may take its time.
+Outcome Handshake::FindAddress() {
+    if (IsAddress(url_.host)) return ResolveHost(url_.host, opened_.facts.address);
+    struct Found {
+        std::string address;
+        Outcome outcome;
+    };
+    const auto found = std::make_shared<Found>();
+    const auto look = [found, host = url_.host] { found->outcome = ResolveHost(host, found->address); };
+    if (!sessions_.RunBeside(look, [this] { return Wait(); })) return stop_;
+    opened_.facts.address = found->address;
+    return found->outcome;
 }
 
 Outcome Handshake::Ask() {
@@ -240,7 +245,11 @@ Target Handshake::TargetOf() const {
 
 Outcome Handshake::Connect() {
     return Step("connect", [this] {
-        if (opened_.session == nullptr) opened_.session = std::make_shared<Session>();
+        if (opened_.session == nullptr) {
+            opened_.session = std::make_shared<Session>();
+            opened_.session->SetWaiter([this] { return Wait(); });
+            sessions_.Add(*opened_.session);
+        }
         const int32_t result = opened_.session->Connect(TargetOf(), opened_.facts.address);
         const int error = errno;
         if (result != RTSP_CONNECT_FAILED) {

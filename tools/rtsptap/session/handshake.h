@@ -1,38 +1,28 @@
-// The steps from an address to playing streams, on one thread, while another one watches how far they are and may
-// lose patience.
+// The steps from an address to playing streams, one after the other. Where one waits, so does everything else that
+// the command's thread does, in Wait, which ends them all when a signal comes or patience is lost.
 #pragma once
 
 #include "base/clock.h"
 #include "session/opening.h"
-
-#include <mutex>
+#include "session/sessions.h"
 
 namespace tool {
 
 class Handshake {
 public:
-    Handshake(Server server, Transport transport)
-        : server_(std::move(server)), transport_(InLibrary(transport)), url_(server_.url) {
+    Handshake(const Server &server, Transport transport, Sessions &sessions, const Tick &tick)
+        : server_(server), transport_(InLibrary(transport)), sessions_(sessions), tick_(tick), url_(server_.url) {
         opened_.transport = transport;
         if (transport == Transport::kAuto) opened_.transport = KeepsToTcp(url_) ? Transport::kTcp : Transport::kUdp;
     }
 
-    void Run(); // takes what it began back when it was abandoned meanwhile
-
-    struct Progress {
-        std::string phase; // the step that runs
-        std::string where; // the same as a failure has it, with the server where that says more
-        Clock::time_point since;
-        bool done = false;
-    };
-    Progress Look() const;
-
-    // Takes what there is; what is still on its way is left to itself. False when it was not done.
-    bool Leave(OpenedSession &opened, Outcome &outcome);
+    Outcome Run(OpenedSession &opened); // what there is, also after a failure
 
 private:
+    bool Wait();
     Outcome Talk();
     Outcome Resolve();
+    Outcome FindAddress();
     Outcome Connect();
     Outcome Ask();
     Outcome AskOptions();
@@ -54,19 +44,19 @@ private:
     template <typename Call> Outcome Step(const std::string &phase, Call call);
     template <typename Exchange> Outcome Request(const std::string &phase, Exchange exchange);
 
-    const Server server_;
+    const Server &server_;
     const RTSPTapTransport transport_;
+    Sessions &sessions_;
+    const Tick &tick_;
     Url url_;                // where it leads now
     std::string ownAddress_; // the server's that the password is for
     std::string location_;   // of the latest reply that redirects
     OpenedSession opened_;
-    Outcome outcome_;
 
-    mutable std::mutex lock_; // guards the fields below
-    Progress progress_;
-    OpenedSession soFar_;              // without the session, when the step began
-    std::shared_ptr<Session> session_; // of the step
-    bool abandoned_ = false;
+    std::string step_; // the one that runs, with the server where that says more
+    Clock::time_point stepBegin_;
+    Clock::time_point lastTick_ = Clock::now();
+    Outcome stop_; // why it goes no further: a signal, or a step that took too long
 };
 
 } // namespace tool

@@ -1,15 +1,8 @@
 #include "session/opening.h"
 
-#include "base/background.h"
 #include "session/handshake.h"
 
 namespace tool {
-namespace {
-
-constexpr auto kLook = std::chrono::milliseconds(5);
-constexpr auto kTick = std::chrono::milliseconds(100);
-
-} // namespace
 
 Outcome ReadServer(const ServerSettings &settings, Interruption &interruption, Server &server) {
     if (Outcome refused = ParseUrl(settings.url, server.url); !refused.IsOk()) return refused;
@@ -25,28 +18,9 @@ Outcome ReadServer(const ServerSettings &settings, Interruption &interruption, S
     return ReadCredentials(settings, server.url, interruption, server.credentials);
 }
 
-Outcome OpenSession(const Server &server, Transport transport, Interruption &interruption, OpenedSession &opened,
+Outcome OpenSession(const Server &server, Transport transport, Sessions &sessions, OpenedSession &opened,
                     const Tick &tick) {
-    opened = {};
-    const auto handshake = std::make_shared<Handshake>(server, transport);
-    RunInBackground([handshake] { handshake->Run(); });
-    Clock::time_point lastTick = Clock::now();
-    for (;;) {
-        const int signal = interruption.WaitFor(kLook);
-        const Handshake::Progress progress = handshake->Look();
-        const Clock::time_point now = Clock::now();
-        const bool late = !progress.phase.empty() && now - progress.since > server.connectTimeout;
-        if (signal != 0 || progress.done || late) {
-            Outcome outcome =
-                signal != 0 ? OutcomeOfSignal(signal) : OutcomeOfTimeout(progress.where, server.connectTimeout);
-            handshake->Leave(opened, outcome); // also of one that was done when the signal came
-            return outcome;
-        }
-        if (now - lastTick >= kTick) {
-            lastTick = now;
-            tick();
-        }
-    }
+    return Handshake(server, transport, sessions, tick).Run(opened);
 }
 
 std::vector<std::string> DescribeOmissions(const OpenedSession &opened) {

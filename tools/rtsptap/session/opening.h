@@ -1,5 +1,4 @@
-// From an address to playing streams, step by step: each step is timed, bounded, and named when it fails. The steps
-// run on a thread of their own (handshake.h), which is left behind when it takes too long.
+// From an address to playing streams, step by step: each step is timed, bounded, and named when it fails.
 #pragma once
 
 #include "base/interruption.h"
@@ -7,6 +6,7 @@
 #include "session/credentials.h"
 #include "session/description.h"
 #include "session/session.h"
+#include "session/sessions.h"
 #include "session/url.h"
 
 #include <functional>
@@ -70,7 +70,7 @@ using Tick = std::function<void()>;
 
 // One attempt: over one transport; kAuto is UDP, and TCP where that is refused before anything is set up. Follows
 // redirections; password and headers with secrets go to no other host. Trying again is the caller's. Says nothing.
-Outcome OpenSession(const Server &server, Transport transport, Interruption &interruption, OpenedSession &opened,
+Outcome OpenSession(const Server &server, Transport transport, Sessions &sessions, OpenedSession &opened,
                     const Tick &tick);
 
 // One line for each stream that is left out: its number, its codec, and why.

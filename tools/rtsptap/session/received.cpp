@@ -3,13 +3,9 @@
 
 namespace tool {
 
-int32_t Session::Take(int32_t number, std::span<RTPStreamData *> room, std::chrono::milliseconds limit) const {
-    return RTSPTapTakePackets(client_, InLibrary(number), room.data(), static_cast<int32_t>(room.size()),
-                              static_cast<int32_t>(limit.count()));
-}
-
-void Session::GiveBack(int32_t number, std::span<RTPStreamData *const> packets) const {
-    RTSPTapFreePackets(client_, InLibrary(number), packets.data(), static_cast<int32_t>(packets.size()));
+int32_t Session::NumberOf(const RTSPTapGroupPacket &record) const {
+    const auto index = static_cast<std::size_t>(record.stream - 1);
+    return index < listened_.size() ? listened_[index] : record.stream;
 }
 
 std::optional<std::chrono::nanoseconds> Session::SentAt(int32_t number, const RTPStreamData &packet) const {

@@ -37,46 +37,28 @@ public:
     int32_t Add(const Header &header) {
         return RTSPAddHeaderToList(handle_, header.name.c_str(), header.value.c_str(), 1);
     }
+    int32_t AddAll(const std::vector<Header> &headers) {
+        for (const Header &header : headers)
+            if (const int32_t result = Add(header); result != RTSP_SUCCESS) return result;
+        return RTSP_SUCCESS;
+    }
     intptr_t Handle() const { return handle_; }
 
 private:
     const intptr_t handle_ = RTSPCreateHeaderList();
 };
 
-// What a session sends, in its order.
+// Those that a user may add headers to.
 struct Method {
     RTSPMethod number;
     const char *name;
-    int32_t (*send)(intptr_t client, int32_t stream, intptr_t headers);
 };
 
-constexpr Method kMethods[] = {
-    {RTSP_OPTIONS, "OPTIONS",
-     [](intptr_t client, int32_t, intptr_t headers) {
-         return RTSPClientSendOptionsRequest(client, headers, nullptr, nullptr);
-     }},
-    {RTSP_DESCRIBE, "DESCRIBE",
-     [](intptr_t client, int32_t, intptr_t headers) {
-         return RTSPClientSendDescribeRequest(client, headers, nullptr, nullptr);
-     }},
-    {RTSP_SETUP, "SETUP",
-     [](intptr_t client, int32_t stream, intptr_t headers) {
-         return RTSPClientSendSetupRequest(client, stream, headers, nullptr, nullptr);
-     }},
-    {RTSP_PLAY, "PLAY",
-     [](intptr_t client, int32_t stream, intptr_t headers) {
-         return RTSPClientSendPlayRequest(client, stream, headers, nullptr, nullptr);
-     }},
-    {RTSP_TEARDOWN, "TEARDOWN",
-     [](intptr_t client, int32_t, intptr_t headers) {
-         return RTSPClientSendTeardownRequest(client, headers, nullptr, nullptr);
-     }},
-};
-
-const Method &MethodOf(RTSPMethod number) {
-    return *std::find_if(std::begin(kMethods), std::end(kMethods),
-                         [number](const Method &row) { return row.number == number; });
-}
+constexpr Method kMethods[] = {{RTSP_OPTIONS, "OPTIONS"},
+                               {RTSP_DESCRIBE, "DESCRIBE"},
+                               {RTSP_SETUP, "SETUP"},
+                               {RTSP_PLAY, "PLAY"},
+                               {RTSP_TEARDOWN, "TEARDOWN"}};
 
 // What the library refuses to send with TEARDOWN. With other methods its refusal comes before any harm is done;
 // here it would leave the session in the server.
@@ -97,7 +79,7 @@ bool WasSent(int32_t result) {
     constexpr int32_t kBefore[] = {RTSP_INVALID_HEADER_LIST, RTSP_INVALID_STATE, RTSP_INVALID_ARGUMENT,
                                    RTSP_NOT_CONNECTED,       RTSP_SOCKET_FAILED, RTSP_NO_MEMORY,
                                    RTSP_REQUEST_NOT_BUILT,   RTSP_SEND_FAILED,   RTSPTAP_NO_PROTECTION,
-                                   RTSPTAP_BAD_KEYS};
+                                   RTSPTAP_BAD_KEYS,         RTSPTAP_INTERRUPTED};
     return std::find(std::begin(kBefore), std::end(kBefore), result) == std::end(kBefore);
 }
 
@@ -186,6 +168,7 @@ Session::Session() : client_(RTSPClientCreate()) {
     if (client_ <= 0) throw std::bad_alloc();
     UseSrtp(client_);
     RTPClientSetAudioVideoBufferSize(client_, kVideoBufferBytes, kAudioBufferBytes);
+    RTSPTapSetOption(client_, RTSPTAP_OPTION_THREADS, 0);
     RTSPTapSetRtcpCallback(client_, TakeControl, this);
     RTSPTapSetOption(client_, RTSPTAP_OPTION_DIALECT, RTSPTAP_DIALECT_TOLERANT);
     RTSPTapSetOption(client_, RTSPTAP_OPTION_STATISTICS, 1);
@@ -196,7 +179,6 @@ Session::Session() : client_(RTSPClientCreate()) {
 Session::~Session() { RTSPClientDestroy(client_); }
 
 int32_t Session::Connect(const Target &target, std::string &address) {
-    const std::lock_guard guard(exchange_);
     const bool isFirst = !std::exchange(connected_, true);
     RTSPTapSetOption(client_, RTSPTAP_OPTION_KEEP_ALIVE, target.keepalive ? -1 : 0);
     exact_ = target.exact;
@@ -209,7 +191,7 @@ int32_t Session::Connect(const Target &target, std::string &address) {
         RTSPTapSetCredentials(client_, given.user.c_str(), given.password.c_str());
     char text[kTextBytes] = {};
     if (const int32_t result = UseTls(client_, target); result != RTSP_SUCCESS) return result;
-    const int32_t result = RTSPTapConnect(client_, target.url.c_str(), text);
+    const int32_t result = AwaitEnd(RTSPTapBeginConnect(client_, target.url.c_str(), text));
     if (result == RTSP_SUCCESS) address = text;
     const bool isTcp = result == RTSP_SUCCESS && target.transport == RTSPTAP_TRANSPORT_TCP;
     return isTcp ? RTSPTapSetDataProto(client_, DATA_PROTO_TCP) : result;
@@ -242,28 +224,41 @@ Answer Session::Options() {
     return answer;
 }
 
-Answer Session::Teardown() {
-    {
-        const std::lock_guard guard(exchange_);
-        if (std::exchange(tornDown_, true)) return {};
-    }
-    return Send(RTSP_TEARDOWN);
+void Session::Join(RTSPTapGroup *group) const { RTSPTapGroupAdd(group, client_, nullptr); }
+
+// Until it is over, or nobody waits any more: then it is called off.
+int32_t Session::AwaitEnd(int32_t begun) const {
+    if (begun != RTSP_SUCCESS) return begun;
+    int32_t result = RTSPTapProgress(client_);
+    for (; result == RTSPTAP_PENDING; result = RTSPTapProgress(client_))
+        if (!wait_()) RTSPTapInterrupt(client_);
+    return result;
+}
+
+void Session::BeginToLeave() {
+    const auto list = std::make_shared<HeaderList>();
+    if (list->AddAll(headers_[RTSP_TEARDOWN]) != RTSP_SUCCESS) return;
+    farewell_ = list;
+    RTSPTapBeginMethod(client_, RTSP_TEARDOWN, 0, list->Handle());
+}
+
+bool Session::HasLeft() {
+    const int32_t result = RTSPTapProgress(client_);
+    if (result != RTSPTAP_PENDING) AnswerOf(result);
+    return result != RTSPTAP_PENDING;
 }
 
 // Which transport it is to be is the library's choice, unless the user has headers for it.
 Answer Session::SetUp(int32_t number) {
     if (!headers_[RTSP_SETUP].empty()) return Send(RTSP_SETUP, number);
-    const std::lock_guard guard(exchange_);
-    return AnswerOf(RTSPTapSetup(client_, number));
+    return AnswerOf(AwaitEnd(RTSPTapBeginSetup(client_, number)));
 }
 
 Answer Session::Send(RTSPMethod method, int32_t stream) {
-    const std::lock_guard guard(exchange_);
     std::vector<Header> &own = headers_[method];
     HeaderList list;
-    for (const Header &header : own)
-        if (const int32_t result = list.Add(header); result != RTSP_SUCCESS) return {result, {}};
-    const Answer answer = AnswerOf(MethodOf(method).send(client_, stream, list.Handle()));
+    if (const int32_t result = list.AddAll(own); result != RTSP_SUCCESS) return {result, {}};
+    const Answer answer = AnswerOf(AwaitEnd(RTSPTapBeginMethod(client_, method, stream, list.Handle())));
     // A transport of the user's names ports or channels, which are good for one stream.
     if (method == RTSP_SETUP) std::erase_if(own, [](const Header &header) { return header.name == "Transport"; });
     return answer;
@@ -354,23 +349,18 @@ std::vector<Stream> Session::Streams() const {
 // What exceeds the latency by so much has been waited for by nobody, and is dropped.
 void Session::SetLatency(int32_t milliseconds) {
     constexpr int32_t kSlackMs = 10000;
-    const std::lock_guard guard(exchange_);
     latency_ = milliseconds;
     RTPClientConfigLatency(client_, latency_, latency_, latency_ + kSlackMs);
 }
 
-// Not while an exchange takes its time: the caller does not wait.
 bool Session::ReleaseHeldBack() {
-    const std::unique_lock guard(exchange_, std::try_to_lock);
-    if (!guard.owns_lock() || std::exchange(latency_, 0) == 0) return false;
+    if (std::exchange(latency_, 0) == 0) return false;
     return RTPClientConfigLatency(client_, 0, 0, 0) == RTSP_SUCCESS;
 }
 
-// On threads of the library.
 void Session::TakeControl(void *session, int32_t number, int32_t isSent, const uint8_t *packet, uint32_t length) {
     constexpr std::size_t kMostUnseen = 64;
     Session &self = *static_cast<Session *>(session);
-    const std::lock_guard guard(self.controlLock_);
     if (self.controlObserver_)
         self.controlObserver_(number, isSent != 0, {packet, length});
     else if (self.unseenControl_.size() < kMostUnseen)
@@ -378,7 +368,6 @@ void Session::TakeControl(void *session, int32_t number, int32_t isSent, const u
 }
 
 void Session::ShowControl(ControlObserver observer) {
-    const std::lock_guard guard(controlLock_);
     controlObserver_ = std::move(observer);
     if (!controlObserver_) return;
     for (const ControlPacket &packet : unseenControl_) controlObserver_(packet.number, packet.isSent, packet.bytes);

@@ -12,7 +12,6 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <span>
 #include <string>
@@ -84,7 +83,7 @@ public:
     static constexpr int64_t kReceiveBufferBytes = 1 << 20; // asked of the system for each stream over UDP
 
     Session();
-    ~Session(); // waits for the library's threads; no packet may be out
+    ~Session(); // no packet may be out
     Session(const Session &) = delete;
     Session &operator=(const Session &) = delete;
 
@@ -93,12 +92,24 @@ public:
     int32_t Connect(const Target &target, std::string &address);
     RTSPTapTransport TransportUsed() const; // of the streams that are set up
 
-    // Each is one exchange, and blocks as long as the library does. Any thread: they wait for one another.
+    // Called again and again while a reply is waited for, and waits for it; false: nobody has the patience any
+    // more.
+    using Waiter = std::function<bool()>;
+    void SetWaiter(Waiter wait) { wait_ = std::move(wait); }
+
+    // From now on its packets are taken with those of the group, and all that it waits for is waited for there.
+    void Join(RTSPTapGroup *group) const;
+    bool IsOf(const RTSPTapGroupPacket &record) const { return record.client == client_; }
+    int32_t NumberOf(const RTSPTapGroupPacket &record) const; // of its stream
+
+    // Each is one exchange.
     Answer Options(); // in the tolerant dialect not for long: some servers never answer it
     Answer Describe() { return Send(RTSP_DESCRIBE); }
     Answer SetUp(int32_t number);
     Answer Play() { return Send(RTSP_PLAY); }
-    Answer Teardown(); // the first time only
+
+    void BeginToLeave(); // TEARDOWN, which is not waited for
+    bool HasLeft();      // it is over, one way or another
 
     // Receives on a local port what somebody else sends there; one more with each call, before the first packet.
     Outcome Listen(int32_t number, const ListenPort &port);
@@ -111,7 +122,7 @@ public:
     // The same, and of AAC what is in its parameters; null: there is none.
     const RTSPStreamDescription *Description(int32_t number) const { return RTSPClientGetSDPInfo(client_, number); }
 
-    std::vector<UsedRule> Tolerated() const; // in the order of their numbers; any thread
+    std::vector<UsedRule> Tolerated() const; // in the order of their numbers
 
     // An attribute of a stream's description that no field has, as "control"; empty when there is none.
     std::string Attribute(int32_t number, const std::string &name) const;
@@ -123,23 +134,17 @@ public:
     void SetLatency(int32_t milliseconds);
     bool ReleaseHeldBack(); // from now on nothing is held back; false when nothing was
 
-    // Packets of a stream, as many as have come and there is room for; how many, or why no more come. They go back
-    // with GiveBack. One thread per stream.
-    int32_t Take(int32_t number, std::span<RTPStreamData *> room, std::chrono::milliseconds limit) const;
-    void GiveBack(int32_t number, std::span<RTPStreamData *const> packets) const;
-
     // What the sender's clock showed at what a packet that was taken carries, by its last sender report; none: none
-    // has come. The thread that took it.
+    // has come.
     std::optional<std::chrono::nanoseconds> SentAt(int32_t number, const RTPStreamData &packet) const;
 
-    RTSPTapStreamStatistics Statistics(int32_t number) const; // any thread, as the next
-    int64_t ReceiveBufferBytes() const;                       // that the system granted; 0: nothing came over UDP
-    void EndWaits() const { RTSPTapInterrupt(client_); }      // those of Take; any thread
+    RTSPTapStreamStatistics Statistics(int32_t number) const;
+    int64_t ReceiveBufferBytes() const; // that the system granted; 0: nothing came over UDP
 
     // An RTCP packet of a stream: received, or a report of ours.
     using ControlObserver = std::function<void(int32_t number, bool isSent, std::span<const uint8_t> packet)>;
 
-    // From now on, the latest before it included; none: nobody. Not called any more when this returns.
+    // From now on, the latest before it included; none: nobody.
     void ShowControl(ControlObserver observer);
 
     std::string Authentication() const; // the server's way that is answered, "Digest"; empty: never asked for
@@ -147,6 +152,7 @@ public:
 
 private:
     Answer Send(RTSPMethod method, int32_t stream = 0);
+    int32_t AwaitEnd(int32_t begun) const;
     Answer AnswerOf(int32_t result) const;
     std::string Told(int32_t option) const;
     std::string LastReply() const;
@@ -154,19 +160,18 @@ private:
     static void TakeControl(void *session, int32_t number, int32_t isSent, const uint8_t *packet, uint32_t length);
 
     const intptr_t client_;
-    std::mutex exchange_; // guards the fields up to the empty line
+    Waiter wait_;
+    std::shared_ptr<void> farewell_; // headers of the TEARDOWN that is on its way
     MethodHeaders headers_;
     int32_t latency_ = 0;
     bool connected_ = false; // once
     bool exact_ = false;
-    bool tornDown_ = false;
 
     struct ControlPacket {
         int32_t number;
         bool isSent;
         std::vector<uint8_t> bytes;
     };
-    std::mutex controlLock_; // guards the next two; held while the observer runs
     ControlObserver controlObserver_;
     std::vector<ControlPacket> unseenControl_; // the first ones, before there was an observer
 

@@ -113,6 +113,15 @@ bool IsSecure(const Url &url) { return FindScheme(url.scheme)->isSecure; }
 
 bool KeepsToTcp(const Url &url) { return url.scheme != kSchemes[0].name; }
 
+bool IsAddress(const std::string &host) {
+    addrinfo hints = {};
+    hints.ai_flags = AI_NUMERICHOST;
+    addrinfo *found = nullptr;
+    if (getaddrinfo(host.c_str(), nullptr, &hints, &found) != 0) return false;
+    freeaddrinfo(found);
+    return true;
+}
+
 Outcome ResolveHost(const std::string &host, std::string &address) {
     addrinfo hints = {};
     hints.ai_socktype = SOCK_STREAM;

@@ -29,7 +29,10 @@ std::string RequestUrl(const Url &url);  // without user and password
 // password.
 Outcome ParseUrl(std::string_view text, Url &url);
 
-// The first address of a name, as text.
+// No name, so nobody has to be asked.
+bool IsAddress(const std::string &host);
+
+// The first address of a name, as text. Asks name servers, which may take long.
 Outcome ResolveHost(const std::string &host, std::string &address);
 
 } // namespace tool

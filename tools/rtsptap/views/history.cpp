@@ -35,7 +35,6 @@ SeriesPoint Merged(const SeriesPoint &first, const SeriesPoint &second) {
 
 PacketObserver SeriesRecorder::Observer() {
     return [this](const Stream &stream, const RTPStreamData &, Clock::time_point arrival) {
-        const std::lock_guard guard(lock_);
         Gaps &gaps = gaps_[stream.number];
         if (gaps.last != Clock::time_point()) gaps.longest = std::max(gaps.longest, arrival - gaps.last);
         gaps.last = arrival;
@@ -122,7 +121,6 @@ SeriesPoint SeriesRecorder::TakePoint(const StreamObservation &stream, const Obs
 }
 
 double SeriesRecorder::TakeLongestGapMs(int32_t stream) {
-    const std::lock_guard guard(lock_);
     return Seconds(std::exchange(gaps_[stream].longest, {})) * 1000;
 }
 

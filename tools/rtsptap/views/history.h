@@ -3,10 +3,9 @@
 #pragma once
 
 #include "reception/observation.h"
-#include "reception/readers.h"
+#include "reception/intake.h"
 
 #include <map>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -70,7 +69,6 @@ private:
     int disturbedLooks_ = 0;
     Observation last_;
 
-    std::mutex lock_; // guards gaps_, which readers fill
     std::map<int32_t, Gaps> gaps_;
 };
 

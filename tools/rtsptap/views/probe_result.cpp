@@ -62,13 +62,11 @@ std::vector<ProbedStream> ProbedStreamsOf(const OpenedSession &opened) {
 }
 
 void Arrivals::Begin(std::vector<ProbedStream> streams) {
-    const std::lock_guard guard(lock_);
     streams_ = std::move(streams);
     begin_ = Clock::now();
 }
 
 void Arrivals::Note(const Stream &stream, const RTPStreamData &packet, Clock::time_point arrival) {
-    const std::lock_guard guard(lock_);
     const auto sincePlay = std::chrono::duration_cast<std::chrono::microseconds>(arrival - begin_);
     const std::chrono::microseconds time = std::max(sincePlay, std::chrono::microseconds(0));
     for (ProbedStream &probed : streams_) {
@@ -82,7 +80,6 @@ void Arrivals::Note(const Stream &stream, const RTPStreamData &packet, Clock::ti
 }
 
 bool Arrivals::AreComplete() const {
-    const std::lock_guard guard(lock_);
     for (const ProbedStream &probed : streams_) {
         if (!probed.stream.isReadable || MayBeSilent(probed.stream)) continue;
         const FromPlay &sign =
@@ -92,10 +89,7 @@ bool Arrivals::AreComplete() const {
     return true;
 }
 
-std::vector<ProbedStream> Arrivals::Streams() const {
-    const std::lock_guard guard(lock_);
-    return streams_;
-}
+std::vector<ProbedStream> Arrivals::Streams() const { return streams_; }
 
 std::vector<Phase> PhasesWithMedia(const ProbeResult &result) {
     std::vector<Phase> phases = result.phases;

@@ -6,7 +6,6 @@
 #include "session/opening.h"
 
 #include <chrono>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -60,7 +59,6 @@ public:
     std::vector<ProbedStream> Streams() const;
 
 private:
-    mutable std::mutex lock_; // guards the two below
     std::vector<ProbedStream> streams_;
     Clock::time_point begin_;
 };

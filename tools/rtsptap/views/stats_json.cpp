@@ -1,5 +1,6 @@
 #include "views/watchers.h"
 
+#include "base/outlet.h"
 #include "base/text.h"
 #include "base/writing.h"
 #include "reception/observation.h"
@@ -99,7 +100,8 @@ Json SummaryOf(const StreamObservation &stream) {
 
 class StatsJson : public Watcher {
 public:
-    StatsJson(FILE *out, bool owned, std::string name) : out_(out), owned_(owned), name_(std::move(name)) {}
+    StatsJson(FILE *out, bool owned, std::string name)
+        : out_(out), owned_(owned), name_(std::move(name)), outlet_(fileno(out)) {}
     ~StatsJson() override {
         if (owned_ && out_ != nullptr) std::fclose(out_);
     }
@@ -107,6 +109,7 @@ public:
     void Show(const Observation &observation) override {
         if (before_ == Clock::time_point()) before_ = observation.now;
         const bool due = observation.now - before_ >= kInterval;
+        outlet_.Pass();
         for (const StreamObservation &stream : observation.streams)
             counts_.try_emplace(stream.stream.number, CountsOf(StreamStatistics(), observation.now));
         if (!due || HasFailed()) return;
@@ -123,6 +126,8 @@ public:
 
     Outcome Finish(const Observation &observation) override {
         if (!HasFailed()) WriteSummary(observation);
+        outlet_.Flush();
+        NoteFailure();
         if (!HasFailed() && owned_ && std::fclose(std::exchange(out_, nullptr)) != 0)
             failure_ = WriteFailure(name_, errno);
         return failure_;
@@ -151,12 +156,17 @@ private:
 
     // Names come from the server: what is no UTF-8 in them is replaced.
     void Write(const Json &line) {
-        failure_ = WriteText(out_, line.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n", name_);
+        outlet_.Put(line.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n");
+        NoteFailure();
+    }
+    void NoteFailure() {
+        if (outlet_.Error() != 0) failure_ = WriteFailure(name_, outlet_.Error());
     }
 
     FILE *out_;
     const bool owned_;
     const std::string name_;
+    Outlet outlet_;
     Outcome failure_;
     std::map<int32_t, Counts> counts_; // of the line before, by the stream's number
     Clock::time_point before_;
