@@ -185,7 +185,8 @@ bool ReceiveOnlyFrom(int socket, std::span<const Address> hosts) {
         for (std::size_t word = 0; word < place.words; ++word) {
             uint32_t value = 0;
             std::memcpy(&value, reinterpret_cast<const char *>(&host.storage) + place.inAddress + 4 * word, 4);
-            const auto at = static_cast<uint32_t>(SKF_NET_OFF + place.inHeader + 4 * word);
+            const uint32_t at =
+                static_cast<uint32_t>(SKF_NET_OFF) + static_cast<uint32_t>(place.inHeader + 4 * word);
             const auto toNext = static_cast<uint8_t>(2 * (place.words - word) - 1);
             steps[count++] = BPF_STMT(BPF_LD | BPF_W | BPF_ABS, at);
             steps[count++] = BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, ntohl(value), 0, toNext);

@@ -235,7 +235,9 @@ TEST(CommandLine, EveryFieldOfTheJsonIsDocumented) {
                                                          {"summary", stats + " | tail -n 1"}};
     for (const auto &[section, command] : cases) {
         const Result tool = RunToEnd(TOOL + command);
-        EXPECT_EQ("", tool.errors) << "also where nobody reads on";
+        const std::regex ofTheSanitizer(
+            "==[0-9]+==WARNING: ASan doesn't fully support makecontext/swapcontext.*\n");
+        EXPECT_EQ("", std::regex_replace(tool.errors, ofTheSanitizer, "")) << "also where nobody reads on";
         std::set<std::string> fields; // "streams[].total.bytes"
         const json flat = json::parse(tool.output).flatten();
         for (const auto &[path, value] : flat.items())
