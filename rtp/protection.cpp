@@ -47,6 +47,7 @@ int32_t OpenProtection(ProtectionMaker &maker, const RTSPStreamInfo &stream, Pro
 
 // Who sends reports begins anew with its counters, so it must not go on as the same sender.
 void SetProtection(RTSPStreamInfo &stream, ProtectionPtr protection) {
+    if (protection == nullptr && stream.protection == nullptr) return; // a thread may look at it meanwhile
     if (protection != nullptr) stream.localSsrc = 0;
     CloseProtection(std::exchange(stream.protection, protection.release()));
     if (stream.protection != nullptr) stream.plainSsrc = kNobody;

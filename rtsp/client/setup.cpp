@@ -70,10 +70,14 @@ int32_t TakeUserTransport(Exchange &exchange) {
 
 int32_t PrepareTransport(Exchange &exchange) {
     const ScopedLock ports(gblRTSPClientListLock);
-    if (exchange.client->media.dataProto == DATA_PROTO_UDP && !exchange.setup->asksMulticast)
+    RTSPStreamInfo &stream = *exchange.setup->stream;
+    if (exchange.client->media.dataProto == DATA_PROTO_UDP && !exchange.setup->asksMulticast) {
         if (const int32_t result = OpenUdpPair(exchange); result != RTSP_SUCCESS) return result;
-    // Nobody receives for the stream any more.
-    SetProtection(*exchange.setup->stream, std::move(exchange.setup->protection));
+    } else if (exchange.setup->protection != nullptr || stream.protection != nullptr) {
+        CloseRtpSocket(stream); // the thread of a session before ends with them
+        CloseRtcpSocket(stream);
+    }
+    SetProtection(stream, std::move(exchange.setup->protection));
     exchange.setup->hasUserTransport ? AddUserTransport(exchange) : AddOwnTransport(exchange);
     return RTSP_SUCCESS;
 }

@@ -156,6 +156,7 @@ TEST(Open, AgainUsesNoStreamOfASessionBefore) {
                         {"PLAY ", Ok() + ReadReply(media)}};
     ScriptedServer server(script);
     const Client client;
+    SetNumber(client, RTSPTAP_OPTION_THREADS, 0); // so that nobody reads while the test looks
     SetNumber(client, RTSPTAP_OPTION_TRANSPORT, RTSPTAP_TRANSPORT_TCP);
     SetNumber(client, RTSPTAP_OPTION_SILENCE_LIMIT, 0);
     for (const std::size_t packets : {1U, 0U, 1U}) {
