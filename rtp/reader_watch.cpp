@@ -8,8 +8,9 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdlib>
-#include <semaphore.h>
+#include <ctime>
 #include <span>
+#include <sys/timerfd.h>
 #include <unistd.h>
 #include <utility>
 
@@ -63,10 +64,8 @@ int LookAt(WatchedTurn &watched, uint64_t now) {
 }
 
 // They lie far apart, in memory that nobody has used for milliseconds: it is asked for some turns ahead.
-int LookAtAll() {
+int LookAtAll(uint64_t now) {
     constexpr std::size_t kAhead = 8;
-    const ScopedLock lock(turnsLock);
-    const uint64_t now = MonotonicMs();
     int soonest = kNobodyComes;
     for (std::size_t at = 0; at < turnCount; ++at) {
         __builtin_prefetch(turns[std::min(at + kAhead, turnCount - 1)].turn);
@@ -76,32 +75,52 @@ int LookAtAll() {
     return soonest;
 }
 
-// ---- the thread ----
+// ---- who looks, and when ----
 
-sem_t called; // it is to look, or to end; made once for good: a reader may still call when it has ended
-std::atomic<bool> sleeps{false}; // without limit: who leaves a turn calls
+// Whoever leaves a turn once a look is due makes it, and moves the alarm that would wake the thread: while readers
+// come and go it sleeps on. To wake a thread costs the processor more than most bursts do.
+constexpr uint64_t kNobodyIsAwaited = 0; // who leaves a turn next looks
+std::atomic<uint64_t> lookAtMs{kNobodyIsAwaited};
+std::atomic<uint32_t> looksWanted{0};
 std::atomic<bool> mustEnd{false};
+int alarmClock = -1; // timerfd; wakes the thread
 
-void WaitFor(int ms) {
-    const uint64_t end = MonotonicMs() + static_cast<uint64_t>(ms);
-    const timespec until = MonotonicTime(end);
-    sem_clockwait(&called, CLOCK_MONOTONIC, &until);
+// Readers are to be there first.
+constexpr int EarlierMs(int nextMs) { return std::min(nextMs / 2, 2); }
+
+void SetAlarm(uint64_t atMs) {
+    const itimerspec at = {.it_interval = {}, .it_value = MonotonicTime(atMs)};
+    timerfd_settime(alarmClock, TFD_TIMER_ABSTIME, &at, nullptr);
 }
 
-// No reader that leaves is missed: it sees that the watch sleeps, or the last look sees that it has left.
-void SleepUntilCalled() {
-    sleeps.store(true, std::memory_order_seq_cst);
-    if (LookAtAll() == kNobodyComes && !mustEnd.load(std::memory_order_acquire)) sem_wait(&called);
-    sleeps.store(false, std::memory_order_relaxed);
+// No reader that leaves is missed: it sees that nobody is awaited, or the second look sees that it has left.
+void LookOnce() {
+    const ScopedLock lock(turnsLock);
+    const uint64_t now = MonotonicMs();
+    int nextMs = LookAtAll(now);
+    if (nextMs == kNobodyComes) {
+        lookAtMs.store(kNobodyIsAwaited, std::memory_order_seq_cst);
+        nextMs = LookAtAll(now);
+    }
+    if (nextMs == kNobodyComes) return;
+    SetAlarm(now + static_cast<uint64_t>(nextMs));
+    lookAtMs.store(now + static_cast<uint64_t>(nextMs - EarlierMs(nextMs)), std::memory_order_seq_cst);
+}
+
+// Who comes while somebody looks has that one look again.
+void Look() {
+    if (looksWanted.fetch_add(1, std::memory_order_acq_rel) > 0) return;
+    uint32_t wanted = 0;
+    do {
+        wanted = looksWanted.load(std::memory_order_acquire);
+        LookOnce();
+    } while (!looksWanted.compare_exchange_strong(wanted, 0, std::memory_order_acq_rel));
 }
 
 void *WatchReaders(void * /*unused*/) {
     while (!mustEnd.load(std::memory_order_acquire)) {
-        const int nextMs = LookAtAll();
-        if (nextMs == kNobodyComes)
-            SleepUntilCalled();
-        else
-            WaitFor(nextMs);
+        uint64_t rings = 0;
+        if (read(alarmClock, &rings, sizeof rings) == sizeof rings) Look();
     }
     return nullptr;
 }
@@ -120,7 +139,9 @@ void ForgetParent() {
     turns = nullptr; // it may be half way to a larger place
     turnCount = turnRoom = 0;
     turnsLock = PTHREAD_MUTEX_INITIALIZER;
-    sleeps.store(false, std::memory_order_relaxed);
+    looksWanted.store(0, std::memory_order_relaxed);
+    lookAtMs.store(kNobodyIsAwaited, std::memory_order_relaxed);
+    close(std::exchange(alarmClock, -1));
 }
 
 // Nobody has more than one turn open.
@@ -134,24 +155,26 @@ bool MakeRoom(std::size_t count) {
     return true;
 }
 
+bool StartWatch() {
+    mustEnd.store(false, std::memory_order_release);
+    alarmClock = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC);
+    return alarmClock >= 0 && StartLibraryThread(thread, WatchReaders, nullptr);
+}
+
 // Nobody watches.
-void GiveRoomBack() {
+void GiveBack() {
     std::free(std::exchange(turns, nullptr));
     turnRoom = 0;
+    if (alarmClock >= 0) close(std::exchange(alarmClock, -1));
 }
 
 } // namespace
 
 bool NeedReaderWatch() {
-    static pthread_once_t made = PTHREAD_ONCE_INIT;
-    pthread_once(&made, [] { sem_init(&called, 0, 0); });
     const ScopedLock lock(lifeLock);
     ForgetParent();
     if (!MakeRoom(static_cast<std::size_t>(needs) + 1)) return false;
-    if (needs == 0) {
-        mustEnd.store(false, std::memory_order_release);
-        if (!StartLibraryThread(thread, WatchReaders, nullptr)) return GiveRoomBack(), false;
-    }
+    if (needs == 0 && !StartWatch()) return GiveBack(), false;
     ++needs;
     owner = getpid();
     return true;
@@ -161,9 +184,9 @@ void ReleaseReaderWatch() {
     const ScopedLock lock(lifeLock);
     if (owner != getpid() || --needs > 0) return;
     mustEnd.store(true, std::memory_order_release);
-    sem_post(&called);
+    SetAlarm(MonotonicMs());
     WaitForThreadCompletion(thread);
-    GiveRoomBack();
+    GiveBack();
 }
 
 void BeginWatching(ReceiveTurn &turn) {
@@ -185,9 +208,8 @@ void EndRest(ReceiveTurn &turn) {
     WakeFromRest(turn);
 }
 
-void TellReaderLeft() {
-    if (sleeps.load(std::memory_order_seq_cst) && sleeps.exchange(false, std::memory_order_acq_rel))
-        sem_post(&called);
+void TellReaderLeft(uint64_t nowMs) {
+    if (nowMs >= lookAtMs.load(std::memory_order_seq_cst)) Look();
 }
 
 } // namespace rtsptap

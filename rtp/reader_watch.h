@@ -1,6 +1,7 @@
-// One thread for the whole process that looks by the clock whether readers still come: to the turns whose own
-// threads rest for them. It wakes a thread whose readers stay away. So nothing is armed, disarmed or timed with a
-// packet, and however many streams there are, as long as readers come one thread wakes up for all of them.
+// Looks by the clock whether readers still come: to the turns whose own threads rest for them. A thread whose readers
+// stay away is woken. Nothing is armed, disarmed or timed with a packet: from time to time a reader that leaves its
+// turn looks at all of them, however many there are, and sets the alarm of the one thread of the process that looks
+// when no reader comes by.
 #pragma once
 
 #include <cstdint>
@@ -30,7 +31,7 @@ void EndWatching(ReceiveTurn &turn);
 
 // ---- A reader that left a turn whose thread rests ----
 
-void TellReaderLeft();
+void TellReaderLeft(uint64_t nowMs); // MonotonicMs
 // Nothing more comes there: the thread is woken at once.
 void EndRest(ReceiveTurn &turn);
 

@@ -34,16 +34,15 @@ bool Take(ReceiveTurn &turn, ScopedTurn::Patience patience) {
 }
 
 // Gives back what is TurnState::kTaken, or kTakenThreadRests: then the thread rests on, and the watch has to know.
-void Leave(ReceiveTurn &turn) {
+void Leave(ReceiveTurn &turn, uint64_t nowMs) {
     TurnState state = turn.state.load(std::memory_order_relaxed);
     if (state == TurnState::kTaken)
         turn.state.compare_exchange_strong(state, TurnState::kFree,
                                            std::memory_order_acq_rel); // if it rests by now
-    if (state == TurnState::kTakenThreadRests) {
-        turn.state.store(TurnState::kFreeThreadRests, std::memory_order_seq_cst);
-        TellReaderLeft();
-    }
+    const bool rests = state == TurnState::kTakenThreadRests;
+    if (rests) turn.state.store(TurnState::kFreeThreadRests, std::memory_order_seq_cst);
     turn.state.notify_one();
+    if (rests) TellReaderLeft(nowMs);
 }
 
 void BeginRest(ReceiveTurn &turn) {
@@ -53,7 +52,7 @@ void BeginRest(ReceiveTurn &turn) {
     };
     while (!turn.state.compare_exchange_weak(state, resting(), std::memory_order_seq_cst)) {
     }
-    if (!IsTaken(state)) TellReaderLeft();
+    if (!IsTaken(state)) TellReaderLeft(MonotonicMs());
 }
 
 } // namespace
@@ -61,7 +60,7 @@ void BeginRest(ReceiveTurn &turn) {
 ScopedTurn::ScopedTurn(ReceiveTurn &turn, Patience patience) : turn_(turn), mine_(Take(turn, patience)) {}
 
 ScopedTurn::~ScopedTurn() {
-    if (mine_) Leave(turn_);
+    if (mine_) Leave(turn_, MonotonicMs());
 }
 
 bool IsTaken(const ReceiveTurn &turn) { return IsTaken(turn.state.load(std::memory_order_acquire)); }
@@ -72,7 +71,7 @@ ReaderTurn::ReaderTurn(ReceiveTurn &turn) : turn_(turn) {
     // Where nothing more comes the thread is not to rest: it has to end.
     mine_ = turn.thread != nullptr && !turn.ended;
     if (!mine_) {
-        Leave(turn);
+        Leave(turn, MonotonicMs());
         return;
     }
     turn.visits.store(turn.visits.load(std::memory_order_relaxed) + 1, std::memory_order_release);
@@ -83,8 +82,9 @@ ReaderTurn::ReaderTurn(ReceiveTurn &turn) : turn_(turn) {
 ReaderTurn::~ReaderTurn() {
     if (!mine_) return;
     const bool isOver = turn_.ended;
-    turn_.lastLeftMs.store(MonotonicMs(), std::memory_order_relaxed);
-    Leave(turn_);
+    const uint64_t now = MonotonicMs();
+    turn_.lastLeftMs.store(now, std::memory_order_relaxed);
+    Leave(turn_, now);
     if (isOver) EndRest(turn_); // the thread has to end: whoever connects anew must not count on it
 }
 

@@ -5,8 +5,8 @@
 #include <future>
 
 using namespace rtsptap::test;
+using torture::atNextAlarm;
 using torture::atNextClock;
-using torture::atNextPost;
 using torture::atNextSleep;
 
 namespace {
@@ -43,20 +43,20 @@ TEST_P(ReceiveTurn, PacketQueuedBeforeTheReadersTurnIsTakenAtOnce) {
 }
 
 // Before the watch sees that the reader is gone, or while it waits for a while; and, after a long wait, where the
-// reader has left its turn and is about to call the watch, which sleeps.
+// reader has left its turn, has looked at all and is about to set the alarm.
 TEST_P(ReceiveTurn, PacketThatComesAsTheReaderLeavesIsReceived) {
     for (const int waitMs : {0, 2, 5, 40}) {
         std::promise<void> reads;
         bool held = false;
         std::thread reader([&] {
             atNextClock = [&] { reads.set_value(); };
-            atNextPost = [&] {
+            atNextAlarm = [&] {
                 held = true;
                 session.Arrive(1, Rtp(2));
                 usleep(10000);
             };
             Read();
-            atNextPost = nullptr;
+            atNextAlarm = nullptr;
         });
         reads.get_future().wait();
         usleep(static_cast<useconds_t>(waitMs) * 1000);
@@ -66,6 +66,41 @@ TEST_P(ReceiveTurn, PacketThatComesAsTheReaderLeavesIsReceived) {
         if (!held) session.Arrive(1, Rtp(2));
         EXPECT_TRUE(Eventually([this] { return QueuedOf(session) == 1; })) << waitMs;
         Read();
+    }
+}
+
+// One reader is held where it has looked at all turns; another one leaves its own meanwhile, and stays away.
+TEST_P(ReceiveTurn, ReaderThatLeavesWhileOneLooksIsMissed) {
+    Session other(GetParam(), CLIENT_PLAYING_STATE, {{{"TEARDOWN "}, Ok(), true}});
+    const auto takeOfOther = [&] { RTPClientFreeRTPStreamData(other, TakePacket(other, kVideo), kVideo); };
+    for (uint16_t round = 0; round < 6; round += 2) {
+        std::promise<void> bothWait[2], looks, otherIsAway;
+        std::atomic<bool> held{false};
+        std::thread reader([&] {
+            atNextClock = [&] { bothWait[0].set_value(); };
+            atNextAlarm = [&] {
+                held = true;
+                looks.set_value();
+                otherIsAway.get_future().wait();
+            };
+            Read();
+            atNextAlarm = nullptr;
+            if (!held) looks.set_value();
+        });
+        std::thread second([&] {
+            atNextClock = [&] { bothWait[1].set_value(); };
+            takeOfOther();
+            otherIsAway.set_value();
+        });
+        for (auto &waits : bothWait) waits.get_future().wait();
+        usleep(40000); // until nobody is awaited
+        session.Arrive(1, Rtp(round));
+        looks.get_future().wait();
+        other.Arrive(1, Rtp(round));
+        reader.join(), second.join();
+        other.Arrive(1, Rtp(round + 1));
+        EXPECT_TRUE(Eventually([&] { return QueuedOf(other) == 1; }));
+        takeOfOther();
     }
 }
 

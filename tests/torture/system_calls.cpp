@@ -12,7 +12,6 @@
 #include <iterator>
 #include <netdb.h>
 #include <new>
-#include <semaphore.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/time.h>
@@ -144,7 +143,7 @@ int WaitOn(pthread_cond_t *condition, pthread_mutex_t *mutex, clockid_t clock, c
 thread_local std::function<void()> atNextClock;
 std::atomic<bool> namesHang = false;
 std::atomic<int> namesAsked = 0;
-thread_local std::function<void()> atNextPost;
+thread_local std::function<void()> atNextAlarm;
 thread_local std::function<void()> atNextSleep;
 
 void Arm(const Fault &fault, long nth) {
@@ -207,6 +206,15 @@ int torture_eventfd(unsigned value, int flags) { return Fails("eventfd") ? -1 : 
 int torture_timerfd_create(int clock, int flags) {
     return Fails("timer") ? -1 : Taken(timerfd_create(static_cast<clockid_t>(clock), flags));
 }
+int torture_timerfd_settime(int fd, int flags, const itimerspec *at, itimerspec *before) {
+    if (atNextAlarm) std::exchange(atNextAlarm, nullptr)();
+    itimerspec sooner = *at;
+    if ((flags & TFD_TIMER_ABSTIME) != 0 && Nanoseconds(at->it_value) > 0) {
+        const int64_t left = std::max<int64_t>(Nanoseconds(at->it_value) - Now(CLOCK_MONOTONIC), 0);
+        sooner.it_value = Time(SystemNow(CLOCK_MONOTONIC) + left / Speed());
+    }
+    return timerfd_settime(Used(fd), flags, &sooner, before);
+}
 int torture_epoll_create1(int flags) { return Fails("epoll") ? -1 : Taken(epoll_create1(flags)); }
 int torture_epoll_ctl(int epoll, int operation, int fd, epoll_event *event) {
     return Fails("watch") ? -1 : epoll_ctl(Used(epoll), operation, Used(fd), event);
@@ -255,18 +263,8 @@ int torture_recvmmsg(int fd, mmsghdr *messages, unsigned count, int flags, times
         messages[i].msg_len = fault->effect == kNothing ? 0 : std::min(messages[i].msg_len, 13U);
     return came;
 }
-int torture_sem_clockwait(sem_t *semaphore, clockid_t clock, const timespec *deadline) {
-    return WaitUntil(Nanoseconds(*deadline), clock, -1, [=](int64_t ns) {
-        const timespec end = Time(SystemNow(clock) + ns);
-        return sem_clockwait(semaphore, clock, &end);
-    });
-}
 ssize_t torture_read(int fd, void *bytes, size_t n) { return Fails("read") ? -1 : read(Used(fd), bytes, n); }
 ssize_t torture_write(int fd, const void *bytes, size_t size) { return write(Used(fd), bytes, size); }
-int torture_sem_post(sem_t *semaphore) {
-    if (atNextPost) std::exchange(atNextPost, nullptr)();
-    return sem_post(semaphore);
-}
 int torture_poll(pollfd *waits, nfds_t count, int timeoutMs) {
     for (nfds_t i = 0; i < count; ++i) Used(waits[i].fd);
     NoteWait("poll", timeoutMs != 0);

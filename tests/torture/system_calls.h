@@ -12,7 +12,7 @@ namespace torture {
 
 // What another thread may do just there: runs when this thread next reads the clock, through the library.
 extern thread_local std::function<void()> atNextClock;
-extern thread_local std::function<void()> atNextPost;  // the same before it posts a semaphore
+extern thread_local std::function<void()> atNextAlarm; // the same before it sets an alarm
 extern thread_local std::function<void()> atNextSleep; // and before it sleeps
 
 // What happens to a call: it fails with an error, a positive number, or
