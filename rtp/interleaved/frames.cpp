@@ -57,6 +57,8 @@ Fit FindFrameRoom(RTSPStreamInfo &stream, uint32_t channel, std::size_t length) 
     return fits ? Fit::kFits : Fit::kNowhere;
 }
 
+constexpr std::size_t kGapsPerBody = 8; // so little of a ring may be lost
+
 // The stream with the largest ring, as far as frames come for it: there most of the bytes go.
 void ChooseLender(ReadAhead &reader, RTSPStreamInfo &stream) {
     if (reader.lender == &stream) return;
@@ -64,9 +66,26 @@ void ChooseLender(ReadAhead &reader, RTSPStreamInfo &stream) {
     if (isIdle || reader.lender->ring.size < stream.ring.size) reader.lender = &stream;
 }
 
+// One that was read into the room where the packet goes, a little further on: the headers before it can be left as
+// a gap. The writer never comes as far as the reader, which would look like a ring with nothing in it.
+bool IsInPlace(const ReceiveRing &ring, std::size_t gap, std::size_t length) {
+    return gap <= length / kGapsPerBody &&
+           static_cast<std::size_t>(ring.writeIndex) + gap + length <= static_cast<std::size_t>(ring.size) &&
+           gap + length < FreeRoom(ring).size();
+}
+
+void PlaceBody(ReceiveRing &ring, std::string_view body) {
+    if (body.empty()) return;
+    uint8_t *const place = ring.storage + ring.writeIndex;
+    const auto gap = reinterpret_cast<uintptr_t>(body.data()) - reinterpret_cast<uintptr_t>(place);
+    if (IsInPlace(ring, gap, body.size()))
+        ring.writeIndex += static_cast<int64_t>(gap);
+    else
+        memmove(place, body.data(), body.size()); // which may lie in the ring, too
+}
+
 void AcceptFrame(ReadAhead &reader, RTSPStreamInfo &stream, const Frame &frame) {
-    uint8_t *const place = stream.ring.storage + stream.ring.writeIndex;
-    if (!frame.body.empty()) memmove(place, frame.body.data(), frame.body.size()); // which may lie in the ring, too
+    PlaceBody(stream.ring, frame.body);
     const ArrivalRules rules{.reorder = false, .announceDrops = frame.followedReply, .channel = frame.channel};
     AcceptPacket(stream, static_cast<uint32_t>(frame.body.size()), rules,
                  frame.followedReply ? FailureText("%s :Invalid packet received ignoring\n")
