@@ -134,9 +134,10 @@ enum RTSPTapOption {
     RTSPTAP_OPTION_FIRST_PORT = 9,
     /** Port, 1025 to 65535, by default 59999: the last one that may be taken, for RTCP. */
     RTSPTAP_OPTION_LAST_PORT = 10,
-    /** Microseconds, -1 to 1000, by default -1; any time. How long a reader that finds no packet sleeps before it
-     * looks for what has come meanwhile: one waking then serves many packets, which costs a fraction of waking for
-     * each, and makes a packet late by half of it on average. 0: not at all. -1: a quarter of the target latency
+    /** Microseconds, -1 to 1000, by default -1; any time. How long packets gather, from when a reader was last
+     * served: one that finds no packet sleeps for what is left of that before it looks for what has come. One waking
+     * then serves many packets, which costs a fraction of waking for each, and makes a packet late by half of it on
+     * average. 0: not at all. -1: a quarter of the target latency
      *  (RTPClientConfigLatency), at most 1000, and not at all without one. A stream that stays silent that long is
      *  then waited for: its next packet is there at once. */
     RTSPTAP_OPTION_RECEIVE_NAP = 11,

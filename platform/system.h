@@ -24,6 +24,12 @@ inline uint64_t MonotonicMs() {
     return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1000000;
 }
 
+inline int64_t MonotonicNs() {
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return int64_t{now.tv_sec} * 1000000000 + now.tv_nsec;
+}
+
 // The same moment for a wait on CLOCK_MONOTONIC.
 inline timespec MonotonicTime(uint64_t ms) {
     return {static_cast<time_t>(ms / 1000), static_cast<long>(ms % 1000) * 1000000};

@@ -226,8 +226,10 @@ TurnEnd ServeAsReader(const Service &service, RTSPStreamInfo &stream, uint64_t d
     };
     const bool naps = NapUs(*stream.session) > 0;
     bool done = MustEnd(*turn.thread) || (naps && isDone(ServeAfterNap(service, stream)));
+    const bool waits = !done;
     while (!done) // in slices, so that it hears of orders to the thread; the first one asks for no time
         done = isDone(service.serveWaiting(stream)) || MonotonicMs() >= deadlineMs;
+    if (naps && waits) BeginToGather(turn);
     if (stream.handled != before) return TurnEnd::kHandled;
     return IsOver(turn) ? TurnEnd::kOver : TurnEnd::kNotDone;
 }

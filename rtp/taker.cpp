@@ -20,12 +20,14 @@ bool ServeAsTaker(const Service &service, RTSPStreamInfo &stream, uint32_t handl
     };
     uint64_t ms = left();
     Served served = isDone() || ms == 0 ? Served::kNothingLeft : ServeAfterNap(service, stream);
+    const bool waits = !isDone();
     while (!isDone() && served != Served::kNoRoom && served != Served::kEnded && !turn.ended) {
         served =
             ms >= kTurnSliceMs ? service.serveWaiting(stream) : service.serveWithin(stream, static_cast<int>(ms));
         if (isDone() || ms == 0 || stream.streamState != kStreamPlaying || MustEnd(*turn.thread)) break;
         ms = left();
     }
+    if (waits && NapUs(*stream.session) > 0) BeginToGather(turn);
     return isDone() || (served != Served::kNoRoom && served != Served::kEnded && !turn.ended);
 }
 
