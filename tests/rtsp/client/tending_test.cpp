@@ -126,11 +126,13 @@ constexpr char kPublicHeader[] = "Public: DESCRIBE, get_parameter,OPTIONS";
 
 // A client that sends a keep-alive every 100 ms, playing, and a server that meets each as `step` says.
 struct KeptAlive {
-    KeptAlive(uint32_t proto, const Step &step, int32_t dialect, const std::string &header = kPublicHeader)
+    KeptAlive(uint32_t proto, const Step &step, int32_t dialect, const std::string &header = kPublicHeader,
+              bool hasThreads = true)
         : server(Script{{"OPTIONS {base} ", Ok(header)}} + StepsTo(CLIENT_PLAYING_STATE, proto) + Times(200, step)),
           client(1 << 20, proto) {
         SetNumber(client, RTSPTAP_OPTION_DIALECT, dialect);
         SetNumber(client, RTSPTAP_OPTION_KEEP_ALIVE, 1);
+        SetNumber(client, RTSPTAP_OPTION_THREADS, hasThreads ? 1 : 0);
         client.serverPort = server.Port();
         EXPECT_EQ(client.Connect() + client.Options() + client.Describe(), 0);
         EXPECT_EQ(client.Setup(1) + client.Setup(2) + client.Play(), 0);
@@ -209,14 +211,20 @@ TEST(KeepAlive, ThatIsRefusedBecauseTheSessionIsOverTellsTheReaders) {
 }
 
 TEST(KeepAlive, AnswersAChallengeOnce) {
-    for (const uint32_t proto : {kUdp, kTcp}) {
-        const CapturedStdout output;
-        const KeptAlive session(
-            proto, AnyRequest(Status(401, "No", "WWW-Authenticate: Digest realm=\"r\", nonce=\"{cseq}\"")),
-            RTSPTAP_DIALECT_TOLERANT);
-        EXPECT_TRUE(session.MoreRequests(3));
-        EXPECT_NE(session.server.Requests()[6].find("nonce=\"6\""), std::string::npos);
-    }
+    for (const uint32_t proto : {kUdp, kTcp})
+        for (const bool hasThreads : {true, false}) {
+            const CapturedStdout output;
+            const KeptAlive session(
+                proto, AnyRequest(Status(401, "No", "WWW-Authenticate: Digest realm=\"r\", nonce=\"{cseq}\"")),
+                RTSPTAP_DIALECT_TOLERANT, kPublicHeader, hasThreads);
+            const std::size_t before = session.Requests();
+            ASSERT_TRUE(Eventually([&] {
+                RTPStreamData *packet = nullptr;
+                if (!hasThreads) RTSPTapTakePackets(session.client, 1, &packet, 1, 0);
+                return session.Requests() >= before + 3;
+            }));
+            EXPECT_NE(session.server.Requests()[6].find("nonce=\"6\""), std::string::npos);
+        }
 }
 
 // ---- the end of the connection ----
