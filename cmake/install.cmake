@@ -6,9 +6,7 @@ install(FILES LICENSE TYPE DOC)
 
 # An export of its own, as only its users need OpenSSL.
 if(RTSPTAP_DIGEST)
-  set_target_properties(rtsptap_digest PROPERTIES EXPORT_NAME digest)
-  set_target_properties(rtsptap_digest_shared PROPERTIES EXPORT_NAME digest_shared)
-  install(TARGETS rtsptap_digest rtsptap_digest_shared EXPORT rtsptap-digest-targets)
+  install(TARGETS ${digest_targets} EXPORT rtsptap-digest-targets)
   install(EXPORT rtsptap-digest-targets NAMESPACE rtsptap:: DESTINATION ${package_dir})
 endif()
 
