@@ -76,7 +76,8 @@ constexpr Way kOthers[] = {{" tolerated", RTSPTAP_DIALECT_TOLERANT},
 // What went wrong; empty when nothing did. The codes are those of the exact dialect.
 std::string Meet(const Hostile &hostile, const Way &way) {
     Session session(hostile.proto, hostile.method->from, Times(2, {hostile.method->name, hostile.reply, true}),
-                    1 << 20, way.hasThreads);
+                    1 << 20,
+                    [&way](intptr_t client) { SetNumber(client, RTSPTAP_OPTION_THREADS, way.hasThreads); });
     RecordOf(session).media.dialect.Choose(way.dialect);
     const bool isExact = way.dialect == RTSPTAP_DIALECT_EXACT;
     if (!isExact) RTSPTapSetOption(session, RTSPTAP_OPTION_REPLY_LIMIT, 1500);

@@ -3,8 +3,6 @@
 #include "tests/support/session.h"
 
 #include <algorithm>
-#include <filesystem>
-#include <iterator>
 #include <map>
 #include <memory>
 #include <poll.h>
@@ -13,28 +11,19 @@
 namespace rtsptap::test {
 namespace {
 
-std::ptrdiff_t ThreadsNow() {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/task"),
-                         std::filesystem::directory_iterator());
-}
-
 // A client without threads, which plays both streams.
 struct Threadless : Session {
     explicit Threadless(uint32_t dataProto, const Script &further = {}, int64_t keepAliveMs = 0)
         : Session(dataProto, CLIENT_READY_STATE, Script{{"PLAY ", Ok()}} + further) {
         RecordOf(*this).media.connection.tending.keepAlive = keepAliveMs;
         EXPECT_EQ(RTSPTapSetOption(*this, RTSPTAP_OPTION_THREADS, 0), 0);
-        const std::ptrdiff_t before = ThreadsNow();
+        const std::size_t before = CountThreads();
         EXPECT_EQ(Play(), 0);
-        EXPECT_EQ(ThreadsNow(), before);
+        EXPECT_EQ(CountThreads(), before);
         EXPECT_EQ(RTSPTapSetOption(*this, RTSPTAP_OPTION_THREADS, 1), RTSPTAP_TOO_LATE);
     }
     void Send(int32_t stream, uint16_t first, uint16_t last) {
-        for (const uint16_t number : Numbers(first, last))
-            if (proto == kTcp)
-                server.Send(Frame(2 * static_cast<unsigned>(stream - 1), Rtp(number)));
-            else
-                SendRtp(stream, Rtp(number));
+        for (const uint16_t number : Numbers(first, last)) Arrive(stream, Rtp(number));
     }
     // Appends what there is; the result of the call.
     int32_t Take(int32_t stream, std::vector<uint16_t> &numbers, int32_t timeoutMs = 0) {
@@ -69,10 +58,7 @@ TEST(WithoutThreads, CallsThatTakePacketsDoAllThatThreadsDo) {
         session.Send(2, 21, 25);
         EXPECT_EQ(session.TakeAll(1, 9), Numbers(1, 9));
         EXPECT_EQ(session.TakeAll(2, 5), Numbers(21, 25));
-        if (proto == kTcp)
-            session.server.Send(Frame(3, SenderReport()));
-        else
-            session.rtcp[1].SendTo(Plus(session.ClientPort(2), 1), SenderReport());
+        session.ArriveRtcp(2, SenderReport());
         std::size_t reports = 0;
         session.TakeUntil(1, [&](std::size_t) {
             reports += proto == kTcp ? session.server.WaitForFrames(0).size() : session.rtcp[1].Receive(1).size();
@@ -294,8 +280,7 @@ TEST(Descriptors, TheWaitOfAGroupEndsWhereItIsInterruptedAlsoBefore) {
         if (before) caller.join();
         EXPECT_EQ(RTSPTapGroupTakePackets(group, &packet, 1, kForever), 0);
     }
-    pollfd loop = {RTSPTapGroupGetDescriptor(group), POLLIN, 0};
-    EXPECT_EQ(poll(&loop, 1, 0), 0); // it has been told
+    EXPECT_FALSE(IsReadable(RTSPTapGroupGetDescriptor(group))); // it has been told
     EXPECT_EQ(RTSPTapGroupInterrupt(nullptr), RTSP_INVALID_ARGUMENT);
     RTSPTapGroupDestroy(group);
 }

@@ -112,7 +112,6 @@ TEST_F(NumberedPackets, WhatWasNotTakenThereIsRefused) {
         EXPECT_EQ(RTSPTapTakePackets(client, number, place, room, timeoutMs), RTSP_INVALID_ARGUMENT);
     EXPECT_EQ(RTSPTapFreePackets(Handle(), 1, nullptr, 0), 0);
     EXPECT_EQ(RTSPTapFreePackets(Handle(), 1, none, -1), RTSP_INVALID_ARGUMENT);
-    EXPECT_EQ(RTSPTapInterrupt(0), RTSP_INVALID_ARGUMENT);
 }
 
 TEST_F(NumberedPackets, AnInterruptIsToldOnceToEachStream) {

@@ -21,31 +21,19 @@ RTPStreamData WithExtension(uint16_t profile, std::string &bytes) {
 }
 
 TEST(HeaderExtensions, AreFoundWithinTheirBounds) {
-    struct Row {
-        uint16_t profile;
-        std::string bytes;
-        int32_t id;
-        std::string found; // "-": none
-    };
     using namespace std::string_literals;
-    const Row rows[] = {{0xBEDE, "\x10\xAA\x00\x22one\x00"s, 1, "\xAA"},
-                        {0xBEDE, "\x10\xAA\x00\x22one\x00"s, 2, "one"},
-                        {0xBEDE, "\x10\xAA\x00\x22one\x00"s, 3, "-"},
-                        {0xBEDE, "\xF0\x00\x10\xAA"s, 1, "-"}, // 15 ends the list
-                        {0xBEDE, "\x13xyz"s, 1, "-"},          // claims a byte more than there is
-                        {0xBEDE, "\x00\x00\x00\x10"s, 1, "-"},
-                        {0x1005, "\x01\x02hi\x00\x07\x00\x00"s, 1, "hi"},
-                        {0x1005, "\x01\x02hi\x00\x07\x00\x00"s, 7, ""},
-                        {0x1005, "\xFF\x05four"s, 255, "-"},
-                        {0x1005, "\x00\x00\x00\x09"s, 9, ""},
-                        {0x1005, "", 1, "-"},
-                        {0xABAC, "\x10\xAA\x00\x00"s, 1, "-"}};
-    for (Row row : rows) {
-        const RTPStreamData packet = WithExtension(row.profile, row.bytes);
+    for (const auto &row : Rows("header_extensions.txt")) {
+        int32_t profile = 0, id = 0;
+        std::string bytes;
+        std::istringstream in(row[0]);
+        std::getline(in >> std::hex >> profile >> std::dec >> id >> std::ws, bytes);
+        const RTPStreamData packet = WithExtension(static_cast<uint16_t>(profile), bytes);
         const uint8_t *data = nullptr;
         uint32_t size = 0;
-        const int32_t result = RTSPTapGetHeaderExtension(&packet, row.id, &data, &size);
-        EXPECT_EQ(result == 0 ? std::string(data, data + size) : "-", row.found) << row.id;
+        const std::string found = RTSPTapGetHeaderExtension(&packet, id, &data, &size) != 0 ? "none"
+                                  : size == 0                                               ? "empty"
+                                              : std::string(data, data + size);
+        EXPECT_EQ(found, row.at(1)) << row[0];
     }
     std::string replay = "\x80\x00\x00\x00\x80\x00\x00\x00\xB0\x2A\x00\x00"s;
     RTSPTapReplayHeader header = {};
@@ -76,14 +64,20 @@ TEST(TrueReports, ComeAtTheIntervalsOfRfc3550) {
         EXPECT_EQ(ReportIntervalMs(row.load, row.random), row.ms);
 }
 
+auto With(int32_t option) {
+    return [option](intptr_t client) { SetNumber(client, option, 1); };
+}
+
+struct ReportsPort {
+    UdpPeer reports;
+};
+
 // A camera of the tests: it plays one stream, and its client asks for what the test is about.
-struct Camera {
-    explicit Camera(uint32_t protocol, std::initializer_list<int32_t> options, const std::string &playHeaders = "",
-                    const std::string &lines = "")
-        : proto(protocol), server(Steps(proto, rtcp.Port(), playHeaders, lines)), client(1 << 20, proto) {
-        client.serverPort = server.Port();
-        for (const int32_t option : options) EXPECT_EQ(RTSPTapSetOption(client, option, 1), 0);
-    }
+struct Camera : ReportsPort, Session {
+    Camera(uint32_t protocol, const std::function<void(intptr_t)> &prepare, const std::string &playHeaders = "",
+           const std::string &lines = "")
+        : Session(protocol, CLIENT_INIT_STATE, Steps(protocol, reports.Port(), playHeaders, lines), 1 << 20,
+                  prepare) {}
     static Script Steps(uint32_t proto, uint16_t rtcpPort, const std::string &playHeaders,
                         const std::string &lines) {
         const std::string sdp = "v=0\r\ns=x\r\nt=0 0\r\nm=video 0 RTP/AVPF 96\r\na=rtpmap:96 H264/90000\r\n" +
@@ -94,40 +88,24 @@ struct Camera {
                 {"PLAY ", play},
                 {"TEARDOWN ", Ok(), true}};
     }
-    void Play() {
-        EXPECT_EQ(client.Connect(), 0);
-        EXPECT_EQ(client.Describe(), 0);
-        EXPECT_EQ(client.Setup(1), 0);
-        EXPECT_EQ(client.Play(), 0);
-        for (const std::string &request : server.Requests())
-            if (const std::size_t at = request.find("client_port="); at != request.npos)
-                port = static_cast<uint16_t>(std::stoi(request.substr(at + 12)));
-    }
-    void Send(const std::string &packet) {
-        proto == kUdp ? media.SendTo(port, packet) : void(server.Send(Frame(0, packet)));
-    }
+    void Begin() { EXPECT_EQ(Describe() + Setup(1) + Play(), 0); }
     void SendRtcp(const std::string &packet) {
-        proto == kUdp ? rtcp.SendTo(Plus(port, 1), packet) : void(server.Send(Frame(1, packet)));
+        proto == kUdp ? reports.SendTo(Plus(ClientPort(1), 1), packet) : void(server.Send(Frame(1, packet)));
     }
     // The nth RTCP packet of the client's.
     std::string Heard(std::size_t nth) {
-        return proto == kUdp ? rtcp.Receive(20000) : server.WaitForFrames(nth).at(nth - 1).substr(4);
+        return proto == kUdp ? reports.Receive(20000) : server.WaitForFrames(nth).at(nth - 1).substr(4);
     }
     // The RTP timestamp of the server's last report, once it is this one.
     bool Knows(uint32_t reported) {
-        RTSPTapStreamStatistics told = {};
-        told.recordSize = sizeof told;
-        return Eventually([&] {
-            RTSPTapGetStreamStatistics(client, 1, &told);
-            return told.reportRtpTimestamp == reported;
-        });
+        return Eventually([&] { return StatisticsOf(*this, 1).reportRtpTimestamp == reported; });
     }
     std::vector<RTPStreamData *> Take(std::size_t count) {
         std::vector<RTPStreamData *> packets(count);
         std::size_t taken = 0;
         while (taken < count) {
             const int32_t came =
-                RTSPTapTakePackets(client, 1, packets.data() + taken, static_cast<int32_t>(count - taken), 5000);
+                RTSPTapTakePackets(*this, 1, packets.data() + taken, static_cast<int32_t>(count - taken), 5000);
             if (came <= 0) break;
             taken += static_cast<std::size_t>(came);
         }
@@ -136,14 +114,8 @@ struct Camera {
         return packets;
     }
     void Free(const std::vector<RTPStreamData *> &packets) {
-        EXPECT_EQ(RTSPTapFreePackets(client, 1, packets.data(), static_cast<int32_t>(packets.size())), 0);
+        EXPECT_EQ(RTSPTapFreePackets(*this, 1, packets.data(), static_cast<int32_t>(packets.size())), 0);
     }
-
-    uint32_t proto;
-    UdpPeer media, rtcp;
-    ScriptedServer server;
-    Client client;
-    uint16_t port = 0;
 };
 
 // No report answers one of the server's at once, 1.026 seconds after PLAY at the earliest; it says what was
@@ -154,9 +126,10 @@ TEST(TrueReports, SayWhatWasCountedAndGoodbye) {
         const auto since = [began] {
             return std::chrono::duration<double>(std::chrono::steady_clock::now() - began);
         };
-        Camera camera(proto, {RTSPTAP_OPTION_TRUE_REPORTS});
-        camera.Play();
-        for (const int number : {65533, 65534, 0, 0, 1, 2, 4, 5}) camera.Send(Rtp(static_cast<uint16_t>(number)));
+        Camera camera(proto, With(RTSPTAP_OPTION_TRUE_REPORTS));
+        camera.Begin();
+        for (const int number : {65533, 65534, 0, 0, 1, 2, 4, 5})
+            camera.Arrive(1, Rtp(static_cast<uint16_t>(number)));
         camera.Free(camera.Take(8));
         camera.SendRtcp(RtcpPacket(205, {1, 2, 3}) + // of reduced size
                         RtcpPacket(200, {0x11223344, 0x11121314, 0x21222324, 77, 0, 0}));
@@ -181,7 +154,7 @@ TEST(TrueReports, SayWhatWasCountedAndGoodbye) {
         EXPECT_EQ(report.substr(40, 2 + strlen(host)),
                   "\x01" + std::string(1, static_cast<char>(strlen(host))) + host);
         EXPECT_EQ(report.size(), 36U + 4 * Word16(report, 34));
-        EXPECT_EQ(camera.client.Teardown(), 0);
+        EXPECT_EQ(camera.Teardown(), 0);
         const std::string bye = std::string("\x81\xCB\x00\x01", 4) + report.substr(4, 4);
         std::string last = camera.Heard(2); // others, with nothing new to tell, may come before
         for (std::size_t nth = 3; last.size() >= 28 && !last.ends_with(bye); ++nth) last = camera.Heard(nth);
@@ -193,13 +166,14 @@ TEST(TrueReports, SayWhatWasCountedAndGoodbye) {
 }
 
 TEST(TrueReports, AskOnceForWhatIsMissing) {
-    Camera camera(kUdp, {RTSPTAP_OPTION_NACK}, "", "a=rtcp-fb:96 nack pli\r\na=rtcp-fb:* nack\r\na=rtcp-rsize\r\n");
-    camera.Play();
+    Camera camera(kUdp, With(RTSPTAP_OPTION_NACK), "",
+                  "a=rtcp-fb:96 nack pli\r\na=rtcp-fb:* nack\r\na=rtcp-rsize\r\n");
+    camera.Begin();
     const std::vector<uint16_t> numbers = {1, 2, 5, 4, 6, 7, 7, 8, 30, 31, 32, 33, 34};
-    for (const uint16_t number : numbers) camera.Send(Rtp(number));
+    for (const uint16_t number : numbers) camera.Arrive(1, Rtp(number));
     camera.Free(camera.Take(numbers.size()));
     std::vector<uint32_t> asked;
-    for (std::string nack; !(nack = camera.rtcp.Receive(asked.size() < 5 ? 20000 : 200)).empty();) {
+    for (std::string nack; !(nack = camera.reports.Receive(asked.size() < 5 ? 20000 : 200)).empty();) {
         EXPECT_EQ(Word16(nack, 0), 0x81CD);
         EXPECT_EQ(nack.size(), 4U + 4 * Word16(nack, 2));
         for (std::size_t at = 12; at < nack.size(); at += 4) asked.push_back(Word32(nack, at));
@@ -223,10 +197,9 @@ void Note(void *context, const RTSPTapReport *report) {
 
 TEST(Reports, AreToldPartByPart) {
     Told told;
-    Camera camera(kUdp, {});
-    EXPECT_EQ(RTSPTapSetReportCallback(camera.client, Note, &told), 0);
-    camera.Play();
-    EXPECT_EQ(RTSPTapSetReportCallback(camera.client, Note, &told), RTSP_FAILURE);
+    Camera camera(kUdp, [&](intptr_t client) { EXPECT_EQ(RTSPTapSetReportCallback(client, Note, &told), 0); });
+    camera.Begin();
+    EXPECT_EQ(RTSPTapSetReportCallback(camera, Note, &told), RTSP_FAILURE);
     const std::string application = std::string("\x85\xCC\x00\x03", 4) + "\x01\x01\x01\x01" + "cam1" + "data";
     const std::string goodbye = std::string("\xA2\xCB\x00\x05\x00\x00\x00\x07\x00\x00\x00\x08\x03", 13) + "bye" +
                                 std::string("\x00\x00\x00\x04", 4) + std::string(3, 0) + "\x04";
@@ -247,7 +220,7 @@ TEST(Reports, AreToldPartByPart) {
 RTSPTapPacketTimes TimesOf(const Camera &camera, const RTPStreamData *packet) {
     RTSPTapPacketTimes times = {};
     times.recordSize = sizeof times;
-    EXPECT_EQ(RTSPTapGetPacketTimes(camera.client, 1, packet, &times), 0);
+    EXPECT_EQ(RTSPTapGetPacketTimes(camera, 1, packet, &times), 0);
     return times;
 }
 
@@ -255,12 +228,12 @@ RTSPTapPacketTimes TimesOf(const Camera &camera, const RTPStreamData *packet) {
 // packet of another sender has none until that one is believed.
 TEST(PacketTimes, AreByRtpInfoUntilAReportComes) {
     for (const uint32_t proto : {kUdp, kTcp}) {
-        Camera camera(proto, {RTSPTAP_OPTION_PACKET_TIMES},
+        Camera camera(proto, With(RTSPTAP_OPTION_PACKET_TIMES),
                       "Range: npt=10.5-20\r\nScale: 2.0\r\nRTP-Info: url=rtsp://x/track1;seq=1;rtptime=4294877296");
-        camera.Play();
+        camera.Begin();
         const int64_t now = WallClockNs();
-        camera.Send(Bytes(RtpPacket{.sequenceNumber = 1, .timestamp = 90000}));
-        camera.Send(Bytes(RtpPacket{.sequenceNumber = 2, .timestamp = 90000, .ssrc = 5}));
+        camera.Arrive(1, Bytes(RtpPacket{.sequenceNumber = 1, .timestamp = 90000}));
+        camera.Arrive(1, Bytes(RtpPacket{.sequenceNumber = 2, .timestamp = 90000, .ssrc = 5}));
         const std::vector<RTPStreamData *> packets = camera.Take(2);
         ASSERT_EQ(packets.size(), 2U);
         const RTSPTapPacketTimes before = TimesOf(camera, packets[0]);
@@ -276,7 +249,7 @@ TEST(PacketTimes, AreByRtpInfoUntilAReportComes) {
             RtcpPacket(200, {0x11223344, 0x83AA7E80, 0x80000000, 45000, 0, 0})); // 1970 and a half second
         EXPECT_TRUE(Eventually([&] { return TimesOf(camera, packets[0]).source == RTSPTAP_TIME_SENDER_REPORT; }));
         EXPECT_EQ(TimesOf(camera, packets[0]).senderNs, 1000000000);
-        camera.Send(Bytes(RtpPacket{.sequenceNumber = 3, .ssrc = 5}));
+        camera.Arrive(1, Bytes(RtpPacket{.sequenceNumber = 3, .ssrc = 5}));
         camera.Free(camera.Take(1));
         camera.SendRtcp(RtcpPacket(200, {5, 0x83AA7E80, 0, 90000, 0, 0}));
         EXPECT_TRUE(camera.Knows(90000));
@@ -305,13 +278,14 @@ TEST(PacketTimes, DriftIsTheSlopeOfTheReports) {
 // Two cameras with other origins and crystals, one behind a network whose delay grows by 2 %: what they saw at the
 // same moment has the same time. Time is the test's own, but for what arrives.
 TEST(PacketTimes, AlignTwoCamerasOverADriftingNetwork) {
-    Camera cameras[2] = {Camera(kUdp, {RTSPTAP_OPTION_PACKET_TIMES}), Camera(kUdp, {RTSPTAP_OPTION_PACKET_TIMES})};
+    Camera cameras[2] = {Camera(kUdp, With(RTSPTAP_OPTION_PACKET_TIMES)),
+                         Camera(kUdp, With(RTSPTAP_OPTION_PACKET_TIMES))};
     relay::ImpairmentSettings settings;
     settings.delayMs = 500;
     settings.driftPpm = 20000;
     settings.jitterMs = 40;
     relay::Impairment networks[2] = {relay::Impairment({}), relay::Impairment(settings)};
-    for (Camera &camera : cameras) camera.Play();
+    for (Camera &camera : cameras) camera.Begin();
     std::map<std::string, int64_t> seen[2];
     constexpr int64_t kSeconds = 60;
     for (int64_t second = 0; second < kSeconds; ++second) {
@@ -335,7 +309,7 @@ TEST(PacketTimes, AlignTwoCamerasOverADriftingNetwork) {
                 EXPECT_TRUE(cameras[i].Knows(reported));
             }
             for (const std::string &packet : networks[i].Depart((second + 1) * 1000000)) {
-                cameras[i].Send(packet);
+                cameras[i].Arrive(1, packet);
                 ++sent;
             }
             const std::vector<RTPStreamData *> packets = cameras[i].Take(sent);

@@ -94,10 +94,6 @@ Script OpenedWith(const std::string &description) {
     return {{"OPTIONS", Ok()}, {"DESCRIBE", WithBody(description)}};
 }
 
-int32_t Open(intptr_t client, const ScriptedServer &server) {
-    return RTSPTapOpen(client, server.Expand("{base}").c_str());
-}
-
 // ---- a session ----
 
 const Ways kWays[] = {
@@ -119,16 +115,11 @@ protected:
                        : "Transport: RTP/SAVP;unicast;server_port=1-" + std::to_string(reports);
     }
 
-    static uint16_t ClientPort(const ScriptedServer &server) {
-        const std::string request = server.Requests().at(2);
-        return static_cast<uint16_t>(std::stoi(request.substr(request.find("client_port=") + 12)));
-    }
-
     void Send(ScriptedServer &server, int isRtcp, const std::string &packet) const {
         if (IsTcp())
             EXPECT_TRUE(server.Send(Frame(static_cast<unsigned>(isRtcp), packet)));
         else
-            peer.SendTo(Plus(ClientPort(server), isRtcp), packet);
+            peer.SendTo(Plus(server.ClientPort("/track1"), isRtcp), packet);
     }
 
     const UdpPeer peer;
@@ -153,7 +144,7 @@ TEST_P(ProtectedStream, IsReceivedAndReportedOn) {
     RTSPTapSetOption(client, RTSPTAP_OPTION_TRANSPORT, IsTcp() ? RTSPTAP_TRANSPORT_TCP : RTSPTAP_TRANSPORT_UDP);
     RTSPTapSetOption(client, RTSPTAP_OPTION_SILENCE_LIMIT, 0);
     ASSERT_EQ(RTSPTapUseSrtp(client), 0);
-    ASSERT_EQ(Open(client, server), 0);
+    ASSERT_EQ(RTSPTapOpen(client, server.Url().c_str()), 0);
     ASSERT_EQ(RTSPTapSetup(client, 1), 0);
     RTSPTapStreamDescription description = {};
     description.recordSize = sizeof description;
@@ -198,10 +189,7 @@ TEST_P(ProtectedStream, IsReceivedAndReportedOn) {
     EXPECT_TRUE(Eventually([&] {
         EXPECT_EQ(RTSPTapTakePackets(client, 1, &none, 1, 10), 0);
         if (!IsTcp()) return !(report = peer.Receive(1)).empty();
-        RTSPTapStreamStatistics now = {};
-        now.recordSize = sizeof now;
-        EXPECT_EQ(RTSPTapGetStreamStatistics(client, 1, &now), 0);
-        return now.forged == 3;
+        return StatisticsOf(client, 1).forged == 3;
     }));
     if (IsTcp())
         for (const std::string &frame : server.WaitForFrames(1)) report = frame.substr(4);
@@ -210,9 +198,7 @@ TEST_P(ProtectedStream, IsReceivedAndReportedOn) {
     EXPECT_EQ(static_cast<uint8_t>(report[1]), 201);
     EXPECT_EQ(Word32(report, 24), 7U << 16 | 8U);
 
-    RTSPTapStreamStatistics statistics = {};
-    statistics.recordSize = sizeof statistics;
-    EXPECT_EQ(RTSPTapGetStreamStatistics(client, 1, &statistics), 0);
+    const RTSPTapStreamStatistics statistics = StatisticsOf(client, 1);
     EXPECT_EQ(statistics.forged, 3U);
     EXPECT_EQ(statistics.replayed, 1U);
     EXPECT_EQ(statistics.refused, 0U);
@@ -245,7 +231,7 @@ TEST(Srtp, ASectionThatCannotBeReadIsRefusedBeforeAnythingIsSent) {
         Client client;
         RTSPTapSetOption(client, RTSPTAP_OPTION_TRANSPORT, RTSPTAP_TRANSPORT_TCP);
         EXPECT_EQ(row.isSet ? RTSPTapUseSrtp(client) : 0, 0);
-        EXPECT_EQ(Open(client, server), 0);
+        EXPECT_EQ(RTSPTapOpen(client, server.Url().c_str()), 0);
         EXPECT_EQ(RTSPTapUseSrtp(client), RTSPTAP_TOO_LATE);
         EXPECT_EQ(RTSPTapSetup(client, 1), row.result);
         EXPECT_EQ(RTSPTapSetup(client, 2), 0);

@@ -110,6 +110,16 @@ std::vector<std::string> ScriptedServer::Requests() const {
     return requests;
 }
 
+uint16_t ScriptedServer::ClientPort(const std::string &track) const {
+    uint16_t chosen = 0;
+    for (const std::string &request : Requests()) {
+        const std::size_t at = request.find("client_port=");
+        if (request.starts_with("SETUP " + Url() + track) && at != std::string::npos)
+            chosen = static_cast<uint16_t>(std::stoi(request.substr(at + 12)));
+    }
+    return chosen;
+}
+
 std::vector<std::string> ScriptedServer::WaitForFrames(std::size_t count) const {
     std::unique_lock<std::mutex> guard(lock);
     changed.wait_for(guard, kPatience, [&] { return frames.size() >= count; });

@@ -93,6 +93,10 @@ public:
 
     uint16_t Port() const { return port; }
     std::string Expand(std::string text) const;
+    std::string Url(const std::string &host = "127.0.0.1", const std::string &path = "/live") const {
+        return "rtsp://" + host + ":" + std::to_string(port) + path;
+    }
+    uint16_t ClientPort(const std::string &track) const; // of the last SETUP there with one; 0 without
 
     bool Send(const std::string &bytes); // on the current connection, from any thread; false when it has gone
     void Hangup(bool reset = false);     // closes the current connection

@@ -49,10 +49,10 @@ Script StepsTo(RTSPClientState state, uint32_t proto, uint16_t rtcpPort1, uint16
 }
 
 Session::Session(uint32_t dataProto, RTSPClientState state, const Script &further, int32_t ringBytes,
-                 bool hasThreads)
+                 const std::function<void(intptr_t)> &prepare)
     : Client(ringBytes, dataProto), server(StepsTo(state, dataProto, rtcp[0].Port(), rtcp[1].Port()) + further) {
     serverPort = server.Port();
-    EXPECT_TRUE(hasThreads || RTSPTapSetOption(*this, RTSPTAP_OPTION_THREADS, 0) == 0);
+    if (prepare) prepare(*this);
     Reach(state);
 }
 
@@ -69,21 +69,25 @@ void Session::ArriveRtcp(int32_t stream, const std::string &rtcpPacket) {
                   : void(server.Send(Frame(static_cast<unsigned>(2 * stream - 1), rtcpPacket)));
 }
 
-uint16_t Session::ClientPort(int32_t stream) const {
-    const std::string target = server.Expand("SETUP {base}/track" + std::to_string(stream));
-    uint16_t port = 0;
-    for (const std::string &request : server.Requests()) {
-        const std::size_t at = request.find("client_port=");
-        if (request.starts_with(target) && at != std::string::npos)
-            port = static_cast<uint16_t>(std::stoi(request.substr(at + 12)));
-    }
-    return port;
-}
-
 int64_t NumberSet(intptr_t client, int32_t option) {
     int64_t value = -1;
     EXPECT_EQ(RTSPTapGetOption(client, option, &value), 0);
     return value;
+}
+
+std::string TextSet(intptr_t client, int32_t option) {
+    char text[256] = "?";
+    uint32_t size = sizeof text;
+    EXPECT_EQ(RTSPTapGetOptionText(client, option, text, &size), 0);
+    EXPECT_EQ(size, strlen(text) + 1);
+    return text;
+}
+
+RTSPTapStreamStatistics StatisticsOf(intptr_t client, int32_t stream) {
+    RTSPTapStreamStatistics told = {};
+    told.recordSize = sizeof told;
+    EXPECT_EQ(RTSPTapGetStreamStatistics(client, stream, &told), 0);
+    return told;
 }
 
 std::string Numbered(int number, const std::string &status, const std::string &body) {
@@ -142,6 +146,12 @@ void Refusals::operator()(int32_t result, int32_t code, const std::string &text,
     EXPECT_TRUE(text.empty() || printed.ends_with(prefix + text)) << "line " << line << " printed:\n"
                                                                   << printed << "not, at its end:\n"
                                                                   << prefix << text;
+}
+
+void PrintTo(void *printed, int32_t level, intptr_t client, const char *text) {
+    auto &[mutex, lines] = *static_cast<Printed *>(printed);
+    const std::lock_guard lock(mutex);
+    lines.emplace_back(level, client, text);
 }
 
 DescriptorLimit::DescriptorLimit(rlim_t spare) {

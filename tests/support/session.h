@@ -2,6 +2,8 @@
 // from outside.
 #pragma once
 
+#include "platform/address.h"
+#include "platform/system.h"
 #include "rtsp/client/client.h"
 #include "tests/support/client.h"
 #include "tests/support/packet_builder.h"
@@ -15,6 +17,7 @@
 #include <atomic>
 #include <csignal>
 #include <functional>
+#include <optional>
 #include <sys/resource.h>
 
 namespace rtsptap::test {
@@ -41,7 +44,7 @@ std::vector<uint16_t> TakeSequenceNumbers(intptr_t client, int32_t codec, std::s
 class Session : public Client {
 public:
     Session(uint32_t proto, RTSPClientState state, const Script &further = {}, int32_t ringBytes = 1 << 20,
-            bool hasThreads = true);
+            const std::function<void(intptr_t)> &prepare = {}); // before it connects
 
     ~Session() { EXPECT_EQ(Destroy(), 0); } // before the server ends
     void Reach(RTSPClientState state) { EXPECT_EQ(Client::Reach(state), 0); }
@@ -50,7 +53,7 @@ public:
     std::vector<uint16_t> Audio(std::size_t count) const { return TakeSequenceNumbers(*this, kAudio, count); }
 
     // The local RTP port that the client chose for a stream (1 and up), read from its SETUP request.
-    uint16_t ClientPort(int32_t stream) const;
+    uint16_t ClientPort(int32_t stream) const { return server.ClientPort("/track" + std::to_string(stream)); }
     void SendRtp(int32_t stream, const std::string &packet) const { media.SendTo(ClientPort(stream), packet); }
     void SendNumbers(int32_t stream, const std::vector<uint16_t> &numbers) const;
     void Arrive(int32_t stream, const std::string &rtp); // by datagram, or on the channels 0 and 2
@@ -90,6 +93,8 @@ inline void SetNumber(intptr_t client, int32_t option, int64_t value) {
     EXPECT_EQ(RTSPTapSetOption(client, option, value), 0);
 }
 int64_t NumberSet(intptr_t client, int32_t option);
+std::string TextSet(intptr_t client, int32_t option);
+RTSPTapStreamStatistics StatisticsOf(intptr_t client, int32_t stream);
 
 // A reply of the session, by its number.
 std::string Numbered(int number, const std::string &status = "200 OK", const std::string &body = "");
@@ -115,6 +120,37 @@ private:
     CapturedStdout out;
     std::size_t compared = 0; // bytes of `out`
 };
+
+// A listener whose queue is full: it lets nobody in, and refuses nobody.
+struct FullQueue {
+    FullQueue() {
+        sockaddr_in bound = {};
+        socklen_t length = sizeof bound;
+        EXPECT_TRUE(BindTo(silent.Get(), ReadAddress("127.0.0.1", 0)) && listen(silent.Get(), 0) == 0);
+        getsockname(silent.Get(), reinterpret_cast<sockaddr *>(&bound), &length);
+        port = ntohs(bound.sin_port);
+        EXPECT_TRUE(ConnectTo(queued.Get(), ReadAddress("127.0.0.1", port)));
+    }
+    const UniqueSocket silent{OpenStreamSocket()}, queued{OpenStreamSocket()};
+    uint16_t port = 0;
+};
+
+// What a printer was handed, a line each: level, whose it is, text.
+struct Printed {
+    // Of anybody where no client is named.
+    std::size_t Count(const std::string &text, std::optional<intptr_t> client = {}, int32_t level = 0) const {
+        const std::lock_guard lock(mutex);
+        const auto count = std::ranges::count_if(lines, [&](const auto &line) {
+            return std::get<2>(line).find(text) != text.npos &&
+                   std::get<1>(line) == client.value_or(std::get<1>(line)) &&
+                   (level == 0 || std::get<0>(line) == level);
+        });
+        return static_cast<std::size_t>(count);
+    }
+    mutable std::mutex mutex;
+    std::vector<std::tuple<int32_t, intptr_t, std::string>> lines;
+};
+void PrintTo(void *printed, int32_t level, intptr_t client, const char *text);
 
 // Refuses the process any new descriptor but the next `spare`, while it lives.
 class DescriptorLimit {

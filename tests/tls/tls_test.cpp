@@ -5,6 +5,7 @@
 #include "tests/support/progress.h"
 #include "tests/support/session.h"
 
+#include <map>
 #include <sys/socket.h>
 
 namespace rtsptap::test {
@@ -57,12 +58,6 @@ const RTSPTapByteStream kHoarding = {
     .release = [](void *context) { ++*static_cast<int *>(context); },
 };
 
-std::string Media(uint16_t first, uint16_t last) {
-    std::string bytes;
-    for (const uint16_t number : Numbers(first, last)) bytes += Frame(0, Rtp(number));
-    return bytes;
-}
-
 class ByteStreams : public testing::TestWithParam<uint32_t> {};
 INSTANTIATE_TEST_SUITE_P(Transports, ByteStreams, testing::Values(kUdp, kTcp));
 
@@ -72,7 +67,7 @@ TEST_P(ByteStreams, WhatIsPendingIsReadThoughTheSocketIsSilent) {
     {
         const bool isTcp = GetParam() == kTcp;
         Script script = StepsTo(CLIENT_PLAYING_STATE, GetParam());
-        if (isTcp) script.back().reply = script.back().reply + SendBytes(Media(1, 40));
+        if (isTcp) script.back().reply = script.back().reply + SendBytes(Frames(1, 40));
         script.push_back({"GET_PARAMETER", Ok()});
         script.push_back({"TEARDOWN", Ok()});
         ScriptedServer server(script);
@@ -149,12 +144,7 @@ int32_t UseTls(intptr_t client, RTSPTapTlsOptions options = {}) {
     return RTSPTapUseTls(client, &options);
 }
 
-std::string FailureOfStream(intptr_t client) {
-    char text[256] = {};
-    uint32_t size = sizeof text;
-    EXPECT_EQ(RTSPTapGetOptionText(client, RTSPTAP_OPTION_STREAM_FAILURE, text, &size), 0);
-    return text;
-}
+std::string FailureOfStream(intptr_t client) { return TextSet(client, RTSPTAP_OPTION_STREAM_FAILURE); }
 
 struct Way {
     const char *scheme;
@@ -176,8 +166,8 @@ TEST_P(Through, ASessionIsPlayedPausedAndTornDown) {
     const std::string url = namesRtsps ? " rtsps://127.0.0.1:" : " rtsp://127.0.0.1:";
     Script script = {{"OPTIONS" + url, Ok()}, {"DESCRIBE" + url, WithBody(kDescription)}};
     for (int32_t stream : {1, 2}) script.push_back({"SETUP" + url, SetupReply(stream, kTcp)});
-    script.push_back({"PLAY", SendBytes(Media(1, 3)) + Ok() + SendBytes(Media(4, 200))});
-    script.push_back({"PAUSE", SendBytes(Media(201, 201)) + Ok() + SendBytes(Media(202, 202))});
+    script.push_back({"PLAY", SendBytes(Frames(1, 3)) + Ok() + SendBytes(Frames(4, 200))});
+    script.push_back({"PAUSE", SendBytes(Frames(201, 201)) + Ok() + SendBytes(Frames(202, 202))});
     script.push_back({"TEARDOWN", Ok()});
     for (const bool waits : {true, false}) {
         ScriptedServer server(script);
@@ -200,15 +190,6 @@ TEST_P(Through, ASessionIsPlayedPausedAndTornDown) {
     }
 }
 
-struct Refusal {
-    const char *scheme;
-    const char *host;
-    const char *relay;
-    RTSPTapTlsOptions options;
-    int32_t result;
-    const char *failure;
-};
-
 TEST(Tls, WhoIsRefusedAndWhy) {
     const CapturedStdout output;
     const std::string self = Certificates() + "/self.crt", good = Certificates() + "/good.crt";
@@ -220,52 +201,27 @@ TEST(Tls, WhoIsRefusedAndWhy) {
     named.serverName = "camera.example";
     withOwn.certificateFile = viewer.c_str();
     modern.leastVersion = 13;
-    const Refusal rows[] = {
-        {"rtsps", "127.0.0.1", "cert={c}/good.pem", none, 0, ""},
-        {"rtsps", "localhost", "cert={c}/good.pem", none, 0, ""},
-        {"rtsps", "127.0.0.1", "cert={c}/good.pem", leaf, 0, ""},
-        {"rtsps", "127.0.0.1", "cert={c}/self.pem", own, 0, ""},
-        {"rtsps", "127.0.0.1", "cert={c}/self.pem", anyone, 0, ""},
-        {"rtsps", "127.0.0.1", "cert={c}/expired.pem", anyone, 0, ""},
-        {"rtsps", "127.0.0.1", "cert={c}/other.pem", named, 0, ""},
-        {"rtsps", "127.0.0.1", "cert={c}/good.pem root={c}/root.pem", withOwn, 0, ""},
-        {"rtsps", "127.0.0.1", "cert={c}/self.pem", none, RTSPTAP_CERTIFICATE_REFUSED, "self-signed"},
-        {"rtsps", "127.0.0.1", "cert={c}/good.pem", own, RTSPTAP_CERTIFICATE_REFUSED, "issuer"},
-        {"rtsps", "127.0.0.1", "cert={c}/expired.pem", none, RTSPTAP_CERTIFICATE_REFUSED, "expired"},
-        {"rtsps", "127.0.0.1", "cert={c}/other.pem", none, RTSPTAP_CERTIFICATE_REFUSED, "IP address mismatch"},
-        {"rtsps", "localhost", "cert={c}/other.pem", none, RTSPTAP_CERTIFICATE_REFUSED, "hostname mismatch"},
-        {"rtspsh", "127.0.0.1", "http=200 cert={c}/other.pem", none, RTSPTAP_CERTIFICATE_REFUSED, "mismatch"},
-        {"rtsps", "127.0.0.1", "cert={c}/good.pem tls=1.2", modern, RTSPTAP_HANDSHAKE_FAILED, "version"},
-        {"rtsps", "127.0.0.1", "cert={c}/good.pem tls=1.2 root={c}/root.pem", none, RTSPTAP_HANDSHAKE_FAILED,
-         "handshake failure"},
-        {"rtsps", "127.0.0.1", "cert={c}/good.pem root={c}/root.pem", none, RTSP_NO_RESPONSE,
-         "certificate required"},
-        {"rtsps", "127.0.0.1", "say=525453502f312e3020343030204e6f0d0a0d0a", none, RTSPTAP_HANDSHAKE_FAILED,
-         "version"},
-        {"rtsps", "127.0.0.1", "say=16030300ff0200ffffffffffffffffffffffff", none, RTSPTAP_HANDSHAKE_FAILED, ""},
-        {"rtsps", "127.0.0.1", "say=", none, RTSPTAP_HANDSHAKE_FAILED, "closed"},
-        {"rtsps", "127.0.0.1", "silent=1", none, RTSPTAP_HANDSHAKE_TIMEOUT, ""},
-        {"rtsph", "127.0.0.1", "silent=1", none, RTSPTAP_HANDSHAKE_TIMEOUT, ""},
-        {"rtsph", "127.0.0.1", "http=404", none, RTSPTAP_TUNNEL_REFUSED, "HTTP/1.0 404"},
-        {"rtsph", "127.0.0.1", "http=200 head=Transfer-Encoding:chunked", none, RTSPTAP_BAD_TUNNEL, "chunked"},
-        {"rtsph", "127.0.0.1", "say=525453502f312e3020343030204e6f0d0a0d0a", none, RTSPTAP_BAD_TUNNEL,
-         "none of HTTP"},
-        {"rtsph", "127.0.0.1", "say=", none, RTSPTAP_HANDSHAKE_FAILED, "closed"},
-    };
-    for (const Refusal &row : rows) {
-        SCOPED_TRACE(std::string(row.scheme) + " " + row.host + " " + row.relay);
-        const bool isTaken = row.result == 0;
+    const std::map<std::string, RTSPTapTlsOptions *> options = {
+        {"none", &none},   {"anyone", &anyone},    {"own", &own},      {"leaf", &leaf},
+        {"named", &named}, {"with-own", &withOwn}, {"modern", &modern}};
+    for (const auto &row : Rows("tls_refusals.txt")) {
+        SCOPED_TRACE(row[0]);
+        int32_t result = 1;
+        std::string kind, scheme, host, way;
+        std::getline(std::istringstream(row[0]) >> result >> kind >> scheme >> host, way);
+        const std::string failure = row.at(1) == "-" ? "" : row[1];
+        const bool isTaken = result == 0;
         ScriptedServer server(isTaken ? Script{{"OPTIONS", Ok()}, {"DESCRIBE", WithBody(kDescription)}} : Script{});
-        const Relay relay(server.Port(), row.relay);
+        const Relay relay(server.Port(), way);
         const std::size_t descriptors = CountDescriptors();
         Client client;
-        RTSPTapSetOption(client, RTSPTAP_OPTION_REPLY_LIMIT, row.result == RTSPTAP_HANDSHAKE_TIMEOUT ? 200 : 20000);
-        EXPECT_EQ(UseTls(client, row.options), 0);
-        EXPECT_EQ(RTSPTapOpen(client, relay.Url(row.scheme, row.host).c_str()), row.result);
-        EXPECT_TRUE(FailureOfStream(client).find(row.failure) != std::string::npos) << FailureOfStream(client);
-        EXPECT_EQ(FailureOfStream(client).empty(), *row.failure == '\0' && row.result != RTSPTAP_HANDSHAKE_FAILED);
+        RTSPTapSetOption(client, RTSPTAP_OPTION_REPLY_LIMIT, result == RTSPTAP_HANDSHAKE_TIMEOUT ? 200 : 20000);
+        EXPECT_EQ(UseTls(client, *options.at(kind)), 0);
+        EXPECT_EQ(RTSPTapOpen(client, relay.Url(scheme, host).c_str()), result);
+        EXPECT_TRUE(FailureOfStream(client).find(failure) != std::string::npos) << FailureOfStream(client);
+        EXPECT_EQ(FailureOfStream(client).empty(), failure.empty() && result != RTSPTAP_HANDSHAKE_FAILED);
         EXPECT_EQ(client.Destroy(), 0);
-        const bool isAtServer = std::string(row.relay).find("http=") != std::string::npos; // in this process, too
+        const bool isAtServer = way.find("http=") != way.npos; // in this process, too
         EXPECT_TRUE(isAtServer || Eventually([&] { return CountDescriptors() == descriptors; }));
     }
 }

@@ -10,12 +10,11 @@ TEST(Connection, ClientsComeAndGoWhileOthersAreAsked) {
     CapturedStdout out;
     const Client kept;
     const int32_t onStack = 0;
-    std::atomic<bool> over{false};
     std::atomic<int> wrong{0};
-    std::vector<std::thread> pollers;
+    std::vector<std::jthread> pollers;
     for (int i = 0; i < 8; ++i)
-        pollers.emplace_back([&] {
-            while (!over) {
+        pollers.emplace_back([&](const std::stop_token &over) {
+            while (!over.stop_requested()) {
                 if (RTPClientGetNbOfPktInBuffer(kept, kVideo) != RTSP_FAILURE) ++wrong; // it has no stream
                 for (const intptr_t handle : {intptr_t{0}, intptr_t{1}, reinterpret_cast<intptr_t>(&onStack)})
                     if (ValidateRTSPClientHandle(handle) == 0) ++wrong;
@@ -31,8 +30,7 @@ TEST(Connection, ClientsComeAndGoWhileOthersAreAsked) {
                   }
               }),
               10);
-    over = true;
-    for (std::thread &poller : pollers) poller.join();
+    pollers.clear();
     EXPECT_EQ(wrong, 0);
 }
 

@@ -10,11 +10,6 @@ namespace {
 
 const Reply kUnauthorized = Status(401, "Unauthorized", "WWW-Authenticate: Digest realm=\"cam\", nonce=\"n1\"");
 
-// The URL of a scripted server's session under another name of this machine.
-std::string UrlAt(const std::string &host, const ScriptedServer &server, const std::string &path = "/live") {
-    return "rtsp://" + host + ":" + std::to_string(server.Port()) + path;
-}
-
 Script Described(const std::string &url, const Reply &reply = WithBody(kDescription)) {
     return {{"OPTIONS " + url + " RTSP/1.0", Ok()}, {"DESCRIBE " + url + " RTSP/1.0", reply}};
 }
@@ -36,7 +31,7 @@ TEST_P(OverIpv6, ASessionReceivesAndReports) {
     ScriptedServer server(script);
     const std::size_t descriptors = CountDescriptors();
     Client client;
-    EXPECT_EQ(RTSPTapOpen(client, UrlAt("[::1]", server).c_str()), 0);
+    EXPECT_EQ(RTSPTapOpen(client, server.Url("[::1]").c_str()), 0);
     EXPECT_EQ(StateOf(client), CLIENT_DESCRIBE_SENT_STATE);
     EXPECT_EQ(RTSPTapSetDataProto(client, GetParam()), 0);
     EXPECT_EQ(client.Setup(1) + client.Setup(2) + client.Play(), 0);
@@ -56,7 +51,7 @@ TEST(Open, ConnectingAsksNothingAndTellsTheAddress) {
     ScriptedServer server({{"DESCRIBE rtsp://[::1]:{port}/live RTSP/1.0", WithBody(kDescription)}});
     Client client;
     char address[64];
-    EXPECT_EQ(RTSPTapConnect(client, UrlAt("[::1]", server).c_str(), address), 0);
+    EXPECT_EQ(RTSPTapConnect(client, server.Url("[::1]").c_str(), address), 0);
     EXPECT_STREQ("::1", address);
     EXPECT_EQ(StateOf(client), CLIENT_INIT_STATE);
     EXPECT_EQ(client.Describe(), 0);
@@ -79,7 +74,7 @@ TEST(Open, FollowsWhereTheRowsTellAndTakesNoPasswordElsewhere) {
         }
         ScriptedServer server(script);
         Client client;
-        EXPECT_EQ(std::to_string(RTSPTapOpen(client, UrlAt("me:s%65cret@127.0.0.1", server, "/live/a").c_str())),
+        EXPECT_EQ(std::to_string(RTSPTapOpen(client, server.Url("me:s%65cret@127.0.0.1", "/live/a").c_str())),
                   row[1])
             << row[0];
         EXPECT_STREQ(RecordOf(client).credentials.password, "secret") << row[0]; // for the next RTSPTapOpen
@@ -98,7 +93,7 @@ TEST(Open, FollowsFiveTimesAndNoMore) {
     script = script + Script{{"OPTIONS ", again}} + Described("{base}"); // OPTIONS is redirected, too
     ScriptedServer server(script);
     Client client;
-    const std::string url = UrlAt("127.0.0.1", server);
+    const std::string url = server.Url();
     EXPECT_EQ(RTSPTapOpen(client, url.c_str()), RTSPTAP_TOO_MANY_REDIRECTS);
     EXPECT_EQ(RTSPTapOpen(client, url.c_str()), 0);
 }
@@ -113,7 +108,7 @@ TEST(Open, DescribesThoughOptionsFail) {
         ScriptedServer server(script + describe);
         const Client client;
         EXPECT_EQ(RTSPTapSetOption(client, RTSPTAP_OPTION_REPLY_LIMIT, 500), 0);
-        EXPECT_EQ(RTSPTapOpen(client, UrlAt("127.0.0.1", server).c_str()), 0);
+        EXPECT_EQ(RTSPTapOpen(client, server.Url().c_str()), 0);
     }
 }
 
@@ -123,7 +118,7 @@ TEST(Open, AgainAndAgainLeavesNothingBehind) {
     for (int i = 0; i < 20; ++i) script = script + Described("{base}") + Script{{"SETUP ", SetupReply(1, kUdp)}};
     ScriptedServer server(script + Described("{base}", Status(404, "Not Found")));
     Client client;
-    const std::string url = UrlAt("127.0.0.1", server);
+    const std::string url = server.Url();
     std::size_t descriptors = 0;
     for (int i = 0; i < 20; ++i) {
         EXPECT_EQ(RTSPTapOpen(client, url.c_str()), 0);
@@ -138,9 +133,6 @@ TEST(Open, AgainAndAgainLeavesNothingBehind) {
     EXPECT_EQ(RTSPTapOpen(client, url.c_str()), RTSP_CLIENT_ERROR);
     EXPECT_EQ(RTSPClientGetNbStreams(client), RTSP_NOT_CONNECTED);
     Refusals refuse("RTSPTapOpen");
-    refuse(RTSPTapOpen(client, "rtsp://h:x/"), RTSPTAP_BAD_URL, " :The URL is not readable\n");
-    refuse(RTSPTapOpen(client, nullptr), RTSP_INVALID_ARGUMENT, " :Invalid input argument\n");
-    refuse(RTSPTapOpen(1, url.c_str()), RTSP_INVALID_ARGUMENT, " :Invalid input argument\n");
     const DescriptorLimit none(0);
     refuse(RTSPTapOpen(client, url.c_str()), RTSP_SOCKET_FAILED, " :RTSP Client socket creation failed\n");
 }
@@ -160,7 +152,7 @@ TEST(Open, AgainUsesNoStreamOfASessionBefore) {
     SetNumber(client, RTSPTAP_OPTION_TRANSPORT, RTSPTAP_TRANSPORT_TCP);
     SetNumber(client, RTSPTAP_OPTION_SILENCE_LIMIT, 0);
     for (const std::size_t packets : {1U, 0U, 1U}) {
-        EXPECT_EQ(RTSPTapOpen(client, UrlAt("127.0.0.1", server).c_str()), 0);
+        EXPECT_EQ(RTSPTapOpen(client, server.Url().c_str()), 0);
         EXPECT_EQ(RTSPTapStart(client, nullptr, nullptr), 0);
         EXPECT_EQ(TakeSequenceNumbers(client, kVideo, packets).size(), packets);
         const ReadAhead *const reader = RecordOf(client).media.connection.readAhead;
@@ -180,27 +172,13 @@ TEST(Open, JoinsLongUrlsInTheExactDialectAndCutsNone) {
                           Described("{base}", WithBody(kDescription, "Content-Base: rtsp://other/x/")) +
                           Script{{"SETUP rtsp://other/x/track1 ", SetupReply(1, kUdp)}});
     Client client;
-    EXPECT_EQ(RTSPTapOpen(client, UrlAt("127.0.0.1", server, "/" + path).c_str()), 0);
+    EXPECT_EQ(RTSPTapOpen(client, server.Url("127.0.0.1", "/" + path).c_str()), 0);
     EXPECT_EQ(client.Setup(1) + client.Setup(2), 0);
-    EXPECT_EQ(RTSPTapOpen(client, UrlAt("127.0.0.1", server).c_str()), 0);
+    EXPECT_EQ(RTSPTapOpen(client, server.Url().c_str()), 0);
     EXPECT_EQ(client.Setup(1), 0);
 }
 
 // ---- the first address that answers ----
-
-// A listener whose queue is full: it lets nobody in, and refuses nobody.
-struct FullQueue {
-    FullQueue() {
-        sockaddr_in bound = {};
-        socklen_t length = sizeof bound;
-        EXPECT_TRUE(BindTo(silent.Get(), ReadAddress("127.0.0.1", 0)) && listen(silent.Get(), 0) == 0);
-        getsockname(silent.Get(), reinterpret_cast<sockaddr *>(&bound), &length);
-        port = ntohs(bound.sin_port);
-        EXPECT_TRUE(ConnectTo(queued.Get(), ReadAddress("127.0.0.1", port)));
-    }
-    const UniqueSocket silent{OpenStreamSocket()}, queued{OpenStreamSocket()};
-    uint16_t port = 0;
-};
 
 TEST(Connecting, EndsAtItsLimitAlsoAmongSignals) {
     const CapturedStdout output;

@@ -11,21 +11,13 @@
 namespace rtsptap::test {
 namespace {
 
-std::string OptionText(intptr_t client, int32_t option) {
-    char text[256] = "?";
-    uint32_t size = sizeof text;
-    EXPECT_EQ(RTSPTapGetOptionText(client, option, text, &size), 0);
-    EXPECT_EQ(size, strlen(text) + 1);
-    return text;
-}
-
 TEST(Options, EachHasItsDefaultAndTakesWhatItsRangeSays) {
     const CapturedStdout output;
     const Client client;
     for (const Option &option : Options()) {
         const int32_t number = option.number;
         if (option.text != nullptr) {
-            EXPECT_EQ(OptionText(client, number), option.textByDefault) << number;
+            EXPECT_EQ(TextSet(client, number), option.textByDefault) << number;
             if (option.until == Settable::kNever) {
                 EXPECT_EQ(RTSPTapSetOptionText(client, number, ""), RTSPTAP_READ_ONLY);
                 continue;
@@ -33,7 +25,7 @@ TEST(Options, EachHasItsDefaultAndTakesWhatItsRangeSays) {
             const std::string longest(static_cast<std::size_t>(option.highest), 'x');
             EXPECT_EQ(RTSPTapSetOptionText(client, number, longest.c_str()), 0) << number;
             EXPECT_EQ(RTSPTapSetOptionText(client, number, (longest + "x").c_str()), RTSPTAP_OUT_OF_RANGE);
-            EXPECT_EQ(OptionText(client, number), longest);
+            EXPECT_EQ(TextSet(client, number), longest);
             uint32_t size = static_cast<uint32_t>(longest.size());
             EXPECT_EQ(RTSPTapGetOptionText(client, number, std::string(size, '?').data(), &size),
                       RTSP_SMALL_BUFFER);

@@ -1,10 +1,7 @@
 // Operations that do not block.
-#include "platform/connecting.h"
 #include "tests/support/progress.h"
 #include "tests/support/session.h"
 
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 namespace rtsptap::test {
@@ -12,17 +9,11 @@ namespace {
 
 const Script kDescribed{{"OPTIONS ", Ok()}, {"DESCRIBE ", WithBody(kDescription)}};
 
-std::string UrlOf(const ScriptedServer &server, const std::string &user = "") {
-    return "rtsp://" + user + "127.0.0.1:" + std::to_string(server.Port()) + "/live";
-}
-
 Reply ByteByByte(const std::string &text) {
     Reply reply;
     for (const char c : text) reply = reply + SendBytes(std::string(1, c)) + Delay(2);
     return reply;
 }
-
-void Set(intptr_t client, int32_t option, int64_t value) { EXPECT_EQ(RTSPTapSetOption(client, option, value), 0); }
 
 TEST(Progress, OpensWhateverTheServerDoes) {
     const std::string slow = "RTSP/1.0 200 OK\r\nCSeq: 1\r\n\r\n";
@@ -51,9 +42,9 @@ TEST(Progress, OpensWhateverTheServerDoes) {
         {
             ScriptedServer server(is.script);
             Client client;
-            Set(client, RTSPTAP_OPTION_DIALECT, RTSPTAP_DIALECT_TOLERANT);
-            Set(client, RTSPTAP_OPTION_REPLY_LIMIT, is.result == RTSP_RESPONSE_TIMEOUT ? 100 : 3000);
-            EXPECT_EQ(Progressed(client, RTSPTapBeginOpen, UrlOf(server, "me:secret@").c_str()), is.result)
+            SetNumber(client, RTSPTAP_OPTION_DIALECT, RTSPTAP_DIALECT_TOLERANT);
+            SetNumber(client, RTSPTAP_OPTION_REPLY_LIMIT, is.result == RTSP_RESPONSE_TIMEOUT ? 100 : 3000);
+            EXPECT_EQ(Progressed(client, RTSPTapBeginOpen, server.Url("me:secret@127.0.0.1").c_str()), is.result)
                 << is.name;
             EXPECT_EQ(RTSPTapProgress(client), is.result) << is.name;
             EXPECT_EQ(StateOf(client), is.result == 0 ? +CLIENT_DESCRIBE_SENT_STATE : +RTSP_NOT_CONNECTED)
@@ -63,38 +54,17 @@ TEST(Progress, OpensWhateverTheServerDoes) {
     }
 }
 
-// Its queue of connections is full: what is sent to it is lost.
-struct DeafServer {
-    DeafServer() {
-        sockaddr_in address = {};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t length = sizeof address;
-        bind(sockets[0], reinterpret_cast<sockaddr *>(&address), length);
-        listen(sockets[0], 0);
-        getsockname(sockets[0], reinterpret_cast<sockaddr *>(&address), &length);
-        for (const int queued : {sockets[1], sockets[2]})
-            connect(queued, reinterpret_cast<sockaddr *>(&address), length);
-        url = "rtsp://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/";
-    }
-    ~DeafServer() {
-        for (const int one : sockets) close(one);
-    }
-    const int sockets[3] = {socket(AF_INET, SOCK_STREAM, 0), socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0),
-                            socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0)};
-    std::string url;
-};
-
 TEST(Progress, OfNamesAndServersThatAreDeadEndsInTime) {
     const CapturedStdout output;
-    const DeafServer deaf;
+    const FullQueue deaf;
     const Client client;
-    Set(client, RTSPTAP_OPTION_CONNECT_LIMIT, 200);
-    const std::pair<std::string, int32_t> rows[] = {{"rtsp://127.0.0.1:1/", RTSP_CONNECT_FAILED},
-                                                    {deaf.url, RTSP_CONNECT_FAILED},
-                                                    {"rtsp://nowhere.invalid/", RTSPTAP_HOST_NOT_FOUND},
-                                                    {"rtsp://localhost:1/", RTSP_CONNECT_FAILED},
-                                                    {"http://127.0.0.1/", RTSPTAP_OTHER_SCHEME}};
+    SetNumber(client, RTSPTAP_OPTION_CONNECT_LIMIT, 200);
+    const std::pair<std::string, int32_t> rows[] = {
+        {"rtsp://127.0.0.1:1/", RTSP_CONNECT_FAILED},
+        {"rtsp://127.0.0.1:" + std::to_string(deaf.port) + "/", RTSP_CONNECT_FAILED},
+        {"rtsp://nowhere.invalid/", RTSPTAP_HOST_NOT_FOUND},
+        {"rtsp://localhost:1/", RTSP_CONNECT_FAILED},
+        {"http://127.0.0.1/", RTSPTAP_OTHER_SCHEME}};
     EXPECT_EQ(RTSPTapProgress(client), RTSPTAP_NONE_BEGUN);
     for (const auto &[url, result] : rows)
         EXPECT_EQ(Progressed(client, RTSPTapBeginOpen, url.c_str()), result) << url;
@@ -127,7 +97,7 @@ TEST(Progress, TakesMethodsOneByOneWithTheirHeadersAndTellsErrno) {
     ScriptedServer server(Script{{{"OPTIONS ", "X-Own: 1"}, Ok()}} + Script{{"DESCRIBE ", WithBody(kDescription)}});
     Client client;
     char address[64] = {};
-    EXPECT_EQ(Progressed(client, RTSPTapBeginConnect, UrlOf(server).c_str(), address), 0);
+    EXPECT_EQ(Progressed(client, RTSPTapBeginConnect, server.Url().c_str(), address), 0);
     EXPECT_STREQ(address, "127.0.0.1");
     const intptr_t headers = RTSPCreateHeaderList();
     EXPECT_EQ(RTSPAddHeaderToList(headers, "X-Own", "1", 1), 0);
@@ -140,23 +110,14 @@ TEST(Progress, TakesMethodsOneByOneWithTheirHeadersAndTellsErrno) {
     EXPECT_EQ(errno, ECONNREFUSED);
 }
 
-struct Kept {
-    std::string texts;
-    std::vector<intptr_t> clients;
-};
-void Keep(void *context, int32_t, intptr_t client, const char *text) {
-    static_cast<Kept *>(context)->texts += text;
-    static_cast<Kept *>(context)->clients.push_back(client);
-}
-
 TEST(Progress, OfTwoClientsInTurnPrintsForEach) {
     ScriptedServer servers[2] = {ScriptedServer(kDescribed), ScriptedServer(kDescribed)};
-    Kept kept[2];
+    Printed printed[2];
     Client clients[2];
     int32_t results[2];
     for (const int i : {0, 1}) {
-        EXPECT_EQ(RTSPTapSetPrinter(clients[i], Keep, &kept[i]), 0);
-        EXPECT_EQ(RTSPTapBeginOpen(clients[i], UrlOf(servers[i]).c_str()), 0);
+        EXPECT_EQ(RTSPTapSetPrinter(clients[i], PrintTo, &printed[i]), 0);
+        EXPECT_EQ(RTSPTapBeginOpen(clients[i], servers[i].Url().c_str()), 0);
         EXPECT_EQ(RTSPTapBeginPause(clients[i]), RTSPTAP_BUSY);
         EXPECT_EQ(clients[i].Options(), RTSPTAP_BUSY);
         EXPECT_EQ(RTSPTapOpen(clients[i], "rtsp://127.0.0.1:1/"), RTSPTAP_BUSY);
@@ -167,8 +128,8 @@ TEST(Progress, OfTwoClientsInTurnPrintsForEach) {
             std::jthread([&] { StepOn(clients[i], results[i]) ? AwaitProgress(clients[i]) : void(); });
     for (const int i : {0, 1}) {
         EXPECT_EQ(results[i], 0);
-        EXPECT_EQ(CountOf(kept[i].texts, "DESCRIBE " + UrlOf(servers[i])), 1U);
-        EXPECT_EQ(std::ranges::count(kept[i].clients, intptr_t{clients[i]}), std::ssize(kept[i].clients));
+        EXPECT_EQ(printed[i].Count("DESCRIBE " + servers[i].Url()), 1U);
+        EXPECT_EQ(printed[i].Count("", clients[i]), printed[i].Count(""));
     }
 }
 
@@ -202,11 +163,11 @@ TEST(Progress, GivenUpAnywhereLeavesNothingBehind) {
                     for (Step &step : script) step.mayBeMissing = true;
                     ScriptedServer server(script);
                     Client client;
-                    Set(client, RTSPTAP_OPTION_SILENCE_LIMIT, proto == kTcp ? 3000 : 0);
-                    Set(client, RTSPTAP_OPTION_TRANSPORT,
-                        proto == kTcp ? RTSPTAP_TRANSPORT_TCP : RTSPTAP_TRANSPORT_UDP);
+                    SetNumber(client, RTSPTAP_OPTION_SILENCE_LIMIT, proto == kTcp ? 3000 : 0);
+                    SetNumber(client, RTSPTAP_OPTION_TRANSPORT,
+                              proto == kTcp ? RTSPTAP_TRANSPORT_TCP : RTSPTAP_TRANSPORT_UDP);
                     int steps = most;
-                    isWhole = PlaySome(client, UrlOf(server), steps);
+                    isWhole = PlaySome(client, server.Url(), steps);
                     if (!isWhole && !destroys) {
                         EXPECT_EQ(RTSPTapInterrupt(client), 0);
                         const int32_t result = RTSPTapProgress(client); // 0: the reply had come by then
@@ -225,8 +186,8 @@ TEST(Progress, IsEndedByWhatEndsAWaitForTheFirstPacket) {
     ScriptedServer server(
         kDescribed + Script{{"SETUP ", SetupReply(1, kUdp)}, {"SETUP ", SetupReply(2, kUdp)}, {"PLAY ", Ok()}});
     const Client client;
-    EXPECT_EQ(RTSPTapOpen(client, UrlOf(server).c_str()), 0);
-    Set(client, RTSPTAP_OPTION_SILENCE_LIMIT, 60000);
+    EXPECT_EQ(RTSPTapOpen(client, server.Url().c_str()), 0);
+    SetNumber(client, RTSPTAP_OPTION_SILENCE_LIMIT, 60000);
     std::jthread interruption([&] {
         EXPECT_TRUE(Eventually([&] { return StateOf(client) == CLIENT_PLAYING_STATE; }));
         for (int i = 0; i < 50; ++i, usleep(10000)) RTSPTapInterrupt(client);
@@ -248,9 +209,10 @@ TEST(Progress, WithoutThreadsIsWokenByTheDescriptorOrTheGroup) {
                                          {"TEARDOWN ", Ok()}});
             RTSPTapGroup *const group = RTSPTapGroupCreate();
             Client client;
-            Set(client, RTSPTAP_OPTION_THREADS, 0);
-            Set(client, RTSPTAP_OPTION_TRANSPORT, proto == kTcp ? RTSPTAP_TRANSPORT_TCP : RTSPTAP_TRANSPORT_UDP);
-            Set(client, RTSPTAP_OPTION_SILENCE_LIMIT, proto == kTcp ? 3000 : 0);
+            SetNumber(client, RTSPTAP_OPTION_THREADS, 0);
+            SetNumber(client, RTSPTAP_OPTION_TRANSPORT,
+                      proto == kTcp ? RTSPTAP_TRANSPORT_TCP : RTSPTAP_TRANSPORT_UDP);
+            SetNumber(client, RTSPTAP_OPTION_SILENCE_LIMIT, proto == kTcp ? 3000 : 0);
             EXPECT_TRUE(!inGroup || RTSPTapGroupAdd(group, client, nullptr) == 0);
             std::vector<uint16_t> numbers;
             const auto wait = [&] {
@@ -271,7 +233,7 @@ TEST(Progress, WithoutThreadsIsWokenByTheDescriptorOrTheGroup) {
                 return result;
             };
             EXPECT_EQ(finish(RTSPTapBeginOpen(client, "bad")), RTSPTAP_BAD_URL); // told by the descriptor, too
-            EXPECT_EQ(finish(RTSPTapBeginOpen(client, UrlOf(server).c_str())), 0);
+            EXPECT_EQ(finish(RTSPTapBeginOpen(client, server.Url().c_str())), 0);
             EXPECT_EQ(finish(RTSPTapBeginPlay(client, nullptr, nullptr)), 0);
             if (proto == kTcp && !inGroup) numbers = TakeSequenceNumbers(client, kVideo, 1);
             EXPECT_EQ(finish(RTSPTapBeginPause(client)), 0);
@@ -286,8 +248,8 @@ TEST(Progress, WithoutThreadsIsWokenByTheDescriptorOrTheGroup) {
 TEST(Progress, LeavesNothingDueOnAConnectionThatWasClosedMeanwhile) {
     const CapturedStdout output;
     Tolerant session(kUdp, CLIENT_READY_STATE, {{"PLAY ", Ok()}, {"PLAY ", Ok() + Close()}});
-    Set(session, RTSPTAP_OPTION_THREADS, 0);
-    Set(session, RTSPTAP_OPTION_SILENCE_LIMIT, 0);
+    SetNumber(session, RTSPTAP_OPTION_THREADS, 0);
+    SetNumber(session, RTSPTAP_OPTION_SILENCE_LIMIT, 0);
     EXPECT_EQ(session.Play(), 0);
     EXPECT_EQ(RTSPTapBeginPlay(session, nullptr, nullptr), 0);
     RTPStreamData *packet = nullptr;

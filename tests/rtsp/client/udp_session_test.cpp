@@ -176,42 +176,17 @@ void Show(void *context, int32_t stream, int32_t isSent, const uint8_t *packet, 
 TEST(RtcpCallback, IsShownWhatCameAndWhatWasSentOverBothTransports) {
     for (const uint32_t proto : {kUdp, kTcp}) {
         Shown shown;
-        const UdpPeer rtcp;
-        ScriptedServer server(StepsTo(CLIENT_PLAYING_STATE, proto, 9, rtcp.Port()));
-        Client client(1 << 20, proto);
-        client.serverPort = server.Port();
-        EXPECT_EQ(RTSPTapSetRtcpCallback(client, Show, &shown), RTSP_SUCCESS);
-        EXPECT_EQ(client.Reach(CLIENT_PLAYING_STATE), 0);
-        EXPECT_EQ(RTSPTapSetRtcpCallback(client, nullptr, nullptr), RTSP_FAILURE);
+        Session session(proto, CLIENT_PLAYING_STATE, {}, 1 << 20, [&](intptr_t client) {
+            EXPECT_EQ(RTSPTapSetRtcpCallback(client, Show, &shown), RTSP_SUCCESS);
+        });
+        EXPECT_EQ(RTSPTapSetRtcpCallback(session, nullptr, nullptr), RTSP_FAILURE);
         const std::string report = SenderReport(1);
-        proto == kUdp ? rtcp.SendTo(Plus(gblClientRtspUdpPort, 1), report) : void(server.Send(Frame(3, report)));
+        session.ArriveRtcp(2, report);
         EXPECT_TRUE(Eventually([&] { return shown.count == 2; }));
         EXPECT_EQ(shown.texts[0], "2<" + report);
-        EXPECT_EQ(shown.texts[1],
-                  "2>" + (proto == kUdp ? rtcp.Receive() : server.WaitForFrames(1).at(0).substr(4)));
+        EXPECT_EQ(shown.texts[1], "2>" + (proto == kUdp ? session.rtcp[1].Receive()
+                                                        : session.server.WaitForFrames(1).at(0).substr(4)));
     }
-}
-
-// What a printer was handed, a line each: level, whose it is, text.
-struct Printed {
-    // Of anybody where no client is named.
-    std::size_t Count(const std::string &text, std::optional<intptr_t> client = {}, int32_t level = 0) const {
-        const std::lock_guard lock(mutex);
-        const auto count = std::ranges::count_if(lines, [&](const auto &line) {
-            return std::get<2>(line).find(text) != text.npos &&
-                   std::get<1>(line) == client.value_or(std::get<1>(line)) &&
-                   (level == 0 || std::get<0>(line) == level);
-        });
-        return static_cast<std::size_t>(count);
-    }
-    mutable std::mutex mutex;
-    std::vector<std::tuple<int32_t, intptr_t, std::string>> lines;
-};
-
-void PrintTo(void *printed, int32_t level, intptr_t client, const char *text) {
-    auto &[mutex, lines] = *static_cast<Printed *>(printed);
-    const std::lock_guard lock(mutex);
-    lines.emplace_back(level, client, text);
 }
 
 TEST(Printers, OfTheProgramGetEachMessageWithItsClientInPlaceOfStandardOutput) {
