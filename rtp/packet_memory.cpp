@@ -28,6 +28,7 @@ RingPlace PlaceNextPacket(ReceiveRing &ring, uint32_t mtu) {
     while (reader == ring.writeIndex) {
         if (!ring.readIndex.compare_exchange_strong(reader, 0, std::memory_order_acq_rel)) continue;
         ring.bufferEnd = ring.size;
+        ring.gaps = 0;
         return PlaceAt(ring, RingRoom::kReady, 0, ring.bufferEnd, longest);
     }
 
@@ -38,28 +39,34 @@ RingPlace PlaceNextPacket(ReceiveRing &ring, uint32_t mtu) {
     if (ring.bufferEnd - ring.writeIndex > longest)
         return PlaceAt(ring, RingRoom::kReady, ring.writeIndex, ring.bufferEnd, longest);
     if (reader <= longest) return {RingRoom::kFullAtEnd};
+    ring.gaps = 0;
     return PlaceAt(ring, RingRoom::kWrapped, 0, reader, longest);
 }
 
 std::span<uint8_t> FreeRoom(const ReceiveRing &ring) {
     if (ring.storage == nullptr) return {};
     const int64_t reader = ring.readIndex.load(std::memory_order_acquire);
-    if (reader == ring.writeIndex) return {ring.storage, ring.storage + ring.size};
-    return {ring.storage + ring.writeIndex, ring.storage + (ring.writeIndex < reader ? reader : ring.bufferEnd)};
+    const int64_t end = ring.bufferEnd + MostGaps(ring.size);
+    if (reader == ring.writeIndex) return {ring.storage, ring.storage + end};
+    uint8_t *const place = PlaceOf(ring);
+    if (ring.writeIndex > reader) return {place, ring.storage + end};
+    return {place, std::max(place, ring.storage + reader)}; // there are gaps if packets came back in a wrong order
 }
 
 void EmptyRing(ReceiveRing &ring) {
     ring.writeIndex = 0;
+    ring.gaps = 0;
     ring.bufferEnd = ring.size;
     ring.readIndex.store(0, std::memory_order_release);
 }
 
 bool AllocateRing(ReceiveRing &ring, int32_t size) {
     ReleaseRing(ring);
-    const std::size_t usable = size > 0 ? static_cast<std::size_t>(size) : 1;
-    ring.storage = static_cast<uint8_t *>(std::calloc(usable + kRingSlackBytes, 1));
+    const int64_t usable = std::max(size, 1);
+    const auto bytes = static_cast<std::size_t>(usable + MostGaps(usable));
+    ring.storage = static_cast<uint8_t *>(std::calloc(bytes + kRingSlackBytes, 1));
     if (ring.storage == nullptr) return false;
-    ring.size = static_cast<int64_t>(usable);
+    ring.size = usable;
     EmptyRing(ring);
     return true;
 }

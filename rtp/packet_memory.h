@@ -18,7 +18,10 @@ struct RTSPStreamInfo;
 // Whoever receives places and advances; the application gives space back by moving readIndex.
 //
 //    0        readIndex        writeIndex        bufferEnd = size
-//    |  free  |  packets in use  |     free        |   kRingSlackBytes of zeros
+//    |  free  |  packets in use  |     free        |   what gaps may take, kRingSlackBytes of zeros
+//
+// Offsets count the packets' bytes alone, so how much a ring holds does not depend on how the bytes came. Where
+// packets were left where they were read, with gaps before them, they lie further on than that by `gaps`.
 
 // The longest offset that a packet's own header can claim for its payload: (15 + 3) * 4 bytes of header and
 // CSRCs, 4 of extension header, 0x3FFF * 4 of extension. Zeroed slack of that size behind the ring keeps
@@ -27,13 +30,21 @@ inline constexpr std::size_t kRingSlackBytes = 72 + 4 + 0x3FFF * 4;
 
 struct ReceiveRing {
     // Of whoever receives, except that the pointer and size are constant while packets are out.
-    uint8_t *storage = nullptr; // owned, free(); size + kRingSlackBytes bytes
+    uint8_t *storage = nullptr; // owned, free(); size + MostGaps(size) + kRingSlackBytes bytes
     int64_t size = 0;           // bytes that packets may use
     int64_t writeIndex = 0;     // where the next packet is received
     int64_t bufferEnd = 0;      // end of the current pass
+    int64_t gaps = 0;           // bytes before writeIndex that are no packet's; 0 while it is below readIndex
 
     std::atomic<int64_t> readIndex{0}; // just past the last packet given back; application writes, thread resets
 };
+
+// A gap is no longer than an eighth of the packet behind it.
+inline constexpr int64_t kGapsPerPacket = 8;
+constexpr int64_t MostGaps(int64_t size) { return size / kGapsPerPacket; }
+
+// Where in the storage the next packet goes.
+inline uint8_t *PlaceOf(const ReceiveRing &ring) { return ring.storage + ring.writeIndex + ring.gaps; }
 
 enum class RingRoom {
     kReady,      // a packet of up to `room` bytes may be received at `writeIndex`
@@ -88,7 +99,7 @@ struct PacketPool {
 
 // The bytes of the receive ring that a packet gives back when it is freed. Packets are freed in the order
 // of the queue, which after reordering is not that of the ring: a packet that was moved ahead gives back
-// nothing, and the last one behind it gives back its bytes as well.
+// nothing, and the last one behind it gives back its bytes as well. Gaps are left out, as in the ring's offsets.
 struct RingClaim {
     const ReceiveRing *ring = nullptr; // where the bytes lie
     const uint8_t *begin = nullptr;

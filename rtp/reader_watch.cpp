@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <cstddef>
 #include <cstdlib>
 #include <ctime>
@@ -158,7 +159,10 @@ bool MakeRoom(std::size_t count) {
 bool StartWatch() {
     mustEnd.store(false, std::memory_order_release);
     alarmClock = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC);
-    return alarmClock >= 0 && StartLibraryThread(thread, WatchReaders, nullptr);
+    if (alarmClock < 0) return false;
+    if (StartLibraryThread(thread, WatchReaders, nullptr)) return true;
+    errno = EAGAIN;
+    return false;
 }
 
 // Nobody watches.

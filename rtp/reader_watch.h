@@ -18,8 +18,8 @@ inline constexpr int kShortRestMs = 1; // while somebody else waits for what the
 
 // ---- Its life: as long as somebody needs it. The threads that start and end receive threads ----
 
-// Before a turn is opened. False when memory is short or its thread cannot be started: it is not needed more often
-// then.
+// Before a turn is opened. False, with errno, when memory or descriptors are short or its thread cannot be started: it
+// is not needed more often then.
 bool NeedReaderWatch();
 // When the turn is closed. The last one waits for its end.
 void ReleaseReaderWatch();

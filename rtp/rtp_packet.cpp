@@ -223,7 +223,8 @@ bool CopyExtension(std::span<const uint8_t> packetBytes, RTSPStreamInfo &stream,
     }
     ReadNumbers(fixed, packetBytes, header);
     LocatePayload(*rtpDataBuffer, header, *packet);
-    ClaimOf(*packet) = {&rtspStreamInfo->ring, packet->packetData, packet->packetData + packet->packetLength};
+    const uint8_t *const begin = packet->packetData - rtspStreamInfo->ring.gaps;
+    ClaimOf(*packet) = {&rtspStreamInfo->ring, begin, begin + packet->packetLength};
     if (header.ssrc != rtspStreamInfo->plainSsrc.load(std::memory_order_relaxed)) [[unlikely]]
         return CountOnceKnown(*rtspStreamInfo, std::move(packet));
     CountPacket(*rtspStreamInfo, *packet, true);
@@ -248,7 +249,7 @@ namespace {
 
 void AcceptPacket(RTSPStreamInfo &stream, uint32_t length, const ArrivalRules &rules,
                   FailureText invalidPacketText) {
-    const RTPDataBuffer bytes{.length = length, .data = stream.ring.storage + stream.ring.writeIndex};
+    const RTPDataBuffer bytes{.length = length, .data = PlaceOf(stream.ring)};
     RTPStreamData *const packet = Parse(&bytes, &stream);
     if (packet != nullptr) {
         if (stream.configSearch.missing.load(std::memory_order_relaxed) != 0) SearchPacket(stream, *packet);

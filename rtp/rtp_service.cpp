@@ -58,7 +58,7 @@ void MakePlaces(RTSPStreamInfo &stream, const RingPlace &ringPlace, Batch &batch
     const std::size_t count = std::clamp<std::size_t>(std::min(fitting, stream.batches.places), 1, most);
     const std::size_t size = count == 1 ? longest : std::clamp<std::size_t>(stream.batches.longest, 1, longest);
     batch.used = std::span(batch.places).first(count);
-    uint8_t *const base = stream.ring.storage + stream.ring.writeIndex;
+    uint8_t *const base = PlaceOf(stream.ring);
     uint8_t *spill = base + count * longest;
     for (std::size_t i = 0; i < count; ++i, spill += longest - size)
         batch.places[i] = {base + i * size, size, spill, longest - size, 0};
@@ -148,7 +148,7 @@ bool PassesOverEmpty(const RTSPStreamInfo &stream) {
         if (place.received > fits) TellLongDatagram(place.received, fits);
         if (place.received < 1 && PassesOverEmpty(stream)) continue;
         if (place.received < 1) return false;
-        stream.ring.writeIndex = place.bytes - stream.ring.storage;
+        stream.ring.writeIndex = place.bytes - stream.ring.storage - stream.ring.gaps;
         AcceptPacket(stream, static_cast<uint32_t>(std::min(place.received, fits)), kUdpRules,
                      "%s: Invalid packet received ignoring\n");
     }

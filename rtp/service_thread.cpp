@@ -63,9 +63,7 @@ StreamThreadPtr CreateThreadRecord(RTSPStreamInfo &stream, const Services &servi
     thread->wake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     if (thread->wake < 0) return nullptr;
     thread->isWatched = NeedReaderWatch();
-    if (thread->isWatched) return thread;
-    errno = EAGAIN;
-    return nullptr;
+    return thread->isWatched ? std::move(thread) : nullptr;
 }
 
 // Kept: PLAY succeeds all the same. Repeated, it starts what is missing.

@@ -64,7 +64,7 @@ struct Route {
 // Of whoever has the connection's turn, alone; the next one goes on in the middle of a frame if need be.
 //
 // Bytes are read into memory of its own or into the free room of the ring that most of them are for, where a
-// frame's body then only moves down by the headers before it: half as much memory passes through the caches. A body
+// frame's body then stays, or moves down by what lies before it: half as much memory passes through the caches. A body
 // never moves up, so what has not been looked at is not overwritten.
 struct ReadAhead {
     uint8_t *bytes = own; // `own` or lent

@@ -57,8 +57,6 @@ Fit FindFrameRoom(RTSPStreamInfo &stream, uint32_t channel, std::size_t length) 
     return fits ? Fit::kFits : Fit::kNowhere;
 }
 
-constexpr std::size_t kGapsPerBody = 8; // so little of a ring may be lost
-
 // The stream with the largest ring, as far as frames come for it: there most of the bytes go.
 void ChooseLender(ReadAhead &reader, RTSPStreamInfo &stream) {
     if (reader.lender == &stream) return;
@@ -67,19 +65,18 @@ void ChooseLender(ReadAhead &reader, RTSPStreamInfo &stream) {
 }
 
 // One that was read into the room where the packet goes, a little further on: the headers before it can be left as
-// a gap. The writer never comes as far as the reader, which would look like a ring with nothing in it.
+// a gap. Not while the writer follows the reader through the ring, where the room is as long as the offsets say.
 bool IsInPlace(const ReceiveRing &ring, std::size_t gap, std::size_t length) {
-    return gap <= length / kGapsPerBody &&
-           static_cast<std::size_t>(ring.writeIndex) + gap + length <= static_cast<std::size_t>(ring.size) &&
-           gap + length < FreeRoom(ring).size();
+    return gap <= length / kGapsPerPacket && ring.gaps + static_cast<int64_t>(gap) <= MostGaps(ring.size) &&
+           ring.readIndex.load(std::memory_order_acquire) <= ring.writeIndex;
 }
 
 void PlaceBody(ReceiveRing &ring, std::string_view body) {
     if (body.empty()) return;
-    uint8_t *const place = ring.storage + ring.writeIndex;
+    uint8_t *const place = PlaceOf(ring);
     const auto gap = reinterpret_cast<uintptr_t>(body.data()) - reinterpret_cast<uintptr_t>(place);
     if (IsInPlace(ring, gap, body.size()))
-        ring.writeIndex += static_cast<int64_t>(gap);
+        ring.gaps += static_cast<int64_t>(gap);
     else
         memmove(place, body.data(), body.size()); // which may lie in the ring, too
 }

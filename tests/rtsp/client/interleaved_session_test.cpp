@@ -216,6 +216,25 @@ TEST(Interleaved, FullBufferRefusesFramesUntilSpaceIsGivenBack) {
     EXPECT_EQ(session.Video(1), Numbers(4, 4));
 }
 
+// How the bytes are read and where they stay does not count.
+TEST(Interleaved, LargeBufferHoldsWhatItsSizeSays) {
+    Session session(kTcp, CLIENT_PLAYING_STATE, {}, 33000 + 80 * 1000);
+    const auto send = [&](uint16_t first, uint16_t last) {
+        std::string frames;
+        for (uint16_t number = first; number <= last; ++number)
+            frames += Frame(0, Rtp(number, std::string(988, 'A')));
+        session.server.Send(frames + Frames(last, last, 2));
+        EXPECT_EQ(session.Audio(1), Numbers(last, last));
+    };
+    CapturedStdout out;
+    send(1, 81);
+    EXPECT_EQ(CountOf(out.Text(), "Data full reset to 0 location, 113000, 80000, 0   stream:0\n"), 1U);
+    EXPECT_EQ(session.Video(40), Numbers(1, 40));
+    send(81, 82);
+    EXPECT_EQ(CountOf(out.Text(), "TCP read buffer reset wr (2) rd:40000  wr:80000 stream:0\n"), 1U);
+    EXPECT_EQ(session.Video(42), Numbers(41, 82));
+}
+
 TEST(Interleaved, ReceiverReportsGoIntoFramesOfTheSameConnection) {
     Session session(kTcp, CLIENT_PLAYING_STATE);
     session.server.Send(Frame(2, Rtp(40000)) + Frame(3, SenderReport(1, 0x80000000)) +
