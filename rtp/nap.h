@@ -30,7 +30,7 @@ inline Served ServeAfterNap(const Service &service, RTSPStreamInfo &stream) {
     if (longest <= 0) return Served::kNothingLeft; // also without a latency
     ReceiveTurn &turn = *service.turn(stream);
     const int64_t now = MonotonicNs();
-    const int64_t end = turn.servedNs + longest;
+    const int64_t end = (turn.servedNs == 0 ? now : turn.servedNs) + longest;
     const timespec nap{0, std::min(end - now, longest)};
     const bool sleptOut = end > now && nanosleep(&nap, nullptr) == 0;
     turn.servedNs = sleptOut ? end : MonotonicNs(); // late as it may have woken, the next one ends in time

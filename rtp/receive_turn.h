@@ -41,7 +41,7 @@ struct alignas(64) ReceiveTurn {
     // ---- Whoever has the turn; read by the watch while its thread rests ----
     StreamThread *thread = nullptr; // that serves the socket; null: readers get no turn
     bool readersMayWait = false;    // in the socket: their waits there are limited
-    int64_t servedNs = 0;           // MonotonicNs when a reader that naps was last served
+    int64_t servedNs = 0;           // MonotonicNs when a reader that naps was last served; 0: none was
 };
 
 // Holds the turn for the length of a block, if it can be had. The thread's.
