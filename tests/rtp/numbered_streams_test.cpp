@@ -185,12 +185,8 @@ TEST_P(NumberedStreams, WaitsEndEarly) {
 
 TEST_P(NumberedStreams, HeldPacketsOutliveTheSession) {
     for (uint16_t number = 1; number <= 8; ++number) session.Arrive(1, Rtp(number, "kept"));
-    std::vector<RTPStreamData *> held;
-    while (held.size() < 8) {
-        const Taken taken(session, 1, 8, 5000);
-        ASSERT_GT(taken.result, 0);
-        held.insert(held.end(), taken.packets.begin(), taken.packets.end());
-    }
+    std::vector<RTPStreamData *> held = TakeByNumber(session, 1, 8);
+    ASSERT_EQ(held.size(), 8U);
     EXPECT_EQ(session.Teardown(), 0);
     std::swap(held[0], held[7]);
     for (RTPStreamData *packet : held) {

@@ -51,17 +51,13 @@ TEST(HeaderExtensions, AreFoundWithinTheirBounds) {
 }
 
 TEST(TrueReports, ComeAtTheIntervalsOfRfc3550) {
-    struct Row {
-        ReportLoad load;
-        double random;
-        uint64_t ms;
-    };
-    for (const Row &row : {Row{{.isFirst = true}, 0, 1026}, // 2.5 s * 0.5 / 1.21828
-                           Row{{.isFirst = true}, 1, 3078},
-                           Row{{.members = 2, .bytesPerSecond = 5000, .averageBytes = 100}, 0.5, 4104},
-                           Row{{.members = 2, .bytesPerSecond = 20, .averageBytes = 120}, 0.5, 9849},
-                           Row{{.members = 101, .bytesPerSecond = 1000, .averageBytes = 150}, 0.5, 16416}})
-        EXPECT_EQ(ReportIntervalMs(row.load, row.random), row.ms);
+    const std::tuple<ReportLoad, double, uint64_t> rows[] = {
+        {{.isFirst = true}, 0, 1026}, // 2.5 s * 0.5 / 1.21828
+        {{.isFirst = true}, 1, 3078},
+        {{.members = 2, .bytesPerSecond = 5000, .averageBytes = 100}, 0.5, 4104},
+        {{.members = 2, .bytesPerSecond = 20, .averageBytes = 120}, 0.5, 9849},
+        {{.members = 101, .bytesPerSecond = 1000, .averageBytes = 150}, 0.5, 16416}};
+    for (const auto &[load, random, ms] : rows) EXPECT_EQ(ReportIntervalMs(load, random), ms);
 }
 
 auto With(int32_t option) {
@@ -100,19 +96,7 @@ struct Camera : ReportsPort, Session {
     bool Knows(uint32_t reported) {
         return Eventually([&] { return StatisticsOf(*this, 1).reportRtpTimestamp == reported; });
     }
-    std::vector<RTPStreamData *> Take(std::size_t count) {
-        std::vector<RTPStreamData *> packets(count);
-        std::size_t taken = 0;
-        while (taken < count) {
-            const int32_t came =
-                RTSPTapTakePackets(*this, 1, packets.data() + taken, static_cast<int32_t>(count - taken), 5000);
-            if (came <= 0) break;
-            taken += static_cast<std::size_t>(came);
-        }
-        EXPECT_EQ(taken, count);
-        packets.resize(taken);
-        return packets;
-    }
+    std::vector<RTPStreamData *> Take(std::size_t count) { return TakeByNumber(*this, 1, count); }
     void Free(const std::vector<RTPStreamData *> &packets) {
         EXPECT_EQ(RTSPTapFreePackets(*this, 1, packets.data(), static_cast<int32_t>(packets.size())), 0);
     }

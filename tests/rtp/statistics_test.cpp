@@ -70,19 +70,11 @@ TEST(Statistics, JitterIsThatOfASeriesByHand) {
 }
 
 TEST(Statistics, SayWhatTheNetworkDid) {
-    struct Row {
-        double loss;
-        int run;
-        double duplicates, reordering;
-        int depth, jitterMs;
-    };
-    for (const Row &row : {Row{5, 1, 0, 0, 0, 0},
-                           {10, 7, 5, 0, 0, 0},
-                           {0, 1, 0, 5, 50, 0},
-                           {5, 3, 5, 5, 400, 0},
-                           {1, 1, 9, 0, 0, 90}}) {
+    const relay::ImpairmentSettings rows[] = {
+        {5, 1, 0, 0, 0, 0}, {10, 7, 5, 0, 0, 0}, {0, 1, 0, 5, 50, 0}, {5, 3, 5, 5, 400, 0}, {1, 1, 9, 0, 0, 90}};
+    for (const relay::ImpairmentSettings &row : rows) {
         Counted receiver;
-        relay::Impairment network({row.loss, row.run, row.duplicates, row.reordering, row.depth, row.jitterMs});
+        relay::Impairment network(row);
         constexpr uint16_t kFirst = 60000; // past the wrap
         constexpr int kPackets = 20000;
         std::set<int> came;
@@ -108,7 +100,7 @@ TEST(Statistics, SayWhatTheNetworkDid) {
         EXPECT_EQ(told.duplicates, network.duplicated);
         EXPECT_EQ(told.lost, static_cast<int64_t>(network.lost - network.duplicated));
         EXPECT_EQ(told.reordered, reordered);
-        if (row.loss + row.duplicates + row.jitterMs == 0) {
+        if (row.lossPercent + row.duplicatePercent + row.jitterMs == 0) {
             EXPECT_EQ(told.reordered, network.heldBack);
         }
     }

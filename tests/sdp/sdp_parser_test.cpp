@@ -244,8 +244,7 @@ TEST(SdpParser, DescriptionsAsDevicesWriteThemAreUnderstood) {
     for (const auto &entry : std::filesystem::directory_iterator(TEST_DATA_DIR)) {
         if (entry.path().extension() != ".sdp") continue;
         const auto read = [&](const char *extension) {
-            std::ifstream file(std::filesystem::path(entry).replace_extension(extension), std::ios::binary);
-            return std::string(std::istreambuf_iterator<char>(file), {});
+            return ContentOf(std::filesystem::path(entry).replace_extension(extension));
         };
         const CapturedStdout out;
         DescribedClient described(read(".sdp"));

@@ -118,6 +118,17 @@ std::vector<uint16_t> TakeSequenceNumbers(intptr_t client, int32_t codec, std::s
     return numbers;
 }
 
+std::vector<RTPStreamData *> TakeByNumber(intptr_t client, int32_t stream, std::size_t count) {
+    std::vector<RTPStreamData *> packets;
+    while (packets.size() < count) {
+        RTPStreamData *packet = nullptr;
+        if (RTSPTapTakePackets(client, stream, &packet, 1, 5000) != 1) break;
+        packets.push_back(packet);
+    }
+    EXPECT_EQ(packets.size(), count);
+    return packets;
+}
+
 std::string PayloadOf(const RTPStreamData &packet) {
     return {reinterpret_cast<const char *>(packet.payload), packet.payloadLength};
 }

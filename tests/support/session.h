@@ -40,6 +40,8 @@ private:
 // Takes and frees up to `count` packets of a stream; their sequence numbers.
 std::vector<uint16_t> TakeSequenceNumbers(intptr_t client, int32_t codec, std::size_t count);
 
+std::vector<RTPStreamData *> TakeByNumber(intptr_t client, int32_t stream, std::size_t count); // all of them
+
 // A client over `proto`, brought to `state`, and its server, whose script goes on with `further`.
 class Session : public Client {
 public:
@@ -96,6 +98,9 @@ int64_t NumberSet(intptr_t client, int32_t option);
 std::string TextSet(intptr_t client, int32_t option);
 RTSPTapStreamStatistics StatisticsOf(intptr_t client, int32_t stream);
 
+inline Reply Challenge(const std::string &nonce) {
+    return Status(401, "Unauthorized", "WWW-Authenticate: Digest realm=\"r\", nonce=\"" + nonce + "\"");
+}
 // A reply of the session, by its number.
 std::string Numbered(int number, const std::string &status = "200 OK", const std::string &body = "");
 

@@ -67,6 +67,11 @@ std::string Lines(std::string text, const char *end) { return std::regex_replace
 
 std::string OnOneLine(std::string text) { return std::regex_replace(text, std::regex("\r?\n"), "|"); }
 
+std::string ContentOf(const std::string &path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
 std::string Hex(const uint8_t *bytes, int64_t size) {
     constexpr char kDigits[] = "0123456789abcdef";
     std::string digits;

@@ -28,6 +28,7 @@ std::string Literal(std::string text);                         // bytes and repe
 std::string Lines(std::string text, const char *end = "\r\n"); // "|" written out
 std::string Hex(const uint8_t *bytes, int64_t size);           // small digits
 std::size_t CountOf(const std::string &text, const std::string &part);
+std::string ContentOf(const std::string &path);
 std::string OnOneLine(std::string text); // the way back, for what was printed
 
 } // namespace rtsptap::test

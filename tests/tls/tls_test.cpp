@@ -253,12 +253,11 @@ TEST(Tls, WhatCannotBeUsedIsSaidAndChangesNothing) {
 
 TEST(Tls, APasswordThatWentThroughItGoesNowhereInTheClear) {
     const CapturedStdout output;
-    const Reply unauthorized = Status(401, "Unauthorized", "WWW-Authenticate: Digest realm=\"cam\", nonce=\"n1\"");
     ScriptedServer server({{"OPTIONS", Ok()},
-                           {"DESCRIBE", unauthorized},
+                           {"DESCRIBE", Challenge("n1")},
                            {{"DESCRIBE", "Digest username=\"me\""}, Status(302, "Found", "Location: {base}/b")},
                            {{"OPTIONS rtsp://", "!Authorization"}, Ok()},
-                           {{"DESCRIBE rtsp://", "!Authorization"}, unauthorized}});
+                           {{"DESCRIBE rtsp://", "!Authorization"}, Challenge("n1")}});
     const Relay relay(server.Port(), "cert={c}/good.pem");
     Client client;
     EXPECT_EQ(UseTls(client), 0);

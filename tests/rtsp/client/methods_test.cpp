@@ -167,10 +167,6 @@ int32_t AutoConnect(intptr_t client, const ScriptedServer &server, const char *u
                                      setupList, 0, 0, buffer, size);
 }
 
-Reply Challenge(const std::string &nonce) {
-    return Status(401, "Unauthorized", "WWW-Authenticate: Digest realm=\"r\", nonce=\"" + nonce + "\"");
-}
-
 TEST(AutoConnect, PlaysAndLeavesThePlayReply) {
     const HeaderList setup({{"Require", "x"}});
     ScriptedServer server({{"OPTIONS ", Ok()},

@@ -8,8 +8,6 @@
 namespace rtsptap::test {
 namespace {
 
-const Reply kUnauthorized = Status(401, "Unauthorized", "WWW-Authenticate: Digest realm=\"cam\", nonce=\"n1\"");
-
 Script Described(const std::string &url, const Reply &reply = WithBody(kDescription)) {
     return {{"OPTIONS " + url + " RTSP/1.0", Ok()}, {"DESCRIBE " + url + " RTSP/1.0", reply}};
 }
@@ -63,14 +61,14 @@ TEST(Open, FollowsWhereTheRowsTellAndTakesNoPasswordElsewhere) {
     for (const auto &row : Rows("redirections.txt")) {
         CapturedStdout output;
         const std::string &url = row.at(2);
-        Script script = Described("{base}/a", kUnauthorized);
+        Script script = Described("{base}/a", Challenge("n1"));
         script.push_back({{"DESCRIBE ", "Digest username=\"me\""}, Status(302, "Found", "Location: " + row[0])});
         const bool isSameHost = row[1] == "0";
         const char *const authorization = isSameHost ? "Authorization: Digest username=\"me\"" : "!Authorization";
         if (url != "-") {
             script.push_back({{("OPTIONS " + url + " RTSP").c_str(), authorization}, Ok()});
             script.push_back({{("DESCRIBE " + url + " RTSP").c_str(), authorization},
-                              isSameHost ? WithBody(kDescription) : kUnauthorized});
+                              isSameHost ? WithBody(kDescription) : Challenge("n1")});
         }
         ScriptedServer server(script);
         Client client;

@@ -273,12 +273,6 @@ TEST(Options, DatagramsOfOthersThanTheServerAndWhomItNamesAreNotReceived) {
     }
 }
 
-std::string TextOf(const std::string &path) {
-    std::ostringstream text;
-    text << std::ifstream(path).rdbuf();
-    return text.str();
-}
-
 // ---- the page that is made from the tables ----
 
 std::string RulesAsTable() {
@@ -306,7 +300,7 @@ std::string OptionsAsTable() {
 // What stands between the lines that begin with these marks; put there when the page is to be written.
 void ExpectBetween(const std::string &begin, const std::string &end, const std::string &table) {
     const std::string path = PROJECT_DIR "/docs/cameras.md";
-    std::string page = TextOf(path);
+    std::string page = ContentOf(path);
     const std::size_t first = page.find('\n', page.find(begin)) + 1;
     const std::size_t last = page.find(end);
     ASSERT_TRUE(first != 0 && last != page.npos) << begin;
@@ -324,7 +318,7 @@ TEST(Pages, CamerasIsInStepWithTheTablesOfRulesAndOptions) {
 
 TEST(Options, EveryCodeOfTheHeadersHasAMeaningOfItsOwnAndTheVersionIsTheProjects) {
     const std::string headers =
-        TextOf(PROJECT_DIR "/include/rtsptap.h") + TextOf(PROJECT_DIR "/include/rtsptap_extended.h");
+        ContentOf(PROJECT_DIR "/include/rtsptap.h") + ContentOf(PROJECT_DIR "/include/rtsptap_extended.h");
     const std::regex codes(R"(RTSP(TAP)?_\w+ = (-\d+))");
     std::set<std::string> texts = {RTSPTapResultText(1), RTSPTapResultText(-75)};
     std::size_t count = texts.size();

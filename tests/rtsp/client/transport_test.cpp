@@ -156,9 +156,8 @@ TEST_P(OverMulticast, OneSourceIsHeardAndReportsGoToTheGroup) {
     ASSERT_EQ(RTSPTapSetup(client, 1), 0);
     EXPECT_EQ(TransportUsed(client), RTSPTAP_TRANSPORT_MULTICAST);
     EXPECT_EQ(client.Play(), 0);
-    std::ostringstream memberships;
-    memberships << std::ifstream("/proc/net/mcfilter6").rdbuf();
-    EXPECT_TRUE(memberships.str().find(is.filter) != std::string::npos) << memberships.str();
+    const std::string memberships = ContentOf("/proc/net/mcfilter6");
+    EXPECT_TRUE(memberships.find(is.filter) != memberships.npos) << memberships;
     const bool isByGroup = *is.other != '\0';
     const char *const aim = isByGroup ? is.group : "::1";
     const UdpPeer wanted(0, isByGroup ? is.wanted : aim), other(0, isByGroup ? is.other : "127.0.0.1");
