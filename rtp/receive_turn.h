@@ -7,8 +7,8 @@
 // the socket and receives until the next one comes.
 //
 // No wake-up can be lost, because the thread waits in two ways only. It waits for the socket itself, and what lies
-// there already ends that wait. Or it rests, which the turn's state says for as long as it lasts: the watch sees
-// each turn in that state, and a reader that leaves one calls the watch if that sleeps.
+// there already ends that wait. Or it rests, which the turn's state says for as long as it lasts: each look sees
+// the turns in that state, and a reader that leaves one looks itself if no look is to come.
 #pragma once
 
 #include "rtp/reader_watch.h"
